@@ -1,0 +1,5 @@
+# Every object is built with the chosen sanitizers, so that no report is lost at a library border.
+if(QZ_SANITIZE)
+  add_compile_options(-fsanitize=${QZ_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${QZ_SANITIZE})
+endif()
