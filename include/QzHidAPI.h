@@ -1,0 +1,349 @@
+/*
+ * QzHidAPI: find and service USB hub controllers through their vendor HID interface.
+ *
+ * A host lists the hubs that are attached, opens one by its device-instance number and works on the
+ * handle: read versions, update the firmware, reach I2C peripherals, flash and GPIO lines behind
+ * the hub.
+ *
+ * Rules that hold for every function:
+ *  - All work happens on the calling thread, which is blocked until the call returns. Call the
+ *    functions from one thread at a time. The progress callback and functions called from it run on
+ *    that same thread.
+ *  - One hub is open at a time. The library talks to the hub that was opened last; the functions
+ *    that say "closes the device" take that connection away, and the bridge and GPIO functions then
+ *    answer with the system's invalid-handle code until QZ_OpenHid is called again.
+ *  - Multi-byte values are in the host's byte order unless said otherwise.
+ *  - Results are of four kinds: a handle or null; a boolean (1 done, 0 failed); a 32-bit status; or
+ *    nothing. A status is 0 for success, 0xFFFFFFFF (QZ_STATUS_REFUSED) when an argument was
+ *    refused, the handle is none of the library's or no device is set up, and otherwise the error
+ *    code of the device or the operating system, unchanged: a Windows error code on Windows, an
+ *    errno value on Linux.
+ *  - Why a call failed stands in the log; see QZ_SetLogPath and QZ_ConfigLog.
+ *  - No function throws. Paths are narrow text: the ANSI code page on Windows, bytes as they are on
+ *    Linux.
+ */
+#ifndef QZHIDAPI_H
+#define QZHIDAPI_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(_WIN32) && defined(QZ_BUILDING_LIBRARY)
+#define QZ_API __declspec(dllexport)
+#elif defined(_WIN32)
+#define QZ_API __declspec(dllimport)
+#elif defined(__GNUC__)
+#define QZ_API __attribute__((visibility("default")))
+#else
+#define QZ_API
+#endif
+
+/** Largest number of UTF-16 units in a record's HwID and LocationPath, terminator included. */
+#define QZ_RECORD_TEXT_UNITS 1024
+
+/** The status of a call that was refused before anything was sent. */
+#define QZ_STATUS_REFUSED 0xFFFFFFFFu
+
+/** dwDevType and dwDevSubType of a HID device, the only kind that is listed. */
+#define QZ_DEVICE_TYPE_HID 4u
+
+#ifdef __cplusplus
+extern "C" {
+typedef char16_t QZ_Utf16;
+#else
+typedef uint16_t QZ_Utf16; /**< one UTF-16 code unit */
+#endif
+
+/**
+ * One listed HID device; 4136 bytes, natural alignment, integers little-endian, texts UTF-16LE and
+ * zero-terminated with all unused units zero.
+ */
+typedef struct HidDevRecord {
+  /** Device-instance number: what QZ_OpenHid takes. Changes when the device re-enumerates. */
+  uint32_t dwInst;
+  /** Hardware ids of the HID node, one after the other, each zero-terminated. */
+  QZ_Utf16 HwID[QZ_RECORD_TEXT_UNITS];
+  /** Location paths of the USB device, likewise; the first one names its port and is stable. */
+  QZ_Utf16 LocationPath[QZ_RECORD_TEXT_UNITS];
+  /** The four characters behind "PID_" in HwID; empty where there is no "VID_". */
+  QZ_Utf16 PID[5];
+  /** The four characters behind "VID_" in HwID. */
+  QZ_Utf16 VID[5];
+  /** Depth of the USB device below its root hub; 1 is a port of the root hub. */
+  uint32_t Level;
+  /** Port number of the USB device on its hub. */
+  uint32_t Port;
+  /** Kind of device: QZ_DEVICE_TYPE_HID. */
+  uint32_t dwDevType;
+  /** Second kind code: QZ_DEVICE_TYPE_HID. */
+  uint32_t dwDevSubType;
+} HidDevRecord;
+
+#ifdef __cplusplus
+#define QZ_STATIC_ASSERT(condition, text) static_assert(condition, text)
+#else
+#define QZ_STATIC_ASSERT(condition, text) _Static_assert(condition, text)
+#endif
+QZ_STATIC_ASSERT(sizeof(HidDevRecord) == 4136, "HidDevRecord is 4136 bytes");
+QZ_STATIC_ASSERT(offsetof(HidDevRecord, HwID) == 4, "HwID stands at byte 4");
+QZ_STATIC_ASSERT(offsetof(HidDevRecord, LocationPath) == 2052, "LocationPath stands at byte 2052");
+QZ_STATIC_ASSERT(offsetof(HidDevRecord, PID) == 4100, "PID stands at byte 4100");
+QZ_STATIC_ASSERT(offsetof(HidDevRecord, VID) == 4110, "VID stands at byte 4110");
+QZ_STATIC_ASSERT(offsetof(HidDevRecord, Level) == 4120, "Level stands at byte 4120");
+QZ_STATIC_ASSERT(offsetof(HidDevRecord, Port) == 4124, "Port stands at byte 4124");
+QZ_STATIC_ASSERT(offsetof(HidDevRecord, dwDevType) == 4128, "dwDevType stands at byte 4128");
+QZ_STATIC_ASSERT(offsetof(HidDevRecord, dwDevSubType) == 4132, "dwDevSubType stands at byte 4132");
+
+/**
+ * The crash handler that was installed before; see QZ_GenerateDumplog. To be compared and restored,
+ * not called.
+ */
+#if defined(_WIN32)
+struct _EXCEPTION_POINTERS;
+typedef long(__stdcall* QZ_ExceptionFilter)(struct _EXCEPTION_POINTERS*);
+#else
+typedef void (*QZ_ExceptionFilter)(int);
+#endif
+
+/** Progress of an update in percent, 0 to 100; called on the updating thread. */
+typedef void (*QZ_ProgressCallback)(int32_t percent);
+
+/* ---- Listing and opening ----------------------------------------------------------------------
+ */
+
+/**
+ * Lists the attached HID devices that are hubs of the family and remembers them for QZ_OpenHid.
+ *
+ * A HID device counts as one of the family when its vendor id is 0x2E7C; else when "VidPid.ini"
+ * beside the library names its ids (lines with VID:xxxx and PID:xxxx); else, without such a file,
+ * when its product text contains "WQ HID". Each candidate is opened and closed for this.
+ *
+ * @param ppList  Receives an array of *pCount records; give it back with QZ_FreeDevList. Not
+ *                written when no device is found; null when a device could not be read.
+ * @param pCount  Receives the number of devices found, also when their records could not be read.
+ * @return 1 when at least one device is listed, else 0. Both pointers must be valid; null is
+ *         refused with 0.
+ * The open device: released. Any handle stays valid but its device is closed.
+ */
+QZ_API uint8_t QZ_ListAllHidDev(HidDevRecord** ppList, uint32_t* pCount);
+
+/**
+ * Lists the attached HID devices whose first hardware id contains both ids, of the family or not.
+ *
+ * @param wVID,wPID  Only the low 16 bits count. The ids are searched as lower-case hexadecimal text
+ *                   without leading zeros, anywhere in the hardware id.
+ * @param ppList,pCount  As for QZ_ListAllHidDev.
+ * @return As for QZ_ListAllHidDev.
+ * The open device: released, as by QZ_ListAllHidDev.
+ */
+QZ_API uint8_t QZ_ListAllHidDevByVIDPID(uint32_t wVID, uint32_t wPID, HidDevRecord** ppList,
+                                        uint32_t* pCount);
+
+/** Frees an array that a listing function returned; null is allowed. Does not touch any device. */
+QZ_API void QZ_FreeDevList(HidDevRecord* pList);
+
+/**
+ * Opens a hub of the last list and makes it the open device. Waits up to about 10 s for it.
+ *
+ * @param DevInst  dwInst of a record of the last QZ_ListAllHidDev or QZ_ListAllHidDevByVIDPID.
+ * @return A handle for the other functions, to be given back with QZ_CloseDev; null when the number
+ *         is not in the last list or the hub does not answer.
+ * The open device: any other one is released, also when this call fails after finding the number.
+ */
+QZ_API void* QZ_OpenHid(uint32_t DevInst);
+
+/**
+ * Closes a handle and releases the open device, whichever handle that belongs to.
+ *
+ * @param pDev  A handle; null releases the open device only. A pointer that is no live handle is
+ *              treated like null.
+ */
+QZ_API void QZ_CloseDev(void* pDev);
+
+/**
+ * Sets the option of later updates: 0 (the default) starts the new firmware at the end of
+ * QZ_UpdateDev, any other value leaves the hub in its loader.
+ */
+QZ_API void QZ_DllPassPara(uint32_t value);
+
+/* ---- Firmware ----------------------------------------------------------------------------------
+ */
+
+/**
+ * Writes a firmware image to the hub's flash, checks it and starts it. Blocks for the whole update,
+ * tens of seconds on a real hub, while the hub leaves and re-enters the bus.
+ *
+ * @param pDev      A handle.
+ * @param path      The image file. A file that cannot be read, is empty, or is too short to hold
+ *                  its own version is refused before the hub is touched: it keeps running what it
+ *                  runs.
+ * @param callback  Called with 0, 10, 20, 30 to 70 while writing, 90 and 100; with 0 after a
+ *                  failure. May be null.
+ * @return 1 when the image is written, checked and (see QZ_DllPassPara) started, else 0. After a
+ *         failure the hub may sit in its loader; call QZ_UpdateDev again, on this handle or after
+ *         listing and opening it anew.
+ * The open device: closes the device. Its device-instance number has usually changed.
+ */
+QZ_API uint8_t QZ_UpdateDev(void* pDev, const char* path, QZ_ProgressCallback callback);
+
+/**
+ * Reads the firmware version of an image file; sends nothing to the hub.
+ *
+ * @param pDev      A handle.
+ * @param path      The image file.
+ * @param pVersion  Receives the version, major in the high byte; untouched on failure.
+ * @return 1 on success, else 0 (no such file, too short, not a handle).
+ * The open device: closes the device.
+ */
+QZ_API uint8_t QZ_ReadBinVersion(void* pDev, const char* path, uint16_t* pVersion);
+
+/**
+ * Reads the firmware version that the hub runs. Waits up to about 20 s for the hub.
+ *
+ * @param pVersion  Receives the version, major in the high byte; untouched on failure.
+ * @return 1 on success, else 0; also 0 when the hub runs its loader.
+ * The open device: closes the device.
+ */
+QZ_API uint8_t QZ_ReadDevVersion(void* pDev, uint16_t* pVersion);
+
+/**
+ * Reads the hub's ids from an image file.
+ *
+ * @param pVID,pPID  Receive the ids; untouched on failure.
+ * @return 1 on success, else 0 (null argument, no such file, unreadable or too short).
+ * The open device: untouched.
+ */
+QZ_API uint8_t QZ_GetHidBinFileVIDPID(const char* path, uint32_t* pVID, uint32_t* pPID);
+
+/**
+ * Opens a hub of the last list, reads its ids from its status block and closes it again.
+ *
+ * @param DevInst    As for QZ_OpenHid.
+ * @param pVID,pPID  Receive the ids; untouched on failure.
+ * @return 1 on success, else 0 (null argument, not in the list, no answer).
+ * The open device: released.
+ */
+QZ_API uint8_t QZ_GetHubVIDPIDFromHidDevice(uint32_t DevInst, uint32_t* pVID, uint32_t* pPID);
+
+/* ---- I2C master and flash bridge ---------------------------------------------------------------
+ * All return a status. A null pDev, a null buffer or a length beyond its limit is refused before
+ * anything is sent, and so is a pointer that is no live handle. A target that does not acknowledge
+ * shows as the system's error code. None changes which device is open. */
+
+/**
+ * Stores the I2C settings that later transfers on this handle carry; sends nothing.
+ *
+ * @param bySlaveAddr  Target address as the hub's I2C master takes it; not 0.
+ * @param byMemLen     Number of memory address bytes, 0 to 5.
+ * @param bySpeed      Speed code, 0 to 2.
+ */
+QZ_API uint32_t QZ_HidI2CConfig(void* pDev, uint8_t bySlaveAddr, uint8_t byMemLen, uint8_t bySpeed);
+
+/** Writes 0 to 128 bytes from pBuf to the configured target, from memory address dwAddr on. */
+QZ_API uint32_t QZ_HidI2CWrite(void* pDev, uint32_t dwAddr, uint8_t* pBuf, uint16_t wlen);
+
+/** Reads 1 to 192 bytes from the configured target into pBuf, from memory address dwAddr on. */
+QZ_API uint32_t QZ_HidI2CRead(void* pDev, uint32_t dwAddr, uint8_t* pBuf, uint16_t wlen);
+
+/**
+ * Reads from the configured target with the memory address given byte by byte.
+ *
+ * @param AddrBuf      wAddrBufLen address bytes, in the order in which dwAddr of QZ_HidI2CRead
+ *                     stores them: least significant first. Must not be null.
+ * @param wAddrBufLen  0 to 5; missing bytes travel as 0.
+ * @param wBuflen      Bytes to read into pBuf; the low 8 bits travel.
+ */
+QZ_API uint32_t QZ_HidI2CRead2(void* pDev, uint8_t* AddrBuf, uint16_t wAddrBufLen, uint8_t* pBuf,
+                               uint16_t wBuflen);
+
+/** Writes 0 to 128 bytes to the flash behind the hub at byte address dwAddr. */
+QZ_API uint32_t QZ_HidI2CBlockWriteFlash(void* pDev, uint32_t dwAddr, uint8_t* pBuf, uint16_t wlen);
+
+/** Stages 0 to 128 bytes for the flash behind the hub at byte address dwAddr. */
+QZ_API uint32_t QZ_Stage_Flash(void* pDev, uint32_t dwAddr, uint8_t* pBuf, uint16_t wlen);
+
+/**
+ * Sends the staging request without a length limit of its own. More than 128 bytes do not fit one
+ * request: the first byte alone is then sent.
+ */
+QZ_API uint32_t QZ_Write_Byte(void* pDev, uint32_t dwAddr, uint8_t* pBuf, uint16_t wlen);
+
+/** Starts erasing the flash behind the hub; QZ_HidI2CBlockStatus tells when it is done. */
+QZ_API uint32_t QZ_HidI2CBlockEraseFlash(void* pDev);
+
+/** Reads the one status byte of the flash behind the hub into *pI2CStatus. */
+QZ_API uint32_t QZ_HidI2CBlockStatus(void* pDev, uint8_t* pI2CStatus);
+
+/**
+ * Sends one raw command block: three command bytes, the 32-bit sum of dwAddr and dwOffset, and
+ * byVdCmdPoolLen (0 to 54) bytes of pVdCmdPool.
+ */
+QZ_API uint32_t QZ_MST_HidI2CBlock(void* pDev, uint8_t byCmd1, uint8_t byCmd2, uint8_t byCmd3,
+                                   uint32_t dwAddr, uint32_t dwOffset, uint8_t* pVdCmdPool,
+                                   uint8_t byVdCmdPoolLen);
+
+/* ---- GPIO --------------------------------------------------------------------------------------
+ * Lines are numbered 0 to 23. None of these changes which device is open. */
+
+/**
+ * Reads a GPIO line.
+ *
+ * @param pBuf,length  Receive the hub's answer; the low 16 bits of length count.
+ * @return A status; 1 when the handle is null or none of the library's, the hub is not present or
+ *         the number is out of range.
+ */
+QZ_API uint32_t QZ_HidGPIOR(void* pDev, uint32_t gpio, uint8_t* pBuf, uint32_t length);
+
+/**
+ * Drives a GPIO line to the low 8 bits of level.
+ * @return As for QZ_HidGPIOR.
+ */
+QZ_API uint32_t QZ_HidGPIOW(void* pDev, uint32_t gpio, uint32_t level);
+
+/**
+ * Sets a hub GPIO by the hub's own numbering (16 bits, not checked).
+ * @return 1 on success, else 0.
+ */
+QZ_API uint8_t QZ_HidSetHubGPIO(void* pDev, uint32_t gpio, uint8_t level);
+
+/* ---- Log ---------------------------------------------------------------------------------------
+ * Independent of any device. On Windows every thread that the process starts switches logging on at
+ * level 0; elsewhere logging is off until QZ_ConfigLog. */
+
+/**
+ * Chooses the log file; takes effect when logging to it starts for the first time, and that file
+ * then stays for the life of the process.
+ *
+ * @param path  A file, existing or not, in an existing folder that this process may read and write.
+ *              A bare file name is refused: the folder must be named.
+ * @return 1 when accepted, else 0.
+ */
+QZ_API int32_t QZ_SetLogPath(const char* path);
+
+/**
+ * Switches the log file on or off. The file is the one of QZ_SetLogPath, else "info.txt" beside the
+ * library; it is emptied when logging to it starts for the first time. A file that cannot be opened
+ * is not reported.
+ *
+ * @param enable  0 switches off.
+ * @param level   Lines below this level are left out: 0 everything, 1 and 2 information, 3
+ *                failures only.
+ * @return 1.
+ * During an update this also ends the reports to its progress callback.
+ */
+QZ_API int32_t QZ_ConfigLog(uint8_t enable, int32_t level);
+
+/**
+ * Makes the process leave "ConsoleApplication1.dmp" in its current directory when it crashes: a
+ * minidump on Windows, a text record (signal, fault address, backtrace, modules) on Linux. An older
+ * one is overwritten, and the process ends as it would have.
+ *
+ * @return The handler that was installed before, null when there was none.
+ */
+QZ_API QZ_ExceptionFilter QZ_GenerateDumplog(void);
+
+#ifdef __cplusplus
+} /* extern "C" */
+#endif
+
+#endif /* QZHIDAPI_H */
