@@ -1,0 +1,19 @@
+#include <dlfcn.h>
+
+#include <cerrno>
+
+#include "platform/platform.h"
+
+namespace qzhid::platform {
+
+Status GetLibraryPath(std::string& path) {
+  Dl_info info{};
+  // Any address inside the library will do; this function's own is one.
+  if (dladdr(reinterpret_cast<void*>(&GetLibraryPath), &info) == 0 || info.dli_fname == nullptr) {
+    return Status::Failure(ENOENT);
+  }
+  path = info.dli_fname;
+  return {};
+}
+
+}  // namespace qzhid::platform

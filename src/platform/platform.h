@@ -1,0 +1,211 @@
+// What the library needs of an operating system: plain functions and small value types, one
+// function per service. A backend (windows/, linux/, virtual/) defines all of them; the linker
+// chooses it.
+//
+// Failures carry the system's own error code (Windows error codes on Windows, errno values on
+// Linux), because the library prints and returns that code unchanged. No function throws anything
+// but std::bad_alloc. Functions on one handle are called by one thread at a time, unless said
+// otherwise.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "QzHidAPI.h"
+
+namespace qzhid::platform {
+
+/// Outcome of one system call. `code` is the system's error code and means something only when `ok`
+/// is false; a failed call may carry the code 0, which some drivers do.
+struct Status {
+  bool ok = true;
+  std::uint32_t code = 0;
+
+  explicit operator bool() const { return ok; }
+  static Status Failure(std::uint32_t code) { return {false, code}; }
+};
+
+/// Number of one device node instance. 0 is never a node.
+using DevInst = std::uint32_t;
+
+/// Identifier of a device-interface class, in the order of its text form's fields.
+struct Guid {
+  std::uint32_t data1 = 0;
+  std::uint16_t data2 = 0;
+  std::uint16_t data3 = 0;
+  std::uint8_t data4[8] = {};
+};
+
+// ---- Device nodes of an interface class --------------------------------------------------------
+
+struct NodeSetData;
+struct NodeSetCloser {
+  void operator()(NodeSetData* data) const noexcept;
+};
+/// Owner of a snapshot of present nodes.
+using NodeSet = std::unique_ptr<NodeSetData, NodeSetCloser>;
+
+/// One interface of one node in a NodeSet; valid as long as the set.
+struct DeviceInterface {
+  std::uint32_t node = 0;  ///< the node's index in the set
+  DevInst devInst = 0;
+};
+
+/// The class of HID device interfaces.
+Guid HidClassGuid();
+
+/// Takes a snapshot of the present nodes that expose interfaces of the class. An empty set is a
+/// success.
+Status OpenNodeSet(const Guid& interfaceClass, NodeSet& set);
+
+/// The node at `index` (0, 1, 2 ...) in the system's order; fails behind the last one.
+Status EnumNode(const NodeSet& set, std::uint32_t index, DevInst& devInst);
+
+/// The first interface of the set's class that the node at `index` exposes.
+Status FirstInterface(const NodeSet& set, std::uint32_t index, DeviceInterface& found);
+
+/// The path under which the interface can be opened.
+Status InterfacePath(const NodeSet& set, const DeviceInterface& deviceInterface,
+                     std::wstring& path);
+
+/// Gives the snapshot back early, with the system's verdict; the owner is empty afterwards.
+Status CloseNodeSet(NodeSet& set);
+
+// ---- HID class ---------------------------------------------------------------------------------
+
+struct HidDeviceData;
+struct HidDeviceCloser {
+  void operator()(HidDeviceData* data) const noexcept;
+};
+/// Owner of one opened HID device.
+using HidDevice = std::unique_ptr<HidDeviceData, HidDeviceCloser>;
+
+struct EventData;
+struct EventCloser {
+  void operator()(EventData* data) const noexcept;
+};
+/// Owner of one auto-reset event.
+using Event = std::unique_ptr<EventData, EventCloser>;
+
+struct PreparsedDataBlock;
+struct PreparsedDataCloser {
+  void operator()(PreparsedDataBlock* data) const noexcept;
+};
+/// Owner of a device's parsed report descriptor.
+using PreparsedData = std::unique_ptr<PreparsedDataBlock, PreparsedDataCloser>;
+
+/// Sizes in bytes of a device's longest reports, the report ID byte included; 0 when the device
+/// has no report of that kind.
+struct HidCaps {
+  std::uint16_t outputReportLength = 0;
+  std::uint16_t inputReportLength = 0;
+};
+
+/// Opens a HID device for reading and writing, shared with other users.
+Status OpenHidDevice(const std::wstring& path, HidDevice& device);
+
+/// Creates an unnamed auto-reset event, not signalled.
+Status CreateReportEvent(Event& event);
+
+/// Reads and parses the device's report descriptor.
+Status GetPreparsedData(const HidDevice& device, PreparsedData& preparsed);
+
+/// The report lengths that a parsed report descriptor declares.
+Status GetCaps(const PreparsedData& preparsed, HidCaps& caps);
+
+/// The device's USB string descriptor of that index. `capacity` is the size in bytes, terminator
+/// included, of the UTF-16 buffer that the string must fit.
+Status GetIndexedString(const HidDevice& device, std::uint32_t index, std::size_t capacity,
+                        std::wstring& text);
+
+/// Sends one output report of `length` bytes; byte 0 is the report ID. May be called by any thread.
+Status SetOutputReport(const HidDevice& device, const std::uint8_t* report, std::uint32_t length);
+
+/// Reads one input report of at most `length` bytes; byte 0 names the report ID wanted. Bytes
+/// behind a shorter report stay as they are. May be called by any thread.
+Status GetInputReport(const HidDevice& device, std::uint8_t* report, std::uint32_t length);
+
+// ---- Device tree -------------------------------------------------------------------------------
+
+enum class TextProperty {
+  HardwareIds,    ///< string list
+  LocationInfo,   ///< string
+  LocationPaths,  ///< string list
+};
+
+/// The node's parent; fails at the top of the tree.
+Status GetParent(DevInst node, DevInst& parent);
+
+/// The node's device id as narrow or wide text. `capacity` counts characters, terminator included;
+/// a longer id is a failure.
+Status GetDeviceIdA(DevInst node, std::size_t capacity, std::string& id);
+Status GetDeviceIdW(DevInst node, std::size_t capacity, std::wstring& id);
+
+/// A text property, with the terminators that the system stores: a string ends in one NUL, a list
+/// is its strings, each with its NUL, and one NUL more. `capacity` is the size in bytes of the
+/// UTF-16 buffer that all of it must fit; a longer value is a failure.
+Status GetTextProperty(DevInst node, TextProperty property, std::size_t capacity,
+                       std::wstring& text);
+
+/// The node's address on its bus: for a USB device the port number on its hub.
+Status GetAddressProperty(DevInst node, std::uint32_t& address);
+
+// ---- Kernel services; any thread may call these ------------------------------------------------
+
+enum class Architecture { Unknown, X86, X64, Arm64 };
+
+/// Calendar time in the local time zone, as people write it (month and day from 1).
+struct LocalTime {
+  int year = 1970, month = 1, day = 1, hour = 0, minute = 0, second = 0;
+};
+
+/// What the system says of itself. A field without value could not be read.
+struct HostDescription {
+  bool hasVersionStore = false;  ///< false: the store of version facts could not be opened
+  std::optional<std::string> productName;
+  std::uint32_t major = 0, minor = 0, build = 0;
+  std::optional<std::uint32_t> updateRevision;
+  Architecture architecture = Architecture::Unknown;
+};
+
+/// Suspends the calling thread for that many milliseconds.
+void SleepMs(std::uint32_t milliseconds);
+
+/// Milliseconds of a steady clock since some fixed moment of this process.
+std::uint64_t ClockMs();
+
+LocalTime GetLocalTime();
+
+/// Full path of the file that holds the library's own code, as narrow text.
+Status GetLibraryPath(std::string& path);
+
+/// Architecture of the processor that the system runs on, whatever this process was built for.
+Architecture NativeArchitecture();
+
+HostDescription DescribeHost();
+
+/// Writes one text to an attached debugger, if the system has such a channel.
+void DebugOutput(const std::wstring& text);
+
+/// Narrow form of a wide text in the system's own encoding: the ANSI code page on Windows, UTF-8
+/// on Linux. What has no narrow form becomes the encoding's default character.
+std::string ToNarrow(const std::wstring& text);
+
+/// The separator of path components: '\' or '/'.
+char PathSeparator();
+
+bool PathExists(const char* path);
+bool IsDirectory(const char* path);
+
+/// Whether the path exists and may be read and written by this process. An empty path does not.
+bool IsReadableAndWritable(const char* path);
+
+/// Makes the process leave a crash record in its current directory when it dies of an unhandled
+/// exception or fatal signal; the system's own handling follows. Returns the handler that was
+/// installed before, null when there was none.
+QZ_ExceptionFilter InstallCrashHandler();
+
+}  // namespace qzhid::platform
