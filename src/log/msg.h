@@ -1,0 +1,69 @@
+// The process-wide message hub: log lines, raw text, wait notices and progress values on their way
+// to the registered receivers.
+#pragma once
+
+#include <mutex>
+
+#include "log/responder.h"
+#include "log/responder_list.h"
+
+// Lets compilers that can do so check the arguments of narrow format strings.
+#if defined(__GNUC__)
+#define QZ_PRINTF(text, first) __attribute__((format(printf, text, first)))
+#else
+#define QZ_PRINTF(text, first)
+#endif
+
+namespace qzhid {
+
+/// Levels: 0 trace, 1 and 2 information, 3 failure. Any thread may use the hub. Deliveries of
+/// different threads never overlap; a receiver's call back into the hub on the same thread is
+/// delivered at once.
+class CMsg {
+ public:
+  static CMsg& Instance();
+
+  CMsg(const CMsg&) = delete;
+  CMsg& operator=(const CMsg&) = delete;
+
+  /// Registers a receiver behind the others; it must stay alive until it is removed. Takes effect
+  /// with the next delivery and waits for none.
+  void AddResponder(IResponder* responder) { m_Responders.Add(responder); }
+
+  /// Removes the first registration of the receiver. On return no delivery to it is under way, but
+  /// for one that this call was made from.
+  void RemoveResponder(IResponder* responder);
+
+  /// Removes all receivers. Never waits; a delivery that is under way may still reach receivers
+  /// while this returns.
+  void ClearResponders() noexcept { m_Responders.Clear(); }
+
+  /// Delivers one line: "[time]  func, message". The message carries its own line end and is cut at
+  /// 1023 characters.
+  void Log(int level, const char* func, const char* format, ...) QZ_PRINTF(4, 5);
+
+  /// The same for a wide message. Throws std::range_error when prefix and narrow message together
+  /// exceed 1023 bytes.
+  void Log(int level, const char* func, const wchar_t* format, ...);
+
+  /// Delivers raw text, cut at 1023 characters.
+  void Print(int level, const char* format, ...) QZ_PRINTF(3, 4);
+
+  /// Delivers the notice of a polling wait.
+  void Notify(const char* text, int remaining);
+
+  /// Delivers a progress value in percent.
+  void Progress(int value);
+
+ private:
+  CMsg() = default;
+  ~CMsg() = default;
+
+  template <class Call>
+  void Deliver(const Call& call);
+
+  CResponderList m_Responders;
+  std::recursive_mutex m_Delivery;  // held while receivers are called
+};
+
+}  // namespace qzhid

@@ -1,0 +1,24 @@
+// A receiver of what the message hub delivers.
+#pragma once
+
+namespace qzhid {
+
+/// The hub calls these one at a time, never two at once on one receiver from different threads. A
+/// receiver may call back into the library from any of them.
+class IResponder {
+ public:
+  virtual ~IResponder() = default;
+
+  /// A complete time-stamped line with its line end, of level 0 to 3.
+  virtual void OnLog(const char* line, int level) = 0;
+  /// Raw text without stamp.
+  virtual void OnPrint(const char* text, int level) = 0;
+  /// A wait is polling: its name and the whole seconds that remain.
+  virtual void OnNotify(const char* text, int remaining, int reserved) = 0;
+  /// Progress of an update in percent.
+  virtual void OnProgress(int value) = 0;
+  /// Sets the level below which lines are dropped.
+  virtual void SetLevel(int level) = 0;
+};
+
+}  // namespace qzhid

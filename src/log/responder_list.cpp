@@ -1,0 +1,97 @@
+#include "log/responder_list.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+namespace qzhid {
+
+struct CResponderList::Snapshot {
+  Receivers receivers;
+  Snapshot* pNext = nullptr;  // in the list of retired snapshots
+};
+
+// A reader counts itself before it loads the current snapshot. So once a retired snapshot was seen
+// and the count was 0 after that, nobody reads it any more and nobody can find it again.
+
+CResponderList::CPin::CPin(CResponderList& list) noexcept : m_List(list) {
+  m_List.m_nPins.fetch_add(1);
+  m_pSnapshot = m_List.m_pCurrent.load();
+}
+
+CResponderList::CPin::~CPin() {
+  m_List.m_nPins.fetch_sub(1);
+  m_List.FreeRetired();
+}
+
+const CResponderList::Receivers& CResponderList::CPin::Get() const noexcept {
+  static const Receivers empty;
+  return m_pSnapshot != nullptr ? m_pSnapshot->receivers : empty;
+}
+
+bool CResponderList::CPin::IsRegistered(const IResponder* responder) const noexcept {
+  if (m_List.m_pCurrent.load() == m_pSnapshot) return true;
+  const CPin now(m_List);
+  return std::find(now.Get().begin(), now.Get().end(), responder) != now.Get().end();
+}
+
+CResponderList::~CResponderList() {
+  Clear();
+  FreeRetired();
+}
+
+void CResponderList::Add(IResponder* responder) {
+  for (bool done = false; !done;) {
+    const CPin pin(*this);
+    Receivers next = pin.Get();
+    next.push_back(responder);
+    done = TryReplace(pin, std::move(next));
+  }
+}
+
+void CResponderList::Remove(const IResponder* responder) {
+  for (bool done = false; !done;) {
+    const CPin pin(*this);
+    Receivers next = pin.Get();
+    const auto found = std::find(next.begin(), next.end(), responder);
+    if (found == next.end()) return;
+    next.erase(found);
+    done = TryReplace(pin, std::move(next));
+  }
+}
+
+void CResponderList::Clear() noexcept { Retire(m_pCurrent.exchange(nullptr)); }
+
+bool CResponderList::TryReplace(const CPin& pin, Receivers next) {
+  std::unique_ptr<Snapshot> snapshot;
+  if (!next.empty()) snapshot.reset(new Snapshot{std::move(next)});
+  Snapshot* expected = pin.m_pSnapshot;
+  if (!m_pCurrent.compare_exchange_strong(expected, snapshot.get())) return false;
+  snapshot.release();
+  Retire(expected);
+  return true;
+}
+
+void CResponderList::Retire(Snapshot* snapshot) noexcept {
+  if (snapshot == nullptr) return;
+  snapshot->pNext = m_pRetired.load();
+  while (!m_pRetired.compare_exchange_weak(snapshot->pNext, snapshot)) {
+  }
+}
+
+void CResponderList::FreeRetired() noexcept {
+  if (m_pRetired.load() == nullptr) return;
+  Snapshot* snapshot = m_pRetired.exchange(nullptr);
+  const bool isUnread = m_nPins.load() == 0;
+  while (snapshot != nullptr) {
+    Snapshot* const next = snapshot->pNext;
+    if (isUnread) {
+      delete snapshot;
+    } else {
+      Retire(snapshot);
+    }
+    snapshot = next;
+  }
+}
+
+}  // namespace qzhid
