@@ -1,0 +1,88 @@
+// Opening and closing of the device.
+#include "transport/hid_transfers.h"
+
+#include "log/msg.h"
+
+namespace qzhid {
+
+namespace {
+
+constexpr const char* kTag = "CHidTransfers::Yv_OpenDeviceByDevInst";
+
+/// The node's index in the set; no such node is a failure.
+bool FindNode(const platform::NodeSet& set, platform::DevInst wanted, std::uint32_t& index) {
+  platform::DevInst devInst = 0;
+  for (index = 0; platform::EnumNode(set, index, devInst); ++index) {
+    if (devInst == wanted) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+std::uint32_t CHidTransfers::Yv_OpenDeviceByDevInst(std::uint32_t devInst) {
+  if (devInst == 0) return kRefused;
+  std::uint32_t result = OpenInterface(devInst);
+  if (result == 0) result = ReadReportLengths();
+  if (result == 0) result = Identify(devInst);
+  return result;
+}
+
+std::uint32_t CHidTransfers::Yv_CloseDevice() {
+  m_Device.reset();
+  m_ReportEvent.reset();
+  return 0;
+}
+
+std::uint32_t CHidTransfers::OpenInterface(std::uint32_t devInst) {
+  platform::NodeSet set;
+  std::uint32_t index = 0;
+  if (!platform::OpenNodeSet(platform::HidClassGuid(), set)) return kRefused;
+  if (!FindNode(set, devInst, index)) return kRefused;
+
+  platform::DeviceInterface deviceInterface;
+  if (const auto status = platform::FirstInterface(set, index, deviceInterface); !status) {
+    CMsg::Instance().Log(3, kTag, L"SetupDiEnumDeviceInterfaces FAIL,ErrorCode is %08x\n",
+                         status.code);
+    return ErrorOf(status);
+  }
+  std::wstring path;
+  if (const auto status = platform::InterfacePath(set, deviceInterface, path); !status) {
+    CMsg::Instance().Log(3, kTag, L"SetupDiGetDeviceInterfaceDetail FAIL,ErrorCode is %08x\n",
+                         status.code);
+    return ErrorOf(status);
+  }
+  return OpenPath(path);
+}
+
+std::uint32_t CHidTransfers::OpenPath(const std::wstring& path) {
+  if (const auto status = platform::OpenHidDevice(path, m_Device); !status) {
+    CMsg::Instance().Log(3, kTag, "CreateFile failed,ErrorCode is %08x\n", status.code);
+    return ErrorOf(status);
+  }
+  if (const auto status = platform::CreateReportEvent(m_ReportEvent); !status) {
+    CMsg::Instance().Log(3, kTag, L"Create Event failed.Error Code is %d\n", status.code);
+    m_Device.reset();
+    return ErrorOf(status);
+  }
+  return 0;
+}
+
+std::uint32_t CHidTransfers::ReadReportLengths() {
+  platform::PreparsedData preparsed;
+  if (const auto status = platform::GetPreparsedData(m_Device, preparsed); !status) {
+    CMsg::Instance().Log(3, kTag, "HidD_GetPreparsedData failed,ErrorCode:%d\n",
+                         static_cast<int>(status.code));
+    return ErrorOf(status);
+  }
+  platform::HidCaps caps;
+  if (const auto status = platform::GetCaps(preparsed, caps); !status) {
+    CMsg::Instance().Log(3, kTag, "HidP_GetCaps failed,Error Code is %d\n",
+                         static_cast<int>(status.code));
+    return ErrorOf(status);
+  }
+  m_Reports.SetLengths(caps);
+  return 0;
+}
+
+}  // namespace qzhid

@@ -1,0 +1,27 @@
+#include "transport/vid_pid_list.h"
+
+#include <cstdlib>
+#include <fstream>
+
+namespace qzhid {
+
+std::uint32_t HexBehind(const std::string& text, const std::string& marker) {
+  const std::size_t position = text.find(marker);
+  if (position == std::string::npos) return 0;
+  const std::string digits = text.substr(position + marker.size(), 4);
+  return static_cast<std::uint32_t>(std::strtol(digits.c_str(), nullptr, 16));
+}
+
+bool ReadVidPidList(const std::string& path, VidPidList& list) {
+  list.clear();
+  std::ifstream file(path);
+  if (!file.is_open()) return false;
+  for (std::string line; std::getline(file, line);) {
+    const std::uint32_t vid = HexBehind(line, "VID:");
+    const std::uint32_t pid = HexBehind(line, "PID:");
+    if (vid != 0 && pid != 0) list.emplace_back(vid, pid);
+  }
+  return true;
+}
+
+}  // namespace qzhid
