@@ -1,0 +1,136 @@
+// Listing.
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <new>
+
+#include "discovery/dev_property.h"
+#include "discovery/hid_find.h"
+#include "log/msg.h"
+#include "platform/platform.h"
+
+namespace qzhid {
+
+namespace {
+
+constexpr const char* kTag = "CHidFind::ListHidDevice";
+constexpr const char* kRootHubMarker = "ROOT_HUB";
+constexpr std::size_t kTextCapacity = 1024;      // bytes of a text property
+constexpr std::size_t kDeviceIdCapacity = 1024;  // characters
+constexpr std::size_t kIdDigits = 4;
+
+struct FreeRecords {
+  void operator()(HidDevRecord* records) const { std::free(records); }
+};
+using Records = std::unique_ptr<HidDevRecord, FreeRecords>;
+
+/// Stores text as UTF-16, cut so that a zero remains behind it.
+template <std::size_t N>
+void Store(QZ_Utf16 (&field)[N], const std::wstring& text) {
+  std::size_t used = 0;
+  for (const wchar_t unit : text) {
+    const auto code = static_cast<char32_t>(unit);
+    const bool isPair = code > 0xFFFF;
+    if (used + (isPair ? 2 : 1) >= N) break;
+    if (isPair) field[used++] = static_cast<QZ_Utf16>(0xD7C0 + (code >> 10));
+    field[used++] = static_cast<QZ_Utf16>(isPair ? 0xDC00 + (code & 0x3FF) : code);
+  }
+}
+
+/// Stores the characters behind the marker. Returns whether the marker is there.
+template <std::size_t N>
+bool StoreBehind(QZ_Utf16 (&field)[N], const std::wstring& text, const std::wstring& marker) {
+  const std::size_t position = text.find(marker);
+  if (position == std::wstring::npos) return false;
+  Store(field, text.substr(position + marker.size(), kIdDigits));
+  return true;
+}
+
+bool FillIds(HidDevRecord& record, int index) {
+  std::wstring ids;
+  if (!ReadHardwareIds(kTag, record.dwInst, ids)) return false;
+  Store(record.HwID, ids);
+  const std::wstring id = FirstString(ids);
+  CMsg::Instance().Log(1, kTag, L"Index:%d,HwID:%ls\n", index, id.c_str());
+  // Without a vendor id the product id is not looked for.
+  if (StoreBehind(record.VID, id, L"VID_")) StoreBehind(record.PID, id, L"PID_");
+  return true;
+}
+
+bool FillPlace(HidDevRecord& record) {
+  platform::DevInst usbNode = 0;
+  if (const auto status = platform::GetParent(record.dwInst, usbNode); !status) {
+    CMsg::Instance().Log(3, kTag, "Get Parent Devinst fail,Error:0x%x\n", status.code);
+    return false;
+  }
+  if (const auto status = platform::GetAddressProperty(usbNode, record.Port); !status) {
+    CMsg::Instance().Log(3, kTag, "Get Dev Port Fail,ErrorCode:0x%x\n", status.code);
+    return false;
+  }
+  if (!GetDevLevel(usbNode, record.Level)) {
+    CMsg::Instance().Log(3, kTag, "Get Dev Level Fail\n");
+    return false;
+  }
+  std::wstring paths;
+  const auto status = platform::GetTextProperty(usbNode, platform::TextProperty::LocationPaths,
+                                                kTextCapacity, paths);
+  if (!status) {
+    CMsg::Instance().Log(3, kTag, "Get Dev Path Fail,ErrorCode:0x%x\n", status.code);
+    return false;
+  }
+  Store(record.LocationPath, paths);
+  return true;
+}
+
+bool FillRecord(HidDevRecord& record, int index) {
+  if (!FillIds(record, index) || !FillPlace(record)) return false;
+  record.dwDevType = QZ_DEVICE_TYPE_HID;
+  record.dwDevSubType = QZ_DEVICE_TYPE_HID;
+  return true;
+}
+
+}  // namespace
+
+int CHidFind::ListHidDevice(HidDevRecord** ppList, std::uint32_t* pCount) {
+  CMsg::Instance().Log(1, kTag, "List All Hid Device\n");
+  EnumAllDevs();
+  return ListNodes(ppList, pCount);
+}
+
+int CHidFind::ListHidDevice(std::uint32_t vid, std::uint32_t pid, HidDevRecord** ppList,
+                            std::uint32_t* pCount) {
+  CMsg::Instance().Log(1, kTag, "List All Hid Device\n");
+  EnumAllDevsWithFilter(vid, pid);
+  return ListNodes(ppList, pCount);
+}
+
+int CHidFind::ListNodes(HidDevRecord** ppList, std::uint32_t* pCount) {
+  const auto& nodes = CurrentDevInsts();
+  *pCount = static_cast<std::uint32_t>(nodes.size());
+  if (nodes.empty()) return 0;
+  Records records(static_cast<HidDevRecord*>(std::calloc(nodes.size(), sizeof(HidDevRecord))));
+  if (!records) throw std::bad_alloc();
+  for (std::size_t i = 0; i < nodes.size(); ++i) records.get()[i].dwInst = nodes[i];
+  *ppList = nullptr;
+  for (std::size_t i = 0; i < nodes.size(); ++i) {
+    if (!FillRecord(records.get()[i], static_cast<int>(i))) return 0;
+  }
+  *ppList = records.release();
+  return 1;
+}
+
+bool GetDevLevel(std::uint32_t node, std::uint32_t& level) {
+  level = 0;
+  for (platform::DevInst parent = 0; platform::GetParent(node, parent); node = parent) {
+    std::string id;
+    if (!platform::GetDeviceIdA(parent, kDeviceIdCapacity, id)) return false;
+    std::transform(id.begin(), id.end(), id.begin(), [](char c) {
+      return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+    });
+    ++level;
+    if (id.find(kRootHubMarker) != std::string::npos) break;
+  }
+  return level > 0;
+}
+
+}  // namespace qzhid

@@ -1,0 +1,14 @@
+// Recognises a node by its place in the USB tree.
+#pragma once
+
+#include "discovery/match.h"
+
+namespace qzhid {
+
+/// Compares location paths when the device has one, else level and port.
+class CTopoMatch final : public IMatch {
+ public:
+  bool Match(std::uint32_t node, IDev* dev) override;
+};
+
+}  // namespace qzhid
