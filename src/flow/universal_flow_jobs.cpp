@@ -1,0 +1,143 @@
+// The smaller jobs.
+#include <utility>
+
+#include "device/states.h"
+#include "flow/universal_flow.h"
+#include "log/msg.h"
+
+namespace qzhid {
+
+namespace {
+
+constexpr std::uint32_t kConnectWait = 20;  // seconds
+constexpr std::uint32_t kUnconnectWaitBeforeErase = 15;
+
+}  // namespace
+
+bool CUniversalFlow::WaitConnect(std::uint32_t wait) {
+  return m_pFinder->WaitDevConnect(m_pDev, static_cast<int>(wait));
+}
+
+bool CUniversalFlow::WaitUnconnect(std::uint32_t) {
+  return m_pFinder->WaitDevUnconnect(m_pDev, 10);
+}
+
+void CUniversalFlow::SetGpioPara(std::uint32_t enable, std::uint8_t num, std::uint8_t level) {
+  m_bGpioEnable = enable != 0;
+  m_byGpioNum = num;
+  m_byGpioLevel = level;
+}
+
+void CUniversalFlow::SetI2CSpeedPara(std::uint32_t enable, std::uint32_t speed,
+                                     std::uint8_t slaveAddr) {
+  m_bI2CSpeedEnable = enable != 0;
+  m_nSpeed = speed;
+  m_bySlaveAddr = slaveAddr;
+}
+
+bool CUniversalFlow::InitFwFinder(const char* path) {
+  m_pDev->InitFwFinder(path);
+  IFwFinder* const finder = m_pDev->GetFwFinder();
+  FwBuffer image;
+  const bool isLoaded = finder != nullptr && finder->LoadFwbin2Buf(image);
+  // Without success an image of an earlier load must not be taken for this one.
+  m_pDev->SetFwBuffer(std::move(image));
+  if (!isLoaded) {
+    CMsg::Instance().Log(1, "CUniversalFlow::InitFwFinder", "fail to load fw file to buf.\n");
+  }
+  return isLoaded;
+}
+
+bool CUniversalFlow::DevHidCmd(std::uint16_t* version, std::uint8_t mode) {
+  return m_pDev->GetBinVersion(version, mode);
+}
+
+bool CUniversalFlow::ResetDeviceonly() {
+  constexpr const char* kTag = "CUniversalFlow::ResetDeviceonly";
+  CMsg& msg = CMsg::Instance();
+  bool isDone = false;
+  if (WaitConnect(kConnectWait)) {
+    if (!m_pDev->JudgeCodeMode(m_pDev)) {
+      msg.Log(3, kTag, "Judge Code Mode Fail\n");
+    } else if (!m_pDev->Reset2Flash()) {
+      msg.Log(3, kTag, "fail to reset to flash\n");
+    } else {
+      msg.Log(1, kTag, "success to reset to flash\n");
+      isDone = true;
+    }
+  }
+  Finish();
+  msg.Log(1, kTag, "%s", isDone ? "Reset Device Success\n" : "Reset Device Fail\n");
+  return isDone;
+}
+
+template <class Read>
+bool CUniversalFlow::ReadFromDevice(const char* tag, std::uint32_t wait, bool hasBoardSteps,
+                                    const Read& read) {
+  if (hasBoardSteps) StepGpio(tag, "Set GPIO %d %d Fail\n");
+  if (!WaitConnect(wait)) return false;
+  m_pDev->JudgeCodeMode(m_pDev);
+  if (hasBoardSteps) StepI2CSpeed(tag);
+  bool isDone = read();
+  if (!isDone) CMsg::Instance().Log(3, tag, "Read Version is Fail\n");
+  const bool isReleased = UnInitDev();
+  if (isDone && !isReleased) CMsg::Instance().Log(3, tag, "fail to uninit dev\n");
+  isDone = isDone && isReleased;
+  if (hasBoardSteps) RestoreGpio(tag);
+  m_pFinder->DummyRemove(m_pDev);
+  return isDone;
+}
+
+bool CUniversalFlow::DevReadVersion(std::uint16_t* version) {
+  return ReadFromDevice("CUniversalFlow::DevReadVersion", kConnectWait, true,
+                        [&] { return m_pDev->DevReadVersion(version); });
+}
+
+bool CUniversalFlow::DevReadVersionEx(std::uint16_t* version, std::uint32_t wait) {
+  return ReadFromDevice("CUniversalFlow::DevReadVersionEx", wait, false,
+                        [&] { return m_pDev->DevReadVersion(version); });
+}
+
+bool CUniversalFlow::DveGetICStatus(std::uint8_t* status) {
+  return ReadFromDevice("CUniversalFlow::DveGetICStatus", kConnectWait, false,
+                        [&] { return m_pDev->DveGetICStatus(status); });
+}
+
+bool CUniversalFlow::DevErase() {
+  CMsg& msg = CMsg::Instance();
+  msg.Progress(0);
+  bool result = false;
+  const bool isReported = WaitConnect(kConnectWait) && EraseFromRom(result);
+  if (isReported) {
+    msg.Print(1, "Erase flash success\n");
+  } else {
+    msg.Print(0, "Erase flash fail\n");
+  }
+  msg.Progress(0);
+  return result;
+}
+
+/// Returns whether success is to be shown, and in `result` the job's result. Both are true for a
+/// device that does not come back from the reset: its erase is passed over.
+bool CUniversalFlow::EraseFromRom(bool& result) {
+  constexpr const char* kTag = "CUniversalFlow::DevErase";
+  CMsg& msg = CMsg::Instance();
+  msg.Progress(30);
+  m_pDev->JudgeCodeMode(m_pDev);
+  result = m_pDev->ForceReset2Rom();
+  if (!result) {
+    msg.Log(3, kTag, "fail to force reset to rom\n");
+    return false;
+  }
+  msg.Log(0, kTag, "force reset to rom success\n");
+  if (IsInState(kStateWait)) {
+    if (!WaitUnconnect(kUnconnectWaitBeforeErase) || !WaitConnect(kConnectWait)) return true;
+    m_pDev->JudgeCodeMode(m_pDev);
+  }
+  result = m_pDev->DevErase();
+  msg.Progress(100);
+  m_pFinder->DummyRemove(m_pDev);
+  return result;
+}
+
+}  // namespace qzhid
