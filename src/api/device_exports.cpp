@@ -1,0 +1,86 @@
+// Opening and closing of devices.
+#include <memory>
+#include <string>
+
+#include "QzHidAPI.h"
+#include "api/dev_list_cache.h"
+#include "api/export_guard.h"
+#include "api/handle_table.h"
+#include "api/pass_para.h"
+#include "api/proxy_driver.h"
+#include "discovery/hid_find.h"
+#include "log/msg.h"
+#include "transport/request_cmd.h"
+
+using namespace qzhid;
+
+namespace {
+
+constexpr int kConnectWait = 10;  // seconds
+constexpr std::uint32_t kTimeoutMs = 5000;
+constexpr std::uint16_t kUpFrequency = 1;
+constexpr std::uint16_t kDownFrequency = 0;
+
+std::uint32_t SetFrequency(std::uint16_t value) {
+  return CRequestCMD::Instance().Yv_SendVDCmd(0x40, 0x06, value, 0, nullptr, 0, kTimeoutMs);
+}
+
+std::wstring LocationPath(const HidDevRecord& record) {
+  std::wstring path;
+  for (std::size_t i = 0; i < QZ_RECORD_TEXT_UNITS && record.LocationPath[i] != 0; ++i) {
+    path += static_cast<wchar_t>(record.LocationPath[i]);
+  }
+  return path;
+}
+
+void* OpenListed(const HidDevRecord& record) {
+  constexpr const char* kTag = "QZ_OpenHid";
+  CMsg& msg = CMsg::Instance();
+  CHidFind finder;
+  const auto dev = std::make_shared<CHidDev>();
+  finder.AddDev(dev.get());
+  dev->SetTopology(LocationPath(record));
+  CProxyDriver::Instance().QZ_InitProxyDriver();
+  if (!finder.WaitDevConnect(dev.get(), kConnectWait)) {
+    msg.Log(3, kTag, "Open Hid failed\n");
+    return nullptr;
+  }
+  void* const handle = CHandleTable::Instance().Add(dev);
+  const auto devInst = static_cast<int>(record.dwInst);
+  DebugPrint(L"Open Hid Success, Hid DevInst is %d, DevObject is %p\n", devInst, handle);
+  msg.Log(1, kTag, "Open Hid Success,Hid DevInst is %d,DevObject is %p\n", devInst, handle);
+  if (const std::uint32_t result = SetFrequency(kUpFrequency); result != 0) {
+    msg.Log(3, kTag, "WARNING!!,Failed to send up frequency command,ErrorCode:%d\n",
+            static_cast<int>(result));
+  }
+  msg.Log(0, kTag, "Open Hid Dev is %p\n", handle);
+  return handle;
+}
+
+}  // namespace
+
+void* QZ_OpenHid(uint32_t DevInst) {
+  return RunExport("QZ_OpenHid", L"QZ Open Hid", static_cast<void*>(nullptr), [&]() -> void* {
+    const HidDevRecord* const record = CDevListCache::Instance().Find(DevInst);
+    if (record == nullptr || record->dwDevType != QZ_DEVICE_TYPE_HID) return nullptr;
+    return OpenListed(*record);
+  });
+}
+
+void QZ_CloseDev(void* pDev) {
+  constexpr const char* kTag = "QZ_CloseDev";
+  RunExport(kTag, L"QZ CloseDevice", 0, [&] {
+    CProxyDriver& proxy = CProxyDriver::Instance();
+    const std::shared_ptr<IDev> dev = CHandleTable::Instance().Take(pDev);
+    if (proxy.IsInitialised()) {
+      const std::uint32_t result = SetFrequency(kDownFrequency);
+      CMsg::Instance().Log(3, kTag, "Frequency reduction Result is %d\n", static_cast<int>(result));
+    }
+    DebugPrint(L"Frequency reduction Result is %p\n", pDev);
+    if (dev) dev->Remove();
+    proxy.QZ_UnInitProxyDriver();
+    return 0;
+  });
+}
+
+void QZ_DllPassPara(uint32_t value) { PassPara() = value; }

@@ -1,0 +1,34 @@
+#include "api/export_guard.h"
+
+#include <cstdarg>
+#include <cwchar>
+#include <exception>
+
+#include "log/msg.h"
+
+namespace qzhid {
+
+void LogException(const char* exportName) noexcept {
+  try {
+    try {
+      throw;
+    } catch (const std::exception& e) {
+      CMsg::Instance().Log(3, exportName, "Exception:%s\n", e.what());
+    } catch (...) {
+      CMsg::Instance().Log(3, exportName, "Unknown exception\n");
+    }
+  } catch (...) {
+    // Out of memory for the line itself: the export's result has to say it.
+  }
+}
+
+void DebugPrint(const wchar_t* format, ...) {
+  wchar_t text[256] = {};
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::vswprintf(text, sizeof(text) / sizeof(text[0]), format, arguments);
+  va_end(arguments);
+  platform::DebugOutput(text);
+}
+
+}  // namespace qzhid

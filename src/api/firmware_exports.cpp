@@ -1,0 +1,197 @@
+// Versions, ids and updates.
+#include <fstream>
+#include <memory>
+
+#include "QzHidAPI.h"
+#include "api/export_guard.h"
+#include "api/handle_table.h"
+#include "api/pass_para.h"
+#include "discovery/hid_find.h"
+#include "firmware/fw_image.h"
+#include "flow/universal_flow.h"
+#include "log/dll_responder.h"
+#include "log/msg.h"
+#include "transport/request_cmd.h"
+
+using namespace qzhid;
+
+namespace {
+
+/// A flow on one device with a finder of its own. The device counts as gone, so that the flow's
+/// first wait sees it arrive.
+class CFlowJob {
+ public:
+  explicit CFlowJob(IDev& dev) : m_Flow(m_Finder, dev) {
+    m_Finder.AddDev(&dev);
+    m_Finder.DummyRemove(&dev);
+  }
+  CUniversalFlow& Flow() { return m_Flow; }
+
+ private:
+  CHidFind m_Finder;
+  CUniversalFlow m_Flow;
+};
+
+/// The host's progress callback at the message hub.
+class CProgressRegistration {
+ public:
+  CProgressRegistration(const char* tag, QZ_ProgressCallback callback) : m_Responder(callback) {
+    if (callback == nullptr) return;
+    CMsg::Instance().Log(3, tag, "Notify Progress\n");
+    CMsg::Instance().AddResponder(&m_Responder);
+    m_bRegistered = true;
+  }
+  ~CProgressRegistration() {
+    if (m_bRegistered) CMsg::Instance().RemoveResponder(&m_Responder);
+  }
+  CProgressRegistration(const CProgressRegistration&) = delete;
+  CProgressRegistration& operator=(const CProgressRegistration&) = delete;
+
+ private:
+  CDllResponder m_Responder;
+  bool m_bRegistered = false;
+};
+
+bool Refuse(const char* tag, const char* text) {
+  CMsg::Instance().Log(3, tag, "%s", text);
+  return false;
+}
+
+bool IsHandleGiven(const char* tag, const void* pDev) {
+  return pDev != nullptr || Refuse(tag, "pDev is NULL\n");
+}
+
+bool DoesFileExist(const char* tag, const char* format, const char* path) {
+  if (path != nullptr && platform::PathExists(path)) return true;
+  CMsg::Instance().Log(3, tag, format, path != nullptr ? path : "(null)");
+  return false;
+}
+
+bool DoesImageExist(const char* tag, const char* path) {
+  return DoesFileExist(tag, "Fw File is Not Exist,FWPath:%s\n", path);
+}
+
+/// The device behind a handle for the exports that read a version.
+std::shared_ptr<CHidDev> FindReader(const char* tag, void* pDev, const std::uint16_t* pVersion) {
+  if (pVersion == nullptr) {
+    Refuse(tag, "Invalidate parameter\n");
+    return nullptr;
+  }
+  auto dev = CHandleTable::Instance().FindHidDev(tag, pDev);
+  if (dev) CMsg::Instance().Log(0, tag, "Hid Dev\n");
+  return dev;
+}
+
+bool Update(const char* tag, void* pDev, const char* path, QZ_ProgressCallback callback) {
+  if (!IsHandleGiven(tag, pDev)) return false;
+  const CProgressRegistration progress(tag, callback);
+  if (!DoesImageExist(tag, path)) return false;
+  const auto dev = CHandleTable::Instance().FindHidDev(tag, pDev);
+  if (!dev) return false;
+  CFlowJob job(*dev);
+  job.Flow().InitFwFinder(path);  // the flow tells a missing image
+  job.Flow().SetResetToFlash(PassPara() == 0);
+  return job.Flow().DevUpdate() || Refuse(tag, "Update Fail\n");
+}
+
+bool ReadBinVersion(const char* tag, void* pDev, const char* path, std::uint16_t* pVersion) {
+  if (!IsHandleGiven(tag, pDev) || !DoesImageExist(tag, path)) return false;
+  const auto dev = FindReader(tag, pDev, pVersion);
+  if (!dev) return false;
+  CFlowJob job(*dev);
+  job.Flow().InitFwFinder(path);
+  return job.Flow().DevHidCmd(pVersion, kImageVersion) || Refuse(tag, "Read Bin Version Fail\n");
+}
+
+bool ReadDevVersion(const char* tag, void* pDev, std::uint16_t* pVersion) {
+  if (!IsHandleGiven(tag, pDev)) return false;
+  const auto dev = FindReader(tag, pDev, pVersion);
+  if (!dev) return false;
+  CFlowJob job(*dev);
+  return job.Flow().DevReadVersion(pVersion) || Refuse(tag, "Read Dev Version Fail\n");
+}
+
+bool ReadFileIds(const char* tag, const char* path, std::uint32_t* pVID, std::uint32_t* pPID) {
+  if (path == nullptr || pVID == nullptr || pPID == nullptr) {
+    return Refuse(tag, "Invalidate parameter\n");
+  }
+  if (!DoesFileExist(tag, "Invalidate fw path,path:%s\n", path)) return false;
+  std::ifstream file;
+  file.exceptions(std::ios::failbit | std::ios::badbit);
+  file.open(path, std::ios::in | std::ios::binary);
+  file.exceptions(std::ios::goodbit);
+  FwImageIds ids;
+  if (!ReadImageIds(tag, ReadWhole(file), ids)) return false;
+  *pVID = ids.vid;
+  *pPID = ids.hspid;
+  CMsg::Instance().Log(0, tag, "VID:%04X,HSPID:%04X\n", ids.vid, ids.hspid);
+  return true;
+}
+
+/// A device that is open while the object lives.
+class COpenDevice {
+ public:
+  explicit COpenDevice(std::uint32_t devInst) : m_pDev(QZ_OpenHid(devInst)) {}
+  ~COpenDevice() {
+    if (m_pDev != nullptr) QZ_CloseDev(m_pDev);
+  }
+  COpenDevice(const COpenDevice&) = delete;
+  COpenDevice& operator=(const COpenDevice&) = delete;
+  bool IsOpen() const { return m_pDev != nullptr; }
+
+ private:
+  void* m_pDev;
+};
+
+bool ReadHubIds(const char* tag, std::uint32_t devInst, std::uint32_t* pVID, std::uint32_t* pPID) {
+  CMsg& msg = CMsg::Instance();
+  if (pVID == nullptr || pPID == nullptr) return Refuse(tag, "Invalidate parameter\n");
+  const COpenDevice device(devInst);
+  if (!device.IsOpen()) {
+    msg.Log(3, tag, "Open hid device failed,DevInst:%d\n", static_cast<int>(devInst));
+    return false;
+  }
+  StatusBlock status{};
+  if (const auto result = CRequestCMD::Instance().Yv_Status(status.data()); result != 0) {
+    msg.Log(3, tag, "Get status failed,Error Code:%d\n", static_cast<int>(result));
+    return false;
+  }
+  *pVID = status[0] * 256u + status[1];
+  *pPID = status[4] * 256u + status[5];
+  msg.Log(0, tag, "Device VID/PID:%04X/%04X\n", *pVID, *pPID);
+  return true;
+}
+
+/// Runs a body with a boolean result.
+template <class Body>
+uint8_t RunBoolExport(const char* exportName, const wchar_t* debugName, const Body& body) noexcept {
+  return RunExport(exportName, debugName, uint8_t{0},
+                   [&] { return static_cast<uint8_t>(body(exportName) ? 1 : 0); });
+}
+
+}  // namespace
+
+uint8_t QZ_UpdateDev(void* pDev, const char* path, QZ_ProgressCallback callback) {
+  return RunBoolExport("QZ_UpdateDev", L"QZ UpdateDev",
+                       [&](const char* tag) { return Update(tag, pDev, path, callback); });
+}
+
+uint8_t QZ_ReadBinVersion(void* pDev, const char* path, uint16_t* pVersion) {
+  return RunBoolExport("QZ_ReadBinVersion", L"QZ_ReadBinVersion",
+                       [&](const char* tag) { return ReadBinVersion(tag, pDev, path, pVersion); });
+}
+
+uint8_t QZ_ReadDevVersion(void* pDev, uint16_t* pVersion) {
+  return RunBoolExport("QZ_ReadDevVersion", L"QZ_ReadDevVersion",
+                       [&](const char* tag) { return ReadDevVersion(tag, pDev, pVersion); });
+}
+
+uint8_t QZ_GetHidBinFileVIDPID(const char* path, uint32_t* pVID, uint32_t* pPID) {
+  return RunBoolExport("QZ_GetHidBinFileVIDPID", L"QZ_GetHidBinFileVIDPID",
+                       [&](const char* tag) { return ReadFileIds(tag, path, pVID, pPID); });
+}
+
+uint8_t QZ_GetHubVIDPIDFromHidDevice(uint32_t DevInst, uint32_t* pVID, uint32_t* pPID) {
+  return RunBoolExport("QZ_GetHubVIDPIDFromHidDevice", L"QZ_GetHubVIDPIDFromHidDevice",
+                       [&](const char* tag) { return ReadHubIds(tag, DevInst, pVID, pPID); });
+}

@@ -1,0 +1,36 @@
+// The device handles that hosts hold.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include "device/hid_dev.h"
+
+namespace qzhid {
+
+/// A handle is the address of a device object. The table owns the object, so that a handle that was
+/// closed, or never given out, is told without looking behind it, and an object in use outlives its
+/// closing.
+class CHandleTable {
+ public:
+  static CHandleTable& Instance();
+
+  /// Takes a device over and returns its handle.
+  void* Add(std::shared_ptr<IDev> dev);
+  /// Forgets a handle. Returns its device; null when it is none.
+  std::shared_ptr<IDev> Take(void* handle);
+  /// The handle's device; null when it is none.
+  std::shared_ptr<IDev> Find(void* handle);
+  /// The same for handles whose device is exactly a CHidDev; logs "Unknow Dev!!" under `tag` for
+  /// others.
+  std::shared_ptr<CHidDev> FindHidDev(const char* tag, void* handle);
+
+ private:
+  CHandleTable() = default;
+
+  std::mutex m_Lock;
+  std::map<void*, std::shared_ptr<IDev>> m_Devices;
+};
+
+}  // namespace qzhid

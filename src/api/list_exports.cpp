@@ -1,0 +1,95 @@
+// Listing of attached devices.
+#include <cstdlib>
+#include <string>
+
+#include "QzHidAPI.h"
+#include "api/dev_list_cache.h"
+#include "api/export_guard.h"
+#include "api/proxy_driver.h"
+#include "discovery/hid_find.h"
+#include "log/msg.h"
+
+using namespace qzhid;
+
+namespace {
+
+std::string NarrowHwId(const HidDevRecord& record) {
+  std::wstring id;
+  for (std::size_t i = 0; i < QZ_RECORD_TEXT_UNITS && record.HwID[i] != 0; ++i) {
+    id += static_cast<wchar_t>(record.HwID[i]);
+  }
+  return platform::ToNarrow(id);
+}
+
+void LogRecords(const char* tag, const HidDevRecord* records, std::uint32_t count) {
+  CMsg& msg = CMsg::Instance();
+  msg.Log(1, tag, "List Device Success,Hid Count is %d\n", static_cast<int>(count));
+  for (std::uint32_t i = 0; i < count; ++i) {
+    const HidDevRecord& record = records[i];
+    msg.Log(1, tag, "Index:%d,dwInst:%d,Port:%d,Level:%d,HwID:%s,\n", static_cast<int>(i),
+            static_cast<int>(record.dwInst), static_cast<int>(record.Port),
+            static_cast<int>(record.Level), NarrowHwId(record).c_str());
+  }
+}
+
+/// What both listings share; `list` asks the finder and `logFilter` tells what for.
+template <class LogFilter, class List>
+std::uint8_t ListDevices(const char* tag, HidDevRecord** ppList, std::uint32_t* pCount,
+                         const LogFilter& logFilter, const List& list) {
+  CMsg& msg = CMsg::Instance();
+  CDevListCache& cache = CDevListCache::Instance();
+  cache.Clear();
+  msg.Log(1, tag, "Enter --->\n");
+  logFilter(tag);
+  if (ppList == nullptr || pCount == nullptr) {
+    msg.Log(3, tag, "Invalidate parameter\n");
+    return 0;
+  }
+  CHidFind finder;
+  bool isListed = false;
+  {
+    const CProxySession session;
+    isListed = list(finder) != 0;
+    if (isListed) {
+      LogRecords(tag, *ppList, *pCount);
+    } else {
+      msg.Log(3, tag, "List Hid Device Fail\n");
+    }
+  }
+  cache.Store(isListed ? *ppList : nullptr, *pCount);
+  msg.Log(1, tag, "<--- Exit\n");
+  return isListed && *pCount != 0 ? 1 : 0;
+}
+
+}  // namespace
+
+uint8_t QZ_ListAllHidDev(HidDevRecord** ppList, uint32_t* pCount) {
+  constexpr const char* kTag = "QZ_ListAllHidDev";
+  return RunExport(kTag, L"List Hid Device", uint8_t{0}, [&] {
+    return ListDevices(
+        kTag, ppList, pCount, [](const char*) {},
+        [&](CHidFind& finder) { return finder.ListHidDevice(ppList, pCount); });
+  });
+}
+
+uint8_t QZ_ListAllHidDevByVIDPID(uint32_t wVID, uint32_t wPID, HidDevRecord** ppList,
+                                 uint32_t* pCount) {
+  constexpr const char* kTag = "QZ_ListAllHidDevByVIDPID";
+  return RunExport(kTag, L"List Hid Device", uint8_t{0}, [&] {
+    return ListDevices(
+        kTag, ppList, pCount,
+        [&](const char* tag) {
+          CMsg::Instance().Log(0, tag, "Filter VID:%04x,PID:%04x\n", wVID, wPID);
+        },
+        [&](CHidFind& finder) { return finder.ListHidDevice(wVID, wPID, ppList, pCount); });
+  });
+}
+
+void QZ_FreeDevList(HidDevRecord* pList) {
+  constexpr const char* kTag = "QZ_FreeDevList";
+  RunExport(kTag, L"QZ FreeAllDevice", 0, [&] {
+    CMsg::Instance().Log(1, kTag, "In QZ_FreeAllDevice,Free Memory\n");
+    std::free(pList);
+    return 0;
+  });
+}

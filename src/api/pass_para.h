@@ -1,0 +1,15 @@
+// The option that QZ_DllPassPara sets for later updates.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace qzhid {
+
+/// 0 at first: updates start the new firmware. Any other value: they leave the hub in its loader.
+inline std::atomic<std::uint32_t>& PassPara() {
+  static std::atomic<std::uint32_t> value{0};
+  return value;
+}
+
+}  // namespace qzhid

@@ -1,0 +1,37 @@
+// The one connection to a hub that all exports share.
+#pragma once
+
+#include <memory>
+
+#include "transport/hid_property.h"
+
+namespace qzhid {
+
+/// Owns the property object that vendor requests go through.
+class CProxyDriver {
+ public:
+  static CProxyDriver& Instance();
+
+  /// Replaces the connection by a fresh one, with no device open.
+  void QZ_InitProxyDriver();
+  /// Closes and releases the connection, if there is one.
+  void QZ_UnInitProxyDriver();
+
+  bool IsInitialised() const { return m_pProxy != nullptr; }
+
+ private:
+  CProxyDriver() = default;
+
+  std::unique_ptr<CHidProperty> m_pProxy;
+};
+
+/// A fresh connection for as long as the object lives.
+class CProxySession {
+ public:
+  CProxySession() { CProxyDriver::Instance().QZ_InitProxyDriver(); }
+  ~CProxySession();
+  CProxySession(const CProxySession&) = delete;
+  CProxySession& operator=(const CProxySession&) = delete;
+};
+
+}  // namespace qzhid
