@@ -9,7 +9,7 @@
  * Ends with "updated: OLD -> NEW" and exit status 0, else with one line on standard error and 1.
  */
 #if !defined(_WIN32)
-#define _POSIX_C_SOURCE 200809L /* isatty */
+#define _POSIX_C_SOURCE 200809L /* isatty; NOLINT(bugprone-reserved-identifier) */
 #include <unistd.h>
 #define IS_TERMINAL(file) isatty(fileno(file))
 #else

@@ -11,7 +11,7 @@ namespace qzhid {
 void LogException(const char* exportName) noexcept {
   try {
     try {
-      throw;
+      std::rethrow_exception(std::current_exception());
     } catch (const std::exception& e) {
       CMsg::Instance().Log(3, exportName, "Exception:%s\n", e.what());
     } catch (...) {

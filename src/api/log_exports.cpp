@@ -18,6 +18,6 @@ int32_t QZ_ConfigLog(uint8_t enable, int32_t level) {
 }
 
 QZ_ExceptionFilter QZ_GenerateDumplog(void) {
-  return RunExport("QZ_GenerateDumplog", nullptr, QZ_ExceptionFilter{nullptr},
+  return RunExport("QZ_GenerateDumplog", nullptr, static_cast<QZ_ExceptionFilter>(nullptr),
                    [] { return platform::InstallCrashHandler(); });
 }

@@ -67,7 +67,7 @@ bool CResponderList::TryReplace(const CPin& pin, Receivers next) {
   if (!next.empty()) snapshot.reset(new Snapshot{std::move(next)});
   Snapshot* expected = pin.m_pSnapshot;
   if (!m_pCurrent.compare_exchange_strong(expected, snapshot.get())) return false;
-  snapshot.release();
+  static_cast<void>(snapshot.release());  // the list's now
   Retire(expected);
   return true;
 }

@@ -1,0 +1,108 @@
+// Parents, ids and properties of device nodes.
+#include <vector>
+
+#include "platform/platform.h"
+#include "platform/virtual/error_codes.h"
+#include "platform/virtual/wide_text.h"
+#include "virtualhub/current_world.h"
+
+namespace qzhid::platform {
+
+using virtualhub::Error;
+using virtualhub::Node;
+using virtualhub::Result;
+
+namespace {
+
+// One call for a node that must be present.
+template <typename Body>
+Status CallForNode(DevInst node, const char* service, Body body) {
+  const auto world = virtualhub::HoldCurrentWorld();
+  return ToStatus(world->Call(service, node, 0, [&](const virtualhub::World::View& view) -> Result {
+    const Node* found = view.FindNode(node);
+    return found == nullptr ? Result{Error::NoSuchNode} : body(*found);
+  }));
+}
+
+std::wstring WithTerminator(const std::string& text) { return ToWide(text) + L'\0'; }
+
+std::wstring AsList(const std::vector<std::string>& texts) {
+  std::wstring list;
+  for (const std::string& text : texts) list += WithTerminator(text);
+  return list + L'\0';
+}
+
+const char* ServiceOf(TextProperty property) {
+  switch (property) {
+    case TextProperty::HardwareIds:
+      return "HardwareIds";
+    case TextProperty::LocationInfo:
+      return "LocationInfo";
+    default:
+      return "LocationPaths";
+  }
+}
+
+// The property as the system stores it; false when the node does not have it.
+bool FindText(const Node& node, TextProperty property, std::wstring& text) {
+  switch (property) {
+    case TextProperty::HardwareIds:
+      text = AsList(node.hardwareIds);
+      return true;
+    case TextProperty::LocationInfo:
+      if (node.locationInfo) text = WithTerminator(*node.locationInfo);
+      return node.locationInfo.has_value();
+    default:
+      if (node.locationPaths) text = AsList(*node.locationPaths);
+      return node.locationPaths.has_value();
+  }
+}
+
+}  // namespace
+
+Status GetParent(DevInst node, DevInst& parent) {
+  return CallForNode(node, "GetParent", [&](const Node& found) -> Result {
+    if (found.parent == 0) return {Error::NoParent};
+    parent = found.parent;
+    return {};
+  });
+}
+
+Status GetDeviceIdA(DevInst node, std::size_t capacity, std::string& id) {
+  return CallForNode(node, "GetDeviceIdA", [&](const Node& found) -> Result {
+    std::string narrow = ToNarrow(ToWide(found.deviceId));
+    if (narrow.size() + 1 > capacity) return {Error::TextTooLong};
+    id = std::move(narrow);
+    return {};
+  });
+}
+
+Status GetDeviceIdW(DevInst node, std::size_t capacity, std::wstring& id) {
+  return CallForNode(node, "GetDeviceIdW", [&](const Node& found) -> Result {
+    std::wstring wide = ToWide(found.deviceId);
+    if (Utf16Units(wide) + 1 > capacity) return {Error::TextTooLong};
+    id = std::move(wide);
+    return {};
+  });
+}
+
+Status GetTextProperty(DevInst node, TextProperty property, std::size_t capacity,
+                       std::wstring& text) {
+  return CallForNode(node, ServiceOf(property), [&](const Node& found) -> Result {
+    std::wstring value;
+    if (!FindText(found, property, value)) return {Error::NoSuchProperty};
+    if (Utf16Units(value) * 2 > capacity) return {Error::TextTooLong};
+    text = std::move(value);
+    return {};
+  });
+}
+
+Status GetAddressProperty(DevInst node, std::uint32_t& address) {
+  return CallForNode(node, "GetAddressProperty", [&](const Node& found) -> Result {
+    if (!found.address) return {Error::NoSuchProperty};
+    address = *found.address;
+    return {};
+  });
+}
+
+}  // namespace qzhid::platform

@@ -1,0 +1,14 @@
+// The system's numbers for what goes wrong on the virtual machine.
+#pragma once
+
+#include "platform/platform.h"
+#include "virtualhub/result.h"
+
+namespace qzhid::platform {
+
+Status ToStatus(const virtualhub::Result& result);
+
+/// The failure of a call on an empty handle.
+Status InvalidHandle();
+
+}  // namespace qzhid::platform

@@ -1,0 +1,136 @@
+// The HID class: opened devices, their descriptors and their reports.
+#include <string_view>
+
+#include "platform/platform.h"
+#include "platform/virtual/error_codes.h"
+#include "platform/virtual/open_handle.h"
+#include "platform/virtual/wide_text.h"
+
+namespace qzhid::platform {
+
+using virtualhub::Error;
+using virtualhub::HandleKind;
+using virtualhub::Result;
+using View = virtualhub::World::View;
+
+struct HidDeviceData {
+  COpenHandle handle;
+  DevInst node;
+};
+struct EventData {
+  COpenHandle handle;
+};
+struct PreparsedDataBlock {
+  COpenHandle handle;
+  DevInst node;
+  HidCaps caps;
+};
+
+void HidDeviceCloser::operator()(HidDeviceData* data) const noexcept { delete data; }
+void EventCloser::operator()(EventData* data) const noexcept { delete data; }
+void PreparsedDataCloser::operator()(PreparsedDataBlock* data) const noexcept { delete data; }
+
+namespace {
+
+constexpr std::uint32_t kProductTextIndex = 52;
+
+// The node in an interface path, 0 when the text is no such path.
+DevInst NodeOfPath(const std::wstring& path) {
+  constexpr std::wstring_view kPrefix = L"virtualhub:";
+  constexpr std::size_t kMostDigits = 9;
+  if (path.compare(0, kPrefix.size(), kPrefix) != 0) return 0;
+  const std::wstring_view digits = std::wstring_view(path).substr(kPrefix.size());
+  if (digits.size() > kMostDigits) return 0;
+  DevInst node = 0;
+  for (const wchar_t digit : digits) {
+    if (digit < L'0' || digit > L'9') return 0;
+    node = node * 10 + static_cast<DevInst>(digit - L'0');
+  }
+  return node;
+}
+
+// One call on an opened device that must still be there.
+template <typename Body>
+Result CallForDevice(const HidDeviceData& device, const char* service, std::uint32_t value,
+                     Body body) {
+  return device.handle.world().Call(service, device.node, value, [&](const View& view) -> Result {
+    const virtualhub::DeviceConfig* found = view.FindHid(device.node);
+    return found == nullptr ? Result{Error::Gone} : body(*found);
+  });
+}
+
+}  // namespace
+
+Status OpenHidDevice(const std::wstring& path, HidDevice& device) {
+  device.reset();
+  const auto world = virtualhub::HoldCurrentWorld();
+  const DevInst node = NodeOfPath(path);
+  const Result result = world->Call("OpenHidDevice", node, 0, [&](const View& view) -> Result {
+    return {view.FindHid(node) == nullptr ? Error::NoSuchPath : Error::None};
+  });
+  if (result.ok()) device.reset(new HidDeviceData{{world, HandleKind::HidDevice}, node});
+  return ToStatus(result);
+}
+
+Status CreateReportEvent(Event& event) {
+  event.reset();
+  const auto world = virtualhub::HoldCurrentWorld();
+  const Result result =
+      world->Call("CreateReportEvent", 0, 0, [](const View&) -> Result { return {}; });
+  if (result.ok()) event.reset(new EventData{{world, HandleKind::Event}});
+  return ToStatus(result);
+}
+
+Status GetPreparsedData(const HidDevice& device, PreparsedData& preparsed) {
+  preparsed.reset();
+  if (!device) return InvalidHandle();
+  HidCaps caps;
+  const Result result = CallForDevice(
+      *device, "GetPreparsedData", 0, [&](const virtualhub::DeviceConfig& config) -> Result {
+        caps = {config.reports.outputLength, config.reports.inputLength};
+        return {};
+      });
+  if (result.ok()) {
+    preparsed.reset(new PreparsedDataBlock{
+        {device->handle.shared(), HandleKind::PreparsedData}, device->node, caps});
+  }
+  return ToStatus(result);
+}
+
+Status GetCaps(const PreparsedData& preparsed, HidCaps& caps) {
+  if (!preparsed) return InvalidHandle();
+  const Result result =
+      preparsed->handle.world().Call("GetCaps", preparsed->node, 0, [&](const View&) -> Result {
+        caps = preparsed->caps;
+        return {};
+      });
+  return ToStatus(result);
+}
+
+Status GetIndexedString(const HidDevice& device, std::uint32_t index, std::size_t capacity,
+                        std::wstring& text) {
+  if (!device) return InvalidHandle();
+  const Result result = CallForDevice(*device, "GetIndexedString", index,
+                                      [&](const virtualhub::DeviceConfig& config) -> Result {
+                                        if (index != kProductTextIndex || !config.productText)
+                                          return {Error::Stall};
+                                        std::wstring found = ToWide(*config.productText);
+                                        if ((Utf16Units(found) + 1) * 2 > capacity)
+                                          return {Error::StringTooLong};
+                                        text = std::move(found);
+                                        return {};
+                                      });
+  return ToStatus(result);
+}
+
+Status SetOutputReport(const HidDevice& device, const std::uint8_t* report, std::uint32_t length) {
+  if (!device) return InvalidHandle();
+  return ToStatus(device->handle.world().SetOutputReport(device->node, {report, length}));
+}
+
+Status GetInputReport(const HidDevice& device, std::uint8_t* report, std::uint32_t length) {
+  if (!device) return InvalidHandle();
+  return ToStatus(device->handle.world().GetInputReport(device->node, {report, length}));
+}
+
+}  // namespace qzhid::platform

@@ -1,0 +1,97 @@
+// Time, the host's description of itself, and debug output.
+#include <ctime>
+
+#include "platform/platform.h"
+#include "virtualhub/current_world.h"
+
+namespace qzhid::platform {
+
+using virtualhub::HostArchitecture;
+using virtualhub::Result;
+
+namespace {
+
+Architecture BuildArchitecture() {
+#if defined(__aarch64__) || defined(_M_ARM64)
+  return Architecture::Arm64;
+#elif defined(__x86_64__) || defined(_M_X64)
+  return Architecture::X64;
+#elif defined(__i386__) || defined(_M_IX86)
+  return Architecture::X86;
+#else
+  return Architecture::Unknown;
+#endif
+}
+
+Architecture ToArchitecture(HostArchitecture architecture) {
+  switch (architecture) {
+    case HostArchitecture::X86:
+      return Architecture::X86;
+    case HostArchitecture::X64:
+      return Architecture::X64;
+    case HostArchitecture::Arm64:
+      return Architecture::Arm64;
+    case HostArchitecture::OfTheBuild:
+      return BuildArchitecture();
+    default:
+      return Architecture::Unknown;
+  }
+}
+
+// Whether a part of the host's description can be read, as far as faults go.
+bool CanRead(virtualhub::World& world, const char* service) {
+  return world.Call(service, 0, 0, [](const virtualhub::World::View&) -> Result { return {}; })
+      .ok();
+}
+
+}  // namespace
+
+void SleepMs(std::uint32_t milliseconds) { virtualhub::HoldCurrentWorld()->SleepMs(milliseconds); }
+
+std::uint64_t ClockMs() { return virtualhub::HoldCurrentWorld()->clock().NowUs() / 1000; }
+
+LocalTime GetLocalTime() {
+  const auto world = virtualhub::HoldCurrentWorld();
+  if (world->clock().mode() == virtualhub::Clock::Mode::Virtual) {
+    const virtualhub::CalendarTime now = world->clock().VirtualCalendar();
+    return {now.year, now.month, now.day, now.hour, now.minute, now.second};
+  }
+  const std::time_t seconds = std::time(nullptr);
+  std::tm now{};
+#ifdef _WIN32
+  localtime_s(&now, &seconds);
+#else
+  localtime_r(&seconds, &now);
+#endif
+  return {now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min, now.tm_sec};
+}
+
+Architecture NativeArchitecture() {
+  const auto world = virtualhub::HoldCurrentWorld();
+  if (!CanRead(*world, "NativeArchitecture")) return Architecture::Unknown;
+  return ToArchitecture(world->host().architecture);
+}
+
+HostDescription DescribeHost() {
+  const auto world = virtualhub::HoldCurrentWorld();
+  const virtualhub::HostConfig& host = world->host();
+  HostDescription description;
+  description.major = host.major;
+  description.minor = host.minor;
+  description.build = host.build;
+  description.architecture = NativeArchitecture();
+  description.hasVersionStore =
+      host.hasVersionStore && CanRead(*world, "DescribeHost.VersionStore");
+  if (!description.hasVersionStore) return description;
+  if (CanRead(*world, "DescribeHost.ProductName")) description.productName = host.productName;
+  if (CanRead(*world, "DescribeHost.UpdateRevision")) {
+    description.updateRevision = host.updateRevision;
+  }
+  return description;
+}
+
+void DebugOutput(const std::wstring& text) {
+  virtualhub::HoldCurrentWorld()->DebugText(ToNarrow(text));
+}
+
+}  // namespace qzhid::platform

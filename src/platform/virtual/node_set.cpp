@@ -1,0 +1,93 @@
+// Device nodes of an interface class.
+#include <algorithm>
+#include <vector>
+
+#include "platform/platform.h"
+#include "platform/virtual/error_codes.h"
+#include "platform/virtual/open_handle.h"
+
+namespace qzhid::platform {
+
+using virtualhub::Error;
+using virtualhub::Result;
+using View = virtualhub::World::View;
+
+struct NodeSetData {
+  COpenHandle handle;
+  std::vector<DevInst> nodes;
+};
+
+void NodeSetCloser::operator()(NodeSetData* data) const noexcept { delete data; }
+
+namespace {
+
+bool IsHidClass(const Guid& guid) {
+  const Guid hid = HidClassGuid();
+  return guid.data1 == hid.data1 && guid.data2 == hid.data2 && guid.data3 == hid.data3 &&
+         std::equal(std::begin(hid.data4), std::end(hid.data4), std::begin(guid.data4));
+}
+
+// One call for the node at `index` of a set, which `body` works on.
+template <typename Body>
+Status CallForNode(const NodeSet& set, const char* service, std::uint32_t index, Body body) {
+  if (!set) return InvalidHandle();
+  const DevInst node = index < set->nodes.size() ? set->nodes[index] : 0;
+  return ToStatus(set->handle.world().Call(service, node, index, [&](const View& view) -> Result {
+    return node == 0 ? Result{Error::NoMoreNodes} : body(view, node);
+  }));
+}
+
+}  // namespace
+
+Guid HidClassGuid() {
+  return {0x4D1E55B2, 0xF16F, 0x11CF, {0x88, 0xCB, 0x00, 0x11, 0x11, 0x00, 0x00, 0x30}};
+}
+
+Status OpenNodeSet(const Guid& interfaceClass, NodeSet& set) {
+  set.reset();
+  const auto world = virtualhub::HoldCurrentWorld();
+  std::vector<DevInst> nodes;
+  const Result result = world->Call("OpenNodeSet", 0, 0, [&](const View& view) -> Result {
+    if (IsHidClass(interfaceClass)) nodes = view.HidNodes();
+    return {};
+  });
+  if (result.ok()) {
+    set.reset(new NodeSetData{{world, virtualhub::HandleKind::NodeSet}, std::move(nodes)});
+  }
+  return ToStatus(result);
+}
+
+Status EnumNode(const NodeSet& set, std::uint32_t index, DevInst& devInst) {
+  return CallForNode(set, "EnumNode", index, [&](const View&, DevInst node) -> Result {
+    devInst = node;
+    return {};
+  });
+}
+
+Status FirstInterface(const NodeSet& set, std::uint32_t index, DeviceInterface& found) {
+  return CallForNode(set, "FirstInterface", index, [&](const View& view, DevInst node) -> Result {
+    if (view.FindHid(node) == nullptr) return {Error::NoMoreNodes};
+    found = {index, node};
+    return {};
+  });
+}
+
+Status InterfacePath(const NodeSet& set, const DeviceInterface& deviceInterface,
+                     std::wstring& path) {
+  return CallForNode(set, "InterfacePath", deviceInterface.node,
+                     [&](const View& view, DevInst node) -> Result {
+                       if (view.FindHid(node) == nullptr) return {Error::NoSuchNode};
+                       path = L"virtualhub:" + std::to_wstring(node);
+                       return {};
+                     });
+}
+
+Status CloseNodeSet(NodeSet& set) {
+  if (!set) return InvalidHandle();
+  const Result result =
+      set->handle.world().Call("CloseNodeSet", 0, 0, [](const View&) -> Result { return {}; });
+  set.reset();
+  return ToStatus(result);
+}
+
+}  // namespace qzhid::platform
