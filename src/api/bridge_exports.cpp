@@ -119,11 +119,7 @@ uint32_t QZ_HidI2CRead2(void* pDev, uint8_t* AddrBuf, uint16_t wAddrBufLen, uint
         std::copy_n(address.begin(), 4, header.begin() + 2);
         header[7] = address[4];
         const std::uint32_t result = CRequestCMD::Instance().Yv_CtlPipeIn(header, pBuf);
-        if (result != 0) {
-          CMsg::Instance().Log(3, kTag, "Read Data Fail,ErrorCode:0x%08x\n", result);
-          LogHeader(kTag, header);
-        }
-        return result;
+        return ReportTransfer(kTag, kReadFailure, result, header);
       });
 }
 

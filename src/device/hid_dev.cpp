@@ -31,12 +31,16 @@ PacketHeader MakeI2CHeader(std::uint8_t bRequest, std::uint32_t addr, std::uint8
           LowByte(config[2] | 0x80u)};
 }
 
-void LogHeader(const char* tag, const PacketHeader& header) {
+std::uint32_t ReportTransfer(const char* tag, const char* format, std::uint32_t result,
+                             const PacketHeader& header) {
+  if (result == 0) return result;
+  CMsg::Instance().Log(3, tag, format, result);
   CMsg::Instance().Log(3, tag,
                        "steup pkt:0x%02x 0x%02x 0x%02x 0x%02x 0x%02x 0x%02x 0x%02x 0x%02x 0x%02x "
                        "0x%02x 0x%02x\n",
                        header[0], header[1], header[2], header[3], header[4], header[5], header[6],
                        header[7], header[8], header[9], header[10]);
+  return result;
 }
 
 bool CHidDev::GetBinVersion(std::uint16_t* version, std::uint8_t mode) {
@@ -80,11 +84,7 @@ std::int32_t CHidDev::I2CWriteImpl(std::uint32_t addr, std::uint8_t* data, std::
   }
   const PacketHeader header = MakeI2CHeader(kI2CWriteRequest, addr, LowByte(len), m_I2CCfg);
   const std::uint32_t result = CRequestCMD::Instance().Yv_CtlPipeOut(header, data);
-  if (result != 0) {
-    CMsg::Instance().Log(3, kTag, "Write Data Fail,ErrorCode:0x%08x\n", result);
-    LogHeader(kTag, header);
-  }
-  return static_cast<std::int32_t>(result);
+  return static_cast<std::int32_t>(ReportTransfer(kTag, kWriteFailure, result, header));
 }
 
 std::int32_t CHidDev::I2CReadImpl(std::uint32_t addr, std::uint8_t* buf, std::uint16_t len) {
@@ -95,11 +95,7 @@ std::int32_t CHidDev::I2CReadImpl(std::uint32_t addr, std::uint8_t* buf, std::ui
   }
   const PacketHeader header = MakeI2CHeader(kI2CReadRequest, addr, LowByte(len), m_I2CCfg);
   const std::uint32_t result = CRequestCMD::Instance().Yv_CtlPipeIn(header, buf);
-  if (result != 0) {
-    CMsg::Instance().Log(3, kTag, "Read Data Fail,ErrorCode:0x%08x\n", result);
-    LogHeader(kTag, header);
-  }
-  return static_cast<std::int32_t>(result);
+  return static_cast<std::int32_t>(ReportTransfer(kTag, kReadFailure, result, header));
 }
 
 }  // namespace qzhid

@@ -13,8 +13,13 @@ using I2CConfig = std::array<std::uint8_t, 3>;
 PacketHeader MakeI2CHeader(std::uint8_t bRequest, std::uint32_t addr, std::uint8_t len,
                            const I2CConfig& config);
 
-/// Logs a header that was refused.
-void LogHeader(const char* tag, const PacketHeader& header);
+/// Logs a transfer that failed, with its code by `format` and its header. Returns the code.
+std::uint32_t ReportTransfer(const char* tag, const char* format, std::uint32_t result,
+                             const PacketHeader& header);
+
+/// What ReportTransfer writes for I2C transfers.
+inline constexpr const char* kWriteFailure = "Write Data Fail,ErrorCode:0x%08x\n";
+inline constexpr const char* kReadFailure = "Read Data Fail,ErrorCode:0x%08x\n";
 
 class CHidDev final : public CUSBDev {
  public:

@@ -82,11 +82,7 @@ class CBlockTarget {
         MakeI2CHeader(kI2CWriteRequest, 0, payload.length, {m_bySlave, 0x00, 0x02});
     const std::uint32_t result =
         CRequestCMD::Instance().Yv_CtlPipeOut(header, payload.bytes.data());
-    if (result != 0) {
-      CMsg::Instance().Log(3, m_pTag, "Write Data Fail,ErrorCode:0x%08x\n", result);
-      LogHeader(m_pTag, header);
-    }
-    return result;
+    return ReportTransfer(m_pTag, kWriteFailure, result, header);
   }
 
   std::uint32_t ReadStatus(std::uint8_t& status) const {
