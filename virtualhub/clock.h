@@ -1,0 +1,38 @@
+// The time of one virtual machine.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+
+namespace virtualhub {
+
+/// Calendar time; month and day count from 1.
+struct CalendarTime {
+  int year, month, day, hour, minute, second;
+};
+
+/// Microseconds since the machine was made, virtual or real. Any thread may use it.
+class Clock {
+ public:
+  enum class Mode {
+    Virtual,  ///< time passes only in SleepUs, which returns at once
+    Real,
+  };
+
+  explicit Clock(Mode mode) : mode_(mode), start_(std::chrono::steady_clock::now()) {}
+
+  Mode mode() const { return mode_; }
+  std::uint64_t NowUs() const;
+  void SleepUs(std::uint64_t microseconds);
+
+  /// The calendar of the virtual clock: 2024-03-07 09:05:02 when the machine was made.
+  CalendarTime VirtualCalendar() const;
+
+ private:
+  const Mode mode_;
+  const std::chrono::steady_clock::time_point start_;
+  std::atomic<std::uint64_t> virtualUs_{0};
+};
+
+}  // namespace virtualhub

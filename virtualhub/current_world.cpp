@@ -1,0 +1,63 @@
+#include "virtualhub/current_world.h"
+
+#include <cstdlib>
+#include <iostream>
+#include <mutex>
+
+namespace virtualhub {
+
+namespace {
+
+struct Current {
+  std::mutex mutex;
+  std::shared_ptr<World> world;
+};
+
+Current& TheCurrent() {
+  static Current current;
+  return current;
+}
+
+Scenario ScenarioOfEnvironment() {
+  const char* file = std::getenv("QZ_VIRTUAL_HUB");
+  if (file == nullptr) return DefaultScenario();
+  try {
+    return ReadScenarioFile(file);
+  } catch (const std::exception& error) {
+    std::cerr << "virtualhub: " << file << ": " << error.what() << std::endl;
+    return {};
+  }
+}
+
+}  // namespace
+
+std::shared_ptr<World> HoldCurrentWorld() {
+  Current& current = TheCurrent();
+  const std::lock_guard<std::mutex> guard(current.mutex);
+  if (!current.world) current.world = std::make_shared<World>(ScenarioOfEnvironment());
+  return current.world;
+}
+
+World& CurrentWorld() { return *HoldCurrentWorld(); }
+
+World& InstallWorld(const Scenario& scenario) {
+  Scenario timed = scenario;
+  if (!timed.time) timed.time = Clock::Mode::Virtual;
+  // The old machine saves its hubs' flash before the new one loads it.
+  UninstallWorld();
+  Current& current = TheCurrent();
+  const std::lock_guard<std::mutex> guard(current.mutex);
+  current.world = std::make_shared<World>(timed);
+  return *current.world;
+}
+
+World& InstallWorld(const std::string& json) { return InstallWorld(ReadScenario(json)); }
+
+void UninstallWorld() {
+  Current& current = TheCurrent();
+  std::shared_ptr<World> old;
+  const std::lock_guard<std::mutex> guard(current.mutex);
+  old.swap(current.world);
+}
+
+}  // namespace virtualhub

@@ -1,0 +1,28 @@
+// The virtual machine that this process runs on.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "virtualhub/world.h"
+
+namespace virtualhub {
+
+/// The current machine. On first use it is made from the scenario file that the environment
+/// variable QZ_VIRTUAL_HUB names, or from DefaultScenario() when it is not set; time is real unless
+/// the scenario says otherwise. A file that is refused costs one line on standard error, and the
+/// machine then has no devices.
+World& CurrentWorld();
+
+/// The same, to be held: a machine lives as long as someone holds it.
+std::shared_ptr<World> HoldCurrentWorld();
+
+/// Makes a new machine and makes it the current one; its time is virtual unless the scenario says
+/// otherwise. Throws ScenarioError for JSON text that is refused.
+World& InstallWorld(const Scenario& scenario);
+World& InstallWorld(const std::string& json);
+
+/// Gives the current machine up (its hubs' flash is saved), so that the next use makes a new one.
+void UninstallWorld();
+
+}  // namespace virtualhub

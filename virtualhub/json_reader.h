@@ -1,0 +1,72 @@
+// Checked access to JSON values: whatever is wrong is reported with its place.
+#pragma once
+
+#include <initializer_list>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace virtualhub {
+
+/// One JSON value and its place, a JSON pointer. Every function throws ScenarioError for a value of
+/// the wrong kind. The reads with a key leave `out` alone when the object has no such member.
+class JsonReader {
+ public:
+  JsonReader(const nlohmann::json& value, std::string place)
+      : value_(value), place_(std::move(place)) {}
+
+  [[noreturn]] void Fail(const std::string& reason) const;
+
+  /// Requires an object with no other members than these.
+  void AllowKeys(std::initializer_list<const char*> keys) const;
+
+  bool Has(const char* key) const { return value_.contains(key); }
+  bool IsNull() const { return value_.is_null(); }
+  JsonReader Member(const char* key) const;
+  std::vector<JsonReader> Items() const;
+
+  /// A non-negative integer, or one as text in hexadecimal with a leading "0x".
+  std::uint64_t Number(std::uint64_t least, std::uint64_t most) const;
+  std::string Text() const;
+  std::vector<std::string> Texts() const;
+  bool Flag() const;
+
+  template <typename T>
+  void Number(const char* key, T& out, std::uint64_t least = 0,
+              std::uint64_t most = std::numeric_limits<T>::max()) const {
+    if (Has(key)) out = static_cast<T>(Member(key).Number(least, most));
+  }
+  void Flag(const char* key, bool& out) const {
+    if (Has(key)) out = Member(key).Flag();
+  }
+  void Text(const char* key, std::string& out) const {
+    if (Has(key)) out = Member(key).Text();
+  }
+
+  /// The value that goes with the member's text; other texts are refused.
+  template <typename T>
+  void Choice(const char* key, T& out,
+              std::initializer_list<std::pair<const char*, T>> choices) const {
+    if (!Has(key)) return;
+    const JsonReader member = Member(key);
+    const std::string text = member.Text();
+    std::string known;
+    for (const auto& [name, value] : choices) {
+      if (text == name) {
+        out = value;
+        return;
+      }
+      known += std::string(known.empty() ? "" : ", ") + name;
+    }
+    member.Fail("\"" + text + "\" is none of " + known);
+  }
+
+ private:
+  const nlohmann::json& value_;
+  std::string place_;
+};
+
+}  // namespace virtualhub

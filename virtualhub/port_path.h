@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace virtualhub {
+
+/// A place in the USB tree: a root hub (from 1) and the port numbers from there down. As text:
+/// "3.1" is port 1 of the hub on port 3 of the first root hub, "2-3.1" the same below the second.
+struct PortPath {
+  std::uint32_t root = 1;
+  std::vector<std::uint32_t> ports;
+
+  static std::optional<PortPath> Parse(const std::string& text);
+  PortPath Parent() const;
+  auto operator<=>(const PortPath&) const = default;
+};
+
+}  // namespace virtualhub

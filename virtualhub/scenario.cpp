@@ -1,0 +1,241 @@
+#include "virtualhub/scenario.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <set>
+
+#include "virtualhub/image.h"
+#include "virtualhub/json_reader.h"
+#include "virtualhub/scenario_fault.h"
+#include "virtualhub/scenario_hub.h"
+
+namespace virtualhub {
+
+namespace {
+
+constexpr const char* kDefaultProduct = "WQ HID Hub";
+
+PortPath ReadPort(const JsonReader& in) {
+  const auto port = PortPath::Parse(in.Text());
+  if (!port) in.Fail("a port is written as \"3.1\", or \"2-3.1\" below the second root hub");
+  return *port;
+}
+
+void ReadNodeMembers(const JsonReader& in, NodeOverrides& node) {
+  if (in.Has("device_id")) node.deviceId = in.Member("device_id").Text();
+  if (in.Has("hardware_ids")) node.hardwareIds = in.Member("hardware_ids").Texts();
+  if (in.Has("location_info")) node.locationInfo = in.Member("location_info").Text();
+  if (in.Has("location_paths")) node.locationPaths = in.Member("location_paths").Texts();
+  if (in.Has("address")) {
+    node.address = static_cast<std::uint32_t>(in.Member("address").Number(0, 0xFFFFFFFF));
+  }
+  in.Flag("no_parent", node.noParent);
+}
+
+NodeOverrides ReadNode(const JsonReader& in) {
+  in.AllowKeys(
+      {"device_id", "hardware_ids", "location_info", "location_paths", "address", "no_parent"});
+  NodeOverrides node;
+  ReadNodeMembers(in, node);
+  return node;
+}
+
+void ReadHubNode(const JsonReader& in, Scenario& scenario) {
+  in.AllowKeys({"port", "device_id", "hardware_ids", "location_info", "location_paths", "address",
+                "no_parent"});
+  NodeOverrides node;
+  ReadNodeMembers(in, node);
+  const JsonReader port = in.Member("port");
+  if (!scenario.hubs.emplace(ReadPort(port), node).second) port.Fail("two hubs are at this port");
+}
+
+HostConfig ReadHost(const JsonReader& in) {
+  HostConfig host;
+  in.AllowKeys({"version_store", "product_name", "major", "minor", "build", "update_revision",
+                "architecture"});
+  in.Flag("version_store", host.hasVersionStore);
+  if (in.Has("product_name")) {
+    const JsonReader name = in.Member("product_name");
+    host.productName = name.IsNull() ? std::nullopt : std::optional(name.Text());
+  }
+  in.Number("major", host.major);
+  in.Number("minor", host.minor);
+  in.Number("build", host.build);
+  if (in.Has("update_revision")) {
+    const JsonReader revision = in.Member("update_revision");
+    host.updateRevision.reset();
+    if (!revision.IsNull()) {
+      host.updateRevision = static_cast<std::uint32_t>(revision.Number(0, 0xFFFFFFFF));
+    }
+  }
+  in.Choice<HostArchitecture>("architecture", host.architecture,
+                              {{"build", HostArchitecture::OfTheBuild},
+                               {"unknown", HostArchitecture::Unknown},
+                               {"x86", HostArchitecture::X86},
+                               {"x64", HostArchitecture::X64},
+                               {"arm64", HostArchitecture::Arm64}});
+  return host;
+}
+
+std::string ReadName(const JsonReader& in) {
+  const std::string name = in.Text();
+  const bool plain = std::all_of(name.begin(), name.end(), [](unsigned char letter) {
+    return letter == '_' || letter == '-' || (letter >= '0' && letter <= '9') ||
+           (letter >= 'A' && letter <= 'Z') || (letter >= 'a' && letter <= 'z');
+  });
+  if (name.empty() || !plain) in.Fail("a name is made of letters, digits, '_' and '-'");
+  return name;
+}
+
+void ReadKind(const JsonReader& in, const std::filesystem::path& folder, DeviceConfig& device) {
+  bool isHub = true;
+  in.Choice<bool>("kind", isHub, {{"hub", true}, {"other", false}});
+  if (isHub) {
+    in.AllowKeys({"name",
+                  "kind",
+                  "port",
+                  "plugged",
+                  "product_text",
+                  "usb",
+                  "hid",
+                  "bank_size",
+                  "dual_bank",
+                  "image",
+                  "second_image",
+                  "running",
+                  "rom",
+                  "isp_supported",
+                  "timing",
+                  "channels",
+                  "output_report_length",
+                  "input_report_length",
+                  "i2c",
+                  "bridge_flash",
+                  "gpio_high"});
+    device.productText = kDefaultProduct;
+    device.hub = ReadHub(in, folder);
+  } else {
+    in.AllowKeys({"name", "kind", "port", "plugged", "product_text", "usb", "hid", "vid", "pid",
+                  "output_report_length", "input_report_length"});
+    in.Number("vid", device.ids.vid);
+    in.Number("pid", device.ids.pid);
+    device.reports = ReadReports(in);
+  }
+}
+
+DeviceConfig ReadDevice(const JsonReader& in, const std::filesystem::path& folder) {
+  DeviceConfig device;
+  ReadKind(in, folder, device);
+  device.name = ReadName(in.Member("name"));
+  device.port = ReadPort(in.Member("port"));
+  in.Flag("plugged", device.plugged);
+  if (in.Has("product_text")) {
+    const JsonReader text = in.Member("product_text");
+    device.productText = text.IsNull() ? std::nullopt : std::optional(text.Text());
+  }
+  if (in.Has("usb")) device.usb = ReadNode(in.Member("usb"));
+  if (in.Has("hid")) device.hid = ReadNode(in.Member("hid"));
+  return device;
+}
+
+bool IsBelow(const PortPath& place, const PortPath& above) {
+  return place.root == above.root && place.ports.size() > above.ports.size() &&
+         std::equal(above.ports.begin(), above.ports.end(), place.ports.begin());
+}
+
+void ReadDevices(const JsonReader& in, const std::filesystem::path& folder, Scenario& scenario) {
+  for (const JsonReader& item : in.Items()) {
+    const DeviceConfig device = ReadDevice(item, folder);
+    for (const DeviceConfig& other : scenario.devices) {
+      if (other.name == device.name) item.Member("name").Fail("two devices have this name");
+      if (other.port == device.port || IsBelow(other.port, device.port) ||
+          IsBelow(device.port, other.port)) {
+        item.Member("port").Fail("the device \"" + other.name + "\" is in the way");
+      }
+    }
+    if (scenario.hubs.contains(device.port)) item.Member("port").Fail("a hub is at this port");
+    scenario.devices.push_back(device);
+  }
+}
+
+void RequireDevice(const JsonReader& in, const Scenario& scenario, const std::string& name) {
+  const bool known = std::any_of(scenario.devices.begin(), scenario.devices.end(),
+                                 [&](const DeviceConfig& device) { return device.name == name; });
+  if (!known) in.Fail("there is no device \"" + name + "\"");
+}
+
+void ReadOrder(const JsonReader& in, Scenario& scenario) {
+  std::set<std::string> seen;
+  for (const JsonReader& item : in.Items()) {
+    RequireDevice(item, scenario, item.Text());
+    if (!seen.insert(item.Text()).second) item.Fail("the device is named twice");
+    scenario.enumerationOrder.push_back(item.Text());
+  }
+}
+
+Scenario ReadRoot(const JsonReader& in, const std::filesystem::path& folder) {
+  Scenario scenario;
+  in.AllowKeys({"time", "host", "root_hubs", "hubs", "devices", "enumeration_order", "faults",
+                "record", "state_folder"});
+  if (in.Has("time")) {
+    in.Choice<std::optional<Clock::Mode>>(
+        "time", scenario.time, {{"virtual", Clock::Mode::Virtual}, {"real", Clock::Mode::Real}});
+  }
+  if (in.Has("host")) scenario.host = ReadHost(in.Member("host"));
+  if (in.Has("root_hubs")) {
+    for (const JsonReader& item : in.Member("root_hubs").Items()) {
+      scenario.rootHubs.push_back(ReadNode(item));
+    }
+  }
+  if (in.Has("hubs")) {
+    for (const JsonReader& item : in.Member("hubs").Items()) ReadHubNode(item, scenario);
+  }
+  if (in.Has("devices")) ReadDevices(in.Member("devices"), folder, scenario);
+  if (in.Has("enumeration_order")) ReadOrder(in.Member("enumeration_order"), scenario);
+  if (in.Has("faults")) {
+    for (const JsonReader& item : in.Member("faults").Items()) {
+      scenario.faults.push_back(ReadFault(item));
+      const std::string& device = scenario.faults.back().device;
+      if (!device.empty()) RequireDevice(item.Member("device"), scenario, device);
+    }
+  }
+  in.Flag("record", scenario.record);
+  if (in.Has("state_folder")) scenario.stateFolder = folder / in.Member("state_folder").Text();
+  return scenario;
+}
+
+// The parser's message without its leading "[json.exception...] ".
+std::string PlainMessage(const std::string& message) {
+  const std::size_t end = message.find("] ");
+  return end == std::string::npos ? message : message.substr(end + 2);
+}
+
+}  // namespace
+
+Scenario ReadScenario(const std::string& text, const std::filesystem::path& folder) {
+  nlohmann::json root;
+  try {
+    root = nlohmann::json::parse(text);
+  } catch (const nlohmann::json::parse_error& error) {
+    throw ScenarioError(PlainMessage(error.what()));
+  }
+  return ReadRoot(JsonReader(root, ""), folder);
+}
+
+Scenario ReadScenarioFile(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  if (!stream) throw ScenarioError("the file cannot be opened");
+  const std::string text{std::istreambuf_iterator<char>(stream), {}};
+  if (stream.bad()) throw ScenarioError("the file cannot be read");
+  return ReadScenario(text, file.parent_path());
+}
+
+Scenario DefaultScenario() {
+  return ReadScenario(R"({"devices": [
+    {"name": "hub", "port": "3.1"},
+    {"name": "keyboard", "kind": "other", "port": "5", "vid": "0x045E", "pid": "0x0750",
+     "output_report_length": 2, "input_report_length": 9}]})");
+}
+
+}  // namespace virtualhub

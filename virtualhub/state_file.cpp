@@ -1,0 +1,55 @@
+// The file: 8 bytes magic, the flash as the hub saves it, CRC-32 of both (little-endian).
+#include "virtualhub/state_file.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <string_view>
+
+#include "virtualhub/atomic_file.h"
+#include "virtualhub/crc32.h"
+
+namespace virtualhub {
+
+namespace {
+
+constexpr std::string_view kMagic = "VHFLASH1";
+constexpr std::size_t kChecksumSize = 4;
+
+bool IsIntact(ByteView file) {
+  if (file.size() < kMagic.size() + kChecksumSize) return false;
+  const std::size_t checksum = file.size() - kChecksumSize;
+  return std::equal(kMagic.begin(), kMagic.end(), file.begin()) &&
+         Crc32(file.first(checksum)) == LittleEndian32(file, checksum);
+}
+
+}  // namespace
+
+std::filesystem::path StateFilePath(const std::filesystem::path& folder, const std::string& name) {
+  return folder / (name + ".flash");
+}
+
+std::string LoadStateFile(const std::filesystem::path& file, Hub& hub) {
+  if (!std::filesystem::exists(file)) return {};
+  std::ifstream stream(file, std::ios::binary);
+  const Bytes bytes{std::istreambuf_iterator<char>(stream), {}};
+  if (!IsIntact(bytes)) return "the state file is damaged";
+  const ByteView flash =
+      ByteView(bytes).subspan(kMagic.size(), bytes.size() - kMagic.size() - kChecksumSize);
+  return hub.LoadFlash(flash) ? "" : "the state file belongs to a hub with another flash size";
+}
+
+std::string SaveStateFile(const std::filesystem::path& file, const Hub& hub) {
+  std::error_code error;
+  std::filesystem::create_directories(file.parent_path(), error);
+  if (error) return "cannot create the state folder: " + error.message();
+  Bytes bytes(kMagic.begin(), kMagic.end());
+  const Bytes flash = hub.SaveFlash();
+  bytes.insert(bytes.end(), flash.begin(), flash.end());
+  bytes.resize(bytes.size() + kChecksumSize);
+  const std::size_t checksum = bytes.size() - kChecksumSize;
+  PutLittleEndian32(bytes, checksum, Crc32(ByteView(bytes).first(checksum)));
+  return WriteFileAtomically(file, bytes);
+}
+
+}  // namespace virtualhub

@@ -1,0 +1,299 @@
+#include "virtualhub/world.h"
+
+#include <algorithm>
+#include <iostream>
+#include <limits>
+#include <stdexcept>
+
+#include "virtualhub/state_file.h"
+
+namespace virtualhub {
+
+namespace {
+
+constexpr std::uint64_t kUsPerMs = 1000;
+constexpr std::uint64_t kNotReady = std::numeric_limits<std::uint64_t>::max();
+
+PortPath ParsePort(const std::string& text) {
+  const auto port = PortPath::Parse(text);
+  if (!port) throw std::out_of_range("no such port: " + text);
+  return *port;
+}
+
+}  // namespace
+
+World::Device::Device(const DeviceConfig& deviceConfig)
+    : config(deviceConfig),
+      port(deviceConfig.port),
+      hub(deviceConfig.hub ? std::make_unique<Hub>(*deviceConfig.hub) : nullptr),
+      channel(deviceConfig.hub ? deviceConfig.hub->reports : deviceConfig.reports) {
+  if (config.hub) config.reports = config.hub->reports;
+  config.hub.reset();  // the hub holds its own configuration
+}
+
+World::World(const Scenario& scenario)
+    : clock_(scenario.time.value_or(Clock::Mode::Real)),
+      host_(scenario.host),
+      stateFolder_(scenario.stateFolder),
+      tree_(scenario.rootHubs, scenario.hubs) {
+  devices_.reserve(scenario.devices.size());
+  for (const DeviceConfig& config : scenario.devices) {
+    Device& device = devices_.emplace_back(config);
+    LoadState(device);
+    if (config.plugged) Arrive(device, 0);
+    device.readyAtUs = 0;
+  }
+  for (std::size_t i = 0; i < devices_.size(); ++i) order_.push_back(i);
+  const auto& wanted = scenario.enumerationOrder;
+  std::stable_sort(order_.begin(), order_.end(), [&](std::size_t a, std::size_t b) {
+    return std::find(wanted.begin(), wanted.end(), devices_[a].config.name) <
+           std::find(wanted.begin(), wanted.end(), devices_[b].config.name);
+  });
+  for (const Fault& fault : scenario.faults) AddFault(fault);
+  if (scenario.record) recorder_.Start();
+}
+
+World::~World() {
+  for (Device& device : devices_) SaveState(device);
+}
+
+void World::LoadState(Device& device) {
+  if (stateFolder_.empty() || !device.hub) return;
+  const auto file = StateFilePath(stateFolder_, device.config.name);
+  const std::string problem = LoadStateFile(file, *device.hub);
+  if (!problem.empty()) {
+    std::cerr << "virtualhub: " << file.string() << ": " << problem
+              << "; the hub starts with the image of the scenario\n";
+  }
+}
+
+void World::SaveState(Device& device) {
+  if (stateFolder_.empty() || !device.hub) return;
+  const auto file = StateFilePath(stateFolder_, device.config.name);
+  const std::string problem = SaveStateFile(file, *device.hub);
+  if (!problem.empty()) {
+    std::cerr << "virtualhub: " << file.string() << ": " << problem << '\n';
+  }
+}
+
+// ---- The bus
+// -------------------------------------------------------------------------------------
+
+void World::CatchUp() {
+  const std::uint64_t now = clock_.NowUs();
+  for (Device& device : devices_) {
+    if (device.leaveAtUs && *device.leaveAtUs <= now) Leave(device);
+    if (device.returnAtUs && *device.returnAtUs <= now) Arrive(device, *device.returnAtUs);
+  }
+}
+
+void World::Arrive(Device& device, std::uint64_t atUs) {
+  UsbIds ids = device.config.ids;
+  if (device.hub) {
+    const ImageIdentity identity = device.hub->Identity();
+    ids = {identity.vid, identity.pid};
+    device.readyAtUs = atUs + device.hub->timing().readyMs * kUsPerMs;
+  }
+  device.returnAtUs.reset();
+  device.nodes = tree_.Attach(device.port, ids, device.config.usb, device.config.hid);
+}
+
+void World::Leave(Device& device) {
+  device.leaveAtUs.reset();
+  device.readyAtUs = kNotReady;
+  device.channel.DropAnswer();
+  tree_.Detach(device.nodes);
+}
+
+void World::LosePlug(Device& device, std::optional<std::uint32_t> returnMs,
+                     const std::string& port) {
+  Leave(device);
+  if (device.hub) device.hub->Unplug();
+  if (!port.empty()) device.port = ParsePort(port);
+  device.returnAtUs.reset();
+  if (returnMs) device.returnAtUs = clock_.NowUs() + *returnMs * kUsPerMs;
+  SaveState(device);
+}
+
+void World::LosePower(Device& device, std::optional<std::uint32_t> returnMs,
+                      const std::string& port) {
+  if (device.hub) device.hub->PowerLoss();
+  LosePlug(device, returnMs, port);
+}
+
+void World::StartReset(Device& device) {
+  const Fault* fault = faults_.Strike({.on = Fault::On::Reset, .device = device.config.name});
+  const HubTiming& timing = device.hub->timing();
+  device.leaveAtUs = clock_.NowUs() + timing.leaveMs * kUsPerMs;
+  device.returnAtUs = *device.leaveAtUs + timing.returnMs * kUsPerMs;
+  device.readyAtUs = kNotReady;
+  if (fault == nullptr) return;
+  if (fault->action == Fault::Action::NeverReturn) device.returnAtUs.reset();
+  // The nodes that are still there keep their texts until they go.
+  if (fault->action == Fault::Action::ReturnAt) device.port = ParsePort(fault->port);
+}
+
+World::Device& World::Named(std::string_view device) {
+  for (Device& candidate : devices_) {
+    if (candidate.config.name == device) return candidate;
+  }
+  throw std::out_of_range("no such device: " + std::string(device));
+}
+
+World::Device* World::OfNode(DevInst node) {
+  if (node == 0) return nullptr;
+  for (Device& device : devices_) {
+    if (device.nodes.hid == node || device.nodes.usb == node) return &device;
+  }
+  return nullptr;
+}
+
+World::Device* World::OfHidNode(DevInst node) {
+  Device* device = OfNode(node);
+  return device != nullptr && device->nodes.hid == node ? device : nullptr;
+}
+
+// ---- What a host does
+// ----------------------------------------------------------------------------
+
+const Node* World::View::FindNode(DevInst node) const { return world_.tree_.Find(node); }
+
+std::vector<DevInst> World::View::HidNodes() const {
+  std::vector<DevInst> nodes;
+  for (const std::size_t index : world_.order_) {
+    const Device& device = world_.devices_[index];
+    if (device.present()) nodes.push_back(device.nodes.hid);
+  }
+  return nodes;
+}
+
+const DeviceConfig* World::View::FindHid(DevInst node) const {
+  const Device* device = world_.OfHidNode(node);
+  return device == nullptr ? nullptr : &device->config;
+}
+
+Result World::BeginCall(std::string_view service, DevInst node) {
+  CatchUp();
+  Device* concerned = OfNode(node);
+  const Fault* fault =
+      faults_.Strike({.on = Fault::On::Call,
+                      .device = concerned == nullptr ? std::string_view() : concerned->config.name,
+                      .service = service});
+  if (fault == nullptr) return {};
+  if (fault->action == Fault::Action::Fail) return {Error::SystemCode, fault->code};
+  if (fault->action == Fault::Action::Stall) return {Error::Stall};
+  StrikeBus(*fault, concerned);
+  return {};
+}
+
+void World::EndCall(std::string_view service, DevInst node, std::uint32_t value,
+                    const Result& result) {
+  if (!recorder_.IsOn()) return;
+  recorder_.Add({.kind = Record::Kind::Call,
+                 .timeUs = clock_.NowUs(),
+                 .instance = node,
+                 .name = std::string(service),
+                 .value = value,
+                 .result = result});
+}
+
+bool World::StrikeBus(const Fault& fault, Device* concerned) {
+  Device* device = fault.device.empty() ? concerned : &Named(fault.device);
+  if (device == nullptr) return false;
+  if (fault.action == Fault::Action::Unplug) {
+    LosePlug(*device, fault.returnMs, fault.port);
+  } else if (fault.action == Fault::Action::PowerLoss) {
+    LosePower(*device, fault.returnMs, fault.port);
+  } else {
+    return false;
+  }
+  return device == concerned;
+}
+
+void World::SleepMs(std::uint32_t milliseconds) {
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    EndCall("SleepMs", 0, milliseconds, {});
+  }
+  clock_.SleepUs(milliseconds * kUsPerMs);
+}
+
+void World::DebugText(std::string text) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  if (!recorder_.IsOn()) return;
+  recorder_.Add({.kind = Record::Kind::Debug,
+                 .timeUs = clock_.NowUs(),
+                 .name = std::move(text),
+                 .result = {}});
+}
+
+// ---- What a test does
+// ----------------------------------------------------------------------------
+
+DevInst World::HidInstance(std::string_view device) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  CatchUp();
+  return Named(device).nodes.hid;
+}
+
+DevInst World::UsbInstance(std::string_view device) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  CatchUp();
+  return Named(device).nodes.usb;
+}
+
+void World::Unplug(std::string_view device, std::optional<std::uint32_t> returnMs,
+                   const std::string& port) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  CatchUp();
+  LosePlug(Named(device), returnMs, port);
+}
+
+void World::PowerLoss(std::string_view device, std::optional<std::uint32_t> returnMs,
+                      const std::string& port) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  CatchUp();
+  LosePower(Named(device), returnMs, port);
+}
+
+void World::Plug(std::string_view device, const std::string& port) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  CatchUp();
+  Device& plugged = Named(device);
+  if (plugged.present()) return;
+  if (!port.empty()) plugged.port = ParsePort(port);
+  Arrive(plugged, clock_.NowUs());
+}
+
+void World::AddFault(const Fault& fault) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  // A fault that could not act is a mistake of whoever adds it.
+  if (!fault.device.empty()) Named(fault.device);
+  if (!fault.port.empty()) ParsePort(fault.port);
+  faults_.Add(fault);
+}
+
+void World::ClearFaults() {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  faults_.Clear();
+}
+
+void World::SetExchangeHook(ExchangeHook hook) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  hook_ = hook ? std::make_shared<const ExchangeHook>(std::move(hook)) : nullptr;
+}
+
+std::uint64_t World::exchanges() {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return exchanges_;
+}
+
+Hub& World::hub(std::string_view device) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  CatchUp();
+  const Device& named = Named(device);
+  if (!named.hub) throw std::out_of_range("not a hub: " + std::string(device));
+  return *named.hub;
+}
+
+}  // namespace virtualhub

@@ -1,0 +1,172 @@
+// One virtual machine: its clock, its device nodes, the devices behind them and what goes wrong.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "virtualhub/clock.h"
+#include "virtualhub/faults.h"
+#include "virtualhub/hub.h"
+#include "virtualhub/recorder.h"
+#include "virtualhub/report_channel.h"
+#include "virtualhub/scenario.h"
+#include "virtualhub/usb_tree.h"
+
+namespace virtualhub {
+
+/// What a host holds open.
+enum class HandleKind { HidDevice, Event, NodeSet, PreparsedData };
+
+/// A report exchange about to reach its device.
+struct Exchange {
+  std::uint64_t number;  ///< of all exchanges of this machine, from 1
+  bool output;
+  DevInst instance;
+  ByteView report;  ///< output: the report; input: the buffer as it was handed in
+};
+using ExchangeHook = std::function<void(const Exchange&)>;
+
+/// Any thread may call any function, except where it says otherwise. Devices leave and come back as
+/// time passes; that is caught up with at the start of each call.
+class World {
+ public:
+  explicit World(const Scenario& scenario);
+  ~World();
+  World(const World&) = delete;
+  World& operator=(const World&) = delete;
+
+  Clock& clock() { return clock_; }
+  const HostConfig& host() const { return host_; }
+
+  // ---- What a host does ------------------------------------------------------------------------
+
+  /// What a service sees of the machine; lives inside Call only.
+  class View {
+   public:
+    explicit View(World& world) : world_(world) {}
+    const Node* FindNode(DevInst node) const;
+    std::vector<DevInst> HidNodes() const;
+    /// The device whose HID node that is, null when it is not present.
+    const DeviceConfig* FindHid(DevInst node) const;
+
+   private:
+    World& world_;
+  };
+
+  /// One call of a platform service: faults first, then body(View), then the record.
+  template <typename Body>
+  Result Call(std::string_view service, DevInst node, std::uint32_t value, Body&& body) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    Result result = BeginCall(service, node);
+    if (result.ok()) result = body(View(*this));
+    EndCall(service, node, value, result);
+    return result;
+  }
+
+  /// Report exchanges. Each takes the device's latency; an input report shorter than the buffer
+  /// leaves the rest of it alone.
+  Result SetOutputReport(DevInst hidNode, ByteView report);
+  Result GetInputReport(DevInst hidNode, MutableBytes report);
+
+  /// Sleeps on the machine's clock.
+  void SleepMs(std::uint32_t milliseconds);
+  void DebugText(std::string text);
+
+  void AddHandle(HandleKind kind) { ++handles_[static_cast<std::size_t>(kind)]; }
+  void DropHandle(HandleKind kind) { --handles_[static_cast<std::size_t>(kind)]; }
+
+  // ---- What a test does ------------------------------------------------------------------------
+
+  /// Numbers of the named device's nodes; 0 while it is off the bus.
+  DevInst HidInstance(std::string_view device);
+  DevInst UsbInstance(std::string_view device);
+
+  /// Takes a device off the bus at once. It comes back after `returnMs` milliseconds, or never, at
+  /// `port` if that is not empty.
+  void Unplug(std::string_view device, std::optional<std::uint32_t> returnMs = {},
+              const std::string& port = {});
+  void PowerLoss(std::string_view device, std::optional<std::uint32_t> returnMs = {},
+                 const std::string& port = {});
+  /// Puts a device that is off the bus back at once.
+  void Plug(std::string_view device, const std::string& port = {});
+
+  void AddFault(const Fault& fault);
+  void ClearFaults();
+
+  /// Called before each exchange reaches its device; may call any function of the world.
+  void SetExchangeHook(ExchangeHook hook);
+
+  /// Number of exchanges so far.
+  std::uint64_t exchanges();
+
+  /// How many handles of a kind are open.
+  int openHandles(HandleKind kind) const { return handles_[static_cast<std::size_t>(kind)]; }
+
+  /// The named hub and the record: for the time when no call is under way. Throws
+  /// std::out_of_range when no hub has that name, as do all functions that take one.
+  Hub& hub(std::string_view device);
+  Recorder& recorder() { return recorder_; }
+
+ private:
+  struct Device {
+    explicit Device(const DeviceConfig& config);
+    bool present() const { return nodes.hid != 0; }
+
+    DeviceConfig config;
+    PortPath port;
+    std::unique_ptr<Hub> hub;
+    ReportChannel channel;
+    UsbTree::Instance nodes;
+    std::optional<std::uint64_t> leaveAtUs, returnAtUs;
+    std::uint64_t readyAtUs = 0;
+  };
+
+  Result BeginCall(std::string_view service, DevInst node);
+  void EndCall(std::string_view service, DevInst node, std::uint32_t value, const Result& result);
+
+  void CatchUp();
+  void Arrive(Device& device, std::uint64_t atUs);
+  void Leave(Device& device);
+  void LosePlug(Device& device, std::optional<std::uint32_t> returnMs, const std::string& port);
+  void LosePower(Device& device, std::optional<std::uint32_t> returnMs, const std::string& port);
+  void StartReset(Device& device);
+  void LoadState(Device& device);
+  void SaveState(Device& device);
+
+  Device& Named(std::string_view device);
+  Device* OfNode(DevInst node);
+  Device* OfHidNode(DevInst node);
+  bool StrikeBus(const Fault& fault, Device* concerned);
+
+  template <typename Deliver>
+  Result RunExchange(bool output, DevInst hidNode, ByteView report, Deliver deliver);
+  std::optional<Result> Prevent(const Fault* fault, Device& device);
+  Result DeliverOutput(Device& device, const Fault* fault, ByteView report, Effects& effects);
+  Result DeliverInput(Device& device, const Fault* fault, MutableBytes report);
+  Result CarryOut(Device& device, const Fault* fault, const VendorRequest& request,
+                  Effects& effects);
+  void RecordReport(Record::Kind kind, DevInst node, ByteView report, const Result& result);
+  void RecordRequest(DevInst node, const VendorRequest& request, const Result& result);
+
+  Clock clock_;
+  HostConfig host_;
+  std::filesystem::path stateFolder_;
+  std::mutex mutex_;
+  UsbTree tree_;
+  std::vector<Device> devices_;
+  std::vector<std::size_t> order_;  ///< indices into devices_
+  Faults faults_;
+  Recorder recorder_;
+  std::shared_ptr<const ExchangeHook> hook_;
+  std::uint64_t exchanges_ = 0;
+  std::array<std::atomic<int>, 4> handles_{};
+};
+
+}  // namespace virtualhub
