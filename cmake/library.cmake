@@ -12,7 +12,10 @@ function(qz_add_library target backend folder)
   if(NOT MSVC AND NOT WIN32)
     # Standard library templates that were instantiated in the library stay inside.
     target_link_options(${target} PRIVATE
-      -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map
-      $<$<NOT:$<BOOL:${QZ_SANITIZE}>>:-Wl,--no-undefined>)
+      -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
+    # A sanitized library finds the sanitizers' runtime in the program.
+    if(NOT QZ_SANITIZE)
+      target_link_options(${target} PRIVATE -Wl,--no-undefined)
+    endif()
   endif()
 endfunction()
