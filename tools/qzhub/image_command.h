@@ -1,0 +1,13 @@
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace qzhub {
+
+/// Adds "image", which makes firmware image files for virtual hubs. What goes wrong when it runs is
+/// thrown as std::runtime_error with a text for the user.
+void AddImageCommand(CLI::App& app);
+
+}  // namespace qzhub
