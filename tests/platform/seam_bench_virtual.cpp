@@ -1,0 +1,56 @@
+#include "platform/seam_bench.h"
+#include "virtualhub/current_world.h"
+
+namespace qzhid::platform::test {
+
+namespace {
+
+class CVirtualSeamBench final : public ISeamBench {
+ public:
+  CVirtualSeamBench()
+      : m_World(virtualhub::InstallWorld(R"({
+          "host": {"architecture": "arm64"},
+          "devices": [
+            {"name": "first", "port": "3.1.2"},
+            {"name": "other", "kind": "other", "port": "5", "vid": "0x045E", "pid": "0x0750",
+             "output_report_length": 2, "input_report_length": 9},
+            {"name": "second", "port": "2", "image": {"vid": "0x1A2B", "pid": "0x3C4D"},
+             "product_text": "WQ HID Größe", "output_report_length": 200,
+             "input_report_length": 300}]})")) {}
+  ~CVirtualSeamBench() override { virtualhub::UninstallWorld(); }
+
+  std::vector<ExpectedDevice> Hubs() override {
+    return {{L"HID\\VID_2E7C&PID_0818&REV_0100",
+             L"USB\\VID_2E7C&PID_0818&REV_0100",
+             L"WQ HID Hub",
+             {321, 257},
+             2,
+             3,
+             0x2E7C},
+            {L"HID\\VID_1A2B&PID_3C4D&REV_0100",
+             L"USB\\VID_1A2B&PID_3C4D&REV_0100",
+             L"WQ HID Gr\u00F6\u00DFe",
+             {200, 300},
+             2,
+             1,
+             0x1A2B}};
+  }
+  std::wstring OtherHardwareId() override { return L"HID\\VID_045E&PID_0750&REV_0100"; }
+  Architecture NativeArchitecture() override { return Architecture::Arm64; }
+  void Unplug(std::size_t hub) override { m_World.Unplug(Name(hub)); }
+  void Plug(std::size_t hub) override {
+    m_World.Plug(Name(hub));
+    m_World.SleepMs(200);
+  }
+
+ private:
+  static const char* Name(std::size_t hub) { return hub == 0 ? "first" : "second"; }
+
+  virtualhub::World& m_World;
+};
+
+}  // namespace
+
+std::unique_ptr<ISeamBench> MakeSeamBench() { return std::make_unique<CVirtualSeamBench>(); }
+
+}  // namespace qzhid::platform::test
