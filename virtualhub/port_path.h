@@ -15,7 +15,7 @@ struct PortPath {
 
   static std::optional<PortPath> Parse(const std::string& text);
   PortPath Parent() const;
-  auto operator<=>(const PortPath&) const = default;
+  auto operator<=>(const PortPath&) const = default;  // NOLINT(modernize-use-nullptr)
 };
 
 }  // namespace virtualhub

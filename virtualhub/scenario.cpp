@@ -79,7 +79,7 @@ HostConfig ReadHost(const JsonReader& in) {
 }
 
 std::string ReadName(const JsonReader& in) {
-  const std::string name = in.Text();
+  std::string name = in.Text();
   const bool plain = std::all_of(name.begin(), name.end(), [](unsigned char letter) {
     return letter == '_' || letter == '-' || (letter >= '0' && letter <= '9') ||
            (letter >= 'A' && letter <= 'Z') || (letter >= 'a' && letter <= 'z');
