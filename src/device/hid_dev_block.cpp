@@ -86,7 +86,6 @@ class CBlockTarget {
   }
 
   std::uint32_t ReadStatus(std::uint8_t& status) const {
-    status = 0;
     return CRequestCMD::Instance().Yv_CtlPipeIn(
         MakeI2CHeader(kI2CReadRequest, 0, 1, {m_bySlave, 0x00, 0x02}), &status);
   }

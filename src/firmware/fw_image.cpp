@@ -1,5 +1,6 @@
 #include "firmware/fw_image.h"
 
+#include <algorithm>
 #include <array>
 
 #include "log/msg.h"
@@ -12,7 +13,7 @@ constexpr std::size_t kAlternateVersionOffset = 0x7EF9;
 constexpr std::size_t kChipCodeOffset = 0x7EFB;
 constexpr std::size_t kVidOffset = 0x7F12;
 constexpr std::size_t kHspidOffset = 0x7F16;
-constexpr std::size_t kReadChunk = 64 * 1024;
+constexpr std::size_t kReadChunk = 16 * 1024;
 
 std::size_t VersionOffset(std::uint16_t chipCode) {
   switch (chipCode) {
@@ -41,10 +42,12 @@ bool ReadField(const char* tag, const FwBuffer& image, std::size_t offset, std::
 FwBuffer ReadWhole(std::istream& stream) {
   FwBuffer bytes;
   std::array<char, kReadChunk> chunk;
-  do {
-    stream.read(chunk.data(), static_cast<std::streamsize>(chunk.size()));
+  // Only what is buffered is taken at once: an error behind it then costs none of it.
+  while (stream.peek() != std::istream::traits_type::eof()) {
+    const std::streamsize buffered = std::max<std::streamsize>(stream.rdbuf()->in_avail(), 1);
+    stream.read(chunk.data(), std::min<std::streamsize>(buffered, kReadChunk));
     bytes.insert(bytes.end(), chunk.data(), chunk.data() + stream.gcount());
-  } while (stream);
+  }
   return bytes;
 }
 

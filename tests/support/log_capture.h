@@ -23,6 +23,16 @@ inline std::ostream& operator<<(std::ostream& out, const LogLine& line) {
   return out << line.level << ' ' << line.tag << ": " << line.text;
 }
 
+/// A receiver that ignores everything; tests override what they need.
+class SilentReceiver : public IResponder {
+ public:
+  void OnLog(const char*, int) override {}
+  void OnPrint(const char*, int) override {}
+  void OnNotify(const char*, int, int) override {}
+  void OnProgress(int) override {}
+  void SetLevel(int) override {}
+};
+
 /// Registered with the hub while it lives.
 class LogCapture final : public IResponder {
  public:

@@ -1,0 +1,63 @@
+// The frame of tests below the exports that open devices themselves.
+#pragma once
+
+#include <memory>
+
+#include "support/library_test.h"
+
+namespace qzhid::test {
+
+/// A property object is installed and has nothing open.
+class ProxyTest : public LibraryTest {
+ protected:
+  ProxyTest() { CRequestCMD::Instance().SetProperty(&property); }
+  ~ProxyTest() override { CRequestCMD::Instance().SetProperty(nullptr); }
+
+  /// Installs the machine of a JSON scenario, recording.
+  void InstallJson(const std::string& json) {
+    virtualhub::Scenario scenario = virtualhub::ReadScenario(json);
+    scenario.record = true;
+    Install(scenario);
+    ClearRecords();
+  }
+
+  /// How long the library slept each time, in milliseconds.
+  std::vector<std::uint32_t> Pauses() const {
+    std::vector<std::uint32_t> pauses;
+    for (const auto& call : world->recorder().Calls("SleepMs")) pauses.push_back(call.value);
+    return pauses;
+  }
+  int OpenDevices() const { return world->openHandles(virtualhub::HandleKind::HidDevice); }
+
+  CHidProperty property{std::make_unique<CHidTransfers>()};
+};
+
+/// Calls of a platform service fail with code 13, from the n-th on, `count` of them.
+inline virtualhub::Fault FailingCall(const std::string& service, std::uint32_t nth = 1,
+                                     std::uint32_t count = 1, const std::string& device = {}) {
+  virtualhub::Fault fault;
+  fault.on = virtualhub::Fault::On::Call;
+  fault.service = service;
+  fault.device = device;
+  fault.nth = nth;
+  fault.count = count;
+  fault.code = 13;
+  return fault;
+}
+
+/// A vendor request (type x 256 + request) is met by an action, at the n-th time and on, `count`
+/// times.
+inline virtualhub::Fault RequestFault(
+    std::uint16_t key, std::uint32_t nth = 1, std::uint32_t count = 1,
+    virtualhub::Fault::Action action = virtualhub::Fault::Action::Stall) {
+  virtualhub::Fault fault;
+  fault.on = virtualhub::Fault::On::Request;
+  fault.requestType = static_cast<std::uint8_t>(key >> 8);
+  fault.request = static_cast<std::uint8_t>(key);
+  fault.nth = nth;
+  fault.count = count;
+  fault.action = action;
+  return fault;
+}
+
+}  // namespace qzhid::test
