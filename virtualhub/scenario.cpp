@@ -233,7 +233,7 @@ Scenario ReadScenarioFile(const std::filesystem::path& file) {
 
 Scenario DefaultScenario() {
   return ReadScenario(R"({"devices": [
-    {"name": "hub", "port": "3.1"},
+    {"name": "hub", "port": "3.1", "i2c": [{"kind": "eeprom", "address": "0x50"}]},
     {"name": "keyboard", "kind": "other", "port": "5", "vid": "0x045E", "pid": "0x0750",
      "output_report_length": 2, "input_report_length": 9}]})");
 }

@@ -62,8 +62,8 @@ Scenario ReadScenario(const std::string& text, const std::filesystem::path& fold
 /// Reads a scenario file; relative paths in it start at its folder. Throws ScenarioError.
 Scenario ReadScenarioFile(const std::filesystem::path& file);
 
-/// A hub at port 3.1 of version 1.02 that runs flash code, named "hub", and a keyboard at port 5,
-/// named "keyboard".
+/// A hub at port 3.1 of version 1.02 that runs flash code, named "hub", with an EEPROM at I2C
+/// address 0x50, and a keyboard at port 5, named "keyboard".
 Scenario DefaultScenario();
 
 }  // namespace virtualhub
