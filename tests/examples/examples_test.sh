@@ -1,0 +1,62 @@
+#!/bin/sh
+# examples_test.sh FOLDER QZHUB: the examples in FOLDER on virtual hubs, with an image of QZHUB.
+set -eu
+examples=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+"$2" image --out "$work/new.bin" --version 0210
+export QZ_VIRTUAL_HUB="$work/scenario.json"
+failures=0
+
+# scenario MEMBERS: the machine of the next runs, a hub with these members.
+scenario() {
+  printf '{"time": "virtual", "devices": [{"name": "hub", "port": "3.1"%s}]}\n' "$1" > "$QZ_VIRTUAL_HUB"
+}
+
+# expect STATUS TEXT EXAMPLE ARGUMENT...: it ends with that status, and that line is in its output.
+expect() {
+  status=$1 text=$2 program=$3
+  shift 3
+  result=0
+  "$examples/$program" "$@" > "$work/output" 2>&1 || result=$?
+  if [ "$result" -ne "$status" ] || ! grep -qxF -- "$text" "$work/output"; then
+    echo "$program $*: status $result instead of $status, or no line '$text' in:" >&2
+    cat "$work/output" >&2
+    failures=1
+  fi
+}
+
+scenario ''
+expect 0 'updated: 1.02 -> 2.10' update_hub "$work/new.bin"
+expect 0 'progress: 100 %' update_hub "$work/new.bin" 5
+expect 1 'update_hub: no such hub is attached' update_hub "$work/new.bin" 4711
+expect 1 "update_hub: cannot read the image's version" update_hub "$work/missing.bin"
+expect 1 'update_hub: usage: update_hub IMAGE [DEVINST]' update_hub
+scenario ', "running": "rom"'
+expect 0 'updated: loader -> 2.10' update_hub "$work/new.bin"
+scenario ', "plugged": false'
+expect 1 'update_hub: no such hub is attached' update_hub "$work/new.bin"
+expect 1 'i2c_eeprom: no hub answers' i2c_eeprom
+expect 1 'gpio_blink: no hub answers' gpio_blink
+
+# An update that loses its power leaves the loader and says why, and a second one mends it.
+machine='{"time": "virtual", "state_folder": ".", "devices": [{"name": "hub", "port": "1"}]'
+fault='{"on": "request", "request": "40/C8", "nth": 100, "action": "power_loss", "return_ms": 50}'
+echo "$machine, \"faults\": [$fault]}" > "$QZ_VIRTUAL_HUB"
+export UPDATE_HUB_LOG="$work/log.txt"
+expect 1 'update_hub: the update failed; UPDATE_HUB_LOG=FILE logs why, and the hub can be updated again' \
+  update_hub "$work/new.bin"
+grep -q 'fail to write flash' "$UPDATE_HUB_LOG" || failures=1
+unset UPDATE_HUB_LOG
+echo "$machine}" > "$QZ_VIRTUAL_HUB"
+expect 0 'updated: loader -> 2.10' update_hub "$work/new.bin"
+expect 0 'updated: 2.10 -> 2.10' update_hub "$work/new.bin"
+
+scenario ', "gpio_high": [2], "i2c": [{"kind": "eeprom", "address": "0x50"}, {"kind": "eeprom", "address": 1, "address_bytes": 1}]'
+expect 0 'compare   ok' i2c_eeprom
+expect 0 'compare   ok' i2c_eeprom 0x01 1
+expect 1 'write     failed' i2c_eeprom 0x52
+expect 0 'line 5 driven 1, reads 1' gpio_blink
+expect 0 'line 23 driven 0, reads 0' gpio_blink 23
+expect 1 'gpio_blink: line 24: status 0x00000001' gpio_blink 24
+exit $failures
