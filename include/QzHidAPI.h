@@ -143,7 +143,8 @@ QZ_API uint8_t QZ_ListAllHidDevByVIDPID(uint32_t wVID, uint32_t wPID, HidDevReco
 QZ_API void QZ_FreeDevList(HidDevRecord* pList);
 
 /**
- * Opens a hub of the last list and makes it the open device. Waits up to about 10 s for it.
+ * Opens a hub of the last list and makes it the open device. Waits up to about 10 s for a hub that
+ * is away, 15 s for one that is there and answers nothing.
  *
  * @param DevInst  dwInst of a record of the last QZ_ListAllHidDev or QZ_ListAllHidDevByVIDPID.
  * @return A handle for the other functions, to be given back with QZ_CloseDev; null when the number

@@ -34,15 +34,12 @@ class ProxyTest : public LibraryTest {
 
 /// Calls of a platform service fail with code 13, from the n-th on, `count` of them.
 inline virtualhub::Fault FailingCall(const std::string& service, std::uint32_t nth = 1,
-                                     std::uint32_t count = 1, const std::string& device = {}) {
-  virtualhub::Fault fault;
-  fault.on = virtualhub::Fault::On::Call;
-  fault.service = service;
-  fault.device = device;
-  fault.nth = nth;
-  fault.count = count;
-  fault.code = 13;
-  return fault;
+                                     std::uint32_t count = 1) {
+  return {.on = virtualhub::Fault::On::Call,
+          .service = service,
+          .nth = nth,
+          .count = count,
+          .code = 13};
 }
 
 /// A vendor request (type x 256 + request) is met by an action, at the n-th time and on, `count`
@@ -50,14 +47,12 @@ inline virtualhub::Fault FailingCall(const std::string& service, std::uint32_t n
 inline virtualhub::Fault RequestFault(
     std::uint16_t key, std::uint32_t nth = 1, std::uint32_t count = 1,
     virtualhub::Fault::Action action = virtualhub::Fault::Action::Stall) {
-  virtualhub::Fault fault;
-  fault.on = virtualhub::Fault::On::Request;
-  fault.requestType = static_cast<std::uint8_t>(key >> 8);
-  fault.request = static_cast<std::uint8_t>(key);
-  fault.nth = nth;
-  fault.count = count;
-  fault.action = action;
-  return fault;
+  return {.on = virtualhub::Fault::On::Request,
+          .requestType = static_cast<std::uint8_t>(key >> 8),
+          .request = static_cast<std::uint8_t>(key),
+          .nth = nth,
+          .count = count,
+          .action = action};
 }
 
 }  // namespace qzhid::test

@@ -1,16 +1,41 @@
-// Talks to the hub named "hub" of the current machine in reports of channel 1 or 2.
+// Talks to the hub named "hub" of the current machine on report channel 1. Requests are written as
+// they travel: the setup packet in hexadecimal and, behind a colon, the data.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <sstream>
 #include <string>
 
 #include "virtualhub/current_world.h"
 
 namespace virtualhub::test {
 
-inline const char* const kOneHub = R"({"devices": [{"name": "hub", "port": "3.1"}]})";
+inline Bytes FromHex(const std::string& text) {
+  std::istringstream stream(text);
+  Bytes bytes;
+  for (unsigned byte = 0; stream >> std::hex >> byte;) {
+    bytes.push_back(static_cast<std::uint8_t>(byte));
+  }
+  return bytes;
+}
+
+inline std::string Hex(ByteView bytes) {
+  std::string text;
+  for (const std::uint8_t byte : bytes) {
+    if (!text.empty()) text += ' ';
+    for (const int digit : {byte / 16, byte % 16}) text += "0123456789ABCDEF"[digit];
+  }
+  return text;
+}
+
+/// A scenario of one hub at port 3.1 with more members.
+inline std::string OneHub(const std::string& members = R"("plugged": true)") {
+  return R"({"devices": [{"name": "hub", "port": "3.1", )" + members + "}]}";
+}
+
+inline const char* const kStatus = "C0 09 0 0 0 0 14 0";
 
 class HubBench : public ::testing::Test {
  protected:
@@ -30,63 +55,55 @@ class HubBench : public ::testing::Test {
   Error Send(const Bytes& header, const Bytes& data = {}) {
     return world->SetOutputReport(world->HidInstance("hub"), Report(header, data)).error;
   }
-  bool Sent(const Bytes& header, const Bytes& data = {}) {
-    return Send(header, data) == Error::None;
-  }
 
-  /// The first `length` bytes of the answer; empty when either report fails.
-  Bytes Ask(const Bytes& header, std::size_t length) {
+  /// What the hub does with a request: "ok", the bytes of its answer in hexadecimal, or "failed".
+  std::string Ask(const std::string& request) {
+    const std::string withColon = request + ":";
+    const std::size_t colon = withColon.find(':');
+    const Bytes setup = FromHex(withColon.substr(0, colon));
+    if (Send(setup, FromHex(withColon.substr(colon + 1))) != Error::None) return "failed";
+    if (setup[0] < 0x80 && setup[1] != 0xD6) return "ok";
     Bytes report(257, 0);
-    if (!Sent(header)) return {};
-    if (!world->GetInputReport(world->HidInstance("hub"), report).ok()) return {};
-    return Bytes(report.begin() + 1, report.begin() + 1 + static_cast<std::ptrdiff_t>(length));
+    const Result result = world->GetInputReport(world->HidInstance("hub"), report);
+    return result.ok() ? Hex(ByteView(report).subspan(1, setup[6])) : "failed";
+  }
+  bool Sent(const std::string& request) { return Ask(request) == "ok"; }
+  /// Requests in turn, each with what must come of it.
+  void Expect(const std::vector<std::pair<std::string, std::string>>& requests) {
+    for (const auto& [request, outcome] : requests) EXPECT_EQ(outcome, Ask(request)) << request;
   }
 
-  bool Enable(std::uint8_t value) { return Sent({0x40, 0x02, value, 0, 0x7C, 0x2E, 0, 0}); }
-  Bytes Status() { return Ask({0xC0, 0x09, 0, 0, 0, 0, 20, 0}, 20); }
-  bool WriteFlash(std::uint32_t address, const Bytes& data) {
-    Bytes header = {0x40, 0xC8, 0, 0, 0, 0, static_cast<std::uint8_t>(data.size()), 0};
-    PutLittleEndian32(header, 2, address);
-    return Sent(header, data);
-  }
-  Bytes ReadFlash(std::uint32_t address, std::uint8_t length) {
-    Bytes header = {0xC0, 0xD8, 0, 0, 0, 0, length, 0};
-    PutLittleEndian32(header, 2, address);
-    return Ask(header, length);
-  }
-  bool Erase() { return Sent({0x40, 0xE8, 0, 1, 0, 0, 0, 0}); }
-  bool Validate() { return Sent({0x40, 0xD9, 1, 0, 0, 0, 0, 0}); }
+  bool Enable(int value) { return Sent("40 02 " + std::to_string(value) + " 0 7C 2E 0 0"); }
+  bool Erase() { return Sent("40 E8 0 1 0 0 0 0"); }
+  bool Validate() { return Sent("40 D9 1 0 0 0 0 0"); }
 
   /// Resets and waits until the hub answers again.
-  bool ResetToRom() { return Sent({0x40, 0x00, 0, 0, 0, 0, 0, 0}) && Pause(); }
-  bool ResetToFlash() { return Sent({0x40, 0xE9, 1, 1, 0, 0, 0, 0}) && Pause(); }
+  bool ResetToRom() { return Sent("40 00 0 0 0 0 0 0") && Pause(); }
+  bool ResetToFlash() { return Sent("40 E9 1 1 0 0 0 0") && Pause(); }
   bool Pause() {
     world->SleepMs(2000);
     return world->HidInstance("hub") != 0;
   }
 
-  /// Writes an image in chunks of 128 bytes, with enabling and erase, up to `end`.
-  bool WriteImage(const Bytes& image, std::size_t end) {
+  /// Writes the bytes from `at` to `end` in chunks of 128, with enabling and erase.
+  bool WriteImage(const Bytes& image, std::size_t end, std::size_t at = 0) {
     bool good = Enable(3) && Erase();
-    for (std::size_t at = 0; good && at < end; at += 128) {
-      const auto first = image.begin() + static_cast<std::ptrdiff_t>(at);
-      const auto size = std::min<std::size_t>(128, end - at);
-      good = WriteFlash(static_cast<std::uint32_t>(at),
-                        Bytes(first, first + static_cast<std::ptrdiff_t>(size)));
+    for (; good && at < end; at += 128) {
+      const ByteView chunk = ByteView(image).subspan(at, std::min<std::size_t>(128, end - at));
+      Bytes header{0x40, 0xC8, 0, 0, 0, 0, static_cast<std::uint8_t>(chunk.size()), 0};
+      PutLittleEndian32(header, 2, static_cast<std::uint32_t>(at));
+      good = Send(header, {chunk.begin(), chunk.end()}) == Error::None;
     }
     return good;
   }
   bool WriteImage(const Bytes& image) { return WriteImage(image, image.size()); }
 
-  /// Version and running code: "0102F" is 1.02 in flash code, "...R" ROM code.
+  /// Running code and version: "flash 01 02"; "silent" when the hub does not answer.
   std::string State() {
     Enable(1);
-    const Bytes status = Status();
-    if (status.empty()) return "silent";
-    char text[16];
-    std::snprintf(text, sizeof(text), "%02X%02X%c", status[10], status[11],
-                  (status[15] & 0x02) != 0 ? 'F' : 'R');
-    return text;
+    const Bytes status = FromHex(Ask(kStatus));
+    if (status.size() != 20) return "silent";
+    return ((status[15] & 0x02) != 0 ? "flash " : "rom ") + Hex(ByteView(status).subspan(10, 2));
   }
 
   World* world = nullptr;
