@@ -1,6 +1,6 @@
 /*
- * Updates a hub: lists the hubs, opens the first (or the one with the given device-instance number),
- * shows the versions, writes the image and shows what the hub runs afterwards.
+ * Updates a hub: lists the hubs, opens the first (or the one with the given device-instance
+ * number), shows the versions, writes the image and shows what the hub runs afterwards.
  *
  *   update_hub IMAGE [DEVINST]
  *
@@ -96,7 +96,8 @@ static int update(void* hub, const char* image) {
   }
   if (!QZ_UpdateDev(hub, image, showProgress)) {
     if (g_isTerminal) putchar('\n');
-    return fail("the update failed; UPDATE_HUB_LOG=FILE logs why, and the hub can be updated again");
+    return fail(
+        "the update failed; UPDATE_HUB_LOG=FILE logs why, and the hub can be updated again");
   }
   if (g_isTerminal) putchar('\n');
   if (!QZ_ReadDevVersion(hub, &after)) return fail("the hub does not run its new firmware");
