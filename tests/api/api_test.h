@@ -3,6 +3,8 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <regex>
+#include <sstream>
 #include <string>
 
 #include "support/library_test.h"
@@ -12,8 +14,6 @@ namespace qzhid::test {
 
 using virtualhub::Bytes;
 using virtualhub::Fault;
-using Lines = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 
 inline constexpr std::uint32_t kStatusRefused = 0xFFFFFFFF;
 
@@ -29,23 +29,15 @@ inline std::string Text(const char* format, ...) {
 
 /// Events of one kind (requests of one key) fail for ever with that system code.
 inline Fault Failing(Fault::On on, std::uint32_t code, std::uint16_t key = 0) {
-  Fault fault;
-  fault.on = on;
-  fault.code = code;
+  Fault fault{.on = on, .count = 0, .code = code};
   fault.requestType = static_cast<std::uint8_t>(key >> 8);
-  fault.request = static_cast<std::uint8_t>(key & 0xFF);
-  fault.count = 0;
+  fault.request = static_cast<std::uint8_t>(key);
   return fault;
 }
 
 class ApiTest : public LibraryTest {
  protected:
   ~ApiTest() override { QZ_CloseDev(handle); }
-
-  /// Installs a recorded machine with these devices (members of a JSON array).
-  void InstallDevices(const std::string& devices) {
-    Install(virtualhub::ReadScenario(R"({"record": true, "devices": [)" + devices + "]}"));
-  }
 
   /// Fills the library's list; the number of devices in it.
   static std::uint32_t List() {
@@ -64,20 +56,45 @@ class ApiTest : public LibraryTest {
     EXPECT_NE(nullptr, handle);
     ClearRecords();
   }
+  /// The same with a machine that has only this hub, with more JSON members.
+  void OpenHub(const std::string& more) {
+    Install(virtualhub::ReadScenario(
+        R"({"record": true, "devices": [{"name": "hub", "port": "3.1")" + more + "}]}"));
+    Open();
+  }
 
   /// How many handles of the system the library holds.
   int OpenHandles() const {
-    int count = 0;
-    for (const int kind : {0, 1, 2, 3}) {
-      count += world->openHandles(static_cast<virtualhub::HandleKind>(kind));
-    }
-    return count;
+    using enum virtualhub::HandleKind;
+    return world->openHandles(HidDevice) + world->openHandles(Event) + world->openHandles(NodeSet) +
+           world->openHandles(PreparsedData);
   }
 
-  virtualhub::Hub& hub(const char* device = "hub") { return world->hub(device); }
-  Texts DebugTexts() const { return world->recorder().DebugTexts(); }
+  /// What was logged under a tag, with the levels; without a tag: all that was logged. "HANDLE"
+  /// stands for the open handle.
+  std::string Said(const std::string& tag = "") const {
+    std::ostringstream said;
+    for (const LogLine& line : log.lines) {
+      if (tag.empty()) said << line;
+      if (line.tag == tag) said << line.level << ' ' << line.text;
+    }
+    return Named(said.str());
+  }
+  /// What a debugger was told in the same way, each text followed by "|".
+  std::string DebugTexts() const {
+    std::string texts;
+    for (const std::string& text : world->recorder().DebugTexts()) texts += text + "|";
+    return Named(texts);
+  }
+
+  virtualhub::Hub& hub() { return world->hub("hub"); }
 
   void* handle = nullptr;
+
+ private:
+  std::string Named(const std::string& text) const {
+    return std::regex_replace(text, std::regex(Text("%p", handle)), "HANDLE");
+  }
 };
 
 }  // namespace qzhid::test

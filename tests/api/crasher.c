@@ -1,7 +1,6 @@
 /*
- * crasher HOW: installs the crash record and dies by a null pointer, by abort, by a signal that was
- * sent or by the overflow of its stack. "none": lives, and tells whether the handlers that were
- * installed before are as they must be.
+ * crasher HOW: installs the crash record and dies in that way. "none": lives, and tells whether the
+ * handlers that were installed before are as they must be.
  */
 #include <signal.h>
 #include <stdlib.h>

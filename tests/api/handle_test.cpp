@@ -1,4 +1,4 @@
-// Handles that are none, and handles of absent devices. Null handles: see refusal_test.cpp.
+// Handles that are none, handles of absent devices, and exports with nothing to work on.
 #include "api/api_calls.h"
 #include "api/handle_table.h"
 
@@ -10,29 +10,41 @@ class HandleTest : public ApiTest {
   HandleTest() { Open(); }  // so that a request would be seen
 
   /// All exports refuse that handle in these words and send nothing; the open hub stays open.
-  void ExpectRefusals(void* given) {
+  void ExpectRefusals(void* given, const char* jobs, const char* bridge, const char* gpio) {
     const TempFile image(virtualhub::BuildImage({}, 0x7FA8));
     std::uint16_t version = 0;
-    const auto before = world->exchanges();
-    EXPECT_EQ(kStatusRefused, QZ_HidI2CConfig(given, 0xA0, 2, 1));
+    ClearRecords();
     EXPECT_EQ(0, QZ_UpdateDev(given, image.path(), nullptr));
     EXPECT_EQ(0, QZ_ReadBinVersion(given, image.path(), &version));
     EXPECT_EQ(0, QZ_ReadDevVersion(given, &version));
-    Lines lines;
-    for (const char* name :
-         {"QZ_HidI2CConfig", "QZ_UpdateDev", "QZ_ReadBinVersion", "QZ_ReadDevVersion"}) {
-      lines.push_back({3, name, "Unknow Dev!!\n"});
-    }
+    EXPECT_EQ(kStatusRefused, QZ_HidI2CConfig(given, 0xA0, 2, 1));
+    std::string expected =
+        Text("3 QZ_UpdateDev: %s|3 QZ_ReadBinVersion: %s|3 QZ_ReadDevVersion: %s|", jobs, jobs,
+             jobs) +
+        Text("3 QZ_HidI2CConfig: %s|", bridge);
     for (const ApiCall& call : kApiCalls) {
-      EXPECT_EQ(IsGpio(call) ? 1u : kStatusRefused, call.call(given)) << call.name;
-      lines.push_back({3, call.name, IsGpio(call) ? "Device is not present\n" : "Unknow Dev!!\n"});
+      EXPECT_EQ(call.IsGpio() ? call.Result(1) : kStatusRefused, call.call(given)) << call.name;
+      expected += Text("3 %s: %s|", call.name.c_str(), call.IsGpio() ? gpio : bridge);
     }
-    EXPECT_EQ(lines, log.lines);
-    EXPECT_EQ(before, world->exchanges());
-    EXPECT_EQ(0u, QZ_HidGPIOW(handle, 1, 1));
-    ClearRecords();
+    std::string said;  // without what is said of other arguments than the first
+    for (LogLine line : log.lines) {
+      line.text.resize(line.text.find_first_of("\n,", line.text.find("pDev") + 1));
+      said += ::testing::PrintToString(line) + "|";
+    }
+    EXPECT_EQ(expected, said);
+    EXPECT_TRUE(Outputs().empty());
   }
 };
+
+TEST_F(HandleTest, NullIsRefusedByExportsThatNameThemselvesToADebugger) {
+  ExpectRefusals(nullptr, "pDev is NULL", "Check Fail,pDev is (nil)", "pDev is NULL");
+  EXPECT_EQ(
+      "QZ UpdateDev|QZ_ReadBinVersion|QZ_ReadDevVersion|QZ HidI2CConfig|QZ HidI2CWrite|"
+      "QZ HidI2CRead|QZ HidI2CRead|QZ_HidI2CBlockWriteFlash|QZ_Stage_Flash|"
+      "QZ_HidI2CBlockEraseFlash|QZ_HidI2CBlockStatus|QZ_MST_HidI2CBlock|QZ_HidGPIOR|QZ_HidGPIOW|"
+      "QZ_HidSetHubGPIO|",
+      DebugTexts());
+}
 
 TEST_F(HandleTest, ClosedAndMadeUpHandlesAreRefused) {
   void* const closed = handle;
@@ -41,38 +53,38 @@ TEST_F(HandleTest, ClosedAndMadeUpHandlesAreRefused) {
   const auto occupant = std::make_shared<CHidDev>();
   handle = nullptr;
   Open();
-  ExpectRefusals(closed);
-  ExpectRefusals(static_cast<std::uint8_t*>(handle) + 1);
-}
-
-TEST_F(HandleTest, DevicesOfAnotherKindAreRefusedExceptByGpioWhichAsksForPresence) {
-  void* const given = CHandleTable::Instance().Add(std::make_shared<CUSBDev>());
-  for (const ApiCall& call : kApiCalls) {
-    if (IsGpio(call)) continue;
-    EXPECT_EQ(kStatusRefused, call.call(given));
-    EXPECT_EQ(Lines({{3, call.name, "Unknow Dev!!\n"}}), log.Of(call.name));
+  for (void* const given : {closed, static_cast<void*>(static_cast<char*>(handle) + 1)}) {
+    ExpectRefusals(given, "Unknow Dev!!", "Unknow Dev!!", "Device is not present");
   }
-  EXPECT_EQ(0, QZ_UpdateDev(given, "/dev/null", nullptr));
-  EXPECT_EQ((LogLine{3, "QZ_UpdateDev", "Unknow Dev!!\n"}), log.lines.back());
-  EXPECT_TRUE(Outputs().empty());
-  EXPECT_EQ(1u, QZ_HidGPIOW(given, 1, 1)) << "it is offline";
-  EXPECT_EQ(1, QZ_HidSetHubGPIO(given, 1, 1));
-  CHandleTable::Instance().Take(given);
+  EXPECT_EQ(0u, QZ_HidGPIOW(handle, 1, 1));
 }
 
 TEST_F(HandleTest, ADeviceThatDidNotComeBackIsNotPresent) {
-  Fault lost;
-  lost.on = Fault::On::Reset;
-  lost.action = Fault::Action::NeverReturn;
-  world->AddFault(lost);
+  world->AddFault({.on = Fault::On::Reset, .action = Fault::Action::NeverReturn});
   const TempFile image(virtualhub::BuildImage({}, 0x7FA8));
   EXPECT_EQ(0, QZ_UpdateDev(handle, image.path(), nullptr));
   ClearRecords();
   EXPECT_EQ(1u, QZ_HidGPIOR(handle, 5, g_room, 1));
   EXPECT_EQ(1u, QZ_HidGPIOW(handle, 24, 1)) << "presence is asked first";
-  EXPECT_EQ(Lines({{3, "QZ_HidGPIOR", "Device is not present\n"},
-                   {3, "QZ_HidGPIOW", "Device is not present\n"}}),
-            log.lines);
+  EXPECT_EQ("3 QZ_HidGPIOR: Device is not present\n3 QZ_HidGPIOW: Device is not present\n", Said());
+}
+
+TEST_F(HandleTest, ExportsWithoutHandleDoNothingOnNothing) {
+  HidDevRecord* list = nullptr;
+  std::uint32_t number = 77;
+  EXPECT_EQ(nullptr, QZ_OpenHid(0));
+  EXPECT_EQ(0, QZ_ListAllHidDev(nullptr, &number));
+  EXPECT_EQ(0, QZ_ListAllHidDevByVIDPID(1, 2, &list, nullptr));
+  QZ_FreeDevList(nullptr);
+  EXPECT_EQ(0, QZ_GetHidBinFileVIDPID(nullptr, &number, &number));
+  EXPECT_EQ(0, QZ_GetHubVIDPIDFromHidDevice(0, &number, nullptr));
+  EXPECT_EQ(77u, number);
+  EXPECT_EQ("1 Enter --->\n3 Invalidate parameter\n", Said("QZ_ListAllHidDev"));
+  EXPECT_EQ(1, QZ_ConfigLog(0, 3));
+  EXPECT_EQ(
+      "QZ Open Hid|List Hid Device|List Hid Device|QZ FreeAllDevice|QZ_GetHidBinFileVIDPID|"
+      "QZ_GetHubVIDPIDFromHidDevice|Create Log|",
+      DebugTexts());
 }
 
 }  // namespace

@@ -1,109 +1,181 @@
-// Whole updates.
+// Whole updates, updates that have no image, and callbacks that call back.
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <functional>
 
 #include "api/api_test.h"
 
 namespace qzhid::test {
 namespace {
 
-std::vector<int> g_progress;
-void KeepProgress(std::int32_t percent) { g_progress.push_back(percent); }
+constexpr const char* kFlow = "CUniversalFlow::DevUpdate";
 
-/// The conversation with the hub, a text for each request: key, index and value, length; "!" marks
+std::vector<int> g_progress;
+std::function<void()> g_atTen;
+void OnProgress(std::int32_t percent) {
+  g_progress.push_back(percent);
+  if (percent == 10 && g_atTen) g_atTen();
+}
+
+/// The conversation with the hub, a line for each request: key, length, value and index; "!" marks
 /// a refused one. Requests whose address moves on by their length count as one.
-Texts Conversation(const virtualhub::Recorder& recorder) {
-  Texts texts;
-  std::uint32_t next = 0, count = 0;
-  std::string last;
+std::string Conversation(const virtualhub::Recorder& recorder) {
+  std::string all, last;
+  std::size_t begin = 0;  // of the last line
+  std::uint32_t first = 0, next = 0, count = 0;
   for (const auto& record : recorder.Of(virtualhub::Record::Kind::Request)) {
     const std::uint32_t address = virtualhub::LittleEndian32(record.setup, 2);
     const std::uint32_t length = virtualhub::LittleEndian16(record.setup, 6);
-    const std::string kind =
-        Text("%s%04X +%u", record.result.ok() ? "" : "!", record.key(), length);
-    if (kind == last && address == next) {
-      texts.back() = texts.back().substr(0, texts.back().find(" x")) + Text(" x%u", ++count);
-    } else {
-      texts.push_back(Text("%s @%08X", kind.c_str(), address));
-      count = 1;
+    const auto kind = Text("%s%04X +%u @", record.result.ok() ? "" : "!", record.key(), length);
+    if (kind != last || address != next) {
+      begin = all.size();
+      first = address;
+      count = 0;
     }
+    all.resize(begin);
+    all += kind + Text("%08X", first) + (++count > 1 ? Text(" x%u\n", count) : "\n");
     last = kind;
     next = address + length;
   }
-  return texts;
+  return all;
 }
 
-Texts operator+(Texts texts, const Texts& more) {
-  texts.insert(texts.end(), more.begin(), more.end());
-  return texts;
-}
-
-const Texts kArrive = {"4002 +0 @2E7C0001"};
-const Texts kStatus = {"C009 +20 @00000000"};
-const Texts kToRom = {"4000 +0 @00000000"};
+const std::string kArrive = "4002 +0 @2E7C0001\n", kStatus = "C009 +20 @00000000\n";
+const std::string kToRom = "4000 +0 @00000000\n", kValidate = "40D9 +0 @00000001\n";
 // Back after 750 ms, found by the scan at 768 ms, ready after 850 ms.
-const Texts kReturn = {"!4002 +0 @2E7C0001", "4002 +0 @2E7C0001"};
-const Texts kErase = {"4002 +0 @2E7C0001", "40E8 +0 @00000000"};
-const Texts kWrite = {"4002 +0 @2E7C0003", "C009 +20 @00000000",       "4006 +0 @00000001",
-                      "40E8 +0 @00000100", "40C8 +128 @00000000 x255", "40C8 +40 @00007F80"};
-const Texts kCompare = {"C0D8 +128 @00000000 x255", "C0D8 +40 @00007F80"};
-const Texts kValidate = {"40D9 +0 @00000001"};
-const Texts kStart = Texts{"40E9 +0 @00000101"} + kReturn;
+const std::string kReturn = "!4002 +0 @2E7C0001\n4002 +0 @2E7C0001\n";
+const std::string kErase = "4002 +0 @2E7C0001\n40E8 +0 @00000000\n";
+const std::string kWrite =
+    "4002 +0 @2E7C0003\nC009 +20 @00000000\n4006 +0 @00000001\n40E8 +0 @00000100\n"
+    "40C8 +128 @00000000 x255\n40C8 +40 @00007F80\n";
+const std::string kCompare = "C0D8 +128 @00000000 x255\nC0D8 +40 @00007F80\n";
+const std::string kStart = "40E9 +0 @00000101\n" + kReturn;
 
 const struct {
   const char* hub;  ///< more members of the hub
-  bool isDual, runsRom;
-  Texts conversation;  ///< without the start of the new firmware
+  bool isDual;
+  std::string conversation;  ///< without the start of the new firmware
 } kCases[] = {
-    {"", false, false,
+    {"", false,
      kArrive + kStatus + kStatus + kToRom + kReturn + kStatus + kErase + kWrite + kCompare},
-    {R"(, "running": "rom")", false, true, kArrive + kStatus + kErase + kWrite + kCompare},
-    {R"(, "dual_bank": true)", true, false,
-     kArrive + kStatus + kStatus + kWrite + kStatus + kCompare},
-    {R"(, "dual_bank": true, "isp_supported": true)", true, false,
+    {R"(, "running": "rom")", false, kArrive + kStatus + kErase + kWrite + kCompare},
+    {R"(, "dual_bank": true)", true, kArrive + kStatus + kStatus + kWrite + kStatus + kCompare},
+    {R"(, "dual_bank": true, "isp_supported": true)", true,
      kArrive + kStatus + kStatus + kWrite + kStatus + kValidate}};
 
-using UpdateTest = ApiTest;
+class UpdateTest : public ApiTest {
+ protected:
+  UpdateTest() {
+    g_atTen = nullptr;
+    Open();
+  }
+
+  void Start(const char* path, std::uint8_t expected, const std::vector<int>& progress) {
+    g_progress.clear();
+    ClearRecords();
+    EXPECT_EQ(expected, QZ_UpdateDev(handle, path, OnProgress));
+    CMsg::Instance().Progress(55);  // after the call nobody is told
+    EXPECT_EQ(progress, g_progress);
+  }
+
+  /// Whether the bank begins with the image.
+  bool Holds(std::size_t bank, const Bytes& expected) {
+    const auto contents = hub().bank(bank).contents();
+    return std::equal(expected.begin(), expected.end(), contents.begin());
+  }
+
+  /// Neither reset nor erased.
+  void ExpectOldFirmware() {
+    EXPECT_EQ(instance, world->HidInstance("hub"));
+    EXPECT_TRUE(Holds(0, virtualhub::BuildImage({}, 0x10000)));
+  }
+
+  const Bytes image = virtualhub::BuildImage({.version = 0x0210}, 0x7FA8);  // 255 x 128 + 40
+  const TempFile good{image, "good"};
+  const virtualhub::DevInst instance = world->HidInstance("hub");
+};
 
 TEST_F(UpdateTest, HubsInAnyModeTakeTheImageInTheirConversation) {
-  const Bytes image = virtualhub::BuildImage({.version = 0x0210}, 0x7FA8);  // 255 x 128 + 40
-  const TempFile file(image);
-  for (const auto& mode : kCases) {
+  for (const auto& [members, isDual, conversation] : kCases) {
     for (const bool starts : {true, false}) {
-      SCOPED_TRACE(Text("%s, starts: %d", mode.hub, starts));
-      InstallDevices(Text(R"({"name": "hub", "port": "3.1"%s})", mode.hub));
-      Open();
+      SCOPED_TRACE(Text("%s, starts: %d", members, starts));
+      OpenHub(members);
       QZ_DllPassPara(starts ? 0 : 5);
-      std::uint16_t version = 0xEEEE;
-      EXPECT_EQ(mode.runsRom ? 0 : 1, QZ_ReadDevVersion(handle, &version));
-      EXPECT_EQ(mode.runsRom ? 0xEEEE : 0x0102, version);
-      ClearRecords();
       g_progress.clear();
-      EXPECT_EQ(1, QZ_UpdateDev(handle, file.path(), starts ? KeepProgress : nullptr));
-      EXPECT_EQ(mode.conversation + (starts ? kStart : Texts()), Conversation(world->recorder()));
+      EXPECT_EQ(1, QZ_UpdateDev(handle, good.path(), starts ? OnProgress : nullptr));
+      EXPECT_EQ(conversation + (starts ? kStart : ""), Conversation(world->recorder()));
       EXPECT_EQ(starts ? log.progress : std::vector<int>(), g_progress);
-      EXPECT_EQ(starts ? 1u : 0u, log.Count({3, "QZ_UpdateDev", "Notify Progress\n"}));
+      EXPECT_EQ(starts ? "3 Notify Progress\n" : "", Said("QZ_UpdateDev"));
       EXPECT_EQ(0, OpenHandles());
-      const auto contents = hub().bank(mode.isDual ? 1 : 0).contents();
-      EXPECT_TRUE(std::equal(image.begin(), image.end(), contents.begin()));
-      EXPECT_EQ(starts || mode.isDual, hub().code() == virtualhub::Code::Flash);
-      EXPECT_EQ(starts || mode.isDual ? 1 : 0, QZ_ReadDevVersion(handle, &version))
-          << "the handle finds the hub again";
-      EXPECT_EQ(starts ? 0x0210 : mode.runsRom ? 0xEEEE : 0x0102, version);
+      EXPECT_TRUE(Holds(isDual ? 1 : 0, image));
+      EXPECT_EQ(starts || isDual, hub().code() == virtualhub::Code::Flash);
+      std::uint16_t version = 0;  // the handle finds the hub again
+      EXPECT_EQ(starts || isDual ? 1 : 0, QZ_ReadDevVersion(handle, &version));
+      EXPECT_EQ(starts ? 0x0210 : isDual ? 0x0102 : 0, version);
     }
   }
 }
 
-TEST_F(UpdateTest, ProgressRisesByStepsAndWithTheChunks) {
-  const TempFile file(virtualhub::BuildImage({}, 0x7FA8));
-  Open();
-  g_progress.clear();
-  EXPECT_EQ(1, QZ_UpdateDev(handle, file.path(), KeepProgress));
-  ASSERT_EQ(4u + 255u + 3u, g_progress.size());
-  EXPECT_TRUE(std::is_sorted(g_progress.begin(), g_progress.end()));
-  EXPECT_EQ((std::vector<int>{0, 10, 20, 30, 30}),
-            std::vector<int>(g_progress.begin(), g_progress.begin() + 5));
-  EXPECT_EQ((std::vector<int>{69, 70, 90, 100}),
-            std::vector<int>(g_progress.end() - 4, g_progress.end()));
+TEST_F(UpdateTest, AMissingFileIsToldBeforeTheHubIsTouched) {
+  const std::string missing = UniquePath("missing.bin");
+  for (const char* path : {missing.c_str(), ""}) {
+    Start(path, 0, {});
+    EXPECT_EQ(Text("3 Notify Progress\n3 Fw File is Not Exist,FWPath:%s\n", path),
+              Said("QZ_UpdateDev"));
+    EXPECT_TRUE(Outputs().empty());
+  }
+  EXPECT_EQ(0u, QZ_HidGPIOW(handle, 1, 1)) << "the device is still open";
+  ExpectOldFirmware();
+}
+
+TEST_F(UpdateTest, AFileThatIsNoImageNeverCostsTheFirmware) {
+  const TempFile empty({}, "empty");
+  const TempFile cut(Bytes(image.begin(), image.begin() + 0x7F53), "cut");
+  const std::string unreadable = UniquePath("socket");  // not even root can open it
+  std::remove(unreadable.c_str());
+  ASSERT_EQ(0, mknod(unreadable.c_str(), S_IFSOCK | 0600, 0));
+  const LogLine notLoaded = {1, "CHubFwFinder::LoadFwbin2Buf", "load fw to buf return failed.\n"};
+  const std::pair<std::string, LogLine> cases[] = {
+      {empty.path(), notLoaded},
+      {::testing::TempDir(), notLoaded},
+      {unreadable, notLoaded},
+      {cut.path(), {3, kFlow, "Fw image is too short,size:32595\n"}}};
+  std::uint16_t version = 0;
+  for (const auto& [path, reason] : cases) {
+    SCOPED_TRACE(path);
+    // What an earlier job loaded must not be written instead.
+    ASSERT_EQ(1, QZ_ReadBinVersion(handle, good.path(), &version));
+    Start(path.c_str(), 0, {0, 10, 0});
+    EXPECT_EQ(1u, log.Count(reason));
+    EXPECT_EQ(1u, log.Count({3, kFlow, "\nfail to write flash\n"}));
+    EXPECT_EQ("3 Notify Progress\n3 Update Fail\n", Said("QZ_UpdateDev"));
+    EXPECT_EQ((std::vector<std::uint16_t>{0x4002, 0xC009}), Keys());
+    ExpectOldFirmware();
+  }
+  // The other job that reads files throws inside.
+  std::uint32_t id = 0;
+  EXPECT_EQ(0, QZ_GetHidBinFileVIDPID(unreadable.c_str(), &id, &id));
+  EXPECT_THAT(log.lines.back().text, ::testing::StartsWith("Exception:"));
+  std::remove(unreadable.c_str());
+}
+
+TEST_F(UpdateTest, ReconfiguringTheLogInTheCallbackEndsTheProgressOnly) {
+  g_atTen = [] { EXPECT_EQ(1, QZ_ConfigLog(0, 0)); };
+  Start(good.path(), 1, {0, 10});
+  EXPECT_EQ(0x0210, hub().Identity().version);
+}
+
+TEST_F(UpdateTest, TakingTheDeviceAwayInTheCallbackFailsTheUpdateInTime) {
+  for (const bool closes : {false, true}) {
+    Open();
+    g_atTen = [&] { closes ? QZ_CloseDev(handle) : static_cast<void>(List()); };
+    Start(good.path(), 0, {0, 10, 0});
+    EXPECT_EQ(1u, log.Count({3, kFlow, "fail to reset to rom\n"}));
+    EXPECT_EQ(0, OpenHandles());
+    EXPECT_EQ(closes ? kStatusRefused : 0u, QZ_HidI2CConfig(handle, 0xA0, 2, 1));
+    ExpectOldFirmware();
+  }
 }
 
 }  // namespace

@@ -43,11 +43,8 @@ class PropertyDouble final : public IPropertyEx {
   std::uint32_t Yv_SendVDCmd(std::uint8_t type, std::uint8_t request, std::uint16_t value,
                              std::uint16_t index, std::uint8_t* data, std::uint32_t length,
                              std::uint32_t timeoutMs) override {
-    Bytes setup{type, request};
-    for (std::uint32_t field : {std::uint32_t{value}, std::uint32_t{index}, length}) {
-      setup.push_back(static_cast<std::uint8_t>(field & 0xFF));
-      setup.push_back(static_cast<std::uint8_t>(field >> 8 & 0xFF));
-    }
+    const SetupPacket setup =
+        MakeSetup(type, request, value, index, static_cast<std::uint16_t>(length));
     return Take(setup, " " + std::to_string(timeoutMs), type < 0x80, data, length);
   }
   std::uint32_t CtlPipeNoDataOut(const SetupPacket& setup) override {
@@ -60,12 +57,12 @@ class PropertyDouble final : public IPropertyEx {
     return Take(header, "", false, data, header[6] + header[7] * 256u);
   }
 
-  Strings sent;                                // setup packets; with the time-out if there is one
-  std::string keys;                            // types and codes of the requests
-  Bytes written;                               // all OUT data
-  Bytes answer = Bytes(64, 0), flash;          // what IN requests deliver; what flash reads do
-  std::uint64_t failing = 0;                   // bit 0: the first request
-  std::function<void(std::size_t)> onRequest;  // with the request's number, from 1
+  Strings sent;                        // setup packets; with the time-out if there is one
+  std::string keys;                    // types and codes of the requests
+  Bytes written;                       // all OUT data
+  Bytes answer = Bytes(64, 0), flash;  // what IN requests deliver; what flash reads do
+  std::uint64_t failing = 0;           // bit 0: the first request
+  std::function<void(int)> onRequest;  // with the request's number, from 1
   std::uint32_t closes = 0;
 
  private:
@@ -73,7 +70,7 @@ class PropertyDouble final : public IPropertyEx {
                      std::uint8_t* data, std::uint32_t length) {
     sent.push_back(Hex(setup) + timeout);
     keys += Hex(setup.first(1)) + Hex(setup.subspan(1, 1)) + " ";
-    if (onRequest) onRequest(sent.size());
+    if (onRequest) onRequest(static_cast<int>(sent.size()));
     if (isOut) {
       written.insert(written.end(), data, data + length);
     } else {

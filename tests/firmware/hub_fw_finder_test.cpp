@@ -30,9 +30,7 @@ TEST_F(HubFwFinderTest, AFileReplacesTheOldContentsWhole) {
     SCOPED_TRACE(size);
     virtualhub::Bytes bytes(size);  // with every byte value, line ends and end-of-file marks too
     for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::uint8_t>(26 - i - i / 256);
-    const TempFile file(bytes);
-    EXPECT_TRUE(Load(file.path()));
-    EXPECT_TRUE(bytes == image);
+    EXPECT_TRUE(Load(TempFile(bytes).path()) && bytes == image);
   }
 }
 

@@ -20,20 +20,12 @@ class CVirtualSeamBench final : public ISeamBench {
   ~CVirtualSeamBench() override { virtualhub::UninstallWorld(); }
 
   std::vector<ExpectedDevice> Hubs() override {
-    return {{L"HID\\VID_2E7C&PID_0818&REV_0100",
-             L"USB\\VID_2E7C&PID_0818&REV_0100",
-             L"WQ HID Hub",
-             {321, 257},
-             2,
-             3,
-             0x2E7C},
-            {L"HID\\VID_1A2B&PID_3C4D&REV_0100",
-             L"USB\\VID_1A2B&PID_3C4D&REV_0100",
-             L"WQ HID Gr\u00F6\u00DFe",
-             {200, 300},
-             2,
-             1,
-             0x1A2B}};
+    const auto hub = [](const std::wstring& ids, const wchar_t* text, HidCaps caps,
+                        std::uint32_t level, std::uint16_t vid) {
+      return ExpectedDevice{L"HID\\" + ids, L"USB\\" + ids, text, caps, 2, level, vid};
+    };
+    return {hub(L"VID_2E7C&PID_0818&REV_0100", L"WQ HID Hub", {321, 257}, 3, 0x2E7C),
+            hub(L"VID_1A2B&PID_3C4D&REV_0100", L"WQ HID Gr\u00F6\u00DFe", {200, 300}, 1, 0x1A2B)};
   }
   std::wstring OtherHardwareId() override { return L"HID\\VID_045E&PID_0750&REV_0100"; }
   Architecture NativeArchitecture() override { return Architecture::Arm64; }

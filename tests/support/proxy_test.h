@@ -2,10 +2,13 @@
 #pragma once
 
 #include <memory>
+#include <sstream>
 
 #include "support/library_test.h"
 
 namespace qzhid::test {
+
+using virtualhub::Fault;
 
 /// A property object is installed and has nothing open.
 class ProxyTest : public LibraryTest {
@@ -27,27 +30,28 @@ class ProxyTest : public LibraryTest {
     for (const auto& call : world->recorder().Calls("SleepMs")) pauses.push_back(call.value);
     return pauses;
   }
+  /// The whole log, each line as "level tag: text".
+  std::string Told() const {
+    std::ostringstream text;
+    for (const LogLine& line : log.lines) text << line;
+    return text.str();
+  }
   int OpenDevices() const { return world->openHandles(virtualhub::HandleKind::HidDevice); }
 
   CHidProperty property{std::make_unique<CHidTransfers>()};
 };
 
 /// Calls of a platform service fail with code 13, from the n-th on, `count` of them.
-inline virtualhub::Fault FailingCall(const std::string& service, std::uint32_t nth = 1,
-                                     std::uint32_t count = 1) {
-  return {.on = virtualhub::Fault::On::Call,
-          .service = service,
-          .nth = nth,
-          .count = count,
-          .code = 13};
+inline Fault FailingCall(const std::string& service, std::uint32_t nth = 1,
+                         std::uint32_t count = 1) {
+  return {.on = Fault::On::Call, .service = service, .nth = nth, .count = count, .code = 13};
 }
 
 /// A vendor request (type x 256 + request) is met by an action, at the n-th time and on, `count`
 /// times.
-inline virtualhub::Fault RequestFault(
-    std::uint16_t key, std::uint32_t nth = 1, std::uint32_t count = 1,
-    virtualhub::Fault::Action action = virtualhub::Fault::Action::Stall) {
-  return {.on = virtualhub::Fault::On::Request,
+inline Fault RequestFault(std::uint16_t key, std::uint32_t nth = 1, std::uint32_t count = 1,
+                          Fault::Action action = Fault::Action::Stall) {
+  return {.on = Fault::On::Request,
           .requestType = static_cast<std::uint8_t>(key >> 8),
           .request = static_cast<std::uint8_t>(key),
           .nth = nth,

@@ -1,12 +1,13 @@
-// Opening a device: each step that fails, what stays open, and which devices are accepted.
+// Opening a device: each step that fails, what stays open, and which devices are accepted; and the
+// line that describes the host before.
 #include "support/private_library.h"
 #include "transport/transport_test.h"
-#include "transport/vid_pid_list.h"
 
 namespace qzhid::test {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using virtualhub::Fault;
 using virtualhub::HandleKind;
@@ -26,74 +27,62 @@ class OpenTest : public LibraryTest {
     log.Clear();
   }
 
-  /// Open devices and report events; nothing else may stay open in between.
-  std::vector<int> OpenHandles() const {
-    EXPECT_EQ(0, world->openHandles(HandleKind::NodeSet));
-    EXPECT_EQ(0, world->openHandles(HandleKind::PreparsedData));
-    return {world->openHandles(HandleKind::HidDevice), world->openHandles(HandleKind::Event)};
+  /// How many open devices, report events, node sets and parsed descriptors there are.
+  std::string Open() const {
+    std::string counts;
+    for (const auto kind : {HandleKind::HidDevice, HandleKind::Event, HandleKind::NodeSet,
+                            HandleKind::PreparsedData}) {
+      counts += std::to_string(world->openHandles(kind));
+    }
+    return counts;
   }
 };
 
 TEST_F(OpenTest, EachFailingStepHasItsMessageAndCode) {
   const struct {
     const char* service;
-    std::string message;  // of code 26
-    int leftOpen;
+    const char* message;  // of code 26
+    const char* open;
   } rows[] = {
-      {"FirstInterface", "SetupDiEnumDeviceInterfaces FAIL,ErrorCode is 0000001a\n", 0},
-      {"InterfacePath", "SetupDiGetDeviceInterfaceDetail FAIL,ErrorCode is 0000001a\n", 0},
-      {"OpenHidDevice", "CreateFile failed,ErrorCode is 0000001a\n", 0},
-      {"CreateReportEvent", "Create Event failed.Error Code is 26\n", 0},
-      {"GetPreparsedData", "HidD_GetPreparsedData failed,ErrorCode:26\n", 1},
-      {"GetCaps", "HidP_GetCaps failed,Error Code is 26\n", 1},
-      {"GetDeviceIdA", "CM_Get_Device_IDA Fail\n", 1},
-      {"GetIndexedString", "HidD_GetIndexedString failed,Error Code:26\n", 1},
+      {"FirstInterface", "SetupDiEnumDeviceInterfaces FAIL,ErrorCode is 0000001a\n", "0000"},
+      {"InterfacePath", "SetupDiGetDeviceInterfaceDetail FAIL,ErrorCode is 0000001a\n", "0000"},
+      {"OpenHidDevice", "CreateFile failed,ErrorCode is 0000001a\n", "0000"},
+      {"CreateReportEvent", "Create Event failed.Error Code is 26\n", "0000"},
+      {"GetPreparsedData", "HidD_GetPreparsedData failed,ErrorCode:26\n", "1100"},
+      {"GetCaps", "HidP_GetCaps failed,Error Code is 26\n", "1100"},
+      {"GetDeviceIdA", "CM_Get_Device_IDA Fail\n", "1100"},
+      {"GetIndexedString", "HidD_GetIndexedString failed,Error Code:26\n", "1100"},
   };
   for (const auto& row : rows) {
-    for (const std::uint32_t code : {26u, 0u}) {
+    for (const std::uint32_t code : {0u, 26u}) {  // a failure without a code is one, too
       SCOPED_TRACE(row.service);
       InstallForeign("HID\\VID_045E&PID_0750", "WQ HID");
+      const std::uint32_t hub = world->HidInstance("hub");
       world->AddFault({.on = Fault::On::Call, .service = row.service, .code = code});
       CHidProperty property(std::make_unique<CHidTransfers>());
-      EXPECT_EQ(code == 0 ? kRefused : code,
-                property.Yv_OpenDeviceByDevInst(world->HidInstance("hub")));
-      const auto lines = log.From(3);
-      ASSERT_EQ(2u, lines.size());
-      EXPECT_EQ(code == 0 ? lines[0] : (LogLine{3, kTag, row.message}), lines[0]);
-      EXPECT_EQ((LogLine{3, "CHidProperty::Yv_OpenDeviceByDevInst",
-                         code == 0 ? "Open Fail,ErrorCode:-1\n" : "Open Fail,ErrorCode:26\n"}),
-                lines[1]);
-      EXPECT_THAT(OpenHandles(), ElementsAre(row.leftOpen, row.leftOpen));
-      for (int i = 0; i < 2; ++i) {  // closing twice is harmless
-        EXPECT_EQ(0u, property.Yv_CloseDevice());
-        EXPECT_THAT(OpenHandles(), ElementsAre(0, 0));
-      }
-      EXPECT_EQ(0u, property.Yv_OpenDeviceByDevInst(world->HidInstance("hub")));
-      EXPECT_THAT(OpenHandles(), ElementsAre(1, 1));
+      EXPECT_EQ(code == 0 ? kRefused : code, property.Yv_OpenDeviceByDevInst(hub));
+      EXPECT_EQ(row.open, Open());
+      EXPECT_EQ(0u, property.Yv_CloseDevice());
+      EXPECT_EQ("0000", Open());
+      EXPECT_EQ(0u, property.Yv_OpenDeviceByDevInst(hub));
+      EXPECT_EQ("1100", Open());
     }
-    EXPECT_THAT(OpenHandles(), ElementsAre(0, 0));  // destruction closes
+    EXPECT_EQ("0000", Open());  // destruction closes
+    EXPECT_THAT(log.From(3), ElementsAre(LogLine{3, kTag, row.message},
+                                         LogLine{3, "CHidProperty::Yv_OpenDeviceByDevInst",
+                                                 "Open Fail,ErrorCode:26\n"}));
   }
 }
 
 TEST_F(OpenTest, NodesThatAreNotFoundAreRefusedWithoutAMessage) {
-  const struct {
-    const char* failing;
-    std::uint32_t devInst;
-  } rows[] = {{"", 0},
-              {"", 0xFFFFFFFF},
-              {"", world->UsbInstance("hub")},
-              {"OpenNodeSet", world->HidInstance("hub")},
-              {"EnumNode", world->HidInstance("hub")}};
-  CHidTransfers transfers;
-  for (const auto& row : rows) {
-    ClearRecords();
-    world->AddFault({.on = Fault::On::Call, .service = row.failing, .code = 5});
-    EXPECT_EQ(kRefused, transfers.Yv_OpenDeviceByDevInst(row.devInst));
+  const std::uint32_t hub = world->HidInstance("hub"), usb = world->UsbInstance("hub");
+  const std::pair<const char*, std::uint32_t> rows[] = {
+      {"", 0}, {"", 0xFFFFFFFF}, {"", usb}, {"OpenNodeSet", hub}, {"EnumNode", hub}};
+  for (const auto& [failing, devInst] : rows) {
+    world->AddFault({.on = Fault::On::Call, .service = failing, .code = 5});
+    EXPECT_EQ(kRefused, CHidTransfers().Yv_OpenDeviceByDevInst(devInst));
     EXPECT_THAT(log.lines, IsEmpty());
-    EXPECT_THAT(OpenHandles(), ElementsAre(0, 0));
-    if (row.devInst == 0) {
-      EXPECT_THAT(world->recorder().all(), IsEmpty());
-    }
+    EXPECT_EQ("0000", Open());
   }
 }
 
@@ -107,21 +96,15 @@ TEST_F(OpenTest, VendorIdElseProductTextDecides) {
   } rows[] = {
       {"HID\\VID_2E7C&PID_0818\\7&1", {}, "0x2e7c/0x0818", 0},
       {"hid\\vid_2e7c&pid_08aB\\7&1", {}, "0x2e7c/0x08ab", 0},
-      {"HID\\PID_0818&VID_2E7C", "", "0x2e7c/0x0818", 0},
-      {"HID\\VID_2E7C", {}, "0x2e7c/0x0000", 0},
-      {"HID\\VID_2E7C99&PID_081899", {}, "0x2e7c/0x0818", 0},
       {"HID\\VID_2E7&PID_12&X", "WQ HID Hub", "0x02e7/0x0012", 0},
       {"HID\\VID_045E&PID_2E7C", "WQ HID Hub", "0x045e/0x2e7c", 0},
       {"HID\\VID_045E&PID_0818", "my WQ HID", "0x045e/0x0818", 0},
-      {"HID\\VID_045E&PID_0818", "WQ HI", "0x045e/0x0818", kRefused},
       {"HID\\VID_045E&PID_0818", "wq hid hub", "0x045e/0x0818", kRefused},
-      {"HID\\VID_045E&PID_0818", "", "0x045e/0x0818", kRefused},
       {"HID\\VID_045E&PID_0818", {}, "0x045e/0x0818", kStalled},
       // The text must fit the input report, with its terminator.
       {"HID\\VID_045E", "WQ HID", "0x045e/0x0000", 0, 14},
       {"HID\\VID_045E", "WQ HID", "0x045e/0x0000", ENOBUFS, 13},
       {"SWD\\2E7C", "WQ HID", "0x0000/0x0000", 0},
-      {"SWD\\2E7C", "keyboard", "0x0000/0x0000", kRefused},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.deviceId + " " + row.productText.value_or("(none)"));
@@ -129,44 +112,12 @@ TEST_F(OpenTest, VendorIdElseProductTextDecides) {
     CHidTransfers transfers;
     const std::uint32_t devInst = world->HidInstance("hub");
     EXPECT_EQ(row.result, transfers.Yv_OpenDeviceByDevInst(devInst));
-    EXPECT_EQ(
-        (LogLine{0, kTag, "DevInst:" + std::to_string(devInst) + ",VID/PID:" + row.ids + "\n"}),
-        log.lines.at(0));
-    EXPECT_EQ(row.result == 0 || row.result == kRefused ? 1u : 2u, log.lines.size());
-    EXPECT_THAT(OpenHandles(), ElementsAre(1, 1));  // also when refused
+    const std::string node = "DevInst:" + std::to_string(devInst) + ",VID/PID:";
+    EXPECT_EQ((LogLine{0, kTag, node + row.ids + "\n"}), log.lines.at(0));
+    EXPECT_EQ("1100", Open());  // also when refused
     const auto asked = world->recorder().Calls("GetIndexedString");
-    ASSERT_EQ(row.ids.substr(0, 6) == "0x2e7c" ? 0u : 1u, asked.size());
-    if (!asked.empty()) {
-      EXPECT_EQ(52u, asked[0].value);
-    }
+    EXPECT_TRUE(asked.empty() || asked[0].value == 52);
   }
-}
-
-TEST_F(OpenTest, IdListTakesLinesWithBothNumbers) {
-  const struct {
-    std::string text;
-    VidPidList pairs;
-  } rows[] = {
-      {"", {}},
-      {"VID:045E PID:0750\n", {{0x045E, 0x0750}}},
-      {"PID:0750,VID:045E", {{0x045E, 0x0750}}},
-      {"; VID:45e;PID:7 junk\r\n\n#\nVID:1PID:2\n", {{0x45E, 7}, {1, 2}}},
-      {"VID:045E12 PID:075034\n", {{0x045E, 0x0750}}},
-      {"VID: 45EF PID:\t750\n", {{0x45E, 0x750}}},
-      {"VID:045E\nPID:0750\n", {}},
-      {"VID:0000 PID:0750\nVID:045E PID:0000\nVID:045E PID:\nVID:PID:0750\n", {}},
-      {"vid:045E pid:0750\nVID=045E PID=0750\nVID:wxyz PID:0750\n", {}},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
-    const TempFile file(Bytes(row.text.begin(), row.text.end()), "VidPid.ini");
-    VidPidList pairs{{9, 9}};
-    EXPECT_TRUE(ReadVidPidList(file.path(), pairs));
-    EXPECT_EQ(row.pairs, pairs);
-    EXPECT_EQ(row.pairs.empty() ? 0u : 1u, CHidTransfers().GetVidPidList(file.path()));
-  }
-  EXPECT_EQ(0u, CHidTransfers().GetVidPidList(UniquePath("missing.ini")));
-  EXPECT_THAT(log.lines, IsEmpty());
 }
 
 TEST_F(OpenTest, IdListBesideTheLibraryReplacesTheProductTextButNotTheVendorId) {
@@ -175,17 +126,49 @@ TEST_F(OpenTest, IdListBesideTheLibraryReplacesTheProductTextButNotTheVendorId) 
     {"name": "silent", "port": "2", "kind": "other", "vid": "0x045E", "pid": "0x0750"},
     {"name": "named", "port": "3", "kind": "other", "vid": "0x1234", "pid": "0x5678",
      "product_text": "WQ HID"}]})");
-  const auto list = [&](const std::string& text) {
+  const std::string family = "2E7C:0818\n", silent = "045E:0750\n", named = "1234:5678\n";
+  EXPECT_EQ(family + named, library.List(3));
+  const std::pair<const char*, std::string> rows[] = {
+      {"VID:1111 PID:2222\nPID:0750,VID:045E", family + silent},
+      {"; VID:45e12\r\n#\nVID: 45EF;PID:\t750 junk\r\n", family + silent},
+      {"VID:045e12PID:075034\n", family + silent},
+      {"VID:045E PID:5678\nVID:1234 PID:0750\n", family},
+      // Lists without any pair are as good as none.
+      {"VID:045E\nPID:0750\nVID:0000 PID:0750\nVID:045E PID:\n", family + named},
+      {"vid:045E pid:0750\nVID=045E PID=0750\nVID:wxyz PID:0750\n", family + named}};
+  for (const auto& [text, listed] : rows) {
     WriteText(library.folder() / "VidPid.ini", text);
-    return library.List(3);
-  };
-  const std::string byText = "2E7C:0818\n1234:5678\n";
-  EXPECT_EQ(byText, library.List(3));
-  EXPECT_EQ("2E7C:0818\n045E:0750\n", list("VID:1111 PID:2222\nPID:0750 VID:045E\n"));
-  EXPECT_EQ("2E7C:0818\n", list("VID:0750 PID:045E\n"));
-  EXPECT_EQ("2E7C:0818\n", list("VID:045E PID:5678\nVID:1234 PID:0750\n"));
-  EXPECT_EQ(byText, list(""));
-  EXPECT_EQ(byText, list("VID:045E\n"));
+    EXPECT_EQ(listed, library.List(3)) << text;
+  }
+}
+
+TEST_F(OpenTest, OneDeviceIsOpenAtATimeAndIdentificationLeavesNoneOpen) {
+  CHidProperty property(std::make_unique<CHidTransfers>());
+  const std::uint32_t hub = world->HidInstance("hub");
+  EXPECT_EQ(0u, property.Yv_OpenDeviceByDevInst(hub));
+  EXPECT_EQ(0u, property.Yv_OpenDeviceByDevInst(hub));
+  EXPECT_EQ("1100", Open());
+  EXPECT_EQ(1u, property.Yv_IsWqHid(hub));
+  EXPECT_EQ("0000", Open());
+  EXPECT_EQ(0u, property.Yv_OpenDeviceByDevInst(hub));
+  EXPECT_EQ(0u, property.Yv_IsWqHid(0));  // has closed the hub before
+  EXPECT_EQ("0000", Open());
+}
+
+TEST_F(OpenTest, HostIsDescribedInOneLineWithWhatCanBeRead) {
+  const std::pair<std::string, const char*> rows[] = {
+      {R"("product_name": "W", "major": 10, "update_revision": 28, "architecture": "x64")",
+       ", OS Type:W OS Version:10.0.22631.28 Platform:x64\n"},
+      {R"("product_name": null, "major": 6, "architecture": "arm64")",
+       ", OS Type: OS Version:6.0.22631 Platform:ARM64\n"},
+      {R"("version_store": false, "architecture": "unknown")",
+       ", RegOpenKeyEx failed.\n[2024-03-07, 09:05:02]  CRequestCMD::CRequestCMD, Unknown "
+       "Platform\n"}};
+  for (const auto& [host, line] : rows) {
+    const PrivateLibrary library(R"({"time": "virtual", "devices": [], "host": {)" + host + "}}");
+    library.List(0);
+    EXPECT_THAT(ReadText(library.folder() / "info.txt"), HasSubstr(line));
+  }
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// Requests that fail: results, log lines, and what happens while another thread holds the device.
+// Requests that fail: results and log lines, what happens while another thread holds the device,
+// and how much data fits the reports that a device declares.
 #include <atomic>
 #include <future>
 #include <thread>
@@ -9,7 +10,6 @@ namespace qzhid::test {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 using virtualhub::Fault;
 
@@ -17,12 +17,6 @@ class RequestFailureTest : public TransportTest {
  protected:
   RequestFailureTest() { EXPECT_EQ(0u, requests.Yv_VdCmdEnable(1)); }
 
-  /// Milliseconds of each pause on the record.
-  std::vector<std::uint32_t> Pauses() const {
-    std::vector<std::uint32_t> pauses;
-    for (const auto& call : world->recorder().Calls("SleepMs")) pauses.push_back(call.value);
-    return pauses;
-  }
   void FailNext(Fault::On on, std::uint32_t code) {
     world->AddFault({.on = on, .action = Fault::Action::Fail, .code = code});
   }
@@ -33,80 +27,68 @@ TEST_F(RequestFailureTest, FailedReportsReturnTheirCodeAndSayEverything) {
   const struct {
     Fault::On on;
     std::uint8_t type;
-    std::uint32_t code;
-    std::int32_t result;
-    std::vector<std::array<std::string, 2>> lines;  // operation, text
-  } rows[] = {
-      {kOutput, 0x40, 5, 5, {{"HidDataOut", "Set Report Fail,ErrorCode:5\n"}}},
-      {kOutput, 0xC0, 31, 31, {{"HidDataIn", "Set Report Fail,ErrorCode:31\n"}}},
-      {kOutput, 0x40, 0, -1, {{"HidDataOut", "Set Report Fail,ErrorCode:-1\n"}}},
-      {kInput,
-       0xC0,
-       503,
-       503,
-       {{"Hid_GetReport", "Get Report Fail,Last Error Code is 0x000001f7\n"},
-        {"HidDataIn", "Get Report Fail,ErrorCode:503\n"}}},
-  };
+    std::uint32_t code, result;
+    const char* operation;
+    const char* text;
+  } rows[] = {{kOutput, 0x40, 5, 5, "HidDataOut", "Set Report Fail,ErrorCode:5\n"},
+              {kOutput, 0x40, 0, kRefused, "HidDataOut", "Set Report Fail,ErrorCode:-1\n"},
+              {kOutput, 0xC0, 31, 31, "HidDataIn", "Set Report Fail,ErrorCode:31\n"},
+              {kInput, 0xC0, 503, 503, "HidDataIn", "Get Report Fail,ErrorCode:503\n"}};
   for (const int channel : {1, 2}) {
+    Bytes data(21, 0x5A);
     for (const auto& row : rows) {
       FailNext(row.on, row.code);
       log.Clear();
-      Bytes data(20, 0x5A);
-      EXPECT_EQ(static_cast<std::uint32_t>(row.result),
-                Send(channel, row.type, 0x09, data.data(), 20, 0x1234));
-      EXPECT_EQ(Bytes(20, 0x5A), data);
-      std::vector<LogLine> expected;
-      for (const auto& [operation, text] : row.lines) {
-        expected.push_back({3, Tag(operation, channel), text});
-      }
-      for (const std::string& text :
-           {"RequestType: " + std::string(row.type == 0x40 ? "0x40" : "0xc0") + ", Request: 0x09",
-            std::string("wValue: 0x1122, wIndex: 0x3344"), std::string("dwLength: 0x14"),
-            std::string("ulTimeout: 0x1234"), "return " + std::to_string(row.result)}) {
-        expected.push_back({0, Tag("Yv_SendVDCmd", channel), "YvHub_SendVDCmd -> " + text + "\n"});
-      }
-      EXPECT_THAT(log.lines, ElementsAreArray(expected));
+      EXPECT_EQ(row.result, Send(channel, row.type, 0x09, data.data(), 20, 0x1234));
+      EXPECT_EQ(Bytes(21, 0x5A), data);
+      EXPECT_EQ((LogLine{3, Tag(row.operation, channel), row.text}), log.From(3).back());
     }
-  }
-}
+    std::vector<LogLine> expected{
+        {3, Tag("Hid_GetReport", channel), "Get Report Fail,Last Error Code is 0x000001f7\n"},
+        log.From(3).back()};
+    for (const char* text : {"RequestType: 0xc0, Request: 0x09", "wValue: 0x1122, wIndex: 0x3344",
+                             "dwLength: 0x14", "ulTimeout: 0x1234", "return 503"}) {
+      const std::string line = std::string("YvHub_SendVDCmd -> ") + text + "\n";
+      expected.push_back({0, Tag("Yv_SendVDCmd", channel), line});
+    }
+    EXPECT_EQ(expected, log.lines);
 
-TEST_F(RequestFailureTest, ReadThatFailsWithoutCodeDelivers) {
-  for (const int channel : {1, 2}) {
-    FailNext(Fault::On::Input, 0);
-    Bytes data(21, 0x5A), expected(21, 0);  // the report that it left, which was cleared before
-    expected[20] = 0x5A;
+    // A read that fails without a code delivers its report, which was cleared before.
+    FailNext(kInput, 0);
+    Bytes cleared(21, 0);
+    cleared[20] = 0x5A;
     EXPECT_EQ(0u, Send(channel, 0xC0, 0x09, data.data(), 20));
-    EXPECT_EQ(expected, data);
+    EXPECT_EQ(cleared, data);
   }
-  EXPECT_THAT(log.lines, IsEmpty());
 }
 
 TEST_F(RequestFailureTest, RefusalLossAndClosingReturnTheSystemsCode) {
   EXPECT_EQ(kStalled, Send(1, 0x40, 0x77, nullptr, 0));
   world->Unplug("hub");
-  EXPECT_EQ(static_cast<std::uint32_t>(ENODEV), Send(1, 0x40, 0x77, nullptr, 0));
+  EXPECT_EQ(static_cast<std::uint32_t>(ENODEV), requests.Yv_ISPValidation());
+  EXPECT_EQ(1u, log.Count({0, "CHidTransfers::Yv_SendVDCmd",
+                           "YvHub_SendVDCmd -> ulTimeout: 0xc350\n"}));  // ten times the usual
   property->Yv_CloseDevice();
   log.Clear();
   EXPECT_EQ(static_cast<std::uint32_t>(EBADF), requests.Yv_CtlPipeOut({0x40, 0xC6}, nullptr));
   EXPECT_EQ(1u, log.lines.size());  // packets have no trace
 }
 
-TEST_F(RequestFailureTest, NamedRequestsWaitFiveSecondsAndValidationTenTimesThat) {
-  property->Yv_CloseDevice();
+TEST_F(RequestFailureTest, RequestsWithoutAPropertyObjectAreRefusedWithOneLine) {
+  requests.SetProperty(nullptr);
   log.Clear();
-  std::uint8_t buffer[kStatusBlockSize] = {};
-  requests.Yv_VdCmdEnable(1);
-  requests.Yv_Status(buffer);
-  requests.Yv_WriteFlash2(0, buffer, 1);
-  requests.Yv_ReadFlash2(0, buffer, 1);
-  requests.Yv_EraseFlash2(0);
-  requests.Yv_FWReset(0);
-  requests.Yv_ResetCode();
-  requests.Yv_SetDLSlaveAddr(1, 1);
-  constexpr const char* kTag = "CHidTransfers::Yv_SendVDCmd";
-  EXPECT_EQ(8u, log.Count({0, kTag, "YvHub_SendVDCmd -> ulTimeout: 0x1388\n"}));
-  requests.Yv_ISPValidation();
-  EXPECT_EQ(1u, log.Count({0, kTag, "YvHub_SendVDCmd -> ulTimeout: 0xc350\n"}));
+  std::uint8_t data[kStatusBlockSize] = {};
+  for (const std::uint32_t result :
+       {requests.QZ_OpenDevice(1), requests.Yv_CloseDevice(), requests.Yv_Status(data),
+        requests.Yv_WriteFlash2(0, data, 0), requests.Yv_FWReset(0),
+        requests.Yv_SetDLSlaveAddr(0, 0), requests.Yv_CtlPipeNoDataOut({}),
+        requests.Yv_CtlPipeOut({}, data), requests.Yv_CtlPipeIn({}, data),
+        CHidProperty(nullptr).Yv_SendVDCmd(0x40, 2, 0, 0, data, 0, 0)}) {
+    EXPECT_EQ(kRefused, result);
+  }
+  EXPECT_EQ(9u, log.lines.size());
+  EXPECT_EQ((LogLine{3, "CRequestCMD::QZ_OpenDevice", "Property Object is null!!\n"}),
+            log.lines[0]);
 }
 
 /// Another thread's request that stays in its exchange until it is let go.
@@ -131,54 +113,112 @@ struct Holder {
 };
 
 TEST_F(RequestFailureTest, HeldDeviceIsPolledEvery100MsUntilTheTimeOutIsExceeded) {
-  const struct {
-    std::uint32_t timeoutMs;
-    std::size_t tries;
-  } rows[] = {{0, 1}, {99, 1}, {100, 2}, {250, 3}, {5000, 51}};
+  const std::pair<std::uint32_t, std::size_t> rows[] = {{0, 1}, {99, 1}, {100, 2}, {250, 3}};
   Bytes data(20);
   Holder holder(*world, *transfers);
   for (const int channel : {1, 2}) {
     for (const std::uint8_t type : Bytes{0x40, 0xC0}) {
-      for (const auto& row : rows) {
+      for (const auto& [timeoutMs, tries] : rows) {
         const std::string tag = Tag(type == 0x40 ? "HidDataOut" : "HidDataIn", channel);
-        SCOPED_TRACE(tag + " " + std::to_string(row.timeoutMs));
         ClearRecords();
-        EXPECT_EQ(kRefused, Send(channel, type, 0x09, data.data(), 20, row.timeoutMs));
-        std::vector<LogLine> expected(row.tries, {3, tag, "Can't Obtain Lock!\n"});
+        EXPECT_EQ(kRefused, Send(channel, type, 0x09, data.data(), 20, timeoutMs));
+        std::vector<LogLine> expected(tries, {3, tag, "Can't Obtain Lock!\n"});
         expected.push_back({3, tag, "WqHIDDataIn Timeout Fail! \n"});
-        EXPECT_THAT(log.From(3), ElementsAreArray(expected));
-        EXPECT_EQ(std::vector<std::uint32_t>(row.tries, 100), Pauses());
+        EXPECT_EQ(expected, log.From(3));
+        EXPECT_EQ(tries, world->recorder().Calls("SleepMs").size());
+        EXPECT_EQ(100u, world->recorder().Calls("SleepMs").back().value);
       }
     }
   }
-  using Packet = std::uint32_t (ITransfers::*)(const PacketHeader&, std::uint8_t*);
-  for (const Packet send : {&ITransfers::SendPacketOut, &ITransfers::SendPacketIn,
-                            &ITransfers::SendPacketOut2, &ITransfers::SendPacketIn2}) {
-    ClearRecords();
-    EXPECT_EQ(kRefused, (static_cast<ITransfers*>(transfers)->*send)({}, nullptr));
-    EXPECT_EQ(51u, Pauses().size());
+  ClearRecords();
+  for (const std::uint32_t result :
+       {transfers->SendPacketOut({}, nullptr), transfers->SendPacketIn({}, nullptr),
+        transfers->SendPacketOut2({}, nullptr), transfers->SendPacketIn2({}, nullptr)}) {
+    EXPECT_EQ(kRefused, result);
   }
+  EXPECT_EQ(4u * 51, world->recorder().Calls("SleepMs").size());  // packets wait five seconds
   EXPECT_EQ(2u, world->exchanges());  // that of the fixture and the one that is held
   holder.Release();
   EXPECT_EQ(0u, Send(1, 0xC0, 0x09, data.data(), 20, 0));
 }
 
-TEST_F(RequestFailureTest, DeviceThatBecomesFreeInTimeIsUsed) {
-  Holder holder(*world, *transfers);
-  struct Releaser final : SilentReceiver {
-    explicit Releaser(Holder& held) : holder(held) {}
-    void OnLog(const char*, int) override {
-      if (++lines == 3) holder.Release();
+using ReportLimitsTest = TransportTest;
+
+/// What is logged of a stage that is too long; `kind` is "Set" or "Get".
+std::vector<LogLine> TooLong(const std::string& kind, int channel, std::size_t length,
+                             std::size_t limit) {
+  return {{3, Tag("Hid_" + kind + "Report", channel),
+           "Fail,pBuffer Len greater than Max Length,byLen:" + std::to_string(length) +
+               " Max Length:" + std::to_string(limit) + "\n"},
+          {3, Tag("HidDataIn", channel), kind + " Report Fail,ErrorCode:-1\n"}};
+}
+
+TEST_F(ReportLimitsTest, DataStageFillsTheDeclaredOutputReportAndNoMore) {
+  const struct {
+    std::uint16_t declared;
+    std::uint32_t limits[2];
+  } rows[] = {{64, {0, 0}},      {65, {0, 1}},      {66, {1, 2}},      {120, {55, 56}},
+              {193, {128, 129}}, {320, {255, 256}}, {321, {256, 256}}, {1000, {256, 256}}};
+  for (const auto& row : rows) {
+    OpenWithLengths(row.declared, 1000);
+    for (const int channel : {1, 2}) {
+      SCOPED_TRACE(std::to_string(row.declared) + " on channel " + std::to_string(channel));
+      const std::uint32_t limit = row.limits[channel - 1];
+      Bytes data = CountUp(1, limit + 1), header = Hex("C0 FE 22 11 44 33");
+      header.insert(header.end(), {LowByte(limit), HighByte(limit)});
+      Bytes report = Report(channel, header, CountUp(1, limit), 1000);
+      report.resize(row.declared);
+      ClearRecords();
+      EXPECT_EQ(kStalled, Send(channel, 0xC0, 0xFE, data.data(), limit));
+      EXPECT_THAT(Outputs(), ElementsAre(report));
+
+      ClearRecords();
+      EXPECT_EQ(kRefused, Send(channel, 0xC0, 0xFE, data.data(), limit + 1));
+      EXPECT_EQ(TooLong("Set", channel, limit + 1, limit), log.From(3));
+      if (limit < 128) {  // longer OUT stages are cut
+        EXPECT_EQ(kRefused, Send(channel, 0x40, 0xFE, data.data(), limit + 1));
+      }
+      EXPECT_THAT(Outputs(), IsEmpty());
     }
-    Holder& holder;
-    int lines = 0;
-  } releaser(holder);
-  CMsg::Instance().AddResponder(&releaser);
-  Bytes data(20);
-  EXPECT_EQ(0u, Send(1, 0xC0, 0x09, data.data(), 20, 300));  // the last try of that time-out
-  EXPECT_EQ(3u, log.Count({3, "CHidTransfers::HidDataIn", "Can't Obtain Lock!\n"}));
-  EXPECT_EQ(3u, log.lines.size());
-  CMsg::Instance().RemoveResponder(&releaser);
+  }
+}
+
+// The check comes before the read and after the request went out; its message prints the room of
+// channel 1's output report.
+TEST_F(ReportLimitsTest, AnswerMustFitTheDeclaredInputReportLessItsId) {
+  const struct {
+    std::uint16_t output, input;
+    std::size_t printed;
+  } rows[] = {{321, 21, 256}, {1000, 100, 935}, {322, 5, 257}, {85, 20, 20}};
+  for (const auto& row : rows) {
+    OpenWithLengths(row.output, row.input);
+    ASSERT_EQ(0u, requests.Yv_VdCmdEnable(1));
+    for (const int channel : {1, 2}) {
+      Bytes fitting(256), data(257, 0x5A);
+      EXPECT_EQ(0u, Send(channel, 0xC0, 0x09, fitting.data(), row.input - 1u));
+      ClearRecords();
+      EXPECT_EQ(kRefused, Send(channel, 0xC0, 0x09, data.data(), row.input));
+      EXPECT_EQ(1u, Outputs().size());
+      EXPECT_EQ(0u, InputCount());
+      EXPECT_EQ(Bytes(257, 0x5A), data);
+      EXPECT_EQ(TooLong("Get", channel, row.input, row.printed), log.From(3));
+    }
+  }
+}
+
+TEST_F(ReportLimitsTest, DataWithoutAPointerIsRefusedAndNotSent) {
+  constexpr PacketHeader kPacket{0x40, 0xC6, 0, 0, 0, 0, 3};
+  for (const std::uint32_t result :
+       {Send(1, 0x40, 0xDC, nullptr, 1), Send(1, 0xC0, 0xDC, nullptr, 1),
+        Send(2, 0x40, 0xDC, nullptr, 1), Send(2, 0xC0, 0xDC, nullptr, 1),
+        Send(1, 0x40, 0xF2, nullptr, 7), Send(1, 0x40, 0xF5, nullptr, 192),
+        transfers->SendPacketOut(kPacket, nullptr), transfers->SendPacketIn(kPacket, nullptr),
+        transfers->SendPacketOut2(kPacket, nullptr), transfers->SendPacketIn2(kPacket, nullptr)}) {
+    EXPECT_EQ(kRefused, result);
+  }
+  EXPECT_EQ(0u, world->exchanges());
+  EXPECT_EQ(0u, requests.Yv_VdCmdEnable(1));
+  EXPECT_EQ(0u, Send(1, 0xC0, 0x09, nullptr, 0));  // nothing to send and nothing to copy
 }
 
 }  // namespace

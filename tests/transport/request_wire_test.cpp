@@ -1,4 +1,6 @@
 // Requests by name: their bytes on the wire, and their answers.
+#include <tuple>
+
 #include "transport/transport_test.h"
 
 namespace qzhid::test {
@@ -6,159 +8,128 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using Cmd = CRequestCMD;
-using Data = std::uint8_t*;
 
-using RequestWireTest = TransportTest;
+class RequestWireTest : public TransportTest {
+ protected:
+  /// Checks what the call before has sent, with the first `length` bytes of the buffer as data
+  /// (also of an IN request), and that an IN request that succeeded read one report.
+  void Expect(const char* header, std::uint32_t result, std::size_t length = 0,
+              std::uint32_t expected = 0) {
+    SCOPED_TRACE(header + std::string(" on channel ") + std::to_string(channel));
+    EXPECT_EQ(expected, result);
+    EXPECT_THAT(Outputs(), ElementsAre(Report(channel, Hex(header), CountUp(1, length))));
+    EXPECT_EQ(result == 0 && header[0] == 'C' ? 1u : 0u, InputCount());
+    EXPECT_EQ(result == 0, log.Of(Tag("Yv_SendVDCmd", channel)).empty() && log.From(1).empty());
+    ClearRecords();
+    std::iota(buffer.begin(), buffer.end(), std::uint8_t{1});
+  }
 
-constexpr PacketHeader kPacketOut{0x40, 0xC6, 0x10, 0x20, 0x30, 0x40, 2, 0x50, 0xA0, 4, 0x81};
-constexpr PacketHeader kPacketIn{0xC0, 0x09, 0x10, 0x20, 0x30, 0x40, 3, 0x00, 0xA0, 4, 0x81};
-
-// The data area holds the first `length` bytes of a buffer that counts up from 1, also of an IN
-// request; one that succeeds reads one input report.
-struct WireRow {
-  std::uint32_t (*send)(Cmd&, Data);
-  const char* header;
-  std::size_t length;
-  std::uint32_t result;
-  std::size_t reads;
-};
-const WireRow kWireRows[] = {
-    {[](Cmd& c, Data) { return c.Yv_VdCmdEnable(3); }, "40 02 03 00 7C 2E 00 00", 0, 0, 0},
-    {[](Cmd& c, Data b) { return c.Yv_Status(b); }, "C0 09 00 00 00 00 14 00", 20, 0, 1},
-    {[](Cmd& c, Data b) { return c.Yv_WriteFlash2(0xABCD1234, b, 5); }, "40 C8 34 12 CD AB 05 00",
-     5, kStalled, 0},
-    {[](Cmd& c, Data b) { return c.Yv_WriteFlash2(0x10000, b, 128); }, "40 C8 00 00 01 00 80 00",
-     128, kStalled, 0},
-    {[](Cmd& c, Data b) { return c.Yv_ReadFlash2(0x17FFE, b, 3); }, "C0 D8 FE 7F 01 00 03 00", 3, 0,
-     1},
-    {[](Cmd& c, Data b) { return c.Yv_ReadFlash2(1, b, 0); }, "C0 D8 01 00 00 00 00 00", 0, 0, 1},
-    {[](Cmd& c, Data b) { return c.Yv_ReadFlash2(0xABCD1234, b, 256); }, "C0 D8 34 12 CD AB 00 01",
-     256, kStalled, 0},
-    {[](Cmd& c, Data) { return c.Yv_EraseFlash2(0x10000); }, "40 E8 00 00 01 00 00 00", 0, kStalled,
-     0},
-    {[](Cmd& c, Data) { return c.Yv_ISPValidation(); }, "40 D9 01 00 00 00 00 00", 0, kStalled, 0},
-    {[](Cmd& c, Data) { return c.Yv_SetDLSlaveAddr(2, 0xA5); }, "40 08 02 A5 00 00 00 00", 0, 0, 0},
-    {[](Cmd& c, Data b) { return c.Yv_SendVDCmd(0x40, 0xF6, 0x1122, 0x3344, b, 3, 0); },
-     "40 F6 22 11 44 33 03 00", 3, 0, 0},
-    {[](Cmd& c, Data b) { return c.Yv_SendVDCmd(0x00, 0xCF, 5, 0, b, 2, 0); },
-     "00 CF 05 00 00 00 02 00", 2, 0, 0},
-    {[](Cmd& c, Data b) { return c.Yv_SendVDCmd(0xC0, 0x04, 0x600, 0, b, 1, 0); },
-     "C0 04 00 06 00 00 01 00", 1, 0, 1},
-    {[](Cmd& c, Data b) { return c.Yv_CtlPipeOut(kPacketOut, b); },
-     "40 C6 10 20 30 40 02 50 A0 04 81", 2, kStalled, 0},
-    {[](Cmd& c, Data b) { return c.Yv_CtlPipeIn(kPacketIn, b); },
-     "C0 09 10 20 30 40 03 00 A0 04 81", 3, 0, 1},
-    {[](Cmd& c, Data) { return c.Yv_FWReset(0x1234); }, "40 00 34 12 00 00 00 00", 0, 0, 0},
-    // The hub that was reset stalls.
-    {[](Cmd& c, Data) { return c.Yv_ResetCode(); }, "40 E9 01 01 00 00 00 00", 0, kStalled, 0},
+  int channel = 1;
+  Bytes buffer = CountUp(1, 256);
 };
 
 TEST_F(RequestWireTest, EachRequestIsOneOutputReportOfExactlyTheseBytes) {
-  for (const int channel : {1, 2}) {
+  constexpr PacketHeader kOut{0x40, 0xC6, 0x10, 0x20, 0x30, 0x40, 2, 0x50, 0xA0, 4, 0x81},
+      kIn{0xC0, 0x09, 0x10, 0x20, 0x30, 0x40, 3, 0x00, 0xA0, 4, 0x81};
+  CRequestCMD& c = requests;
+  std::uint8_t* const b = buffer.data();
+  for (; channel <= 2; ++channel) {
     OpenWithLengths(321, 257);
     if (channel == 2) property->EnableChannel2();
-    for (const WireRow& row : kWireRows) {
-      SCOPED_TRACE(row.header + std::string(" on channel ") + std::to_string(channel));
-      ClearRecords();
-      Bytes buffer = CountUp(1, 256);
-      EXPECT_EQ(row.result, row.send(requests, buffer.data()));
-      EXPECT_THAT(Outputs(), ElementsAre(Report(channel, Hex(row.header), CountUp(1, row.length))));
-      EXPECT_EQ(row.reads, InputCount());
-      EXPECT_EQ(row.result == 0,
-                log.Of(Tag("Yv_SendVDCmd", channel)).empty() && log.From(1).empty());
-    }
-    ClearRecords();
-    EXPECT_EQ(kRefused, requests.Yv_CtlPipeNoDataOut({0x40, 0xF6}));
+    Expect("40 02 03 00 7C 2E 00 00", c.Yv_VdCmdEnable(3));
+    Expect("C0 09 00 00 00 00 14 00", c.Yv_Status(b), 20);
+    Expect("40 C8 34 12 CD AB 05 00", c.Yv_WriteFlash2(0xABCD1234, b, 5), 5, kStalled);
+    Expect("40 C8 00 00 01 00 80 00", c.Yv_WriteFlash2(0x10000, b, 128), 128, kStalled);
+    Expect("C0 D8 FE 7F 01 00 03 00", c.Yv_ReadFlash2(0x17FFE, b, 3), 3);
+    Expect("C0 D8 34 12 CD AB 00 01", c.Yv_ReadFlash2(0xABCD1234, b, 256), 256, kStalled);
+    Expect("40 E8 00 00 01 00 00 00", c.Yv_EraseFlash2(0x10000), 0, kStalled);
+    Expect("40 D9 01 00 00 00 00 00", c.Yv_ISPValidation(), 0, kStalled);
+    Expect("40 08 02 A5 00 00 00 00", c.Yv_SetDLSlaveAddr(2, 0xA5));
+    Expect("40 F6 22 11 44 33 03 00", c.Yv_SendVDCmd(0x40, 0xF6, 0x1122, 0x3344, b, 3, 0), 3);
+    Expect("00 CF 05 00 00 00 02 00", c.Yv_SendVDCmd(0x00, 0xCF, 5, 0, b, 2, 0), 2);
+    Expect("C0 04 00 06 00 00 01 00", c.Yv_SendVDCmd(0xC0, 0x04, 0x600, 0, b, 1, 0), 1);
+    Expect("40 C6 10 20 30 40 02 50 A0 04 81", c.Yv_CtlPipeOut(kOut, b), 2, kStalled);
+    Expect("C0 09 10 20 30 40 03 00 A0 04 81", c.Yv_CtlPipeIn(kIn, b), 3);
+    Expect("40 00 34 12 00 00 00 00", c.Yv_FWReset(0x1234));
+    Expect("40 E9 01 01 00 00 00 00", c.Yv_ResetCode(), 0, kStalled);  // as after any reset
+    EXPECT_EQ(kRefused, c.Yv_CtlPipeNoDataOut({0x40, 0xF6}));
     EXPECT_THAT(Outputs(), IsEmpty());
   }
 }
 
-TEST_F(RequestWireTest, ResetAndSlaveAddressAreTracedBeforeTheyAreSent) {
-  world->Unplug("hub");
-  EXPECT_EQ(1u, requests.Yv_SetDLSlaveAddr(2, 0xA5));  // any failure is 1
-  EXPECT_EQ((LogLine{0, "CRequestCMD::Yv_SetDLSlaveAddr",
-                     "YvHub_SetDLSlaveAddr -> mode=2, bySlaveAddr=165\n"}),
-            log.lines.at(0));
-  log.Clear();
-  requests.Yv_FWReset(0x12);
-  EXPECT_EQ((LogLine{0, "CRequestCMD::Yv_FWReset", "YvHub_FWReset(USHORT uOption=0x12)\n "}),
-            log.lines.at(0));
-}
-
 TEST_F(RequestWireTest, LongOutStagesAreCutToOneByteOnChannel1Only) {
-  const struct {
-    std::uint32_t length;
-    const char* lengthField;
-    std::size_t sent;
-  } rows[] = {{0, "00 00", 0},   {1, "01 00", 1},   {128, "80 00", 128}, {129, "81 00", 1},
-              {200, "C8 00", 1}, {256, "00 01", 1}, {5000, "88 13", 1}};
-  for (const auto& row : rows) {
-    Bytes data = CountUp(7, 5000);
-    const Bytes header = Hex(std::string("40 DC 22 11 44 33 ") + row.lengthField);
-    ClearRecords();
-    Send(1, 0x40, 0xDC, data.data(), row.length);
-    Send(2, 0x40, 0xDC, data.data(), std::min(row.length, 256u));
-    ASSERT_EQ(2u, Outputs().size());
-    EXPECT_EQ(Channel1(header, CountUp(7, row.sent)), Outputs()[0]) << row.length;
-    if (row.length <= 256) {
-      EXPECT_EQ(Channel2(header, CountUp(7, row.length)), Outputs()[1]) << row.length;
-    }
-  }
+  Bytes data = CountUp(1, 5000);
+  Expect("40 DC 22 11 44 33 80 00", Send(1, 0x40, 0xDC, data.data(), 128), 128, kStalled);
+  Expect("40 DC 22 11 44 33 81 00", Send(1, 0x40, 0xDC, data.data(), 129), 1, kStalled);
+  Expect("40 DC 22 11 44 33 88 13", Send(1, 0x40, 0xDC, data.data(), 5000), 1, kStalled);
+  channel = 2;
+  Expect("40 DC 22 11 44 33 00 01", Send(2, 0x40, 0xDC, data.data(), 256), 256, kStalled);
 }
 
 TEST_F(RequestWireTest, RawRequestsCarryTheCallersBlockOnChannel1) {
-  const std::optional<Bytes> refused;
-  const struct {
-    std::uint8_t request;
-    std::uint32_t length;
-    std::optional<Bytes> report;
-  } rows[] = {
-      {0xF2, 0, Channel1({})},
-      {0xF2, 7, Channel1(CountUp(9, 7))},
-      {0xF2, 64, Channel1(CountUp(9, 64))},
-      {0xF2, 65, refused},
-      {0xF2, 255, refused},
-      {0xF2, 0x340, Channel1(CountUp(9, 64))},  // the length is cut to 8 bits
-      {0xF5, 191, refused},
-      {0xF5, 192, Channel1(CountUp(9, 64), CountUp(73, 128))},
-      {0xF5, 300, Channel1(CountUp(9, 64), CountUp(73, 128))},
-  };
   Bytes block = CountUp(9, 1024), ones(256, 0xFF);
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.length);
+  const auto raw = [&](std::uint8_t request, std::uint32_t length) {
     Send(1, 0xC0, 0xFF, ones.data(), 256);  // what stays in the buffers must not travel again
     ClearRecords();
-    const std::uint32_t result = Send(1, 0x40, row.request, block.data(), row.length);
-    EXPECT_EQ(row.report ? std::vector<Bytes>{*row.report} : std::vector<Bytes>{}, Outputs());
-    EXPECT_EQ(!row.report, result == kRefused);
-    EXPECT_EQ(result == 0 ? 0u : 5u, log.Of("CHidTransfers::Yv_SendVDCmd").size());
-  }
-  ClearRecords();
+    const std::uint32_t result = Send(1, 0x40, request, block.data(), length);
+    EXPECT_EQ(Outputs().empty(), result == kRefused);
+    return Outputs();
+  };
+  const Bytes whole = CountUp(9, 64), behind = CountUp(73, 128);
+  EXPECT_THAT(raw(0xF2, 0), ElementsAre(Channel1({})));
+  EXPECT_THAT(raw(0xF2, 7), ElementsAre(Channel1(CountUp(9, 7))));
+  EXPECT_THAT(raw(0xF2, 64), ElementsAre(Channel1(whole)));
+  EXPECT_THAT(raw(0xF2, 65), IsEmpty());
+  EXPECT_THAT(raw(0xF2, 0x340), ElementsAre(Channel1(whole)));  // the length is cut to 8 bits
+  EXPECT_THAT(raw(0xF5, 191), IsEmpty());
+  EXPECT_THAT(raw(0xF5, 192), ElementsAre(Channel1(whole, behind)));
+  EXPECT_THAT(raw(0xF5, 300), ElementsAre(Channel1(whole, behind)));
   Send(2, 0x40, 0xF2, block.data(), 3);
-  Send(2, 0x40, 0xF5, block.data(), 3);
-  EXPECT_THAT(Outputs(), ElementsAre(Channel2(Hex("40 F2 22 11 44 33 03 00"), {9, 10, 11}),
-                                     Channel2(Hex("40 F5 22 11 44 33 03 00"), {9, 10, 11})));
+  EXPECT_EQ(Channel2(Hex("40 F2 22 11 44 33 03 00"), {9, 10, 11}), Outputs().back());
+}
+
+/// Keeps value, index, length and data of the requests, and fails those of index 0xBAE.
+struct ScriptedProperty final : IPropertyEx {
+  using Request = std::tuple<std::uint16_t, std::uint16_t, std::uint32_t, const std::uint8_t*>;
+
+  std::uint32_t Init() override { return 1; }
+  std::uint32_t UnInit() override { return 1; }
+  std::uint32_t Yv_SendVDCmd(std::uint8_t, std::uint8_t, std::uint16_t wValue, std::uint16_t wIndex,
+                             std::uint8_t* data, std::uint32_t length, std::uint32_t) override {
+    requests.emplace_back(wValue, wIndex, length, data);
+    return wIndex == 0xBAE ? 77 : 0;
+  }
+
+  std::vector<Request> requests;
+};
+
+TEST_F(RequestWireTest, LongFlashWritesAreSplitAndStopAtTheFirstFailure) {
+  std::uint8_t image[10000] = {};
+  using Request = ScriptedProperty::Request;
+  const Request first{0xF000, 0x1233, 4096, image}, second{0x0000, 0x1234, 4096, image + 4096},
+      third{0x1000, 0x1234, 1808, image + 8192};
+  ScriptedProperty scripted;
+  requests.SetProperty(&scripted);
+  EXPECT_EQ(0u, requests.Yv_WriteFlash2(0x1233F000, image, 10000));
+  EXPECT_THAT(scripted.requests, ElementsAre(first, second, third));
+  EXPECT_EQ(0u, requests.Yv_WriteFlash2(0, image, 0));
+  EXPECT_EQ(0u, requests.Yv_ReadFlash2(0, image, 10000));
+  EXPECT_EQ(4u, scripted.requests.size());  // reads are not split
+  EXPECT_EQ(77u, requests.Yv_WriteFlash2(0xBADF000, image, 10000));
+  EXPECT_EQ(6u, scripted.requests.size());
 }
 
 TEST_F(RequestWireTest, AnswersComeFromByte1OrByte64AndOnlyAsManyAsAskedFor) {
-  for (const std::uint16_t reportLength : std::vector<std::uint16_t>{321, 1000}) {
-    OpenWithLengths(reportLength, reportLength == 321 ? 257 : 1000);
+  for (const int answered : {1, 2}) {
+    OpenWithLengths(1000, answered == 1 ? 257 : 1000);
     ASSERT_EQ(0u, requests.Yv_VdCmdEnable(1));
     const auto flash = world->hub("hub").bank(0).contents();
-    for (const int channel : {1, 2}) {
-      if (channel == 2) property->EnableChannel2();
-      for (const std::uint32_t length : {0u, 1u, 20u, 193u, 256u}) {
-        Bytes buffer(300, 0x5A), expected = buffer;
-        ASSERT_EQ(0u, requests.Yv_ReadFlash2(0x100, buffer.data(), length));
-        std::copy_n(flash.begin() + 0x100, length, expected.begin());
-        if (reportLength == 321 && channel == 2 && length == 256) {
-          // The report ends behind 193 bytes; what follows it is channel 2's output report.
-          const Bytes behind = Channel2(Hex("C0 D8 00 01 00 00 00 01"));
-          std::copy_n(behind.begin(), 63, expected.begin() + 193);
-        }
-        EXPECT_EQ(expected, buffer) << length << " bytes on channel " << channel;
-      }
+    if (answered == 2) property->EnableChannel2();
+    for (const std::uint32_t length : {0u, 1u, 20u, 193u, 256u}) {
+      Bytes answer(300, 0x5A), expected = answer;
+      ASSERT_EQ(0u, requests.Yv_ReadFlash2(0x100, answer.data(), length));
+      std::copy_n(flash.begin() + 0x100, length, expected.begin());
+      EXPECT_EQ(expected, answer) << length << " bytes on channel " << answered;
     }
   }
 }
@@ -173,7 +144,7 @@ TEST_F(RequestWireTest, ReadsNameTheirReportOnChannel2AndKeepTheLastOneOnChannel
     EXPECT_EQ(Bytes(256, 0), Bytes(exchange.report.begin() + 1, exchange.report.end()));
   });
   std::array<std::uint8_t, kStatusBlockSize> block{};
-  for (const int channel : {1, 1, 2, 2, 1}) Send(channel, 0xC0, 0x09, block.data(), block.size());
+  for (const int on : {1, 1, 2, 2, 1}) Send(on, 0xC0, 0x09, block.data(), block.size());
   EXPECT_THAT(ids, ElementsAre(0x00, 0x00, 0xF1, 0xF1, 0xF1));
 }
 

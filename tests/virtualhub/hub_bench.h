@@ -36,6 +36,7 @@ inline std::string OneHub(const std::string& members = R"("plugged": true)") {
 }
 
 inline const char* const kStatus = "C0 09 0 0 0 0 14 0";
+inline const char* const kErase = "40 E8 0 1 0 0 0 0";
 
 class HubBench : public ::testing::Test {
  protected:
@@ -43,51 +44,52 @@ class HubBench : public ::testing::Test {
 
   void Install(const std::string& json) { world = &InstallWorld(json); }
 
-  /// An output report of 321 bytes.
-  static Bytes Report(const Bytes& header, const Bytes& data = {}, bool channel2 = false) {
-    Bytes report(321, 0);
-    report[0] = channel2 ? 0xF0 : 0x00;
-    std::copy(header.begin(), header.end(), report.begin() + 1);
-    std::copy(data.begin(), data.end(), report.begin() + (channel2 ? 64 : 65));
-    return report;
-  }
-
+  /// Sends an output report of 321 bytes.
   Error Send(const Bytes& header, const Bytes& data = {}) {
-    return world->SetOutputReport(world->HidInstance("hub"), Report(header, data)).error;
+    Bytes report(321, 0);
+    std::copy(header.begin(), header.end(), report.begin() + 1);
+    std::copy(data.begin(), data.end(), report.begin() + 65);
+    return world->SetOutputReport(world->HidInstance("hub"), report).error;
+  }
+  /// Takes the answer; 256 bytes behind the report ID.
+  Result Take(Bytes& answer) {
+    answer.assign(257, 0);
+    return world->GetInputReport(world->HidInstance("hub"), answer);
   }
 
-  /// What the hub does with a request: "ok", the bytes of its answer in hexadecimal, or "failed".
+  /// What the hub does with a request: "ok", the bytes of its answer in hexadecimal, or an error.
   std::string Ask(const std::string& request) {
     const std::string withColon = request + ":";
     const std::size_t colon = withColon.find(':');
     const Bytes setup = FromHex(withColon.substr(0, colon));
-    if (Send(setup, FromHex(withColon.substr(colon + 1))) != Error::None) return "failed";
-    if (setup[0] < 0x80 && setup[1] != 0xD6) return "ok";
-    Bytes report(257, 0);
-    const Result result = world->GetInputReport(world->HidInstance("hub"), report);
-    return result.ok() ? Hex(ByteView(report).subspan(1, setup[6])) : "failed";
+    const bool isOut = setup[0] < 0x80 && setup[1] != 0xD6;
+    Error error = Send(setup, FromHex(withColon.substr(colon + 1)));
+    Bytes answer;
+    if (error == Error::None && !isOut) error = Take(answer).error;
+    if (error != Error::None) {
+      return error == Error::Stall ? "stall" : error == Error::Gone ? "gone" : "failed";
+    }
+    return isOut ? "ok" : Hex(ByteView(answer).subspan(1, setup[6]));
   }
-  bool Sent(const std::string& request) { return Ask(request) == "ok"; }
+  bool Ok(const std::string& request) { return Ask(request) == "ok"; }
   /// Requests in turn, each with what must come of it.
   void Expect(const std::vector<std::pair<std::string, std::string>>& requests) {
     for (const auto& [request, outcome] : requests) EXPECT_EQ(outcome, Ask(request)) << request;
   }
 
-  bool Enable(int value) { return Sent("40 02 " + std::to_string(value) + " 0 7C 2E 0 0"); }
-  bool Erase() { return Sent("40 E8 0 1 0 0 0 0"); }
-  bool Validate() { return Sent("40 D9 1 0 0 0 0 0"); }
+  bool Enable(int value) { return Ok("40 02 " + std::to_string(value) + " 0 7C 2E 0 0"); }
 
   /// Resets and waits until the hub answers again.
-  bool ResetToRom() { return Sent("40 00 0 0 0 0 0 0") && Pause(); }
-  bool ResetToFlash() { return Sent("40 E9 1 1 0 0 0 0") && Pause(); }
+  bool ResetToRom() { return Ok("40 00 0 0 0 0 0 0") && Pause(); }
+  bool ResetToFlash() { return Ok("40 E9 1 1 0 0 0 0") && Pause(); }
   bool Pause() {
     world->SleepMs(2000);
     return world->HidInstance("hub") != 0;
   }
 
   /// Writes the bytes from `at` to `end` in chunks of 128, with enabling and erase.
-  bool WriteImage(const Bytes& image, std::size_t end, std::size_t at = 0) {
-    bool good = Enable(3) && Erase();
+  bool WriteImage(const Bytes& image, std::size_t end = 0x9000, std::size_t at = 0) {
+    bool good = Enable(3) && Ok(kErase);
     for (; good && at < end; at += 128) {
       const ByteView chunk = ByteView(image).subspan(at, std::min<std::size_t>(128, end - at));
       Bytes header{0x40, 0xC8, 0, 0, 0, 0, static_cast<std::uint8_t>(chunk.size()), 0};
@@ -96,14 +98,12 @@ class HubBench : public ::testing::Test {
     }
     return good;
   }
-  bool WriteImage(const Bytes& image) { return WriteImage(image, image.size()); }
 
-  /// Running code and version: "flash 01 02"; "silent" when the hub does not answer.
+  /// Running code and version, such as "flash 01 02".
   std::string State() {
-    Enable(1);
-    const Bytes status = FromHex(Ask(kStatus));
-    if (status.size() != 20) return "silent";
-    return ((status[15] & 0x02) != 0 ? "flash " : "rom ") + Hex(ByteView(status).subspan(10, 2));
+    Bytes version(2);
+    PutBigEndian16(version, 0, world->hub("hub").Identity().version);
+    return (world->hub("hub").code() == Code::Flash ? "flash " : "rom ") + Hex(version);
   }
 
   World* world = nullptr;
