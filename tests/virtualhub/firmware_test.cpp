@@ -89,7 +89,7 @@ TEST_F(FirmwareTest, AWriteThatWasCutNeedsASeal) {
   for (const auto& cut : cuts) {
     ASSERT_TRUE(WriteImage(UnsealedImage()));
     cut();
-    ASSERT_TRUE(Pause());
+    ASSERT_TRUE(Pause() && Ask(kStatus) == "stall") << "the enable value is lost";
     ASSERT_TRUE(ResetToFlash());
     EXPECT_EQ("rom 00 01", State());
   }
