@@ -178,6 +178,7 @@ class StepsTest : public ProxyTest {
     s_pScript = &script;
     ClearRecords();
     const bool result = job.run(flow);
+    s_pScript = nullptr;
     steps = script.steps;
     return result;
   }
