@@ -21,3 +21,18 @@ build() {
     die "cannot build $preset"
   }
 }
+
+# Downloads that outlive the checkout.
+cache=${XDG_CACHE_HOME:-$HOME/.cache}/qzhidapi
+
+# Whether ARM64 programs can run here: as root, through the kernel's table of program formats, into
+# which the emulator is put when it is not there yet. Says why not.
+can_run_arm64() {
+  local table=/proc/sys/fs/binfmt_misc
+  [ "$(id -u)" -eq 0 ] || { echo "not root"; return 1; }
+  [ -e $table/register ] || mount -t binfmt_misc binfmt_misc $table 2>/dev/null ||
+    { echo "the kernel has no binfmt_misc"; return 1; }
+  [ -e $table/qemu-aarch64 ] ||
+    cat /usr/lib/binfmt.d/qemu-aarch64.conf >$table/register 2>/dev/null ||
+    { echo "the emulator cannot be registered"; return 1; }
+}
