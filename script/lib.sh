@@ -5,16 +5,20 @@ cd "$(dirname "$0")/.."
 say() { printf '==> %s\n' "$*" >&2; }
 die() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
 
+# configure PRESET: on first use.
+configure() {
+  local preset=$1 log="build/$1.log"
+  [ ! -f "build/$preset/build.ninja" ] || return 0
+  say "configuring $preset"
+  mkdir -p build
+  cmake --preset "$preset" >"$log" 2>&1 || { cat "$log" >&2; die "cannot configure $preset"; }
+}
+
 # build PRESET [TARGET...]: configures on first use and builds, quietly unless something is wrong.
 build() {
-  local preset=$1
+  local preset=$1 log="build/$1.log"
   shift
-  local log="build/$preset.log"
-  mkdir -p build
-  if [ ! -f "build/$preset/build.ninja" ]; then
-    say "configuring $preset"
-    cmake --preset "$preset" >"$log" 2>&1 || { cat "$log" >&2; die "cannot configure $preset"; }
-  fi
+  configure "$preset"
   say "building $preset (a few minutes the first time)"
   cmake --build --preset "$preset" ${@:+--target "$@"} >"$log" 2>&1 || {
     cat "$log" >&2

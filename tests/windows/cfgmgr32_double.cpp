@@ -1,6 +1,4 @@
 // The device-tree part of cfgmgr32.dll, which setupapi.dll has as well, on the virtual machine.
-#define _CFGMGR32_  // what the header declares is defined here
-#define _SETUPAPI_
 #include "windows/open_files.h"
 
 // After the general Windows header.

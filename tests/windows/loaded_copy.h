@@ -66,7 +66,7 @@ class LoadedCopy {
     void* const found = reinterpret_cast<void*>(GetProcAddress(m_Module, name));
     return reinterpret_cast<Function*>(found);
   }
-#define QZ_EXPORT(copy, name) (copy).Export(&name, #name)
+#define QZ_EXPORT(copy, name) (copy).Export(&(name), #name)
 
   std::uint32_t List() const {
     HidDevRecord* list = nullptr;

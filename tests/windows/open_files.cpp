@@ -37,7 +37,7 @@ OpenFiles::OpenFiles() {
 }
 
 std::wstring OpenFiles::FileOf(const std::wstring& interfacePath) {
-  const std::wstring path = folder_ + Replaced(interfacePath, kColon, kStandIn);
+  std::wstring path = folder_ + Replaced(interfacePath, kColon, kStandIn);
   const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                   nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file != INVALID_HANDLE_VALUE) CloseHandle(file);

@@ -1,5 +1,4 @@
 // The device-installation part of setupapi.dll, on the virtual machine.
-#define _SETUPAPI_  // what the header declares is defined here
 #include "windows/open_files.h"
 
 // After the general Windows header.
