@@ -4,6 +4,7 @@ if(NOT WIN32)
 endif()
 enable_language(RC)
 if(MSVC)
+  add_compile_definitions(_CRT_SECURE_NO_WARNINGS)  # the standard's functions are what is meant
   set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
   add_link_options(/DYNAMICBASE /NXCOMPAT /HIGHENTROPYVA /guard:cf)
   add_compile_options(/guard:cf)

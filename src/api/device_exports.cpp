@@ -9,6 +9,7 @@
 #include "api/pass_para.h"
 #include "api/proxy_driver.h"
 #include "discovery/hid_find.h"
+#include "discovery/record_text.h"
 #include "log/msg.h"
 #include "transport/request_cmd.h"
 
@@ -25,21 +26,13 @@ std::uint32_t SetFrequency(std::uint16_t value) {
   return CRequestCMD::Instance().Yv_SendVDCmd(0x40, 0x06, value, 0, nullptr, 0, kTimeoutMs);
 }
 
-std::wstring LocationPath(const HidDevRecord& record) {
-  std::wstring path;
-  for (std::size_t i = 0; i < QZ_RECORD_TEXT_UNITS && record.LocationPath[i] != 0; ++i) {
-    path += static_cast<wchar_t>(record.LocationPath[i]);
-  }
-  return path;
-}
-
 void* OpenListed(const HidDevRecord& record) {
   constexpr const char* kTag = "QZ_OpenHid";
   CMsg& msg = CMsg::Instance();
   CHidFind finder;
   const auto dev = std::make_shared<CHidDev>();
   finder.AddDev(dev.get());
-  dev->SetTopology(LocationPath(record));
+  dev->SetTopology(ReadText(record.LocationPath, QZ_RECORD_TEXT_UNITS));
   CProxyDriver::Instance().QZ_InitProxyDriver();
   if (!finder.WaitDevConnect(dev.get(), kConnectWait)) {
     msg.Log(3, kTag, "Open Hid failed\n");

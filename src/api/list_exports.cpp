@@ -7,28 +7,22 @@
 #include "api/export_guard.h"
 #include "api/proxy_driver.h"
 #include "discovery/hid_find.h"
+#include "discovery/record_text.h"
 #include "log/msg.h"
 
 using namespace qzhid;
 
 namespace {
 
-std::string NarrowHwId(const HidDevRecord& record) {
-  std::wstring id;
-  for (std::size_t i = 0; i < QZ_RECORD_TEXT_UNITS && record.HwID[i] != 0; ++i) {
-    id += static_cast<wchar_t>(record.HwID[i]);
-  }
-  return platform::ToNarrow(id);
-}
-
 void LogRecords(const char* tag, const HidDevRecord* records, std::uint32_t count) {
   CMsg& msg = CMsg::Instance();
   msg.Log(1, tag, "List Device Success,Hid Count is %d\n", static_cast<int>(count));
   for (std::uint32_t i = 0; i < count; ++i) {
     const HidDevRecord& record = records[i];
+    const std::string id = platform::ToNarrow(ReadText(record.HwID, QZ_RECORD_TEXT_UNITS));
     msg.Log(1, tag, "Index:%d,dwInst:%d,Port:%d,Level:%d,HwID:%s,\n", static_cast<int>(i),
             static_cast<int>(record.dwInst), static_cast<int>(record.Port),
-            static_cast<int>(record.Level), NarrowHwId(record).c_str());
+            static_cast<int>(record.Level), id.c_str());
   }
 }
 

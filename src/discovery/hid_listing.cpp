@@ -1,13 +1,14 @@
 // Listing.
-#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <new>
 
 #include "discovery/dev_property.h"
 #include "discovery/hid_find.h"
+#include "discovery/record_text.h"
 #include "log/msg.h"
 #include "platform/platform.h"
+#include "transport/ascii.h"
 
 namespace qzhid {
 
@@ -24,17 +25,9 @@ struct FreeRecords {
 };
 using Records = std::unique_ptr<HidDevRecord, FreeRecords>;
 
-/// Stores text as UTF-16, cut so that a zero remains behind it.
 template <std::size_t N>
 void Store(QZ_Utf16 (&field)[N], const std::wstring& text) {
-  std::size_t used = 0;
-  for (const wchar_t unit : text) {
-    const auto code = static_cast<char32_t>(unit);
-    const bool isPair = code > 0xFFFF;
-    if (used + (isPair ? 2 : 1) >= N) break;
-    if (isPair) field[used++] = static_cast<QZ_Utf16>(0xD7C0 + (code >> 10));
-    field[used++] = static_cast<QZ_Utf16>(isPair ? 0xDC00 + (code & 0x3FF) : code);
-  }
+  StoreText(field, N, text);
 }
 
 /// Stores the characters behind the marker. Returns whether the marker is there.
@@ -124,9 +117,7 @@ bool GetDevLevel(std::uint32_t node, std::uint32_t& level) {
   for (platform::DevInst parent = 0; platform::GetParent(node, parent); node = parent) {
     std::string id;
     if (!platform::GetDeviceIdA(parent, kDeviceIdCapacity, id)) return false;
-    std::transform(id.begin(), id.end(), id.begin(), [](char c) {
-      return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-    });
+    UpperCase(id);
     ++level;
     if (id.find(kRootHubMarker) != std::string::npos) break;
   }

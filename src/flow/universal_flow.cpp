@@ -9,9 +9,7 @@ namespace qzhid {
 
 namespace {
 
-constexpr std::uint32_t kConnectWait = 20;  // seconds
-constexpr std::uint32_t kUnconnectWait = 5;
-constexpr const char* kGpioFailure = "Set GPIO %d %d Fail\n";
+constexpr std::uint32_t kUnconnectWait = 5;  // seconds
 constexpr const char* kGpioFailureAfterReset = "Set GPIO %d %d after pd reset Fail\n";
 constexpr const char* kWriteFailure = "\nfail to write flash\n";
 

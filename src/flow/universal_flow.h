@@ -34,6 +34,9 @@ class CUniversalFlow final : public IMpFlow {
   void SetResetToFlash(bool reset) { m_bResetToFlash = reset; }
 
  private:
+  static constexpr std::uint32_t kConnectWait = 20;  // seconds
+  static constexpr const char* kGpioFailure = "Set GPIO %d %d Fail\n";
+
   /// What one run of an update carries along: the tag it logs under, whether it has the board's
   /// GPIO and I2C speed steps, and when it began.
   struct Run {

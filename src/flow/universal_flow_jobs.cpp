@@ -9,8 +9,7 @@ namespace qzhid {
 
 namespace {
 
-constexpr std::uint32_t kConnectWait = 20;  // seconds
-constexpr std::uint32_t kUnconnectWaitBeforeErase = 15;
+constexpr std::uint32_t kUnconnectWaitBeforeErase = 15;  // seconds
 
 }  // namespace
 
@@ -74,7 +73,7 @@ bool CUniversalFlow::ResetDeviceonly() {
 template <class Read>
 bool CUniversalFlow::ReadFromDevice(const char* tag, std::uint32_t wait, bool hasBoardSteps,
                                     const Read& read) {
-  if (hasBoardSteps) StepGpio(tag, "Set GPIO %d %d Fail\n");
+  if (hasBoardSteps) StepGpio(tag, kGpioFailure);
   if (!WaitConnect(wait)) return false;
   m_pDev->JudgeCodeMode(m_pDev);
   if (hasBoardSteps) StepI2CSpeed(tag);

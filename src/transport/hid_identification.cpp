@@ -3,6 +3,7 @@
 
 #include "log/msg.h"
 #include "platform/library_folder.h"
+#include "transport/ascii.h"
 #include "transport/hid_transfers.h"
 
 namespace qzhid {
@@ -15,12 +16,6 @@ constexpr std::size_t kDeviceIdCapacity = 1024;
 constexpr std::uint32_t kProductTextIndex = 52;
 constexpr const wchar_t* kProductText = L"WQ HID";
 constexpr const char* kIdListName = "VidPid.ini";
-
-void UpperCase(std::string& text) {
-  for (char& c : text) {
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  }
-}
 
 }  // namespace
 

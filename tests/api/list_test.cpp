@@ -80,5 +80,12 @@ TEST_F(ListTest, AnUnreadableRecordFailsTheListingAndKeepsTheCount) {
   EXPECT_EQ(nullptr, QZ_OpenHid(far)) << "two are counted, none is kept";
 }
 
+TEST_F(ListTest, PlacesWithAnyCharacterAreFoundAgain) {
+  OpenHub(R"(, "usb": {"location_paths": ["ROOT#\uD83D\uDD0C#\u00BD"]})");
+  const HidDevRecord* const record = (QZ_ListAllHidDev(&list, &count), list);
+  EXPECT_EQ(std::u16string(u"ROOT#\xD83D\xDD0C#\xBD"), record->LocationPath);
+  QZ_FreeDevList(list);
+}
+
 }  // namespace
 }  // namespace qzhid::test
