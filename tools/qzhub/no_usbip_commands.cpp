@@ -1,0 +1,7 @@
+#include "qzhub/usbip_commands.h"
+
+namespace qzhub {
+
+void AddUsbipCommands(CLI::App&) {}
+
+}  // namespace qzhub

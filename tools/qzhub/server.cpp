@@ -1,0 +1,145 @@
+#include "qzhub/server.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <system_error>
+
+#include "qzhub/link_socket.h"
+#include "qzhub/socket.h"
+
+namespace qzhub {
+
+namespace {
+
+constexpr std::size_t kMostClients = 32;
+constexpr auto kRequestTime = std::chrono::seconds(5);
+constexpr auto kAcceptPause = std::chrono::milliseconds(100);
+
+void SetOption(int socket, int level, int option, int value) {
+  // They only make things better; a socket that refuses them serves as well.
+  setsockopt(socket, level, option, &value, sizeof(value));
+}
+
+// Answers go out at once, and a client that vanishes without a word is noticed in a minute.
+void Tune(int socket) {
+  SetOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
+  SetOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
+  SetOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, 30);
+  SetOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, 10);
+  SetOption(socket, IPPROTO_TCP, TCP_KEEPCNT, 3);
+}
+
+Deadline RequestDeadline() { return std::chrono::steady_clock::now() + kRequestTime; }
+
+}  // namespace
+
+void Server::Run(int listener) {
+  pollfd waited[] = {{listener, POLLIN, 0}, {stop_.fd(), POLLIN, 0}};
+  while (waited[1].revents == 0) {
+    if (poll(waited, 2, -1) <= 0 || waited[0].revents == 0) continue;
+    FileDescriptor socket(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+    DropFinished();
+    if (socket) {
+      Admit(std::move(socket));
+    } else if (errno != EINTR && errno != EAGAIN && errno != ECONNABORTED) {
+      log_.Remark("cannot accept a client: " + std::generic_category().message(errno));
+      stop_.WaitFor(kAcceptPause);
+    }
+  }
+  for (Client& client : clients_) client.thread.join();
+  clients_.clear();
+}
+
+void Server::DropFinished() {
+  clients_.remove_if([](Client& client) {
+    if (!client.done) return false;
+    client.thread.join();
+    return true;
+  });
+}
+
+void Server::Admit(FileDescriptor socket) {
+  if (clients_.size() >= kMostClients) {
+    log_.Remark("refused a client: " + std::to_string(kMostClients) + " are connected");
+    return;
+  }
+  Tune(socket.get());
+  Client& client = clients_.emplace_back();
+  client.socket = std::move(socket);
+  try {
+    client.thread = std::thread([this, &client] {
+      try {
+        Serve(client.socket.get());
+      } catch (const std::exception& error) {
+        log_.Remark(std::string("gave a client up: ") + error.what());
+      }
+      // The other end sees the end now; the number stays taken until the thread is joined.
+      shutdown(client.socket.get(), SHUT_RDWR);
+      client.done = true;
+    });
+  } catch (const std::system_error& error) {
+    log_.Remark(std::string("refused a client: ") + error.what());
+    clients_.pop_back();
+  }
+}
+
+void Server::Serve(int socket) {
+  const std::string peer = PeerAddress(socket).Text();
+  const Deadline deadline = RequestDeadline();
+  std::array<std::uint8_t, kOpHeaderSize> header{};
+  std::array<std::uint8_t, kBusidSize> field{};
+  if (!ReceiveAll(socket, header, deadline, stop_)) return;
+  const auto request = DecodeOpHeader(header);
+  if (!request) {
+    log_.Remark(peer + ": not a request of USB/IP 1.1.1");
+  } else if (*request == OpRequest::DeviceList) {
+    List(socket);
+  } else if (ReceiveAll(socket, field, deadline, stop_)) {
+    Import(socket, peer, DecodeBusid(field).value_or(""));
+  }
+}
+
+void Server::List(int socket) {
+  Bytes entries;
+  std::uint32_t count = 0;
+  for (const Export& exported : exports_) {
+    const auto device = world_.OnBus(exported.name);
+    if (!device) continue;
+    const Bytes entry = EncodeListEntry(exported.place, *device);
+    entries.insert(entries.end(), entry.begin(), entry.end());
+    ++count;
+  }
+  Bytes message = EncodeListHead(count);
+  message.insert(message.end(), entries.begin(), entries.end());
+  SendAll(socket, message, RequestDeadline());
+}
+
+void Server::Import(int socket, const std::string& peer, const std::string& busid) {
+  const auto exported = std::find_if(exports_.begin(), exports_.end(), [&](const Export& other) {
+    return other.place.Busid() == busid;
+  });
+  const auto device = exported == exports_.end() ? std::nullopt : world_.OnBus(exported->name);
+  if (!device) {
+    SendAll(socket, EncodeImportRefused(OpStatus::NoDevice), RequestDeadline());
+    return;
+  }
+  const auto claim = claims_.Take(busid);
+  if (!claim) {
+    SendAll(socket, EncodeImportRefused(OpStatus::DeviceBusy), RequestDeadline());
+    return;
+  }
+  if (!SendAll(socket, EncodeImported(exported->place, *device), RequestDeadline())) return;
+  const std::string label = exported->name + " busid=" + busid;
+  log_.Event("imported " + label + " by=" + peer);
+  const std::string problem = RunLink(world_, *device, exported->place.Devid(), socket, stop_);
+  if (!problem.empty()) log_.Remark(peer + ": " + problem);
+  log_.Event("released " + label);
+}
+
+}  // namespace qzhub

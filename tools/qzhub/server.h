@@ -1,0 +1,47 @@
+#pragma once
+
+#include <atomic>
+#include <list>
+#include <thread>
+
+#include "qzhub/event_log.h"
+#include "qzhub/exports.h"
+#include "qzhub/file_descriptor.h"
+#include "qzhub/stop_event.h"
+
+namespace qzhub {
+
+/// A USB/IP server. Each client has a thread, and nothing that a client does or leaves undone
+/// concerns another one, except that a device is imported by one at a time. A connection ends
+/// behind its first request, unless that imports a device; the request must be complete in time.
+class Server {
+ public:
+  Server(virtualhub::World& world, std::vector<Export> exports, const StopEvent& stop,
+         EventLog& log)
+      : world_(world), exports_(std::move(exports)), stop_(stop), log_(log) {}
+
+  /// Serves the clients of a listening socket until the end is requested and all have gone.
+  void Run(int listener);
+
+ private:
+  struct Client {
+    FileDescriptor socket;
+    std::thread thread;
+    std::atomic<bool> done{false};
+  };
+
+  void Admit(FileDescriptor socket);
+  void DropFinished();
+  void Serve(int socket);
+  void List(int socket);
+  void Import(int socket, const std::string& peer, const std::string& busid);
+
+  virtualhub::World& world_;
+  const std::vector<Export> exports_;
+  const StopEvent& stop_;
+  EventLog& log_;
+  Claims claims_;
+  std::list<Client> clients_;
+};
+
+}  // namespace qzhub
