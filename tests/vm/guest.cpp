@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -36,6 +37,13 @@ void Execute(const std::vector<std::string>& command, uid_t user, int output) {
   }
   arguments.push_back(nullptr);
   execvp(arguments[0], arguments.data());
+}
+
+const std::string kPortMark = " port=";
+
+// qzhub counts the ports of the host controller from 0, the kernel from 1.
+std::uint32_t PortAfterMark(const std::string& text) {
+  return static_cast<std::uint32_t>(std::stoul(text)) + 1;
 }
 
 std::string WriteScenario(const std::string& scenario) {
@@ -76,8 +84,8 @@ std::vector<std::string> NamesIn(const std::string& folder) {
 
 Program::Program(const std::vector<std::string>& command, uid_t user)
     : outputFile_(TempFile(".txt")) {
-  const int output = open(outputFile_.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_APPEND | O_CLOEXEC,
-                          0644);
+  const int output =
+      open(outputFile_.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_APPEND | O_CLOEXEC, 0644);
   process_ = fork();
   if (process_ == 0) {
     Execute(command, user, output);
@@ -108,7 +116,7 @@ int Program::Stop() {
   return Wait();
 }
 
-Outcome Run(const std::vector<std::string>& command, uid_t user) {
+Outcome RunProgram(const std::vector<std::string>& command, uid_t user) {
   Program program(command, user);
   const int status = program.Wait();
   return {status, program.Output()};
@@ -118,28 +126,49 @@ Attached::Attached(const std::string& scenario, std::size_t devices)
     : before_(HidrawDevices().size()),
       qzhub_({"qzhub", "attach", "--scenario", WriteScenario(scenario)}) {
   const auto areThere = [&] { return HidrawDevices().size() == before_ + devices; };
-  if (!Eventually(areThere)) throw std::runtime_error("not attached:\n" + Output());
+  if (Eventually(areThere)) return;
+  const std::string output = Output();
+  Detach();
+  throw std::runtime_error("not attached:\n" + output);
 }
 
-Attached::~Attached() {
+Attached::~Attached() { Detach(); }
+
+void Attached::Detach() {
   qzhub_.Stop();
-  Eventually([&] { return HidrawDevices().size() <= before_; });
+  std::vector<std::string> folders;
+  std::istringstream events(Output());
+  for (std::string event; std::getline(events, event);) {
+    const std::size_t port = event.find(kPortMark);
+    if (port != std::string::npos) {
+      folders.push_back(UsbFolder(PortAfterMark(event.substr(port + kPortMark.size()))));
+    }
+  }
+  Eventually([&] {
+    return std::none_of(folders.begin(), folders.end(),
+                        [](const auto& folder) { return std::filesystem::exists(folder); });
+  });
 }
 
 std::uint32_t Attached::PortOf(const std::string& name) const {
-  const std::string output = Output(), line = "\nattached " + name + " port=";
-  const std::size_t found = ("\n" + output).rfind(line);
+  const std::string output = "\n" + Output(), line = "\nattached " + name + kPortMark;
+  const std::size_t found = output.rfind(line);
   if (found == std::string::npos) throw std::runtime_error(name + " is not attached:\n" + output);
-  return static_cast<std::uint32_t>(std::stoul(output.substr(found + line.size() - 1))) + 1;
+  return PortAfterMark(output.substr(found + line.size()));
 }
 
 std::size_t Attached::TimesAttached(const std::string& name) const {
   const std::string output = "\n" + Output(), line = "\nattached " + name + " ";
   std::size_t count = 0;
-  for (std::size_t at = output.find(line); at != std::string::npos; at = output.find(line, at + 1)) {
+  for (std::size_t at = output.find(line); at != std::string::npos;
+       at = output.find(line, at + 1)) {
     ++count;
   }
   return count;
+}
+
+std::string UsbFolder(std::uint32_t port) {
+  return "/sys/bus/usb/devices/1-" + std::to_string(port);
 }
 
 std::vector<std::string> HidrawDevices() { return NamesIn("/sys/class/hidraw"); }

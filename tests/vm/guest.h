@@ -20,7 +20,8 @@ void WriteFile(const std::string& path, const std::string& text);
 /// The names in a folder, sorted.
 std::vector<std::string> NamesIn(const std::string& folder);
 
-/// A running program, whose output is kept in a file. Ended with SIGTERM at the latest when this goes.
+/// A running program, whose output is kept in a file. Ended with SIGTERM at the latest when this
+/// goes.
 class Program {
  public:
   /// Runs as that user, who then has no other groups either.
@@ -49,9 +50,10 @@ struct Outcome {
 };
 
 /// Runs a program to its end.
-Outcome Run(const std::vector<std::string>& command, uid_t user = 0);
+Outcome RunProgram(const std::vector<std::string>& command, uid_t user = 0);
 
-/// Devices that qzhub attaches to the kernel, as long as this lives. Ready for use once constructed.
+/// Devices that qzhub attaches to the kernel, as long as this lives. Ready for use once
+/// constructed.
 class Attached {
  public:
   /// `devices` are the HID devices of the scenario that are there from the start.
@@ -59,7 +61,8 @@ class Attached {
   /// Detaches the devices; returns when the kernel has forgotten them.
   ~Attached();
 
-  /// The port on the kernel's root hub (1, 2, ...) that the device of that name was attached to last.
+  /// The port on the kernel's root hub (1, 2, ...) that the device of that name was attached to
+  /// last.
   std::uint32_t PortOf(const std::string& name) const;
   /// How often the device of that name was attached.
   std::size_t TimesAttached(const std::string& name) const;
@@ -67,9 +70,14 @@ class Attached {
   std::string Output() const { return qzhub_.Output(); }
 
  private:
-  const std::size_t before_;
+  void Detach();
+
+  const std::size_t before_;  // HID devices
   Program qzhub_;
 };
+
+/// The folder of the USB device on that port of the first root hub.
+std::string UsbFolder(std::uint32_t port);
 
 /// The names of the present hidraw devices.
 std::vector<std::string> HidrawDevices();

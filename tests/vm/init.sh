@@ -15,7 +15,7 @@ stty -F /dev/ttyS1 raw
 cd /tmp || exit 1
 mkdir reports
 for tests in linux_seam_tests linux_host_tests; do
-  "$tests" --gtest_color=no --gtest_output="xml:reports/$tests.xml"
+  "/qz/bin/$tests" --gtest_color=no --gtest_output="xml:reports/$tests.xml"
 done
 write_phase
 tar -c -C reports . >/dev/ttyS1

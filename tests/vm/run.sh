@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 build=$1 results=$2
-limit=280 # seconds; more than this is a hang
+limit=300 # seconds; more than this is a hang
 modules=(usb-common usbcore usbip-core vhci-hcd hid usbhid hid-generic uhid)
 
 kernel=$(tests/vm/kernel.sh)
@@ -21,7 +21,7 @@ add() {
   done
 }
 
-mkdir -p "$root"/{proc,sys,dev,tmp,run,qz/lib,etc/udev/rules.d,modules}
+mkdir -p "$root"/{proc,sys,dev,tmp,run,var/run,qz/lib,etc/udev/rules.d,modules}
 install tests/vm/init.sh "$root/init"
 install -D /bin/busybox "$root/bin/busybox"
 for module in "${modules[@]}"; do
