@@ -87,7 +87,8 @@ Result UsbDevice::Control(const SetupPacket& setup, ByteView data, Bytes& answer
     // String and interface numbers share the field; only interface 0 exists.
     return kStall;
   }
-  const Result result = (this->*handler->run)(setup, data, answer);
+  Result result = (this->*handler->run)(setup, data, answer);
+  if (result.error == Error::BadReport) result = kStall;
   answer.resize(result.ok() ? std::min<std::size_t>(answer.size(), setup.length) : 0);
   return result;
 }
