@@ -43,7 +43,7 @@ class Client {
     Send(ImportRequest(busid));
     const Bytes reply = Take(8);
     EXPECT_EQ(kImportReply, Hex(reply).substr(0, kImportReply.size()));
-    const std::string status = Hex(ByteView(reply).last(4));
+    std::string status = Hex(ByteView(reply).last(4));
     if (status != "00 00 00 00") return status;
     device = Take(312);
     return "imported";
