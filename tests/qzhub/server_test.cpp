@@ -77,6 +77,17 @@ class ServerTest : public virtualhub::test::HubBench {
     if (thread.joinable()) thread.join();
   }
   Client Connect() { return Client(LocalAddress(listener.get())); }
+  /// Imports a device whose last client has gone, once the server has noticed.
+  std::unique_ptr<Client> ImportAgain(const std::string& busid) {
+    std::unique_ptr<Client> client;
+    std::string outcome = kBusy;
+    while (outcome == kBusy) {
+      client = std::make_unique<Client>(LocalAddress(listener.get()));
+      outcome = client->Import(busid);
+    }
+    EXPECT_EQ("imported", outcome);
+    return client;
+  }
   Bytes List() {
     Client client = Connect();
     client.Send(FromHex(kList));
@@ -116,9 +127,7 @@ TEST_F(ServerTest, ADeviceIsImportedByOneAtATime) {
     EXPECT_EQ("7: 0 01 00", second.Ask(Submit(7, kGetDeviceStatus, {}, 0x10002), 2));
     EXPECT_EQ("7: 0 01 00", first.Ask(Submit(7, kGetDeviceStatus), 2));
   }
-  std::string outcome = kBusy;  // until the server has noticed
-  while (outcome == kBusy) outcome = Connect().Import("1-1");
-  EXPECT_EQ("imported", outcome);
+  ImportAgain("1-1");
 }
 
 TEST_F(ServerTest, BadClientsAreLeftAlone) {
@@ -143,10 +152,7 @@ TEST_F(ServerTest, BadClientsAreLeftAlone) {
       {"no command", Bytes(48, 0xFF)},
       {"another's device", Submit(1, kGetDeviceStatus, {}, 0x10002)}};
   for (const auto& [what, bytes] : commands) {
-    std::unique_ptr<Client> bad;
-    do {
-      bad = std::make_unique<Client>(LocalAddress(listener.get()));
-    } while (bad->Import("1-1") != "imported");
+    const std::unique_ptr<Client> bad = ImportAgain("1-1");
     bad->Send(bytes);
     bad->EndSending();
     EXPECT_EQ("", Hex(bad->TakeAll())) << what;
@@ -189,8 +195,7 @@ TEST_F(ServerTest, AClientThatVanishesLeavesTheOthersAlone) {
     released = true;
   }
   changed.notify_all();
-  while (Connect().Import("1-1") == kBusy) {
-  }
+  ImportAgain("1-1");
   world->SetExchangeHook({});
 }
 
@@ -203,9 +208,8 @@ TEST_F(ServerTest, AFirmwareResetEndsTheImport) {
   EXPECT_EQ(kAbsent, Connect().Import("1-1"));
   EXPECT_EQ(12u + 316, List().size());
   ASSERT_TRUE(Pause());
-  Client again = Connect();
-  ASSERT_EQ("imported", again.Import("1-1"));
-  EXPECT_EQ("11 11 00 02", Hex(ByteView(again.device).subspan(300, 4))) << "it runs ROM code";
+  EXPECT_EQ("11 11 00 02", Hex(ByteView(ImportAgain("1-1")->device).subspan(300, 4)))
+      << "it runs ROM code";
 }
 
 TEST_F(ServerTest, StopsWithClientsConnected) {
