@@ -87,7 +87,8 @@ Result UsbDevice::Control(const SetupPacket& setup, ByteView data, Bytes& answer
     // String and interface numbers share the field; only interface 0 exists.
     return kStall;
   }
-  const Result result = (this->*handler->run)(setup, data, answer);
+  Result result = (this->*handler->run)(setup, data, answer);
+  if (result.error == Error::BadReport) result = kStall;
   answer.resize(result.ok() ? std::min<std::size_t>(answer.size(), setup.length) : 0);
   return result;
 }
@@ -225,10 +226,9 @@ Result UsbDevice::GetReport(const SetupPacket& setup, ByteView, Bytes& answer) {
 Result UsbDevice::SetReport(const SetupPacket& setup, ByteView data, Bytes&) {
   if (High(setup.value) != kOutputReport) return kStall;
   const std::uint8_t id = Low(setup.value);
-  const std::size_t missing = id == 0 ? 1 : 0;
-  Bytes report(missing + data.size());
-  std::copy(data.begin(), data.end(), report.begin() + static_cast<std::ptrdiff_t>(missing));
-  if (report.empty() || report[0] != id) return kStall;
+  if (id != 0 && (data.empty() || data[0] != id)) return kStall;
+  Bytes report(data.begin(), data.end());
+  if (id == 0) report.insert(report.begin(), id);
   return world_.SetOutputReport(device_.hid, report);
 }
 

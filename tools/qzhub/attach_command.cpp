@@ -1,57 +1,14 @@
-#include "qzhub/attach_command.h"
-
 #include <CLI/CLI.hpp>
-#include <atomic>
+#include <future>
 #include <list>
 #include <memory>
-#include <stdexcept>
-#include <thread>
 
 #include "qzhub/attachment.h"
+#include "qzhub/usbip_commands.h"
 
 namespace qzhub {
 
 namespace {
-
-// Each attachment in a thread of its own. One that fails ends them all.
-class Attachments {
- public:
-  Attachments(const StopEvent& stop, EventLog& log) : stop_(stop), log_(log) {}
-  ~Attachments() {
-    stop_.Request();
-    Join();
-  }
-  Attachments(const Attachments&) = delete;
-  Attachments& operator=(const Attachments&) = delete;
-
-  void Start(std::unique_ptr<Attachment> attachment) {
-    attachment->AttachIfPresent();
-    threads_.emplace_back([this, served = std::move(attachment)] { Serve(*served); });
-  }
-
-  /// Returns when the end was requested and all are detached.
-  void Join() {
-    for (std::thread& thread : threads_) thread.join();
-    threads_.clear();
-  }
-  bool failed() const { return failed_; }
-
- private:
-  void Serve(Attachment& attachment) {
-    try {
-      attachment.Serve();
-    } catch (const std::exception& error) {
-      log_.Remark(error.what());
-      failed_ = true;
-      stop_.Request();
-    }
-  }
-
-  const StopEvent& stop_;
-  EventLog& log_;
-  std::list<std::thread> threads_;
-  std::atomic<bool> failed_{false};
-};
 
 void Attach(const std::string& scenarioFile) {
   const virtualhub::Scenario scenario = LoadScenario(scenarioFile);
@@ -60,12 +17,26 @@ void Attach(const std::string& scenarioFile) {
   const StopEvent stop;
   stop.RequestOnSignals();
   EventLog log;
-  Attachments attachments(stop, log);
-  for (const Export& exported : ExportsOf(scenario)) {
-    attachments.Start(std::make_unique<Attachment>(world, exported, vhci, stop, log));
-  }
-  attachments.Join();
-  if (attachments.failed()) throw std::runtime_error("attaching has ended");
+  std::list<Attachment> attachments;
+  // One that fails ends them all.
+  const auto orStop = [&](auto&& step) {
+    try {
+      step();
+    } catch (...) {
+      stop.Request();
+      throw;
+    }
+  };
+  std::vector<std::future<void>> running;  // they end before what they use
+  orStop([&] {
+    for (const Export& exported : ExportsOf(scenario)) {
+      Attachment& added = attachments.emplace_back(world, exported, vhci, stop, log);
+      added.AttachIfPresent();
+      running.push_back(std::async(std::launch::async,
+                                   [&orStop, &added] { orStop([&added] { added.Serve(); }); }));
+    }
+  });
+  for (std::future<void>& attachment : running) attachment.get();
 }
 
 }  // namespace

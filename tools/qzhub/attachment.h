@@ -1,12 +1,14 @@
 #pragma once
 
-#include <set>
+#include <optional>
+#include <string>
 
 #include "qzhub/event_log.h"
 #include "qzhub/exports.h"
 #include "qzhub/file_descriptor.h"
 #include "qzhub/stop_event.h"
 #include "qzhub/vhci.h"
+#include "virtualhub/world.h"
 
 namespace qzhub {
 

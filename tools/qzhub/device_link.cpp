@@ -13,7 +13,7 @@ using virtualhub::Result;
 constexpr std::size_t kMostTransfers = 64;
 constexpr std::uint32_t kInterruptEndpoint = virtualhub::kInterruptInEndpoint & 0x0F;
 constexpr std::uint32_t kMostSystemCode = 133;  // the last error number of Linux
-constexpr auto kPresenceInterval = std::chrono::milliseconds(5);
+constexpr auto kPresenceInterval = std::chrono::milliseconds(20);
 
 // Asks for a reset of the port that the device hangs on: SET_FEATURE(PORT_RESET) of the hub class.
 constexpr std::uint8_t kPortReset[] = {0x23, 0x03, 0x04, 0x00};
@@ -47,7 +47,7 @@ DeviceLink::~DeviceLink() {
     const std::lock_guard<std::mutex> guard(mutex_);
     ended_ = true;
   }
-  wake_.notify_all();
+  wake_.notify_one();
   worker_.join();
 }
 
@@ -75,9 +75,14 @@ bool DeviceLink::HasEnded() {
 }
 
 bool DeviceLink::Take(const Command& command, ByteView payload) {
-  const std::lock_guard<std::mutex> guard(mutex_);
-  if (ended_) return false;
-  return command.kind == Command::Kind::Submit ? Submit(command, payload) : Unlink(command);
+  bool good = false;
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (ended_) return false;
+    good = command.kind == Command::Kind::Submit ? Submit(command, payload) : Unlink(command);
+  }
+  wake_.notify_one();  // now that the worker finds the mutex free
+  return good;
 }
 
 bool DeviceLink::IsOutstanding(std::uint32_t sequence) const {
@@ -93,7 +98,6 @@ bool DeviceLink::Submit(const Command& command, ByteView payload) {
     return connection_.send(EncodeSubmitted(command.sequence, kUrbNoMemory, 0, {}));
   }
   waiting_.push_back({command, Bytes(payload.begin(), payload.end())});
-  wake_.notify_all();
   return true;
 }
 

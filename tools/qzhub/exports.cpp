@@ -31,15 +31,4 @@ virtualhub::Scenario LoadScenario(const std::string& file) {
   return scenario;
 }
 
-std::unique_ptr<Claims::Claim> Claims::Take(const std::string& busid) {
-  const std::lock_guard<std::mutex> guard(mutex_);
-  if (!taken_.insert(busid).second) return nullptr;
-  return std::make_unique<Claim>(*this, busid);
-}
-
-Claims::Claim::~Claim() {
-  const std::lock_guard<std::mutex> guard(claims_.mutex_);
-  claims_.taken_.erase(busid_);
-}
-
 }  // namespace qzhub

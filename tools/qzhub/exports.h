@@ -1,15 +1,11 @@
 // The devices of a scenario as USB/IP exports.
 #pragma once
 
-#include <memory>
-#include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "qzhub/usbip_wire.h"
 #include "virtualhub/scenario.h"
-#include "virtualhub/world.h"
 
 namespace qzhub {
 
@@ -25,29 +21,5 @@ std::vector<Export> ExportsOf(const virtualhub::Scenario& scenario);
 /// The scenario of a file, or the default one for an empty name; time is real. Throws
 /// std::runtime_error with the file's name when it is refused or has no devices.
 virtualhub::Scenario LoadScenario(const std::string& file);
-
-/// Lets one client at a time have a device.
-class Claims {
- public:
-  /// Holds a device until it ends.
-  class Claim {
-   public:
-    Claim(Claims& claims, std::string busid) : claims_(claims), busid_(std::move(busid)) {}
-    ~Claim();
-    Claim(const Claim&) = delete;
-    Claim& operator=(const Claim&) = delete;
-
-   private:
-    Claims& claims_;
-    const std::string busid_;
-  };
-
-  /// Null when someone has it.
-  std::unique_ptr<Claim> Take(const std::string& busid);
-
- private:
-  std::mutex mutex_;
-  std::set<std::string> taken_;
-};
 
 }  // namespace qzhub

@@ -17,7 +17,8 @@ int Run(int argc, char** argv) {
   app.set_version_flag("--version", "qzhub " QZHUB_VERSION);
   app.require_subcommand(1);
   qzhub::AddImageCommand(app);
-  qzhub::AddUsbipCommands(app);
+  qzhub::AddServeCommand(app);
+  qzhub::AddAttachCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -2,6 +2,7 @@
 
 namespace qzhub {
 
-void AddUsbipCommands(CLI::App&) {}
+void AddServeCommand(CLI::App&) {}
+void AddAttachCommand(CLI::App&) {}
 
 }  // namespace qzhub

@@ -1,10 +1,9 @@
-#include "qzhub/serve_command.h"
-
 #include <CLI/CLI.hpp>
 #include <memory>
 
 #include "qzhub/server.h"
 #include "qzhub/socket.h"
+#include "qzhub/usbip_commands.h"
 
 namespace qzhub {
 

@@ -101,7 +101,7 @@ void Server::Serve(int socket) {
   } else if (*request == OpRequest::DeviceList) {
     List(socket);
   } else if (ReceiveAll(socket, field, deadline, stop_)) {
-    Import(socket, peer, DecodeBusid(field).value_or(""));
+    Import(socket, peer, field);
   }
 }
 
@@ -120,20 +120,19 @@ void Server::List(int socket) {
   SendAll(socket, message, RequestDeadline());
 }
 
-void Server::Import(int socket, const std::string& peer, const std::string& busid) {
+void Server::Import(int socket, const std::string& peer, ByteView busidField) {
+  const std::string busid = DecodeBusid(busidField);
+  const auto refuse = [socket](OpStatus status) {
+    SendAll(socket, EncodeImportRefused(status), RequestDeadline());
+  };
   const auto exported = std::find_if(exports_.begin(), exports_.end(), [&](const Export& other) {
     return other.place.Busid() == busid;
   });
   const auto device = exported == exports_.end() ? std::nullopt : world_.OnBus(exported->name);
-  if (!device) {
-    SendAll(socket, EncodeImportRefused(OpStatus::NoDevice), RequestDeadline());
-    return;
-  }
-  const auto claim = claims_.Take(busid);
-  if (!claim) {
-    SendAll(socket, EncodeImportRefused(OpStatus::DeviceBusy), RequestDeadline());
-    return;
-  }
+  if (!device) return refuse(OpStatus::NoDevice);
+  const auto number = static_cast<std::size_t>(exported - exports_.begin());
+  const std::unique_lock<std::mutex> claim(imported_[number], std::try_to_lock);
+  if (!claim) return refuse(OpStatus::DeviceBusy);
   if (!SendAll(socket, EncodeImported(exported->place, *device), RequestDeadline())) return;
   const std::string label = exported->name + " busid=" + busid;
   log_.Event("imported " + label + " by=" + peer);

@@ -2,12 +2,14 @@
 
 #include <atomic>
 #include <list>
+#include <mutex>
 #include <thread>
 
 #include "qzhub/event_log.h"
 #include "qzhub/exports.h"
 #include "qzhub/file_descriptor.h"
 #include "qzhub/stop_event.h"
+#include "virtualhub/world.h"
 
 namespace qzhub {
 
@@ -18,7 +20,11 @@ class Server {
  public:
   Server(virtualhub::World& world, std::vector<Export> exports, const StopEvent& stop,
          EventLog& log)
-      : world_(world), exports_(std::move(exports)), stop_(stop), log_(log) {}
+      : world_(world),
+        exports_(std::move(exports)),
+        imported_(exports_.size()),
+        stop_(stop),
+        log_(log) {}
 
   /// Serves the clients of a listening socket until the end is requested and all have gone.
   void Run(int listener);
@@ -34,13 +40,13 @@ class Server {
   void DropFinished();
   void Serve(int socket);
   void List(int socket);
-  void Import(int socket, const std::string& peer, const std::string& busid);
+  void Import(int socket, const std::string& peer, ByteView busidField);
 
   virtualhub::World& world_;
   const std::vector<Export> exports_;
+  std::vector<std::mutex> imported_;  // by export; held while a client has it
   const StopEvent& stop_;
   EventLog& log_;
-  Claims claims_;
   std::list<Client> clients_;
 };
 

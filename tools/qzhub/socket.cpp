@@ -1,15 +1,10 @@
 #include "qzhub/socket.h"
 
-#include <arpa/inet.h>
 #include <netdb.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <system_error>
 
@@ -23,31 +18,8 @@ using virtualhub::MutableBytes;
 constexpr int kForEver = -1;
 constexpr int kBacklog = 16;
 
-struct NativeAddress {
-  sockaddr_storage storage{};
-  socklen_t size = sizeof(storage);
-  sockaddr* get() { return reinterpret_cast<sockaddr*>(&storage); }
-};
-
-// False for a text that is no address in numbers.
-bool ToNative(const SocketAddress& address, NativeAddress& native) {
-  addrinfo hints{};
-  hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* found = nullptr;
-  const std::string port = std::to_string(address.port);
-  if (getaddrinfo(address.host.c_str(), port.c_str(), &hints, &found) != 0) return false;
-  std::memcpy(&native.storage, found->ai_addr, found->ai_addrlen);
-  native.size = found->ai_addrlen;
-  freeaddrinfo(found);
-  return true;
-}
-
-SocketAddress FromNative(NativeAddress& native) {
-  char host[NI_MAXHOST] = "?", port[NI_MAXSERV] = "0";
-  getnameinfo(native.get(), native.size, host, sizeof(host), port, sizeof(port),
-              NI_NUMERICHOST | NI_NUMERICSERV);
-  return {host, static_cast<std::uint16_t>(std::atoi(port))};
+const sockaddr* Plain(const SocketAddress& address) {
+  return reinterpret_cast<const sockaddr*>(&address.storage);
 }
 
 int MillisecondsTo(Deadline deadline) {
@@ -71,36 +43,44 @@ bool MayTryAgain() { return errno == EINTR || errno == EAGAIN || errno == EWOULD
 }  // namespace
 
 std::optional<SocketAddress> SocketAddress::Parse(const std::string& text) {
-  const std::size_t colon = text.rfind(':');
-  if (colon == std::string::npos) return std::nullopt;
-  SocketAddress address{text.substr(0, colon)};
-  if (address.host.starts_with('[') && address.host.ends_with(']')) {
-    address.host = address.host.substr(1, address.host.size() - 2);
-  } else if (address.host.find(':') != std::string::npos) {
+  const std::size_t colon = std::min(text.rfind(':'), text.size());
+  const std::string port = text.substr(std::min(colon + 1, text.size()));
+  std::string host = text.substr(0, colon);
+  const bool isV6 = host.starts_with('[') && host.ends_with(']');
+  if (isV6) host = host.substr(1, host.size() - 2);
+  addrinfo hints{};
+  hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+  hints.ai_family = isV6 ? AF_INET6 : AF_INET;
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  if (host.empty() || port.empty() || port.size() > 5 ||
+      port.find_first_not_of("0123456789") != std::string::npos || std::stoul(port) > 0xFFFF ||
+      getaddrinfo(host.c_str(), port.c_str(), &hints, &found) != 0) {
     return std::nullopt;
   }
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data() + colon + 1, end, address.port);
-  NativeAddress native;
-  if (error != std::errc() || stop != end || !ToNative(address, native)) return std::nullopt;
+  SocketAddress address;
+  std::memcpy(&address.storage, found->ai_addr, found->ai_addrlen);
+  address.size = found->ai_addrlen;
+  freeaddrinfo(found);
   return address;
 }
 
 std::string SocketAddress::Text() const {
-  const bool isV6 = host.find(':') != std::string::npos;
-  return (isV6 ? "[" + host + "]" : host) + ":" + std::to_string(port);
+  char host[NI_MAXHOST] = "?", port[NI_MAXSERV] = "0";
+  getnameinfo(Plain(*this), size, host, sizeof(host), port, sizeof(port),
+              NI_NUMERICHOST | NI_NUMERICSERV);
+  const bool isV6 = storage.ss_family == AF_INET6;
+  return (isV6 ? "[" + std::string(host) + "]:" : std::string(host) + ":") + port;
 }
 
 FileDescriptor Listen(const SocketAddress& address) {
-  NativeAddress native;
-  const int on = 1;
-  bool good = ToNative(address, native);
-  if (!good) errno = EINVAL;
   FileDescriptor listener(
-      good ? socket(native.storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0) : -1);
-  good = listener && setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) == 0 &&
-         bind(listener.get(), native.get(), native.size) == 0 &&
-         listen(listener.get(), kBacklog) == 0;
+      socket(address.storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const int on = 1;
+  const bool good = listener &&
+                    setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) == 0 &&
+                    bind(listener.get(), Plain(address), address.size) == 0 &&
+                    listen(listener.get(), kBacklog) == 0;
   if (!good) {
     throw std::system_error(errno, std::generic_category(), "cannot listen on " + address.Text());
   }
@@ -108,15 +88,15 @@ FileDescriptor Listen(const SocketAddress& address) {
 }
 
 SocketAddress LocalAddress(int socket) {
-  NativeAddress native;
-  getsockname(socket, native.get(), &native.size);
-  return FromNative(native);
+  SocketAddress address;
+  getsockname(socket, reinterpret_cast<sockaddr*>(&address.storage), &address.size);
+  return address;
 }
 
 SocketAddress PeerAddress(int socket) {
-  NativeAddress native;
-  getpeername(socket, native.get(), &native.size);
-  return FromNative(native);
+  SocketAddress address;
+  getpeername(socket, reinterpret_cast<sockaddr*>(&address.storage), &address.size);
+  return address;
 }
 
 bool ReceiveAll(int socket, MutableBytes buffer, Deadline deadline, const StopEvent& stop) {

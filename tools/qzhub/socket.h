@@ -1,8 +1,9 @@
 // Stream sockets, with deadlines and with an end on request.
 #pragma once
 
+#include <sys/socket.h>
+
 #include <chrono>
-#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -14,14 +15,14 @@ namespace qzhub {
 
 using Deadline = std::chrono::steady_clock::time_point;
 
-/// Where to listen, as numbers.
+/// An address in numbers with its port.
 struct SocketAddress {
-  std::string host;
-  std::uint16_t port = 0;  ///< 0: any that is free
-
-  /// "127.0.0.1:3240" or "[::1]:3240"; none for anything else.
+  /// "127.0.0.1:3240" or "[::1]:3240", port 0 for any that is free; none for anything else.
   static std::optional<SocketAddress> Parse(const std::string& text);
   std::string Text() const;
+
+  sockaddr_storage storage{};
+  socklen_t size = sizeof(storage);
 };
 
 /// Throws std::system_error with the address in its text.

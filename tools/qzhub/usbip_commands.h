@@ -6,8 +6,15 @@ class App;
 
 namespace qzhub {
 
-/// Adds the commands that give virtual hubs to a kernel, where the system has what they need:
-/// "serve" and "attach" on Linux, none elsewhere.
-void AddUsbipCommands(CLI::App& app);
+// The commands that give virtual devices to a kernel. Systems that lack what they stand on have
+// none of them. What goes wrong when they run is thrown as std::runtime_error with a text for the
+// user.
+
+/// Adds "serve", which offers the devices of a scenario over USB/IP until SIGINT or SIGTERM.
+void AddServeCommand(CLI::App& app);
+
+/// Adds "attach", which plugs the devices of a scenario into this machine's kernel and keeps them
+/// there until SIGINT or SIGTERM.
+void AddAttachCommand(CLI::App& app);
 
 }  // namespace qzhub

@@ -81,10 +81,8 @@ std::optional<OpRequest> DecodeOpHeader(ByteView header) {
   }
 }
 
-std::optional<std::string> DecodeBusid(ByteView field) {
-  const auto end = std::find(field.begin(), field.end(), 0);
-  if (end == field.end()) return std::nullopt;
-  return std::string(field.begin(), end);
+std::string DecodeBusid(ByteView field) {
+  return {field.begin(), std::find(field.begin(), field.end(), 0)};
 }
 
 Bytes EncodeListHead(std::uint32_t devices) {

@@ -29,8 +29,8 @@ enum class OpStatus : std::uint32_t { Ok = 0, DeviceBusy = 2, NoDevice = 4 };
 /// no meaning in a request.
 std::optional<OpRequest> DecodeOpHeader(ByteView header);
 
-/// The text in an import request's bus id field; none when it does not end inside the field.
-std::optional<std::string> DecodeBusid(ByteView field);
+/// The text in an import request's bus id field, up to the first zero if there is one.
+std::string DecodeBusid(ByteView field);
 
 /// A device's place on the exporting side.
 struct ExportPlace {
