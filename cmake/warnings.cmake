@@ -4,5 +4,7 @@ if(MSVC)
   target_compile_options(qz_warnings INTERFACE /W4 /WX /permissive- /utf-8)
 else()
   target_compile_options(qz_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
-    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+    # The log tells when the library was built.
+    $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wno-date-time>)
 endif()

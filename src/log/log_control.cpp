@@ -28,8 +28,8 @@ class CProcessLog {
   CLogResponder m_Responder;
 };
 
-CProcessLog& DefaultLog() {
-  static CProcessLog log(PathBesideLibrary(kDefaultLogName).value_or(kDefaultLogName));
+CProcessLog& DefaultLog(const std::string& path) {
+  static CProcessLog log(path);
   return log;
 }
 
@@ -58,9 +58,14 @@ bool CLogControl::SetPath(const char* path) {
 void CLogControl::Configure(bool enable, int level) {
   CMsg::Instance().ClearResponders();
   if (!enable) return;
-  const std::string path = CustomPath();
-  CProcessLog& log = path.empty() ? DefaultLog() : CustomLog(path);
-  log.Register(level);
+  // Paths are found out before a file object is made: asking for the library's own path may wait
+  // for the loader, under whose lock another thread may be waiting for that object.
+  const std::string custom = CustomPath();
+  if (custom.empty()) {
+    DefaultLog(PathBesideLibrary(kDefaultLogName).value_or(kDefaultLogName)).Register(level);
+  } else {
+    CustomLog(custom).Register(level);
+  }
 }
 
 std::string CLogControl::CustomPath() {

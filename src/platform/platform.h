@@ -210,4 +210,15 @@ bool IsReadableAndWritable(const char* path);
 /// installed before, null when there was none.
 QZ_ExceptionFilter InstallCrashHandler();
 
+// ---- What a system tells the library; defined above the seam -----------------------------------
+//
+// A system that tells its libraries of threads calls these, perhaps under a lock of its own loader:
+// they wait for no other thread.
+
+/// A thread of the process starts.
+void OnThreadAttach() noexcept;
+
+/// The library is being unloaded or the process ends; its other threads may be gone already.
+void OnProcessDetach() noexcept;
+
 }  // namespace qzhid::platform

@@ -1,0 +1,7 @@
+#include "platform/windows/system.h"
+
+namespace qzhid::platform {
+
+void DebugOutput(const std::wstring& text) { OutputDebugStringW(text.c_str()); }
+
+}  // namespace qzhid::platform

@@ -1,0 +1,9 @@
+// The declarations of the HID services. Some toolchains' headers leave it to the program to say
+// that these are C functions.
+#pragma once
+
+#include "platform/windows/system.h"
+
+extern "C" {
+#include <hidsdi.h>
+}
