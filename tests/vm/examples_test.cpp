@@ -26,13 +26,6 @@ TEST(Examples, EepromAndGpioRoundTrips) {
   }
 }
 
-TEST(Examples, UpdateShowsBothVersions) {
-  const Attached attached(HubScenario());
-  const Outcome outcome = RunProgram({"update_hub", MakeImage("0210")});
-  EXPECT_EQ(0, outcome.status);
-  EXPECT_THAT(outcome.output, HasSubstr("updated: 1.02 -> 2.10\n"));
-}
-
 TEST(UsbIp, TheStockClientAttachesAServedHub) {
   WriteFile("/tmp/served.json", HubScenario());
   Program server({"qzhub", "serve", "--scenario", "/tmp/served.json"});

@@ -47,7 +47,7 @@ std::uint32_t PortAfterMark(const std::string& text) {
 }
 
 std::string WriteScenario(const std::string& scenario) {
-  const std::string file = TempFile(".json");
+  std::string file = TempFile(".json");
   WriteFile(file, scenario);
   return file;
 }

@@ -21,7 +21,7 @@ inline std::vector<HidDevRecord> List() {
   HidDevRecord* list = nullptr;
   std::uint32_t count = 0;
   if (QZ_ListAllHidDev(&list, &count) == 0) return {};
-  const std::vector<HidDevRecord> records(list, list + count);
+  std::vector<HidDevRecord> records(list, list + count);
   QZ_FreeDevList(list);
   return records;
 }

@@ -19,7 +19,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
-constexpr int kUpdates = 3;
+constexpr int kUpdates = 2;
 constexpr std::size_t kMostWrites = 4096;
 
 std::vector<double> g_Library, g_Bare;  // ms from the end of one write to the end of the next

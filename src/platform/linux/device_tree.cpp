@@ -28,7 +28,7 @@ Status GetParent(DevInst node, DevInst& parent) {
   if (!found) return NoDevice();
   if (found->parentFolder.empty()) return Status::Failure(ENOENT);
   DevInst number = 0;
-  const Status status = registry.NumberOf(found->parentFolder, &ReadUsbNode, number);
+  Status status = registry.NumberOf(found->parentFolder, &ReadUsbNode, number);
   if (!status) return status;
   // What is there now was the parent only if the child is still there, too.
   if (!registry.Find(node)) return NoDevice();
@@ -46,7 +46,7 @@ Status GetDeviceIdA(DevInst node, std::size_t capacity, std::string& id) {
 
 Status GetDeviceIdW(DevInst node, std::size_t capacity, std::wstring& id) {
   std::string narrow;
-  const Status status = GetDeviceIdA(node, capacity, narrow);
+  Status status = GetDeviceIdA(node, capacity, narrow);
   if (status) id = ToWide(narrow);
   return status;
 }

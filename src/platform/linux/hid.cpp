@@ -58,7 +58,7 @@ Status OpenHidDevice(const std::wstring& path, HidDevice& device) {
   if (!ParseHidPath(path, deviceFile, opened->node)) return Status::Failure(ENOENT);
   const auto node = CNodeRegistry::Instance().Find(opened->node);
   if (!node || node->deviceFile != deviceFile) return NoDevice();
-  const Status status = OpenDeviceFile(*node, opened->file);
+  Status status = OpenDeviceFile(*node, opened->file);
   if (status) device = std::move(opened);
   return status;
 }
@@ -100,11 +100,11 @@ Status GetIndexedString(const HidDevice& device, std::uint32_t index, std::size_
   if (!device) return InvalidHandle();
   CNodeRegistry& registry = CNodeRegistry::Instance();
   DevInst parent = 0;
-  if (const Status status = GetParent(device->node, parent); !status) return status;
+  if (Status status = GetParent(device->node, parent); !status) return status;
   const auto usbDevice = registry.Find(parent);
   if (!usbDevice) return NoDevice();
   std::wstring found;
-  if (const Status status = ReadUsbString(*usbDevice, index, found); !status) return status;
+  if (Status status = ReadUsbString(*usbDevice, index, found); !status) return status;
   if ((Utf16Units(found) + 1) * 2 > capacity) return Status::Failure(ENOBUFS);
   text = std::move(found);
   return {};

@@ -24,7 +24,7 @@ Status CNodeRegistry::NumberOf(const std::string& folder, Reader read, DevInst& 
     return {};
   }
   auto node = std::make_shared<NodeFacts>();
-  if (const Status status = read(folder, *node); !status) return status;
+  if (Status status = read(folder, *node); !status) return status;
   // Another device may have come between the two looks at the folder.
   if (node->instance != instance) return NoDevice();
   m_Nodes[++m_nLast] = std::move(node);

@@ -30,7 +30,7 @@ Status OpenNodeSet(const Guid& interfaceClass, NodeSet& set) {
   set.reset();
   std::vector<std::string> folders;
   if (IsHidClass(interfaceClass)) {
-    if (const Status status = ListHidrawFolders(folders); !status) return status;
+    if (Status status = ListHidrawFolders(folders); !status) return status;
   }
   CNodeRegistry& registry = CNodeRegistry::Instance();
   registry.DropAbsent();
@@ -50,7 +50,7 @@ Status EnumNode(const NodeSet& set, std::uint32_t index, DevInst& devInst) {
 
 Status FirstInterface(const NodeSet& set, std::uint32_t index, DeviceInterface& found) {
   DevInst node = 0;
-  const Status status = FindNode(set, index, node);
+  Status status = FindNode(set, index, node);
   if (status) found = {index, node};
   return status;
 }
@@ -58,7 +58,7 @@ Status FirstInterface(const NodeSet& set, std::uint32_t index, DeviceInterface& 
 Status InterfacePath(const NodeSet& set, const DeviceInterface& deviceInterface,
                      std::wstring& path) {
   DevInst number = 0;
-  if (const Status status = FindNode(set, deviceInterface.node, number); !status) return status;
+  if (Status status = FindNode(set, deviceInterface.node, number); !status) return status;
   const auto node = CNodeRegistry::Instance().Find(number);
   if (!node) return NoDevice();
   path = HidPath(node->deviceFile, number);

@@ -47,7 +47,7 @@ Status ListHidrawFolders(std::vector<std::string>& folders) {
   folders.clear();
   const std::unique_ptr<DIR, FolderCloser> devices(opendir(kHidrawFolder));
   if (!devices) {
-    const Status failure = LastFailure();
+    Status failure = LastFailure();
     // The class appears with the first driver that needs it.
     return failure.code == ENOENT && IsDirectory(kClassesFolder) ? Status{} : failure;
   }

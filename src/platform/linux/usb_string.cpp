@@ -37,7 +37,7 @@ Status ReadStringDescriptor(const CFileHandle& usb, std::uint8_t index, std::uin
 /// A device that refuses to list its languages is taken to have English only.
 Status ReadLanguage(const CFileHandle& usb, std::uint16_t& language) {
   std::vector<std::uint8_t> descriptor;
-  const Status status = ReadStringDescriptor(usb, 0, 0, descriptor);
+  Status status = ReadStringDescriptor(usb, 0, 0, descriptor);
   if (!status && status.code != EPIPE) return status;
   language = status ? DecodeFirstLanguage(descriptor).value_or(kEnglish) : kEnglish;
   return {};
