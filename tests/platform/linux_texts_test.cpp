@@ -14,6 +14,14 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 using Numbers = std::vector<std::uint32_t>;
 
+Bytes FromHex(const std::string& digits) {
+  Bytes bytes;
+  for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
+    bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+  }
+  return bytes;
+}
+
 /// "output/input", or "none" for a descriptor that is refused.
 std::string Lengths(const Bytes& descriptor) {
   const auto caps = ParseReportDescriptor(descriptor);
@@ -22,68 +30,49 @@ std::string Lengths(const Bytes& descriptor) {
 }
 
 TEST(ReportDescriptor, LongestReportsWithTheirIds) {
-  const std::tuple<const char*, Bytes, const char*> rows[] = {
-      {"empty", {}, "0/0"},
-      {"no ids",
-       {0x06, 0x00, 0xFF, 0x09, 0x01, 0xA1, 0x01, 0x75, 0x08, 0x96, 0x40, 0x01,
-        0x09, 0x02, 0x91, 0x02, 0x96, 0x00, 0x01, 0x09, 0x03, 0x81, 0x02, 0xC0},
-       "321/257"},
-      {"fields add up, bits round up",
-       {0x75, 0x01, 0x95, 0x08, 0x81, 0x02, 0x95, 0x05, 0x91, 0x02, 0x75, 0x08, 0x95, 0x06, 0x81,
-        0x00, 0xB1, 0x02},
-       "2/8"},
-      {"the longest of several ids",
-       {0x75, 0x08, 0x85, 0x01, 0x95, 0x3F, 0x91, 0x02, 0x81, 0x02, 0x85,
-        0xF0, 0x95, 0x14, 0x91, 0x02, 0x85, 0x01, 0x95, 0x01, 0x91, 0x02},
-       "65/64"},
-      {"pop restores size, count and id",
-       {0x75, 0x08, 0x95, 0x04, 0x85, 0x01, 0xA4, 0x75, 0x10, 0x95, 0x20, 0x85, 0x02, 0xB4, 0x91,
-        0x02},
-       "5/0"},
-      {"four-byte items", {0x77, 0x08, 0, 0, 0, 0x97, 0x0A, 0, 0, 0, 0x81, 0x02}, "0/11"},
-      {"long items are skipped",
-       {0xFE, 0x02, 0x81, 0xAA, 0xBB, 0x75, 0x08, 0x95, 0x01, 0x81, 0x02},
-       "0/2"},
-      {"the longest that fits", {0x75, 0x08, 0x96, 0xFE, 0xFF, 0x81, 0x02}, "0/65535"},
-      {"one byte more", {0x75, 0x08, 0x96, 0xFF, 0xFF, 0x81, 0x02}, "none"},
-      {"more by a second field",
-       {0x75, 0x08, 0x96, 0xFE, 0xFF, 0x81, 0x02, 0x95, 0x01, 0x81, 0x02},
-       "none"},
-      {"numbers that overflow",
-       {0x77, 0xFF, 0xFF, 0xFF, 0xFF, 0x97, 0xFF, 0xFF, 0xFF, 0xFF, 0x91, 0x02},
-       "none"},
-      {"id 0", {0x85, 0x00}, "none"},
-      {"id 256", {0x86, 0x00, 0x01}, "none"},
-      {"pop of nothing", {0xB4}, "none"},
-      {"endless push", Bytes(1000, 0xA4), "none"},
-      {"cut short item", {0x75, 0x08, 0x96, 0x40}, "none"},
-      {"cut four-byte item", {0x77, 0x08, 0, 0}, "none"},
-      {"cut long item", {0xFE, 0x04, 0x10, 0xAA}, "none"},
-      {"long item without tag", {0xFE, 0x00}, "none"},
-      {"long item without size", {0xFE}, "none"}};
-  for (const auto& [name, descriptor, lengths] : rows)
-    EXPECT_EQ(lengths, Lengths(descriptor)) << name;
+  const std::tuple<const char*, const char*, const char*> rows[] = {
+      {"empty", "", "0/0"},
+      {"no ids", "0600FF0901A10175089640010902910296000109038102C0", "321/257"},
+      {"fields add up, bits round up", "75019508810295059102750895068100B102", "2/8"},
+      {"the longest of several ids", "75088501953F9102810285F095149102850195019102", "65/64"},
+      {"pop restores size, count and id", "750895048501A4751095208502B49102", "5/0"},
+      {"four-byte items", "7708000000970A0000008102", "0/11"},
+      {"long items are skipped", "FE0281AABB750895018102", "0/2"},
+      {"the longest that fits", "750896FEFF8102", "0/65535"},
+      {"one byte more", "750896FFFF8102", "none"},
+      {"more by a second field", "750896FEFF810295018102", "none"},
+      {"numbers that overflow", "77FFFFFFFF97FFFFFFFF9102", "none"},
+      {"id 0", "8500", "none"},
+      {"id 256", "860001", "none"},
+      {"pop of nothing", "B4", "none"},
+      {"cut short item", "75089640", "none"},
+      {"cut four-byte item", "77080000", "none"},
+      {"cut long item", "FE0410AA", "none"},
+      {"long item without tag", "FE00", "none"},
+      {"long item without size", "FE", "none"}};
+  for (const auto& [name, digits, lengths] : rows)
+    EXPECT_EQ(lengths, Lengths(FromHex(digits))) << name;
+  EXPECT_EQ("none", Lengths(Bytes(1000, 0xA4))) << "endless push";
 }
 
 TEST(StringDescriptor, TextsAndLanguages) {
-  const std::tuple<const char*, Bytes, std::optional<std::wstring>> rows[] = {
-      {"text", {6, 3, 'W', 0, 0xF6, 0}, L"W\u00F6"},
-      {"beyond 16 bits", {6, 3, 0x3D, 0xD8, 0x0C, 0xDD}, L"\U0001F50C"},
-      {"lone halves", {8, 3, 0x3D, 0xD8, 'x', 0, 0x0C, 0xDD}, L"\uFFFDx\uFFFD"},
-      {"half at the end", {4, 3, 0x3D, 0xD8}, L"\uFFFD"},
-      {"up to a zero", {8, 3, 'a', 0, 0, 0, 'b', 0}, L"a"},
-      {"bytes behind it", {4, 3, 'a', 0, 'b', 0}, L"a"},
-      {"empty", {2, 3}, L""},
-      {"longer than received", {6, 3, 'a', 0}, {}},
-      {"odd", {5, 3, 'a', 0, 'b'}, {}},
-      {"shorter than its head", {1, 3, 'a', 0}, {}},
-      {"another type", {4, 2, 'a', 0}, {}},
-      {"one byte", {4}, {}},
-      {"nothing", {}, {}}};
-  for (const auto& [name, descriptor, text] : rows)
-    EXPECT_EQ(text, DecodeString(descriptor)) << name;
-  EXPECT_EQ(0x0407, DecodeFirstLanguage({6, 3, 0x07, 0x04, 0x09, 0x04}));
-  EXPECT_EQ(std::nullopt, DecodeFirstLanguage({2, 3}));
+  const std::tuple<const char*, const char*, std::optional<std::wstring>> rows[] = {
+      {"text", "06035700F600", L"W\u00F6"},
+      {"beyond 16 bits", "06033DD80CDD", L"\U0001F50C"},
+      {"lone halves", "08033DD878000CDD", L"\uFFFDx\uFFFD"},
+      {"half at the end", "04033DD8", L"\uFFFD"},
+      {"up to a zero, without what is behind it", "08036100000062007A00", L"a"},
+      {"empty", "0203", L""},
+      {"longer than received", "06036100", {}},
+      {"odd", "0503610062", {}},
+      {"shorter than its head", "01036100", {}},
+      {"another type", "04026100", {}},
+      {"one byte", "04", {}},
+      {"nothing", "", {}}};
+  for (const auto& [name, digits, text] : rows)
+    EXPECT_EQ(text, DecodeString(FromHex(digits))) << name;
+  EXPECT_EQ(0x0407, DecodeFirstLanguage(FromHex("060307040904")));
+  EXPECT_EQ(std::nullopt, DecodeFirstLanguage(FromHex("0203")));
 }
 
 TEST(SysfsNames, LocationPathsOfUsbFolders) {
@@ -94,26 +83,18 @@ TEST(SysfsNames, LocationPathsOfUsbFolders) {
       {"/sys/devices/pci0000:00/0000:00:0e.0/pci10000:e0/10000:e0:1d.7/10000:e1:00.0/usb12/12-1",
        "PCIROOT(0)#PCI(0E00)#PCIROOT(10000E0)#PCI(1D07)#PCI(0000)#USBROOT(0)#USB(1)"},
       {"/sys/devices/platform/soc(0)#1/x.usb/usb3/3-255",
-       "DEV(platform)#DEV(soc_0__1)#DEV(x.usb)#USBROOT(0)#USB(255)"},
-      {pci + "/1-3/1-3.2/1-3.2:1.0", ""},
-      {pci + "/1-3/1-4.2", ""},
-      {pci + "/1-3.2", ""},
-      {pci + "/2-3", ""},
-      {pci + "/1-03", ""},
-      {pci + "/1-0", ""},
-      {pci + "/1-256", ""},
-      {pci + "/1-", ""},
-      {pci + "/1-3.", ""},
-      {pci + "/1-99999999999", ""},
-      {pci + "/1-1/1-1.1/1-1.1.1/1-1.1.1.1/1-1.1.1.1.1/1-1.1.1.1.1.1/1-1.1.1.1.1.1.1", ""},
-      {"/sys/devices/usb", ""},
-      {"1-1", ""},
-      {"/", ""},
-      {"", ""}};
+       "DEV(platform)#DEV(soc_0__1)#DEV(x.usb)#USBROOT(0)#USB(255)"}};
   for (const auto& [folder, path] : rows) {
     const auto place = ParseUsbFolder(folder);
     EXPECT_EQ(path, place ? LocationPath(*place, false) : "") << folder;
   }
+  for (const char* folder :
+       {"/1-3/1-3.2/1-3.2:1.0", "/1-3/1-4.2", "/1-3.2", "/2-3", "/1-03", "/1-0", "/1-256", "/1-",
+        "/1-3.", "/usb", "/1-99999999999",
+        "/1-1/1-1.1/1-1.1.1/1-1.1.1.1/1-1.1.1.1.1/1-1.1.1.1.1.1/1-1.1.1.1.1.1.1", "/"}) {
+    EXPECT_FALSE(ParseUsbFolder(pci + folder)) << folder;
+  }
+  EXPECT_FALSE(ParseUsbFolder("") || ParseUsbFolder("1-1"));
   EXPECT_EQ("PCIROOT(0)#PCI(1400)#USBROOT(1)", LocationPath(*ParseUsbFolder(pci), true));
 }
 

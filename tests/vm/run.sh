@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 build=$1 results=$2
-limit=300 # seconds; more than this is a hang
+limit=600 # seconds; more than this is a hang
 modules=(usb-common usbcore usbip-core vhci-hcd hid usbhid hid-generic uhid)
 
 kernel=$(tests/vm/kernel.sh)
