@@ -1,6 +1,8 @@
 // What a USB/IP client sends and reads. Everything is written as it travels, in hexadecimal.
 #pragma once
 
+#include <future>
+
 #include "qzhub/usbip_wire.h"
 #include "virtualhub/hub_bench.h"
 
@@ -9,52 +11,41 @@ namespace qzhub::test {
 using virtualhub::test::FromHex;
 using virtualhub::test::Hex;
 
-inline const std::string kList = "01 11 80 05 00 00 00 00";
 inline const std::string kImport = "01 11 80 03 00 00 00 00";
-inline const std::string kGetDeviceStatus = "80 00 00 00 00 00 02 00";
-inline const std::string kSetReport = "21 09 00 02 00 00 40 01";
+inline const std::string kGetStatus = "80 00 00 00 00 00 02 00", kStatusAnswer = "0 01 00";
+inline const std::string kEnable = "40 02 01 00 7C 2E", kReset = "40 00";
+inline constexpr std::uint32_t kDevid = 0x00010001;
 
 inline Bytes operator+(Bytes left, const Bytes& right) {
   left.insert(left.end(), right.begin(), right.end());
   return left;
 }
-
-inline Bytes Word(std::uint32_t value) {
-  Bytes word;
-  for (int shift = 24; shift >= 0; shift -= 8) {
-    word.push_back(static_cast<std::uint8_t>(value >> shift));
+inline Bytes Words(std::initializer_list<std::uint32_t> words) {
+  Bytes bytes(4 * words.size());
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    bytes[i] = static_cast<std::uint8_t>(words.begin()[i / 4] >> (24 - i % 4 * 8));
   }
-  return word;
+  return bytes;
 }
-
-inline Bytes ImportRequest(const std::string& busid) {
-  Bytes field(busid.begin(), busid.end());
-  field.resize(kBusidSize);
-  return FromHex(kImport) + field;
-}
-
-inline constexpr std::uint32_t kDevid = 0x00010001;
 
 /// A control transfer; `data` is what follows the command.
 inline Bytes Submit(std::uint32_t sequence, const std::string& setup, const Bytes& data = {},
                     std::uint32_t devid = kDevid) {
   const Bytes packet = FromHex(setup);
   const std::uint32_t in = packet[0] >> 7, length = virtualhub::LittleEndian16(packet, 6);
-  return Word(1) + Word(sequence) + Word(devid) + Word(in) + Word(0) + Word(0) + Word(length) +
-         Word(0) + Word(~0u) + Word(0) + packet + data;
+  return Words({1, sequence, devid, in, 0, 0, length, 0, ~0u, 0}) + packet + data;
 }
 /// An output report of 321 bytes that carries a vendor request.
 inline Bytes SubmitRequest(std::uint32_t sequence, const std::string& request) {
   Bytes report = FromHex(request);
   report.resize(320);
-  return Submit(sequence, kSetReport, report);
+  return Submit(sequence, "21 09 00 02 00 00 40 01", report);
 }
 inline Bytes SubmitInterrupt(std::uint32_t sequence) {
-  return Word(1) + Word(sequence) + Word(kDevid) + Word(1) + Word(1) + Word(0) + Word(256) +
-         Word(0) + Word(0) + Word(4) + Bytes(8);
+  return Words({1, sequence, kDevid, 1, 1, 0, 256, 0, 0, 4, 0, 0});
 }
 inline Bytes UnlinkCommand(std::uint32_t sequence, std::uint32_t victim) {
-  return Word(2) + Word(sequence) + Word(kDevid) + Bytes(8) + Word(victim) + Bytes(24);
+  return Words({2, sequence, kDevid, 0, 0, victim, 0, 0, 0, 0, 0, 0});
 }
 
 /// An answer in words: "1: 0 01 00" (a transfer's sequence number, status and data) or
@@ -70,5 +61,23 @@ inline std::string Describe(ByteView message) {
   if (word(0) != 3) return "not an answer";
   return text + (message.size() > kCommandSize ? " " + Hex(message.subspan(kCommandSize)) : "");
 }
+
+/// Holds the next report exchange of a machine up.
+class Gate {
+ public:
+  explicit Gate(virtualhub::World& world) {
+    world.SetExchangeHook([this](const virtualhub::Exchange&) {
+      if (passed_.exchange(true)) return;
+      reached_.set_value();
+      open_.get_future().wait();
+    });
+  }
+  void WaitUntilReached() { reached_.get_future().wait(); }
+  void Open() { open_.set_value(); }
+
+ private:
+  std::atomic<bool> passed_{false};
+  std::promise<void> reached_, open_;
+};
 
 }  // namespace qzhub::test

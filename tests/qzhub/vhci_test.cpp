@@ -11,20 +11,8 @@ namespace {
 
 const std::string kHead = "hub port sta spd dev      sockfd local_busid\n";
 
-// What a call throws; empty when it does not.
-template <typename Call>
-std::string Failure(Call call) {
-  try {
-    call();
-  } catch (const std::runtime_error& error) {
-    return error.what();
-  }
-  return "";
-}
-
 TEST(VhciTest, TablesAreReadWithWhatIsWrongLeftOut) {
   const std::pair<std::string, std::vector<VhciPort>> tables[] = {
-      {"", {}},
       {kHead, {}},
       {kHead + "hs  0000 006 003 00010001 000003 1-1\nss  0015 004 000 00000000 000000 0-0\n",
        {{0, true, false}, {15, false, true}}},
@@ -36,7 +24,7 @@ TEST(VhciTest, PortsAreFoundAndAttached) {
   const std::filesystem::path platform = ::testing::TempDir() + "vhci";
   const std::filesystem::path folder = platform / "vhci_hcd.0";
   std::filesystem::remove_all(platform);
-  EXPECT_NE(std::string::npos, Failure([&] { Vhci{platform}; }).find("modprobe vhci-hcd"));
+  EXPECT_THROW(Vhci{platform}, std::runtime_error);
   std::filesystem::create_directories(folder);
   std::ofstream(folder / "status") << kHead << "hs  0000 006\nhs  0001 004\nss  0002 004\n";
   std::ofstream(folder / "status.1") << kHead << "hs  0004 004\n";
@@ -44,11 +32,10 @@ TEST(VhciTest, PortsAreFoundAndAttached) {
   const Vhci vhci(platform);
   EXPECT_EQ(1u, vhci.FindFreePort({}));
   EXPECT_EQ(4u, vhci.FindFreePort({1}));
-  EXPECT_NE(std::string::npos, Failure([&] { vhci.FindFreePort({1, 4}); }).find("usbip detach"));
-  EXPECT_TRUE(vhci.IsFree(4));
-  EXPECT_FALSE(vhci.IsFree(0) || vhci.IsFree(2) || vhci.IsFree(5));
+  EXPECT_THROW(vhci.FindFreePort({1, 4}), std::runtime_error);
+  EXPECT_TRUE(vhci.IsFree(4) && !vhci.IsFree(0) && !vhci.IsFree(2) && !vhci.IsFree(5));
 
-  EXPECT_NE(std::string::npos, Failure([&] { vhci.Attach(1, 7, 65537); }).find("attach"));
+  EXPECT_THROW(vhci.Attach(1, 7, 65537), std::runtime_error);
   std::ofstream(folder / "attach").close();
   EXPECT_TRUE(vhci.Attach(1, 7, 65537));
   std::string line;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <stdexcept>
 #include <system_error>
 
 #include "qzhub/link_socket.h"
@@ -44,7 +45,6 @@ void Server::Run(int listener) {
   while (waited[1].revents == 0) {
     if (poll(waited, 2, -1) <= 0 || waited[0].revents == 0) continue;
     FileDescriptor socket(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
-    DropFinished();
     if (socket) {
       Admit(std::move(socket));
     } else if (errno != EINTR && errno != EAGAIN && errno != ECONNABORTED) {
@@ -52,44 +52,26 @@ void Server::Run(int listener) {
       stop_.WaitFor(kAcceptPause);
     }
   }
-  for (Client& client : clients_) client.thread.join();
-  clients_.clear();
-}
-
-void Server::DropFinished() {
-  clients_.remove_if([](Client& client) {
-    if (!client.done) return false;
-    client.thread.join();
-    return true;
-  });
+  clients_.clear();  // waits for them
 }
 
 void Server::Admit(FileDescriptor socket) {
-  if (clients_.size() >= kMostClients) {
-    log_.Remark("refused a client: " + std::to_string(kMostClients) + " are connected");
-    return;
-  }
-  Tune(socket.get());
-  Client& client = clients_.emplace_back();
-  client.socket = std::move(socket);
+  clients_.remove_if([](const std::future<void>& client) {
+    return client.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+  });
   try {
-    client.thread = std::thread([this, &client] {
-      try {
-        Serve(client.socket.get());
-      } catch (const std::exception& error) {
-        log_.Remark(std::string("gave a client up: ") + error.what());
-      }
-      // The other end sees the end now; the number stays taken until the thread is joined.
-      shutdown(client.socket.get(), SHUT_RDWR);
-      client.done = true;
-    });
-  } catch (const std::system_error& error) {
+    if (clients_.size() >= kMostClients) throw std::length_error("too many are connected");
+    Tune(socket.get());
+    clients_.push_back(std::async(std::launch::async, [this, handed = std::move(socket)]() mutable {
+      const FileDescriptor own = std::move(handed);  // closed as soon as it is served
+      Serve(own.get());
+    }));
+  } catch (const std::exception& error) {
     log_.Remark(std::string("refused a client: ") + error.what());
-    clients_.pop_back();
   }
 }
 
-void Server::Serve(int socket) {
+void Server::Serve(int socket) try {
   const std::string peer = PeerAddress(socket).Text();
   const Deadline deadline = RequestDeadline();
   std::array<std::uint8_t, kOpHeaderSize> header{};
@@ -103,6 +85,8 @@ void Server::Serve(int socket) {
   } else if (ReceiveAll(socket, field, deadline, stop_)) {
     Import(socket, peer, field);
   }
+} catch (const std::exception& error) {
+  log_.Remark(std::string("gave a client up: ") + error.what());
 }
 
 void Server::List(int socket) {

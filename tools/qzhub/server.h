@@ -1,9 +1,8 @@
 #pragma once
 
-#include <atomic>
+#include <future>
 #include <list>
 #include <mutex>
-#include <thread>
 
 #include "qzhub/event_log.h"
 #include "qzhub/exports.h"
@@ -30,14 +29,7 @@ class Server {
   void Run(int listener);
 
  private:
-  struct Client {
-    FileDescriptor socket;
-    std::thread thread;
-    std::atomic<bool> done{false};
-  };
-
   void Admit(FileDescriptor socket);
-  void DropFinished();
   void Serve(int socket);
   void List(int socket);
   void Import(int socket, const std::string& peer, ByteView busidField);
@@ -47,7 +39,7 @@ class Server {
   std::vector<std::mutex> imported_;  // by export; held while a client has it
   const StopEvent& stop_;
   EventLog& log_;
-  std::list<Client> clients_;
+  std::list<std::future<void>> clients_;
 };
 
 }  // namespace qzhub

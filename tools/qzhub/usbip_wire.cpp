@@ -1,6 +1,7 @@
 #include "qzhub/usbip_wire.h"
 
 #include <algorithm>
+#include <initializer_list>
 
 #include "virtualhub/usb_descriptors.h"
 
@@ -8,55 +9,47 @@ namespace qzhub {
 
 namespace {
 
-constexpr std::uint16_t kVersion = 0x0111;
-constexpr std::uint16_t kListRequest = 0x8005, kListReply = 0x0005;
-constexpr std::uint16_t kImportRequest = 0x8003, kImportReply = 0x0003;
+constexpr std::uint32_t kVersion = 0x0111;
+constexpr std::uint32_t kListRequest = 0x8005, kListReply = 0x0005;
+constexpr std::uint32_t kImportRequest = 0x8003, kImportReply = 0x0003;
 constexpr std::uint32_t kSubmit = 1, kUnlink = 2, kSubmitted = 3, kUnlinked = 4;
 constexpr std::uint32_t kMostEndpoint = 15;
 constexpr std::size_t kPathSize = 256;
-constexpr std::uint8_t kHidClass = 3;
+constexpr std::uint32_t kHidClass = 3;
 
-class Writer {
- public:
-  Writer& U8(std::uint8_t value) {
-    bytes_.push_back(value);
-    return *this;
+Bytes Words(std::initializer_list<std::uint32_t> words) {
+  Bytes bytes;
+  for (const std::uint32_t word : words) {
+    for (int shift = 24; shift >= 0; shift -= 8) {
+      bytes.push_back(static_cast<std::uint8_t>(word >> shift));
+    }
   }
-  Writer& U16(std::uint16_t value) {
-    return U8(static_cast<std::uint8_t>(value >> 8)).U8(static_cast<std::uint8_t>(value));
-  }
-  Writer& U32(std::uint32_t value) {
-    return U16(static_cast<std::uint16_t>(value >> 16)).U16(static_cast<std::uint16_t>(value));
-  }
-  // A text in a field of that size; at least one zero ends it.
-  Writer& Text(const std::string& text, std::size_t size) {
-    const std::size_t length = std::min(text.size(), size - 1);
-    bytes_.insert(bytes_.end(), text.begin(), text.begin() + static_cast<std::ptrdiff_t>(length));
-    return Zeros(size - length);
-  }
-  Writer& Zeros(std::size_t count) {
-    bytes_.insert(bytes_.end(), count, 0);
-    return *this;
-  }
-  Writer& Append(ByteView more) {
-    bytes_.insert(bytes_.end(), more.begin(), more.end());
-    return *this;
-  }
-  Writer& OpHeader(std::uint16_t code, OpStatus status) {
-    return U16(kVersion).U16(code).U32(static_cast<std::uint32_t>(status));
-  }
-  Writer& Device(const ExportPlace& place, const virtualhub::BusDevice& device) {
-    Text("/virtual/" + device.name, kPathSize).Text(place.Busid(), kBusidSize);
-    U32(place.busNumber).U32(place.deviceNumber).U32(kHighSpeed);
-    U16(device.ids.vid).U16(device.ids.pid).U16(virtualhub::kDeviceRelease);
-    // Class, subclass and protocol are those of the interface; one configuration, one interface.
-    return U8(0).U8(0).U8(0).U8(virtualhub::kConfigurationValue).U8(1).U8(1);
-  }
-  Bytes Take() { return std::move(bytes_); }
+  return bytes;
+}
 
- private:
-  Bytes bytes_;
-};
+void Append(Bytes& bytes, ByteView more) { bytes.insert(bytes.end(), more.begin(), more.end()); }
+
+// A text in a field of that size; at least one zero ends it.
+void AppendText(Bytes& bytes, const std::string& text, std::size_t size) {
+  const std::size_t end = bytes.size() + size;
+  bytes.insert(bytes.end(), text.begin(), text.end());
+  bytes.resize(std::min(bytes.size(), end - 1));
+  bytes.resize(end);
+}
+
+Bytes OpHeader(std::uint32_t code, OpStatus status) {
+  return Words({kVersion << 16 | code, static_cast<std::uint32_t>(status)});
+}
+
+void AppendDevice(Bytes& bytes, const ExportPlace& place, const virtualhub::BusDevice& device) {
+  AppendText(bytes, "/virtual/" + device.name, kPathSize);
+  AppendText(bytes, place.Busid(), kBusidSize);
+  const std::uint32_t vid = device.ids.vid, release = virtualhub::kDeviceRelease;
+  // Class, subclass and protocol are 0, those of the interface; then configuration value, number
+  // of configurations, number of interfaces.
+  Append(bytes, Words({place.busNumber, place.deviceNumber, kHighSpeed, vid << 16 | device.ids.pid,
+                       release << 16, virtualhub::kConfigurationValue << 16 | 0x0101}));
+}
 
 std::uint32_t U32(ByteView bytes, std::size_t offset) {
   return static_cast<std::uint32_t>(virtualhub::BigEndian16(bytes, offset)) << 16 |
@@ -70,15 +63,10 @@ std::string ExportPlace::Busid() const {
 }
 
 std::optional<OpRequest> DecodeOpHeader(ByteView header) {
-  if (virtualhub::BigEndian16(header, 0) != kVersion) return std::nullopt;
-  switch (virtualhub::BigEndian16(header, 2)) {
-    case kListRequest:
-      return OpRequest::DeviceList;
-    case kImportRequest:
-      return OpRequest::Import;
-    default:
-      return std::nullopt;
-  }
+  const std::uint32_t word = U32(header, 0);
+  if (word == (kVersion << 16 | kListRequest)) return OpRequest::DeviceList;
+  if (word == (kVersion << 16 | kImportRequest)) return OpRequest::Import;
+  return std::nullopt;
 }
 
 std::string DecodeBusid(ByteView field) {
@@ -86,20 +74,25 @@ std::string DecodeBusid(ByteView field) {
 }
 
 Bytes EncodeListHead(std::uint32_t devices) {
-  return Writer().OpHeader(kListReply, OpStatus::Ok).U32(devices).Take();
+  Bytes bytes = OpHeader(kListReply, OpStatus::Ok);
+  Append(bytes, Words({devices}));
+  return bytes;
 }
 
 Bytes EncodeListEntry(const ExportPlace& place, const virtualhub::BusDevice& device) {
-  return Writer().Device(place, device).U8(kHidClass).Zeros(3).Take();
+  Bytes bytes;
+  AppendDevice(bytes, place, device);
+  Append(bytes, Words({kHidClass << 24}));
+  return bytes;
 }
 
 Bytes EncodeImported(const ExportPlace& place, const virtualhub::BusDevice& device) {
-  return Writer().OpHeader(kImportReply, OpStatus::Ok).Device(place, device).Take();
+  Bytes bytes = OpHeader(kImportReply, OpStatus::Ok);
+  AppendDevice(bytes, place, device);
+  return bytes;
 }
 
-Bytes EncodeImportRefused(OpStatus status) {
-  return Writer().OpHeader(kImportReply, status).Take();
-}
+Bytes EncodeImportRefused(OpStatus status) { return OpHeader(kImportReply, status); }
 
 std::optional<Command> DecodeCommand(ByteView bytes) {
   Command command{};
@@ -125,25 +118,15 @@ std::optional<Command> DecodeCommand(ByteView bytes) {
 
 Bytes EncodeSubmitted(std::uint32_t sequence, std::int32_t status, std::size_t actualLength,
                       ByteView data) {
-  return Writer()
-      .U32(kSubmitted)
-      .U32(sequence)
-      .Zeros(12)
-      .U32(static_cast<std::uint32_t>(status))
-      .U32(static_cast<std::uint32_t>(actualLength))
-      .Zeros(20)
-      .Append(data)
-      .Take();
+  Bytes bytes = Words({kSubmitted, sequence, 0, 0, 0, static_cast<std::uint32_t>(status),
+                       static_cast<std::uint32_t>(actualLength), 0, 0, 0, 0, 0});
+  Append(bytes, data);
+  return bytes;
 }
 
 Bytes EncodeUnlinked(std::uint32_t sequence, std::int32_t status) {
-  return Writer()
-      .U32(kUnlinked)
-      .U32(sequence)
-      .Zeros(12)
-      .U32(static_cast<std::uint32_t>(status))
-      .Zeros(24)
-      .Take();
+  return Words(
+      {kUnlinked, sequence, 0, 0, 0, static_cast<std::uint32_t>(status), 0, 0, 0, 0, 0, 0});
 }
 
 }  // namespace qzhub
