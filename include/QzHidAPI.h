@@ -99,7 +99,7 @@ QZ_STATIC_ASSERT(offsetof(HidDevRecord, dwDevSubType) == 4132, "dwDevSubType sta
  * not called.
  */
 #if defined(_WIN32)
-struct _EXCEPTION_POINTERS;
+struct _EXCEPTION_POINTERS; /* the system's; NOLINT(bugprone-reserved-identifier) */
 typedef long(__stdcall* QZ_ExceptionFilter)(struct _EXCEPTION_POINTERS*);
 #else
 typedef void (*QZ_ExceptionFilter)(int);

@@ -5,19 +5,38 @@ cd "$(dirname "$0")/.."
 say() { printf '==> %s\n' "$*" >&2; }
 die() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
 
+# configure PRESET: on first use.
+configure() {
+  local preset=$1 log="build/$1.log"
+  [ ! -f "build/$preset/build.ninja" ] || return 0
+  say "configuring $preset"
+  mkdir -p build
+  cmake --preset "$preset" >"$log" 2>&1 || { cat "$log" >&2; die "cannot configure $preset"; }
+}
+
 # build PRESET [TARGET...]: configures on first use and builds, quietly unless something is wrong.
 build() {
-  local preset=$1
+  local preset=$1 log="build/$1.log"
   shift
-  local log="build/$preset.log"
-  mkdir -p build
-  if [ ! -f "build/$preset/build.ninja" ]; then
-    say "configuring $preset"
-    cmake --preset "$preset" >"$log" 2>&1 || { cat "$log" >&2; die "cannot configure $preset"; }
-  fi
+  configure "$preset"
   say "building $preset (a few minutes the first time)"
   cmake --build --preset "$preset" ${@:+--target "$@"} >"$log" 2>&1 || {
     cat "$log" >&2
     die "cannot build $preset"
   }
+}
+
+# Downloads that outlive the checkout.
+cache=${XDG_CACHE_HOME:-$HOME/.cache}/qzhidapi
+
+# Whether ARM64 programs can run here: as root, through the kernel's table of program formats, into
+# which the emulator is put when it is not there yet. Says why not.
+can_run_arm64() {
+  local table=/proc/sys/fs/binfmt_misc
+  [ "$(id -u)" -eq 0 ] || { echo "not root"; return 1; }
+  [ -e $table/register ] || mount -t binfmt_misc binfmt_misc $table 2>/dev/null ||
+    { echo "the kernel has no binfmt_misc"; return 1; }
+  [ -e $table/qemu-aarch64 ] ||
+    cat /usr/lib/binfmt.d/qemu-aarch64.conf >$table/register 2>/dev/null ||
+    { echo "the emulator cannot be registered"; return 1; }
 }

@@ -4,10 +4,11 @@
 #include <cstdarg>
 #include <cstdio>
 #include <regex>
-#include <sstream>
 #include <string>
 
-#include "support/library_test.h"
+#include "export_log.h"
+#include "support/machine_test.h"
+#include "test_system.h"
 #include "virtualhub/image.h"
 
 namespace qzhid::test {
@@ -35,9 +36,28 @@ inline Fault Failing(Fault::On on, std::uint32_t code, std::uint16_t key = 0) {
   return fault;
 }
 
-class ApiTest : public LibraryTest {
+/// What was logged, line by line behind its level, which may be unknown ('*').
+struct Transcript {
+  std::string text;
+
+  bool operator==(const std::string& expected) const {
+    return std::equal(text.begin(), text.end(), expected.begin(), expected.end(),
+                      [](char a, char b) { return a == b || (a == '*' && b >= '0' && b <= '9'); });
+  }
+};
+inline std::ostream& operator<<(std::ostream& out, const Transcript& said) {
+  return out << said.text;
+}
+
+class ApiTest : public MachineTest {
  protected:
   ~ApiTest() override { QZ_CloseDev(handle); }
+
+  /// Forgets what was logged and recorded so far.
+  void ClearRecords() {
+    log.Clear();
+    world->recorder().Clear();
+  }
 
   /// Fills the library's list; the number of devices in it.
   static std::uint32_t List() {
@@ -72,13 +92,14 @@ class ApiTest : public LibraryTest {
 
   /// What was logged under a tag, with the levels; without a tag: all that was logged. "HANDLE"
   /// stands for the open handle.
-  std::string Said(const std::string& tag = "") const {
-    std::ostringstream said;
-    for (const LogLine& line : log.lines) {
-      if (tag.empty()) said << line;
-      if (line.tag == tag) said << line.level << ' ' << line.text;
+  Transcript Said(const std::string& tag = "") const {
+    std::string said;
+    for (const LogLine& line : log.Lines()) {
+      const std::string level = line.level == kAnyLevel ? "*" : std::to_string(line.level);
+      if (tag.empty()) said += level + ' ' + line.tag + ": " + line.text;
+      if (line.tag == tag) said += level + ' ' + line.text;
     }
-    return Named(said.str());
+    return {Named(said)};
   }
   /// What a debugger was told in the same way, each text followed by "|".
   std::string DebugTexts() const {
@@ -89,6 +110,7 @@ class ApiTest : public LibraryTest {
 
   virtualhub::Hub& hub() { return world->hub("hub"); }
 
+  ExportLog log;
   void* handle = nullptr;
 
  private:

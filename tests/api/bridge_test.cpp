@@ -1,6 +1,4 @@
 // What the bridge and GPIO exports send and pass through, and what they reach behind the hub.
-#include <cerrno>
-
 #include "api/api_calls.h"
 
 namespace qzhid::test {
@@ -42,9 +40,9 @@ TEST_F(BridgeTest, ListsAndJobsCloseTheDeviceUntilItIsOpenedAgain) {
   std::uint16_t version = 0;
   const std::pair<std::uint32_t, std::function<std::uint32_t()>> cases[] = {
       {kStatusRefused, [] { return List(); }},
-      {EBADF, [&] { return QZ_ReadBinVersion(handle, image.path(), &version); }},
-      {EBADF, [&] { return QZ_ReadDevVersion(handle, &version); }},
-      {EBADF, [&] { return QZ_UpdateDev(handle, image.path(), nullptr); }}};
+      {kInvalidHandle, [&] { return QZ_ReadBinVersion(handle, image.path(), &version); }},
+      {kInvalidHandle, [&] { return QZ_ReadDevVersion(handle, &version); }},
+      {kInvalidHandle, [&] { return QZ_UpdateDev(handle, image.path(), nullptr); }}};
   for (const auto& [code, close] : cases) {
     Open();
     EXPECT_EQ(0u, QZ_HidI2CBlockEraseFlash(handle));
@@ -66,7 +64,7 @@ TEST_F(BridgeTest, AddressBytesGoWhereTheHubWantsThem) {
     g_room[0] = 0xB0;
     ClearRecords();
     EXPECT_EQ(0u, QZ_HidI2CConfig(handle, 0xA2, count, 2));
-    EXPECT_EQ(std::uint32_t{EPIPE}, QZ_HidI2CRead2(handle, g_address, count, g_room, 1));
+    EXPECT_EQ(kStalled, QZ_HidI2CRead2(handle, g_address, count, g_room, 1));
     const Bytes header = {0x40, 0xD6, a[0], a[1], a[2], a[3], 1, a[4], 0xA2, count, 0x82};
     EXPECT_EQ(std::vector<Bytes>{Channel1(header, {0xB0})}, Outputs());
   }

@@ -1,6 +1,4 @@
 // Opening and closing of devices.
-#include <cerrno>
-
 #include "api/api_test.h"
 
 namespace qzhid::test {
@@ -25,7 +23,7 @@ TEST_F(OpenCloseTest, OpeningEnablesCommandsAndRaisesTheFrequency) {
                    "%s0 Open Hid Dev is HANDLE\n",
                    number, warning),
               Said("QZ_OpenHid"));
-    EXPECT_THAT(Said("CRequestCMD::QZ_InitProxyDriver"),
+    EXPECT_THAT(Said("CRequestCMD::QZ_InitProxyDriver").text,
                 ::testing::HasSubstr(" YvProxy lib built on "));
   }
 }
@@ -33,7 +31,7 @@ TEST_F(OpenCloseTest, OpeningEnablesCommandsAndRaisesTheFrequency) {
 TEST_F(OpenCloseTest, AHubThatDoesNotAnswerIsWaitedForAndLeftClean) {
   List();
   const auto number = world->HidInstance("hub");
-  world->AddFault(Failing(Fault::On::Output, EPIPE));
+  world->AddFault(Failing(Fault::On::Output, kStalled));
   // 80 scans with 128 ms each; while it is there, also 50 attempts with 100 ms and a report each.
   for (const std::uint64_t lastsMs : {80u * 128u + 50u * 100u + 12u, 80u * 128u}) {
     ClearRecords();
@@ -61,7 +59,7 @@ TEST_F(OpenCloseTest, RequestsGoToTheHubThatWasOpenedLast) {
   const auto lost = world->HidInstance("a");
   world->Unplug("a");
   EXPECT_EQ(nullptr, QZ_OpenHid(lost)) << "which takes the connection as well";
-  EXPECT_EQ(std::uint32_t{EBADF}, QZ_HidGPIOW(handle, 3, 0));
+  EXPECT_EQ(kInvalidHandle, QZ_HidGPIOW(handle, 3, 0));
   QZ_CloseDev(first);
 }
 
@@ -83,7 +81,7 @@ TEST_F(OpenCloseTest, ClosingReducesTheFrequencyBeforeTheDeviceGoesAndTwiceDoesN
   Open();
   world->Unplug("hub");
   QZ_CloseDev(handle);
-  EXPECT_EQ(Text("3 Frequency reduction Result is %d\n", ENODEV), Said("QZ_CloseDev"));
+  EXPECT_EQ(Text("3 Frequency reduction Result is %d\n", kGone), Said("QZ_CloseDev"));
 }
 
 TEST_F(OpenCloseTest, WhatIsNoLiveHandleReleasesTheConnectionOnly) {

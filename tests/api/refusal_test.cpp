@@ -73,15 +73,15 @@ TEST_F(RefusalTest, ReadsWithAddressBytes) {
 }
 
 TEST_F(RefusalTest, TheOtherCalls) {
-  Expect("3 QZ_Write_Byte: Check Fail,pDev is HANDLE,dwAddr is -1,pBuf is (nil)\n",
+  Expect(Text("3 QZ_Write_Byte: Check Fail,pDev is HANDLE,dwAddr is -1,pBuf is %p\n", nullptr),
          QZ_Write_Byte(handle, 0xFFFFFFFF, nullptr, 1));
-  Expect("3 QZ_HidI2CBlockStatus: Check Fail,pDev is HANDLE,pI2CStatus is (nil)\n",
+  Expect(Text("3 QZ_HidI2CBlockStatus: Check Fail,pDev is HANDLE,pI2CStatus is %p\n", nullptr),
          QZ_HidI2CBlockStatus(handle, nullptr));
   Expect("3 QZ_MST_HidI2CBlock: Check Fail,pDev is HANDLE,byVdCmdPoolLen is 55\n",
          QZ_MST_HidI2CBlock(handle, 1, 2, 3, 4, 5, g_buffer, 55));
   Expect("3 QZ_MST_HidI2CBlock: Check Fail,pDev is HANDLE,byVdCmdPoolLen is 1\n",
          QZ_MST_HidI2CBlock(handle, 1, 2, 3, 4, 5, nullptr, 1));
-  Expect("3 QZ_HidGPIOR: Check Fail,pBuf is (nil),length is 1\n",
+  Expect(Text("3 QZ_HidGPIOR: Check Fail,pBuf is %p,length is 1\n", nullptr),
          QZ_HidGPIOR(handle, 5, nullptr, 0x10001), 1);
   for (const std::uint32_t line : {24u, 256u, 0xFFFFFFFFu}) {
     Expect("3 QZ_HidGPIOR: GPIO Num is out of range\n", QZ_HidGPIOR(handle, line, g_buffer, 1), 1);

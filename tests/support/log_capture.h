@@ -2,26 +2,13 @@
 #pragma once
 
 #include <algorithm>
-#include <ostream>
 #include <string>
 #include <vector>
 
 #include "log/msg.h"
+#include "support/log_line.h"
 
 namespace qzhid::test {
-
-/// A log line without its time stamp.
-struct LogLine {
-  int level = 0;
-  std::string tag;
-  std::string text;
-
-  bool operator==(const LogLine&) const = default;
-};
-
-inline std::ostream& operator<<(std::ostream& out, const LogLine& line) {
-  return out << line.level << ' ' << line.tag << ": " << line.text;
-}
 
 /// A receiver that ignores everything; tests override what they need.
 class SilentReceiver : public IResponder {
@@ -43,9 +30,7 @@ class LogCapture final : public IResponder {
 
   void OnLog(const char* line, int level) override {
     raw.emplace_back(line);
-    const std::string rest = std::string(line).substr(std::string(line).find("]  ") + 3);
-    const std::size_t comma = rest.find(", ");
-    lines.push_back({level, rest.substr(0, comma), rest.substr(comma + 2)});
+    lines.push_back(ParseLogLine(line, level));
   }
   void OnPrint(const char* text, int level) override { prints.push_back({level, "", text}); }
   void OnNotify(const char* text, int remaining, int) override {
@@ -54,6 +39,7 @@ class LogCapture final : public IResponder {
   void OnProgress(int value) override { progress.push_back(value); }
   void SetLevel(int) override {}
 
+  const std::vector<LogLine>& Lines() const { return lines; }
   void Clear() {
     raw.clear();
     lines.clear();

@@ -1,17 +1,15 @@
 // What the tests of the transport share.
 #pragma once
 
-#include <cerrno>
 #include <numeric>
 #include <sstream>
 
 #include "support/library_test.h"
+#include "test_system.h"
 
 namespace qzhid::test {
 
 using virtualhub::Bytes;
-
-inline constexpr std::uint32_t kStalled = EPIPE;  // what the system calls a refusal of the device
 
 /// Bytes written in hexadecimal, with blanks between them.
 inline Bytes Hex(const std::string& text) {

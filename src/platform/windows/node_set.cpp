@@ -37,9 +37,8 @@ bool FindInterface(const NodeSet& set, std::uint32_t index, SP_DEVINFO_DATA& nod
                    SP_DEVICE_INTERFACE_DATA& found) {
   found = {};
   found.cbSize = sizeof(found);
-  return FindNode(set, index, node) && SetupDiEnumDeviceInterfaces(set->handle, &node,
-                                                                   &set->interfaceClass, 0,
-                                                                   &found) != FALSE;
+  return FindNode(set, index, node) &&
+         SetupDiEnumDeviceInterfaces(set->handle, &node, &set->interfaceClass, 0, &found) != FALSE;
 }
 
 }  // namespace

@@ -1,0 +1,58 @@
+// The log as tests of the exports see it, of a library that is a DLL of its own: its log file.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "QzHidAPI.h"
+#include "support/log_line.h"
+
+namespace qzhid::test {
+
+/// All levels are logged while it lives. The file is one for the whole process, as the library
+/// keeps the one that it opened first.
+class ExportLog {
+ public:
+  ExportLog() {
+    QZ_SetLogPath(Path().c_str());
+    QZ_ConfigLog(1, 0);
+    Clear();
+  }
+  ~ExportLog() { QZ_ConfigLog(0, 0); }
+  ExportLog(const ExportLog&) = delete;
+  ExportLog& operator=(const ExportLog&) = delete;
+
+  /// What was logged since the last Clear.
+  std::vector<LogLine> Lines() const {
+    std::ifstream file(Path());
+    file.seekg(m_Begin);
+    std::vector<LogLine> lines;
+    for (std::string line; std::getline(file, line);) {
+      // A text may hold line ends of its own; only a stamp begins a line.
+      if (line.compare(0, 2, "[2") == 0) {
+        lines.push_back(ParseLogLine(line + '\n', kAnyLevel));
+      } else if (!lines.empty()) {
+        lines.back().text += line + '\n';
+      }
+    }
+    return lines;
+  }
+  std::size_t Count(const LogLine& line) const {
+    const std::vector<LogLine> lines = Lines();
+    return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
+  }
+  void Clear() { m_Begin = std::ifstream(Path(), std::ios::ate).tellg(); }
+
+ private:
+  static const std::string& Path() {
+    static const std::string path = ::testing::TempDir() + "exports.log";
+    return path;
+  }
+  std::streampos m_Begin;
+};
+
+}  // namespace qzhid::test

@@ -1,0 +1,31 @@
+#!/bin/sh
+# library_file.sh DLL HEADER VERSION MACHINE: the DLL is one for that machine, exports the functions
+# that the header declares, 27 of them, and nothing else, needs DLLs of the system only, is built
+# with the protections of the system, and tells its version.
+set -eu
+dll=$1 header=$2 version=$3 machine=$4
+fail() { echo "$dll: $*" >&2; exit 1; }
+
+exported=$(llvm-readobj --coff-exports "$dll" | sed -n 's/^ *Name: //p' | LC_ALL=C sort)
+declared=$(grep '^QZ_API ' "$header" | grep -o 'QZ_[A-Za-z0-9_]*(' | tr -d '(' | LC_ALL=C sort)
+[ "$exported" = "$declared" ] && [ "$(echo "$exported" | wc -l)" -eq 27 ] ||
+  fail "exported: $exported; declared: $declared"
+
+llvm-readobj --coff-imports "$dll" | sed -n 's/^ *Name: //p' | tr 'A-Z' 'a-z' | LC_ALL=C sort -u |
+  grep -vxE '(advapi32|cfgmgr32|hid|kernel32|msvcrt|setupapi|user32|api-ms-win-crt-[a-z0-9-]+)\.dll' &&
+  fail "needs more than the system's DLLs"
+
+headers=$(llvm-readobj --file-headers "$dll")
+for fact in "Machine: $machine" IMAGE_DLL_CHARACTERISTICS_DYNAMIC_BASE \
+  IMAGE_DLL_CHARACTERISTICS_NX_COMPAT IMAGE_DLL_CHARACTERISTICS_HIGH_ENTROPY_VA; do
+  echo "$headers" | grep -q "$fact" || fail "not $fact"
+done
+
+texts=$(strings -e l "$dll")
+for name in FileVersion ProductVersion; do
+  echo "$texts" | grep -A1 -x "$name" | grep -qx "$version" || fail "$name is not $version"
+done
+
+# The one that ships, which has no debug records in it, is below 700 KB.
+size=$(stat -c %s "$dll")
+[ "$machine" != IMAGE_FILE_MACHINE_ARM64 ] || [ "$size" -lt 700000 ] || fail "$size bytes"

@@ -1,0 +1,53 @@
+// The files and events that a host holds open, and the virtual devices behind them.
+//
+// The path of a HID interface is the path of a real file, so that a host's handle is a real one.
+#pragma once
+
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "platform/platform.h"
+
+namespace doubles {
+
+/// Any thread may use it.
+class OpenFiles {
+ public:
+  static OpenFiles& Instance();
+
+  /// The file that stands for an interface of the virtual machine; it is made if need be.
+  std::wstring FileOf(const std::wstring& interfacePath);
+
+  /// The interface that a path of such a file stands for; empty when it is none.
+  std::wstring InterfaceOf(const std::wstring& filePath) const;
+
+  /// Remembers what stands behind a handle, until Forget.
+  void Remember(HANDLE handle, const std::wstring& interfacePath,
+                qzhid::platform::HidDevice device);
+  void Remember(HANDLE handle, qzhid::platform::Event event);
+  void Forget(HANDLE handle);
+
+  /// The device behind a handle; empty when it is no handle of a device. Files that a host opened
+  /// and closed behind our back are recognised by their paths.
+  const qzhid::platform::HidDevice& DeviceOf(HANDLE handle);
+
+ private:
+  OpenFiles();
+
+  std::wstring folder_;  // ends in a separator
+  std::mutex mutex_;
+  struct OpenDevice {
+    std::wstring interfacePath;
+    qzhid::platform::HidDevice device;
+  };
+  std::map<HANDLE, OpenDevice> devices_;
+  std::map<HANDLE, qzhid::platform::Event> events_;
+};
+
+}  // namespace doubles
