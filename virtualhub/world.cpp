@@ -88,14 +88,14 @@ void World::CatchUp() {
 }
 
 void World::Arrive(Device& device, std::uint64_t atUs) {
-  UsbIds ids = device.config.ids;
+  device.ids = device.config.ids;
   if (device.hub) {
     const ImageIdentity identity = device.hub->Identity();
-    ids = {identity.vid, identity.pid};
+    device.ids = {identity.vid, identity.pid};
     device.readyAtUs = atUs + device.hub->timing().readyMs * kUsPerMs;
   }
   device.returnAtUs.reset();
-  device.nodes = tree_.Attach(device.port, ids, device.config.usb, device.config.hid);
+  device.nodes = tree_.Attach(device.port, device.ids, device.config.usb, device.config.hid);
 }
 
 void World::Leave(Device& device) {
@@ -208,6 +208,16 @@ bool World::StrikeBus(const Fault& fault, Device* concerned) {
     return false;
   }
   return device == concerned;
+}
+
+std::optional<BusDevice> World::OnBus(std::string_view name) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  CatchUp();
+  const Device& device = Named(name);
+  if (!device.present()) return std::nullopt;
+  const DeviceConfig& config = device.config;
+  return BusDevice{config.name, device.nodes.hid,   device.port,
+                   device.ids,  config.productText, config.reports};
 }
 
 void World::SleepMs(std::uint32_t milliseconds) {

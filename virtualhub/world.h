@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "virtualhub/bus_device.h"
 #include "virtualhub/clock.h"
 #include "virtualhub/faults.h"
 #include "virtualhub/hub.h"
@@ -75,6 +76,9 @@ class World {
   Result SetOutputReport(DevInst hidNode, ByteView report);
   Result GetInputReport(DevInst hidNode, MutableBytes report);
 
+  /// The named device as a USB host finds it now; none while it is off the bus.
+  std::optional<BusDevice> OnBus(std::string_view device);
+
   /// Sleeps on the machine's clock.
   void SleepMs(std::uint32_t milliseconds);
   void DebugText(std::string text);
@@ -124,6 +128,7 @@ class World {
     std::unique_ptr<Hub> hub;
     ReportChannel channel;
     UsbTree::Instance nodes;
+    UsbIds ids;  ///< as of its last arrival
     std::optional<std::uint64_t> leaveAtUs, returnAtUs;
     std::uint64_t readyAtUs = 0;
   };

@@ -19,10 +19,12 @@
 namespace qzhid::platform {
 
 /// Outcome of one system call. `code` is the system's error code and means something only when `ok`
-/// is false; a failed call may carry the code 0, which some drivers do.
+/// is false; a failed call may carry the code 0, which some drivers do. Where devices are files
+/// with owners, `refusedFile` names the one that this process may not open, if that is the failure.
 struct Status {
   bool ok = true;
   std::uint32_t code = 0;
+  std::string refusedFile = {};
 
   explicit operator bool() const { return ok; }
   static Status Failure(std::uint32_t code) { return {false, code}; }

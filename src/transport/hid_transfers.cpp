@@ -58,6 +58,7 @@ std::uint32_t CHidTransfers::OpenInterface(std::uint32_t devInst) {
 std::uint32_t CHidTransfers::OpenPath(const std::wstring& path) {
   if (const auto status = platform::OpenHidDevice(path, m_Device); !status) {
     CMsg::Instance().Log(3, kTag, "CreateFile failed,ErrorCode is %08x\n", status.code);
+    LogRefusedFile(status);
     return ErrorOf(status);
   }
   if (const auto status = platform::CreateReportEvent(m_ReportEvent); !status) {
@@ -66,6 +67,11 @@ std::uint32_t CHidTransfers::OpenPath(const std::wstring& path) {
     return ErrorOf(status);
   }
   return 0;
+}
+
+void CHidTransfers::LogRefusedFile(const platform::Status& status) {
+  if (status.refusedFile.empty()) return;
+  CMsg::Instance().Log(3, kTag, "No permission for %s\n", status.refusedFile.c_str());
 }
 
 std::uint32_t CHidTransfers::ReadReportLengths() {

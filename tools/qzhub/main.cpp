@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "qzhub/image_command.h"
+#include "qzhub/usbip_commands.h"
 
 namespace {
 
@@ -16,6 +17,8 @@ int Run(int argc, char** argv) {
   app.set_version_flag("--version", "qzhub " QZHUB_VERSION);
   app.require_subcommand(1);
   qzhub::AddImageCommand(app);
+  qzhub::AddServeCommand(app);
+  qzhub::AddAttachCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

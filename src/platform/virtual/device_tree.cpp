@@ -1,9 +1,7 @@
 // Parents, ids and properties of device nodes.
-#include <vector>
-
 #include "platform/platform.h"
 #include "platform/virtual/error_codes.h"
-#include "platform/virtual/wide_text.h"
+#include "platform/wide_text.h"
 #include "virtualhub/current_world.h"
 
 namespace qzhid::platform {
@@ -24,14 +22,6 @@ Status CallForNode(DevInst node, const char* service, Body body) {
   }));
 }
 
-std::wstring WithTerminator(const std::string& text) { return ToWide(text) + L'\0'; }
-
-std::wstring AsList(const std::vector<std::string>& texts) {
-  std::wstring list;
-  for (const std::string& text : texts) list += WithTerminator(text);
-  return list + L'\0';
-}
-
 const char* ServiceOf(TextProperty property) {
   switch (property) {
     case TextProperty::HardwareIds:
@@ -50,7 +40,7 @@ bool FindText(const Node& node, TextProperty property, std::wstring& text) {
       text = AsList(node.hardwareIds);
       return true;
     case TextProperty::LocationInfo:
-      if (node.locationInfo) text = WithTerminator(*node.locationInfo);
+      if (node.locationInfo) text = AsString(*node.locationInfo);
       return node.locationInfo.has_value();
     default:
       if (node.locationPaths) text = AsList(*node.locationPaths);

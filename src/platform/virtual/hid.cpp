@@ -4,7 +4,7 @@
 #include "platform/platform.h"
 #include "platform/virtual/error_codes.h"
 #include "platform/virtual/open_handle.h"
-#include "platform/virtual/wide_text.h"
+#include "platform/wide_text.h"
 
 namespace qzhid::platform {
 

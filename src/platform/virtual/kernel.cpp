@@ -1,7 +1,6 @@
 // Time, the host's description of itself, and debug output.
-#include <ctime>
-
 #include "platform/platform.h"
+#include "platform/system_time.h"
 #include "virtualhub/current_world.h"
 
 namespace qzhid::platform {
@@ -56,14 +55,7 @@ LocalTime GetLocalTime() {
     const virtualhub::CalendarTime now = world->clock().VirtualCalendar();
     return {now.year, now.month, now.day, now.hour, now.minute, now.second};
   }
-  const std::time_t seconds = std::time(nullptr);
-  std::tm now{};
-#ifdef _WIN32
-  localtime_s(&now, &seconds);
-#else
-  localtime_r(&seconds, &now);
-#endif
-  return {now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min, now.tm_sec};
+  return SystemLocalTime();
 }
 
 Architecture NativeArchitecture() {

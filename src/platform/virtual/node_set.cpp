@@ -1,7 +1,7 @@
 // Device nodes of an interface class.
-#include <algorithm>
 #include <vector>
 
+#include "platform/hid_class.h"
 #include "platform/platform.h"
 #include "platform/virtual/error_codes.h"
 #include "platform/virtual/open_handle.h"
@@ -21,12 +21,6 @@ void NodeSetCloser::operator()(NodeSetData* data) const noexcept { delete data; 
 
 namespace {
 
-bool IsHidClass(const Guid& guid) {
-  const Guid hid = HidClassGuid();
-  return guid.data1 == hid.data1 && guid.data2 == hid.data2 && guid.data3 == hid.data3 &&
-         std::equal(std::begin(hid.data4), std::end(hid.data4), std::begin(guid.data4));
-}
-
 // One call for the node at `index` of a set, which `body` works on.
 template <typename Body>
 Status CallForNode(const NodeSet& set, const char* service, std::uint32_t index, Body body) {
@@ -38,10 +32,6 @@ Status CallForNode(const NodeSet& set, const char* service, std::uint32_t index,
 }
 
 }  // namespace
-
-Guid HidClassGuid() {
-  return {0x4D1E55B2, 0xF16F, 0x11CF, {0x88, 0xCB, 0x00, 0x11, 0x11, 0x00, 0x00, 0x30}};
-}
 
 Status OpenNodeSet(const Guid& interfaceClass, NodeSet& set) {
   set.reset();

@@ -1,4 +1,4 @@
-#include "platform/virtual/wide_text.h"
+#include "platform/wide_text.h"
 
 #include <algorithm>
 
@@ -45,6 +45,14 @@ std::wstring ToWide(std::string_view utf8) {
     }
   }
   return wide;
+}
+
+std::wstring AsString(std::string_view utf8) { return ToWide(utf8) + L'\0'; }
+
+std::wstring AsList(const std::vector<std::string>& utf8) {
+  std::wstring list;
+  for (const std::string& text : utf8) list += AsString(text);
+  return list + L'\0';
 }
 
 std::size_t Utf16Units(const std::wstring& text) {

@@ -1,0 +1,34 @@
+#include "platform/linux/device_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+#include "platform/linux/sysfs.h"
+
+namespace qzhid::platform {
+
+Status OpenDeviceFile(const NodeFacts& node, CFileHandle& file) {
+  CFileHandle opened(
+      Uninterrupted([&] { return open(node.deviceFile.c_str(), O_RDWR | O_CLOEXEC); }));
+  if (!opened) {
+    Status failure = LastFailure();
+    if (failure.code == EACCES || failure.code == EPERM) failure.refusedFile = node.deviceFile;
+    return failure;
+  }
+  // Device numbers and file names are used again. The node's own folder, if it is still there, says
+  // which number has been its own all the time.
+  const CSysfsFolder folder(node.folder);
+  const std::string number = folder.Read("dev").value_or("");
+  struct stat facts {};
+  if (fstat(opened.get(), &facts) != 0) return LastFailure();
+  const std::string openedNumber =
+      std::to_string(major(facts.st_rdev)) + ':' + std::to_string(minor(facts.st_rdev));
+  if (folder.Instance() != node.instance || !S_ISCHR(facts.st_mode) || number != openedNumber) {
+    return NoDevice();
+  }
+  file = std::move(opened);
+  return {};
+}
+
+}  // namespace qzhid::platform

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "platform/linux/node_facts.h"
+#include "platform/linux/system_call.h"
+
+namespace qzhid::platform {
+
+/// Opens the node's device file for reading and writing; fails unless what was opened is that node.
+Status OpenDeviceFile(const NodeFacts& node, CFileHandle& file);
+
+}  // namespace qzhid::platform

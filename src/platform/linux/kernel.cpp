@@ -1,0 +1,62 @@
+// Time, the host's description of itself, and debug output.
+#include <fcntl.h>
+#include <sys/utsname.h>
+
+#include <chrono>
+#include <thread>
+
+#include "platform/linux/host_facts.h"
+#include "platform/linux/sysfs.h"
+#include "platform/system_time.h"
+
+namespace qzhid::platform {
+
+namespace {
+
+std::optional<std::string> ReadOsRelease() {
+  auto text = ReadTextFile(AT_FDCWD, "/etc/os-release");
+  return text ? text : ReadTextFile(AT_FDCWD, "/usr/lib/os-release");
+}
+
+utsname SystemNames() {
+  utsname names{};
+  uname(&names);  // fails only for a bad address
+  return names;
+}
+
+}  // namespace
+
+void SleepMs(std::uint32_t milliseconds) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+std::uint64_t ClockMs() {
+  using Clock = std::chrono::steady_clock;
+  static const Clock::time_point start = Clock::now();
+  const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+  return static_cast<std::uint64_t>(elapsed.count());
+}
+
+LocalTime GetLocalTime() { return SystemLocalTime(); }
+
+Architecture NativeArchitecture() { return ParseMachine(SystemNames().machine); }
+
+HostDescription DescribeHost() {
+  const KernelRelease kernel = ParseKernelRelease(SystemNames().release);
+  HostDescription description;
+  description.major = kernel.major;
+  description.minor = kernel.minor;
+  description.build = kernel.build;
+  description.updateRevision = kernel.updateRevision;
+  description.architecture = NativeArchitecture();
+  const auto osRelease = ReadOsRelease();
+  description.hasVersionStore = osRelease.has_value();
+  if (osRelease) description.productName = OsReleaseValue(*osRelease, "PRETTY_NAME");
+  return description;
+}
+
+// Linux has no channel to an attached debugger; what everybody reads, such as standard error or the
+// system's log, belongs to the host.
+void DebugOutput(const std::wstring&) {}
+
+}  // namespace qzhid::platform

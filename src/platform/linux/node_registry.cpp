@@ -1,0 +1,49 @@
+#include "platform/linux/node_registry.h"
+
+#include "platform/linux/sysfs.h"
+
+namespace qzhid::platform {
+
+CNodeRegistry& CNodeRegistry::Instance() {
+  static CNodeRegistry instance;
+  return instance;
+}
+
+DevInst CNodeRegistry::FindLocked(const std::string& folder, std::uint64_t instance) const {
+  for (const auto& [number, node] : m_Nodes) {
+    if (node->instance == instance && node->folder == folder) return number;
+  }
+  return 0;
+}
+
+Status CNodeRegistry::NumberOf(const std::string& folder, Reader read, DevInst& number) {
+  const std::lock_guard<std::mutex> guard(m_Lock);
+  const std::uint64_t instance = CSysfsFolder(folder).Instance();
+  if (const DevInst known = FindLocked(folder, instance); known != 0) {
+    number = known;
+    return {};
+  }
+  auto node = std::make_shared<NodeFacts>();
+  if (Status status = read(folder, *node); !status) return status;
+  // Another device may have come between the two looks at the folder.
+  if (node->instance != instance) return NoDevice();
+  m_Nodes[++m_nLast] = std::move(node);
+  number = m_nLast;
+  return {};
+}
+
+CNodeRegistry::Node CNodeRegistry::Find(DevInst number) {
+  const std::lock_guard<std::mutex> guard(m_Lock);
+  const auto found = m_Nodes.find(number);
+  if (found == m_Nodes.end()) return nullptr;
+  return IsPresent(found->second->folder, found->second->instance) ? found->second : nullptr;
+}
+
+void CNodeRegistry::DropAbsent() {
+  const std::lock_guard<std::mutex> guard(m_Lock);
+  std::erase_if(m_Nodes, [](const auto& entry) {
+    return !IsPresent(entry.second->folder, entry.second->instance);
+  });
+}
+
+}  // namespace qzhid::platform

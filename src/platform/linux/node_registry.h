@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "platform/linux/node_facts.h"
+
+namespace qzhid::platform {
+
+/// The device nodes that this process has seen, and the numbers that it knows them by. A number
+/// stands for one device from its arrival to its departure and is never given again. Any thread may
+/// call.
+class CNodeRegistry {
+ public:
+  using Node = std::shared_ptr<const NodeFacts>;
+  using Reader = Status (*)(const std::string& folder, NodeFacts& node);
+
+  static CNodeRegistry& Instance();
+
+  /// The number of the device that is in the folder now; `read` describes one that is new.
+  Status NumberOf(const std::string& folder, Reader read, DevInst& number);
+
+  /// The node of that number if it is present, else null.
+  Node Find(DevInst number);
+
+  /// Forgets the nodes that have left.
+  void DropAbsent();
+
+ private:
+  DevInst FindLocked(const std::string& folder, std::uint64_t instance) const;
+
+  std::mutex m_Lock;
+  std::map<DevInst, Node> m_Nodes;
+  DevInst m_nLast = 0;
+};
+
+}  // namespace qzhid::platform

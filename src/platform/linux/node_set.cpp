@@ -1,0 +1,74 @@
+// Device nodes of an interface class.
+#include <cerrno>
+#include <vector>
+
+#include "platform/hid_class.h"
+#include "platform/linux/hid_path.h"
+#include "platform/linux/node_registry.h"
+#include "platform/linux/sysfs.h"
+
+namespace qzhid::platform {
+
+struct NodeSetData {
+  std::vector<DevInst> nodes;
+};
+
+void NodeSetCloser::operator()(NodeSetData* data) const noexcept { delete data; }
+
+namespace {
+
+Status FindNode(const NodeSet& set, std::uint32_t index, DevInst& node) {
+  if (!set) return InvalidHandle();
+  if (index >= set->nodes.size()) return Status::Failure(ENOENT);
+  node = set->nodes[index];
+  return {};
+}
+
+}  // namespace
+
+Status OpenNodeSet(const Guid& interfaceClass, NodeSet& set) {
+  set.reset();
+  std::vector<std::string> folders;
+  if (IsHidClass(interfaceClass)) {
+    if (Status status = ListHidrawFolders(folders); !status) return status;
+  }
+  CNodeRegistry& registry = CNodeRegistry::Instance();
+  registry.DropAbsent();
+  NodeSet found(new NodeSetData);
+  for (const std::string& folder : folders) {
+    DevInst node = 0;
+    // A device that left since the folders were listed is not in the set.
+    if (registry.NumberOf(folder, &ReadHidNode, node)) found->nodes.push_back(node);
+  }
+  set = std::move(found);
+  return {};
+}
+
+Status EnumNode(const NodeSet& set, std::uint32_t index, DevInst& devInst) {
+  return FindNode(set, index, devInst);
+}
+
+Status FirstInterface(const NodeSet& set, std::uint32_t index, DeviceInterface& found) {
+  DevInst node = 0;
+  Status status = FindNode(set, index, node);
+  if (status) found = {index, node};
+  return status;
+}
+
+Status InterfacePath(const NodeSet& set, const DeviceInterface& deviceInterface,
+                     std::wstring& path) {
+  DevInst number = 0;
+  if (Status status = FindNode(set, deviceInterface.node, number); !status) return status;
+  const auto node = CNodeRegistry::Instance().Find(number);
+  if (!node) return NoDevice();
+  path = HidPath(node->deviceFile, number);
+  return {};
+}
+
+Status CloseNodeSet(NodeSet& set) {
+  if (!set) return InvalidHandle();
+  set.reset();
+  return {};
+}
+
+}  // namespace qzhid::platform

@@ -1,0 +1,83 @@
+#include "platform/linux/sysfs.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <map>
+#include <memory>
+
+#include "platform/linux/sysfs_names.h"
+
+namespace qzhid::platform {
+
+namespace {
+
+constexpr const char* kClassesFolder = "/sys/class";
+constexpr const char* kHidrawFolder = "/sys/class/hidraw";
+constexpr std::size_t kMostText = 64 * 1024;
+
+struct FolderCloser {
+  void operator()(DIR* folder) const { closedir(folder); }
+};
+
+}  // namespace
+
+CSysfsFolder::CSysfsFolder(const std::string& path)
+    : m_Folder(
+          Uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); })) {
+  struct stat facts {};
+  if (m_Folder && fstat(m_Folder.get(), &facts) == 0) m_nInstance = facts.st_ino;
+}
+
+std::optional<std::string> CSysfsFolder::Read(const char* attribute) const {
+  if (!m_Folder) return std::nullopt;
+  std::optional<std::string> text = ReadTextFile(m_Folder.get(), attribute);
+  if (text && !text->empty() && text->back() == '\n') text->pop_back();
+  return text;
+}
+
+bool IsPresent(const std::string& path, std::uint64_t instance) {
+  struct stat facts {};
+  return stat(path.c_str(), &facts) == 0 && facts.st_ino == instance;
+}
+
+Status ListHidrawFolders(std::vector<std::string>& folders) {
+  folders.clear();
+  const std::unique_ptr<DIR, FolderCloser> devices(opendir(kHidrawFolder));
+  if (!devices) {
+    Status failure = LastFailure();
+    // The class appears with the first driver that needs it.
+    return failure.code == ENOENT && IsDirectory(kClassesFolder) ? Status{} : failure;
+  }
+  std::map<std::uint32_t, std::string> found;
+  errno = 0;
+  while (const dirent* const entry = readdir(devices.get())) {
+    const auto number = HidrawNumber(entry->d_name);
+    std::error_code error;
+    const auto folder =
+        std::filesystem::canonical(std::string(kHidrawFolder) + '/' + entry->d_name, error);
+    if (number && !error) found[*number] = folder.string();
+    errno = 0;
+  }
+  if (errno != 0) return LastFailure();
+  for (auto& [number, folder] : found) folders.push_back(std::move(folder));
+  return {};
+}
+
+std::optional<std::string> ReadTextFile(int folder, const char* path) {
+  const CFileHandle file(Uninterrupted([&] { return openat(folder, path, O_RDONLY | O_CLOEXEC); }));
+  if (!file) return std::nullopt;
+  std::string text;
+  char chunk[1024];
+  while (text.size() < kMostText) {
+    const ssize_t length = Uninterrupted([&] { return read(file.get(), chunk, sizeof(chunk)); });
+    if (length < 0) return std::nullopt;
+    if (length == 0) break;
+    text.append(chunk, static_cast<std::size_t>(length));
+  }
+  return text;
+}
+
+}  // namespace qzhid::platform

@@ -1,0 +1,42 @@
+// Reading sysfs, the kernel's tree of devices.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/linux/system_call.h"
+
+namespace qzhid::platform {
+
+/// The folder of one kernel object. What is read comes from that object: once it is gone nothing
+/// can be read any more, even when another object has taken the path.
+class CSysfsFolder {
+ public:
+  /// Empty when there is no such folder.
+  explicit CSysfsFolder(const std::string& path);
+
+  explicit operator bool() const { return static_cast<bool>(m_Folder); }
+
+  /// A number that no other object under the same path has, earlier or later; 0 when empty.
+  std::uint64_t Instance() const { return m_nInstance; }
+
+  /// The text of an attribute, without the line break at its end.
+  std::optional<std::string> Read(const char* attribute) const;
+
+ private:
+  CFileHandle m_Folder;
+  std::uint64_t m_nInstance = 0;
+};
+
+/// Whether the object with that number still lives under the path.
+bool IsPresent(const std::string& path, std::uint64_t instance);
+
+/// The folders of the hidraw devices in numeric order. A system without any is a success.
+Status ListHidrawFolders(std::vector<std::string>& folders);
+
+/// Reads a text file, at most its first 64 KiB.
+std::optional<std::string> ReadTextFile(int folder, const char* path);
+
+}  // namespace qzhid::platform

@@ -1,0 +1,51 @@
+// Calls of the kernel: what they return and how they fail.
+#pragma once
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "platform/platform.h"
+
+namespace qzhid::platform {
+
+/// The failure of the system call that was made last.
+inline Status LastFailure() { return Status::Failure(static_cast<std::uint32_t>(errno)); }
+
+/// The failure of a call on an empty handle.
+inline Status InvalidHandle() { return Status::Failure(EBADF); }
+
+/// The failure of a call for a device that is not there, or is no longer.
+inline Status NoDevice() { return Status::Failure(ENODEV); }
+
+/// Repeats a call, which returns a negative number on failure, until no signal interrupts it.
+template <typename Call>
+auto Uninterrupted(Call call) {
+  auto result = call();
+  while (result < 0 && errno == EINTR) result = call();
+  return result;
+}
+
+/// Owner of a file descriptor.
+class CFileHandle {
+ public:
+  CFileHandle() = default;
+  explicit CFileHandle(int file) : m_nFile(file) {}
+  CFileHandle(CFileHandle&& other) noexcept : m_nFile(std::exchange(other.m_nFile, -1)) {}
+  CFileHandle& operator=(CFileHandle&& other) noexcept {
+    std::swap(m_nFile, other.m_nFile);
+    return *this;
+  }
+  ~CFileHandle() {
+    if (m_nFile >= 0) close(m_nFile);
+  }
+
+  explicit operator bool() const { return m_nFile >= 0; }
+  int get() const { return m_nFile; }
+
+ private:
+  int m_nFile = -1;
+};
+
+}  // namespace qzhid::platform

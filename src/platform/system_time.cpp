@@ -1,0 +1,18 @@
+#include "platform/system_time.h"
+
+#include <ctime>
+
+namespace qzhid::platform {
+
+LocalTime SystemLocalTime() {
+  const std::time_t seconds = std::time(nullptr);
+  std::tm now{};
+#ifdef _WIN32
+  localtime_s(&now, &seconds);
+#else
+  localtime_r(&seconds, &now);
+#endif
+  return {now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min, now.tm_sec};
+}
+
+}  // namespace qzhid::platform

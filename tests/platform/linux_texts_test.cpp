@@ -1,0 +1,172 @@
+// What the Linux backend makes of descriptors and of the kernel's texts, good and hostile.
+#include <gtest/gtest.h>
+
+#include "platform/linux/hid_path.h"
+#include "platform/linux/host_facts.h"
+#include "platform/linux/report_descriptor.h"
+#include "platform/linux/string_descriptor.h"
+#include "platform/linux/sysfs_names.h"
+
+namespace qzhid::platform::test {
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using Numbers = std::vector<std::uint32_t>;
+
+Bytes FromHex(const std::string& digits) {
+  Bytes bytes;
+  for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
+    bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+  }
+  return bytes;
+}
+
+/// "output/input", or "none" for a descriptor that is refused.
+std::string Lengths(const Bytes& descriptor) {
+  const auto caps = ParseReportDescriptor(descriptor);
+  if (!caps) return "none";
+  return std::to_string(caps->outputReportLength) + '/' + std::to_string(caps->inputReportLength);
+}
+
+TEST(ReportDescriptor, LongestReportsWithTheirIds) {
+  const std::tuple<const char*, const char*, const char*> rows[] = {
+      {"empty", "", "0/0"},
+      {"no ids", "0600FF0901A10175089640010902910296000109038102C0", "321/257"},
+      {"fields add up, bits round up", "75019508810295059102750895068100B102", "2/8"},
+      {"the longest of several ids", "75088501953F9102810285F095149102850195019102", "65/64"},
+      {"pop restores size, count and id", "750895048501A4751095208502B49102", "5/0"},
+      {"four-byte items", "7708000000970A0000008102", "0/11"},
+      {"long items are skipped", "FE0281AABB750895018102", "0/2"},
+      {"the longest that fits", "750896FEFF8102", "0/65535"},
+      {"one byte more", "750896FFFF8102", "none"},
+      {"more by a second field", "750896FEFF810295018102", "none"},
+      {"numbers that overflow", "77FFFFFFFF97FFFFFFFF9102", "none"},
+      {"id 0", "8500", "none"},
+      {"id 256", "860001", "none"},
+      {"pop of nothing", "B4", "none"},
+      {"cut short item", "75089640", "none"},
+      {"cut four-byte item", "77080000", "none"},
+      {"cut long item", "FE0410AA", "none"},
+      {"long item without tag", "FE00", "none"},
+      {"long item without size", "FE", "none"}};
+  for (const auto& [name, digits, lengths] : rows)
+    EXPECT_EQ(lengths, Lengths(FromHex(digits))) << name;
+  EXPECT_EQ("none", Lengths(Bytes(1000, 0xA4))) << "endless push";
+}
+
+TEST(StringDescriptor, TextsAndLanguages) {
+  const std::tuple<const char*, const char*, std::optional<std::wstring>> rows[] = {
+      {"text", "06035700F600", L"W\u00F6"},
+      {"beyond 16 bits", "06033DD80CDD", L"\U0001F50C"},
+      {"lone halves", "08033DD878000CDD", L"\uFFFDx\uFFFD"},
+      {"half at the end", "04033DD8", L"\uFFFD"},
+      {"up to a zero, without what is behind it", "08036100000062007A00", L"a"},
+      {"empty", "0203", L""},
+      {"longer than received", "06036100", {}},
+      {"odd", "0503610062", {}},
+      {"shorter than its head", "01036100", {}},
+      {"another type", "04026100", {}},
+      {"one byte", "04", {}},
+      {"nothing", "", {}}};
+  for (const auto& [name, digits, text] : rows)
+    EXPECT_EQ(text, DecodeString(FromHex(digits))) << name;
+  EXPECT_EQ(0x0407, DecodeFirstLanguage(FromHex("060307040904")));
+  EXPECT_EQ(std::nullopt, DecodeFirstLanguage(FromHex("0203")));
+}
+
+TEST(SysfsNames, LocationPathsOfUsbFolders) {
+  const std::string pci = "/sys/devices/pci0000:00/0000:00:14.0/usb1";
+  const std::pair<std::string, std::string> rows[] = {
+      {pci, "PCIROOT(0)#PCI(1400)#USBROOT(0)"},
+      {pci + "/1-3/1-3.2/1-3.2.11", "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)#USB(2)#USB(11)"},
+      {"/sys/devices/pci0000:00/0000:00:0e.0/pci10000:e0/10000:e0:1d.7/10000:e1:00.0/usb12/12-1",
+       "PCIROOT(0)#PCI(0E00)#PCIROOT(10000E0)#PCI(1D07)#PCI(0000)#USBROOT(0)#USB(1)"},
+      {"/sys/devices/platform/soc(0)#1/x.usb/usb3/3-255",
+       "DEV(platform)#DEV(soc_0__1)#DEV(x.usb)#USBROOT(0)#USB(255)"}};
+  for (const auto& [folder, path] : rows) {
+    const auto place = ParseUsbFolder(folder);
+    EXPECT_EQ(path, place ? LocationPath(*place, false) : "") << folder;
+  }
+  for (const char* folder :
+       {"/1-3/1-3.2/1-3.2:1.0", "/1-3/1-4.2", "/1-3.2", "/2-3", "/1-03", "/1-0", "/1-256", "/1-",
+        "/1-3.", "/usb", "/1-99999999999",
+        "/1-1/1-1.1/1-1.1.1/1-1.1.1.1/1-1.1.1.1.1/1-1.1.1.1.1.1/1-1.1.1.1.1.1.1", "/"}) {
+    EXPECT_FALSE(ParseUsbFolder(pci + folder)) << folder;
+  }
+  EXPECT_FALSE(ParseUsbFolder("") || ParseUsbFolder("1-1"));
+  EXPECT_EQ("PCIROOT(0)#PCI(1400)#USBROOT(1)", LocationPath(*ParseUsbFolder(pci), true));
+}
+
+TEST(SysfsNames, PlacesOfHidrawFolders) {
+  const std::string usb = "/sys/devices/pci0000:00/0000:00:14.0/usb1/1-3";
+  const std::string hid = "/0003:2E7C:0818.00A1", hidraw = "/hidraw/hidraw10";
+  const std::tuple<std::string, std::string, std::string> rows[] = {
+      {usb + "/1-3:1.2" + hid + hidraw, usb, "1-3:1.2"},
+      {usb + "/1-3:1.2/0003:046D:C52B.0003/0003:2E7C:0818.0004" + hidraw, usb, "1-3:1.2"},
+      {"/sys/devices/virtual/misc/uhid" + hid + hidraw, "", ""},
+      {usb + "/1-4:1.2" + hid + hidraw, "", ""},
+      {usb + "/1-3:1" + hid + hidraw, "", ""}};
+  for (const auto& [folder, usbFolder, interface] : rows) {
+    const auto place = ParseHidrawFolder(folder);
+    ASSERT_TRUE(place) << folder;
+    EXPECT_EQ(std::pair(0x2E7Cu, 0x0818u), std::pair(place->vid, place->pid));
+    EXPECT_EQ(std::pair(usbFolder, interface), std::pair(place->usbFolder, place->usbInterface));
+    EXPECT_EQ(interface.empty() ? 0u : 2u, place->interfaceNumber);
+  }
+  for (const char* folder :
+       {"", "/", "hidraw0", "/x/hidraw/hidraw0", "/0003:2E7C:0818.1/hidraw/hidraw",
+        "/0003:2E7C:0818.1/raw/hidraw0", "/0003:2E7C:0818/hidraw/hidraw0",
+        "/0003:12E7C:0818.1/hidraw/hidraw0", "/3:-1:0.1/hidraw/hidraw0"}) {
+    EXPECT_FALSE(ParseHidrawFolder(folder)) << folder;
+  }
+}
+
+TEST(HidPath, CarriesTheNode) {
+  std::string file;
+  DevInst node = 0;
+  EXPECT_TRUE(ParseHidPath(HidPath("/dev/hidraw3", 7), file, node));
+  EXPECT_EQ(std::pair(std::string("/dev/hidraw3"), DevInst{7}), std::pair(file, node));
+  for (const wchar_t* path : {L"", L"#", L"/dev/hidraw3", L"/dev/hidraw3#", L"/dev/hidraw3#0",
+                              L"/dev/hidraw3#7x", L"/dev/hidraw3#-1", L"/dev/hidraw3#4294967296"}) {
+    EXPECT_FALSE(ParseHidPath(path, file, node));
+  }
+}
+
+TEST(HostFacts, OsReleaseAndKernelNames) {
+  const std::string text = "NAME=Other\nPRETTY_NAME_X=no\n# PRETTY_NAME=no\nPRETTY_NAME=";
+  const std::pair<std::string, const char*> values[] = {
+      {"\"Debian GNU/Linux 12\"\nX=1", "Debian GNU/Linux 12"},
+      {"'a\\b'", "a\\b"},
+      {"\"a \\\"b\\\" \\$c\"", "a \"b\" $c"},
+      {"plain", "plain"},
+      {"\"open", "open"},
+      {"end\\", "end\\"},
+      {"", ""}};
+  for (const auto& [value, plain] : values)
+    EXPECT_EQ(plain, OsReleaseValue(text + value, "PRETTY_NAME"));
+  EXPECT_EQ(std::nullopt, OsReleaseValue("PRETTY_NAME", "PRETTY_NAME"));
+
+  const std::pair<const char*, Numbers> releases[] = {{"6.1.0-56-amd64", {6, 1, 0, 56}},
+                                                      {"6.9.7-arch1-1", {6, 9, 7}},
+                                                      {"5.11", {5, 11, 0}},
+                                                      {"99999999999.1", {0, 0, 0}},
+                                                      {"", {0, 0, 0}}};
+  for (const auto& [release, numbers] : releases) {
+    const KernelRelease parsed = ParseKernelRelease(release);
+    Numbers found = {parsed.major, parsed.minor, parsed.build};
+    if (parsed.updateRevision) found.push_back(*parsed.updateRevision);
+    EXPECT_EQ(numbers, found) << release;
+  }
+  const std::pair<const char*, Architecture> machines[] = {{"x86_64", Architecture::X64},
+                                                           {"aarch64", Architecture::Arm64},
+                                                           {"i686", Architecture::X86},
+                                                           {"riscv64", Architecture::Unknown},
+                                                           {"", Architecture::Unknown}};
+  for (const auto& [machine, architecture] : machines)
+    EXPECT_EQ(architecture, ParseMachine(machine));
+}
+
+}  // namespace
+
+}  // namespace qzhid::platform::test

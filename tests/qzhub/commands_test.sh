@@ -1,0 +1,42 @@
+#!/bin/sh
+# commands_test.sh QZHUB: how serve and attach behave on the command line.
+set -eu
+qzhub=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failures=0
+
+# expect STATUS TEXT ARGUMENT...: qzhub ends with that status, and says that text.
+expect() {
+  status=$1 text=$2
+  shift 2
+  result=0
+  "$qzhub" "$@" > "$work/output" 2>&1 || result=$?
+  if [ "$result" -ne "$status" ] || ! grep -qF -- "$text" "$work/output"; then
+    echo "$*: status $result instead of $status, or no '$text' in:" >&2
+    cat "$work/output" >&2
+    failures=1
+  fi
+}
+
+echo '{"devices": []}' > "$work/empty.json"
+echo '{"state_folder": "state", "devices": [{"name": "dock", "port": "1"}]}' > "$work/hub.json"
+expect 0 '127.0.0.1:3240' serve --help
+expect 0 '--scenario' attach --help
+expect 2 'is not an address' serve --listen 3240
+expect 2 '' attach --port 1
+expect 1 'empty.json: the scenario has no devices' serve --scenario "$work/empty.json"
+expect 1 '/nowhere.json: the file cannot be opened' attach --scenario /nowhere.json
+
+# It listens, keeps its address from another one, and ends cleanly at either signal.
+for signal in TERM INT; do
+  : > "$work/events"
+  "$qzhub" serve --listen 127.0.0.1:0 --scenario "$work/hub.json" > "$work/events" &
+  until grep -q '^listening' "$work/events"; do sleep 0.05; done
+  address=$(sed -n 's/^listening //p' "$work/events")
+  grep -qx 'exported dock busid=1-1' "$work/events" || failures=1
+  expect 1 "cannot listen on $address" serve --listen "$address"
+  kill -s $signal $!
+  wait $! && rm "$work/state/dock.flash" || failures=1
+done
+exit $failures

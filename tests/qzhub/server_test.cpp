@@ -1,0 +1,215 @@
+// The server over loopback: listing, importing, bad clients, and devices that leave.
+#include "qzhub/server.h"
+
+#include <thread>
+
+#include "qzhub/socket.h"
+#include "usbip_client.h"
+
+namespace qzhub::test {
+
+namespace {
+
+const std::string kAbsent = "00 00 00 04", kBusy = "00 00 00 02";
+
+class Client {
+ public:
+  explicit Client(const SocketAddress& server) : socket_(socket(AF_INET, SOCK_STREAM, 0)) {
+    const auto* address = reinterpret_cast<const sockaddr*>(&server.storage);
+    EXPECT_EQ(0, connect(socket_.get(), address, server.size));
+  }
+
+  void Send(const Bytes& bytes) {
+    EXPECT_TRUE(SendAll(socket_.get(), bytes, std::chrono::steady_clock::now()));
+  }
+  void EndSending() { shutdown(socket_.get(), SHUT_WR); }
+  /// So many bytes, or those up to the end of the connection.
+  Bytes Take(std::size_t size = 4096) {
+    Bytes bytes(size);
+    const ssize_t count = recv(socket_.get(), bytes.data(), size, MSG_WAITALL);
+    bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    return bytes;
+  }
+  /// "imported" or the status of the refusal.
+  std::string Import(const std::string& busid) {
+    Bytes field(busid.begin(), busid.end());
+    field.resize(kBusidSize);
+    Send(FromHex(kImport) + field);
+    const std::string reply = Hex(Take(8));
+    EXPECT_EQ("01 11 00 03 ", reply.substr(0, 12));
+    if (!reply.ends_with("00 00 00 00")) return reply.substr(12);
+    device = Take(312);
+    return "imported";
+  }
+  /// What the device says to GET_STATUS.
+  std::string GetStatus(std::uint32_t devid = kDevid) {
+    Send(Submit(7, kGetStatus, {}, devid));
+    return Describe(Take(kCommandSize + 2)).substr(3);
+  }
+
+  Bytes device;  ///< what the import said of it
+
+ private:
+  FileDescriptor socket_;
+};
+
+class ServerTest : public virtualhub::test::HubBench {
+ protected:
+  ServerTest() {
+    const virtualhub::Scenario scenario = virtualhub::ReadScenario(R"({"devices": [
+        {"name": "hub", "port": "3.1", "rom": {"vid": "0x1111", "pid": 2}},
+        {"name": "second", "port": "4", "image": {"pid": 3}},
+        {"name": "absent", "port": "5", "plugged": false}]})");
+    world = &virtualhub::InstallWorld(scenario);
+    server = std::make_unique<Server>(*world, ExportsOf(scenario), stop, log);
+    thread = std::thread([this] { server->Run(listener.get()); });
+  }
+  ~ServerTest() override { Stop(); }
+  void Stop() {
+    stop.Request();
+    if (thread.joinable()) thread.join();
+  }
+  Client Connect() { return Client(LocalAddress(listener.get())); }
+  /// Imports a device whose last client has gone, once the server has noticed.
+  std::unique_ptr<Client> ImportAgain(const std::string& busid) {
+    for (;;) {
+      auto client = std::make_unique<Client>(Connect());
+      const std::string outcome = client->Import(busid);
+      EXPECT_TRUE(outcome == "imported" || outcome == kBusy) << outcome;
+      if (outcome != kBusy) return client;
+    }
+  }
+  Bytes List() {
+    Client client = Connect();
+    client.Send(FromHex("01 11 80 05 00 00 00 00"));
+    return client.Take();
+  }
+
+  StopEvent stop;
+  EventLog log;
+  FileDescriptor listener = Listen(*SocketAddress::Parse("127.0.0.1:0"));
+  std::unique_ptr<Server> server;
+  std::thread thread;
+};
+
+TEST_F(ServerTest, ListsWhatIsOnTheBus) {
+  const Bytes list = List();
+  ASSERT_EQ(12u + 2 * 316, list.size());
+  EXPECT_EQ("01 11 00 05 00 00 00 00 00 00 00 02", Hex(ByteView(list).first(12)));
+  const ByteView second = ByteView(list).last(316);
+  EXPECT_STREQ("/virtual/second", reinterpret_cast<const char*>(second.data()));
+  EXPECT_STREQ("1-2", reinterpret_cast<const char*>(second.data() + 256));
+  EXPECT_EQ("00 00 00 01 00 00 00 02 00 00 00 03 2E 7C 00 03 01 00 00 00 00 01 01 01 03 00 00 00",
+            Hex(second.last(28)));
+  EXPECT_EQ(Hex(second.first(312)), Hex(ImportAgain("1-2")->device));
+}
+
+TEST_F(ServerTest, ADeviceIsImportedByOneAtATime) {
+  for (const char* busid : {"1-3", "1-4", "", "hub", "no zero ends this text in a field"}) {
+    EXPECT_EQ(kAbsent, Connect().Import(std::string(busid).substr(0, kBusidSize))) << busid;
+  }
+  Client second = Connect();
+  {
+    Client first = Connect();
+    ASSERT_EQ("imported", first.Import("1-1"));
+    EXPECT_EQ(kBusy, Connect().Import("1-1"));
+    ASSERT_EQ("imported", second.Import("1-2"));
+    EXPECT_EQ(kStatusAnswer, second.GetStatus(0x10002));
+    EXPECT_EQ(kStatusAnswer, first.GetStatus());
+  }
+  ImportAgain("1-1");
+  Client idle = Connect();
+  Stop();
+  EXPECT_EQ("", Hex(idle.Take()) + Hex(second.Take())) << "the server's end is theirs";
+}
+
+TEST_F(ServerTest, BadClientsAreLeftAlone) {
+  Client good = Connect();
+  ASSERT_EQ("imported", good.Import("1-2"));
+  const auto expectEnd = [](Client& bad, const Bytes& bytes, const char* what) {
+    bad.Send(bytes);
+    bad.EndSending();
+    EXPECT_EQ("", Hex(bad.Take())) << what;
+  };
+  const std::pair<const char*, Bytes> requests[] = {
+      {"nothing", {}},
+      {"half a header", FromHex("01 11 80")},
+      {"another version", FromHex("01 06 80 05 00 00 00 00")},
+      {"another code", FromHex("01 11 80 07 00 00 00 00")},
+      {"half an import", FromHex(kImport) + Bytes(31, 'x')},
+      {"a web browser", Bytes(300, 'G')}};
+  for (const auto& [what, bytes] : requests) {
+    Client bad = Connect();
+    expectEnd(bad, bytes, what);
+  }
+  expectEnd(*ImportAgain("1-1"), Bytes(47), "half a command");
+  expectEnd(*ImportAgain("1-1"), Bytes(48, 0xFF), "no command");
+
+  std::vector<Client> idle;
+  do {
+    idle.push_back(Connect());
+  } while (!List().empty());
+  EXPECT_GE(idle.size(), 16u) << "there is room for many";
+  EXPECT_EQ(kStatusAnswer, good.GetStatus(0x10002));
+  idle.clear();
+  while (List().empty()) {
+  }
+}
+
+TEST_F(ServerTest, AClientThatVanishesLeavesTheOthersAlone) {
+  Client other = Connect();
+  ASSERT_EQ("imported", other.Import("1-2"));
+  Gate gate(*world);
+  {
+    Client vanishing = Connect();
+    ASSERT_EQ("imported", vanishing.Import("1-1"));
+    vanishing.Send(SubmitRequest(1, kEnable));
+    gate.WaitUntilReached();
+  }
+  EXPECT_EQ(kStatusAnswer, other.GetStatus(0x10002));
+  EXPECT_EQ(kBusy, Connect().Import("1-1")) << "while its last transfer is under way";
+  gate.Open();
+  ImportAgain("1-1");
+}
+
+TEST_F(ServerTest, AFirmwareResetEndsTheImport) {
+  Client client = Connect();
+  ASSERT_EQ("imported", client.Import("1-1"));
+  client.Send(SubmitRequest(1, kReset));
+  EXPECT_EQ("1: 0", Describe(client.Take(kCommandSize)));
+  world->SleepMs(100);
+  EXPECT_EQ("", Hex(client.Take()));
+  EXPECT_EQ(kAbsent, Connect().Import("1-1"));
+  EXPECT_EQ(12u + 316, List().size());
+  ASSERT_TRUE(Pause());
+  EXPECT_EQ("11 11 00 02", Hex(ByteView(ImportAgain("1-1")->device).subspan(300, 4)))
+      << "it runs ROM code";
+}
+
+TEST(SocketTest, AddressesAreNumbers) {
+  for (const char* good : {"127.0.0.1:3240", "0.0.0.0:1", "[::1]:3240", "[::]:65535"}) {
+    const auto address = SocketAddress::Parse(good);
+    EXPECT_TRUE(address && address->Text() == good) << good;
+  }
+  for (const char* bad : {"", ":", "3240", "127.0.0.1", "127.0.0.1:", ":3240", "::1:3240", "[::1]",
+                          "localhost:3240", "127.0.0.1:65536", "127.0.0.1:-1", "127.0.0.1:32x",
+                          "[127.0.0.1]:3240", "1.2.3.4:99999999999999999999"}) {
+    EXPECT_FALSE(SocketAddress::Parse(bad)) << bad;
+  }
+}
+
+TEST(SocketTest, NothingIsWaitedForBehindTheDeadline) {
+  int ends[2];
+  ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, ends));
+  const FileDescriptor left(ends[0]), right(ends[1]);
+  const StopEvent stop;
+  const auto now = std::chrono::steady_clock::now();
+  Bytes buffer(8);
+  ASSERT_TRUE(SendAll(left.get(), Bytes(4), now));
+  EXPECT_FALSE(ReceiveAll(right.get(), buffer, now, stop)) << "half a message";
+  EXPECT_FALSE(SendAll(left.get(), Bytes(10'000'000), now)) << "nobody reads";
+}
+
+}  // namespace
+
+}  // namespace qzhub::test

@@ -1,0 +1,85 @@
+// What tests in the virtual machine share: programs, attached devices, the kernel's view of them.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace qzhid::vm {
+
+/// Polls until it holds, for at most that many seconds.
+bool Eventually(const std::function<bool()>& condition, int seconds = 20);
+
+/// The whole file, or an empty text.
+std::string ReadFile(const std::string& path);
+void WriteFile(const std::string& path, const std::string& text);
+
+/// The names in a folder, sorted.
+std::vector<std::string> NamesIn(const std::string& folder);
+
+/// A running program, whose output is kept in a file. Ended with SIGTERM at the latest when this
+/// goes.
+class Program {
+ public:
+  /// Runs as that user, who then has no other groups either.
+  explicit Program(const std::vector<std::string>& command, uid_t user = 0);
+  ~Program();
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+
+  /// What it has written to both outputs so far.
+  std::string Output() const { return ReadFile(outputFile_); }
+  bool HasWritten(const std::string& text) const;
+
+  /// Waits for its end; returns the exit status, 128 and more for a signal.
+  int Wait();
+  /// Asks it to end and waits.
+  int Stop();
+
+ private:
+  std::string outputFile_;
+  pid_t process_ = -1;
+};
+
+struct Outcome {
+  int status = 0;
+  std::string output;
+};
+
+/// Runs a program to its end.
+Outcome RunProgram(const std::vector<std::string>& command, uid_t user = 0);
+
+/// Devices that qzhub attaches to the kernel, as long as this lives. Ready for use once
+/// constructed.
+class Attached {
+ public:
+  /// `devices` are the HID devices of the scenario that are there from the start.
+  explicit Attached(const std::string& scenario, std::size_t devices = 1);
+  /// Detaches the devices; returns when the kernel has forgotten them.
+  ~Attached();
+
+  /// The port on the kernel's root hub (1, 2, ...) that the device of that name was attached to
+  /// last.
+  std::uint32_t PortOf(const std::string& name) const;
+  /// How often the device of that name was attached.
+  std::size_t TimesAttached(const std::string& name) const;
+
+  std::string Output() const { return qzhub_.Output(); }
+
+ private:
+  void Detach();
+
+  const std::size_t before_;  // HID devices
+  Program qzhub_;
+};
+
+/// The folder of the USB device on that port of the first root hub.
+std::string UsbFolder(std::uint32_t port);
+
+/// The names of the present hidraw devices.
+std::vector<std::string> HidrawDevices();
+
+}  // namespace qzhid::vm

@@ -1,0 +1,22 @@
+#!/bin/busybox sh
+# The first process of the virtual machine: runs the tests, sends their reports out through the second
+# serial port, and switches off.
+/bin/busybox --install -s /bin
+export PATH=/qz/bin:/usr/sbin:/usr/bin:/bin LD_LIBRARY_PATH=/qz/lib
+mount -t proc proc /proc
+mount -t sysfs sysfs /sys
+mount -t devtmpfs devtmpfs /dev
+for module in usb-common usbcore usbip-core vhci-hcd hid usbhid hid-generic uhid; do
+  insmod "/modules/$module.ko"
+done
+ip link set lo up
+chmod 1777 /tmp
+stty -F /dev/ttyS1 raw
+cd /tmp || exit 1
+mkdir reports
+for tests in linux_seam_tests linux_host_tests; do
+  "/qz/bin/$tests" --gtest_color=no --gtest_output="xml:reports/$tests.xml"
+done
+write_phase
+tar -c -C reports . >/dev/ttyS1
+poweroff -f

@@ -1,0 +1,96 @@
+// Firmware updates, also of hubs that leave the bus at a bad moment.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "vm/host.h"
+
+namespace qzhid::vm {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::SizeIs;
+
+std::vector<int> g_Progress;
+
+/// Opens the only hub and updates it.
+bool Update(const std::string& image) {
+  g_Progress.clear();
+  const auto records = List();
+  if (records.size() != 1) return false;
+  void* const hub = QZ_OpenHid(records[0].dwInst);
+  const bool isDone =
+      QZ_UpdateDev(hub, image.c_str(), [](std::int32_t percent) { g_Progress.push_back(percent); });
+  QZ_CloseDev(hub);
+  return isDone;
+}
+
+int Version() {
+  const auto records = List();
+  std::uint16_t version = 0;
+  if (records.size() != 1) return -1;
+  void* const hub = QZ_OpenHid(records[0].dwInst);
+  const bool isRead = QZ_ReadDevVersion(hub, &version) != 0;
+  QZ_CloseDev(hub);
+  return isRead ? version : -1;
+}
+
+TEST(Update, FlashHoldsTheImageAndTheHubIsANewKernelDevice) {
+  const std::string image = MakeImage("0210"), state = "/tmp/state-update";
+  std::uint32_t before = 0;
+  {
+    const Attached attached(HubScenario("", R"(, "state_folder": ")" + state + '"'));
+    const std::string numberFile = UsbFolder(attached.PortOf("hub")) + "/devnum";
+    const std::string number = ReadFile(numberFile);
+    ASSERT_THAT(List(), SizeIs(1));
+    before = List()[0].dwInst;
+    EXPECT_EQ(0x0102, Version());
+    EXPECT_TRUE(Update(image));
+    EXPECT_EQ(0x0210, Version());
+    EXPECT_EQ(100, g_Progress.back());
+    EXPECT_TRUE(std::is_sorted(g_Progress.begin(), g_Progress.end()));
+    EXPECT_NE(before, List()[0].dwInst);
+    EXPECT_NE(number, ReadFile(numberFile));
+    EXPECT_EQ(3u, attached.TimesAttached("hub")) << "firmware, loader, new firmware";
+  }
+  // The file holds the whole bank: the image stands in it in one piece, and the rest is erased.
+  const std::string flash = ReadFile(state + "/hub.flash"), written = ReadFile(image);
+  const std::size_t begin = flash.find(written);
+  ASSERT_NE(std::string::npos, begin);
+  constexpr std::size_t kBank = 131072;
+  ASSERT_GE(flash.size(), begin + kBank);
+  EXPECT_EQ(std::string(kBank - written.size(), '\xFF'),
+            flash.substr(begin + written.size(), kBank - written.size()));
+}
+
+TEST(Update, AHubThatLeavesTheBusCanBeUpdatedAgain) {
+  const std::string image = MakeImage("0210");
+  const struct {
+    const char *moment, *fault;
+    bool isDone;
+    int version;  // before the second update; -1 in the loader
+  } rows[] = {
+      {"in the middle of a write",
+       R"({"on": "request", "request": "40/C8", "nth": 200, "action": "power_loss", "return_ms": 300})",
+       false, -1},
+      {"at the reset",
+       R"({"on": "request", "request": "40/00", "action": "unplug", "return_ms": 300})", false,
+       0x0102},
+      {"during the wait",
+       R"({"on": "request", "request": "40/02", "nth": 3, "action": "unplug", "return_ms": 300})",
+       true, 0x0210},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.moment);
+    const Attached attached(HubScenario(R"(, "timing": {"ready_ms": 0})",
+                                        R"(, "faults": [)" + std::string(row.fault) + "]"));
+    EXPECT_EQ(row.isDone, Update(image));
+    EXPECT_TRUE(Eventually([] { return List().size() == 1; }));
+    EXPECT_EQ(row.version, Version());
+    const Outcome again = RunProgram({"update_hub", image});
+    EXPECT_EQ(0, again.status) << again.output;
+    EXPECT_THAT(again.output, HasSubstr("-> 2.10\n"));
+  }
+}
+
+}  // namespace
+}  // namespace qzhid::vm

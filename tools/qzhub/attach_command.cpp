@@ -1,0 +1,53 @@
+#include <CLI/CLI.hpp>
+#include <future>
+#include <list>
+#include <memory>
+
+#include "qzhub/attachment.h"
+#include "qzhub/usbip_commands.h"
+
+namespace qzhub {
+
+namespace {
+
+void Attach(const std::string& scenarioFile) {
+  const virtualhub::Scenario scenario = LoadScenario(scenarioFile);
+  const Vhci vhci;
+  virtualhub::World world(scenario);
+  const StopEvent stop;
+  stop.RequestOnSignals();
+  EventLog log;
+  std::list<Attachment> attachments;
+  // One that fails ends them all.
+  const auto orStop = [&](auto&& step) {
+    try {
+      step();
+    } catch (...) {
+      stop.Request();
+      throw;
+    }
+  };
+  std::vector<std::future<void>> running;  // they end before what they use
+  orStop([&] {
+    for (const Export& exported : ExportsOf(scenario)) {
+      Attachment& added = attachments.emplace_back(world, exported, vhci, stop, log);
+      added.AttachIfPresent();
+      running.push_back(std::async(std::launch::async,
+                                   [&orStop, &added] { orStop([&added] { added.Serve(); }); }));
+    }
+  });
+  for (std::future<void>& attachment : running) attachment.get();
+}
+
+}  // namespace
+
+void AddAttachCommand(CLI::App& app) {
+  CLI::App* command = app.add_subcommand(
+      "attach", "plug virtual devices into this machine's kernel (as root; needs vhci_hcd)");
+  const auto scenario = std::make_shared<std::string>();
+  command->add_option("--scenario", *scenario,
+                      "JSON file that says what is attached, default: one hub and one keyboard");
+  command->callback([scenario] { Attach(*scenario); });
+}
+
+}  // namespace qzhub

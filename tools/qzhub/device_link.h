@@ -1,0 +1,79 @@
+// An imported device at work: the USB/IP protocol behind the import, without any socket.
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <thread>
+
+#include "qzhub/usbip_wire.h"
+#include "virtualhub/usb_device.h"
+
+namespace qzhub {
+
+/// Carries out what the other end submits, one control transfer after the other and each in the
+/// time that the device takes, while commands go on being taken. Every submit command is answered
+/// exactly once: by its own answer, or by that of the unlink command that took it back.
+///
+/// The link ends when the device leaves the bus: a transfer under way is then answered with a
+/// protocol error, and the rest is dropped with the connection.
+class DeviceLink {
+ public:
+  /// The connection below. The link calls both from any thread, one call at a time; neither may
+  /// call the link.
+  struct Connection {
+    std::function<bool(ByteView)> send;  ///< one whole message; false when that failed
+    std::function<void()> close;         ///< makes the connection end for both sides
+  };
+
+  DeviceLink(virtualhub::World& world, const virtualhub::BusDevice& device, std::uint32_t devid,
+             Connection connection);
+  /// Waits for a transfer under way; close the connection first.
+  ~DeviceLink();
+  DeviceLink(const DeviceLink&) = delete;
+  DeviceLink& operator=(const DeviceLink&) = delete;
+
+  /// Takes bytes as they arrive, in pieces of any size. False when they are not the protocol or
+  /// an answer could not be sent: the connection is then to be ended.
+  bool Receive(ByteView bytes);
+
+  /// Whether the link has ended by itself.
+  bool HasEnded();
+
+ private:
+  struct Transfer {
+    Command command;
+    Bytes data;
+  };
+
+  bool Take(const Command& command, ByteView payload);
+  bool Submit(const Command& command, ByteView payload);
+  bool Unlink(const Command& command);
+  bool IsOutstanding(std::uint32_t sequence) const;
+
+  void Work();
+  void CarryOut(const Transfer& transfer, std::unique_lock<std::mutex>& lock);
+  virtualhub::Result Control(const Transfer& transfer, Bytes& answer);
+  void StallIdle();
+  void End();
+
+  const std::uint32_t devid_;
+  const Connection connection_;
+  virtualhub::UsbDevice device_;  // of the worker
+  Bytes received_;                // of Receive
+
+  // Answers are sent while the mutex is held, so that their order on the wire is that of the
+  // decisions: an unlink that came too late is answered behind its victim.
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::deque<Transfer> waiting_;
+  std::set<std::uint32_t> idle_;           // transfers of the interrupt endpoint
+  std::optional<std::uint32_t> underWay_;  // none when it was unlinked meanwhile
+  bool ended_ = false;
+  std::thread worker_;
+};
+
+}  // namespace qzhub

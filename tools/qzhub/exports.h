@@ -1,0 +1,25 @@
+// The devices of a scenario as USB/IP exports.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "qzhub/usbip_wire.h"
+#include "virtualhub/scenario.h"
+
+namespace qzhub {
+
+/// One device: "1-1" is the first of the scenario, and so on. It stays in its place wherever in the
+/// scenario's USB tree it is, and whether it is on the bus or not.
+struct Export {
+  std::string name;
+  ExportPlace place;
+};
+
+std::vector<Export> ExportsOf(const virtualhub::Scenario& scenario);
+
+/// The scenario of a file, or the default one for an empty name; time is real. Throws
+/// std::runtime_error with the file's name when it is refused or has no devices.
+virtualhub::Scenario LoadScenario(const std::string& file);
+
+}  // namespace qzhub

@@ -1,0 +1,55 @@
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "qzhub/server.h"
+#include "qzhub/socket.h"
+#include "qzhub/usbip_commands.h"
+
+namespace qzhub {
+
+namespace {
+
+struct ServeOptions {
+  std::string listen = "127.0.0.1:3240";
+  std::string scenario;
+};
+
+void Serve(const ServeOptions& options) {
+  const virtualhub::Scenario scenario = LoadScenario(options.scenario);
+  const FileDescriptor listener = Listen(*SocketAddress::Parse(options.listen));
+  virtualhub::World world(scenario);
+  const StopEvent stop;
+  stop.RequestOnSignals();
+  EventLog log;
+  const std::vector<Export> exports = ExportsOf(scenario);
+  for (const Export& exported : exports) {
+    log.Event("exported " + exported.name + " busid=" + exported.place.Busid());
+  }
+  log.Event("listening " + LocalAddress(listener.get()).Text());
+  Server(world, exports, stop, log).Run(listener.get());
+}
+
+}  // namespace
+
+void AddServeCommand(CLI::App& app) {
+  CLI::App* command = app.add_subcommand("serve", "offer virtual devices over USB/IP");
+  const auto options = std::make_shared<ServeOptions>();
+  const CLI::Validator address(
+      [](const std::string& text) {
+        return SocketAddress::Parse(text) ? std::string()
+                                          : "'" + text +
+                                                "' is not an address with a port, such "
+                                                "as 127.0.0.1:3240 or [::1]:3240";
+      },
+      "ADDRESS:PORT");
+  command
+      ->add_option("--listen", options->listen,
+                   "where clients connect, default 127.0.0.1:3240; any who reaches it may use the "
+                   "devices")
+      ->check(address);
+  command->add_option("--scenario", options->scenario,
+                      "JSON file that says what is served, default: one hub and one keyboard");
+  command->callback([options] { Serve(*options); });
+}
+
+}  // namespace qzhub

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <future>
+#include <list>
+#include <mutex>
+
+#include "qzhub/event_log.h"
+#include "qzhub/exports.h"
+#include "qzhub/file_descriptor.h"
+#include "qzhub/stop_event.h"
+#include "virtualhub/world.h"
+
+namespace qzhub {
+
+/// A USB/IP server. Each client has a thread, and nothing that a client does or leaves undone
+/// concerns another one, except that a device is imported by one at a time. A connection ends
+/// behind its first request, unless that imports a device; the request must be complete in time.
+class Server {
+ public:
+  Server(virtualhub::World& world, std::vector<Export> exports, const StopEvent& stop,
+         EventLog& log)
+      : world_(world),
+        exports_(std::move(exports)),
+        imported_(exports_.size()),
+        stop_(stop),
+        log_(log) {}
+
+  /// Serves the clients of a listening socket until the end is requested and all have gone.
+  void Run(int listener);
+
+ private:
+  void Admit(FileDescriptor socket);
+  void Serve(int socket);
+  void List(int socket);
+  void Import(int socket, const std::string& peer, ByteView busidField);
+
+  virtualhub::World& world_;
+  const std::vector<Export> exports_;
+  std::vector<std::mutex> imported_;  // by export; held while a client has it
+  const StopEvent& stop_;
+  EventLog& log_;
+  std::list<std::future<void>> clients_;
+};
+
+}  // namespace qzhub

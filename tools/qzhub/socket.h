@@ -1,0 +1,42 @@
+// Stream sockets, with deadlines and with an end on request.
+#pragma once
+
+#include <sys/socket.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "qzhub/file_descriptor.h"
+#include "qzhub/stop_event.h"
+#include "virtualhub/bytes.h"
+
+namespace qzhub {
+
+using Deadline = std::chrono::steady_clock::time_point;
+
+/// An address in numbers with its port.
+struct SocketAddress {
+  /// "127.0.0.1:3240" or "[::1]:3240", port 0 for any that is free; none for anything else.
+  static std::optional<SocketAddress> Parse(const std::string& text);
+  std::string Text() const;
+
+  sockaddr_storage storage{};
+  socklen_t size = sizeof(storage);
+};
+
+/// Throws std::system_error with the address in its text.
+FileDescriptor Listen(const SocketAddress& address);
+/// The address that a socket listens on, and the one at the other end of a connection.
+SocketAddress LocalAddress(int socket);
+SocketAddress PeerAddress(int socket);
+
+/// Fills the whole buffer. False at the end of the stream, at the deadline and on request.
+bool ReceiveAll(int socket, virtualhub::MutableBytes buffer, Deadline deadline,
+                const StopEvent& stop);
+/// Takes what is there, waiting for the first byte; 0 at the end of the stream and on request.
+std::size_t ReceiveSome(int socket, virtualhub::MutableBytes buffer, const StopEvent& stop);
+/// False when the other end has gone or has not taken everything at the deadline.
+bool SendAll(int socket, virtualhub::ByteView bytes, Deadline deadline);
+
+}  // namespace qzhub

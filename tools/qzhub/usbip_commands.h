@@ -1,0 +1,20 @@
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace qzhub {
+
+// The commands that give virtual devices to a kernel. Systems that lack what they stand on have
+// none of them. What goes wrong when they run is thrown as std::runtime_error with a text for the
+// user.
+
+/// Adds "serve", which offers the devices of a scenario over USB/IP until SIGINT or SIGTERM.
+void AddServeCommand(CLI::App& app);
+
+/// Adds "attach", which plugs the devices of a scenario into this machine's kernel and keeps them
+/// there until SIGINT or SIGTERM.
+void AddAttachCommand(CLI::App& app);
+
+}  // namespace qzhub
