@@ -1,8 +1,8 @@
 // Waiting, the steady clock and local time.
-#include "platform/windows/system.h"
-
 #include <chrono>
-#include <ctime>
+
+#include "platform/system_time.h"
+#include "platform/windows/system.h"
 
 namespace qzhid::platform {
 
@@ -14,11 +14,6 @@ std::uint64_t ClockMs() {
       std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
 }
 
-LocalTime GetLocalTime() {
-  const std::time_t seconds = std::time(nullptr);
-  std::tm now{};
-  if (localtime_s(&now, &seconds) != 0) return {};
-  return {now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min, now.tm_sec};
-}
+LocalTime GetLocalTime() { return SystemLocalTime(); }
 
 }  // namespace qzhid::platform
