@@ -181,6 +181,12 @@ TEST_F(SeamTest, AReturnedDeviceIsANewInstance) {
   EXPECT_EQ(place, Text(ParentOf(after), TextProperty::LocationPaths));
   EXPECT_FALSE(Enable(device, hubs[0].caps)) << "the old handle stays dead";
   EXPECT_TRUE(Enable(Open(after), hubs[0].caps));
+
+  const DevInst usbAfter = ParentOf(after);
+  bench->Unplug(0);
+  bench->Plug(0);  // and nobody has looked in between
+  EXPECT_FALSE(GetDeviceIdW(after, 200, text) || GetDeviceIdW(usbAfter, 200, text));
+  EXPECT_NE(usbAfter, ParentOf(HubNode(0)));
 }
 
 TEST_F(SeamTest, WhatIsNotThereFails) {

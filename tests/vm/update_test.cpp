@@ -81,6 +81,7 @@ TEST(Update, AHubThatLeavesTheBusCanBeUpdatedAgain) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.moment);
+    // A hub that is ready at once gets the same requests in every run.
     const Attached attached(HubScenario(R"(, "timing": {"ready_ms": 0})",
                                         R"(, "faults": [)" + std::string(row.fault) + "]"));
     EXPECT_EQ(row.isDone, Update(image));
