@@ -45,23 +45,21 @@ Status ReadProperty(DevInst node, const DEVPROPKEY& key, void* buffer, ULONG& by
 
 Status GetParent(DevInst node, DevInst& parent) {
   DEVINST found = 0;
-  const Status status = ToStatus(CM_Get_Parent(&found, node, 0));
+  Status status = ToStatus(CM_Get_Parent(&found, node, 0));
   if (status) parent = found;
   return status;
 }
 
 Status GetDeviceIdA(DevInst node, std::size_t capacity, std::string& id) {
   std::vector<char> buffer(capacity + 1);
-  const Status status =
-      ToStatus(CM_Get_Device_IDA(node, buffer.data(), static_cast<ULONG>(capacity), 0));
+  Status status = ToStatus(CM_Get_Device_IDA(node, buffer.data(), static_cast<ULONG>(capacity), 0));
   if (status) id = buffer.data();
   return status;
 }
 
 Status GetDeviceIdW(DevInst node, std::size_t capacity, std::wstring& id) {
   std::vector<wchar_t> buffer(capacity + 1);
-  const Status status =
-      ToStatus(CM_Get_Device_IDW(node, buffer.data(), static_cast<ULONG>(capacity), 0));
+  Status status = ToStatus(CM_Get_Device_IDW(node, buffer.data(), static_cast<ULONG>(capacity), 0));
   if (status) id = buffer.data();
   return status;
 }
@@ -70,7 +68,7 @@ Status GetTextProperty(DevInst node, TextProperty property, std::size_t capacity
                        std::wstring& text) {
   std::vector<wchar_t> buffer(capacity / sizeof(wchar_t) + 1);
   auto bytes = static_cast<ULONG>(capacity);
-  const Status status = ReadProperty(node, KeyOf(property), buffer.data(), bytes);
+  Status status = ReadProperty(node, KeyOf(property), buffer.data(), bytes);
   if (status) text.assign(buffer.data(), bytes / sizeof(wchar_t));
   return status;
 }
@@ -78,7 +76,7 @@ Status GetTextProperty(DevInst node, TextProperty property, std::size_t capacity
 Status GetAddressProperty(DevInst node, std::uint32_t& address) {
   std::uint32_t found = 0;
   ULONG bytes = sizeof(found);
-  const Status status = ReadProperty(node, kAddress, &found, bytes);
+  Status status = ReadProperty(node, kAddress, &found, bytes);
   if (status) address = found;
   return status;
 }

@@ -35,7 +35,7 @@ namespace {
 // Empties the owner that a failed call was to fill, and tells why it failed.
 template <class Owner>
 Status GiveUp(Owner& owner) {
-  const Status failure = LastFailure();
+  Status failure = LastFailure();
   owner.reset();
   return failure;
 }

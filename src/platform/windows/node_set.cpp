@@ -56,7 +56,7 @@ Status OpenNodeSet(const Guid& interfaceClass, NodeSet& set) {
   set->handle = SetupDiGetClassDevsW(&set->interfaceClass, nullptr, nullptr,
                                      DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
   if (set->handle != INVALID_HANDLE_VALUE) return {};
-  const Status failure = LastFailure();
+  Status failure = LastFailure();
   set.reset();
   return failure;
 }
@@ -101,7 +101,7 @@ Status InterfacePath(const NodeSet& set, const DeviceInterface& deviceInterface,
 Status CloseNodeSet(NodeSet& set) {
   if (!set) return InvalidHandle();
   const bool isClosed = SetupDiDestroyDeviceInfoList(set->handle) != FALSE;
-  const Status status = isClosed ? Status{} : LastFailure();
+  Status status = isClosed ? Status{} : LastFailure();
   set->handle = INVALID_HANDLE_VALUE;
   set.reset();
   return status;
