@@ -16,7 +16,11 @@ HANDLE WINAPI OpenFile(LPCWSTR path, DWORD access, DWORD sharing, SECURITY_ATTRI
   const std::wstring interfacePath = OpenFiles::Instance().InterfaceOf(path);
   platform::HidDevice device;
   if (!interfacePath.empty()) {
-    const platform::Status status = OpenHidDevice(interfacePath, device);
+    const bool isRight = access == (GENERIC_READ | GENERIC_WRITE) &&
+                         sharing == (FILE_SHARE_READ | FILE_SHARE_WRITE) &&
+                         disposition == OPEN_EXISTING && flags == FILE_FLAG_OVERLAPPED;
+    const platform::Status status = isRight ? OpenHidDevice(interfacePath, device)
+                                            : platform::Status::Failure(ERROR_INVALID_PARAMETER);
     SetLastError(status.code);
     if (!status) return INVALID_HANDLE_VALUE;
   }
@@ -29,7 +33,9 @@ HANDLE WINAPI OpenFile(LPCWSTR path, DWORD access, DWORD sharing, SECURITY_ATTRI
 
 HANDLE WINAPI MakeEvent(SECURITY_ATTRIBUTES* security, BOOL manual, BOOL signalled, LPCWSTR name) {
   platform::Event event;
-  const platform::Status status = platform::CreateReportEvent(event);
+  const bool isRight = !manual && !signalled && name == nullptr;
+  const platform::Status status = isRight ? platform::CreateReportEvent(event)
+                                          : platform::Status::Failure(ERROR_INVALID_PARAMETER);
   SetLastError(status.code);
   if (!status) return nullptr;
   const HANDLE handle = CreateEventW(security, manual, signalled, name);
