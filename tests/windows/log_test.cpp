@@ -61,7 +61,7 @@ TEST_F(WindowsLogTest, TheHostIsDescribedOnce) {
                           KEY_ALL_ACCESS, &key));
   const DWORD revision = 4711;
   const std::string host =
-      "\\]  CRequestCMD::CRequestCMD, OS Type:[^\r]+ OS Version:10\\.0\\.[0-9]+";
+      "\\]  CRequestCMD::CRequestCMD, OS Type:[^\r]+ OS Version:10\\.0\\.[0-9]{5}";
   const std::string platform = " Platform:" QZ_PLATFORM_NAME "\r\n";
   for (const bool hasRevision : {false, true}) {
     if (hasRevision) {
