@@ -51,8 +51,7 @@ DeviceLink::~DeviceLink() {
   worker_.join();
 }
 
-// ---- Taking commands
-// -----------------------------------------------------------------------------
+// ---- Taking commands ------------------------------------------------------------------------
 
 bool DeviceLink::Receive(ByteView bytes) {
   received_.insert(received_.end(), bytes.begin(), bytes.end());
@@ -111,8 +110,7 @@ bool DeviceLink::Unlink(const Command& command) {
   return connection_.send(EncodeUnlinked(command.sequence, inTime ? kUrbUnlinked : kUrbOk));
 }
 
-// ---- Carrying them out
-// ---------------------------------------------------------------------------
+// ---- Carrying them out ----------------------------------------------------------------------
 
 void DeviceLink::Work() {
   // What is imported has been enumerated on this side.
