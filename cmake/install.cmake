@@ -7,8 +7,8 @@ include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 # The virtual library has the name of the real one, so it stands out of the loader's way.
+set(qz_virtual_bindir ${CMAKE_INSTALL_BINDIR}/virtual)  # of DLLs
 if(WIN32)
-  set(qz_virtual_bindir ${CMAKE_INSTALL_BINDIR}/virtual)
   set(qz_virtual_libdir ${CMAKE_INSTALL_LIBDIR}/virtual)
 else()
   set(qz_virtual_libdir ${CMAKE_INSTALL_LIBDIR}/qzhidapi/virtual)
@@ -27,10 +27,10 @@ function(qz_install_library target bindir libdir)
   add_dependencies(installed ${target})
 endfunction()
 if(TARGET QzHidAPI)
-  qz_install_library(QzHidAPI "${CMAKE_INSTALL_BINDIR}" ${CMAKE_INSTALL_LIBDIR})
+  qz_install_library(QzHidAPI ${CMAKE_INSTALL_BINDIR} ${CMAKE_INSTALL_LIBDIR})
 endif()
 set_target_properties(QzHidAPI_virtual PROPERTIES EXPORT_NAME virtual)
-qz_install_library(QzHidAPI_virtual "${qz_virtual_bindir}" ${qz_virtual_libdir})
+qz_install_library(QzHidAPI_virtual ${qz_virtual_bindir} ${qz_virtual_libdir})
 
 set(qz_tools qzhub)
 if(TARGET qzhid)
