@@ -3,7 +3,8 @@
 function(qz_add_library target backend folder)
   add_library(${target} SHARED $<TARGET_OBJECTS:qzhid_core> $<TARGET_OBJECTS:${backend}>)
   target_link_libraries(${target} PRIVATE ${backend} Threads::Threads)
-  target_include_directories(${target} INTERFACE ${PROJECT_SOURCE_DIR}/include)
+  target_include_directories(${target} INTERFACE
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
   set_target_properties(${target} PROPERTIES
     OUTPUT_NAME QzHidAPI
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin/${folder}
@@ -27,12 +28,14 @@ function(qz_finish_dll target)
   set_target_properties(${target} PROPERTIES PREFIX "")
 endfunction()
 
-# Nothing but the exports is visible, and nothing is left to be found elsewhere.
+# Nothing but the exports is visible, and nothing is left to be found elsewhere. All backends share
+# the soname and the versions of the symbols, so that a host runs on any of them.
 function(qz_finish_shared_object target)
   set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)
   # Standard library templates that were instantiated in the library stay inside.
   target_link_options(${target} PRIVATE -Wl,--version-script=${exports})
-  set_target_properties(${target} PROPERTIES LINK_DEPENDS ${exports})
+  set_target_properties(${target} PROPERTIES LINK_DEPENDS ${exports}
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
   # A sanitized library finds the sanitizers' runtime in the program.
   if(NOT QZ_SANITIZE)
     target_link_options(${target} PRIVATE -Wl,--no-undefined)

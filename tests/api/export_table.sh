@@ -1,10 +1,13 @@
 #!/bin/sh
-# export_table.sh LIBRARY HEADER: the library exports the functions that the header declares, 27 of
-# them, and nothing else.
+# export_table.sh LIBRARY HEADER SONAME: the library goes by that name, exports the functions that the
+# header declares, 27 of them, each with the version of the interface, and nothing else.
 set -eu
+version=QZHIDAPI_1.0
 exported=$(nm -D --defined-only "$1" | awk '{ print $NF }' | LC_ALL=C sort)
 declared=$(grep '^QZ_API ' "$2" | grep -o 'QZ_[A-Za-z0-9_]*(' | tr -d '(' | LC_ALL=C sort)
-if [ "$exported" != "$declared" ] || [ "$(echo "$exported" | wc -l)" -ne 27 ]; then
-  printf 'exported:\n%s\ndeclared:\n%s\n' "$exported" "$declared" >&2
+expected=$({ echo "$declared" | sed "s/\$/@@$version/"; echo "$version"; } | LC_ALL=C sort)
+if [ "$exported" != "$expected" ] || [ "$(echo "$declared" | wc -l)" -ne 27 ]; then
+  printf 'exported:\n%s\nexpected:\n%s\n' "$exported" "$expected" >&2
   exit 1
 fi
+objdump -p "$1" | grep -qx " *SONAME  *$3" || { echo "$1: the soname is not $3" >&2; exit 1; }

@@ -30,7 +30,7 @@ done
 for program in linux_seam_tests linux_host_tests write_phase qzhub update_hub i2c_eeprom gpio_blink; do
   add "$build/bin/$program" /qz/bin
 done
-cp "$build/lib/libQzHidAPI.so" "$root/qz/lib/"
+cp "$build"/lib/libQzHidAPI.so.? "$root/qz/lib/"
 add "$(PATH=$PATH:/usr/sbin command -v usbip)" /usr/sbin
 add "$(command -v udevadm)" /usr/bin
 cp packaging/70-qzhidapi.rules "$root/etc/udev/rules.d/"

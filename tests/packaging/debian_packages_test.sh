@@ -1,0 +1,64 @@
+#!/bin/sh
+# debian_packages_test.sh CPACK BUILD VERSION TOOL...: the Debian packages of the build folder hold
+# what they should and depend on one another and on the system's libraries.
+set -eu
+command -v dpkg-shlibdeps > /dev/null || { echo 'skipped: no dpkg-shlibdeps'; exit 77; }
+cpack=$1 build=$2 version=$3
+shift 3
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+"$cpack" --config "$build/CPackConfig.cmake" -B "$work" > "$work/log" 2>&1 ||
+  { cat "$work/log" >&2; exit 1; }
+architecture=$(dpkg --print-architecture)
+failures=0
+fail() { echo "$*" >&2; failures=1; }
+
+# contents PACKAGE: holds the files that standard input lists, and nothing else; ARCH is the system's
+# folder, and of documents and examples only the folders count.
+contents() {
+  sort > "$work/expected"
+  dpkg-deb --fsys-tarfile "$work/$1_${version}_$architecture.deb" | tar -t | grep -v '/$' |
+    sed -E "s|^\./||; s|[^/]+-linux-gnu[^/]*|ARCH|; s,/(docs|examples)/.*,/\1/," | sort -u |
+    diff -u "$work/expected" - >&2 || fail "$1 does not hold what it should"
+}
+# field PACKAGE NAME PATTERN
+field() {
+  value=$(dpkg-deb -f "$work/$1_${version}_$architecture.deb" "$2")
+  echo "$value" | grep -qE "$3" || fail "$1: $2 is '$value'"
+}
+
+contents libqzhidapi1 << END
+usr/lib/ARCH/libQzHidAPI.so.1
+usr/lib/ARCH/libQzHidAPI.so.$version
+usr/lib/ARCH/qzhidapi/virtual/libQzHidAPI.so.1
+usr/lib/ARCH/qzhidapi/virtual/libQzHidAPI.so.$version
+usr/share/doc/libqzhidapi1/copyright
+END
+field libqzhidapi1 Depends '\<libc6 \(.*libstdc\+\+6 \('
+[ "$(dpkg-deb -I "$work/libqzhidapi1_${version}_$architecture.deb" shlibs)" = \
+  "libQzHidAPI 1 libqzhidapi1 (>= $version)" ] || fail 'libqzhidapi1: the shlibs are wrong'
+
+type=$(sed -n 's/^CMAKE_BUILD_TYPE:.*=//p' "$build/CMakeCache.txt" | tr '[:upper:]' '[:lower:]')
+contents libqzhidapi-dev << END
+usr/include/QzHidAPI.h
+usr/lib/ARCH/cmake/QzHidAPI/QzHidAPIConfig.cmake
+usr/lib/ARCH/cmake/QzHidAPI/QzHidAPIConfigVersion.cmake
+usr/lib/ARCH/cmake/QzHidAPI/QzHidAPITargets-$type.cmake
+usr/lib/ARCH/cmake/QzHidAPI/QzHidAPITargets.cmake
+usr/lib/ARCH/libQzHidAPI.so
+usr/lib/ARCH/pkgconfig/qzhidapi.pc
+usr/lib/ARCH/qzhidapi/virtual/libQzHidAPI.so
+usr/share/doc/QzHidAPI/README.md
+usr/share/doc/QzHidAPI/docs/
+usr/share/doc/QzHidAPI/examples/
+usr/share/doc/libqzhidapi-dev/copyright
+END
+field libqzhidapi-dev Depends "^libqzhidapi1 \(= $version\)\$"
+
+contents qzhidapi-tools << END
+$(printf 'usr/bin/%s\n' "$@")
+usr/lib/udev/rules.d/70-qzhidapi.rules
+usr/share/doc/qzhidapi-tools/copyright
+END
+field qzhidapi-tools Depends "libqzhidapi1 \(= $version\), .*\<libc6 \("
+exit $failures
