@@ -1,0 +1,46 @@
+#include "qzhid/system.h"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace qzhid::system {
+
+std::vector<std::string> LibraryFiles(const std::filesystem::path& folder, bool isVirtual) {
+  const std::filesystem::path libraries = folder.parent_path() / "lib";
+  if (isVirtual) return {(libraries / "virtual" / "libQzHidAPI.so").string()};
+  // Behind the file beside the program come those that the system's loader finds.
+  return {(libraries / "libQzHidAPI.so").string(), "libQzHidAPI.so.1", "libQzHidAPI.so"};
+}
+
+std::filesystem::path ProgramFolder() {
+  std::error_code error;
+  return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+}
+
+void* LoadLibraryFile(const std::string& file, std::string& reason) {
+  void* library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (library == nullptr) reason = dlerror();
+  return library;
+}
+
+void* FindFunction(void* library, const char* name) { return dlsym(library, name); }
+
+bool IsTerminal(Stream stream) { return isatty(static_cast<int>(stream)) == 1; }
+
+void PassBytesUnchanged(Stream) {}
+
+void WriteFromSignal(const char* text) {
+  // A text that cannot be shown has nobody to miss it.
+  [[maybe_unused]] const auto written = write(STDERR_FILENO, text, std::strlen(text));
+}
+
+std::filesystem::path MakePrivateFolder() {
+  std::error_code error;
+  std::string name = (std::filesystem::temp_directory_path(error) / "qzhid-XXXXXX").string();
+  return mkdtemp(name.data()) != nullptr ? std::filesystem::path(name) : std::filesystem::path();
+}
+
+}  // namespace qzhid::system
