@@ -19,6 +19,27 @@ bool ReadStream(std::istream& stream, Bytes& bytes) {
   return !stream.bad();
 }
 
+// Takes words like "01a0" and "0xff".
+Bytes ParseHex(const std::vector<std::string>& words) {
+  Bytes bytes;
+  for (const std::string& word : words) {
+    std::string digits;
+    for (const char c : word) {
+      if (c != ' ' && c != ',') digits += c;
+    }
+    if (digits.starts_with("0x") || digits.starts_with("0X")) digits.erase(0, 2);
+    if (digits.size() % 2 != 0 ||
+        digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+      throw Failure(Exit::WrongUse, "'" + word + "' is not bytes in hexadecimal", "",
+                    "write two digits for each byte, as in 01a0ff");
+    }
+    for (std::size_t at = 0; at < digits.size(); at += 2) {
+      bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(at, 2), nullptr, 16)));
+    }
+  }
+  return bytes;
+}
+
 }  // namespace
 
 bool ReadFile(const std::string& path, Bytes& bytes) {
@@ -44,22 +65,14 @@ void WriteFile(const std::string& path, const Bytes& bytes) {
   throw Failure(Exit::Failed, path + " cannot be written", "", "name a file that you may write");
 }
 
-Bytes ParseHex(const std::vector<std::string>& words) {
-  Bytes bytes;
-  for (const std::string& word : words) {
-    std::string digits;
-    for (const char c : word) {
-      if (c != ' ' && c != ',') digits += c;
-    }
-    if (digits.starts_with("0x") || digits.starts_with("0X")) digits.erase(0, 2);
-    if (digits.size() % 2 != 0 ||
-        digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
-      throw Failure(Exit::WrongUse, "'" + word + "' is not bytes in hexadecimal", "",
-                    "write two digits for each byte, as in 01a0ff");
-    }
-    for (std::size_t at = 0; at < digits.size(); at += 2) {
-      bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(at, 2), nullptr, 16)));
-    }
+Bytes TakeBytes(const std::vector<std::string>& words, const std::string& file) {
+  Bytes bytes = ParseHex(words);
+  if (!file.empty() && !ReadFile(file, bytes)) {
+    throw Failure(Exit::Failed, file + " cannot be read", "", "name a file that you may read");
+  }
+  if (bytes.empty()) {
+    throw Failure(Exit::WrongUse, "there are no bytes to write", "",
+                  "give them in hexadecimal or with --file FILE");
   }
   return bytes;
 }

@@ -15,8 +15,9 @@ bool ReadFile(const std::string& path, Bytes& bytes);
 /// Replaces a file as a whole; throws Failure, and the old one stays, when that fails.
 void WriteFile(const std::string& path, const Bytes& bytes);
 
-/// Takes text like "01 a0ff 0x12". Throws Failure when it is no such text.
-Bytes ParseHex(const std::vector<std::string>& words);
+/// The bytes that a command is given: hexadecimal words, or else what is in the file. Throws
+/// Failure when there are none.
+Bytes TakeBytes(const std::vector<std::string>& words, const std::string& file);
 
 /// Two digits a byte, in lower case.
 std::string HexText(const Bytes& bytes);

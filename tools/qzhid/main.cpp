@@ -35,6 +35,9 @@ int Run(int argc, char** argv, qzhid::Host& host) {
   qzhid::AddImageCommand(app, host);
   qzhid::AddUpdateCommand(app, host);
   qzhid::AddRecoverCommand(app, host);
+  qzhid::AddGpioCommand(app, host);
+  qzhid::AddI2cCommand(app, host);
+  qzhid::AddFlashCommand(app, host);
   qzhid::AddExamples(app, {"qzhid list", "qzhid update --image new.bin", "qzhid info --virtual"});
   try {
     app.parse(argc, argv);

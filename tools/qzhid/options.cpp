@@ -28,6 +28,12 @@ CLI::Option* AddHub(CLI::App& command, const std::string& name, std::string& hub
                             "instance, VID:PID, location or its end; default the only hub");
 }
 
+void AddData(CLI::App& command, std::vector<std::string>& words, std::string& file) {
+  CLI::Option* data = command.add_option("DATA", words, "bytes in hexadecimal, as in 01a0ff");
+  command.add_option("--file", file, "take the bytes from this file, - for standard input")
+      ->excludes(data);
+}
+
 void AddExamples(CLI::App& command, const std::vector<std::string>& examples) {
   std::string text = "Examples:";
   for (const std::string& example : examples) text += "\n  " + example;

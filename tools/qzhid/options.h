@@ -15,6 +15,9 @@ CLI::Option* AddId(CLI::App& command, const std::string& name, std::uint32_t& id
 /// The hub that a command works on, as an argument ("HUB") or an option ("--hub").
 CLI::Option* AddHub(CLI::App& command, const std::string& name, std::string& hub);
 
+/// Bytes to write, as words in hexadecimal or in a file.
+void AddData(CLI::App& command, std::vector<std::string>& words, std::string& file);
+
 /// Examples behind the command's help.
 void AddExamples(CLI::App& command, const std::vector<std::string>& examples);
 
