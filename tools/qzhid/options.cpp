@@ -45,7 +45,10 @@ std::string Columns(const std::vector<std::pair<std::string, std::string>>& rows
   for (const auto& row : rows) width = std::max(width, row.first.size());
   std::string text;
   for (const auto& [name, value] : rows) {
-    text += name + std::string(width + 2 - name.size(), ' ') + value + '\n';
+    text += name;
+    text.append(width + 2 - name.size(), ' ');
+    text += value;
+    text += '\n';
   }
   return text;
 }

@@ -1,6 +1,7 @@
 #include "qzhid/progress.h"
 
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <utility>
@@ -71,10 +72,10 @@ std::string Progress::Speed(std::int32_t percent) const {
   if (percent <= firstPercent_ || percent <= kWriting || percent >= kWritten) return "";
   const double perPercent = static_cast<double>(size_) / (kWritten - kWriting);
   const double rate = perPercent * (percent - firstPercent_) / seconds;
-  const int left = static_cast<int>(perPercent * (kWritten - percent) / rate + 0.5);
+  const auto left = std::lround(perPercent * (kWritten - percent) / rate);
   std::array<char, 64> text{};
-  std::snprintf(text.data(), text.size(), "  %.1f KiB/s  %d:%02d to write", rate / 1024, left / 60,
-                left % 60);
+  std::snprintf(text.data(), text.size(), "  %.1f KiB/s  %ld:%02ld to write", rate / 1024,
+                left / 60, left % 60);
   return text.data();
 }
 

@@ -26,6 +26,9 @@ void PassBytesUnchanged(Stream stream);
 /// Writes to standard error in a way that a signal handler may use.
 void WriteFromSignal(const char* text);
 
+/// From now on the process outlives its terminal and whoever reads its output.
+void OutliveReaders();
+
 /// Makes a new folder for temporary files that only this user can read; empty when it cannot be.
 std::filesystem::path MakePrivateFolder();
 

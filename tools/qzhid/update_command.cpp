@@ -8,6 +8,7 @@
 #include "qzhid/options.h"
 #include "qzhid/progress.h"
 #include "qzhid/state.h"
+#include "qzhid/system.h"
 
 namespace qzhid {
 
@@ -109,6 +110,7 @@ void Write(Host& host, const Hub& hub, const OpenHub& open, const Image& image,
 }
 
 void Update(Host& host, const UpdateOptions& options, Check check) {
+  system::OutliveReaders();
   const Image image = ReadImage(host, options.image);
   const Hub hub = PickHub(host, options.hub);
   const HubState before = ReadState(host, hub);

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 
@@ -35,6 +36,11 @@ void PassBytesUnchanged(Stream) {}
 void WriteFromSignal(const char* text) {
   // A text that cannot be shown has nobody to miss it.
   [[maybe_unused]] const auto written = write(STDERR_FILENO, text, std::strlen(text));
+}
+
+void OutliveReaders() {
+  static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+  static_cast<void>(std::signal(SIGHUP, SIG_IGN));
 }
 
 std::filesystem::path MakePrivateFolder() {

@@ -38,6 +38,8 @@ void WriteFromSignal(const char* text) {
   _write(static_cast<int>(Stream::Errors), text, static_cast<unsigned>(std::strlen(text)));
 }
 
+void OutliveReaders() {}  // a broken pipe is an ordinary error here
+
 std::filesystem::path MakePrivateFolder() {
   // The temporary folder is the user's own here.
   std::error_code error;
