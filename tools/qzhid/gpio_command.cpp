@@ -19,7 +19,7 @@ struct GpioOptions {
 };
 
 std::shared_ptr<GpioOptions> AddLine(CLI::App& command, std::uint32_t last, bool hasLevel) {
-  const auto options = std::make_shared<GpioOptions>();
+  auto options = std::make_shared<GpioOptions>();
   command.add_option("LINE", options->line, "number of the line")
       ->required()
       ->check(CLI::Range(0u, last));

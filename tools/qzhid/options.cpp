@@ -58,7 +58,7 @@ void Confirm(const std::string& question, const std::string& hub) {
     throw Failure(Exit::WrongUse, "there is no terminal to ask on", hub,
                   "add --yes to go on without being asked");
   }
-  std::cerr << question << " [y/N] " << std::flush;
+  std::cerr << question + " [y/N] " << std::flush;  // in one piece, whatever is typed meanwhile
   std::string answer;
   std::getline(std::cin, answer);
   if (answer == "y" || answer == "Y" || answer == "yes") return;
