@@ -32,12 +32,14 @@ endif()
 set_target_properties(QzHidAPI_virtual PROPERTIES EXPORT_NAME virtual)
 qz_install_library(QzHidAPI_virtual ${qz_virtual_bindir} ${qz_virtual_libdir})
 
-set(qz_tools qzhub)
-if(TARGET qzhid)
-  list(APPEND qz_tools qzhid)
-endif()
-install(TARGETS ${qz_tools} RUNTIME COMPONENT tools)
-add_dependencies(installed ${qz_tools})
+install(TARGETS qzhub qzhid RUNTIME COMPONENT tools)
+add_dependencies(installed qzhub qzhid)
+# Where the tool finds the libraries from its own place once installed.
+file(RELATIVE_PATH qz_libdir_from_tools /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
+file(RELATIVE_PATH qz_virtual_from_tools /${CMAKE_INSTALL_BINDIR} /${qz_virtual_libdir})
+target_compile_definitions(qzhid PRIVATE
+  QZHID_LIBRARY_FOLDER="${qz_libdir_from_tools}"
+  QZHID_VIRTUAL_LIBRARY_FOLDER="${qz_virtual_from_tools}")
 if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
   # udev looks there below /usr and /usr/local.
   install(FILES packaging/70-qzhidapi.rules DESTINATION lib/udev/rules.d COMPONENT tools)

@@ -1,0 +1,55 @@
+#!/bin/sh
+# GPIO lines, I2C targets and the flash behind a hub.
+. "$(dirname "$0")/lib.sh"
+me="qzhid: hub 5 ($usb):"
+next="check the address and that the hub runs its firmware ('qzhid info')"
+machine "$(hub ', "gpio_high": [3], "bridge_flash": {"size": 4096, "busy_polls": 2},
+  "i2c": [{"kind": "eeprom", "address": "0xA0", "size": 1024, "page_size": 8}]')"
+expect 0 'line 3 is 1' gpio get 3
+expect 0 'line 4 is 0' gpio get 4 --hub 5
+expect 0 'line 23 is 1' gpio drive 23 1
+expect 0 'line 7 is 0' gpio set 7 0
+expect 0 '  "level": 1' gpio get 3 --json
+expect 2 "qzhid: LINE: Value 24 not in range 0 to 23; see 'qzhid --help'" gpio get 24
+expect 3 "qzhid: no hub is '6'; see 'qzhid list' for the hubs that are attached" gpio get 3 --hub 6
+
+expect 0 '12 bytes written' i2c write --target 0xA0 --memory 5 00010203 0405 060708090a0b
+expect 0 '00000010  ff ff ff' i2c read --target 0xA0 --memory 0x10 --length 3
+expect 0 '  "data": "ffff"' i2c read --target 0xA0 --length 2 --json
+expect 0 "300 bytes read to $work/read.bin" i2c read --target 0xA0 --length 300 --out "$work/read.bin"
+[ "$(tr -d '\377' < "$work/read.bin" | wc -c)" -eq 0 ] && [ "$(wc -c < "$work/read.bin")" -eq 300 ] ||
+  complain 'other bytes read'
+expect 1 "qzhid: /nowhere/x cannot be written; name a file that you may write" \
+  i2c read --target 0xA0 --length 3 --out /nowhere/x
+expect 1 "$me the I2C read failed with status 32; $next" i2c read --target 0xA2 --length 1
+expect 1 "$me the I2C write behind 0 written bytes failed with status 32; $next" i2c write --target 0xA2 00
+expect 2 "qzhid: '0g' is not bytes in hexadecimal; write two digits for each byte, as in 01a0ff" i2c write --target 0xA0 0g
+expect 2 'qzhid: there are no bytes to write; give them in hexadecimal or with --file FILE' flash write --address 0
+expect 1 "qzhid: $work/missing cannot be read; name a file that you may read" \
+  flash write --address 0 --file "$work/missing"
+
+"$qzhub" image --out "$work/300.bin" && truncate -s 300 "$work/300.bin"
+expect 0 '300 bytes written' flash write --address 0x100 --file "$work/300.bin"
+"$qzhid" --virtual flash stage --address 0 --file - < "$work/300.bin" | grep -qx '300 bytes staged' ||
+  complain 'nothing staged from a pipe'
+expect 1 "$me the transfer behind 128 bytes failed with status 32; $next" \
+  flash write --address 3968 --file "$work/300.bin"
+expect 2 "$me there is no terminal to ask on; add --yes to go on without being asked" flash erase
+expect 0 'the flash is erased' flash erase --yes
+expect 0 "the flash's status is 0" flash status
+# A write goes out in parts that end at the target's pages (here 3, 8 and 1 bytes), and waits for a
+# target that is busy with the part before.
+for count in 5 0; do
+  machine "$(hub ', "i2c": [{"kind": "eeprom", "address": "0xA0"}]')" \
+    "{\"on\": \"request\", \"request\": \"40/C6\", \"nth\": 3, \"count\": $count, \"action\": \"stall\"}"
+  run i2c write --target 0xA0 --memory 5 000102030405060708090a0b
+  echo "$status $(cat "$work/out" "$work/err")"
+done > "$work/ends"
+printf '%s\n' '0 12 bytes written' "1 $me the I2C write behind 11 written bytes failed with status 32; $next" |
+  diff -u - "$work/ends" >&2 || complain 'other parts'
+machine "$(hub)" '{"on": "request", "request": "C0/04", "action": "unplug", "return_ms": null}'
+expect 6 "$me reading the line failed, and the hub is gone; plug it in again and repeat the command" gpio get 3
+for command in 'gpio get' 'i2c read' 'i2c write' 'flash stage' 'flash erase'; do
+  expect 0 'Examples:' $command --help
+done
+exit $failures

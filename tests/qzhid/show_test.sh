@@ -1,0 +1,108 @@
+#!/bin/sh
+# What qzhid lists and shows, and how it is called wrongly.
+. "$(dirname "$0")/lib.sh"
+
+machine "$(hub ', "gpio_high": [3, 5]'),
+  {\"name\": \"rom\", \"port\": \"2\", \"running\": \"rom\", \"rom\": {\"pid\": \"0x0810\"}},
+  {\"name\": \"pad\", \"kind\": \"other\", \"port\": \"5\", \"vid\": \"0x045E\", \"pid\": \"0x0750\"}"
+golden list <<END
+INSTANCE    VID:PID    LEVEL  PORT  LOCATION
+5           2E7C:0818  2      1     $usb
+7           2E7C:0810  1      2     PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(2)
+END
+golden list --vid 45e --pid 0x750 --json <<END
+{
+  "hubs": [
+    {
+      "instance": 9,
+      "vid": "045E",
+      "pid": "0750",
+      "level": 1,
+      "port": 5,
+      "location": "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(5)"
+    }
+  ]
+}
+END
+golden list --quiet < /dev/null
+golden info 'usb(3)#usb(1)' <<END
+instance      5
+HID VID:PID   2E7C:0818
+hub VID:PID   2E7C:0818
+level, port   2, 1
+location      $usb, ACPI(_SB_)#ACPI(PCI0)#ACPI(XHC1)#ACPI(RHUB)#ACPI(PRT3)#ACPI(PRT1)
+hardware ids  HID\\VID_2E7C&PID_0818&REV_0100, HID\\VID_2E7C&PID_0818, HID_DEVICE_UP:FF00_U:0001, HID_DEVICE
+runs          firmware 1.02
+GPIO high     3, 5
+flash status  0
+END
+golden info --json 2e7c:0810 <<END
+{
+  "instance": 7,
+  "vid": "2E7C",
+  "pid": "0810",
+  "level": 1,
+  "port": 2,
+  "location": "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(2)",
+  "locations": [
+    "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(2)",
+    "ACPI(_SB_)#ACPI(PCI0)#ACPI(XHC1)#ACPI(RHUB)#ACPI(PRT2)"
+  ],
+  "hardware_ids": [
+    "HID\\\\VID_2E7C&PID_0810&REV_0100",
+    "HID\\\\VID_2E7C&PID_0810",
+    "HID_DEVICE_UP:FF00_U:0001",
+    "HID_DEVICE"
+  ],
+  "hub_vid": "2E7C",
+  "hub_pid": "0810",
+  "runs": "loader",
+  "version": null,
+  "gpio_high": [],
+  "flash_status": 0
+}
+END
+expect 2 'qzhid: several hubs are attached; name one of these instances: 5 7' info
+expect 3 "qzhid: no hub is '4711'; see 'qzhid list' for the hubs that are attached" info 4711
+
+# An image of each chip code; the digest is that of the system's own tool.
+for chip in 4A17 4A26 93E5 1234; do
+  "$qzhub" image --out "$work/a.bin" --chip $chip --version 0a15 --vid 2E7D --pid 0819
+  golden image "$work/a.bin" <<END
+file        $work/a.bin
+VID         2E7D
+product id  0819
+chip code   $chip
+version     a.15
+size        65536 bytes
+SHA-256     $(sha256sum "$work/a.bin" | cut -d' ' -f1)
+END
+done
+for size in 32679 0; do
+  truncate -s $size "$work/a.bin"
+  expect 5 "qzhid: image $work/a.bin is too short: $size bytes of at least 32680; name a whole firmware image file" \
+    image "$work/a.bin"
+done
+expect 5 "qzhid: image $work cannot be read; name a whole firmware image file" image "$work"
+expect 5 '    "status": 5,' image --json "$work/missing"
+
+expect 2 "qzhid: A subcommand is required; see 'qzhid --help'" --json
+expect 2 "qzhid: --vid: '12345' is not one to four hexadecimal digits; see 'qzhid --help'" list --vid 12345 --pid 1
+expect 0 'qzhid 1.0.0' --version
+for command in list info image update recover; do expect 0 'Examples:' $command --help; done
+run --library /nowhere.so list 2> /dev/null
+[ $status -eq 2 ] || complain 'both --virtual and --library are taken'
+
+machine ''
+expect 0 'no hub is attached' list
+expect 3 "qzhid: no hub is attached; see 'qzhid list' for the hubs that are attached" info
+denied='{"on": "call", "service": "OpenHidDevice", "count": 0, "action": "fail", "code": 13}'
+machine "$(hub)" "$denied"
+refusal='qzhid: a hub is attached, but it cannot be opened; get permission for it (on Linux: the udev rule) or end the program that has it'
+for command in list info; do expect 4 "$refusal" $command; done
+expect 4 '  log: [2024-03-07, 09:05:02]  QZ_ListAllHidDev, List Hid Device Fail' info --verbose
+ls "${TMPDIR:-/tmp}"/qzhid-??????/log.txt 2> /dev/null && complain 'a temporary log stays'
+expect 4 "$refusal" info --log "$work/log.txt" --log-level 0
+grep -q 'QZ_ListAllHidDev, Enter' "$work/log.txt" || complain 'no log'
+expect 1 'qzhid: the log /nowhere/log cannot be written; name a file in a folder that you may write' list --log /nowhere/log
+exit $failures

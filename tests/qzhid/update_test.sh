@@ -1,0 +1,120 @@
+#!/bin/sh
+# Updates and recoveries: what is said, refused, interrupted, and what the hub runs behind them.
+. "$(dirname "$0")/lib.sh"
+"$qzhub" image --out "$work/new.bin" --version 0210 --size 32680
+"$qzhub" image --out "$work/same.bin"
+"$qzhub" image --out "$work/other.bin" --version 0210 --pid 0820
+"$qzhub" image --out "$work/vendor.bin" --version 0210 --vid 2E7D
+update() { run update --yes --image "$work/new.bin" "$@"; }
+
+machine "$(hub)"
+golden update --yes --image "$work/new.bin" <<END
+hub 5 ($usb) runs 2.10 now
+END
+cat > "$work/golden" <<END
+hub 5 ($usb): 1.02 -> 2.10
+hub 5 ($usb): preparing, 0 %
+hub 5 ($usb): preparing, 10 %
+hub 5 ($usb): erasing, 20 %
+hub 5 ($usb): writing, 30 %
+hub 5 ($usb): writing, 40 %
+hub 5 ($usb): writing, 50 %
+hub 5 ($usb): writing, 60 %
+hub 5 ($usb): checking, 70 %
+hub 5 ($usb): starting, 90 %
+hub 5 ($usb): done, 100 %
+END
+diff -u "$work/golden" "$work/err" >&2 || complain 'another progress in a pipe'
+golden update --yes --image "$work/new.bin" --json --stay-in-loader <<END
+{
+  "hub": {
+    "instance": 5,
+    "vid": "2E7C",
+    "pid": "0818",
+    "level": 2,
+    "port": 1,
+    "location": "$usb"
+  },
+  "image": {
+    "file": "$work/new.bin",
+    "vid": "2E7C",
+    "pid": "0818",
+    "chip": "4A17",
+    "version": "2.10",
+    "size": 32680,
+    "sha256": "$(sha256sum "$work/new.bin" | cut -d' ' -f1)"
+  },
+  "from": "1.02",
+  "to": "2.10",
+  "runs": "loader"
+}
+END
+update --quiet
+[ "$status" -eq 0 ] && [ ! -s "$work/out" ] && [ ! -s "$work/err" ] || complain '--quiet is not quiet'
+
+me="qzhid: hub 5 ($usb):"
+foreign="name this hub's image, or add --force to write it all the same"
+expect 2 "$me there is no terminal to ask on; add --yes to go on without being asked" update --image "$work/new.bin"
+expect 2 "qzhid: --image is required; see 'qzhid --help'" update
+expect 5 "$me the image is for 2E7C:0820, the hub is 2E7C:0818; $foreign" update --yes --image "$work/other.bin"
+expect 5 "$me the hub already runs 1.02; nothing needs to be done, or add --reinstall to write it again" \
+  update --yes --image "$work/same.bin"
+expect 0 "hub 5 ($usb) runs 1.02 now" update --yes --image "$work/same.bin" --reinstall
+expect 0 "hub 5 ($usb) runs 2.10 now" update --yes --image "$work/other.bin" --force
+expect 1 "$me the hub runs its firmware 1.02; nothing needs to be recovered; 'qzhid update' writes another version" \
+  recover --yes --image "$work/new.bin"
+expect 3 "qzhid: no hub is '6'; see 'qzhid list' for the hubs that are attached" update 6 --image "$work/new.bin"
+
+machine "$(hub ', "running": "rom", "rom": {"pid": "0x0810"}')"
+expect 1 "$me the hub sits in its loader; write its firmware with 'qzhid recover --image FILE'" update --yes --image "$work/new.bin"
+expect 5 "$me the image is for vendor 2E7D, the hub is of vendor 2E7C; $foreign" recover --yes --image "$work/vendor.bin"
+expect 0 "hub 5 ($usb) runs 2.10 now" recover --yes --image "$work/new.bin"
+
+# A hub that loses its power while it is written is lost, and the next process recovers it.
+keeps=', "state_folder": "."'
+fault='{"on": "request", "request": "40/C8", "nth": 100, "action": "power_loss", "return_ms": null}'
+machine "$(hub)" "$fault" "$keeps"
+expect 6 "$me the update failed, and the hub has left the bus; unplug it, plug it in again, and run 'qzhid info' and 'qzhid recover'" \
+  update --yes --image "$work/new.bin"
+machine "$(hub)" '' "$keeps"
+expect 0 'runs          loader' info
+expect 0 "hub 5 ($usb) runs 2.10 now" recover --yes --image "$work/new.bin"
+expect 0 'runs          firmware 2.10' info
+stall='{"on": "request", "request": "40/C8", "nth": 9, "count": 0, "action": "stall"}'
+machine "$(hub)" "$stall"
+expect 1 '    "what": "the update failed, and the hub sits in its loader",' update --yes --json --image "$work/new.bin"
+
+# Interrupts while the flash is written: the hub is real time slow, so that there is time for them.
+# Each signal waits for the program's answer to the one before.
+await() { until grep -q "$1" "$work/err"; do kill -0 $! || return 0; sleep 0.02; done; }
+for count in 1 2; do
+  printf '{"devices": [%s], "state_folder": "interrupt"}' "$(hub ', "timing": {"latency_us": 5000}')" > "$QZ_VIRTUAL_HUB"
+  rm -rf "$work/interrupt"
+  : > "$work/err"
+  "$qzhid" --virtual update --yes --image "$work/new.bin" > "$work/out" 2> "$work/err" &
+  await 'writing, 40'
+  kill -s INT $!
+  await 'the hub must not be left now'
+  [ $count -eq 1 ] || kill -s INT $!
+  wait $! || complain "interrupted $count times: status $?"
+  line="hub 5 ($usb) runs 2.10 now"
+  [ $count -eq 1 ] || line="stopped, and the update was complete: $line"
+  grep -qxF "$line" "$work/out" || complain "interrupted $count times: $(cat "$work/out" "$work/err")"
+done
+
+# Nobody reads the progress any more: the update goes on.
+rm -rf "$work/interrupt"
+"$qzhid" --virtual update --yes --image "$work/new.bin" 2>&1 > "$work/out" | true
+grep -qxF "hub 5 ($usb) runs 2.10 now" "$work/out" || complain 'a broken pipe ended the update'
+
+# On a terminal there are a question, a moving bar and colours, unless they are not wanted.
+machine "$(hub)"
+typed() { echo "$1" | script -qec "$2 '$qzhid' --virtual update --image '$work/new.bin' $3" /dev/null; }
+typed y 'env -u NO_COLOR' '' > "$work/terminal" || complain 'yes is no yes'
+grep -q "1.02 -> 2.10, write it? \[y/N\]" "$work/terminal" || complain 'no question'
+tr '\r' '\n' < "$work/terminal" | grep -q '##.*100 %  done' || complain 'no bar'
+typed y 'env -u NO_COLOR' --no-color > "$work/terminal"
+grep -q 'checking, 70 %' "$work/terminal" || complain 'no plain lines'
+if typed n '' '' > "$work/terminal"; then complain 'no is a yes'; fi
+grep -q 'not done because the answer was no; answer y, or add --yes' "$work/terminal" || complain 'no refusal'
+exit $failures

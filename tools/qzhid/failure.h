@@ -1,0 +1,29 @@
+// Why a command ended without having done its work.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace qzhid {
+
+/// Exit statuses of the program.
+enum class Exit { Done, Failed, WrongUse, NoSuchHub, NoPermission, ImageRefused, HubLost };
+
+/// What failed, on which hub (empty where none is concerned), and what the user does next.
+class Failure : public std::runtime_error {
+ public:
+  Failure(Exit status, const std::string& what, std::string hub, std::string next)
+      : std::runtime_error(what), status_(status), hub_(std::move(hub)), next_(std::move(next)) {}
+
+  Exit Status() const { return status_; }
+  const std::string& Hub() const { return hub_; }
+  const std::string& Next() const { return next_; }
+
+ private:
+  Exit status_;
+  std::string hub_;
+  std::string next_;
+};
+
+}  // namespace qzhid

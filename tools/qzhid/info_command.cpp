@@ -1,0 +1,79 @@
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "qzhid/commands.h"
+#include "qzhid/options.h"
+#include "qzhid/state.h"
+
+namespace qzhid {
+
+namespace {
+
+constexpr std::uint32_t kLines = 24;
+
+std::string AsText(const std::string& text) { return text; }
+std::string AsText(std::uint32_t number) { return std::to_string(number); }
+
+template <typename Item>
+std::string Join(const std::vector<Item>& items) {
+  std::string all;
+  for (const Item& item : items) all += (all.empty() ? "" : ", ") + AsText(item);
+  return all.empty() ? "none" : all;
+}
+
+// The numbers of the lines that are high; no value when the hub does not tell.
+std::optional<std::vector<std::uint32_t>> HighLines(Host& host, const OpenHub& hub) {
+  std::vector<std::uint32_t> high;
+  for (std::uint32_t line = 0; line < kLines; ++line) {
+    std::uint8_t level = 0;
+    if (host.Api().HidGPIOR(hub.Handle(), line, &level, sizeof(level)) != 0) return std::nullopt;
+    if (level != 0) high.push_back(line);
+  }
+  return high;
+}
+
+std::optional<std::uint8_t> FlashStatus(Host& host, const OpenHub& hub) {
+  std::uint8_t status = 0;
+  if (host.Api().HidI2CBlockStatus(hub.Handle(), &status) != 0) return std::nullopt;
+  return status;
+}
+
+void ShowInfo(Host& host, const std::string& wanted) {
+  const Hub hub = PickHub(host, wanted);
+  const HubState state = ReadState(host, hub);
+  const OpenHub open(host, hub);
+  const auto high = HighLines(host, open);
+  const auto flash = FlashStatus(host, open);
+  nlohmann::ordered_json object = ToJson(hub);
+  object["locations"] = hub.locations;
+  object["hardware_ids"] = hub.hardwareIds;
+  object["hub_vid"] = IdText(state.vid);
+  object["hub_pid"] = IdText(state.pid);
+  object["runs"] = state.version ? "firmware" : "loader";
+  object["version"] = state.version ? nlohmann::json(state.Text()) : nlohmann::json();
+  object["gpio_high"] = high ? nlohmann::json(*high) : nlohmann::json();
+  object["flash_status"] = flash ? nlohmann::json(*flash) : nlohmann::json();
+  host.Report(object,
+              Columns({{"instance", std::to_string(hub.instance)},
+                       {"HID VID:PID", hub.vid + ":" + hub.pid},
+                       {"hub VID:PID", IdText(state.vid) + ":" + IdText(state.pid)},
+                       {"level, port", std::to_string(hub.level) + ", " + std::to_string(hub.port)},
+                       {"location", Join(hub.locations)},
+                       {"hardware ids", Join(hub.hardwareIds)},
+                       {"runs", state.version ? "firmware " + state.Text() : state.Text()},
+                       {"GPIO high", high ? Join(*high) : "not readable"},
+                       {"flash status", flash ? std::to_string(*flash) : "not readable"}}));
+}
+
+}  // namespace
+
+void AddInfoCommand(CLI::App& app, Host& host) {
+  CLI::App* command = app.add_subcommand("info", "show everything that can be read of a hub");
+  const auto hub = std::make_shared<std::string>();
+  AddHub(*command, "HUB", *hub);
+  AddExamples(*command,
+              {"qzhid info", "qzhid info 2E7C:0818", "qzhid info 'USB(3)#USB(1)' --json"});
+  command->callback([&host, hub] { ShowInfo(host, *hub); });
+}
+
+}  // namespace qzhid

@@ -1,0 +1,64 @@
+// A host for the command line: finds, shows and services hubs through the library.
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+
+#include "qzhid/commands.h"
+#include "qzhid/host.h"
+#include "qzhid/options.h"
+
+namespace {
+
+void AddGlobalOptions(CLI::App& app, qzhid::Options& options) {
+  CLI::Option* library =
+      app.add_option("--library", options.library, "use the library in this file");
+  app.add_flag("--virtual", options.isVirtual, "use the virtual library beside this program's")
+      ->excludes(library);
+  CLI::Option* log = app.add_option("--log", options.log, "log to this file");
+  app.add_option("--log-level", options.logLevel, "0 everything (default) to 3 failures only")
+      ->check(CLI::Range(0, 3))
+      ->needs(log);
+  app.add_flag("--json", options.isJson, "print the result as one JSON object");
+  app.add_flag("--quiet", options.isQuiet, "print errors only");
+  app.add_flag("--no-color", options.isPlain, "no colours, no moving progress bar");
+  app.add_flag("--verbose", options.isVerbose, "show the log's last failures behind an error");
+}
+
+int Run(int argc, char** argv, qzhid::Host& host) {
+  CLI::App app("Finds, shows and services USB hubs", "qzhid");
+  app.set_version_flag("--version", "qzhid " QZHID_VERSION);
+  app.require_subcommand(1);
+  app.fallthrough();
+  AddGlobalOptions(app, host.Settings());
+  qzhid::AddListCommand(app, host);
+  qzhid::AddInfoCommand(app, host);
+  qzhid::AddImageCommand(app, host);
+  qzhid::AddUpdateCommand(app, host);
+  qzhid::AddRecoverCommand(app, host);
+  qzhid::AddGpioCommand(app, host);
+  qzhid::AddI2cCommand(app, host);
+  qzhid::AddFlashCommand(app, host);
+  qzhid::AddExamples(app, {"qzhid list", "qzhid update --image new.bin", "qzhid info --virtual"});
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& asked) {
+    return app.exit(asked);
+  } catch (const CLI::ParseError& error) {
+    return host.Report(
+        qzhid::Failure(qzhid::Exit::WrongUse, error.what(), "", "see 'qzhid --help'"));
+  }
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  qzhid::Host host;
+  try {
+    return Run(argc, argv, host);
+  } catch (const qzhid::Failure& failure) {
+    return host.Report(failure);
+  } catch (const std::exception& error) {
+    return host.Report(qzhid::Failure(qzhid::Exit::Failed, error.what(), "", "repeat the command"));
+  }
+}

@@ -1,0 +1,68 @@
+#include "qzhid/options.h"
+
+#include <algorithm>
+#include <iostream>
+
+#include "qzhid/failure.h"
+#include "qzhid/system.h"
+
+namespace qzhid {
+
+CLI::Option* AddId(CLI::App& command, const std::string& name, std::uint32_t& id,
+                   const std::string& meaning) {
+  const auto check = [](const std::string& text) {
+    const std::string plain = text.starts_with("0x") ? text.substr(2) : text;
+    const bool isGood = !plain.empty() && plain.size() <= 4 &&
+                        plain.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+    return isGood ? std::string() : "'" + text + "' is not one to four hexadecimal digits";
+  };
+  const auto take = [&id](const std::string& text) {
+    id = static_cast<std::uint32_t>(std::stoul(text, nullptr, 16));
+  };
+  return command.add_option_function<std::string>(name, take, meaning)
+      ->check(CLI::Validator(check, "HEX"));
+}
+
+CLI::Option* AddHub(CLI::App& command, const std::string& name, std::string& hub) {
+  return command.add_option(name, hub,
+                            "instance, VID:PID, location or its end; default the only hub");
+}
+
+void AddData(CLI::App& command, std::vector<std::string>& words, std::string& file) {
+  CLI::Option* data = command.add_option("DATA", words, "bytes in hexadecimal, as in 01a0ff");
+  command.add_option("--file", file, "take the bytes from this file, - for standard input")
+      ->excludes(data);
+}
+
+void AddExamples(CLI::App& command, const std::vector<std::string>& examples) {
+  std::string text = "Examples:";
+  for (const std::string& example : examples) text += "\n  " + example;
+  command.footer(text);
+}
+
+std::string Columns(const std::vector<std::pair<std::string, std::string>>& rows) {
+  std::size_t width = 0;
+  for (const auto& row : rows) width = std::max(width, row.first.size());
+  std::string text;
+  for (const auto& [name, value] : rows) {
+    text += name;
+    text.append(width + 2 - name.size(), ' ');
+    text += value;
+    text += '\n';
+  }
+  return text;
+}
+
+void Confirm(const std::string& question, const std::string& hub) {
+  if (!system::IsTerminal(system::Stream::Input)) {
+    throw Failure(Exit::WrongUse, "there is no terminal to ask on", hub,
+                  "add --yes to go on without being asked");
+  }
+  std::cerr << question + " [y/N] " << std::flush;  // in one piece, whatever is typed meanwhile
+  std::string answer;
+  std::getline(std::cin, answer);
+  if (answer == "y" || answer == "Y" || answer == "yes") return;
+  throw Failure(Exit::Failed, "not done because the answer was no", hub, "answer y, or add --yes");
+}
+
+}  // namespace qzhid

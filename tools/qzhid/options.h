@@ -1,0 +1,31 @@
+// Kinds of options that several commands have.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace qzhid {
+
+/// A vendor or product id: one to four hexadecimal digits, with or without "0x".
+CLI::Option* AddId(CLI::App& command, const std::string& name, std::uint32_t& id,
+                   const std::string& meaning);
+
+/// The hub that a command works on, as an argument ("HUB") or an option ("--hub").
+CLI::Option* AddHub(CLI::App& command, const std::string& name, std::string& hub);
+
+/// Bytes to write, as words in hexadecimal or in a file.
+void AddData(CLI::App& command, std::vector<std::string>& words, std::string& file);
+
+/// Examples behind the command's help.
+void AddExamples(CLI::App& command, const std::vector<std::string>& examples);
+
+/// Names in front of values, in columns.
+std::string Columns(const std::vector<std::pair<std::string, std::string>>& rows);
+
+/// Asks on the terminal and returns when the answer is yes. Throws Failure for any other answer,
+/// and when there is no terminal to ask on; `hub` names the hub concerned.
+void Confirm(const std::string& question, const std::string& hub);
+
+}  // namespace qzhid

@@ -1,0 +1,18 @@
+#include "qzhid/state.h"
+
+namespace qzhid {
+
+HubState ReadState(Host& host, const Hub& hub) {
+  HubState state;
+  if (host.Api().GetHubVIDPIDFromHidDevice(hub.instance, &state.vid, &state.pid) == 0) {
+    throw Failure(Exit::HubLost, "the hub does not answer", hub.Name(),
+                  "unplug it, plug it in again and repeat the command");
+  }
+  const OpenHub open(host, hub);
+  std::uint16_t version = 0;
+  // The hub has just answered: what has no version now is the loader.
+  if (host.Api().ReadDevVersion(open.Handle(), &version) != 0) state.version = version;
+  return state;
+}
+
+}  // namespace qzhid

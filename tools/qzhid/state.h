@@ -1,0 +1,23 @@
+// What a hub says of itself.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "qzhid/hubs.h"
+
+namespace qzhid {
+
+struct HubState {
+  std::uint32_t vid =
+      0;  ///< from the status block; in the loader they may differ from the firmware's
+  std::uint32_t pid = 0;
+  std::optional<std::uint16_t> version;  ///< none in the loader
+
+  std::string Text() const { return version ? VersionText(*version) : "loader"; }
+};
+
+/// Asks a hub of the last list. Throws Failure when it does not answer.
+HubState ReadState(Host& host, const Hub& hub);
+
+}  // namespace qzhid

@@ -1,0 +1,52 @@
+#include "qzhid/system.h"
+
+#include <fcntl.h>
+#include <io.h>
+#include <windows.h>
+
+#include <array>
+#include <cstring>
+
+namespace qzhid::system {
+
+std::vector<std::string> LibraryFiles(const std::filesystem::path& folder, bool isVirtual) {
+  const std::filesystem::path place = isVirtual ? folder / "virtual" : folder;
+  return {(place / "QzHidAPI.dll").string()};
+}
+
+std::filesystem::path ProgramFolder() {
+  std::array<wchar_t, 32768> path{};
+  const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+  return std::filesystem::path(std::wstring(path.data(), length)).parent_path();
+}
+
+void* LoadLibraryFile(const std::string& file, std::string& reason) {
+  HMODULE library = LoadLibraryA(file.c_str());
+  if (library == nullptr) reason = file + ": system error " + std::to_string(GetLastError());
+  return reinterpret_cast<void*>(library);
+}
+
+void* FindFunction(void* library, const char* name) {
+  return reinterpret_cast<void*>(GetProcAddress(reinterpret_cast<HMODULE>(library), name));
+}
+
+bool IsTerminal(Stream stream) { return _isatty(static_cast<int>(stream)) != 0; }
+
+void PassBytesUnchanged(Stream stream) { _setmode(static_cast<int>(stream), _O_BINARY); }
+
+void WriteFromSignal(const char* text) {
+  _write(static_cast<int>(Stream::Errors), text, static_cast<unsigned>(std::strlen(text)));
+}
+
+void OutliveReaders() {}  // a broken pipe is an ordinary error here
+
+std::filesystem::path MakePrivateFolder() {
+  // The temporary folder is the user's own here.
+  std::error_code error;
+  const std::filesystem::path folder =
+      std::filesystem::temp_directory_path(error) /
+      ("qzhid-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(GetTickCount64()));
+  return std::filesystem::create_directory(folder, error) ? folder : std::filesystem::path();
+}
+
+}  // namespace qzhid::system
