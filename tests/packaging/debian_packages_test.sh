@@ -1,10 +1,9 @@
 #!/bin/sh
-# debian_packages_test.sh CPACK BUILD VERSION TOOL...: the Debian packages of the build folder hold
+# debian_packages_test.sh CPACK BUILD VERSION: the Debian packages of the build folder hold
 # what they should and depend on one another and on the system's libraries.
 set -eu
 command -v dpkg-shlibdeps > /dev/null || { echo 'skipped: no dpkg-shlibdeps'; exit 77; }
 cpack=$1 build=$2 version=$3
-shift 3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 "$cpack" --config "$build/CPackConfig.cmake" -B "$work" > "$work/log" 2>&1 ||
@@ -56,7 +55,8 @@ END
 field libqzhidapi-dev Depends "^libqzhidapi1 \(= $version\)\$"
 
 contents qzhidapi-tools << END
-$(printf 'usr/bin/%s\n' "$@")
+usr/bin/qzhid
+usr/bin/qzhub
 usr/lib/udev/rules.d/70-qzhidapi.rules
 usr/share/doc/qzhidapi-tools/copyright
 END
