@@ -27,9 +27,11 @@ void StoreText(QZ_Utf16* field, std::size_t units, const std::wstring& text) {
 std::wstring ReadText(const QZ_Utf16* field, std::size_t units) {
   std::wstring text;
   for (std::size_t i = 0; i < units && field[i] != 0; ++i) {
-    char32_t code = field[i];
-    if (kJoinsPairs && IsHigh(code) && i + 1 < units && IsLow(field[i + 1])) {
-      code = 0x10000 + ((code - 0xD800) << 10) + (field[++i] - 0xDC00u);
+    auto code = static_cast<char32_t>(field[i]);
+    const auto next = static_cast<char32_t>(i + 1 < units ? field[i + 1] : 0);
+    if (kJoinsPairs && IsHigh(code) && IsLow(next)) {
+      code = 0x10000 + ((code - 0xD800) << 10) + (next - 0xDC00);
+      ++i;
     }
     text += static_cast<wchar_t>(code);
   }
