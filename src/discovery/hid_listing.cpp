@@ -7,8 +7,8 @@
 #include "discovery/hid_find.h"
 #include "discovery/record_text.h"
 #include "log/msg.h"
+#include "platform/ascii.h"
 #include "platform/platform.h"
-#include "transport/ascii.h"
 
 namespace qzhid {
 

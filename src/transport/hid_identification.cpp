@@ -2,8 +2,8 @@
 #include <algorithm>
 
 #include "log/msg.h"
+#include "platform/ascii.h"
 #include "platform/library_folder.h"
-#include "transport/ascii.h"
 #include "transport/hid_transfers.h"
 
 namespace qzhid {

@@ -13,6 +13,10 @@ namespace {
 constexpr std::size_t kShownFailures = 5;
 constexpr int kFailuresOnly = 3;
 
+void Print(const nlohmann::ordered_json& object) {
+  std::cout << object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+}
+
 }  // namespace
 
 Host::~Host() {
@@ -25,9 +29,9 @@ Host::~Host() {
 
 const Library& Host::Api() {
   if (!library_) {
-    library_ = LoadLibrary(options_.library.empty()
+    library_ = LoadLibrary(options_.libraryFile.empty()
                                ? system::LibraryFiles(system::ProgramFolder(), options_.isVirtual)
-                               : std::vector<std::string>{options_.library});
+                               : std::vector<std::string>{options_.libraryFile});
     StartLog();
   }
   return *library_;
@@ -55,7 +59,7 @@ void Host::StartLog() {
 
 void Host::Report(const nlohmann::ordered_json& object, const std::string& text) const {
   if (options_.isJson) {
-    std::cout << object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+    Print(object);
   } else if (!options_.isQuiet) {
     std::cout << text;
   }
@@ -73,12 +77,11 @@ int Host::Report(const Failure& failure) {
     for (const std::string& line : LastFailures()) std::cerr << "  log: " << line << '\n';
   }
   if (options_.isJson) {
-    const nlohmann::ordered_json object = {{"error",
-                                            {{"status", status},
-                                             {"what", failure.what()},
-                                             {"hub", failure.Hub()},
-                                             {"next", failure.Next()}}}};
-    std::cout << object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+    Print({{"error",
+            {{"status", status},
+             {"what", failure.what()},
+             {"hub", failure.Hub()},
+             {"next", failure.Next()}}}});
   }
   return status;
 }

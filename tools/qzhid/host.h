@@ -13,7 +13,7 @@
 namespace qzhid {
 
 struct Options {
-  std::string library;
+  std::string libraryFile;
   bool isVirtual = false;
   std::string log;
   int logLevel = 0;

@@ -14,8 +14,7 @@ namespace qzhub {
 using virtualhub::Bytes;
 using virtualhub::ByteView;
 
-// ---- Before a device is imported
-// -----------------------------------------------------------------
+// ---- Before a device is imported ----------------------------------------------------------------
 
 inline constexpr std::size_t kOpHeaderSize = 8;
 inline constexpr std::size_t kBusidSize = 32;  ///< a text and zeros; follows an import request
@@ -49,8 +48,7 @@ Bytes EncodeListEntry(const ExportPlace& place, const virtualhub::BusDevice& dev
 Bytes EncodeImported(const ExportPlace& place, const virtualhub::BusDevice& device);
 Bytes EncodeImportRefused(OpStatus status);
 
-// ---- With an imported device
-// ---------------------------------------------------------------------
+// ---- With an imported device --------------------------------------------------------------------
 
 inline constexpr std::size_t kCommandSize = 48;
 /// Longest data stage: that of a control transfer.

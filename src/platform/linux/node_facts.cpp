@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "platform/ascii.h"
 #include "platform/linux/sysfs.h"
 #include "platform/linux/sysfs_names.h"
 
@@ -47,9 +48,7 @@ std::uint32_t ReadSpeed(const CSysfsFolder& rootHub) {
 bool IsUsableInId(const std::string& serial) {
   const auto isPlain = [](char c) { return c > ' ' && c <= '~' && c != '\\' && c != ','; };
   std::string upper = serial;
-  for (char& c : upper) {
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  }
+  UpperCase(upper);
   return !serial.empty() && serial.size() <= 126 &&
          std::all_of(serial.begin(), serial.end(), isPlain) &&
          upper.find("ROOT") == std::string::npos;
