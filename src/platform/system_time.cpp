@@ -1,5 +1,6 @@
 #include "platform/system_time.h"
 
+#include <chrono>
 #include <ctime>
 
 namespace qzhid::platform {
@@ -13,6 +14,13 @@ LocalTime SystemLocalTime() {
   localtime_r(&seconds, &now);
 #endif
   return {now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min, now.tm_sec};
+}
+
+std::uint64_t SystemClockMs() {
+  using Clock = std::chrono::steady_clock;
+  static const Clock::time_point start = Clock::now();
+  const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+  return static_cast<std::uint64_t>(elapsed.count());
 }
 
 }  // namespace qzhid::platform

@@ -10,13 +10,9 @@ extern "C" {
 #include <memory>
 
 namespace platform = qzhid::platform;
+using doubles::Answer;
 
 namespace {
-
-BOOLEAN Answer(const platform::Status& status) {
-  if (!status) SetLastError(status.code);
-  return status.ok;
-}
 
 const platform::HidDevice& DeviceOf(HANDLE handle) {
   return doubles::OpenFiles::Instance().DeviceOf(handle);

@@ -16,6 +16,12 @@
 
 namespace doubles {
 
+/// What a service of the system returns: whether it worked, and if not, the code as the last error.
+inline bool Answer(const qzhid::platform::Status& status) {
+  if (!status) SetLastError(status.code);
+  return status.ok;
+}
+
 /// Any thread may use it.
 class OpenFiles {
  public:

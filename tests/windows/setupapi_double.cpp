@@ -9,13 +9,9 @@
 #include <memory>
 
 namespace platform = qzhid::platform;
+using doubles::Answer;
 
 namespace {
-
-BOOL Answer(const platform::Status& status) {
-  if (!status) SetLastError(status.code);
-  return status.ok;
-}
 
 BOOL Refuse(DWORD code) { return Answer(platform::Status::Failure(code)); }
 

@@ -30,12 +30,7 @@ void SleepMs(std::uint32_t milliseconds) {
   std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
-std::uint64_t ClockMs() {
-  using Clock = std::chrono::steady_clock;
-  static const Clock::time_point start = Clock::now();
-  const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
-  return static_cast<std::uint64_t>(elapsed.count());
-}
+std::uint64_t ClockMs() { return SystemClockMs(); }
 
 LocalTime GetLocalTime() { return SystemLocalTime(); }
 
