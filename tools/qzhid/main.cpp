@@ -38,16 +38,19 @@ int Run(int argc, char** argv, qzhid::Host& host) {
   qzhid::AddGpioCommand(app, host);
   qzhid::AddI2cCommand(app, host);
   qzhid::AddFlashCommand(app, host);
+  qzhid::AddDoctorCommand(app, host);
   qzhid::AddExamples(app, {"qzhid list", "qzhid update --image new.bin", "qzhid info --virtual"});
+  app.footer(app.get_footer() +
+             "\nExit status: 0 done, 1 failed, 2 usage, 3 no such hub, 4 permission, "
+             "5 image refused, 6 hub lost");
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& asked) {
     return app.exit(asked);
   } catch (const CLI::ParseError& error) {
-    return host.Report(
-        qzhid::Failure(qzhid::Exit::WrongUse, error.what(), "", "see 'qzhid --help'"));
+    host.Report(qzhid::Failure(qzhid::Exit::WrongUse, error.what(), "", "see 'qzhid --help'"));
   }
-  return 0;
+  return host.Status();
 }
 
 }  // namespace
@@ -57,8 +60,9 @@ int main(int argc, char** argv) {
   try {
     return Run(argc, argv, host);
   } catch (const qzhid::Failure& failure) {
-    return host.Report(failure);
+    host.Report(failure);
   } catch (const std::exception& error) {
-    return host.Report(qzhid::Failure(qzhid::Exit::Failed, error.what(), "", "repeat the command"));
+    host.Report(qzhid::Failure(qzhid::Exit::Failed, error.what(), "", "repeat the command"));
   }
+  return host.Status();
 }
