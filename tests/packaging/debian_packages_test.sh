@@ -58,7 +58,11 @@ contents qzhidapi-tools << END
 usr/bin/qzhid
 usr/bin/qzhub
 usr/lib/udev/rules.d/70-qzhidapi.rules
+usr/share/bash-completion/completions/qzhid
 usr/share/doc/qzhidapi-tools/copyright
+usr/share/man/man1/qzhid.1.gz
+usr/share/man/man1/qzhub.1.gz
+usr/share/zsh/vendor-completions/_qzhid
 END
 field qzhidapi-tools Depends "libqzhidapi1 \(= $version\), .*\<libc6 \("
 exit $failures
