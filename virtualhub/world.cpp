@@ -1,9 +1,11 @@
 #include "virtualhub/world.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <iostream>
 #include <limits>
 #include <stdexcept>
+#include <utility>
 
 #include "virtualhub/state_file.h"
 
@@ -61,17 +63,24 @@ void World::LoadState(Device& device) {
   if (stateFolder_.empty() || !device.hub) return;
   const auto file = StateFilePath(stateFolder_, device.config.name);
   const std::string problem = LoadStateFile(file, *device.hub);
-  if (!problem.empty()) {
-    std::cerr << "virtualhub: " << file.string() << ": " << problem
-              << "; the hub starts with the image of the scenario\n";
+  if (problem.empty()) {
+    device.savedFlash = device.hub->SaveFlash();
+    return;
   }
+  std::cerr << "virtualhub: " << file.string() << ": " << problem
+            << "; the hub starts with the image of the scenario\n";
 }
 
 void World::SaveState(Device& device) {
   if (stateFolder_.empty() || !device.hub) return;
   const auto file = StateFilePath(stateFolder_, device.config.name);
+  // What did not change here may have been changed by another process meanwhile.
+  Bytes flash = device.hub->SaveFlash();
+  if (flash == device.savedFlash && std::filesystem::exists(file)) return;
   const std::string problem = SaveStateFile(file, *device.hub);
-  if (!problem.empty()) {
+  if (problem.empty()) {
+    device.savedFlash = std::move(flash);
+  } else {
     std::cerr << "virtualhub: " << file.string() << ": " << problem << '\n';
   }
 }

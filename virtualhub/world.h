@@ -131,6 +131,7 @@ class World {
     UsbIds ids;  ///< as of its last arrival
     std::optional<std::uint64_t> leaveAtUs, returnAtUs;
     std::uint64_t readyAtUs = 0;
+    Bytes savedFlash;  ///< as it was last loaded or saved
   };
 
   Result BeginCall(std::string_view service, DevInst node);

@@ -6,9 +6,9 @@ machine "$(hub ', "gpio_high": [3, 5]'),
   {\"name\": \"rom\", \"port\": \"2\", \"running\": \"rom\", \"rom\": {\"pid\": \"0x0810\"}},
   {\"name\": \"pad\", \"kind\": \"other\", \"port\": \"5\", \"vid\": \"0x045E\", \"pid\": \"0x0750\"}"
 golden list <<END
-INSTANCE    VID:PID    LEVEL  PORT  LOCATION
-5           2E7C:0818  2      1     $usb
-7           2E7C:0810  1      2     PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(2)
+INSTANCE    VID:PID     LEVEL       PORT        LOCATION
+5           2E7C:0818   2           1           $usb
+7           2E7C:0810   1           2           PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(2)
 END
 golden list --vid 45e --pid 0x750 --json <<END
 {

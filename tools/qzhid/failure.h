@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace qzhid {
 
@@ -20,10 +21,15 @@ class Failure : public std::runtime_error {
   const std::string& Hub() const { return hub_; }
   const std::string& Next() const { return next_; }
 
+  /// The log's last failures, where they stand elsewhere than in this process's log.
+  const std::vector<std::string>& Log() const { return log_; }
+  void SetLog(std::vector<std::string> lines) { log_ = std::move(lines); }
+
  private:
   Exit status_;
   std::string hub_;
   std::string next_;
+  std::vector<std::string> log_;
 };
 
 }  // namespace qzhid

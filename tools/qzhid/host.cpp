@@ -1,5 +1,7 @@
 #include "qzhid/host.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -20,11 +22,22 @@ void Print(const nlohmann::ordered_json& object) {
 }  // namespace
 
 Host::~Host() {
+  Release();
   if (temporary_.empty()) return;
-  // Windows removes no open file, and the library keeps its log open: what stays is one short file.
-  library_->ConfigLog(0, kFailuresOnly);
   std::error_code error;
   std::filesystem::remove_all(temporary_, error);
+}
+
+void Host::Release() {
+  if (!library_) return;
+  library_->ConfigLog(0, kFailuresOnly);
+  system::UnloadLibraryFile(library_->file);
+  library_.reset();
+}
+
+const std::filesystem::path& Host::Temporary() {
+  if (temporary_.empty()) temporary_ = system::MakePrivateFolder();
+  return temporary_;
 }
 
 const Library& Host::Api() {
@@ -38,23 +51,40 @@ const Library& Host::Api() {
 }
 
 void Host::StartLog() {
-  int level = options_.logLevel;
+  const bool isWanted = !options_.log.empty() || options_.isVerbose;
   if (!options_.log.empty()) {
     logFile_ = std::filesystem::absolute(options_.log);
-  } else if (options_.isVerbose) {
-    temporary_ = system::MakePrivateFolder();
-    if (!temporary_.empty()) logFile_ = temporary_ / "log.txt";
-    level = kFailuresOnly;
+  } else if ((isWanted || system::kThreadsStartLog) && !Temporary().empty()) {
+    // Also where the library may start to log on its own: beside it is no place for that.
+    logFile_ = Temporary() / "log.txt";
   }
-  if (logFile_.empty()) {
-    library_->ConfigLog(0, kFailuresOnly);
-    return;
-  }
-  if (library_->SetLogPath(logFile_.string().c_str()) == 0) {
+  if (!logFile_.empty() && library_->SetLogPath(logFile_.string().c_str()) == 0) {
     throw Failure(Exit::Failed, "the log " + logFile_.string() + " cannot be written", "",
                   "name a file in a folder that you may write");
   }
-  library_->ConfigLog(1, level);
+  const int level = options_.logLevel.value_or(options_.isVerbose ? kFailuresOnly : 0);
+  library_->ConfigLog(isWanted && !logFile_.empty() ? 1 : 0, level);
+}
+
+std::vector<std::string> Host::Arguments(const std::string& log) const {
+  std::vector<std::string> arguments;
+  if (options_.isVirtual) arguments.push_back("--virtual");
+  if (options_.isVerbose) arguments.push_back("--verbose");
+  if (!options_.libraryFile.empty()) arguments.push_back("--library=" + options_.libraryFile);
+  if (options_.log.empty()) return arguments;
+  arguments.push_back("--log=" + log);
+  if (options_.logLevel) arguments.push_back("--log-level=" + std::to_string(*options_.logLevel));
+  return arguments;
+}
+
+void Host::TakeLog(const std::string& log) {
+  if (log.empty()) return;
+  std::ifstream part(log, std::ios::binary);
+  std::ofstream whole(logFile_, std::ios::binary | std::ios::app);
+  if (part.is_open() && part.peek() != std::ifstream::traits_type::eof()) whole << part.rdbuf();
+  part.close();
+  std::error_code error;
+  std::filesystem::remove(log, error);
 }
 
 void Host::Report(const nlohmann::ordered_json& object, const std::string& text) const {
@@ -67,42 +97,57 @@ void Host::Report(const nlohmann::ordered_json& object, const std::string& text)
   if (!std::cout) throw Failure(Exit::Failed, "the result cannot be written", "", "free its disk");
 }
 
-int Host::Report(const Failure& failure) {
-  const int status = static_cast<int>(failure.Status());
+void Host::Show(const Failure& failure) {
+  if (status_ != Exit::Done && status_ != failure.Status()) {
+    status_ = Exit::Failed;
+  } else {
+    status_ = failure.Status();
+  }
   const bool isRed = IsColourful();
   std::cerr << (isRed ? "\x1b[31mqzhid:\x1b[0m " : "qzhid: ");
   if (!failure.Hub().empty()) std::cerr << "hub " << failure.Hub() << ": ";
   std::cerr << failure.what() << "; " << failure.Next() << '\n';
-  if (options_.isVerbose) {
-    for (const std::string& line : LastFailures()) std::cerr << "  log: " << line << '\n';
+  if (!options_.isVerbose) return;
+  for (const std::string& line : failure.Log().empty() ? LastFailures() : failure.Log()) {
+    std::cerr << "  log: " << line << '\n';
   }
-  if (options_.isJson) {
-    Print({{"error",
-            {{"status", status},
-             {"what", failure.what()},
-             {"hub", failure.Hub()},
-             {"next", failure.Next()}}}});
-  }
-  return status;
+}
+
+void Host::Report(const Failure& failure) {
+  Show(failure);
+  if (options_.isJson) Print({{"error", ToJson(failure)}});
 }
 
 bool Host::IsColourful() const {
   const char* unwanted = std::getenv("NO_COLOR");
   return !options_.isPlain && (unwanted == nullptr || *unwanted == '\0') &&
-         system::IsTerminal(system::Stream::Errors);
+         system::DrawableTerminal().columns > 0;
 }
 
 std::vector<std::string> Host::LastFailures() const {
-  // Lines carry no level: a log that was asked for at a lower level shows its last lines of any.
+  // What the log holds at the level of failures although nothing failed. At a lower level that the
+  // user has asked for, lines of any level are shown: they do not tell theirs.
+  constexpr std::array kNoFailures{"Notify Progress", "Write I2C Speed",
+                                   "Frequency reduction Result is 0"};
   std::vector<std::string> lines;
   std::ifstream file(logFile_);
   for (std::string line; std::getline(file, line);) {
-    if (!line.empty()) lines.push_back(line);
+    const bool isFailure =
+        std::none_of(kNoFailures.begin(), kNoFailures.end(),
+                     [&line](const char* text) { return line.find(text) != std::string::npos; });
+    if (!line.empty() && isFailure) lines.push_back(line);
   }
   if (lines.size() > kShownFailures) {
     lines.erase(lines.begin(), lines.end() - static_cast<std::ptrdiff_t>(kShownFailures));
   }
   return lines;
+}
+
+nlohmann::ordered_json ToJson(const Failure& failure) {
+  return {{"status", static_cast<int>(failure.Status())},
+          {"what", failure.what()},
+          {"hub", failure.Hub()},
+          {"next", failure.Next()}};
 }
 
 }  // namespace qzhid

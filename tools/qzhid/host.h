@@ -12,11 +12,13 @@
 
 namespace qzhid {
 
+nlohmann::ordered_json ToJson(const Failure& failure);
+
 struct Options {
   std::string libraryFile;
   bool isVirtual = false;
   std::string log;
-  int logLevel = 0;
+  std::optional<int> logLevel;  ///< as the user wants it
   bool isJson = false;
   bool isQuiet = false;
   bool isPlain = false;
@@ -39,18 +41,40 @@ class Host {
   /// a newline; the text not with --quiet.
   void Report(const nlohmann::ordered_json& object, const std::string& text) const;
 
-  /// One line on standard error, with --verbose the log's last failure lines behind it, with
-  /// --json an object on standard output. Returns the exit status.
-  int Report(const Failure& failure);
+  /// One line on standard error, with --verbose the log's last failure lines behind it. The exit
+  /// status becomes the failure's, or Failed when another kind of failure was shown before.
+  void Show(const Failure& failure);
+
+  /// Shows what ended the command; with --json also an object on standard output.
+  void Report(const Failure& failure);
+
+  /// What the program ends with.
+  int Status() const { return static_cast<int>(status_); }
+
+  /// The arguments that make another process use the same library, and log to `log` where this one
+  /// logs to a file.
+  std::vector<std::string> Arguments(const std::string& log) const;
+
+  /// Appends another process's log to this one's and removes it. For when the library is released.
+  void TakeLog(const std::string& log);
+
+  /// Lets go of the library and its log, until Api is called again.
+  void Release();
+
+  /// A folder for files of this run, which are removed with it; empty when there can be none.
+  const std::filesystem::path& Temporary();
+
+  /// The last failures in this process's log.
+  std::vector<std::string> LastFailures() const;
 
   /// Colours and moving bars on standard error are welcome.
   bool IsColourful() const;
 
  private:
   void StartLog();
-  std::vector<std::string> LastFailures() const;
 
   Options options_;
+  Exit status_ = Exit::Done;
   std::optional<Library> library_;
   std::filesystem::path logFile_;
   std::filesystem::path temporary_;

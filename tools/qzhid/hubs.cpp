@@ -93,6 +93,21 @@ void CheckPermission(Host& host) {
                 "get permission for it (on Linux: the udev rule) or end the program that has it");
 }
 
+namespace {
+
+[[noreturn]] void MissHub(Host& host, const std::string& what) {
+  CheckPermission(host);
+  throw Failure(Exit::NoSuchHub, what, "", "see 'qzhid list' for the hubs that are attached");
+}
+
+}  // namespace
+
+std::vector<Hub> AllHubs(Host& host) {
+  std::vector<Hub> hubs = ListHubs(host);
+  if (hubs.empty()) MissHub(host, "no hub is attached");
+  return hubs;
+}
+
 Hub PickHub(Host& host, const std::string& wanted) {
   const std::vector<Hub> hubs = ListHubs(host);
   for (const Hub& hub : hubs) {
@@ -103,10 +118,7 @@ Hub PickHub(Host& host, const std::string& wanted) {
   std::copy_if(hubs.begin(), hubs.end(), std::back_inserter(meant),
                [&wanted](const Hub& hub) { return IsMeant(hub, wanted); });
   if (meant.empty()) {
-    CheckPermission(host);
-    throw Failure(Exit::NoSuchHub,
-                  wanted.empty() ? "no hub is attached" : "no hub is '" + wanted + "'", "",
-                  "see 'qzhid list' for the hubs that are attached");
+    MissHub(host, wanted.empty() ? "no hub is attached" : "no hub is '" + wanted + "'");
   }
   if (meant.size() == 1) return meant.front();
   std::string numbers;

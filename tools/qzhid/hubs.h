@@ -43,6 +43,9 @@ void CheckPermission(Host& host);
 /// one. Throws Failure when there is none or more than one.
 Hub PickHub(Host& host, const std::string& wanted);
 
+/// All hubs; throws Failure when there is none.
+std::vector<Hub> AllHubs(Host& host);
+
 /// The list entry of a hub that may have come back under another number; null when it is away.
 const Hub* AtLocation(const std::vector<Hub>& hubs, const std::string& location);
 

@@ -15,7 +15,8 @@ constexpr std::int64_t kTwiceWithinMs = 2000;
 constexpr std::int64_t kNever = -kTwiceWithinMs - 1;
 
 std::atomic<std::int64_t> lastSignal{kNever};
-std::atomic<bool> stopWanted{false};
+std::atomic<bool> isInterrupted{false};
+std::atomic<bool> isStopWanted{false};
 
 void OnSignal(int number) {
   using std::chrono::milliseconds;
@@ -24,29 +25,26 @@ void OnSignal(int number) {
   const std::int64_t now =
       std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
           .count();
-  if (now - lastSignal.exchange(now) > kTwiceWithinMs) {
-    system::WriteFromSignal(
-        "\nqzhid: the hub must not be left now, the update goes on; a second Ctrl-C within two "
-        "seconds stops as soon as the hub can be left\n");
-    return;
-  }
-  stopWanted = true;
-  system::WriteFromSignal("\nqzhid: stopping as soon as the hub can be left\n");
+  if (now - lastSignal.exchange(now) <= kTwiceWithinMs) isStopWanted = true;
+  isInterrupted = true;
 }
 
 }  // namespace
 
-InterruptGuard::InterruptGuard()
-    : oldInterrupt_(std::signal(SIGINT, OnSignal)), oldTerminate_(std::signal(SIGTERM, OnSignal)) {
+InterruptGuard::InterruptGuard() {
   lastSignal = kNever;
-  stopWanted = false;
+  isInterrupted = isStopWanted = false;
+  for (const int number : system::kInterrupts) old_.push_back(std::signal(number, OnSignal));
 }
 
 InterruptGuard::~InterruptGuard() {
-  static_cast<void>(std::signal(SIGINT, oldInterrupt_));
-  static_cast<void>(std::signal(SIGTERM, oldTerminate_));
+  for (std::size_t i = 0; i < old_.size(); ++i) {
+    static_cast<void>(std::signal(system::kInterrupts[i], old_[i]));
+  }
 }
 
-bool InterruptGuard::IsStopWanted() { return stopWanted; }
+bool InterruptGuard::TakeInterrupt() { return isInterrupted.exchange(false); }
+
+bool InterruptGuard::IsStopWanted() { return isStopWanted; }
 
 }  // namespace qzhid

@@ -1,10 +1,11 @@
-// Ctrl-C while a hub must not be left.
+// Ctrl-C while hubs must not be left.
 #pragma once
+
+#include <vector>
 
 namespace qzhid {
 
-/// While an object of this class lives, the first interruption only tells the user that the work
-/// goes on; a second one within two seconds is remembered. One object at a time.
+/// While an object of this class lives, interruptions are only counted. One object at a time.
 class InterruptGuard {
  public:
   InterruptGuard();
@@ -12,13 +13,13 @@ class InterruptGuard {
   InterruptGuard& operator=(const InterruptGuard&) = delete;
   ~InterruptGuard();
 
-  /// The user wants to stop as soon as the hub can be left.
+  /// The user has interrupted since the last call.
+  static bool TakeInterrupt();
+  /// The user has interrupted twice within two seconds.
   static bool IsStopWanted();
 
  private:
-  using Handler = void (*)(int);
-  Handler oldInterrupt_;
-  Handler oldTerminate_;
+  std::vector<void (*)(int)> old_;
 };
 
 }  // namespace qzhid

@@ -9,11 +9,13 @@ namespace {
 
 constexpr const char* kChoose = "choose the library with --library FILE";
 
-void* LoadFirst(const std::vector<std::string>& files) {
+void LoadFirst(const std::vector<std::string>& files, Library& library) {
   std::string reasons;
   for (const std::string& file : files) {
     std::string reason;
-    if (void* library = system::LoadLibraryFile(file, reason)) return library;
+    library.path = file;
+    library.file = system::LoadLibraryFile(file, reason);
+    if (library.file != nullptr) return;
     reasons += (reasons.empty() ? "" : "; ") + reason;
   }
   throw Failure(Exit::Failed, "the library cannot be loaded (" + reasons + ")", "", kChoose);
@@ -30,8 +32,9 @@ void Bind(void* library, const char* name, Function& function) {
 }  // namespace
 
 Library LoadLibrary(const std::vector<std::string>& files) {
-  void* file = LoadFirst(files);
   Library library;
+  LoadFirst(files, library);
+  void* const file = library.file;
   Bind(file, "QZ_ListAllHidDev", library.ListAllHidDev);
   Bind(file, "QZ_ListAllHidDevByVIDPID", library.ListAllHidDevByVIDPID);
   Bind(file, "QZ_FreeDevList", library.FreeDevList);

@@ -9,6 +9,8 @@
 namespace qzhid {
 
 struct Library {
+  void* file = nullptr;  ///< as the system loaded it
+  std::string path;
   decltype(&QZ_ListAllHidDev) ListAllHidDev = nullptr;
   decltype(&QZ_ListAllHidDevByVIDPID) ListAllHidDevByVIDPID = nullptr;
   decltype(&QZ_FreeDevList) FreeDevList = nullptr;

@@ -1,5 +1,4 @@
 #include <CLI/CLI.hpp>
-#include <cstdio>
 #include <memory>
 
 #include "qzhid/commands.h"
@@ -16,24 +15,17 @@ struct ListOptions {
   bool isFiltered = false;
 };
 
-std::string Row(const std::string& instance, const std::string& ids, const std::string& level,
-                const std::string& port, const std::string& location) {
-  const auto cell = [](const std::string& text, std::size_t width) {
-    return text + std::string(text.size() < width ? width - text.size() : 1, ' ');
-  };
-  return cell(instance, 12) + cell(ids, 11) + cell(level, 7) + cell(port, 6) + location + '\n';
-}
-
 void List(Host& host, const ListOptions& options) {
   const std::vector<Hub> hubs =
       options.isFiltered ? ListDevices(host, options.vid, options.pid) : ListHubs(host);
   if (hubs.empty() && !options.isFiltered) CheckPermission(host);
   nlohmann::ordered_json object = {{"hubs", nlohmann::ordered_json::array()}};
-  std::string table = Row("INSTANCE", "VID:PID", "LEVEL", "PORT", "LOCATION");
+  std::string table = TableRow({"INSTANCE", "VID:PID", "LEVEL", "PORT"}, "LOCATION");
   for (const Hub& hub : hubs) {
     object["hubs"].push_back(ToJson(hub));
-    table += Row(std::to_string(hub.instance), hub.vid + ":" + hub.pid, std::to_string(hub.level),
-                 std::to_string(hub.port), hub.Location());
+    table += TableRow({std::to_string(hub.instance), hub.vid + ":" + hub.pid,
+                       std::to_string(hub.level), std::to_string(hub.port)},
+                      hub.Location());
   }
   host.Report(object, hubs.empty() ? "no hub is attached\n" : table);
 }

@@ -44,10 +44,9 @@ int Run(int argc, char** argv, qzhid::Host& host) {
   } catch (const CLI::Success& asked) {
     return app.exit(asked);
   } catch (const CLI::ParseError& error) {
-    return host.Report(
-        qzhid::Failure(qzhid::Exit::WrongUse, error.what(), "", "see 'qzhid --help'"));
+    host.Report(qzhid::Failure(qzhid::Exit::WrongUse, error.what(), "", "see 'qzhid --help'"));
   }
-  return 0;
+  return host.Status();
 }
 
 }  // namespace
@@ -57,8 +56,9 @@ int main(int argc, char** argv) {
   try {
     return Run(argc, argv, host);
   } catch (const qzhid::Failure& failure) {
-    return host.Report(failure);
+    host.Report(failure);
   } catch (const std::exception& error) {
-    return host.Report(qzhid::Failure(qzhid::Exit::Failed, error.what(), "", "repeat the command"));
+    host.Report(qzhid::Failure(qzhid::Exit::Failed, error.what(), "", "repeat the command"));
   }
+  return host.Status();
 }

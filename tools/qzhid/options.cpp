@@ -53,6 +53,15 @@ std::string Columns(const std::vector<std::pair<std::string, std::string>>& rows
   return text;
 }
 
+std::string TableRow(const std::vector<std::string>& cells, const std::string& last) {
+  constexpr std::size_t kWidth = 12;
+  std::string row;
+  for (const std::string& cell : cells) {
+    row += cell + std::string(cell.size() < kWidth ? kWidth - cell.size() : 1, ' ');
+  }
+  return row + last + '\n';
+}
+
 void Confirm(const std::string& question, const std::string& hub) {
   if (!system::IsTerminal(system::Stream::Input)) {
     throw Failure(Exit::WrongUse, "there is no terminal to ask on", hub,

@@ -24,6 +24,9 @@ void AddExamples(CLI::App& command, const std::vector<std::string>& examples);
 /// Names in front of values, in columns.
 std::string Columns(const std::vector<std::pair<std::string, std::string>>& rows);
 
+/// A line of a table: cells of 12 characters, and a last one of any length.
+std::string TableRow(const std::vector<std::string>& cells, const std::string& last);
+
 /// Asks on the terminal and returns when the answer is yes. Throws Failure for any other answer,
 /// and when there is no terminal to ask on; `hub` names the hub concerned.
 void Confirm(const std::string& question, const std::string& hub);

@@ -1,10 +1,10 @@
 #include "qzhid/progress.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
 #include <iostream>
-#include <utility>
 
 namespace qzhid {
 
@@ -16,9 +16,9 @@ constexpr std::int32_t kWritten = 70;
 constexpr std::int32_t kChecked = 90;
 constexpr std::int32_t kDone = 100;
 constexpr std::int32_t kLineStep = 10;
-constexpr std::int32_t kBarWidth = 30;
-
-Progress* current = nullptr;
+constexpr std::size_t kBarWidth = 30;
+constexpr std::size_t kNumbersWidth = 18;
+constexpr std::size_t kSpeedWidth = 31;
 
 const char* Phase(std::int32_t percent) {
   if (percent < kErasing) return "preparing";
@@ -30,53 +30,62 @@ const char* Phase(std::int32_t percent) {
 
 }  // namespace
 
-Progress::Progress(ProgressStyle style, std::string label, std::size_t size)
-    : style_(style), label_(std::move(label)), size_(size) {
-  current = this;
-}
-
-Progress::~Progress() {
-  current = nullptr;
-  if (style_ == ProgressStyle::Bar && shown_ >= 0) std::cerr << std::endl;
-}
-
-void Progress::Callback(std::int32_t percent) {
-  if (current != nullptr) current->Show(percent);
-}
-
-void Progress::Show(std::int32_t percent) {
-  if (percent <= shown_) return;                   // also the 0 behind a failure
-  if (percent > kWriting && shown_ <= kWriting) {  // before, the flash was erased
+bool Progress::Take(std::int32_t percent) {
+  if (percent <= percent_) return false;             // also the 0 behind a failure
+  if (percent > kWriting && percent_ <= kWriting) {  // before, the flash was erased
     writingSince_ = Clock::now();
     firstPercent_ = percent;
   }
-  shown_ = percent;
-  if (style_ == ProgressStyle::Bar) ShowBar(percent);
-  if (style_ == ProgressStyle::Lines && percent % kLineStep == 0) {
-    std::cerr << label_ << ": " << Phase(percent) << ", " << percent << " %" << std::endl;
-  }
+  percent_ = percent;
+  return percent % kLineStep == 0;
 }
 
-void Progress::ShowBar(std::int32_t percent) const {
-  const std::int32_t filled = percent * kBarWidth / kDone;
+std::string Progress::Text() const {
+  return std::string(Phase(percent_)) + ", " + std::to_string(percent_) + " %";
+}
+
+std::string Progress::Bar(const std::string& label, std::size_t columns) const {
+  const auto percent = std::max(percent_, 0);
   std::array<char, 32> numbers{};
   std::snprintf(numbers.data(), numbers.size(), " %3d %%  %-9s", static_cast<int>(percent),
                 Phase(percent));
-  std::cerr << "\r[\x1b[32m" << std::string(static_cast<std::size_t>(filled), '#') << "\x1b[0m"
-            << std::string(static_cast<std::size_t>(kBarWidth - filled), '.') << ']'
-            << numbers.data() << Speed(percent) << "\x1b[K" << std::flush;
+  // A terminal goes on to the next line behind its last column, so that stays free.
+  const std::size_t taken = label.size() + 2 + kNumbersWidth;
+  const std::size_t room = columns > taken ? columns - taken : 0;
+  if (room < kLineStep) return (label + numbers.data()).substr(0, columns > 0 ? columns - 1 : 0);
+  const std::size_t width = std::min(kBarWidth, room);
+  const std::size_t filled = static_cast<std::size_t>(percent) * width / kDone;
+  return label + "[\x1b[32m" + std::string(filled, '#') + "\x1b[0m" +
+         std::string(width - filled, '.') + ']' + numbers.data() +
+         (room >= kBarWidth + kSpeedWidth ? Speed() : "");
 }
 
-std::string Progress::Speed(std::int32_t percent) const {
+std::string Progress::Speed() const {
   const double seconds = std::chrono::duration<double>(Clock::now() - writingSince_).count();
-  if (percent <= firstPercent_ || percent <= kWriting || percent >= kWritten) return "";
+  if (percent_ <= firstPercent_ || percent_ <= kWriting || percent_ >= kWritten) return "";
   const double perPercent = static_cast<double>(size_) / (kWritten - kWriting);
-  const double rate = perPercent * (percent - firstPercent_) / seconds;
-  const auto left = std::lround(perPercent * (kWritten - percent) / rate);
+  const double rate = perPercent * (percent_ - firstPercent_) / seconds;
+  const auto left = std::lround(perPercent * (kWritten - percent_) / rate);
   std::array<char, 64> text{};
   std::snprintf(text.data(), text.size(), "  %.1f KiB/s  %ld:%02ld to write", rate / 1024,
                 left / 60, left % 60);
-  return text.data();
+  return std::string(text.data()).substr(0, kSpeedWidth);
+}
+
+std::string LiveLines::Home() const {
+  return drawn_ == 0 ? "" : "\r\x1b[" + std::to_string(drawn_) + 'A';
+}
+
+void LiveLines::Draw(const std::vector<std::string>& lines) {
+  std::string text = Home();
+  for (const std::string& line : lines) text += line + "\x1b[K\n";
+  std::cerr << text << std::flush;  // in one piece, so that nothing flickers
+  drawn_ = lines.size();
+}
+
+void LiveLines::Say(const std::string& line) {
+  std::cerr << Home() + "\x1b[J" + line + '\n' << std::flush;
+  drawn_ = 0;
 }
 
 }  // namespace qzhid

@@ -1,40 +1,51 @@
-// Progress of an update on standard error.
+// Progress of updates on standard error.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace qzhid {
 
-enum class ProgressStyle { None, Lines, Bar };
-
-/// Shows what the library reports. One object at a time: the library passes no context.
+/// How far the update of one hub is.
 class Progress {
  public:
-  /// `size` is that of the image in bytes, `label` stands in front of each plain line.
-  Progress(ProgressStyle style, std::string label, std::size_t size);
-  Progress(const Progress&) = delete;
-  Progress& operator=(const Progress&) = delete;
-  ~Progress();
+  /// `size` is that of the image in bytes.
+  explicit Progress(std::size_t size) : size_(size) {}
 
-  /// What QZ_UpdateDev calls.
-  static void Callback(std::int32_t percent);
+  /// Takes what the library reports; whether that is news worth a line of its own.
+  bool Take(std::int32_t percent);
+
+  /// As in "writing, 40 %".
+  std::string Text() const;
+  /// A bar behind a label, for a terminal of that width.
+  std::string Bar(const std::string& label, std::size_t columns) const;
 
  private:
   using Clock = std::chrono::steady_clock;
 
-  void Show(std::int32_t percent);
-  void ShowBar(std::int32_t percent) const;
-  std::string Speed(std::int32_t percent) const;
+  std::string Speed() const;
 
-  ProgressStyle style_;
-  std::string label_;
   std::size_t size_;
-  std::int32_t shown_ = -1;
+  std::int32_t percent_ = -1;
   Clock::time_point writingSince_{};
   std::int32_t firstPercent_ = 0;  ///< reported at that time
+};
+
+/// Lines at the end of a terminal that are drawn again in place.
+class LiveLines {
+ public:
+  /// Draws the lines, or draws them over those that were drawn last.
+  void Draw(const std::vector<std::string>& lines);
+  /// Writes a line that stays above them.
+  void Say(const std::string& line);
+
+ private:
+  std::string Home() const;
+
+  std::size_t drawn_ = 0;
 };
 
 }  // namespace qzhid

@@ -13,8 +13,9 @@ std::vector<std::string> LibraryFiles(const std::filesystem::path& folder, bool 
 /// The folder of the running program.
 std::filesystem::path ProgramFolder();
 
-/// Loads a library for the life of the process; null with a reason when it cannot be.
+/// Loads a library; null with a reason when it cannot be.
 void* LoadLibraryFile(const std::string& file, std::string& reason);
+void UnloadLibraryFile(void* library);
 void* FindFunction(void* library, const char* name);
 
 enum class Stream { Input, Output, Errors };
@@ -23,8 +24,18 @@ bool IsTerminal(Stream stream);
 /// Data on standard input and output travel as they are from now on.
 void PassBytesUnchanged(Stream stream);
 
-/// Writes to standard error in a way that a signal handler may use.
-void WriteFromSignal(const char* text);
+/// How large the terminal on standard error is, when it obeys control sequences; else nothing.
+struct TerminalSize {
+  std::size_t columns = 0, lines = 0;
+};
+TerminalSize DrawableTerminal();
+
+/// What asks the process to end, in the way of Ctrl-C.
+extern const std::vector<int> kInterrupts;
+
+/// Whether each new thread, also one that the system starts for Ctrl-C, switches the library's log
+/// on.
+extern const bool kThreadsStartLog;
 
 /// From now on the process outlives its terminal and whoever reads its output.
 void OutliveReaders();

@@ -1,166 +1,161 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
 #include "qzhid/commands.h"
-#include "qzhid/image.h"
 #include "qzhid/interrupt.h"
 #include "qzhid/options.h"
-#include "qzhid/progress.h"
-#include "qzhid/state.h"
 #include "qzhid/system.h"
+#include "qzhid/update_run.h"
+#include "qzhid/update_worker.h"
 
 namespace qzhid {
 
 namespace {
 
-struct UpdateOptions {
-  std::string hub;
-  std::string image;
-  bool isAgreed = false;
-  bool isForced = false;
-  bool isReinstall = false;
-  bool staysInLoader = false;
-};
+using State = UpdateJob::State;
 
-using Check = void (*)(const Hub& hub, const HubState& state, const Image& image,
-                       const UpdateOptions& options);
-
-void RefuseForeign(const Hub& hub, const std::string& hubIds, const std::string& imageIds) {
-  throw Failure(Exit::ImageRefused, "the image is for " + imageIds + ", the hub is " + hubIds,
-                hub.Name(), "name this hub's image, or add --force to write it all the same");
+std::vector<Hub> PickHubs(Host& host, const UpdateOptions& options) {
+  if (options.isAll) return AllHubs(host);
+  if (options.hubs.empty()) return {PickHub(host, "")};
+  std::vector<Hub> hubs;
+  for (const std::string& wanted : options.hubs) {
+    const Hub hub = PickHub(host, wanted);
+    const bool isNamedTwice = std::any_of(hubs.begin(), hubs.end(), [&hub](const Hub& other) {
+      return other.instance == hub.instance;
+    });
+    if (!isNamedTwice) hubs.push_back(hub);
+  }
+  return hubs;
 }
 
-void CheckUpdate(const Hub& hub, const HubState& state, const Image& image,
-                 const UpdateOptions& options) {
-  if (!state.version) {
-    throw Failure(Exit::Failed, "the hub sits in its loader", hub.Name(),
-                  "write its firmware with 'qzhid recover --image FILE'");
-  }
-  if (!options.isForced && (image.vid != state.vid || image.pid != state.pid)) {
-    RefuseForeign(hub, IdText(state.vid) + ":" + IdText(state.pid),
-                  IdText(image.vid) + ":" + IdText(image.pid));
-  }
-  if (!options.isReinstall && image.version == *state.version) {
-    throw Failure(Exit::ImageRefused, "the hub already runs " + state.Text(), hub.Name(),
-                  "nothing needs to be done, or add --reinstall to write it again");
-  }
+std::string Change(const UpdateJob& job, const Image& image) {
+  return "hub " + job.hub.Name() + ": " + job.from + " -> " + VersionText(image.version);
 }
 
-// The loader may have a product id of its own, so only the vendor tells.
-void CheckRecovery(const Hub& hub, const HubState& state, const Image& image,
-                   const UpdateOptions& options) {
-  if (state.version) {
-    throw Failure(Exit::Failed, "the hub runs its firmware " + state.Text(), hub.Name(),
-                  "nothing needs to be recovered; 'qzhid update' writes another version");
-  }
-  if (!options.isForced && image.vid != state.vid) {
-    RefuseForeign(hub, "of vendor " + IdText(state.vid), "vendor " + IdText(image.vid));
-  }
-}
-
-// What became of a hub that could not be updated.
-[[noreturn]] void FailUpdate(Host& host, const Hub& hub) {
-  const std::string failed =
-      InterruptGuard::IsStopWanted() ? "stopped, and the update had failed" : "the update failed";
-  const std::vector<Hub> hubs = ListHubs(host);
-  const Hub* now = AtLocation(hubs, hub.Location());
-  if (now == nullptr) {
-    throw Failure(Exit::HubLost, failed + ", and the hub has left the bus", hub.Name(),
-                  "unplug it, plug it in again, and run 'qzhid info' and 'qzhid recover'");
-  }
-  const HubState state = ReadState(host, *now);
-  if (!state.version) {
-    throw Failure(Exit::Failed, failed + ", and the hub sits in its loader", now->Name(),
-                  "run 'qzhid recover --image FILE' on it");
-  }
-  throw Failure(Exit::Failed, failed + ", and the hub runs " + state.Text(), now->Name(),
-                "repeat the command; --log FILE tells why it failed");
-}
-
-// What the hub runs behind a successful update.
-std::string RunsNow(Host& host, const Hub& hub, const OpenHub& open, const Image& image,
-                    bool staysInLoader) {
-  std::uint16_t version = 0;
-  const bool isRunning = host.Api().ReadDevVersion(open.Handle(), &version) != 0;
-  if (!isRunning && staysInLoader) return "loader";
-  if (!isRunning) {
-    throw Failure(Exit::HubLost, "the image is written, but the hub does not run it", hub.Name(),
-                  "unplug the hub, plug it in again and see 'qzhid info'");
-  }
-  if (version != image.version && !staysInLoader) {
-    throw Failure(Exit::Failed, "the image is written, but the hub runs " + VersionText(version),
-                  hub.Name(), "unplug the hub, plug it in again and see 'qzhid info'");
-  }
-  return VersionText(version);
-}
-
-ProgressStyle StyleFor(Host& host) {
-  if (host.Settings().isQuiet) return ProgressStyle::None;
-  return host.IsColourful() ? ProgressStyle::Bar : ProgressStyle::Lines;
-}
-
-void Write(Host& host, const Hub& hub, const OpenHub& open, const Image& image,
-           bool staysInLoader) {
-  const Progress progress(StyleFor(host), "hub " + hub.Name(), image.size);
-  host.Api().DllPassPara(staysInLoader ? 1 : 0);
-  if (host.Api().UpdateDev(open.Handle(), image.path.c_str(), Progress::Callback) == 0) {
-    FailUpdate(host, hub);
-  }
-}
-
-void Update(Host& host, const UpdateOptions& options, Check check) {
-  system::OutliveReaders();
-  const Image image = ReadImage(host, options.image);
-  const Hub hub = PickHub(host, options.hub);
-  const HubState before = ReadState(host, hub);
-  check(hub, before, image, options);
-  const std::string change =
-      "hub " + hub.Name() + ": " + before.Text() + " -> " + VersionText(image.version);
-  if (!options.isAgreed) Confirm(change + ", write it?", hub.Name());
+void UpdateOne(Host& host, const UpdateOptions& options, const Image& image, UpdateRun& run) {
+  const UpdateJob& job = run.Jobs().front();
+  run.Check();
+  if (job.failure) throw Failure(*job.failure);
+  const std::string change = Change(job, image);
+  if (!options.isAgreed) Confirm(change + ", write it?", job.hub.Name());
   if (options.isAgreed && !host.Settings().isQuiet) std::cerr << change << std::endl;
-
-  const InterruptGuard guard;
-  const OpenHub open(host, hub);
-  Write(host, hub, open, image, options.staysInLoader);
-  const std::string runs = RunsNow(host, hub, open, image, options.staysInLoader);
+  run.Write();
+  if (job.failure) throw Failure(*job.failure);
   const std::string stopped =
       InterruptGuard::IsStopWanted() ? "stopped, and the update was complete: " : "";
-  host.Report({{"hub", ToJson(hub)},
+  host.Report({{"hub", ToJson(job.hub)},
                {"image", ToJson(image)},
-               {"from", before.Text()},
+               {"from", job.from},
                {"to", VersionText(image.version)},
-               {"runs", runs}},
-              stopped + "hub " + hub.Name() + " runs " + runs + " now\n");
+               {"runs", job.runs}},
+              stopped + "hub " + job.hub.Name() + " runs " + job.runs + " now\n");
+}
+
+std::string Result(const UpdateJob& job) {
+  if (!job.failure) return "updated";
+  if (job.failure->Status() == Exit::ImageRefused) return "refused";
+  return job.failure->Status() == Exit::HubLost ? "lost" : "failed";
+}
+
+void ReportAll(Host& host, const Image& image, const UpdateRun& run) {
+  const std::size_t done = run.Count(State::Done), all = run.Jobs().size();
+  nlohmann::ordered_json hubs = nlohmann::ordered_json::array();
+  std::string table = TableRow({"HUB", "FROM", "RUNS", "RESULT"}, "LOCATION");
+  for (const UpdateJob& job : run.Jobs()) {
+    table += TableRow({std::to_string(job.hub.instance), job.from, job.runs, Result(job)},
+                      job.hub.Location());
+    hubs.push_back({{"hub", ToJson(job.hub)},
+                    {"from", job.from},
+                    {"runs", job.runs},
+                    {"result", Result(job)},
+                    {"error", job.failure ? ToJson(*job.failure) : nlohmann::ordered_json()}});
+  }
+  host.Report({{"image", ToJson(image)}, {"hubs", hubs}, {"updated", done}, {"failed", all - done}},
+              table + std::to_string(done) + " of " + std::to_string(all) + " hubs updated to " +
+                  VersionText(image.version) + "\n");
+}
+
+// Shows why hubs are in that state that were not before.
+void ShowFailures(Host& host, const UpdateRun& run, std::vector<bool>& isShown) {
+  isShown.resize(run.Jobs().size());
+  for (std::size_t i = 0; i < run.Jobs().size(); ++i) {
+    const auto& failure = run.Jobs()[i].failure;
+    if (failure && !isShown[i]) host.Show(*failure);
+    isShown[i] = failure.has_value();
+  }
+}
+
+void UpdateAll(Host& host, const UpdateOptions& options, const Image& image, UpdateRun& run) {
+  run.Check();
+  std::vector<bool> isShown;
+  ShowFailures(host, run, isShown);
+  const std::size_t ready = run.Count(State::Ready);
+  std::string changes;
+  for (const UpdateJob& job : run.Jobs()) {
+    if (job.state == State::Ready) changes += Change(job, image) + '\n';
+  }
+  if (!options.isAgreed && ready > 0) {
+    Confirm(changes + std::to_string(ready) + (ready == 1 ? " hub" : " hubs") + ": write them?",
+            "");
+  } else if (!host.Settings().isQuiet) {
+    std::cerr << changes << std::flush;
+  }
+  run.Write();
+  ShowFailures(host, run, isShown);
+  ReportAll(host, image, run);
+}
+
+void Update(Host& host, const UpdateOptions& options) {
+  if (options.isWorker) {
+    WriteAsWorker(host, options);
+    return;
+  }
+  system::OutliveReaders();
+  const Image image = ReadImage(host, options.image);
+  UpdateRun run(host, options, image, PickHubs(host, options));
+  const bool isOne = !options.isAll && options.hubs.size() < 2;
+  (isOne ? UpdateOne : UpdateAll)(host, options, image, run);
 }
 
 CLI::App* AddWriter(CLI::App& app, Host& host, const std::string& name, const std::string& meaning,
-                    const std::shared_ptr<UpdateOptions>& options, Check check) {
+                    const std::shared_ptr<UpdateOptions>& options) {
   CLI::App* command = app.add_subcommand(name, meaning);
-  AddHub(*command, "HUB", options->hub);
   command->add_option("--image", options->image, "the firmware image file")->required();
   command->add_flag("--yes", options->isAgreed, "do not ask");
   command->add_flag("--force", options->isForced, "write an image that is for another hub");
-  command->callback([&host, options, check] { Update(host, *options, check); });
+  // How the program starts itself for one hub.
+  command->add_flag("--worker", options->isWorker)->group("");
+  command->callback([&host, options] { Update(host, *options); });
   return command;
 }
+
+constexpr const char* kHub = "instance, VID:PID, location or its end; default the only hub";
 
 }  // namespace
 
 void AddUpdateCommand(CLI::App& app, Host& host) {
   const auto options = std::make_shared<UpdateOptions>();
   CLI::App* command =
-      AddWriter(app, host, "update", "write a firmware image to a hub", options, CheckUpdate);
+      AddWriter(app, host, "update", "write a firmware image to one or more hubs", options);
+  CLI::Option* hubs = command->add_option("HUB", options->hubs, kHub);
+  command->add_flag("--all", options->isAll, "write to all hubs that are attached")->excludes(hubs);
+  command->add_option("--jobs", options->jobs, "hubs that are written at a time, default 4")
+      ->check(CLI::Range(std::size_t{1}, std::size_t{127}));
   command->add_flag("--reinstall", options->isReinstall, "write the version that the hub runs");
   command->add_flag("--stay-in-loader", options->staysInLoader, "do not start the new firmware");
   AddExamples(*command, {"qzhid update --image new.bin", "qzhid update 5 --image new.bin --yes",
-                         "qzhid update 2E7C:0818 --image new.bin --reinstall"});
+                         "qzhid update 2E7C:0818 --image new.bin --reinstall",
+                         "qzhid update --all --image new.bin --jobs 8"});
 }
 
 void AddRecoverCommand(CLI::App& app, Host& host) {
-  CLI::App* command =
-      AddWriter(app, host, "recover", "write a firmware image to a hub that sits in its loader",
-                std::make_shared<UpdateOptions>(), CheckRecovery);
+  const auto options = std::make_shared<UpdateOptions>();
+  options->isRecovery = true;
+  CLI::App* command = AddWriter(app, host, "recover",
+                                "write a firmware image to a hub that sits in its loader", options);
+  command->add_option("HUB", options->hubs, kHub)->expected(1);
   AddExamples(*command, {"qzhid recover --image new.bin", "qzhid recover 5 --image new.bin --yes"});
 }
 

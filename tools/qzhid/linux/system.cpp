@@ -1,11 +1,11 @@
 #include "qzhid/system.h"
 
 #include <dlfcn.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 
 namespace qzhid::system {
 
@@ -32,16 +32,24 @@ void* LoadLibraryFile(const std::string& file, std::string& reason) {
   return library;
 }
 
+void UnloadLibraryFile(void* library) { dlclose(library); }
+
 void* FindFunction(void* library, const char* name) { return dlsym(library, name); }
 
 bool IsTerminal(Stream stream) { return isatty(static_cast<int>(stream)) == 1; }
 
 void PassBytesUnchanged(Stream) {}
 
-void WriteFromSignal(const char* text) {
-  // A text that cannot be shown has nobody to miss it.
-  [[maybe_unused]] const auto written = write(STDERR_FILENO, text, std::strlen(text));
+TerminalSize DrawableTerminal() {
+  constexpr TerminalSize kUsual{80, 24};
+  if (!IsTerminal(Stream::Errors)) return {};
+  winsize size{};
+  if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kUsual;
+  return {size.ws_col, size.ws_row};
 }
+
+const std::vector<int> kInterrupts = {SIGINT, SIGTERM};
+const bool kThreadsStartLog = false;
 
 void OutliveReaders() {
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));

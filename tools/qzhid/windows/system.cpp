@@ -5,7 +5,7 @@
 #include <windows.h>
 
 #include <array>
-#include <cstring>
+#include <csignal>
 
 namespace qzhid::system {
 
@@ -26,6 +26,8 @@ void* LoadLibraryFile(const std::string& file, std::string& reason) {
   return reinterpret_cast<void*>(library);
 }
 
+void UnloadLibraryFile(void* library) { FreeLibrary(reinterpret_cast<HMODULE>(library)); }
+
 void* FindFunction(void* library, const char* name) {
   return reinterpret_cast<void*>(GetProcAddress(reinterpret_cast<HMODULE>(library), name));
 }
@@ -34,9 +36,20 @@ bool IsTerminal(Stream stream) { return _isatty(static_cast<int>(stream)) != 0; 
 
 void PassBytesUnchanged(Stream stream) { _setmode(static_cast<int>(stream), _O_BINARY); }
 
-void WriteFromSignal(const char* text) {
-  _write(static_cast<int>(Stream::Errors), text, static_cast<unsigned>(std::strlen(text)));
+TerminalSize DrawableTerminal() {
+  HANDLE console = GetStdHandle(STD_ERROR_HANDLE);
+  CONSOLE_SCREEN_BUFFER_INFO info{};
+  DWORD mode = 0;
+  if (GetConsoleMode(console, &mode) == 0 || GetConsoleScreenBufferInfo(console, &info) == 0 ||
+      SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) == 0) {
+    return {};
+  }
+  return {static_cast<std::size_t>(info.srWindow.Right - info.srWindow.Left + 1),
+          static_cast<std::size_t>(info.srWindow.Bottom - info.srWindow.Top + 1)};
 }
+
+const std::vector<int> kInterrupts = {SIGINT, SIGTERM, SIGBREAK};
+const bool kThreadsStartLog = true;
 
 void OutliveReaders() {}  // a broken pipe is an ordinary error here
 

@@ -1,0 +1,149 @@
+#include "qzhid/process.h"
+
+#include <windows.h>
+
+#include <array>
+
+#include "qzhid/failure.h"
+
+namespace qzhid {
+
+namespace {
+
+constexpr DWORD kPatienceMs = 100;
+constexpr DWORD kPollEveryMs = 20;
+
+[[noreturn]] void Fail() {
+  throw Failure(Exit::Failed,
+                "another process cannot be started: system error " + std::to_string(GetLastError()),
+                "", "end other programs and repeat the command");
+}
+
+class Handle {
+ public:
+  Handle() = default;
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+  ~Handle() { Close(); }
+  HANDLE Get() const { return handle_; }
+  HANDLE* Place() { return &handle_; }
+  void Close() {
+    if (handle_ != nullptr) CloseHandle(handle_);
+    handle_ = nullptr;
+  }
+
+ private:
+  HANDLE handle_ = nullptr;
+};
+
+/// Both ends stay in this process unless they are handed on.
+struct Pipe {
+  Handle readEnd, writeEnd;
+  Pipe() {
+    if (CreatePipe(readEnd.Place(), writeEnd.Place(), nullptr, 0) == 0) Fail();
+  }
+};
+
+std::wstring Wide(const std::string& text) {
+  const int size = static_cast<int>(text.size());
+  std::wstring wide(text.size(), L'\0');
+  wide.resize(static_cast<std::size_t>(
+      MultiByteToWideChar(CP_ACP, 0, text.data(), size, wide.data(), size)));
+  return wide;
+}
+
+// A word of a command line, so that it is read back as it is.
+std::string Quoted(const std::string& text) {
+  std::string quoted = "\"";
+  std::size_t backslashes = 0;
+  for (const char c : text) {
+    if (c == '"') quoted.append(backslashes + 1, '\\');
+    backslashes = c == '\\' ? backslashes + 1 : 0;
+    quoted += c;
+  }
+  quoted.append(backslashes, '\\');
+  return quoted + '"';
+}
+
+}  // namespace
+
+struct Process::Data {
+  Pipe input, output;
+  Handle process;
+};
+
+Process::Process(const std::vector<std::string>& arguments, Errors errors)
+    : data_(std::make_unique<Data>()) {
+  std::wstring file(32768, L'\0');
+  file.resize(GetModuleFileNameW(nullptr, file.data(), static_cast<DWORD>(file.size())));
+  std::string line = "qzhid";
+  for (const std::string& argument : arguments) line += ' ' + Quoted(argument);
+  std::wstring command = Wide(line);
+
+  STARTUPINFOW start{};
+  start.cb = sizeof(start);
+  start.dwFlags = STARTF_USESTDHANDLES;
+  start.hStdInput = data_->input.readEnd.Get();
+  start.hStdOutput = data_->output.writeEnd.Get();
+  // A console of this process is none of the other's.
+  start.hStdError = errors == Errors::Taken ? start.hStdOutput : nullptr;
+  for (HANDLE handle : {start.hStdInput, start.hStdOutput}) {
+    SetHandleInformation(handle, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
+  }
+  PROCESS_INFORMATION started{};
+  if (CreateProcessW(file.c_str(), command.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
+                     nullptr, nullptr, &start, &started) == 0) {
+    Fail();
+  }
+  CloseHandle(started.hThread);
+  *data_->process.Place() = started.hProcess;
+  data_->input.readEnd.Close();
+  data_->output.writeEnd.Close();
+}
+
+Process::Process(Process&&) noexcept = default;
+Process::~Process() = default;
+
+void Process::Write(const std::string& text) {
+  // Whoever has ended shows that on its output.
+  DWORD written = 0;
+  WriteFile(data_->input.writeEnd.Get(), text.data(), static_cast<DWORD>(text.size()), &written,
+            nullptr);
+}
+
+void Process::CloseInput() { data_->input.writeEnd.Close(); }
+
+bool Process::Read(std::string& text) {
+  const HANDLE pipe = data_->output.readEnd.Get();
+  std::array<char, 4096> part{};
+  DWORD size = 0;
+  for (;;) {
+    if (PeekNamedPipe(pipe, nullptr, 0, nullptr, &size, nullptr) == 0) return false;
+    if (size == 0) return true;
+    if (ReadFile(pipe, part.data(), static_cast<DWORD>(part.size()), &size, nullptr) == 0) {
+      return false;
+    }
+    text.append(part.data(), size);
+  }
+}
+
+std::string Process::Ending() {
+  DWORD status = 0;
+  WaitForSingleObject(data_->process.Get(), INFINITE);
+  GetExitCodeProcess(data_->process.Get(), &status);
+  return "it ended with status " + std::to_string(status);
+}
+
+void Process::AwaitOutput(const std::vector<const Process*>& processes) {
+  // Pipes cannot be waited for, and a thread that read them would switch the library's log on.
+  for (DWORD waited = 0; waited < kPatienceMs; waited += kPollEveryMs) {
+    for (const Process* process : processes) {
+      DWORD size = 0;
+      const HANDLE pipe = process->data_->output.readEnd.Get();
+      if (PeekNamedPipe(pipe, nullptr, 0, nullptr, &size, nullptr) == 0 || size > 0) return;
+    }
+    Sleep(kPollEveryMs);
+  }
+}
+
+}  // namespace qzhid
