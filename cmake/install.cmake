@@ -82,7 +82,8 @@ install(FILES ${folder}/qzhidapi.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfi
 install(FILES include/QzHidAPI.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
 # The documents link to one another, and to the examples, as they do in the source tree.
-install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
   FILES_MATCHING PATTERN *.md PATTERN *.c)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT licence)

@@ -48,6 +48,8 @@ usr/lib/ARCH/cmake/QzHidAPI/QzHidAPITargets.cmake
 usr/lib/ARCH/libQzHidAPI.so
 usr/lib/ARCH/pkgconfig/qzhidapi.pc
 usr/lib/ARCH/qzhidapi/virtual/libQzHidAPI.so
+usr/share/doc/QzHidAPI/CHANGELOG.md
+usr/share/doc/QzHidAPI/CONTRIBUTING.md
 usr/share/doc/QzHidAPI/README.md
 usr/share/doc/QzHidAPI/docs/
 usr/share/doc/QzHidAPI/examples/
