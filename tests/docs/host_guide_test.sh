@@ -46,7 +46,7 @@ run '' python3 "$work/host.py" "$work/other.bin"
 
 cd "$source"
 for page in *.md docs/*.md; do
-  grep -oE '\]\([^)#:]+' "$page" | cut -c3- | sort -u | while read -r link; do
+  grep -oE '\]\([^)#:]+' "$page" | cut -c3- | grep -vx https | sort -u | while read -r link; do
     [ -e "$(dirname "$page")/$link" ] || echo "$page links to $link, which is not there"
   done
 done | grep . >&2 && failures=1
