@@ -44,6 +44,26 @@ if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
   # udev looks there below /usr and /usr/local.
   install(FILES packaging/70-qzhidapi.rules DESTINATION lib/udev/rules.d COMPONENT tools)
 endif()
+if(NOT WIN32)
+  foreach(page IN ITEMS qzhid.1 qzhub.1)
+    set(packed ${PROJECT_BINARY_DIR}/install/${page}.gz)
+    add_custom_command(OUTPUT ${packed} DEPENDS packaging/man/${page} VERBATIM
+      COMMAND sh -c "gzip -9nc \"$1\" > \"$2\"" - ${PROJECT_SOURCE_DIR}/packaging/man/${page} ${packed})
+    list(APPEND packed_pages ${packed})
+  endforeach()
+  add_custom_target(manual_pages ALL DEPENDS ${packed_pages})
+  add_dependencies(installed manual_pages)
+  install(FILES ${packed_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  install(FILES packaging/completion/qzhid.bash RENAME qzhid
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+  # Debian's zsh looks for completions of packages in a folder of its own.
+  set(zsh_folder site-functions)
+  if(EXISTS /etc/debian_version)
+    set(zsh_folder vendor-completions)
+  endif()
+  install(FILES packaging/completion/_qzhid
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/${zsh_folder} COMPONENT tools)
+endif()
 
 set(folder ${PROJECT_BINARY_DIR}/install)
 set(config_folder ${CMAKE_INSTALL_LIBDIR}/cmake/QzHidAPI)
@@ -62,7 +82,8 @@ install(FILES ${folder}/qzhidapi.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfi
 install(FILES include/QzHidAPI.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
 # The documents link to one another, and to the examples, as they do in the source tree.
-install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
   FILES_MATCHING PATTERN *.md PATTERN *.c)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT licence)

@@ -1,4 +1,4 @@
-/*
+/** @file
  * QzHidAPI: find and service USB hub controllers through their vendor HID interface.
  *
  * A host lists the hubs that are attached, opens one by its device-instance number and works on the
@@ -28,6 +28,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/** @def QZ_API
+ * What makes a function one that the library exports. */
 #if defined(_WIN32) && defined(QZ_BUILDING_LIBRARY)
 #define QZ_API __declspec(dllexport)
 #elif defined(_WIN32)
@@ -79,6 +81,8 @@ typedef struct HidDevRecord {
   uint32_t dwDevSubType;
 } HidDevRecord;
 
+/** @def QZ_STATIC_ASSERT
+ * The static assertion of C or C++. */
 #ifdef __cplusplus
 #define QZ_STATIC_ASSERT(condition, text) static_assert(condition, text)
 #else
@@ -201,6 +205,7 @@ QZ_API uint8_t QZ_ReadBinVersion(void* pDev, const char* path, uint16_t* pVersio
 /**
  * Reads the firmware version that the hub runs. Waits up to about 20 s for the hub.
  *
+ * @param pDev      A handle.
  * @param pVersion  Receives the version, major in the high byte; untouched on failure.
  * @return 1 on success, else 0; also 0 when the hub runs its loader.
  * The open device: closes the device.
@@ -210,6 +215,7 @@ QZ_API uint8_t QZ_ReadDevVersion(void* pDev, uint16_t* pVersion);
 /**
  * Reads the hub's ids from an image file.
  *
+ * @param path       The image file.
  * @param pVID,pPID  Receive the ids; untouched on failure.
  * @return 1 on success, else 0 (null argument, no such file, unreadable or too short).
  * The open device: untouched.
@@ -234,6 +240,7 @@ QZ_API uint8_t QZ_GetHubVIDPIDFromHidDevice(uint32_t DevInst, uint32_t* pVID, ui
 /**
  * Stores the I2C settings that later transfers on this handle carry; sends nothing.
  *
+ * @param pDev         A handle.
  * @param bySlaveAddr  Target address as the hub's I2C master takes it; not 0.
  * @param byMemLen     Number of memory address bytes, 0 to 5.
  * @param bySpeed      Speed code, 0 to 2.
@@ -249,9 +256,11 @@ QZ_API uint32_t QZ_HidI2CRead(void* pDev, uint32_t dwAddr, uint8_t* pBuf, uint16
 /**
  * Reads from the configured target with the memory address given byte by byte.
  *
+ * @param pDev         A handle.
  * @param AddrBuf      wAddrBufLen address bytes, in the order in which dwAddr of QZ_HidI2CRead
  *                     stores them: least significant first. Must not be null.
  * @param wAddrBufLen  0 to 5; missing bytes travel as 0.
+ * @param pBuf         Receives the bytes read.
  * @param wBuflen      Bytes to read into pBuf; the low 8 bits travel.
  */
 QZ_API uint32_t QZ_HidI2CRead2(void* pDev, uint8_t* AddrBuf, uint16_t wAddrBufLen, uint8_t* pBuf,
@@ -289,6 +298,8 @@ QZ_API uint32_t QZ_MST_HidI2CBlock(void* pDev, uint8_t byCmd1, uint8_t byCmd2, u
 /**
  * Reads a GPIO line.
  *
+ * @param pDev         A handle.
+ * @param gpio         The line.
  * @param pBuf,length  Receive the hub's answer; the low 16 bits of length count.
  * @return A status; 1 when the handle is null or none of the library's, the hub is not present or
  *         the number is out of range.

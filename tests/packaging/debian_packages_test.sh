@@ -1,12 +1,13 @@
 #!/bin/sh
-# debian_packages_test.sh CPACK BUILD VERSION: the Debian packages of the build folder hold
-# what they should and depend on one another and on the system's libraries.
+# debian_packages_test.sh CPACK BUILD VERSION PACKAGES: the Debian packages of the build folder, made in
+# the folder PACKAGES, hold what they should and depend on one another and on the system's libraries.
 set -eu
 command -v dpkg-shlibdeps > /dev/null || { echo 'skipped: no dpkg-shlibdeps'; exit 77; }
-cpack=$1 build=$2 version=$3
+cpack=$1 build=$2 version=$3 packages=$4
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-"$cpack" --config "$build/CPackConfig.cmake" -B "$work" > "$work/log" 2>&1 ||
+rm -rf "$packages"
+"$cpack" --config "$build/CPackConfig.cmake" -B "$packages" > "$work/log" 2>&1 ||
   { cat "$work/log" >&2; exit 1; }
 architecture=$(dpkg --print-architecture)
 failures=0
@@ -16,13 +17,13 @@ fail() { echo "$*" >&2; failures=1; }
 # folder, and of documents and examples only the folders count.
 contents() {
   sort > "$work/expected"
-  dpkg-deb --fsys-tarfile "$work/$1_${version}_$architecture.deb" | tar -t | grep -v '/$' |
+  dpkg-deb --fsys-tarfile "$packages/$1_${version}_$architecture.deb" | tar -t | grep -v '/$' |
     sed -E "s|^\./||; s|[^/]+-linux-gnu[^/]*|ARCH|; s,/(docs|examples)/.*,/\1/," | sort -u |
     diff -u "$work/expected" - >&2 || fail "$1 does not hold what it should"
 }
 # field PACKAGE NAME PATTERN
 field() {
-  value=$(dpkg-deb -f "$work/$1_${version}_$architecture.deb" "$2")
+  value=$(dpkg-deb -f "$packages/$1_${version}_$architecture.deb" "$2")
   echo "$value" | grep -qE "$3" || fail "$1: $2 is '$value'"
 }
 
@@ -34,7 +35,7 @@ usr/lib/ARCH/qzhidapi/virtual/libQzHidAPI.so.$version
 usr/share/doc/libqzhidapi1/copyright
 END
 field libqzhidapi1 Depends '\<libc6 \(.*libstdc\+\+6 \('
-[ "$(dpkg-deb -I "$work/libqzhidapi1_${version}_$architecture.deb" shlibs)" = \
+[ "$(dpkg-deb -I "$packages/libqzhidapi1_${version}_$architecture.deb" shlibs)" = \
   "libQzHidAPI 1 libqzhidapi1 (>= $version)" ] || fail 'libqzhidapi1: the shlibs are wrong'
 
 type=$(sed -n 's/^CMAKE_BUILD_TYPE:.*=//p' "$build/CMakeCache.txt" | tr '[:upper:]' '[:lower:]')
@@ -47,6 +48,8 @@ usr/lib/ARCH/cmake/QzHidAPI/QzHidAPITargets.cmake
 usr/lib/ARCH/libQzHidAPI.so
 usr/lib/ARCH/pkgconfig/qzhidapi.pc
 usr/lib/ARCH/qzhidapi/virtual/libQzHidAPI.so
+usr/share/doc/QzHidAPI/CHANGELOG.md
+usr/share/doc/QzHidAPI/CONTRIBUTING.md
 usr/share/doc/QzHidAPI/README.md
 usr/share/doc/QzHidAPI/docs/
 usr/share/doc/QzHidAPI/examples/
@@ -58,7 +61,11 @@ contents qzhidapi-tools << END
 usr/bin/qzhid
 usr/bin/qzhub
 usr/lib/udev/rules.d/70-qzhidapi.rules
+usr/share/bash-completion/completions/qzhid
 usr/share/doc/qzhidapi-tools/copyright
+usr/share/man/man1/qzhid.1.gz
+usr/share/man/man1/qzhub.1.gz
+usr/share/zsh/vendor-completions/_qzhid
 END
 field qzhidapi-tools Depends "libqzhidapi1 \(= $version\), .*\<libc6 \("
 exit $failures

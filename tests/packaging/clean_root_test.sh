@@ -1,0 +1,42 @@
+#!/bin/sh
+# clean_root_test.sh PACKAGES ROOT: the packages of that folder install in a Debian that holds little
+# more than itself, run there, and leave nothing. What is done to the root folder is not kept.
+set -eu
+if [ "${3-}" != inside ]; then
+  [ -d "$2" ] || { echo "skipped: no Debian in $2"; exit 77; }
+  unshare -m true || { echo 'skipped: it takes root to mount'; exit 77; }
+  exec unshare -m sh "$0" "$1" "$2" inside
+fi
+work=$(mktemp -d)
+mount -t tmpfs tmpfs "$work"
+trap 'umount -l "$work"; rmdir "$work"' EXIT
+root=$work/root
+mkdir "$work/upper" "$work/work" "$root"
+mount -t overlay overlay -o "lowerdir=$2,upperdir=$work/upper,workdir=$work/work" "$root"
+mount -t proc proc "$root/proc"
+cp "$1"/*.deb "$root/tmp"
+echo '{"time": "virtual", "state_folder": ".", "devices": [{"name": "hub", "port": "1"}]}' > "$root/tmp/hub.json"
+
+inside() { chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin QZ_VIRTUAL_HUB=/tmp/hub.json "$@"; }
+fail() { echo "$*" >&2; exit 1; }
+# says TEXT COMMAND...: the command succeeds and prints that line.
+says() {
+  text=$1
+  shift
+  said=$(inside "$@" 2>&1) || fail "$*: $said"
+  echo "$said" | grep -qxF -e "$text" || fail "$* does not say '$text': $said"
+}
+
+said=$(inside sh -c 'dpkg -i /tmp/*.deb' 2>&1) || fail "$said"
+says 'no hub is attached' qzhid list
+inside qzhub image --out /tmp/new.bin --version 0210
+says 'hub 4 (PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(1)) runs 2.10 now' \
+  qzhid --virtual update --yes --image /tmp/new.bin
+says 'runs          firmware 2.10' qzhid --virtual info
+says update bash -c '. /usr/share/bash-completion/completions/qzhid; COMP_WORDS=(qzhid up) COMP_CWORD=1
+  _qzhid; echo "${COMPREPLY[@]}"'
+says '.TH QZHID 1 2026-11-21 QzHidAPI "User Commands"' zcat /usr/share/man/man1/qzhid.1.gz
+inside dpkg --verify qzhidapi-tools libqzhidapi1 libqzhidapi-dev | grep . && fail 'other files than those of the package'
+inside dpkg --purge qzhidapi-tools libqzhidapi-dev libqzhidapi1 > "$work/log" 2>&1 || fail "$(cat "$work/log")"
+inside find / -xdev -path /tmp -prune -o -iname '*qz*' -print | grep . && fail 'files stay behind'
+exit 0
