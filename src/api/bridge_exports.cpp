@@ -9,6 +9,7 @@
 #include "transport/request_cmd.h"
 
 using namespace qzhid;
+using enum ConnectionUse;
 
 namespace {
 
@@ -36,7 +37,7 @@ struct Export {
 template <class LogRefusal, class Send>
 std::uint32_t RunBridge(const Export& which, void* pDev, bool isAccepted,
                         const LogRefusal& logRefusal, const Send& send) noexcept {
-  return RunExport(which.name, which.debugName, kRefused, [&]() -> std::uint32_t {
+  return RunDeviceExport(Share, which.name, which.debugName, kRefused, [&] {
     if (!isAccepted) {
       logRefusal(CMsg::Instance(), which.name);
       return kRefused;

@@ -14,6 +14,7 @@
 #include "transport/request_cmd.h"
 
 using namespace qzhid;
+using enum ConnectionUse;
 
 namespace {
 
@@ -53,16 +54,17 @@ void* OpenListed(const HidDevRecord& record) {
 }  // namespace
 
 void* QZ_OpenHid(uint32_t DevInst) {
-  return RunExport("QZ_OpenHid", L"QZ Open Hid", static_cast<void*>(nullptr), [&]() -> void* {
+  constexpr void* kNone = nullptr;
+  return RunDeviceExport(TakeOver, "QZ_OpenHid", L"QZ Open Hid", kNone, [&] {
     const HidDevRecord* const record = CDevListCache::Instance().Find(DevInst);
-    if (record == nullptr || record->dwDevType != QZ_DEVICE_TYPE_HID) return nullptr;
+    if (record == nullptr || record->dwDevType != QZ_DEVICE_TYPE_HID) return kNone;
     return OpenListed(*record);
   });
 }
 
 void QZ_CloseDev(void* pDev) {
   constexpr const char* kTag = "QZ_CloseDev";
-  RunExport(kTag, L"QZ CloseDevice", 0, [&] {
+  RunDeviceExport(Share, kTag, L"QZ CloseDevice", 0, [&] {
     CProxyDriver& proxy = CProxyDriver::Instance();
     const std::shared_ptr<IDev> dev = CHandleTable::Instance().Take(pDev);
     if (proxy.IsInitialised()) {

@@ -22,6 +22,10 @@ void LogException(const char* exportName) noexcept {
   }
 }
 
+void LogUpdateIsRunning(const char* exportName) {
+  CMsg::Instance().Log(3, exportName, "An update is running\n");
+}
+
 void DebugPrint(const wchar_t* format, ...) {
   wchar_t text[256] = {};
   std::va_list arguments;

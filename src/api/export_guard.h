@@ -1,6 +1,7 @@
 // The frame of every exported function.
 #pragma once
 
+#include "api/call_gate.h"
 #include "platform/platform.h"
 
 namespace qzhid {
@@ -20,6 +21,21 @@ Result RunExport(const char* exportName, const wchar_t* debugName, Result failur
     LogException(exportName);
     return failure;
   }
+}
+
+/// Logs under the export's name that an update keeps it from running.
+void LogUpdateIsRunning(const char* exportName);
+
+/// The same for an export that uses the connection: fails while an update forbids that.
+template <class Result, class Body>
+Result RunDeviceExport(ConnectionUse use, const char* exportName, const wchar_t* debugName,
+                       Result failure, const Body& body) noexcept {
+  return RunExport(exportName, debugName, failure, [&]() -> Result {
+    const CCallGate::CPass pass(use);
+    if (pass) return body();
+    LogUpdateIsRunning(exportName);
+    return failure;
+  });
 }
 
 /// Formats as swprintf does and writes the text to an attached debugger.

@@ -32,6 +32,17 @@ class CFlowJob {
   CUniversalFlow m_Flow;
 };
 
+/// Hands progress to the host; at 100 % the hub runs what it should, and the host may turn to it.
+class CUpdateResponder final : public CDllResponder {
+ public:
+  using CDllResponder::CDllResponder;
+
+  void OnProgress(int value) override {
+    if (value == 100) CCallGate::Instance().EndProtection();
+    CDllResponder::OnProgress(value);
+  }
+};
+
 /// The host's progress callback at the message hub.
 class CProgressRegistration {
  public:
@@ -48,7 +59,7 @@ class CProgressRegistration {
   CProgressRegistration& operator=(const CProgressRegistration&) = delete;
 
  private:
-  CDllResponder m_Responder;
+  CUpdateResponder m_Responder;
   bool m_bRegistered = false;
 };
 
@@ -164,34 +175,38 @@ bool ReadHubIds(const char* tag, std::uint32_t devInst, std::uint32_t* pVID, std
 
 /// Runs a body with a boolean result.
 template <class Body>
-uint8_t RunBoolExport(const char* exportName, const wchar_t* debugName, const Body& body) noexcept {
-  return RunExport(exportName, debugName, uint8_t{0},
-                   [&] { return static_cast<uint8_t>(body(exportName) ? 1 : 0); });
+uint8_t RunJob(ConnectionUse use, const char* exportName, const wchar_t* debugName,
+               const Body& body) noexcept {
+  return RunDeviceExport(use, exportName, debugName, uint8_t{0},
+                         [&] { return static_cast<uint8_t>(body(exportName) ? 1 : 0); });
 }
 
 }  // namespace
 
 uint8_t QZ_UpdateDev(void* pDev, const char* path, QZ_ProgressCallback callback) {
-  return RunBoolExport("QZ_UpdateDev", L"QZ UpdateDev",
-                       [&](const char* tag) { return Update(tag, pDev, path, callback); });
+  return RunJob(ConnectionUse::Update, "QZ_UpdateDev", L"QZ UpdateDev",
+                [&](const char* tag) { return Update(tag, pDev, path, callback); });
 }
 
 uint8_t QZ_ReadBinVersion(void* pDev, const char* path, uint16_t* pVersion) {
-  return RunBoolExport("QZ_ReadBinVersion", L"QZ_ReadBinVersion",
-                       [&](const char* tag) { return ReadBinVersion(tag, pDev, path, pVersion); });
+  return RunJob(ConnectionUse::TakeOver, "QZ_ReadBinVersion", L"QZ_ReadBinVersion",
+                [&](const char* tag) { return ReadBinVersion(tag, pDev, path, pVersion); });
 }
 
 uint8_t QZ_ReadDevVersion(void* pDev, uint16_t* pVersion) {
-  return RunBoolExport("QZ_ReadDevVersion", L"QZ_ReadDevVersion",
-                       [&](const char* tag) { return ReadDevVersion(tag, pDev, pVersion); });
+  return RunJob(ConnectionUse::TakeOver, "QZ_ReadDevVersion", L"QZ_ReadDevVersion",
+                [&](const char* tag) { return ReadDevVersion(tag, pDev, pVersion); });
 }
 
 uint8_t QZ_GetHidBinFileVIDPID(const char* path, uint32_t* pVID, uint32_t* pPID) {
-  return RunBoolExport("QZ_GetHidBinFileVIDPID", L"QZ_GetHidBinFileVIDPID",
-                       [&](const char* tag) { return ReadFileIds(tag, path, pVID, pPID); });
+  constexpr const char* kTag = "QZ_GetHidBinFileVIDPID";
+  return RunExport(kTag, L"QZ_GetHidBinFileVIDPID", uint8_t{0}, [&] {
+    return static_cast<uint8_t>(ReadFileIds(kTag, path, pVID, pPID) ? 1 : 0);
+  });
 }
 
 uint8_t QZ_GetHubVIDPIDFromHidDevice(uint32_t DevInst, uint32_t* pVID, uint32_t* pPID) {
-  return RunBoolExport("QZ_GetHubVIDPIDFromHidDevice", L"QZ_GetHubVIDPIDFromHidDevice",
-                       [&](const char* tag) { return ReadHubIds(tag, DevInst, pVID, pPID); });
+  return RunJob(ConnectionUse::TakeOver, "QZ_GetHubVIDPIDFromHidDevice",
+                L"QZ_GetHubVIDPIDFromHidDevice",
+                [&](const char* tag) { return ReadHubIds(tag, DevInst, pVID, pPID); });
 }

@@ -8,6 +8,7 @@
 #include "transport/request_cmd.h"
 
 using namespace qzhid;
+using enum ConnectionUse;
 
 namespace {
 
@@ -53,7 +54,7 @@ std::uint8_t SetHubGpio(const char* tag, std::uint32_t gpio, std::uint8_t level)
 
 uint32_t QZ_HidGPIOR(void* pDev, uint32_t gpio, uint8_t* pBuf, uint32_t length) {
   constexpr const char* kTag = "QZ_HidGPIOR";
-  return RunExport(kTag, L"QZ_HidGPIOR", kRefusedLine, [&]() -> std::uint32_t {
+  return RunDeviceExport(Share, kTag, L"QZ_HidGPIOR", kRefusedLine, [&]() -> std::uint32_t {
     if (!IsLineUsable(kTag, pDev, gpio)) return kRefusedLine;
     const std::uint32_t wLength = length & 0xFFFF;
     if (pBuf == nullptr && wLength != 0) {
@@ -68,7 +69,7 @@ uint32_t QZ_HidGPIOR(void* pDev, uint32_t gpio, uint8_t* pBuf, uint32_t length) 
 
 uint32_t QZ_HidGPIOW(void* pDev, uint32_t gpio, uint32_t level) {
   constexpr const char* kTag = "QZ_HidGPIOW";
-  return RunExport(kTag, L"QZ_HidGPIOW", kRefusedLine, [&]() -> std::uint32_t {
+  return RunDeviceExport(Share, kTag, L"QZ_HidGPIOW", kRefusedLine, [&]() -> std::uint32_t {
     if (!IsLineUsable(kTag, pDev, gpio)) return kRefusedLine;
     return CRequestCMD::Instance().Yv_SendVDCmd(0x40, 0x0C, static_cast<std::uint16_t>(gpio * 256),
                                                 static_cast<std::uint16_t>((level & 0xFF) * 256),
@@ -78,7 +79,7 @@ uint32_t QZ_HidGPIOW(void* pDev, uint32_t gpio, uint32_t level) {
 
 uint8_t QZ_HidSetHubGPIO(void* pDev, uint32_t gpio, uint8_t level) {
   constexpr const char* kTag = "QZ_HidSetHubGPIO";
-  return RunExport(kTag, L"QZ_HidSetHubGPIO", uint8_t{0}, [&]() -> std::uint8_t {
+  return RunDeviceExport(Share, kTag, L"QZ_HidSetHubGPIO", uint8_t{0}, [&]() -> std::uint8_t {
     if (pDev == nullptr) {
       CMsg::Instance().Log(3, kTag, "pDev is NULL\n");
       return 0;

@@ -11,6 +11,7 @@
 #include "log/msg.h"
 
 using namespace qzhid;
+using enum ConnectionUse;
 
 namespace {
 
@@ -59,7 +60,7 @@ std::uint8_t ListDevices(const char* tag, HidDevRecord** ppList, std::uint32_t* 
 
 uint8_t QZ_ListAllHidDev(HidDevRecord** ppList, uint32_t* pCount) {
   constexpr const char* kTag = "QZ_ListAllHidDev";
-  return RunExport(kTag, L"List Hid Device", uint8_t{0}, [&] {
+  return RunDeviceExport(TakeOver, kTag, L"List Hid Device", uint8_t{0}, [&] {
     return ListDevices(
         kTag, ppList, pCount, [](const char*) {},
         [&](CHidFind& finder) { return finder.ListHidDevice(ppList, pCount); });
@@ -69,7 +70,7 @@ uint8_t QZ_ListAllHidDev(HidDevRecord** ppList, uint32_t* pCount) {
 uint8_t QZ_ListAllHidDevByVIDPID(uint32_t wVID, uint32_t wPID, HidDevRecord** ppList,
                                  uint32_t* pCount) {
   constexpr const char* kTag = "QZ_ListAllHidDevByVIDPID";
-  return RunExport(kTag, L"List Hid Device", uint8_t{0}, [&] {
+  return RunDeviceExport(TakeOver, kTag, L"List Hid Device", uint8_t{0}, [&] {
     return ListDevices(
         kTag, ppList, pCount,
         [&](const char* tag) {

@@ -5,7 +5,7 @@
 
 namespace qzhid {
 
-class CDllResponder final : public IResponder {
+class CDllResponder : public IResponder {
  public:
   using Callback = void (*)(int percent);
 

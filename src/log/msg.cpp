@@ -33,8 +33,8 @@ CMsg& CMsg::Instance() {
 }
 
 template <class Call>
-void CMsg::Deliver(const Call& call) {
-  const std::lock_guard<std::recursive_mutex> lock(m_Delivery);
+void CMsg::Deliver(std::recursive_mutex& turn, const Call& call) {
+  const std::lock_guard<std::recursive_mutex> lock(turn);
   const CResponderList::CPin pin(m_Responders);
   for (IResponder* const responder : pin.Get()) {
     // An earlier receiver of this round may have removed a later one.
@@ -44,7 +44,9 @@ void CMsg::Deliver(const Call& call) {
 
 void CMsg::RemoveResponder(IResponder* responder) {
   m_Responders.Remove(responder);
-  const std::lock_guard<std::recursive_mutex> waitForDelivery(m_Delivery);
+  for (std::recursive_mutex* const turn : {&m_TextTurn, &m_ProgressTurn}) {
+    const std::lock_guard<std::recursive_mutex> waitForDelivery(*turn);
+  }
 }
 
 void CMsg::Log(int level, const char* func, const char* format, ...) {
@@ -55,7 +57,7 @@ void CMsg::Log(int level, const char* func, const char* format, ...) {
   std::vsnprintf(message, sizeof(message), format, arguments);
   va_end(arguments);
   const std::string line = LinePrefix(func) + message;
-  Deliver([&](IResponder& responder) { responder.OnLog(line.c_str(), level); });
+  Deliver(m_TextTurn, [&](IResponder& responder) { responder.OnLog(line.c_str(), level); });
 }
 
 void CMsg::Log(int level, const char* func, const wchar_t* format, ...) {
@@ -68,7 +70,7 @@ void CMsg::Log(int level, const char* func, const wchar_t* format, ...) {
   if (length < 0) throw std::range_error("wide log message does not fit");
   const std::string line = LinePrefix(func) + platform::ToNarrow(message);
   if (line.size() >= kBufferSize) throw std::range_error("wide log line does not fit");
-  Deliver([&](IResponder& responder) { responder.OnLog(line.c_str(), level); });
+  Deliver(m_TextTurn, [&](IResponder& responder) { responder.OnLog(line.c_str(), level); });
 }
 
 void CMsg::Print(int level, const char* format, ...) {
@@ -78,15 +80,15 @@ void CMsg::Print(int level, const char* format, ...) {
   va_start(arguments, format);
   std::vsnprintf(text, sizeof(text), format, arguments);
   va_end(arguments);
-  Deliver([&](IResponder& responder) { responder.OnPrint(text, level); });
+  Deliver(m_TextTurn, [&](IResponder& responder) { responder.OnPrint(text, level); });
 }
 
 void CMsg::Notify(const char* text, int remaining) {
-  Deliver([&](IResponder& responder) { responder.OnNotify(text, remaining, 0); });
+  Deliver(m_TextTurn, [&](IResponder& responder) { responder.OnNotify(text, remaining, 0); });
 }
 
 void CMsg::Progress(int value) {
-  Deliver([&](IResponder& responder) { responder.OnProgress(value); });
+  Deliver(m_ProgressTurn, [&](IResponder& responder) { responder.OnProgress(value); });
 }
 
 }  // namespace qzhid

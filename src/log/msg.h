@@ -17,8 +17,9 @@
 namespace qzhid {
 
 /// Levels: 0 trace, 1 and 2 information, 3 failure. Any thread may use the hub. Deliveries of
-/// different threads never overlap; a receiver's call back into the hub on the same thread is
-/// delivered at once.
+/// different threads never overlap, but for progress, which is taken in turn by itself: the host's
+/// callback may be waiting for a thread that logs. A receiver's call back into the hub on the same
+/// thread is delivered at once.
 class CMsg {
  public:
   static CMsg& Instance();
@@ -59,11 +60,13 @@ class CMsg {
   CMsg() = default;
   ~CMsg() = default;
 
+  /// Calls the receivers while it holds the lock.
   template <class Call>
-  void Deliver(const Call& call);
+  void Deliver(std::recursive_mutex& turn, const Call& call);
 
   CResponderList m_Responders;
-  std::recursive_mutex m_Delivery;  // held while receivers are called
+  std::recursive_mutex m_TextTurn;      // held while receivers are called
+  std::recursive_mutex m_ProgressTurn;  // the same for progress values
 };
 
 }  // namespace qzhid

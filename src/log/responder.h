@@ -3,8 +3,9 @@
 
 namespace qzhid {
 
-/// The hub calls these one at a time, never two at once on one receiver from different threads. A
-/// receiver may call back into the library from any of them.
+/// The hub calls these one at a time, never two at once on one receiver from different threads;
+/// only OnProgress may run beside another one. A receiver may call back into the library from any
+/// of them.
 class IResponder {
  public:
   virtual ~IResponder() = default;

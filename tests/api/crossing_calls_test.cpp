@@ -1,0 +1,224 @@
+// Exports that are called while another one runs: from the progress callback of an update, and from
+// other threads.
+#include <atomic>
+#include <thread>
+#include <utility>
+
+#include "api/api_calls.h"
+#include "platform/platform.h"
+
+namespace qzhid::test {
+namespace {
+
+constexpr const char* kRunning = "An update is running\n";
+constexpr const char* kMachine =
+    R"({"devices": [{"name": "hub", "port": "1"}, {"name": "other", "port": "2"}]})";
+
+std::function<void(int percent)> g_onProgress;
+void OnProgress(std::int32_t percent) { g_onProgress(percent); }
+
+/// How an update takes an export that is called from its callback.
+enum class Effect { None, Refused, EndsProgress, Fails };
+
+struct Crossing {
+  const char* name;
+  std::function<std::uint64_t()> call;
+  Effect effect;
+  bool isRefusedToOthers;  ///< to other threads
+  std::uint64_t refusal = 0;
+};
+
+class CrossingCallsTest : public ApiTest {
+ protected:
+  CrossingCallsTest() {
+    EXPECT_EQ(1, QZ_SetLogPath(LogFile()));
+    Begin();
+  }
+
+  static const char* LogFile() {
+    static const TempFile file({}, "log.txt");  // the library chooses its log file once a process
+    return file.path();
+  }
+
+  void Begin() {
+    Install(virtualhub::ReadScenario(kMachine));
+    Open();
+    other = world->HidInstance("other");
+  }
+
+  bool Update() { return QZ_UpdateDev(handle, image.path(), OnProgress) == 1; }
+
+  bool Holds(const char* name, const Bytes& expected) {
+    const auto contents = world->hub(name).bank(0).contents();
+    return std::equal(expected.begin(), expected.end(), contents.begin());
+  }
+
+  /// All 27.
+  std::vector<Crossing> Crossings();
+
+  const Bytes bytes = virtualhub::BuildImage({.version = 0x0210}, 0x7FA8);
+  const TempFile image{bytes};
+  std::uint32_t other = 0;
+};
+
+std::vector<Crossing> CrossingCallsTest::Crossings() {
+  static HidDevRecord* list = nullptr;
+  static std::uint32_t count = 0, id = 0;
+  static std::uint16_t version = 0;
+  using enum Effect;
+  std::vector<Crossing> all = {
+      {"QZ_ListAllHidDev", [] { return QZ_ListAllHidDev(&list, &count); }, Refused, true},
+      {"QZ_ListAllHidDevByVIDPID", [] { return QZ_ListAllHidDevByVIDPID(1, 2, &list, &count); },
+       Refused, true},
+      {"QZ_OpenHid", [this] { return reinterpret_cast<std::uint64_t>(QZ_OpenHid(other)); }, Refused,
+       true},
+      {"QZ_UpdateDev", [this] { return Update(); }, Refused, true},
+      {"QZ_ReadBinVersion", [this] { return QZ_ReadBinVersion(handle, image.path(), &version); },
+       Refused, true},
+      {"QZ_ReadDevVersion", [this] { return QZ_ReadDevVersion(handle, &version); }, Refused, true},
+      {"QZ_GetHubVIDPIDFromHidDevice",
+       [this] { return QZ_GetHubVIDPIDFromHidDevice(other, &id, &id); }, Refused, true},
+      {"QZ_CloseDev", [this] { return QZ_CloseDev(handle), 0; }, Fails, true},
+      {"QZ_HidI2CConfig", [this] { return QZ_HidI2CConfig(handle, 0xA0, 2, 1); }, None, true,
+       kStatusRefused},
+      {"QZ_FreeDevList", [] { return QZ_FreeDevList(nullptr), 0; }, None, false},
+      {"QZ_DllPassPara", [] { return QZ_DllPassPara(1), 0; }, None, false},
+      {"QZ_GetHidBinFileVIDPID", [this] { return QZ_GetHidBinFileVIDPID(image.path(), &id, &id); },
+       None, false},
+      {"QZ_SetLogPath", [] { return QZ_SetLogPath(LogFile()); }, None, false},
+      {"QZ_GenerateDumplog", [] { return QZ_GenerateDumplog(), 0; }, None, false},
+      {"QZ_ConfigLog", [] { return QZ_ConfigLog(1, 0); }, EndsProgress, false},
+  };
+  for (const ApiCall& call : kApiCalls) {
+    all.push_back({call.name.c_str(), [&] { return call.call(handle); }, None, true,
+                   call.IsGpio() ? call.Result(1) : kStatusRefused});
+  }
+  return all;
+}
+
+// The callback waits for the other thread, so a call that waited for the update, or for a lock
+// under which the callback runs, would never end.
+TEST_F(CrossingCallsTest, EveryExportInTheMiddleOfAnUpdateHasItsOutcome) {
+  ASSERT_EQ(27u, Crossings().size());
+  for (const Crossing& crossing : Crossings()) {
+    for (const bool isOther : {false, true}) {
+      for (const int moment : {0, 20, 45}) {
+        SCOPED_TRACE(Text("%s %d %d", crossing.name, isOther, moment));
+        Begin();
+        const Effect effect =
+            isOther && crossing.isRefusedToOthers ? Effect::Refused : crossing.effect;
+        std::uint64_t result = crossing.refusal;
+        std::size_t refusals = 0;
+        int last = -1;
+        bool isCalled = false;
+        g_onProgress = [&](int percent) {
+          last = percent;
+          if (percent != moment || std::exchange(isCalled, true)) return;
+          const auto call = [&] { result = crossing.call(); };
+          isOther ? std::thread(call).join() : call();
+          refusals = log.Count({3, crossing.name, kRunning});
+        };
+        EXPECT_EQ(effect != Effect::Fails, Update());
+        EXPECT_EQ(effect == Effect::Fails          ? 0
+                  : effect == Effect::EndsProgress ? moment
+                                                   : 100,
+                  last);
+        EXPECT_EQ(effect == Effect::Refused ? 1u : 0u, refusals);
+        EXPECT_EQ(effect == Effect::Refused, refusals != 0 && result == crossing.refusal);
+        CMsg::Instance().ClearResponders();
+        CMsg::Instance().AddResponder(&log);
+        QZ_DllPassPara(0);
+        if (effect == Effect::Fails) {
+          Open();
+          EXPECT_TRUE(Update()) << "the hub can be updated after that";
+        }
+        EXPECT_TRUE(Holds("hub", bytes));
+        EXPECT_TRUE(Holds("other", virtualhub::BuildImage({}, 0x10000))) << "and no other is";
+      }
+    }
+  }
+}
+
+TEST_F(CrossingCallsTest, TheCallbackMayTurnToHubsWhenAllIsDone) {
+  std::uint16_t version = 0;
+  int inner = 0;
+  void* second = nullptr;
+  g_onProgress = [&](int percent) {
+    if (second != nullptr) {
+      inner = percent;
+      if (percent == 45) {
+        EXPECT_EQ(0u, List()) << "the inner update is protected like any";
+      }
+    } else if (percent == 100) {
+      EXPECT_EQ(1, QZ_ReadDevVersion(handle, &version));
+      EXPECT_EQ(2u, List());
+      second = QZ_OpenHid(world->HidInstance("other"));
+      EXPECT_EQ(1, QZ_UpdateDev(second, image.path(), OnProgress));
+    }
+  };
+  EXPECT_TRUE(Update());
+  EXPECT_EQ(0x0210, version);
+  EXPECT_EQ(100, inner);
+  EXPECT_TRUE(Holds("hub", bytes));
+  EXPECT_TRUE(Holds("other", bytes));
+  QZ_CloseDev(second);
+}
+
+/// Threads that do a job each, again and again.
+class Crowd {
+ public:
+  explicit Crowd(const std::vector<std::function<void()>>& jobs) {
+    for (const auto& job : jobs) {
+      threads.emplace_back([this, job] {
+        for (job(), ++begun; !stop;) job();
+      });
+    }
+    while (begun < jobs.size()) std::this_thread::yield();
+  }
+  ~Crowd() {
+    stop = true;
+    for (std::thread& thread : threads) thread.join();
+  }
+
+ private:
+  std::atomic<bool> stop{false};
+  std::atomic<std::size_t> begun{0};
+  std::vector<std::thread> threads;
+};
+
+// A starting thread configures the log on some systems.
+TEST_F(CrossingCallsTest, AnUpdateIsNotHarmedByOtherThreadsThatCallAndConfigureTheLog) {
+  std::unique_ptr<Crowd> crowd;
+  g_onProgress = [&](int percent) {
+    if (percent != 10) return;
+    crowd =
+        std::make_unique<Crowd>(std::vector<std::function<void()>>{[] {
+                                                                     platform::OnThreadAttach();
+                                                                     QZ_SetLogPath(LogFile());
+                                                                     QZ_ConfigLog(0, 0);
+                                                                   },
+                                                                   [this] {
+                                                                     List();
+                                                                     QZ_HidGPIOW(handle, 1, 1);
+                                                                     QZ_CloseDev(QZ_OpenHid(other));
+                                                                   }});
+  };
+  EXPECT_TRUE(Update());
+  EXPECT_NE(nullptr, crowd);
+  crowd.reset();
+  EXPECT_TRUE(Holds("hub", bytes));
+  EXPECT_TRUE(Holds("other", virtualhub::BuildImage({}, 0x10000)));
+}
+
+TEST_F(CrossingCallsTest, OtherCallsOfSeveralThreadsTakeTurns) {
+  const auto readIds = [this] {
+    std::uint32_t vid = 0, pid = 0;
+    EXPECT_EQ(1, QZ_GetHubVIDPIDFromHidDevice(other, &vid, &pid));
+    EXPECT_EQ(0x2E7Cu, vid);
+  };
+  const Crowd crowd({[] { EXPECT_EQ(2u, List()); }, readIds});
+  for (int i = 0; i < 20; ++i) readIds();
+}
+
+}  // namespace
+}  // namespace qzhid::test
