@@ -69,7 +69,7 @@ std::uint32_t CHidTransfers::OpenPath(const std::wstring& path) {
   return 0;
 }
 
-void CHidTransfers::LogRefusedFile(const platform::Status& status) {
+void CHidTransfers::LogRefusedFile(const platform::OpenStatus& status) {
   if (status.refusedFile.empty()) return;
   CMsg::Instance().Log(3, kTag, "No permission for %s\n", status.refusedFile.c_str());
 }

@@ -60,7 +60,8 @@ platform::Status CReportBuffers::Receive(const platform::HidDevice& device,
   }
   std::fill(m_LongReport.begin(), m_LongReport.end(), std::uint8_t{0});
   m_LongReport[0] = report[0];
-  platform::Status status = platform::GetInputReport(device, m_LongReport.data(), m_nInputLength);
+  const platform::Status status =
+      platform::GetInputReport(device, m_LongReport.data(), m_nInputLength);
   std::copy_n(m_LongReport.begin(), kRoom, report);
   return status;
 }
