@@ -60,7 +60,7 @@ class CMsg {
   ~CMsg() = default;
 
   template <class Call>
-  void Deliver(const Call& call);
+  void Deliver(unsigned kind, const Call& call);
 
   CResponderList m_Responders;
   std::recursive_mutex m_Delivery;  // held while receivers are called

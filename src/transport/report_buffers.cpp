@@ -25,16 +25,14 @@ std::int64_t CReportBuffers::PrintedInputLimit() const {
 void CReportBuffers::PlaceHeader(const ReportChannel& channel, const std::uint8_t* header,
                                  std::size_t length) {
   const auto area = m_Block.begin() + static_cast<std::ptrdiff_t>(channel.outputPosition + 1);
-  std::fill_n(area, channel.headerCapacity, std::uint8_t{0});
-  std::copy_n(header, length, area);
+  std::fill_n(std::copy_n(header, length, area), channel.headerCapacity - length, std::uint8_t{0});
 }
 
 void CReportBuffers::PlaceData(const ReportChannel& channel, const std::uint8_t* data,
                                std::size_t length) {
   const auto area =
       m_Block.begin() + static_cast<std::ptrdiff_t>(channel.outputPosition + channel.DataOffset());
-  std::fill_n(area, kMaxReportData, std::uint8_t{0});
-  if (length > 0) std::copy_n(data, length, area);
+  std::fill_n(std::copy_n(data, length, area), kMaxReportData - length, std::uint8_t{0});
 }
 
 platform::Status CReportBuffers::Send(const platform::HidDevice& device,
