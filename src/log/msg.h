@@ -38,6 +38,9 @@ class CMsg {
   /// while this returns.
   void ClearResponders() noexcept { m_Responders.Clear(); }
 
+  /// Whether any receiver takes lines; for callers that have work with what they log.
+  bool IsHeard() noexcept { return m_Responders.Takes(kLines); }
+
   /// Delivers one line: "[time]  func, message". The message carries its own line end and is cut at
   /// 1023 characters.
   void Log(int level, const char* func, const char* format, ...) QZ_PRINTF(4, 5);

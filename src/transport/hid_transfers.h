@@ -74,6 +74,7 @@ class CHidTransfers final : public ITransfers {
   platform::HidDevice m_Device;
   platform::Event m_ReportEvent;
   CReportBuffers m_Reports;
+  std::uint32_t m_nLastIndex = 0;  // where the device was found that was looked for last
   std::mutex m_TransferLock;
 };
 
