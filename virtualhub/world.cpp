@@ -14,7 +14,7 @@ namespace virtualhub {
 namespace {
 
 constexpr std::uint64_t kUsPerMs = 1000;
-constexpr std::uint64_t kNotReady = std::numeric_limits<std::uint64_t>::max();
+constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
 
 PortPath ParsePort(const std::string& text) {
   const auto port = PortPath::Parse(text);
@@ -90,9 +90,12 @@ void World::SaveState(Device& device) {
 
 void World::CatchUp() {
   const std::uint64_t now = clock_.NowUs();
+  if (now < nextChangeUs_) return;
+  nextChangeUs_ = kNever;
   for (Device& device : devices_) {
     if (device.leaveAtUs && *device.leaveAtUs <= now) Leave(device);
     if (device.returnAtUs && *device.returnAtUs <= now) Arrive(device, *device.returnAtUs);
+    Schedule(std::min(device.leaveAtUs.value_or(kNever), device.returnAtUs.value_or(kNever)));
   }
 }
 
@@ -105,12 +108,17 @@ void World::Arrive(Device& device, std::uint64_t atUs) {
   }
   device.returnAtUs.reset();
   device.nodes = tree_.Attach(device.port, device.ids, device.config.usb, device.config.hid);
+  byNode_[device.nodes.hid] = byNode_[device.nodes.usb] = &device;
+  hidNodes_.reset();
 }
 
 void World::Leave(Device& device) {
   device.leaveAtUs.reset();
-  device.readyAtUs = kNotReady;
+  device.readyAtUs = kNever;
   device.channel.DropAnswer();
+  byNode_.erase(device.nodes.hid);
+  byNode_.erase(device.nodes.usb);
+  hidNodes_.reset();
   tree_.Detach(device.nodes);
 }
 
@@ -120,7 +128,10 @@ void World::LosePlug(Device& device, std::optional<std::uint32_t> returnMs,
   if (device.hub) device.hub->Unplug();
   if (!port.empty()) device.port = ParsePort(port);
   device.returnAtUs.reset();
-  if (returnMs) device.returnAtUs = clock_.NowUs() + *returnMs * kUsPerMs;
+  if (returnMs) {
+    device.returnAtUs = clock_.NowUs() + *returnMs * kUsPerMs;
+    Schedule(*device.returnAtUs);
+  }
   SaveState(device);
 }
 
@@ -134,8 +145,9 @@ void World::StartReset(Device& device) {
   const Fault* fault = faults_.Strike({.on = Fault::On::Reset, .device = device.config.name});
   const HubTiming& timing = device.hub->timing();
   device.leaveAtUs = clock_.NowUs() + timing.leaveMs * kUsPerMs;
+  Schedule(*device.leaveAtUs);
   device.returnAtUs = *device.leaveAtUs + timing.returnMs * kUsPerMs;
-  device.readyAtUs = kNotReady;
+  device.readyAtUs = kNever;
   if (fault == nullptr) return;
   if (fault->action == Fault::Action::NeverReturn) device.returnAtUs.reset();
   // The nodes that are still there keep their texts until they go.
@@ -150,11 +162,8 @@ World::Device& World::Named(std::string_view device) {
 }
 
 World::Device* World::OfNode(DevInst node) {
-  if (node == 0) return nullptr;
-  for (Device& device : devices_) {
-    if (device.nodes.hid == node || device.nodes.usb == node) return &device;
-  }
-  return nullptr;
+  const auto found = byNode_.find(node);
+  return found == byNode_.end() ? nullptr : found->second;
 }
 
 World::Device* World::OfHidNode(DevInst node) {
@@ -167,8 +176,9 @@ World::Device* World::OfHidNode(DevInst node) {
 
 const Node* World::View::FindNode(DevInst node) const { return world_.tree_.Find(node); }
 
-std::vector<DevInst> World::View::HidNodes() const {
-  std::vector<DevInst> nodes;
+const std::vector<DevInst>& World::View::HidNodes() const {
+  if (world_.hidNodes_) return *world_.hidNodes_;
+  std::vector<DevInst>& nodes = world_.hidNodes_.emplace();
   for (const std::size_t index : world_.order_) {
     const Device& device = world_.devices_[index];
     if (device.present()) nodes.push_back(device.nodes.hid);

@@ -1,6 +1,7 @@
 // One virtual machine: its clock, its device nodes, the devices behind them and what goes wrong.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <functional>
@@ -9,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "virtualhub/bus_device.h"
@@ -53,7 +55,7 @@ class World {
    public:
     explicit View(World& world) : world_(world) {}
     const Node* FindNode(DevInst node) const;
-    std::vector<DevInst> HidNodes() const;
+    const std::vector<DevInst>& HidNodes() const;
     /// The device whose HID node that is, null when it is not present.
     const DeviceConfig* FindHid(DevInst node) const;
 
@@ -138,6 +140,7 @@ class World {
   void EndCall(std::string_view service, DevInst node, std::uint32_t value, const Result& result);
 
   void CatchUp();
+  void Schedule(std::uint64_t atUs) { nextChangeUs_ = std::min(nextChangeUs_, atUs); }
   void Arrive(Device& device, std::uint64_t atUs);
   void Leave(Device& device);
   void LosePlug(Device& device, std::optional<std::uint32_t> returnMs, const std::string& port);
@@ -167,7 +170,10 @@ class World {
   std::mutex mutex_;
   UsbTree tree_;
   std::vector<Device> devices_;
-  std::vector<std::size_t> order_;  ///< indices into devices_
+  std::vector<std::size_t> order_;                ///< indices into devices_
+  std::unordered_map<DevInst, Device*> byNode_;   ///< present devices under both their nodes
+  std::optional<std::vector<DevInst>> hidNodes_;  ///< none: to be listed anew
+  std::uint64_t nextChangeUs_ = 0;                ///< nothing leaves or returns before
   Faults faults_;
   Recorder recorder_;
   std::shared_ptr<const ExchangeHook> hook_;

@@ -17,6 +17,7 @@ namespace {
 
 void LogRecords(const char* tag, const HidDevRecord* records, std::uint32_t count) {
   CMsg& msg = CMsg::Instance();
+  if (!msg.IsHeard()) return;
   msg.Log(1, tag, "List Device Success,Hid Count is %d\n", static_cast<int>(count));
   for (std::uint32_t i = 0; i < count; ++i) {
     const HidDevRecord& record = records[i];

@@ -118,7 +118,10 @@ bool CUSBDevFind::IsExcludedDev(std::uint32_t devInst) {
 }
 
 void CUSBDevFind::DiffDevList() {
-  std::sort(m_CurDevInsts.begin(), m_CurDevInsts.end());
+  // Most systems list their nodes in order, and most scans find nothing new.
+  if (!std::is_sorted(m_CurDevInsts.begin(), m_CurDevInsts.end())) {
+    std::sort(m_CurDevInsts.begin(), m_CurDevInsts.end());
+  }
   m_CurDevInsts.erase(std::unique(m_CurDevInsts.begin(), m_CurDevInsts.end()), m_CurDevInsts.end());
   m_ArrivedDevInsts.clear();
   std::set_difference(m_CurDevInsts.begin(), m_CurDevInsts.end(), m_LastDevInsts.begin(),

@@ -18,6 +18,7 @@ class CDllResponder : public IResponder {
     if (m_pCallback != nullptr) m_pCallback(value);
   }
   void SetLevel(int) override {}
+  unsigned Takes() const override { return kProgress; }
 
  private:
   Callback m_pCallback;

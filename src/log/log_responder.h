@@ -21,6 +21,7 @@ class CLogResponder final : public IResponder {
   void OnNotify(const char*, int, int) override {}
   void OnProgress(int) override {}
   void SetLevel(int level) override { m_nLevel = level; }
+  unsigned Takes() const override { return kLines; }
 
  private:
   std::atomic<int> m_nLevel{0};

@@ -39,6 +39,9 @@ class CMsg {
   /// while this returns.
   void ClearResponders() noexcept { m_Responders.Clear(); }
 
+  /// Whether any receiver takes lines; for callers that have work with what they log.
+  bool IsHeard() noexcept { return m_Responders.Takes(kLines); }
+
   /// Delivers one line: "[time]  func, message". The message carries its own line end and is cut at
   /// 1023 characters.
   void Log(int level, const char* func, const char* format, ...) QZ_PRINTF(4, 5);
@@ -60,9 +63,9 @@ class CMsg {
   CMsg() = default;
   ~CMsg() = default;
 
-  /// Calls the receivers while it holds the lock.
+  /// Calls the receivers that take that kind, in its turn.
   template <class Call>
-  void Deliver(std::recursive_mutex& turn, const Call& call);
+  void Deliver(unsigned kind, const Call& call);
 
   CResponderList m_Responders;
   std::recursive_mutex m_TextTurn;      // held while receivers are called

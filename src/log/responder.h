@@ -3,6 +3,12 @@
 
 namespace qzhid {
 
+/// What the hub delivers; several kinds may be combined.
+inline constexpr unsigned kLines = 1;
+inline constexpr unsigned kTexts = 2;
+inline constexpr unsigned kNotices = 4;
+inline constexpr unsigned kProgress = 8;
+
 /// The hub calls these one at a time, never two at once on one receiver from different threads;
 /// only OnProgress may run beside another one. A receiver may call back into the library from any
 /// of them.
@@ -20,6 +26,9 @@ class IResponder {
   virtual void OnProgress(int value) = 0;
   /// Sets the level below which lines are dropped.
   virtual void SetLevel(int level) = 0;
+  /// The kinds that the receiver does not ignore; always the same. What no receiver takes is not
+  /// even formatted.
+  virtual unsigned Takes() const { return kLines | kTexts | kNotices | kProgress; }
 };
 
 }  // namespace qzhid

@@ -8,8 +8,19 @@ namespace qzhid {
 
 struct CResponderList::Snapshot {
   Receivers receivers;
+  unsigned takes = 0;         // all kinds that any of them takes
   Snapshot* pNext = nullptr;  // in the list of retired snapshots
 };
+
+namespace {
+
+auto Find(const CResponderList::Receivers& receivers, const IResponder* responder) {
+  return std::find_if(receivers.begin(), receivers.end(), [&](const CResponderList::Entry& entry) {
+    return entry.responder == responder;
+  });
+}
+
+}  // namespace
 
 // A reader counts itself before it loads the current snapshot. So once a retired snapshot was seen
 // and the count was 0 after that, nobody reads it any more and nobody can find it again.
@@ -32,7 +43,15 @@ const CResponderList::Receivers& CResponderList::CPin::Get() const noexcept {
 bool CResponderList::CPin::IsRegistered(const IResponder* responder) const noexcept {
   if (m_List.m_pCurrent.load() == m_pSnapshot) return true;
   const CPin now(m_List);
-  return std::find(now.Get().begin(), now.Get().end(), responder) != now.Get().end();
+  return Find(now.Get(), responder) != now.Get().end();
+}
+
+bool CResponderList::CPin::Takes(unsigned kind) const noexcept {
+  return m_pSnapshot != nullptr && (m_pSnapshot->takes & kind) != 0;
+}
+
+bool CResponderList::Takes(unsigned kind) noexcept {
+  return m_pCurrent.load() != nullptr && CPin(*this).Takes(kind);
 }
 
 CResponderList::~CResponderList() {
@@ -44,7 +63,7 @@ void CResponderList::Add(IResponder* responder) {
   for (bool done = false; !done;) {
     const CPin pin(*this);
     Receivers next = pin.Get();
-    next.push_back(responder);
+    next.push_back({responder, responder->Takes()});
     done = TryReplace(pin, std::move(next));
   }
 }
@@ -53,7 +72,7 @@ void CResponderList::Remove(const IResponder* responder) {
   for (bool done = false; !done;) {
     const CPin pin(*this);
     Receivers next = pin.Get();
-    const auto found = std::find(next.begin(), next.end(), responder);
+    const auto found = Find(next, responder);
     if (found == next.end()) return;
     next.erase(found);
     done = TryReplace(pin, std::move(next));
@@ -64,7 +83,11 @@ void CResponderList::Clear() noexcept { Retire(m_pCurrent.exchange(nullptr)); }
 
 bool CResponderList::TryReplace(const CPin& pin, Receivers next) {
   std::unique_ptr<Snapshot> snapshot;
-  if (!next.empty()) snapshot.reset(new Snapshot{std::move(next)});
+  if (!next.empty()) {
+    unsigned takes = 0;
+    for (const Entry& entry : next) takes |= entry.takes;
+    snapshot.reset(new Snapshot{std::move(next), takes});
+  }
   Snapshot* expected = pin.m_pSnapshot;
   if (!m_pCurrent.compare_exchange_strong(expected, snapshot.get())) return false;
   static_cast<void>(snapshot.release());  // the list's now

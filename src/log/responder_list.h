@@ -15,7 +15,11 @@ class CResponderList {
   struct Snapshot;
 
  public:
-  using Receivers = std::vector<IResponder*>;
+  struct Entry {
+    IResponder* responder;
+    unsigned takes;
+  };
+  using Receivers = std::vector<Entry>;
 
   CResponderList() = default;
   CResponderList(const CResponderList&) = delete;
@@ -27,7 +31,8 @@ class CResponderList {
   /// Removes the first entry of that receiver, if there is one. Throws std::bad_alloc.
   void Remove(const IResponder* responder);
   void Clear() noexcept;
-  bool IsEmpty() const noexcept { return m_pCurrent.load() == nullptr; }
+  /// Whether any receiver takes what is of that kind.
+  bool Takes(unsigned kind) noexcept;
 
   /// Keeps one list alive while it is read.
   class CPin {
@@ -38,6 +43,7 @@ class CResponderList {
     CPin& operator=(const CPin&) = delete;
 
     const Receivers& Get() const noexcept;
+    bool Takes(unsigned kind) const noexcept;
     /// Whether the receiver still stands in the list as it is now.
     bool IsRegistered(const IResponder* responder) const noexcept;
 

@@ -13,21 +13,32 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "QzHidAPI.h"
 
 namespace qzhid::platform {
 
 /// Outcome of one system call. `code` is the system's error code and means something only when `ok`
-/// is false; a failed call may carry the code 0, which some drivers do. Where devices are files
-/// with owners, `refusedFile` names the one that this process may not open, if that is the failure.
+/// is false; a failed call may carry the code 0, which some drivers do. Every report exchange
+/// returns one, so it fits a register.
 struct Status {
   bool ok = true;
   std::uint32_t code = 0;
-  std::string refusedFile = {};
 
   explicit operator bool() const { return ok; }
   static Status Failure(std::uint32_t code) { return {false, code}; }
+};
+
+/// Outcome of a call that opens a device. Where devices are files with owners, `refusedFile` names
+/// the one that this process may not open, if that is the failure.
+struct OpenStatus : Status {
+  OpenStatus() = default;
+  OpenStatus(const Status& status) : Status(status) {}
+  OpenStatus(const Status& failure, std::string file)
+      : Status(failure), refusedFile(std::move(file)) {}
+
+  std::string refusedFile;
 };
 
 /// Number of one device node instance. 0 is never a node.
@@ -107,7 +118,7 @@ struct HidCaps {
 };
 
 /// Opens a HID device for reading and writing, shared with other users.
-Status OpenHidDevice(const std::wstring& path, HidDevice& device);
+OpenStatus OpenHidDevice(const std::wstring& path, HidDevice& device);
 
 /// Creates an unnamed auto-reset event, not signalled.
 Status CreateReportEvent(Event& event);
@@ -120,8 +131,8 @@ Status GetCaps(const PreparsedData& preparsed, HidCaps& caps);
 
 /// The device's USB string descriptor of that index. `capacity` is the size in bytes, terminator
 /// included, of the UTF-16 buffer that the string must fit.
-Status GetIndexedString(const HidDevice& device, std::uint32_t index, std::size_t capacity,
-                        std::wstring& text);
+OpenStatus GetIndexedString(const HidDevice& device, std::uint32_t index, std::size_t capacity,
+                            std::wstring& text);
 
 /// Sends one output report of `length` bytes; byte 0 is the report ID. May be called by any thread.
 Status SetOutputReport(const HidDevice& device, const std::uint8_t* report, std::uint32_t length);

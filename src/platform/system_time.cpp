@@ -7,11 +7,15 @@ namespace qzhid::platform {
 
 LocalTime SystemLocalTime() {
   const std::time_t seconds = std::time(nullptr);
-  std::tm now{};
 #ifdef _WIN32
+  std::tm now{};
   localtime_s(&now, &seconds);
 #else
-  localtime_r(&seconds, &now);
+  // Many lines are logged in one second, and all threads convert under one lock of the system.
+  thread_local std::time_t converted = 0;
+  thread_local std::tm now{};
+  if (seconds != converted || now.tm_year == 0) localtime_r(&seconds, &now);
+  converted = seconds;
 #endif
   return {now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min, now.tm_sec};
 }

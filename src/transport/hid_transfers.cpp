@@ -9,10 +9,15 @@ namespace {
 
 constexpr const char* kTag = "CHidTransfers::Yv_OpenDeviceByDevInst";
 
-/// The node's index in the set; no such node is a failure.
+/// The node's index in the set; no such node is a failure. The search starts at `index` and goes
+/// round, so that opening all nodes of a set in turn costs no more for each the more there are.
 bool FindNode(const platform::NodeSet& set, platform::DevInst wanted, std::uint32_t& index) {
+  const std::uint32_t first = index;
   platform::DevInst devInst = 0;
-  for (index = 0; platform::EnumNode(set, index, devInst); ++index) {
+  for (; platform::EnumNode(set, index, devInst); ++index) {
+    if (devInst == wanted) return true;
+  }
+  for (index = 0; index < first && platform::EnumNode(set, index, devInst); ++index) {
     if (devInst == wanted) return true;
   }
   return false;
@@ -36,12 +41,11 @@ std::uint32_t CHidTransfers::Yv_CloseDevice() {
 
 std::uint32_t CHidTransfers::OpenInterface(std::uint32_t devInst) {
   platform::NodeSet set;
-  std::uint32_t index = 0;
   if (!platform::OpenNodeSet(platform::HidClassGuid(), set)) return kRefused;
-  if (!FindNode(set, devInst, index)) return kRefused;
+  if (!FindNode(set, devInst, m_nLastIndex)) return kRefused;
 
   platform::DeviceInterface deviceInterface;
-  if (const auto status = platform::FirstInterface(set, index, deviceInterface); !status) {
+  if (const auto status = platform::FirstInterface(set, m_nLastIndex, deviceInterface); !status) {
     CMsg::Instance().Log(3, kTag, L"SetupDiEnumDeviceInterfaces FAIL,ErrorCode is %08x\n",
                          status.code);
     return ErrorOf(status);
@@ -69,7 +73,7 @@ std::uint32_t CHidTransfers::OpenPath(const std::wstring& path) {
   return 0;
 }
 
-void CHidTransfers::LogRefusedFile(const platform::Status& status) {
+void CHidTransfers::LogRefusedFile(const platform::OpenStatus& status) {
   if (status.refusedFile.empty()) return;
   CMsg::Instance().Log(3, kTag, "No permission for %s\n", status.refusedFile.c_str());
 }

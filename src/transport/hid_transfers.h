@@ -54,7 +54,7 @@ class CHidTransfers final : public ITransfers {
   std::uint32_t Identify(std::uint32_t devInst);
   std::uint32_t IdentifyByProductText();
   /// Names the device file of a failure that is one of missing permission.
-  static void LogRefusedFile(const platform::Status& status);
+  static void LogRefusedFile(const platform::OpenStatus& status);
 
   std::uint32_t SendRaw(const std::uint8_t* block, std::uint32_t wLength, std::uint32_t timeoutMs);
   std::uint32_t SendPrepared(const std::uint8_t* block, std::uint32_t wLength,
@@ -74,6 +74,7 @@ class CHidTransfers final : public ITransfers {
   platform::HidDevice m_Device;
   platform::Event m_ReportEvent;
   CReportBuffers m_Reports;
+  std::uint32_t m_nLastIndex = 0;  // where the device was found that was looked for last
   std::mutex m_TransferLock;
 };
 

@@ -25,16 +25,14 @@ std::int64_t CReportBuffers::PrintedInputLimit() const {
 void CReportBuffers::PlaceHeader(const ReportChannel& channel, const std::uint8_t* header,
                                  std::size_t length) {
   const auto area = m_Block.begin() + static_cast<std::ptrdiff_t>(channel.outputPosition + 1);
-  std::fill_n(area, channel.headerCapacity, std::uint8_t{0});
-  std::copy_n(header, length, area);
+  std::fill_n(std::copy_n(header, length, area), channel.headerCapacity - length, std::uint8_t{0});
 }
 
 void CReportBuffers::PlaceData(const ReportChannel& channel, const std::uint8_t* data,
                                std::size_t length) {
   const auto area =
       m_Block.begin() + static_cast<std::ptrdiff_t>(channel.outputPosition + channel.DataOffset());
-  std::fill_n(area, kMaxReportData, std::uint8_t{0});
-  if (length > 0) std::copy_n(data, length, area);
+  std::fill_n(std::copy_n(data, length, area), kMaxReportData - length, std::uint8_t{0});
 }
 
 platform::Status CReportBuffers::Send(const platform::HidDevice& device,
@@ -60,7 +58,8 @@ platform::Status CReportBuffers::Receive(const platform::HidDevice& device,
   }
   std::fill(m_LongReport.begin(), m_LongReport.end(), std::uint8_t{0});
   m_LongReport[0] = report[0];
-  platform::Status status = platform::GetInputReport(device, m_LongReport.data(), m_nInputLength);
+  const platform::Status status =
+      platform::GetInputReport(device, m_LongReport.data(), m_nInputLength);
   std::copy_n(m_LongReport.begin(), kRoom, report);
   return status;
 }

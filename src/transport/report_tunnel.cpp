@@ -24,7 +24,6 @@ struct Request {
 };
 
 std::uint32_t TraceFailure(const char* tag, const Request& request, std::uint32_t result) {
-  if (result == 0) return result;
   CMsg& msg = CMsg::Instance();
   msg.Log(0, tag, "YvHub_SendVDCmd -> RequestType: 0x%02x, Request: 0x%02x\n",
           request.bmRequestType, request.bRequest);
@@ -70,6 +69,7 @@ std::uint32_t CHidTransfers::Yv_SendVDCmd(std::uint8_t bmRequestType, std::uint8
   } else {
     result = HidDataIn(kFirst, setup.data(), setup.size(), data, wLength, timeoutMs);
   }
+  if (result == 0) return result;
   return TraceFailure("CHidTransfers::Yv_SendVDCmd",
                       {bmRequestType, bRequest, wValue, wIndex, wLength, timeoutMs}, result);
 }
@@ -83,6 +83,7 @@ std::uint32_t CHidTransfers::Yv_SendVDCmd2(std::uint8_t bmRequestType, std::uint
       bmRequestType < kDeviceToHost
           ? HidDataOut(kSecond, setup.data(), setup.size(), data, wLength, timeoutMs)
           : HidDataIn(kSecond, setup.data(), setup.size(), data, wLength, timeoutMs);
+  if (result == 0) return result;
   return TraceFailure("CHidTransfers::Yv_SendVDCmd2",
                       {bmRequestType, bRequest, wValue, wIndex, wLength, timeoutMs}, result);
 }

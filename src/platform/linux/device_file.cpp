@@ -8,13 +8,13 @@
 
 namespace qzhid::platform {
 
-Status OpenDeviceFile(const NodeFacts& node, CFileHandle& file) {
+OpenStatus OpenDeviceFile(const NodeFacts& node, CFileHandle& file) {
   CFileHandle opened(
       Uninterrupted([&] { return open(node.deviceFile.c_str(), O_RDWR | O_CLOEXEC); }));
   if (!opened) {
-    Status failure = LastFailure();
-    if (failure.code == EACCES || failure.code == EPERM) failure.refusedFile = node.deviceFile;
-    return failure;
+    const Status failure = LastFailure();
+    const bool isRefused = failure.code == EACCES || failure.code == EPERM;
+    return {failure, isRefused ? node.deviceFile : ""};
   }
   // Device numbers and file names are used again. The node's own folder, if it is still there, says
   // which number has been its own all the time.

@@ -6,6 +6,6 @@
 namespace qzhid::platform {
 
 /// Opens the node's device file for reading and writing; fails unless what was opened is that node.
-Status OpenDeviceFile(const NodeFacts& node, CFileHandle& file);
+OpenStatus OpenDeviceFile(const NodeFacts& node, CFileHandle& file);
 
 }  // namespace qzhid::platform

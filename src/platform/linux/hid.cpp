@@ -51,14 +51,14 @@ Status ExchangeReport(const HidDevice& device, unsigned long request, const void
 
 }  // namespace
 
-Status OpenHidDevice(const std::wstring& path, HidDevice& device) {
+OpenStatus OpenHidDevice(const std::wstring& path, HidDevice& device) {
   device.reset();
   std::string deviceFile;
   HidDevice opened(new HidDeviceData);
   if (!ParseHidPath(path, deviceFile, opened->node)) return Status::Failure(ENOENT);
   const auto node = CNodeRegistry::Instance().Find(opened->node);
   if (!node || node->deviceFile != deviceFile) return NoDevice();
-  Status status = OpenDeviceFile(*node, opened->file);
+  OpenStatus status = OpenDeviceFile(*node, opened->file);
   if (status) device = std::move(opened);
   return status;
 }
@@ -95,8 +95,8 @@ Status GetCaps(const PreparsedData& preparsed, HidCaps& caps) {
   return {};
 }
 
-Status GetIndexedString(const HidDevice& device, std::uint32_t index, std::size_t capacity,
-                        std::wstring& text) {
+OpenStatus GetIndexedString(const HidDevice& device, std::uint32_t index, std::size_t capacity,
+                            std::wstring& text) {
   if (!device) return InvalidHandle();
   CNodeRegistry& registry = CNodeRegistry::Instance();
   DevInst parent = 0;
@@ -104,7 +104,7 @@ Status GetIndexedString(const HidDevice& device, std::uint32_t index, std::size_
   const auto usbDevice = registry.Find(parent);
   if (!usbDevice) return NoDevice();
   std::wstring found;
-  if (Status status = ReadUsbString(*usbDevice, index, found); !status) return status;
+  if (OpenStatus status = ReadUsbString(*usbDevice, index, found); !status) return status;
   if ((Utf16Units(found) + 1) * 2 > capacity) return Status::Failure(ENOBUFS);
   text = std::move(found);
   return {};

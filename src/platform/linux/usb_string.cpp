@@ -45,12 +45,12 @@ Status ReadLanguage(const CFileHandle& usb, std::uint16_t& language) {
 
 }  // namespace
 
-Status ReadUsbString(const NodeFacts& usbDevice, std::uint32_t index, std::wstring& text) {
+OpenStatus ReadUsbString(const NodeFacts& usbDevice, std::uint32_t index, std::wstring& text) {
   if (index == 0 || index > 0xFF) return Status::Failure(EINVAL);
   CFileHandle usb;
   std::uint16_t language = 0;
   std::vector<std::uint8_t> descriptor;
-  Status status = OpenDeviceFile(usbDevice, usb);
+  OpenStatus status = OpenDeviceFile(usbDevice, usb);
   if (status) status = ReadLanguage(usb, language);
   if (status) {
     status = ReadStringDescriptor(usb, static_cast<std::uint8_t>(index), language, descriptor);

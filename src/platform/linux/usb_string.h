@@ -8,6 +8,6 @@
 namespace qzhid::platform {
 
 /// Asks a USB device for its string of that index, in the first language that it has.
-Status ReadUsbString(const NodeFacts& usbDevice, std::uint32_t index, std::wstring& text);
+OpenStatus ReadUsbString(const NodeFacts& usbDevice, std::uint32_t index, std::wstring& text);
 
 }  // namespace qzhid::platform

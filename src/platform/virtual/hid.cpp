@@ -61,7 +61,7 @@ Result CallForDevice(const HidDeviceData& device, const char* service, std::uint
 
 }  // namespace
 
-Status OpenHidDevice(const std::wstring& path, HidDevice& device) {
+OpenStatus OpenHidDevice(const std::wstring& path, HidDevice& device) {
   device.reset();
   const auto world = virtualhub::HoldCurrentWorld();
   const DevInst node = NodeOfPath(path);
@@ -107,8 +107,8 @@ Status GetCaps(const PreparsedData& preparsed, HidCaps& caps) {
   return ToStatus(result);
 }
 
-Status GetIndexedString(const HidDevice& device, std::uint32_t index, std::size_t capacity,
-                        std::wstring& text) {
+OpenStatus GetIndexedString(const HidDevice& device, std::uint32_t index, std::size_t capacity,
+                            std::wstring& text) {
   if (!device) return InvalidHandle();
   const Result result = CallForDevice(*device, "GetIndexedString", index,
                                       [&](const virtualhub::DeviceConfig& config) -> Result {

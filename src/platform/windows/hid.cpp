@@ -42,7 +42,7 @@ Status GiveUp(Owner& owner) {
 
 }  // namespace
 
-Status OpenHidDevice(const std::wstring& path, HidDevice& device) {
+OpenStatus OpenHidDevice(const std::wstring& path, HidDevice& device) {
   device.reset(new HidDeviceData{INVALID_HANDLE_VALUE});
   device->handle =
       CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
@@ -72,8 +72,8 @@ Status GetCaps(const PreparsedData& preparsed, HidCaps& caps) {
   return {};
 }
 
-Status GetIndexedString(const HidDevice& device, std::uint32_t index, std::size_t capacity,
-                        std::wstring& text) {
+OpenStatus GetIndexedString(const HidDevice& device, std::uint32_t index, std::size_t capacity,
+                            std::wstring& text) {
   if (!device) return InvalidHandle();
   // One unit more than the service is told of ends the text whatever it wrote.
   std::vector<wchar_t> buffer(capacity / sizeof(wchar_t) + 1);
