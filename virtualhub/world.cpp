@@ -94,8 +94,8 @@ void World::Arrive(Device& device, std::uint64_t atUs) {
     device.ids = {identity.vid, identity.pid};
     device.readyAtUs = atUs + device.hub->timing().readyMs * kUsPerMs;
   }
-  device.returnAtUs.reset();
   device.nodes = tree_.Attach(device.port, device.ids, device.config.usb, device.config.hid);
+  device.returnAtUs.reset();  // not before: without memory for the nodes it arrives later
 }
 
 void World::Leave(Device& device) {

@@ -1,5 +1,6 @@
 #include "log/msg.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cwchar>
@@ -14,15 +15,16 @@ namespace {
 
 constexpr std::size_t kBufferSize = 1024;
 
-std::string LinePrefix(const char* func) {
+constexpr std::size_t kPrefixSize = 256;  // room for the stamp and the name of any operation
+
+/// Writes "[time]  func, " and returns its length. Without memory of its own: a line that tells of
+/// a lack of memory must not need any.
+std::size_t WritePrefix(char* line, const char* func) {
   const platform::LocalTime now = platform::GetLocalTime();
-  char stamp[96];
-  std::snprintf(stamp, sizeof(stamp), "[%04d-%02d-%02d, %02d:%02d:%02d]  ", now.year, now.month,
-                now.day, now.hour, now.minute, now.second);
-  std::string prefix(stamp);
-  prefix += func;
-  prefix += ", ";
-  return prefix;
+  const int length =
+      std::snprintf(line, kPrefixSize, "[%04d-%02d-%02d, %02d:%02d:%02d]  %s, ", now.year,
+                    now.month, now.day, now.hour, now.minute, now.second, func);
+  return std::min(static_cast<std::size_t>(length), kPrefixSize - 1);
 }
 
 }  // namespace
@@ -49,13 +51,13 @@ void CMsg::RemoveResponder(IResponder* responder) {
 
 void CMsg::Log(int level, const char* func, const char* format, ...) {
   if (m_Responders.IsEmpty()) return;
-  char message[kBufferSize] = {};
+  char line[kPrefixSize + kBufferSize] = {};
+  char* const message = line + WritePrefix(line, func);
   std::va_list arguments;
   va_start(arguments, format);
-  std::vsnprintf(message, sizeof(message), format, arguments);
+  std::vsnprintf(message, kBufferSize, format, arguments);
   va_end(arguments);
-  const std::string line = LinePrefix(func) + message;
-  Deliver([&](IResponder& responder) { responder.OnLog(line.c_str(), level); });
+  Deliver([&](IResponder& responder) { responder.OnLog(line, level); });
 }
 
 void CMsg::Log(int level, const char* func, const wchar_t* format, ...) {
@@ -66,7 +68,9 @@ void CMsg::Log(int level, const char* func, const wchar_t* format, ...) {
   const int length = std::vswprintf(message, kBufferSize, format, arguments);
   va_end(arguments);
   if (length < 0) throw std::range_error("wide log message does not fit");
-  const std::string line = LinePrefix(func) + platform::ToNarrow(message);
+  char prefix[kPrefixSize];
+  WritePrefix(prefix, func);
+  const std::string line = prefix + platform::ToNarrow(message);
   if (line.size() >= kBufferSize) throw std::range_error("wide log line does not fit");
   Deliver([&](IResponder& responder) { responder.OnLog(line.c_str(), level); });
 }
