@@ -91,12 +91,14 @@ void World::SaveState(Device& device) {
 void World::CatchUp() {
   const std::uint64_t now = clock_.NowUs();
   if (now < nextChangeUs_) return;
-  nextChangeUs_ = kNever;
+  nextChangeUs_ = 0;  // should memory run out on the way, the rest is caught up with later
+  std::uint64_t next = kNever;
   for (Device& device : devices_) {
     if (device.leaveAtUs && *device.leaveAtUs <= now) Leave(device);
     if (device.returnAtUs && *device.returnAtUs <= now) Arrive(device, *device.returnAtUs);
-    Schedule(std::min(device.leaveAtUs.value_or(kNever), device.returnAtUs.value_or(kNever)));
+    next = std::min({next, device.leaveAtUs.value_or(kNever), device.returnAtUs.value_or(kNever)});
   }
+  nextChangeUs_ = next;
 }
 
 void World::Arrive(Device& device, std::uint64_t atUs) {
@@ -106,10 +108,18 @@ void World::Arrive(Device& device, std::uint64_t atUs) {
     device.ids = {identity.vid, identity.pid};
     device.readyAtUs = atUs + device.hub->timing().readyMs * kUsPerMs;
   }
-  device.returnAtUs.reset();
-  device.nodes = tree_.Attach(device.port, device.ids, device.config.usb, device.config.hid);
-  byNode_[device.nodes.hid] = byNode_[device.nodes.usb] = &device;
+  UsbTree::Instance nodes =
+      tree_.Attach(device.port, device.ids, device.config.usb, device.config.hid);
+  try {
+    byNode_[nodes.hid] = byNode_[nodes.usb] = &device;
+  } catch (...) {
+    byNode_.erase(nodes.usb);
+    tree_.Detach(nodes);
+    throw;
+  }
+  device.nodes = nodes;
   hidNodes_.reset();
+  device.returnAtUs.reset();  // not before: without memory for its nodes it arrives later
 }
 
 void World::Leave(Device& device) {

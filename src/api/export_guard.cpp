@@ -26,13 +26,21 @@ void LogUpdateIsRunning(const char* exportName) {
   CMsg::Instance().Log(3, exportName, "An update is running\n");
 }
 
-void DebugPrint(const wchar_t* format, ...) {
+void TellDebugger(const wchar_t* text) noexcept {
+  try {
+    platform::DebugOutput(text);
+  } catch (...) {
+    // No export fails because nobody can be told its name.
+  }
+}
+
+void DebugPrint(const wchar_t* format, ...) noexcept {
   wchar_t text[256] = {};
   std::va_list arguments;
   va_start(arguments, format);
   std::vswprintf(text, sizeof(text) / sizeof(text[0]), format, arguments);
   va_end(arguments);
-  platform::DebugOutput(text);
+  TellDebugger(text);
 }
 
 }  // namespace qzhid

@@ -9,13 +9,16 @@ namespace qzhid {
 /// Logs the exception that is being handled under the export's name; never throws.
 void LogException(const char* exportName) noexcept;
 
+/// Writes a text to an attached debugger; does nothing where there is no memory for it.
+void TellDebugger(const wchar_t* text) noexcept;
+
 /// Runs an export's body: names the export to an attached debugger (unless `debugName` is null) and
 /// turns any exception into a log line and the export's failure value.
 template <class Result, class Body>
 Result RunExport(const char* exportName, const wchar_t* debugName, Result failure,
                  const Body& body) noexcept {
   try {
-    if (debugName != nullptr) platform::DebugOutput(debugName);
+    if (debugName != nullptr) TellDebugger(debugName);
     return body();
   } catch (...) {
     LogException(exportName);
@@ -38,7 +41,7 @@ Result RunDeviceExport(ConnectionUse use, const char* exportName, const wchar_t*
   });
 }
 
-/// Formats as swprintf does and writes the text to an attached debugger.
-void DebugPrint(const wchar_t* format, ...);
+/// Formats as swprintf does and writes the text to an attached debugger, as TellDebugger does.
+void DebugPrint(const wchar_t* format, ...) noexcept;
 
 }  // namespace qzhid

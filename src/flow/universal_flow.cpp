@@ -31,28 +31,38 @@ void Progress(int percent) { CMsg::Instance().Progress(percent); }
 
 bool CUniversalFlow::DevUpdate() {
   const Run run = Begin("CUniversalFlow::DevUpdate", true);
-  StepGpio(run.tag, kGpioFailure);
-  const bool isDone = WriteImage(run) && (!m_bResetToFlash || StartAndReturn(run));
-  return Conclude(run, isDone);
+  return RunToItsEnd(
+      [&] {
+        StepGpio(run.tag, kGpioFailure);
+        const bool isDone = WriteImage(run) && (!m_bResetToFlash || StartAndReturn(run));
+        return Conclude(run, isDone);
+      },
+      [&] { Conclude(run, false); });
+}
+
+template <class Steps>
+bool CUniversalFlow::RunReleased(const Run& run, const Steps& steps) {
+  return RunToItsEnd([&] { return ConcludeReleased(run, steps()); },
+                     [&] { ConcludeReleased(run, false); });
 }
 
 bool CUniversalFlow::DevUpdateReconn(std::uint8_t option) {
   const Run run = Begin("CUniversalFlow::DevUpdateReconn", false);
-  bool isDone = WriteImage(run);
-  if (isDone) {
+  return RunReleased(run, [&] {
+    if (!WriteImage(run)) return false;
     // No device class knows the option, and the line is written whatever it answers.
     m_pDev->SetReconnectOption(option);
     CMsg::Instance().Log(3, run.tag, "fail to set tpc reconnect\n");
-    isDone = StartFirmware(run) && (!IsInState(kStateWait) || ReturnFromReset(run, kGpioFailure));
-  }
-  return ConcludeReleased(run, isDone);
+    return StartFirmware(run) && (!IsInState(kStateWait) || ReturnFromReset(run, kGpioFailure));
+  });
 }
 
 bool CUniversalFlow::DevUpdateSwitchOnBBafterReset(bool (*switchOn)()) {
   const Run run = Begin("CUniversalFlow::DevUpdateSwitchOnBBafterReset", false);
-  const bool isDone = WriteImage(run) && StartFirmware(run) &&
-                      (!IsInState(kStateWait) || ReturnWithPower(run, switchOn));
-  return ConcludeReleased(run, isDone);
+  return RunReleased(run, [&] {
+    return WriteImage(run) && StartFirmware(run) &&
+           (!IsInState(kStateWait) || ReturnWithPower(run, switchOn));
+  });
 }
 
 CUniversalFlow::Run CUniversalFlow::Begin(const char* tag, bool hasBoardSteps) {

@@ -57,8 +57,21 @@ class CUniversalFlow final : public IMpFlow {
   bool SwitchPowerOn(const Run& run, bool (*switchOn)());
   bool Conclude(const Run& run, bool isDone);
   bool ConcludeReleased(const Run& run, bool isDone);
+  template <class Steps>
+  bool RunReleased(const Run& run, const Steps& steps);
   bool ConcludeFailure(const Run& run);
   void LogSuccess(const Run& run, std::uint64_t endMs);
+
+  /// Runs the steps of a job. One that throws ends the job as a failure does.
+  template <class Steps, class End>
+  static bool RunToItsEnd(const Steps& steps, const End& endFailure) {
+    try {
+      return steps();
+    } catch (...) {
+      endFailure();
+      throw;
+    }
+  }
 
   template <class Read>
   bool ReadFromDevice(const char* tag, std::uint32_t wait, bool hasBoardSteps, const Read& read);

@@ -73,18 +73,24 @@ bool CUniversalFlow::ResetDeviceonly() {
 template <class Read>
 bool CUniversalFlow::ReadFromDevice(const char* tag, std::uint32_t wait, bool hasBoardSteps,
                                     const Read& read) {
-  if (hasBoardSteps) StepGpio(tag, kGpioFailure);
-  if (!WaitConnect(wait)) return false;
-  m_pDev->JudgeCodeMode(m_pDev);
-  if (hasBoardSteps) StepI2CSpeed(tag);
-  bool isDone = read();
-  if (!isDone) CMsg::Instance().Log(3, tag, "Read Version is Fail\n");
-  const bool isReleased = UnInitDev();
-  if (isDone && !isReleased) CMsg::Instance().Log(3, tag, "fail to uninit dev\n");
-  isDone = isDone && isReleased;
-  if (hasBoardSteps) RestoreGpio(tag);
-  m_pFinder->DummyRemove(m_pDev);
-  return isDone;
+  const auto readWhenThere = [&] {
+    if (hasBoardSteps) StepGpio(tag, kGpioFailure);
+    if (!WaitConnect(wait)) return false;
+    m_pDev->JudgeCodeMode(m_pDev);
+    if (hasBoardSteps) StepI2CSpeed(tag);
+    bool isDone = read();
+    if (!isDone) CMsg::Instance().Log(3, tag, "Read Version is Fail\n");
+    const bool isReleased = UnInitDev();
+    if (isDone && !isReleased) CMsg::Instance().Log(3, tag, "fail to uninit dev\n");
+    isDone = isDone && isReleased;
+    if (hasBoardSteps) RestoreGpio(tag);
+    m_pFinder->DummyRemove(m_pDev);
+    return isDone;
+  };
+  return RunToItsEnd(readWhenThere, [&] {
+    Finish();
+    if (hasBoardSteps) RestoreGpio(tag);
+  });
 }
 
 bool CUniversalFlow::DevReadVersion(std::uint16_t* version) {

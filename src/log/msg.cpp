@@ -1,11 +1,13 @@
 #include "log/msg.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cwchar>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "platform/platform.h"
 
@@ -14,32 +16,32 @@ namespace qzhid {
 namespace {
 
 constexpr std::size_t kBufferSize = 1024;
-constexpr std::size_t kUsualLine = 240;
+constexpr std::size_t kPrefixSize = 256;  // room for the stamp and the name of any operation
+
+char* Put(char* at, std::string_view text) { return std::copy(text.begin(), text.end(), at); }
 
 /// Writes a number as "%0*d" does, which would cost half the time of a line.
-void Append(std::string& text, int value, std::size_t width) {
+char* Put(char* at, int value, std::size_t width) {
   char digits[16];
-  const char* const end = std::to_chars(digits, digits + sizeof(digits), value).ptr;
-  const auto length = static_cast<std::size_t>(end - digits);
-  if (length < width) text.append(width - length, '0');
-  text.append(digits, length);
+  const auto length =
+      static_cast<std::size_t>(std::to_chars(digits, digits + sizeof(digits), value).ptr - digits);
+  if (length < width) at = std::fill_n(at, width - length, '0');
+  return Put(at, std::string_view(digits, length));
 }
 
-/// "[year-month-day, hour:minute:second]  func, ", with room for the message.
-std::string LinePrefix(const char* func) {
+/// Writes "[year-month-day, hour:minute:second]  func, " and returns its end. Without memory of its
+/// own: a line that tells of a lack of memory must not need any.
+char* PutPrefix(char* line, std::string_view func) {
   const platform::LocalTime now = platform::GetLocalTime();
-  std::string prefix;
-  prefix.reserve(kUsualLine);
-  Append(prefix += '[', now.year, 4);
-  Append(prefix += '-', now.month, 2);
-  Append(prefix += '-', now.day, 2);
-  Append(prefix += ", ", now.hour, 2);
-  Append(prefix += ':', now.minute, 2);
-  Append(prefix += ':', now.second, 2);
-  prefix += "]  ";
-  prefix += func;
-  prefix += ", ";
-  return prefix;
+  char* at = Put(Put(line, "["), now.year, 4);
+  at = Put(Put(at, "-"), now.month, 2);
+  at = Put(Put(at, "-"), now.day, 2);
+  at = Put(Put(at, ", "), now.hour, 2);
+  at = Put(Put(at, ":"), now.minute, 2);
+  at = Put(Put(at, ":"), now.second, 2);
+  at = Put(at, "]  ");
+  const auto used = static_cast<std::size_t>(at - line);
+  return Put(Put(at, func.substr(0, kPrefixSize - used - 2)), ", ");
 }
 
 }  // namespace
@@ -69,14 +71,13 @@ void CMsg::RemoveResponder(IResponder* responder) {
 
 void CMsg::Log(int level, const char* func, const char* format, ...) {
   if (!m_Responders.Takes(kLines)) return;
-  char message[kBufferSize];
+  char line[kPrefixSize + kBufferSize];
+  char* const message = PutPrefix(line, func);
   std::va_list arguments;
   va_start(arguments, format);
-  if (std::vsnprintf(message, sizeof(message), format, arguments) < 0) message[0] = '\0';
+  if (std::vsnprintf(message, kBufferSize, format, arguments) < 0) message[0] = '\0';
   va_end(arguments);
-  std::string line = LinePrefix(func);
-  line += message;
-  Deliver(kLines, [&](IResponder& responder) { responder.OnLog(line.c_str(), level); });
+  Deliver(kLines, [&](IResponder& responder) { responder.OnLog(line, level); });
 }
 
 void CMsg::Log(int level, const char* func, const wchar_t* format, ...) {
@@ -87,7 +88,9 @@ void CMsg::Log(int level, const char* func, const wchar_t* format, ...) {
   const int length = std::vswprintf(message, kBufferSize, format, arguments);
   va_end(arguments);
   if (length < 0) throw std::range_error("wide log message does not fit");
-  const std::string line = LinePrefix(func) + platform::ToNarrow(message);
+  char prefix[kPrefixSize];
+  std::string line(prefix, PutPrefix(prefix, func));
+  line += platform::ToNarrow(message);
   if (line.size() >= kBufferSize) throw std::range_error("wide log line does not fit");
   Deliver(kLines, [&](IResponder& responder) { responder.OnLog(line.c_str(), level); });
 }

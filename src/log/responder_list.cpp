@@ -57,40 +57,61 @@ bool CResponderList::Takes(unsigned kind) noexcept {
 CResponderList::~CResponderList() {
   Clear();
   FreeRetired();
+  delete m_pSpare.load();
 }
 
 void CResponderList::Add(IResponder* responder) {
   for (bool done = false; !done;) {
     const CPin pin(*this);
-    Receivers next = pin.Get();
-    next.push_back({responder, responder->Takes()});
+    const Receivers& now = pin.Get();
+    auto next = std::make_unique<Snapshot>();
+    next->receivers.reserve(now.size() + 1);
+    next->receivers = now;
+    next->receivers.push_back({responder, responder->Takes()});
+    auto spare = std::make_unique<Snapshot>();
+    spare->receivers.reserve(now.size());
     done = TryReplace(pin, std::move(next));
+    if (done) spare.reset(m_pSpare.exchange(spare.release()));
   }
 }
 
 void CResponderList::Remove(const IResponder* responder) {
   for (bool done = false; !done;) {
     const CPin pin(*this);
-    Receivers next = pin.Get();
-    const auto found = Find(next, responder);
-    if (found == next.end()) return;
-    next.erase(found);
+    const Receivers& now = pin.Get();
+    const auto found = Find(now, responder);
+    if (found == now.end()) return;
+    std::unique_ptr<Snapshot> next;
+    if (now.size() > 1) {
+      next = TakeRoom(now.size() - 1);
+      next->receivers.assign(now.begin(), found);
+      next->receivers.insert(next->receivers.end(), found + 1, now.end());
+    }
     done = TryReplace(pin, std::move(next));
   }
 }
 
 void CResponderList::Clear() noexcept { Retire(m_pCurrent.exchange(nullptr)); }
 
-bool CResponderList::TryReplace(const CPin& pin, Receivers next) {
-  std::unique_ptr<Snapshot> snapshot;
-  if (!next.empty()) {
-    unsigned takes = 0;
-    for (const Entry& entry : next) takes |= entry.takes;
-    snapshot.reset(new Snapshot{std::move(next), takes});
+std::unique_ptr<CResponderList::Snapshot> CResponderList::TakeRoom(std::size_t receivers) {
+  try {
+    auto room = std::make_unique<Snapshot>();
+    room->receivers.reserve(receivers);
+    return room;
+  } catch (const std::bad_alloc&) {
+    std::unique_ptr<Snapshot> spare(m_pSpare.exchange(nullptr));
+    if (!spare || spare->receivers.capacity() < receivers) throw;
+    return spare;
+  }
+}
+
+bool CResponderList::TryReplace(const CPin& pin, std::unique_ptr<Snapshot> next) {
+  if (next) {
+    for (const Entry& entry : next->receivers) next->takes |= entry.takes;
   }
   Snapshot* expected = pin.m_pSnapshot;
-  if (!m_pCurrent.compare_exchange_strong(expected, snapshot.get())) return false;
-  static_cast<void>(snapshot.release());  // the list's now
+  if (!m_pCurrent.compare_exchange_strong(expected, next.get())) return false;
+  static_cast<void>(next.release());  // the list's now
   Retire(expected);
   return true;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 #include <vector>
 
 #include "log/responder.h"
@@ -28,7 +29,8 @@ class CResponderList {
 
   /// Appends; the same receiver may stand in the list more than once. Throws std::bad_alloc.
   void Add(IResponder* responder);
-  /// Removes the first entry of that receiver, if there is one. Throws std::bad_alloc.
+  /// Removes the first entry of that receiver, if there is one. The first removal after an Add
+  /// needs no memory; others may throw std::bad_alloc.
   void Remove(const IResponder* responder);
   void Clear() noexcept;
   /// Whether any receiver takes what is of that kind.
@@ -54,12 +56,14 @@ class CResponderList {
   };
 
  private:
-  bool TryReplace(const CPin& pin, Receivers next);
+  std::unique_ptr<Snapshot> TakeRoom(std::size_t receivers);
+  bool TryReplace(const CPin& pin, std::unique_ptr<Snapshot> next);
   void Retire(Snapshot* snapshot) noexcept;
   void FreeRetired() noexcept;
 
   std::atomic<Snapshot*> m_pCurrent{nullptr};  // null: empty
   std::atomic<Snapshot*> m_pRetired{nullptr};  // replaced, perhaps still being read
+  std::atomic<Snapshot*> m_pSpare{nullptr};    // for a removal when there is no memory left
   std::atomic<unsigned> m_nPins{0};
 };
 

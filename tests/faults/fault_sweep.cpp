@@ -1,0 +1,272 @@
+#include "fault_sweep.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <map>
+#include <new>
+
+#include "scarce_memory.h"
+#include "virtualhub/image.h"
+
+namespace qzhid::test {
+
+using At = FaultKind::At;
+using Action = Fault::Action;
+using virtualhub::Record;
+
+const std::vector<FaultKind> kFaultKinds = {
+    {"output report fails", At::Output, {.code = 5}},
+    {"output report fails without a code", At::Output, {}, false},
+    {"input report fails", At::Input, {.code = 5}},
+    {.name = "input report fails without a code", .at = At::Input, .isLie = true},
+    {"report stalls", At::Exchange, {.action = Action::Stall}, false},
+    {.name = "answer all zeros",
+     .at = At::Input,
+     .fault = {.action = Action::AnswerZeros},
+     .isQuick = false,
+     .isLie = true},
+    {.name = "answer all ones",
+     .at = At::Input,
+     .fault = {.action = Action::AnswerOnes},
+     .isQuick = false,
+     .isLie = true},
+    {.name = "answer random",
+     .at = At::Input,
+     .fault = {.action = Action::AnswerRandom},
+     .isLie = true},
+    {.name = "request taken, not carried out",
+     .at = At::Output,
+     .fault = {.action = Action::LoseWrite},
+     .isLie = true},
+    {"unplugged and back", At::Exchange, {.action = Action::Unplug, .returnMs = 500}},
+    {"back at once as a new instance",
+     At::Exchange,
+     {.action = Action::Unplug, .returnMs = 0},
+     false},
+    {"unplugged, back on another port",
+     At::Exchange,
+     {.action = Action::Unplug, .returnMs = 500, .port = "4"},
+     false},
+    {"unplugged for good", At::Exchange, {.action = Action::Unplug}, true, true},
+    {"power lost", At::Exchange, {.action = Action::PowerLoss, .returnMs = 500}},
+    {"power lost for good", At::Exchange, {.action = Action::PowerLoss}, false, true},
+    {"never back from reset", At::Reset, {.action = Action::NeverReturn}, true, true},
+    {"back from reset on another port", At::Reset, {.action = Action::ReturnAt, .port = "4"}},
+    {"platform call fails", At::Call, {.code = 13}},
+    {"platform call fails without a code", At::Call, {}, false},
+    {"platform call, unplugged and back",
+     At::Call,
+     {.action = Action::Unplug, .returnMs = 500},
+     false},
+    {"platform call, unplugged for good", At::Call, {.action = Action::Unplug}, true, true},
+    {"platform call, power lost", At::Call, {.action = Action::PowerLoss, .returnMs = 500}, false},
+    {"out of memory once", At::Allocation},
+    {"out of memory from then on", At::AllAllocationsFrom}};
+
+const Start kFlashStart = {"flash code", ""};
+
+namespace {
+
+constexpr int kMostComplaints = 5;
+
+virtualhub::Scenario Machine(const Start& start) {
+  return virtualhub::ReadScenario(std::string(R"({"devices": [
+      {"name": "hub", "port": "3.1", "bank_size": 65536,
+       "i2c": [{"kind": "eeprom", "address": "0x50", "size": 32768, "address_bytes": 2}])") +
+                                  start.members +
+                                  R"(}, {"name": "keyboard", "kind": "other", "port": "5"}]})");
+}
+
+bool IsBusAction(const Fault& fault) {
+  return fault.action == Action::Unplug || fault.action == Action::PowerLoss;
+}
+
+}  // namespace
+
+std::string SweepName(std::string subject, const std::string& kind) {
+  subject += "_" + kind;
+  std::erase(subject, ',');
+  std::replace(subject.begin(), subject.end(), ' ', '_');
+  return subject;
+}
+
+void* OpenHub(virtualhub::World& world) {
+  HidDevRecord* list = nullptr;
+  std::uint32_t count = 0;
+  QZ_ListAllHidDev(&list, &count);
+  QZ_FreeDevList(list);
+  return QZ_OpenHid(world.HidInstance("hub"));
+}
+
+bool Runs(virtualhub::World& world, const virtualhub::Bytes& image) {
+  virtualhub::Hub& hub = world.hub("hub");
+  const auto contents = hub.bank(hub.activeBank()).contents();
+  return hub.code() == virtualhub::Code::Flash &&
+         std::equal(image.begin(), image.end(), contents.begin());
+}
+
+FaultSweep::FaultSweep() { CMsg::Instance().AddResponder(&m_Listener); }
+
+FaultSweep::~FaultSweep() {
+  CMsg::Instance().RemoveResponder(&m_Listener);
+  virtualhub::UninstallWorld();
+}
+
+bool FaultSweep::Update(void* handle) const {
+  return QZ_UpdateDev(handle, m_File.path(), OnProgress) == 1;
+}
+
+void FaultSweep::Sweep(const Start& start, const Job& job, const FaultKind& kind) {
+  virtualhub::Scenario machine = Machine(start);
+  machine.record = true;
+  m_pWorld = &virtualhub::InstallWorld(machine);
+  const std::vector<Place> places = FindPlaces(job, kind);
+  for (const Place& place : places) Inject(start, job, kind, place);
+  const Outcomes& all = m_Outcomes;
+  std::printf("fault sweep: %s|%s|%s|%d|%d|%d|%d|%d|%d|%d\n", job.name, start.name, kind.name,
+              all.tried, all.done, all.wrong, all.failed, all.replugged, all.powerCycled, all.lost);
+  EXPECT_EQ(0, all.lost);
+  EXPECT_EQ(0, all.powerCycled);
+}
+
+/// Does the job without faults; the places where the kind can strike it.
+std::vector<FaultSweep::Place> FaultSweep::FindPlaces(const Job& job, const FaultKind& kind) {
+  void* const handle = job.opensItself ? nullptr : OpenHub(*m_pWorld);
+  const auto keyboardHid = m_pWorld->HidInstance("keyboard");
+  const auto keyboardUsb = m_pWorld->UsbInstance("keyboard");
+  const bool countsMemory = kind.at == At::Allocation || kind.at == At::AllAllocationsFrom;
+  if (countsMemory) m_pWorld->recorder().Stop();  // it uses memory, too
+  m_pWorld->recorder().Clear();
+  std::uint64_t allocations = 0;
+  {
+    const ScarceMemory memory(0, 0);
+    EXPECT_TRUE(job.run(handle));
+    allocations = memory.used();
+  }
+  EXPECT_TRUE(job.isDone(*m_pWorld));
+
+  std::vector<Place> places;
+  std::map<std::string, std::uint32_t> seen;
+  std::uint16_t key = 0;
+  const auto add = [&](bool isWanted, Fault::On on, const std::string& service = "") {
+    if (!isWanted) return;
+    places.push_back({kind.fault, 0, service.empty() ? key : std::uint16_t{0}});
+    Fault& fault = places.back().fault;
+    fault.on = on;
+    fault.service = service;
+    fault.nth = ++seen[service];
+    if (IsBusAction(fault)) fault.device = "hub";
+  };
+  for (const Record& record : m_pWorld->recorder().all()) {
+    const bool isOutput = record.kind == Record::Kind::Output;
+    const bool isInput = record.kind == Record::Kind::Input;
+    if (record.kind == Record::Kind::Request) {
+      key = record.key();
+      const bool isReset = key == 0x4000 || key == 0x40E9;
+      add(kind.at == At::Reset && isReset, Fault::On::Reset);
+    }
+    add(kind.at == At::Output && isOutput, Fault::On::Output);
+    add(kind.at == At::Input && isInput, Fault::On::Input);
+    add(kind.at == At::Exchange && (isOutput || isInput), Fault::On::Exchange);
+    const bool isOfKeyboard = record.instance == keyboardHid || record.instance == keyboardUsb;
+    if (record.kind == Record::Kind::Call && record.name != "SleepMs") {
+      add(kind.at == At::Call && !(isOfKeyboard && IsBusAction(kind.fault)), Fault::On::Call,
+          record.name);
+    }
+  }
+  if (countsMemory) {
+    for (std::uint64_t i = 1; i <= allocations; ++i) places.push_back({{}, i, 0});
+  }
+  QZ_CloseDev(handle);
+  return places;
+}
+
+void FaultSweep::Inject(const Start& start, const Job& job, const FaultKind& kind,
+                        const Place& place) {
+  m_pWorld = &virtualhub::InstallWorld(Machine(start));
+  void* const handle = job.opensItself ? nullptr : OpenHub(*m_pWorld);
+  m_Listener.failures = 0;
+  s_progress = 0;
+  const std::uint64_t exchanges = m_pWorld->exchanges();
+  const bool isReported = RunStruck(job, kind, place, handle);
+  ++m_Outcomes.tried;
+  if (!isReported) {
+    ++m_Outcomes.failed;
+    Check(s_progress == 0, "progress is back at 0", place);
+    Check(m_Listener.failures > 0, "the log tells the failure", place);
+  } else if (job.isDone(*m_pWorld)) {
+    ++m_Outcomes.done;
+  } else {
+    ++m_Outcomes.wrong;
+    Check(job.mayLie(kind, place.key), "what is reported as done is done", place);
+  }
+  // Out of memory before its first request, a job may leave the device as it was.
+  if (job.closes && (place.allocation == 0 || m_pWorld->exchanges() != exchanges)) {
+    Check(OpenHandles() == 0, "nothing is left open", place);
+  }
+  s_progress = -1;
+  CMsg::Instance().Progress(1);
+  Check(s_progress == -1, "no receiver is left", place);
+  m_pWorld->ClearFaults();
+  m_pWorld->SleepMs(2000);
+  if (start.isDual) {
+    Check(m_pWorld->hub("hub").code() == virtualhub::Code::Flash, "the firmware runs", place);
+  }
+  QZ_CloseDev(handle);
+  Check(OpenHandles() == 0, "closing leaves nothing open", place);
+  Recover(kind, place);
+}
+
+bool FaultSweep::RunStruck(const Job& job, const FaultKind& kind, const Place& place,
+                           void* handle) {
+  if (place.allocation == 0) {
+    m_pWorld->AddFault(place.fault);
+    return job.run(handle);
+  }
+  const std::uint64_t last = kind.at == At::Allocation ? place.allocation : UINT64_MAX;
+  const ScarceMemory memory(place.allocation, last);
+  bool isReported = false;
+  try {
+    isReported = job.run(handle);
+  } catch (const std::bad_alloc&) {
+    // from a job that is not an export
+  }
+  Check(memory.used() >= place.allocation, "the fault strikes", place);
+  return isReported;
+}
+
+/// Brings the hub back and updates it as a host does that has just been started.
+void FaultSweep::Recover(const FaultKind& kind, const Place& place) {
+  if (m_pWorld->HidInstance("hub") == 0) {
+    ++m_Outcomes.replugged;
+    Check(kind.isForGood, "the hub comes back by itself", place);
+    m_pWorld->Plug("hub");
+  }
+  if (UpdateAnew()) return;
+  m_pWorld->PowerLoss("hub", 0);
+  const bool isBack = UpdateAnew();
+  ++(isBack ? m_Outcomes.powerCycled : m_Outcomes.lost);
+  Check(false, isBack ? "it can be updated without a power cycle" : "it can be updated", place);
+}
+
+bool FaultSweep::UpdateAnew() {
+  void* const handle = OpenHub(*m_pWorld);
+  const bool isDone = handle != nullptr && Update(handle) && Runs(*m_pWorld, image);
+  QZ_CloseDev(handle);
+  return isDone && OpenHandles() == 0;
+}
+
+int FaultSweep::OpenHandles() const {
+  using enum virtualhub::HandleKind;
+  return m_pWorld->openHandles(HidDevice) + m_pWorld->openHandles(Event) +
+         m_pWorld->openHandles(NodeSet) + m_pWorld->openHandles(PreparsedData);
+}
+
+void FaultSweep::Check(bool isMet, const char* claim, const Place& place) {
+  if (isMet || ++m_nComplaints > kMostComplaints) return;
+  ADD_FAILURE() << "not so: " << claim << ", with the fault at " << place.fault.service << ' '
+                << place.fault.nth << ", allocation " << place.allocation << ", request "
+                << std::hex << place.key;
+}
+
+}  // namespace qzhid::test

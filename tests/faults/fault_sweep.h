@@ -1,0 +1,105 @@
+// A job of the library, repeated with one fault at every place where one can strike.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "support/library_test.h"
+#include "virtualhub/image.h"
+
+namespace qzhid::test {
+
+using virtualhub::Fault;
+
+/// What goes wrong, and at each of what.
+struct FaultKind {
+  enum class At { Output, Input, Exchange, Reset, Call, Allocation, AllAllocationsFrom };
+
+  const char* name;
+  At at;
+  Fault fault = {};
+  bool isQuick = true;     ///< part of the sweeps of the small jobs
+  bool isForGood = false;  ///< the hub stays away until it is plugged
+  bool isLie = false;      ///< the library is told what is not so
+};
+extern const std::vector<FaultKind> kFaultKinds;
+
+/// The hub at the start: named "hub", with I2C targets, at port 3.1; a keyboard is there, too.
+struct Start {
+  const char* name;
+  const char* members;  ///< more JSON members of the hub
+  bool isDual = false;
+};
+extern const Start kFlashStart;
+
+struct Job {
+  const char* name;
+  bool opensItself;  ///< is not given an open handle
+  bool closes;       ///< leaves no device open
+  /// Does the job; whether it was reported as done.
+  std::function<bool(void* handle)> run;
+  /// Whether a job that was reported as done is.
+  std::function<bool(virtualhub::World&)> isDone;
+  /// Whether the job may be reported as done when it is not, with a fault at a request of that key
+  /// (0: at anything else).
+  std::function<bool(const FaultKind&, std::uint16_t key)> mayLie;
+};
+
+/// The name of a sweep as a test has it.
+std::string SweepName(std::string subject, const std::string& kind);
+/// Lists and opens the hub; null when it is not there.
+void* OpenHub(virtualhub::World& world);
+/// Whether the flash code that the hub runs is that image.
+bool Runs(virtualhub::World& world, const virtualhub::Bytes& image);
+
+class FaultSweep : public ::testing::Test {
+ protected:
+  FaultSweep();
+  ~FaultSweep() override;
+
+  /// Injects the kind at every place of the job; one line of the summary.
+  void Sweep(const Start& start, const Job& job, const FaultKind& kind);
+  bool Update(void* handle) const;
+
+  static void OnProgress(std::int32_t percent) { s_progress = percent; }
+  static inline int s_progress;
+
+  const virtualhub::Bytes image = virtualhub::BuildImage({.version = 0x0210}, 0x8000);
+
+ private:
+  /// One place of the sweep.
+  struct Place {
+    Fault fault;
+    std::uint64_t allocation = 0;  ///< 0: the fault strikes
+    std::uint16_t key = 0;         ///< of the request that is struck
+  };
+  /// Counts the level 3 lines, and lets the library format all lines.
+  class Listener final : public SilentReceiver {
+   public:
+    void OnLog(const char*, int level) override { failures += level >= 3 ? 1 : 0; }
+    int failures = 0;
+  };
+  struct Outcomes {
+    int tried = 0, done = 0, wrong = 0, failed = 0, replugged = 0, powerCycled = 0, lost = 0;
+  };
+
+  std::vector<Place> FindPlaces(const Job& job, const FaultKind& kind);
+  void Inject(const Start& start, const Job& job, const FaultKind& kind, const Place& place);
+  bool RunStruck(const Job& job, const FaultKind& kind, const Place& place, void* handle);
+  void Recover(const FaultKind& kind, const Place& place);
+  bool UpdateAnew();
+  int OpenHandles() const;
+  void Check(bool isMet, const char* claim, const Place& place);
+
+  const TempFile m_File{image};
+  Listener m_Listener;
+  virtualhub::World* m_pWorld = nullptr;
+  Outcomes m_Outcomes;
+  int m_nComplaints = 0;
+};
+
+}  // namespace qzhid::test

@@ -1,0 +1,54 @@
+// Updates that meet one fault, wherever it may strike: the host is told, and the hub can be updated
+// again.
+#include "fault_sweep.h"
+
+namespace qzhid::test {
+namespace {
+
+const Start kStarts[] = {
+    kFlashStart,
+    {"ROM code", R"(, "running": "rom", "image": {"size": 32768})"},
+    {"two banks", R"(, "dual_bank": true, "second_image": {"version": "0x0100", "size": 32768})",
+     true},
+    {"two banks, validating",
+     R"(, "dual_bank": true, "isp_supported": true, "second_image": {"version": "0x0100", "size": 32768})",
+     true}};
+
+/// What the hub takes without carrying it out can pass for a whole update: the check of a hub that
+/// does not validate images accepts contents that differ, and nobody asks which code the hub runs
+/// after the reset.
+bool MayPass(const FaultKind& kind, std::uint16_t key, bool isValidating) {
+  if (kind.fault.action != Fault::Action::LoseWrite) return false;
+  return key == 0x40E9 || (!isValidating && (key == 0x40C8 || key == 0x40E8));
+}
+
+class UpdateSweep : public FaultSweep,
+                    public ::testing::WithParamInterface<std::tuple<std::size_t, std::size_t>> {};
+
+TEST_P(UpdateSweep, EndsInAClearResultAndAHubThatCanBeUpdated) {
+  const auto [startIndex, kindIndex] = GetParam();
+  const Start& start = kStarts[startIndex];
+  const bool isValidating = start.name == kStarts[3].name;
+  const Job job = {"update",
+                   false,
+                   true,
+                   [this](void* handle) { return Update(handle); },
+                   [this](virtualhub::World& world) { return Runs(world, image); },
+                   [=](const FaultKind& struck, std::uint16_t key) {
+                     return MayPass(struck, key, isValidating);
+                   }};
+  Sweep(start, job, kFaultKinds[kindIndex]);
+}
+
+std::string NameOf(const ::testing::TestParamInfo<UpdateSweep::ParamType>& of) {
+  const auto [start, kind] = of.param;
+  return SweepName(kStarts[start].name, kFaultKinds[kind].name);
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, UpdateSweep,
+                         ::testing::Combine(::testing::Range<std::size_t>(0, std::size(kStarts)),
+                                            ::testing::Range<std::size_t>(0, kFaultKinds.size())),
+                         NameOf);
+
+}  // namespace
+}  // namespace qzhid::test
