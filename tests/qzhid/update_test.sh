@@ -87,7 +87,7 @@ expect 1 '    "what": "the update failed, and the hub sits in its loader",' upda
 # --verbose: the last failures of the update, and nothing else.
 update --verbose
 sed -n 's/^  log: \(\[.*\]  \)\?//p' "$work/err" > "$work/log"
-printf '%s\n' 'CHidTransfers::HidDataOut, Set Report Fail,ErrorCode:32' 'CUniversalFlow::DevUpdate, ' \
+printf '%s\n' 'CHidTransfers::HidDataOut, Set Report Fail,ErrorCode:32' 'CHidTransfers::HidDataOut, Set Report Fail,ErrorCode:32' 'CUniversalFlow::DevUpdate, ' \
   'fail to write flash' 'QZ_UpdateDev, Update Fail' | diff -u - "$work/log" >&2 || complain 'other failures'
 
 # An interrupt while the flash is written. Each signal waits for the answer to the one before.
