@@ -18,5 +18,6 @@ void AddRecoverCommand(CLI::App& app, Host& host);
 void AddGpioCommand(CLI::App& app, Host& host);
 void AddI2cCommand(CLI::App& app, Host& host);
 void AddFlashCommand(CLI::App& app, Host& host);
+void AddDoctorCommand(CLI::App& app, Host& host);
 
 }  // namespace qzhid

@@ -49,6 +49,7 @@ class Host {
   void Report(const Failure& failure);
 
   /// What the program ends with.
+  void SetStatus(Exit status) { status_ = status; }
   int Status() const { return static_cast<int>(status_); }
 
   /// The arguments that make another process use the same library, and log to `log` where this one

@@ -39,6 +39,20 @@ void Configure(Host& host, const OpenHub& open, const I2cOptions& options) {
              "configuring the I2C master");
 }
 
+// The settings live no longer than the handle: this tells whether the library takes them.
+void Config(Host& host, const I2cOptions& options) {
+  const Hub hub = PickHub(host, options.hub);
+  const OpenHub open(host, hub);
+  Configure(host, open, options);
+  host.Report({{"hub", ToJson(hub)},
+               {"target", options.target},
+               {"memory_bytes", options.memoryBytes},
+               {"speed", options.speed}},
+              "target " + std::to_string(options.target) + ", " +
+                  std::to_string(options.memoryBytes) + " memory address bytes, speed " +
+                  std::to_string(options.speed) + ": accepted\n");
+}
+
 nlohmann::ordered_json Result(const Hub& hub, const I2cOptions& options) {
   return {{"hub", ToJson(hub)}, {"target", options.target}, {"memory", options.memory}};
 }
@@ -103,12 +117,19 @@ CLI::App* Add(CLI::App& group, Host& host, const std::string& name, const std::s
   command->add_option("--target", options->target, "address as the hub's I2C master takes it")
       ->required()
       ->check(CLI::Range(1u, 0xFFu));
-  command->add_option("--memory", options->memory, "address in the target's memory, default 0");
   command->add_option("--memory-bytes", options->memoryBytes, "size of that address, default 2")
       ->check(CLI::Range(0u, 5u));
   command->add_option("--speed", options->speed, "speed code 0 (default) to 2")
       ->check(CLI::Range(0u, 2u));
   command->callback([&host, options, work] { work(host, *options); });
+  return command;
+}
+
+CLI::App* AddTransfer(CLI::App& group, Host& host, const std::string& name,
+                      const std::string& meaning, const std::shared_ptr<I2cOptions>& options,
+                      void (*work)(Host&, const I2cOptions&)) {
+  CLI::App* command = Add(group, host, name, meaning, options, work);
+  command->add_option("--memory", options->memory, "address in the target's memory, default 0");
   return command;
 }
 
@@ -118,7 +139,7 @@ void AddI2cCommand(CLI::App& app, Host& host) {
   CLI::App* group = app.add_subcommand("i2c", "reach I2C targets behind the hub");
   group->require_subcommand(1);
   const auto read = std::make_shared<I2cOptions>();
-  CLI::App* reading = Add(*group, host, "read", "read from a target", read, Read);
+  CLI::App* reading = AddTransfer(*group, host, "read", "read from a target", read, Read);
   reading->add_option("--length", read->length, "number of bytes")
       ->required()
       ->check(CLI::Range(1u, kLongestRead));
@@ -127,12 +148,16 @@ void AddI2cCommand(CLI::App& app, Host& host) {
               {"qzhid i2c read --target 0xA0 --length 32",
                "qzhid i2c read --target 0xA0 --memory 0x40 --length 64 --out eeprom.bin"});
   const auto write = std::make_shared<I2cOptions>();
-  CLI::App* writing = Add(*group, host, "write", "write to a target", write, Write);
+  CLI::App* writing = AddTransfer(*group, host, "write", "write to a target", write, Write);
   AddData(*writing, write->words, write->file);
   writing->add_option("--page", write->page, "the target's page in bytes, default 8, always safe")
       ->check(CLI::Range(1u, kWriteAtOnce));
   AddExamples(*writing, {"qzhid i2c write --target 0xA0 --memory 0x40 01a0 ff",
                          "qzhid i2c write --target 0xA0 --page 64 --file eeprom.bin"});
+  CLI::App* configuring =
+      Add(*group, host, "config", "check settings; each read and write makes its own",
+          std::make_shared<I2cOptions>(), Config);
+  AddExamples(*configuring, {"qzhid i2c config --target 0xA0 --memory-bytes 1 --speed 2"});
   AddExamples(*group, {"qzhid i2c read --target 0xA0 --length 32"});
 }
 

@@ -38,7 +38,11 @@ int Run(int argc, char** argv, qzhid::Host& host) {
   qzhid::AddGpioCommand(app, host);
   qzhid::AddI2cCommand(app, host);
   qzhid::AddFlashCommand(app, host);
+  qzhid::AddDoctorCommand(app, host);
   qzhid::AddExamples(app, {"qzhid list", "qzhid update --image new.bin", "qzhid info --virtual"});
+  app.footer(app.get_footer() +
+             "\nExit status: 0 done, 1 failed, 2 usage, 3 no such hub, 4 permission, "
+             "5 image refused, 6 hub lost");
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& asked) {

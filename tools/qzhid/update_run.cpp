@@ -110,10 +110,8 @@ bool UpdateRun::Listen() {
 void UpdateRun::Hear(UpdateJob& job, const std::string& line) {
   const nlohmann::json said = nlohmann::json::parse(line, nullptr, false);
   if (!said.is_object()) return;
-  if (said.contains("from")) {
-    job.from = job.runs = said["from"];
-    job.state = State::Ready;
-  }
+  if (said.contains("from")) job.from = job.runs = said["from"];
+  if (said.contains("ready")) job.state = State::Ready;
   if (said.contains("percent") && job.progress.Take(said["percent"]) && !isLive_ &&
       !host_.Settings().isQuiet) {
     std::cerr << "hub " + job.hub.Name() + ": " + job.progress.Text() + '\n' << std::flush;

@@ -57,8 +57,9 @@ void Write(Host& host, const UpdateOptions& options) {
   const Image image = ReadImage(host, options.image);
   const Hub hub = PickHub(host, options.hubs.empty() ? "" : options.hubs.front());
   const HubState before = ReadState(host, hub);
-  CheckHub(hub, before, image, options);
   Tell({{"from", before.Text()}});
+  CheckHub(hub, before, image, options);
+  Tell({{"ready", true}});
   std::string go;
   if (!std::getline(std::cin, go)) return;
 
