@@ -13,6 +13,23 @@ expect 0 '  "level": 1' gpio get 3 --json
 expect 2 "qzhid: LINE: Value 24 not in range 0 to 23; see 'qzhid --help'" gpio get 24
 expect 3 "qzhid: no hub is '6'; see 'qzhid list' for the hubs that are attached" gpio get 3 --hub 6
 
+expect 0 'target 160, 1 memory address bytes, speed 2: accepted' i2c config --target 0xA0 --memory-bytes 1 --speed 2
+golden i2c config --target 0xA0 --json <<END
+{
+  "hub": {
+    "instance": 5,
+    "vid": "2E7C",
+    "pid": "0818",
+    "level": 2,
+    "port": 1,
+    "location": "$usb"
+  },
+  "target": 160,
+  "memory_bytes": 2,
+  "speed": 0
+}
+END
+expect 2 "qzhid: --speed: Value 3 not in range 0 to 2; see 'qzhid --help'" i2c config --target 0xA0 --speed 3
 expect 0 '12 bytes written' i2c write --target 0xA0 --memory 5 00010203 0405 060708090a0b
 expect 0 '00000010  ff ff ff' i2c read --target 0xA0 --memory 0x10 --length 3
 expect 0 '  "data": "ffff"' i2c read --target 0xA0 --length 2 --json
@@ -49,7 +66,7 @@ printf '%s\n' '0 12 bytes written' "1 $me the I2C write behind 11 written bytes 
   diff -u - "$work/ends" >&2 || complain 'other parts'
 machine "$(hub)" '{"on": "request", "request": "C0/04", "action": "unplug", "return_ms": null}'
 expect 6 "$me reading the line failed, and the hub is gone; plug it in again and repeat the command" gpio get 3
-for command in 'gpio get' 'i2c read' 'i2c write' 'flash stage' 'flash erase'; do
+for command in 'gpio get' 'i2c read' 'i2c write' 'i2c config' 'flash stage' 'flash erase'; do
   expect 0 'Examples:' $command --help
 done
 exit $failures

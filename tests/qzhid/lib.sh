@@ -13,6 +13,11 @@ machine() {
   printf '{"time": "virtual", "devices": [%s], "faults": [%s]%s}\n' "$1" "${2-}" "${3-}" > "$QZ_VIRTUAL_HUB"
 }
 
+# slow DEVICES [MORE]: a machine in real time, where an update takes long enough to be disturbed.
+# (The library must see a hub of that slowness go, so it stays away for two scans.)
+slow() { printf '{"devices": [%s]%s}\n' "$1" "${2-}" > "$QZ_VIRTUAL_HUB"; }
+slowness='"timing": {"latency_us": 200, "erase_ms": 10, "leave_ms": 1, "return_ms": 260, "ready_ms": 1}'
+
 # hub [MEMBERS]: a hub of the machine.
 hub() { printf '{"name": "hub", "port": "3.1"%s}' "${1-}"; }
 
@@ -27,15 +32,36 @@ run() {
   "$qzhid" --virtual "$@" > "$work/out" 2> "$work/err" < /dev/null || status=$?
 }
 
+# start ARGUMENT...: runs the program beside this one.
+start() {
+  : > "$work/err"
+  "$qzhid" --virtual "$@" > "$work/out" 2> "$work/err" < /dev/null &
+}
+
+# await TEXT: waits until the program that was started has said that, or has ended.
+await() { until grep -q "$1" "$work/err"; do kill -0 $! 2> /dev/null || return 0; sleep 0.01; done; }
+
+# ended STATUS LINE: the program that was started ends so, and has printed that whole line.
+ended() {
+  status=0
+  wait $! || status=$?
+  said "$@"
+}
+
+# said STATUS LINE: the last run ended so, and printed that whole line somewhere.
+said() {
+  if [ "$status" -ne "$1" ] || ! cat "$work/out" "$work/err" | grep -qxF -- "$2"; then
+    complain "status $status instead of $1, or no line '$2' in:"
+    cat "$work/out" "$work/err" >&2
+  fi
+}
+
 # expect STATUS LINE ARGUMENT...: the program ends so, and prints that whole line somewhere.
 expect() {
   wanted=$1 line=$2
   shift 2
   run "$@"
-  if [ "$status" -ne "$wanted" ] || ! cat "$work/out" "$work/err" | grep -qxF -- "$line"; then
-    complain "$*: status $status instead of $wanted, or no line '$line' in:"
-    cat "$work/out" "$work/err" >&2
-  fi
+  said "$wanted" "$line"
 }
 
 # golden ARGUMENT...: the program succeeds, and its standard output is what stands on standard input.

@@ -39,12 +39,13 @@ check() (
   done
   grep -qE "${2+^\.B $2\$|^\\\\fB$2\\\\fR }" "$work/section" || complain "$page: nothing on '$*'"
   if [ "$program" = "$qzhid" ]; then
-    { echo "$options"; "$qzhid" --help | names Options; } | offers "$@" --
+    printf '%s\n' "$options" "$common" | offers "$@" --
     [ -z "$commands" ] || echo "$commands" | offers "$@" ''
   fi
   for command in $commands; do check "$program" "$@" "$command" || failures=1; done
   exit $failures
 )
+common=$("$qzhid" --help | names Options)
 for program in "$qzhid" "$qzhub"; do
   check "$program" || failures=1
   name=$(basename "$program")

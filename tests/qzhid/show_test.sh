@@ -89,7 +89,8 @@ expect 5 '    "status": 5,' image --json "$work/missing"
 expect 2 "qzhid: A subcommand is required; see 'qzhid --help'" --json
 expect 2 "qzhid: --vid: '12345' is not one to four hexadecimal digits; see 'qzhid --help'" list --vid 12345 --pid 1
 expect 0 'qzhid 1.0.0' --version
-for command in list info image update recover; do expect 0 'Examples:' $command --help; done
+for command in list info image update recover doctor; do expect 0 'Examples:' $command --help; done
+expect 0 'Exit status: 0 done, 1 failed, 2 usage, 3 no such hub, 4 permission, 5 image refused, 6 hub lost' --help
 run --library /nowhere.so list 2> /dev/null
 [ $status -eq 2 ] || complain 'both --virtual and --library are taken'
 
@@ -105,4 +106,25 @@ ls "${TMPDIR:-/tmp}"/qzhid-??????/log.txt 2> /dev/null && complain 'a temporary 
 expect 4 "$refusal" info --log "$work/log.txt" --log-level 0
 grep -q 'QZ_ListAllHidDev, Enter' "$work/log.txt" || complain 'no log'
 expect 1 'qzhid: the log /nowhere/log cannot be written; name a file in a folder that you may write' list --log /nowhere/log
+
+# doctor: each finding with its remedy.
+machine "$(hub), {\"name\": \"rom\", \"port\": \"2\", \"running\": \"rom\"}, {\"name\": \"shut\", \"port\": \"4\"}" \
+  '{"on": "call", "service": "OpenHidDevice", "device": "shut", "count": 0, "action": "fail", "code": 13}'
+run doctor
+[ "$status" -eq 1 ] || complain "doctor: status $status"
+sed 's/library is .*/library is FILE/' "$work/out" | diff -u - "$(dirname "$0")/doctor.golden" >&2 || complain 'another diagnosis'
+expect 1 '  "problems": 2' doctor --json
+machine ''
+expect 0 'ok       no hub is attached; plug one in to work with it' doctor
+echo '{"devices": [{"port": "99x"}]}' > "$QZ_VIRTUAL_HUB"
+run doctor
+[ "$status" -eq 1 ] && grep -q '^PROBLEM  virtualhub: .*; correct the file that QZ_VIRTUAL_HUB names$' "$work/out" ||
+  complain 'a broken scenario is not found'
+for library in /nowhere.so libm.so.6; do
+  status=0
+  "$qzhid" --library $library doctor > "$work/out" || status=$?
+  [ $status -eq 1 ] && grep -q "^ok       the kernel is $(uname -r)$" "$work/out" &&
+    grep -q '^PROBLEM  the library .*; choose the library with --library FILE$' "$work/out" ||
+    complain "doctor with $library: $(cat "$work/out")"
+done
 exit $failures

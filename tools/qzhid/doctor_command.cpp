@@ -40,20 +40,15 @@ Finding ExamineHub(Host& host, const Hub& hub) {
 }
 
 void ExamineHubs(Host& host, Findings& findings) {
-  const std::vector<Hub> hubs = ListHubs(host);
-  try {
-    if (hubs.empty()) CheckPermission(host);
-  } catch (const Failure& failure) {
-    findings.push_back({false, failure.what(), failure.Next()});
-    return;
+  const std::vector<Hub> closed = ListClosedHubs(host), hubs = ListHubs(host);
+  for (const Hub& hub : closed) {
+    const Failure failure = NoPermission("");
+    findings.push_back({false, "hub " + hub.Name() + " cannot be opened", failure.Next()});
   }
-  if (hubs.empty()) {
+  if (hubs.empty() && closed.empty()) {
     findings.push_back({true, "no hub is attached", "plug one in to work with it"});
   }
-  for (const Hub& hub : hubs) {
-    ListHubs(host);  // the last one's examination may have changed the library's list
-    findings.push_back(ExamineHub(host, hub));
-  }
+  for (const Hub& hub : hubs) findings.push_back(ExamineHub(host, hub));
 }
 
 Findings Examine(Host& host) {

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cstdio>
 #include <iterator>
+#include <utility>
 
 namespace qzhid {
 
@@ -86,17 +87,32 @@ std::vector<Hub> ListDevices(Host& host, std::uint32_t vid, std::uint32_t pid) {
   return TakeRecords(host, records, count);
 }
 
-void CheckPermission(Host& host) {
+std::vector<Hub> ListClosedHubs(Host& host) {
   // That list opens no device, so it also holds hubs that this user may not open.
-  if (ListDevices(host, kFamilyVendorId, kAnyProductId).empty() || !ListHubs(host).empty()) return;
-  throw Failure(Exit::NoPermission, "a hub is attached, but it cannot be opened", "",
-                "get permission for it (on Linux: the udev rule) or end the program that has it");
+  std::vector<Hub> closed = ListDevices(host, kFamilyVendorId, kAnyProductId);
+  if (closed.empty()) return closed;
+  for (const Hub& hub : ListHubs(host)) {
+    std::erase_if(closed, [&hub](const Hub& other) { return other.instance == hub.instance; });
+  }
+  return closed;
+}
+
+Failure NoPermission(const std::string& hub) {
+  return {Exit::NoPermission, "a hub is attached, but it cannot be opened", hub,
+          "get permission for it (on Linux: the udev rule) or end the program that has it"};
+}
+
+void CheckPermission(Host& host, const std::string& wanted) {
+  for (const Hub& hub : ListClosedHubs(host)) {
+    if (wanted == std::to_string(hub.instance) || IsMeant(hub, wanted)) throw NoPermission("");
+  }
 }
 
 namespace {
 
-[[noreturn]] void MissHub(Host& host, const std::string& what) {
-  CheckPermission(host);
+[[noreturn]] void MissHub(Host& host, const std::string& wanted) {
+  CheckPermission(host, wanted);
+  const std::string what = wanted.empty() ? "no hub is attached" : "no hub is '" + wanted + "'";
   throw Failure(Exit::NoSuchHub, what, "", "see 'qzhid list' for the hubs that are attached");
 }
 
@@ -104,7 +120,8 @@ namespace {
 
 std::vector<Hub> AllHubs(Host& host) {
   std::vector<Hub> hubs = ListHubs(host);
-  if (hubs.empty()) MissHub(host, "no hub is attached");
+  if (hubs.empty()) MissHub(host, "");
+  for (Hub& hub : ListClosedHubs(host)) hubs.push_back(std::move(hub));
   return hubs;
 }
 
@@ -117,9 +134,7 @@ Hub PickHub(Host& host, const std::string& wanted) {
   std::vector<Hub> meant;
   std::copy_if(hubs.begin(), hubs.end(), std::back_inserter(meant),
                [&wanted](const Hub& hub) { return IsMeant(hub, wanted); });
-  if (meant.empty()) {
-    MissHub(host, wanted.empty() ? "no hub is attached" : "no hub is '" + wanted + "'");
-  }
+  if (meant.empty()) MissHub(host, wanted);
   if (meant.size() == 1) return meant.front();
   std::string numbers;
   for (const Hub& hub : meant) numbers += " " + std::to_string(hub.instance);

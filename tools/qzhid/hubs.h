@@ -36,14 +36,18 @@ std::vector<Hub> ListHubs(Host& host);
 /// HID devices with both ids, of the family or not.
 std::vector<Hub> ListDevices(Host& host, std::uint32_t vid, std::uint32_t pid);
 
-/// Throws Failure when hubs are attached and none of them can be opened.
-void CheckPermission(Host& host);
+/// Hubs that are attached but cannot be opened.
+std::vector<Hub> ListClosedHubs(Host& host);
+Failure NoPermission(const std::string& hub);
+
+/// Throws Failure when such a hub is what `wanted` means.
+void CheckPermission(Host& host, const std::string& wanted);
 
 /// The hub that `wanted` means: an instance number, VID:PID, a location or its end; empty: the only
 /// one. Throws Failure when there is none or more than one.
 Hub PickHub(Host& host, const std::string& wanted);
 
-/// All hubs; throws Failure when there is none.
+/// All hubs, also those that cannot be opened. Throws Failure when there is none, or when none can.
 std::vector<Hub> AllHubs(Host& host);
 
 /// The list entry of a hub that may have come back under another number; null when it is away.

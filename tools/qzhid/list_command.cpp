@@ -18,7 +18,7 @@ struct ListOptions {
 void List(Host& host, const ListOptions& options) {
   const std::vector<Hub> hubs =
       options.isFiltered ? ListDevices(host, options.vid, options.pid) : ListHubs(host);
-  if (hubs.empty() && !options.isFiltered) CheckPermission(host);
+  if (hubs.empty() && !options.isFiltered) CheckPermission(host, "");
   nlohmann::ordered_json object = {{"hubs", nlohmann::ordered_json::array()}};
   std::string table = TableRow({"INSTANCE", "VID:PID", "LEVEL", "PORT"}, "LOCATION");
   for (const Hub& hub : hubs) {

@@ -84,7 +84,7 @@ void LiveLines::Draw(const std::vector<std::string>& lines) {
 }
 
 void LiveLines::Say(const std::string& line) {
-  std::cerr << Home() + "\x1b[J" + line + '\n' << std::flush;
+  std::cerr << (drawn_ == 0 ? "" : Home() + "\x1b[J") + line + '\n' << std::flush;
   drawn_ = 0;
 }
 

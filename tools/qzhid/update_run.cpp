@@ -17,6 +17,7 @@ std::string KeyOf(const Hub& hub, const std::vector<Hub>& attached) {
   const auto same = std::count_if(attached.begin(), attached.end(), [&hub](const Hub& other) {
     return other.Location() == hub.Location();
   });
+  if (same == 0) throw NoPermission(hub.Name());
   if (same == 1 && (!hub.Location().empty() || attached.size() == 1)) return hub.Location();
   throw Failure(Exit::Failed, "the hub cannot be told from others by its location", hub.Name(),
                 "unplug the other hubs and repeat the command");

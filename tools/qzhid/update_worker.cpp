@@ -3,6 +3,7 @@
 #include <csignal>
 #include <iostream>
 #include <string>
+#include <utility>
 
 #include "qzhid/system.h"
 
@@ -19,21 +20,22 @@ void Tell(const nlohmann::ordered_json& object) {
 void TellPercent(std::int32_t percent) { Tell({{"percent", percent}}); }
 
 // What became of a hub that could not be updated.
-[[noreturn]] void FailUpdate(Host& host, const Hub& hub) {
+Failure FailedUpdate(Host& host, const Hub& hub) {
+  const std::string failed = "the update failed, and the hub ";
   const std::vector<Hub> hubs = ListHubs(host);
   const Hub* now = AtLocation(hubs, hub.Location());
   if (now == nullptr) {
-    throw Failure(Exit::HubLost, "the update failed, and the hub has left the bus", hub.Name(),
-                  "unplug it, plug it in again, and run 'qzhid info' and 'qzhid recover'");
+    return {Exit::HubLost, failed + "has left the bus", hub.Name(),
+            "unplug it, plug it in again, and run 'qzhid info' and 'qzhid recover'"};
   }
   const HubState state = ReadState(host, *now);
   Tell({{"runs", state.Text()}});
   if (!state.version) {
-    throw Failure(Exit::Failed, "the update failed, and the hub sits in its loader", hub.Name(),
-                  "run 'qzhid recover --image FILE' on it");
+    return {Exit::Failed, failed + "sits in its loader", hub.Name(),
+            "run 'qzhid recover --image FILE' on it"};
   }
-  throw Failure(Exit::Failed, "the update failed, and the hub runs " + state.Text(), hub.Name(),
-                "repeat the command; --log FILE tells why it failed");
+  return {Exit::Failed, failed + "runs " + state.Text(), hub.Name(),
+          "repeat the command; --log FILE tells why it failed"};
 }
 
 // What the hub runs behind a successful update.
@@ -68,7 +70,11 @@ void Write(Host& host, const UpdateOptions& options) {
   const OpenHub open(host, hub);
   host.Api().DllPassPara(options.staysInLoader ? 1 : 0);
   if (host.Api().UpdateDev(open.Handle(), image.path.c_str(), TellPercent) == 0) {
-    FailUpdate(host, hub);
+    // Asking the hub how it is may log failures of its own.
+    std::vector<std::string> log = host.LastFailures();
+    Failure failure = FailedUpdate(host, hub);
+    failure.SetLog(std::move(log));
+    throw Failure(failure);
   }
   CheckResult(host, hub, open, image, options.staysInLoader);
   Tell({{"done", true}});
@@ -82,7 +88,9 @@ void WriteAsWorker(Host& host, const UpdateOptions& options) {
     Write(host, options);
   } catch (const Failure& failure) {
     nlohmann::ordered_json error = ToJson(failure);
-    if (host.Settings().isVerbose) error["log"] = host.LastFailures();
+    if (host.Settings().isVerbose) {
+      error["log"] = failure.Log().empty() ? host.LastFailures() : failure.Log();
+    }
     Tell({{"error", error}});
   }
 }

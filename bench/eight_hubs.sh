@@ -1,0 +1,32 @@
+#!/bin/sh
+# eight_hubs.sh QZHID QZHUB: the time that an update of eight virtual hubs takes, with their default
+# latency and in real time, and how many times as long that is as the update of one.
+set -eu
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+export QZ_VIRTUAL_HUB="$work/scenario.json"
+"$2" image --out "$work/new.bin" --version 0210
+
+# measure COUNT: the best of three runs, in milliseconds.
+measure() {
+  devices=
+  for port in $(seq "$1"); do
+    devices="$devices${devices:+, }{\"name\": \"hub$port\", \"port\": \"$port\"}"
+  done
+  echo "{\"time\": \"real\", \"devices\": [$devices]}" > "$QZ_VIRTUAL_HUB"
+  best=
+  for run in 1 2 3; do
+    start=$(date +%s%N)
+    "$qzhid" --virtual update --all --jobs 8 --yes --quiet --image "$work/new.bin"
+    took=$((($(date +%s%N) - start) / 1000000))
+    if [ "$run" -eq 1 ] || [ "$took" -lt "$best" ]; then best=$took; fi
+  done
+  echo "$best"
+}
+qzhid=$1
+one=$(measure 1)
+eight=$(measure 8)
+awk -v one="$one" -v eight="$eight" 'BEGIN {
+  printf "eight hubs: one %.2f s, eight %.2f s, ratio %.2f\n", one / 1000, eight / 1000, eight / one
+  exit eight > 1.2 * one
+}'
