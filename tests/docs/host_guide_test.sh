@@ -8,7 +8,8 @@ guide=$source/docs/host-guide.md
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 "$3" image --out "$work/new.bin" --version 0210
-"$3" image --out "$work/other.bin" --vid 1234
+# Hosts that are not sanitized bring the runtime of a sanitized library along.
+sanitizers=$(ldd "$libraries/libQzHidAPI.so.1" | sed -n 's/.*=> \(.*san\.so[^ ]*\) .*/\1/p' | tr '\n' ' ')
 failures=0
 fail() { echo "$*" >&2; failures=1; }
 
@@ -18,31 +19,22 @@ snippet python > "$work/host.py"
 snippet csharp > "$work/host.cs"
 mcs -warnaserror "$work/host.cs" > "$work/log" 2>&1 || fail "$(cat "$work/log")"
 
-# run FAULTS COMMAND...: with a hub that has these faults.
-run() {
-  printf '{"time": "virtual", "faults": [%s], "devices": [{"name": "hub", "port": "3.1",
-    "i2c": [{"kind": "eeprom", "address": "0x50"}]}]}' "$1" > "$work/scenario.json"
-  shift
-  status=0
-  env QZ_VIRTUAL_HUB="$work/scenario.json" "LD_LIBRARY_PATH=$libraries" \
-    "LD_PRELOAD=${HOST_PRELOAD-}" "$@" > "$work/output" 2> "$work/errors" || status=$?
-}
-
-# updates COMMAND...: on a hub, also on one that loses its power in front of the erase or behind it.
+# updates COMMAND...: a hub, and one that loses its power in front of the erase or behind it.
 updates() {
   for request in '40/FF' '40/E8' '40/C8'; do
-    run "{\"on\": \"request\", \"request\": \"$request\", \"action\": \"power_loss\", \"return_ms\": 0}" \
-      "$@" "$work/new.bin"
-    [ "$status" -eq 0 ] && grep -qx 'updated: 1.02 -> 2.10' "$work/output" ||
-      fail "$1, power lost at $request: status $status, $(cat "$work/output" "$work/errors")"
+    printf '{"time": "virtual",
+      "devices": [{"name": "hub", "port": "3.1", "i2c": [{"kind": "eeprom", "address": "0x50"}]}],
+      "faults": [{"on": "request", "request": "%s", "action": "power_loss", "return_ms": 0}]}' \
+      "$request" > "$work/scenario.json"
+    env QZ_VIRTUAL_HUB="$work/scenario.json" LD_LIBRARY_PATH="$libraries" LD_PRELOAD="$sanitizers" \
+      ASAN_OPTIONS=detect_leaks=0:handle_segv=0 "$@" "$work/new.bin" > "$work/output" 2> "$work/errors" &&
+      grep -qx 'updated: 1.02 -> 2.10' "$work/output" ||
+      fail "$1, power lost at $request: $(cat "$work/output" "$work/errors")"
   done
 }
 updates python3 "$work/host.py"
 grep -qx 'EEPROM: ffffffffffffffff' "$work/output" || fail "another EEPROM: $(cat "$work/output")"
 updates mono "$work/host.exe"
-run '' python3 "$work/host.py" "$work/other.bin"
-[ "$status" -eq 1 ] && grep -qx 'the image is not for this hub' "$work/errors" ||
-  fail "an image for another vendor: status $status, $(cat "$work/output" "$work/errors")"
 
 cd "$source"
 for page in *.md docs/*.md; do
