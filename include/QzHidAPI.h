@@ -6,9 +6,17 @@
  * the hub.
  *
  * Rules that hold for every function:
- *  - All work happens on the calling thread, which is blocked until the call returns. Call the
- *    functions from one thread at a time. The progress callback and functions called from it run on
- *    that same thread.
+ *  - All work happens on the calling thread, which is blocked until the call returns. The progress
+ *    callback runs on that same thread. A function that another thread calls meanwhile waits for its
+ *    turn.
+ *  - While QZ_UpdateDev runs, nothing leads it to another hub. Until it has reported 100, a function
+ *    that opens devices (listing, QZ_OpenHid, QZ_UpdateDev, the two version functions,
+ *    QZ_GetHubVIDPIDFromHidDevice) fails at once, also in the progress callback; on other threads
+ *    every function with a handle does, until QZ_UpdateDev has returned. A handle that was to be
+ *    closed there stays open. The log says "An update is running". In the callback QZ_CloseDev makes
+ *    the update fail at its next step, the bridge and GPIO functions work as ever.
+ *  - QZ_SetLogPath, QZ_ConfigLog, QZ_GenerateDumplog, QZ_DllPassPara, QZ_FreeDevList and
+ *    QZ_GetHidBinFileVIDPID may be called by any thread at any time.
  *  - One hub is open at a time. The library talks to the hub that was opened last; the functions
  *    that say "closes the device" take that connection away, and the bridge and GPIO functions then
  *    answer with the system's invalid-handle code until QZ_OpenHid is called again.
@@ -179,9 +187,9 @@ QZ_API void QZ_DllPassPara(uint32_t value);
  * tens of seconds on a real hub, while the hub leaves and re-enters the bus.
  *
  * @param pDev      A handle.
- * @param path      The image file. A file that cannot be read, is empty, or is too short to hold
- *                  its own version is refused before the hub is touched: it keeps running what it
- *                  runs.
+ * @param path      The image file. A file that cannot be read, is empty, is too short to hold its
+ *                  own version or longer than 16 MiB is refused before the hub is touched: it keeps
+ *                  running what it runs.
  * @param callback  Called with 0, 10, 20, 30 to 70 while writing, 90 and 100; with 0 after a
  *                  failure. May be null.
  * @return 1 when the image is written, checked and (see QZ_DllPassPara) started, else 0. After a
@@ -197,7 +205,7 @@ QZ_API uint8_t QZ_UpdateDev(void* pDev, const char* path, QZ_ProgressCallback ca
  * @param pDev      A handle.
  * @param path      The image file.
  * @param pVersion  Receives the version, major in the high byte; untouched on failure.
- * @return 1 on success, else 0 (no such file, too short, not a handle).
+ * @return 1 on success, else 0 (no such file, too short or long, not a handle).
  * The open device: closes the device.
  */
 QZ_API uint8_t QZ_ReadBinVersion(void* pDev, const char* path, uint16_t* pVersion);
@@ -217,7 +225,7 @@ QZ_API uint8_t QZ_ReadDevVersion(void* pDev, uint16_t* pVersion);
  *
  * @param path       The image file.
  * @param pVID,pPID  Receive the ids; untouched on failure.
- * @return 1 on success, else 0 (null argument, no such file, unreadable or too short).
+ * @return 1 on success, else 0 (null argument, no such file, unreadable, too short or long).
  * The open device: untouched.
  */
 QZ_API uint8_t QZ_GetHidBinFileVIDPID(const char* path, uint32_t* pVID, uint32_t* pPID);
@@ -335,7 +343,8 @@ QZ_API int32_t QZ_SetLogPath(const char* path);
 /**
  * Switches the log file on or off. The file is the one of QZ_SetLogPath, else "info.txt" beside the
  * library; it is emptied when logging to it starts for the first time. A file that cannot be opened
- * is not reported.
+ * or written is not reported and hinders nothing; on a disk that was full the log goes on when there
+ * is room again.
  *
  * @param enable  0 switches off.
  * @param level   Lines below this level are left out: 0 everything, 1 and 2 information, 3

@@ -29,6 +29,7 @@ constexpr Service kServices[] = {
     {"LocationInfo", true},
     {"LocationPaths", true},
     {"GetAddressProperty", true},
+    {"GetLibraryPath", false},
     {"DescribeHost.VersionStore", false},
     {"DescribeHost.ProductName", false},
     {"DescribeHost.UpdateRevision", false},

@@ -132,7 +132,8 @@ bool ReadFileIds(const char* tag, const char* path, std::uint32_t* pVID, std::ui
   file.open(path, std::ios::in | std::ios::binary);
   file.exceptions(std::ios::goodbit);
   FwImageIds ids;
-  if (!ReadImageIds(tag, ReadWhole(file), ids)) return false;
+  const FwBuffer image = ReadWhole(file);
+  if (IsTooLong(tag, image) || !ReadImageIds(tag, image, ids)) return false;
   *pVID = ids.vid;
   *pPID = ids.hspid;
   CMsg::Instance().Log(0, tag, "VID:%04X,HSPID:%04X\n", ids.vid, ids.hspid);

@@ -48,12 +48,18 @@ FwBuffer ReadWhole(std::istream& stream) {
   }
   std::array<char, kReadChunk> chunk;
   // Only what is buffered is taken at once: an error behind it then costs none of it.
-  while (stream.peek() != std::istream::traits_type::eof()) {
+  while (bytes.size() <= kMaxImageSize && stream.peek() != std::istream::traits_type::eof()) {
     const std::streamsize buffered = std::max<std::streamsize>(stream.rdbuf()->in_avail(), 1);
     stream.read(chunk.data(), std::min<std::streamsize>(buffered, kReadChunk));
     bytes.insert(bytes.end(), chunk.data(), chunk.data() + stream.gcount());
   }
   return bytes;
+}
+
+bool IsTooLong(const char* tag, const FwBuffer& image) {
+  if (image.size() <= kMaxImageSize) return false;
+  CMsg::Instance().Log(3, tag, "Fw image is too long,limit:%d\n", static_cast<int>(kMaxImageSize));
+  return true;
 }
 
 bool ReadImageVersion(const char* tag, const FwBuffer& image, std::uint8_t mode,

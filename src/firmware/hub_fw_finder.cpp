@@ -12,7 +12,7 @@ bool CHubFwFinder::LoadFwbin2Buf(FwBuffer& out) {
   std::ifstream file(m_strPath, std::ios::in | std::ios::binary);
   CMsg::Instance().Log(0, kTag, "Current fw path is %s.\n", m_strPath.c_str());
   FwBuffer image = ReadWhole(file);
-  if (image.empty()) {
+  if (image.empty() || IsTooLong(kTag, image)) {
     CMsg::Instance().Log(1, kTag, "load fw to buf return failed.\n");
     return false;
   }

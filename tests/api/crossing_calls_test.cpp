@@ -104,6 +104,8 @@ TEST_F(CrossingCallsTest, EveryExportInTheMiddleOfAnUpdateHasItsOutcome) {
     for (const bool isOther : {false, true}) {
       for (const int moment : {0, 20, 45}) {
         SCOPED_TRACE(Text("%s %d %d", crossing.name, isOther, moment));
+        const bool isPlain = crossing.effect == Effect::None && moment != 45;
+        if (isPlain) continue;
         Begin();
         const Effect effect =
             isOther && crossing.isRefusedToOthers ? Effect::Refused : crossing.effect;

@@ -1,5 +1,6 @@
 // Whole updates, updates that have no image, and callbacks that call back.
 #include <algorithm>
+#include <filesystem>
 #include <functional>
 #include <set>
 
@@ -142,11 +143,14 @@ TEST_F(UpdateTest, AFileThatIsNoImageNeverCostsTheFirmware) {
   const std::string unreadable = UniquePath("closed");
   const UnopenableFile closed(unreadable);
   ASSERT_TRUE(closed.made());
+  const TempFile endless({}, "endless");
+  std::filesystem::resize_file(endless.path(), 16 * 1024 * 1024 + 1);
   const LogLine notLoaded = {1, "CHubFwFinder::LoadFwbin2Buf", "load fw to buf return failed.\n"};
   const std::pair<std::string, LogLine> cases[] = {
       {empty.path(), notLoaded},
       {::testing::TempDir(), notLoaded},
       {unreadable, notLoaded},
+      {endless.path(), {3, "CHubFwFinder::LoadFwbin2Buf", "Fw image is too long,limit:16777216\n"}},
       {cut.path(), {3, kFlow, "Fw image is too short,size:32595\n"}}};
   std::uint16_t version = 0;
   for (const auto& [path, reason] : cases) {
@@ -162,6 +166,7 @@ TEST_F(UpdateTest, AFileThatIsNoImageNeverCostsTheFirmware) {
   }
   // The other job that reads files throws inside.
   std::uint32_t id = 0;
+  EXPECT_EQ(0, QZ_GetHidBinFileVIDPID(endless.path(), &id, &id));
   EXPECT_EQ(0, QZ_GetHidBinFileVIDPID(unreadable.c_str(), &id, &id));
   EXPECT_THAT(log.Lines().back().text, ::testing::StartsWith("Exception:"));
 }

@@ -43,5 +43,11 @@ TEST_F(HubFwFinderTest, WithoutAByteTheOldContentsStay) {
   }
 }
 
+TEST_F(HubFwFinderTest, AFileWithoutEndIsRefused) {
+  EXPECT_FALSE(CHubFwFinder("/dev/zero").LoadFwbin2Buf(image));
+  EXPECT_THAT(image, ElementsAre(1, 2, 3));
+  EXPECT_FALSE(IsTooLong(kTag, FwBuffer(kMaxImageSize)));
+}
+
 }  // namespace
 }  // namespace qzhid::test

@@ -74,6 +74,13 @@ TEST_F(OpenTest, EachFailingStepHasItsMessageAndCode) {
   }
 }
 
+TEST_F(OpenTest, ALibraryThatCannotFindItselfAcceptsNothing) {
+  world->AddFault({.on = Fault::On::Call, .service = "GetLibraryPath", .code = 26});
+  CHidProperty property(std::make_unique<CHidTransfers>());
+  EXPECT_EQ(kRefused, property.Yv_OpenDeviceByDevInst(world->HidInstance("hub")));
+  EXPECT_EQ((LogLine{3, kTag, "Get Dll Path Fail\n"}), log.From(3).front());
+}
+
 TEST_F(OpenTest, NodesThatAreNotFoundAreRefusedWithoutAMessage) {
   const std::uint32_t hub = world->HidInstance("hub"), usb = world->UsbInstance("hub");
   const std::pair<const char*, std::uint32_t> rows[] = {

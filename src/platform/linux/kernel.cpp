@@ -5,6 +5,7 @@
 #include <chrono>
 #include <thread>
 
+#include "platform/library_file.h"
 #include "platform/linux/host_facts.h"
 #include "platform/linux/sysfs.h"
 #include "platform/system_time.h"
@@ -25,6 +26,8 @@ utsname SystemNames() {
 }
 
 }  // namespace
+
+Status GetLibraryPath(std::string& path) { return SystemLibraryPath(path); }
 
 void SleepMs(std::uint32_t milliseconds) {
   std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));

@@ -1,6 +1,7 @@
 // Time, the host's description of itself, and debug output.
-#include "platform/platform.h"
+#include "platform/library_file.h"
 #include "platform/system_time.h"
+#include "platform/virtual/error_codes.h"
 #include "virtualhub/current_world.h"
 
 namespace qzhid::platform {
@@ -56,6 +57,13 @@ LocalTime GetLocalTime() {
     return {now.year, now.month, now.day, now.hour, now.minute, now.second};
   }
   return SystemLocalTime();
+}
+
+Status GetLibraryPath(std::string& path) {
+  const auto world = virtualhub::HoldCurrentWorld();
+  const auto result = world->Call("GetLibraryPath", 0, 0,
+                                  [](const virtualhub::World::View&) -> Result { return {}; });
+  return result.ok() ? SystemLibraryPath(path) : ToStatus(result);
 }
 
 Architecture NativeArchitecture() {

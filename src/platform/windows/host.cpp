@@ -1,7 +1,8 @@
 // What the system says of itself.
-#include "platform/windows/system.h"
-
 #include <array>
+
+#include "platform/library_file.h"
+#include "platform/windows/system.h"
 
 namespace qzhid::platform {
 
@@ -83,6 +84,8 @@ std::optional<Architecture> MachineOfProcess() {
 }
 
 }  // namespace
+
+Status GetLibraryPath(std::string& path) { return SystemLibraryPath(path); }
 
 Architecture NativeArchitecture() {
   SYSTEM_INFO info{};

@@ -1,11 +1,12 @@
+#include "platform/library_file.h"
 #include "platform/windows/system.h"
 
 namespace qzhid::platform {
 
-Status GetLibraryPath(std::string& path) {
+Status SystemLibraryPath(std::string& path) {
   MEMORY_BASIC_INFORMATION region{};
   // Any address inside the library will do; this function's own is one.
-  const auto* const code = reinterpret_cast<const void*>(&GetLibraryPath);
+  const auto* const code = reinterpret_cast<const void*>(&SystemLibraryPath);
   if (VirtualQuery(code, &region, sizeof(region)) == 0) return LastFailure();
   wchar_t name[MAX_PATH] = {};
   const DWORD units =

@@ -1,0 +1,100 @@
+// Places that a log file cannot be written to, or not for long: the work goes on.
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "api/api_test.h"
+#include "support/private_library.h"
+
+namespace qzhid::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// A file size limit stands for a disk that is full: what does not fit fails in the same way.
+void LimitFileSize(rlim_t bytes) {
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit limit{};
+  getrlimit(RLIMIT_FSIZE, &limit);
+  limit.rlim_cur = bytes;
+  setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+class HostilePlaceTest : public ApiTest {
+ protected:
+  HostilePlaceTest() {
+    fs::remove_all(folder);
+    fs::create_directories(folder);
+  }
+  ~HostilePlaceTest() override { fs::remove_all(folder); }
+
+  std::string At(const std::string& name) const { return (folder / name).string(); }
+
+  bool WorksOnHub() {
+    List();
+    handle = QZ_OpenHid(world->HidInstance("hub"));
+    std::uint16_t version = 0;
+    return QZ_UpdateDev(handle, image.path(), nullptr) == 1 &&
+           QZ_ReadDevVersion(handle, &version) == 1 && version == 0x0210;
+  }
+
+  const fs::path folder = UniquePath("folder");
+  const TempFile image{virtualhub::BuildImage({.version = 0x0210}, 0x7FA8)};
+};
+
+// The library chooses its log file once a process, so each row has a process of its own.
+TEST_F(HostilePlaceTest, NeitherAPlaceThatCannotBeWrittenNorOneThatFillsUpHindersTheWork) {
+  const std::string file = At("log.txt"),
+                    deep = At(std::string(100, 'a') + "/" + std::string(100, 'b') + "/" +
+                              std::string(100, 'c'));
+  fs::create_directories(deep);
+  const auto nothing = [] {};
+  const struct {
+    const char* place;
+    std::string path;
+    bool isAccepted;
+    std::function<void()> whenAccepted, whenLogging;
+    bool hasLast;  ///< whether the last line is in the file
+  } rows[] = {{"an ordinary one", file, true, nothing, nothing, true},
+              {"a long path", deep + "/log.txt", true, nothing, nothing, true},
+              {"a name that is too long", At(std::string(300, 'n')), true, nothing, nothing, false},
+              {"a path that is too long", At(std::string(5000, 'p') + "/log.txt"), false, nothing,
+               nothing, false},
+              {"a folder", At("."), false, nothing, nothing, false},
+              {"a folder that may not be written", "/proc/log.txt", geteuid() == 0, nothing,
+               nothing, false},
+              {"a folder by then", file, true, [&] { fs::create_directory(file); }, nothing, false},
+              {"gone by then", file, true, [&] { fs::remove_all(folder); }, nothing, false},
+              {"gone later", file, true, nothing, [&] { fs::remove_all(folder); }, false},
+              {"a device that is always full", file, true,
+               [&] { fs::create_symlink("/dev/full", file); }, nothing, false},
+              {"full from some line on", file, true, [] { LimitFileSize(1000); }, nothing, false},
+              {"full for a while", file, true, [] { LimitFileSize(1000); },
+               [] { LimitFileSize(RLIM_INFINITY); }, true}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.place);
+    fs::remove_all(file);
+    fs::create_directories(folder);
+    const auto run = [&] {
+      const bool isAccepted = QZ_SetLogPath(row.path.c_str()) != 0;
+      if (isAccepted) {
+        row.whenAccepted();
+        QZ_ConfigLog(1, 0);
+      }
+      const bool works = WorksOnHub();
+      row.whenLogging();
+      const bool worksAgain = WorksOnHub();
+      CMsg::Instance().Log(3, "t", "last\n");
+      _exit((isAccepted ? 4 : 0) + (works ? 2 : 0) + (worksAgain ? 1 : 0));
+    };
+    EXPECT_EXIT(run(), ::testing::ExitedWithCode(row.isAccepted ? 7 : 3), "^$");
+    std::error_code none;
+    const bool isFile = fs::is_regular_file(row.path, none);
+    EXPECT_EQ(row.hasLast, isFile && ReadText(row.path).ends_with("]  t, last\n"));
+  }
+}
+
+}  // namespace
+}  // namespace qzhid::test

@@ -1,0 +1,20 @@
+#!/bin/sh
+# hardening_test.sh TYPE FILE...: the programs and libraries are protected by the linker and, in builds
+# of a TYPE that optimises, by the compiler.
+set -eu
+type=$1
+shift
+fail() { echo "$file: $*" >&2; exit 1; }
+for file in "$@"; do
+  headers=$(LC_ALL=C readelf -W -h -l -d "$file")
+  has() { echo "$headers" | grep -qE "$1"; }
+  has '^ *Type: +DYN ' || fail 'is not position-independent'
+  has '^ *GNU_RELRO ' || fail 'has no RELRO'
+  has '\((FLAGS|FLAGS_1)\).*NOW' || fail 'is not bound at once'
+  has '^ *GNU_STACK .* RW ' || fail 'has an executable stack'
+  [ "$type" != Debug ] || continue
+  symbols=$(LC_ALL=C readelf -W --dyn-syms "$file")
+  for symbol in __stack_chk_fail '__[a-z]+_chk'; do
+    echo "$symbols" | grep -qE " UND $symbol@" || fail "uses no $symbol"
+  done
+done
