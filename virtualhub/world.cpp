@@ -186,14 +186,15 @@ World::Device* World::OfHidNode(DevInst node) {
 
 const Node* World::View::FindNode(DevInst node) const { return world_.tree_.Find(node); }
 
-const std::vector<DevInst>& World::View::HidNodes() const {
-  if (world_.hidNodes_) return *world_.hidNodes_;
-  std::vector<DevInst>& nodes = world_.hidNodes_.emplace();
+std::shared_ptr<const std::vector<DevInst>> World::View::HidNodes() const {
+  if (world_.hidNodes_) return world_.hidNodes_;
+  std::vector<DevInst> nodes;
   for (const std::size_t index : world_.order_) {
     const Device& device = world_.devices_[index];
     if (device.present()) nodes.push_back(device.nodes.hid);
   }
-  return nodes;
+  world_.hidNodes_ = std::make_shared<const std::vector<DevInst>>(std::move(nodes));
+  return world_.hidNodes_;
 }
 
 const DeviceConfig* World::View::FindHid(DevInst node) const {

@@ -55,7 +55,8 @@ class World {
    public:
     explicit View(World& world) : world_(world) {}
     const Node* FindNode(DevInst node) const;
-    const std::vector<DevInst>& HidNodes() const;
+    /// The present HID nodes in the order of enumeration, as they are now.
+    std::shared_ptr<const std::vector<DevInst>> HidNodes() const;
     /// The device whose HID node that is, null when it is not present.
     const DeviceConfig* FindHid(DevInst node) const;
 
@@ -170,10 +171,10 @@ class World {
   std::mutex mutex_;
   UsbTree tree_;
   std::vector<Device> devices_;
-  std::vector<std::size_t> order_;                ///< indices into devices_
-  std::unordered_map<DevInst, Device*> byNode_;   ///< present devices under both their nodes
-  std::optional<std::vector<DevInst>> hidNodes_;  ///< none: to be listed anew
-  std::uint64_t nextChangeUs_ = 0;                ///< nothing leaves or returns before
+  std::vector<std::size_t> order_;               ///< indices into devices_
+  std::unordered_map<DevInst, Device*> byNode_;  ///< present devices under both their nodes
+  std::shared_ptr<const std::vector<DevInst>> hidNodes_;  ///< null: to be listed anew
+  std::uint64_t nextChangeUs_ = 0;                        ///< nothing leaves or returns before
   Faults faults_;
   Recorder recorder_;
   std::shared_ptr<const ExchangeHook> hook_;

@@ -1,6 +1,6 @@
 #!/bin/busybox sh
-# The first process of the virtual machine: runs the tests, sends their reports out through the second
-# serial port, and switches off.
+# The first process of the virtual machine: runs the programs, sends their reports out through the
+# second serial port, and switches off.
 /bin/busybox --install -s /bin
 export PATH=/qz/bin:/usr/sbin:/usr/bin:/bin LD_LIBRARY_PATH=/qz/lib
 mount -t proc proc /proc
@@ -14,9 +14,8 @@ chmod 1777 /tmp
 stty -F /dev/ttyS1 raw
 cd /tmp || exit 1
 mkdir reports
-for tests in linux_seam_tests linux_host_tests; do
-  "/qz/bin/$tests" --gtest_color=no --gtest_output="xml:reports/$tests.xml"
+for program in $(cat /qz/programs); do
+  "/qz/bin/$program" --gtest_color=no --gtest_output="xml:reports/$program.xml"
 done
-write_phase
 tar -c -C reports . >/dev/ttyS1
 poweroff -f

@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# run.sh BUILD RESULTS: boots a virtual machine with Debian's stock kernel and runs the tests of the folder
-# BUILD in it. Leaves the machine's console and one report of each test program in the folder RESULTS.
+# run.sh BUILD RESULTS PROGRAM...: boots a virtual machine with Debian's stock kernel and runs programs of
+# the folder BUILD in it. Leaves the machine's console and one report of each test program in the folder
+# RESULTS.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 build=$1 results=$2
+shift 2
 limit=600 # seconds; more than this is a hang
 modules=(usb-common usbcore usbip-core vhci-hcd hid usbhid hid-generic uhid)
 
@@ -27,10 +29,13 @@ install -D /bin/busybox "$root/bin/busybox"
 for module in "${modules[@]}"; do
   find "$kernel/lib/modules" -name "$module.ko" -exec cp {} "$root/modules/" \;
 done
-for program in linux_seam_tests linux_host_tests write_phase qzhub update_hub i2c_eeprom gpio_blink; do
+for program in "$@" qzhub update_hub i2c_eeprom gpio_blink; do
   add "$build/bin/$program" /qz/bin
 done
+echo "$*" >"$root/qz/programs"
 cp "$build"/lib/libQzHidAPI.so.? "$root/qz/lib/"
+peer=$(PATH=$PATH:/usr/sbin ldconfig -p | sed -n 's/.*libhidapi-hidraw.so.0 .* => //p')
+[ -z "$peer" ] || add "$peer" /qz/lib # what benchmarks compare with
 add "$(PATH=$PATH:/usr/sbin command -v usbip)" /usr/sbin
 add "$(command -v udevadm)" /usr/bin
 cp packaging/70-qzhidapi.rules "$root/etc/udev/rules.d/"

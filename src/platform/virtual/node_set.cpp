@@ -14,7 +14,7 @@ using View = virtualhub::World::View;
 
 struct NodeSetData {
   COpenHandle handle;
-  std::vector<DevInst> nodes;
+  std::shared_ptr<const std::vector<DevInst>> nodes;
 };
 
 void NodeSetCloser::operator()(NodeSetData* data) const noexcept { delete data; }
@@ -25,7 +25,7 @@ namespace {
 template <typename Body>
 Status CallForNode(const NodeSet& set, const char* service, std::uint32_t index, Body body) {
   if (!set) return InvalidHandle();
-  const DevInst node = index < set->nodes.size() ? set->nodes[index] : 0;
+  const DevInst node = index < set->nodes->size() ? (*set->nodes)[index] : 0;
   return ToStatus(set->handle.world().Call(service, node, index, [&](const View& view) -> Result {
     return node == 0 ? Result{Error::NoMoreNodes} : body(view, node);
   }));
@@ -36,7 +36,7 @@ Status CallForNode(const NodeSet& set, const char* service, std::uint32_t index,
 Status OpenNodeSet(const Guid& interfaceClass, NodeSet& set) {
   set.reset();
   const auto world = virtualhub::HoldCurrentWorld();
-  std::vector<DevInst> nodes;
+  auto nodes = std::make_shared<const std::vector<DevInst>>();
   const Result result = world->Call("OpenNodeSet", 0, 0, [&](const View& view) -> Result {
     if (IsHidClass(interfaceClass)) nodes = view.HidNodes();
     return {};

@@ -1,0 +1,150 @@
+// Listing and scanning.
+#include <algorithm>
+#include <functional>
+#include <iterator>
+
+#include "QzHidAPI.h"
+#include "device/dev.h"
+#include "discovery/usb_dev_find.h"
+#include "machine.h"
+#include "rows.h"
+
+namespace qzhid::bench {
+
+namespace {
+
+using Nodes = std::vector<platform::DevInst>;
+
+// ---- Listing -----------------------------------------------------------------------------------
+
+void ListOnce(std::uint32_t expected) {
+  HidDevRecord* list = nullptr;
+  std::uint32_t count = 0;
+  if (QZ_ListAllHidDev(&list, &count) == 0 || count != expected) Fail("a listing failed");
+  QZ_FreeDevList(list);
+}
+
+void Listing(benchmark::State& state, const char* name) {
+  constexpr double kMostDeviation = 0.20;
+  const std::vector<std::uint32_t> counts{1, 10, 100, 1000};
+  std::vector<Pairs> pairs(counts.size());
+  for (auto _ : state) {
+    for (std::size_t i = 0; i < counts.size(); ++i) {
+      virtualhub::InstallWorld(DeviceScenario(counts[i]));
+      ListOnce(counts[i]);
+      const std::uint32_t runs = 1000 / counts[i];
+      for (std::uint32_t run = 0; run < runs; ++run) {
+        const double bare = ProcessorSeconds(AskPlatform);
+        pairs[i].Add(ProcessorSeconds([&] { ListOnce(counts[i]); }), bare);
+      }
+      virtualhub::UninstallWorld();
+    }
+    state.SetIterationTime(pairs.back().subject.back());
+  }
+  double least = pairs[0].Ratio(), most = least;
+  for (std::size_t i = 0; i < counts.size(); ++i) {
+    least = std::min(least, pairs[i].Ratio());
+    most = std::max(most, pairs[i].Ratio());
+    const auto nodes = [&](const std::vector<double>& seconds) {
+      return Text(Median(seconds) / counts[i] * 1e6, "us a node of ") + std::to_string(counts[i]);
+    };
+    // The cost of a node in units of what the platform takes for it.
+    const double deviation = (most - least) / (most + least);
+    Print({std::string(name) + "/" + std::to_string(counts[i]), nodes(pairs[i].subject),
+           nodes(pairs[i].baseline),
+           Text(pairs[i].Ratio(), "times, so far within ") + Text(deviation * 100, "%"),
+           Text(kMostDeviation * 100, "%")},
+          deviation <= kMostDeviation);
+  }
+}
+QZ_ROW(Listing, "listing", 15);
+
+// ---- Scanning ----------------------------------------------------------------------------------
+
+/// A finder that sees the nodes that it is told to, and looks at the clock behind the enumeration.
+class CWatchedFind final : public CUSBDevFind {
+ public:
+  const platform::Guid* GetClassGuid() override { return &m_Class; }
+  bool IsExcludedDev(std::uint32_t node) override { return !m_IsSeen(node); }
+  bool EnumAllDevs() override {
+    const bool isListed = CUSBDevFind::EnumAllDevs();
+    m_Listed = Clock::now();
+    return isListed;
+  }
+
+  /// Seconds of a scan behind the enumeration.
+  double Scan(std::function<bool(std::uint32_t)> isSeen) {
+    m_IsSeen = std::move(isSeen);
+    ScanDevs();
+    return std::chrono::duration<double>(Clock::now() - m_Listed).count();
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  const platform::Guid m_Class = platform::HidClassGuid();
+  std::function<bool(std::uint32_t)> m_IsSeen;
+  Clock::time_point m_Listed;
+};
+
+/// The same with nothing but the standard library.
+class CBareScan {
+ public:
+  double Scan(const Nodes& nodes) {
+    m_Current = nodes;
+    return Seconds([&] {
+      std::sort(m_Current.begin(), m_Current.end());
+      m_Arrived.clear();
+      std::set_difference(m_Current.begin(), m_Current.end(), m_Last.begin(), m_Last.end(),
+                          std::back_inserter(m_Arrived));
+      m_Removed.clear();
+      std::set_difference(m_Last.begin(), m_Last.end(), m_Current.begin(), m_Current.end(),
+                          std::back_inserter(m_Removed));
+      m_Last = m_Current;
+    });
+  }
+
+ private:
+  Nodes m_Current, m_Last, m_Arrived, m_Removed;
+};
+
+/// Scans of 1000 of 2000 nodes; in every other one `changed` of them have given way to others.
+void Scan(benchmark::State& state, const char* name, std::size_t changed) {
+  constexpr std::size_t kSeen = 1000;
+  virtualhub::World& world = virtualhub::InstallWorld(DeviceScenario(2 * kSeen));
+  Nodes all;
+  for (std::size_t i = 0; i < 2 * kSeen; ++i) {
+    all.push_back(world.HidInstance("d" + std::to_string(i)));
+  }
+  std::sort(all.begin(), all.end());
+  IDev device;
+  CWatchedFind finder;
+  finder.AddDev(&device);
+  CBareScan bare;
+  std::size_t first = 0;
+  Nodes seen;
+  const auto subject = [&] {
+    first = changed - first;
+    seen.assign(all.begin() + static_cast<std::ptrdiff_t>(first),
+                all.begin() + static_cast<std::ptrdiff_t>(first + kSeen));
+    return finder.Scan(
+        [&](std::uint32_t node) { return node >= seen.front() && node <= seen.back(); });
+  };
+  static_cast<void>(subject());
+  static_cast<void>(bare.Scan(seen));
+  Pairs pairs;
+  for (auto _ : state) {
+    const double own = subject();
+    pairs.Add(own, bare.Scan(seen));
+    state.SetIterationTime(own);
+  }
+  virtualhub::UninstallWorld();
+  PrintRatio(name, pairs, 1, 1.5);
+}
+
+QZ_ROW(Scan, "scan/none", 2000, 0);
+QZ_ROW(Scan, "scan/one", 2000, 1);
+QZ_ROW(Scan, "scan/all", 2000, 1000);
+
+}  // namespace
+
+}  // namespace qzhid::bench

@@ -1,0 +1,80 @@
+// Requests and the write phase.
+#include <array>
+
+#include "QzHidAPI.h"
+#include "device/hid_dev.h"
+#include "machine.h"
+#include "rows.h"
+#include "virtualhub/image.h"
+
+namespace qzhid::bench {
+
+namespace {
+
+using Data = std::array<std::uint8_t, 128>;
+constexpr int kRequests = 2000;  // of one run
+constexpr std::uint32_t kWritten = 256 * 1024;
+
+bool SendOut(CRequestCMD& commands) {
+  static const Data data{};
+  return commands.Yv_WriteFlash2(0x1000, data.data(), data.size()) == 0;
+}
+
+bool SendIn(CRequestCMD& commands) {
+  Data data{};
+  return commands.Yv_ReadFlash2(0x1000, data.data(), data.size()) == 0;
+}
+
+/// One request against its own exchanges.
+void Request(benchmark::State& state, const char* name, bool (*send)(CRequestCMD&)) {
+  COpenHub hub(HubScenario(0, kWritten));
+  CRequestCMD& commands = CRequestCMD::Instance();
+  if (commands.Yv_VdCmdEnable(kEnableFlashWrite) != 0) Fail("the hub is locked");
+  const auto request = [&] {
+    if (!send(commands)) Fail("a request failed");
+  };
+  CBareExchanges bare(hub.World(), request);
+  const auto repeat = [](const auto& work) {
+    return Seconds([&] {
+      for (int i = 0; i < kRequests; ++i) work();
+    });
+  };
+  const Pairs pairs = RunPairs(
+      state, [&] { return repeat(request); }, [&] { return repeat([&] { bare.Run(); }); });
+  PrintDifference(name, pairs, kRequests, 300e-9);
+}
+QZ_ROW(Request, "request/out", 200, &SendOut);
+QZ_ROW(Request, "request/in", 200, &SendIn);
+
+void SwitchLog(bool isOn) {
+  static const int accepted = QZ_SetLogPath(TempPath("log.txt").c_str());
+  if (accepted == 0) Fail("no log file");
+  QZ_ConfigLog(isOn ? 1 : 0, 0);
+}
+
+void WritePhase(benchmark::State& state, const char* name, std::uint32_t latencyUs, bool isLogging,
+                double limit) {
+  COpenHub hub(HubScenario(latencyUs, kWritten));
+  CHidDev device;
+  const FwBuffer image = virtualhub::BuildImage({}, kWritten);
+  const auto write = [&] {
+    if (!device.WriteFlashEx(image)) Fail("a write phase failed");
+  };
+  CBareExchanges bare(hub.World(), write);
+  const auto writeLogged = [&] {
+    SwitchLog(isLogging);
+    const double seconds = Seconds(write);
+    SwitchLog(false);
+    return seconds;
+  };
+  const Pairs pairs = RunPairs(state, writeLogged, [&] { return Seconds([&] { bare.Run(); }); });
+  PrintRatio(name, pairs, static_cast<double>(bare.Count()), limit);
+}
+QZ_ROW(WritePhase, "write_phase/log_off", 400, 0, false, 1.3);
+QZ_ROW(WritePhase, "write_phase/log_0", 400, 0, true, 1.5);
+QZ_ROW(WritePhase, "write_phase/250us/log_off", 15, 250, false, 1.02);
+QZ_ROW(WritePhase, "write_phase/250us/log_0", 15, 250, true, 1.02);
+
+}  // namespace
+
+}  // namespace qzhid::bench

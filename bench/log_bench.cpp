@@ -1,0 +1,101 @@
+// Logging, on the backend of the real system.
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/spdlog.h>
+
+#include <fstream>
+#include <functional>
+#include <thread>
+
+#include "log/log_responder.h"
+#include "log/msg.h"
+#include "rows.h"
+
+namespace qzhid::bench {
+
+namespace {
+
+constexpr const char* kTag = "CHidTransfers::HidDataOut";
+constexpr int kLines = 20000;  // of one run
+
+/// Seconds of that many calls, shared out among threads.
+double OnThreads(int threads, const std::function<void(int)>& write) {
+  return Seconds([&] {
+    std::vector<std::thread> running;
+    for (int i = 0; i < threads; ++i) {
+      running.emplace_back([&] {
+        for (int line = 0; line < kLines / threads; ++line) write(line);
+      });
+    }
+    for (std::thread& thread : running) thread.join();
+  });
+}
+
+/// The file's last line without its time stamp.
+std::string LastText(const std::string& path) {
+  std::ifstream file(path);
+  std::string last;
+  for (std::string line; std::getline(file, line);) last = line;
+  return last.substr(last.find(']'));
+}
+
+void Log(benchmark::State& state, const char* name, int threads) {
+  const std::string ownPath = TempPath("own.txt"), peerPath = TempPath("peer.txt");
+  CLogResponder own(ownPath.c_str());
+  CMsg& msg = CMsg::Instance();
+  msg.AddResponder(&own);
+  const auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(peerPath, true);
+  spdlog::logger peer("peer", sink);
+  peer.set_pattern("[%Y-%m-%d, %H:%M:%S]  %v");
+  peer.flush_on(spdlog::level::trace);
+
+  const Pairs pairs = RunPairs(
+      state,
+      [&] {
+        return OnThreads(
+            threads, [&](int line) { msg.Log(3, kTag, "Set Report Fail,ErrorCode:%d\n", line); });
+      },
+      [&] {
+        return OnThreads(
+            threads, [&](int line) { peer.error("{}, Set Report Fail,ErrorCode:{}", kTag, line); });
+      });
+  msg.RemoveResponder(&own);
+  if (threads == 1 && LastText(ownPath) != LastText(peerPath)) Fail("the texts differ");
+
+  const double rate = 1 / pairs.Ratio();
+  const auto lines = [](const std::vector<double>& seconds) {
+    return Text(kLines / Median(seconds) / 1000, "thousand lines/s");
+  };
+  Print({name, lines(pairs.subject), lines(pairs.baseline), Text(rate, "times the rate"),
+         Text(1, "times the rate")},
+        rate >= 1);
+}
+QZ_ROW(Log, "log/one_thread", 101, 1);
+QZ_ROW(Log, "log/four_threads", 101, 4);
+
+void LogUnheard(benchmark::State& state, const char* name) {
+  CMsg& msg = CMsg::Instance();
+  const Pairs pairs = RunPairs(
+      state,
+      [&] {
+        return Seconds([&] {
+          for (int line = 0; line < kLines; ++line) {
+            msg.Log(3, kTag, "Set Report Fail,ErrorCode:%d\n", line);
+          }
+        });
+      },
+      [&] {
+        return Seconds([&] {
+          for (int line = 0; line < kLines; ++line) {
+            char text[1024];
+            benchmark::DoNotOptimize(text);
+            std::snprintf(text, sizeof(text), "%s, Set Report Fail,ErrorCode:%d\n", kTag, line);
+          }
+        });
+      });
+  PrintRatio(name, pairs, kLines, 1.5);
+}
+QZ_ROW(LogUnheard, "log/unheard", 51);
+
+}  // namespace
+
+}  // namespace qzhid::bench

@@ -1,0 +1,140 @@
+// Whole updates through the exports: time and memory.
+#include <malloc.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+
+#include "QzHidAPI.h"
+#include "child.h"
+#include "machine.h"
+#include "rows.h"
+#include "virtualhub/image.h"
+
+namespace qzhid::bench {
+
+namespace {
+
+constexpr std::uint32_t kKiB = 1024;
+
+/// A hub that is open, and an image for it.
+class CUpdate {
+ public:
+  explicit CUpdate(std::uint32_t size) : m_strImage(TempPath("image")) {
+    constexpr std::uint32_t kSmallestBank = 64 * kKiB;
+    const virtualhub::Bytes image = virtualhub::BuildImage({}, size);
+    std::ofstream(m_strImage, std::ios::binary)
+        .write(reinterpret_cast<const char*>(image.data()),
+               static_cast<std::streamsize>(image.size()));
+    virtualhub::InstallWorld(HubScenario(0, std::max(size, kSmallestBank)));
+    HidDevRecord* list = nullptr;
+    std::uint32_t count = 0;
+    if (QZ_ListAllHidDev(&list, &count) == 0) Fail("no hub is listed");
+    m_pHub = QZ_OpenHid(list[0].dwInst);
+    QZ_FreeDevList(list);
+  }
+  ~CUpdate() {
+    QZ_CloseDev(m_pHub);
+    virtualhub::UninstallWorld();
+    std::filesystem::remove(m_strImage);
+  }
+  CUpdate(const CUpdate&) = delete;
+  CUpdate& operator=(const CUpdate&) = delete;
+
+  void Run() const {
+    if (QZ_UpdateDev(m_pHub, m_strImage.c_str(), nullptr) == 0) Fail("an update failed");
+  }
+
+ private:
+  std::string m_strImage;
+  void* m_pHub = nullptr;
+};
+
+/// The straight line that runs of several sizes lie on, by the least relative deviations.
+struct Line {
+  double fixed = 0, perByte = 0;
+  double deviation = 0;  // the largest of a run, as a part of its time
+};
+
+Line Fit(const std::vector<double>& sizes, const std::vector<double>& seconds) {
+  double w = 0, x = 0, y = 0, xx = 0, xy = 0;
+  for (std::size_t i = 0; i < sizes.size(); ++i) {
+    const double weight = 1 / (seconds[i] * seconds[i]);
+    w += weight;
+    x += weight * sizes[i];
+    y += weight * seconds[i];
+    xx += weight * sizes[i] * sizes[i];
+    xy += weight * sizes[i] * seconds[i];
+  }
+  Line line;
+  line.perByte = (w * xy - x * y) / (w * xx - x * x);
+  line.fixed = (y - line.perByte * x) / w;
+  for (std::size_t i = 0; i < sizes.size(); ++i) {
+    const double off = line.fixed + line.perByte * sizes[i] - seconds[i];
+    line.deviation = std::max(line.deviation, std::abs(off) / seconds[i]);
+  }
+  return line;
+}
+
+void Updates(benchmark::State& state, const char* name) {
+  constexpr double kMostDeviation = 0.10;
+  const std::vector<std::uint32_t> kib{32, 64, 128, 256, 512, 1024, 2048, 4096};
+  std::vector<std::vector<double>> runs(kib.size());
+  for (auto _ : state) {
+    for (std::size_t i = 0; i < kib.size(); ++i) {
+      const CUpdate update(kib[i] * kKiB);
+      update.Run();
+      for (std::uint32_t run = 0; run < std::max(1u, 1024 / kib[i]); ++run) {
+        runs[i].push_back(ProcessorSeconds([&] { update.Run(); }));
+      }
+    }
+    state.SetIterationTime(runs.back().back());
+  }
+  std::vector<double> sizes, seconds;
+  for (std::size_t i = 0; i < kib.size(); ++i) {
+    sizes.push_back(kib[i] * kKiB);
+    seconds.push_back(Median(runs[i]));
+  }
+  const Line line = Fit(sizes, seconds);
+  Print({name, Text(line.perByte * 1e9, "ns a byte"), Text(line.fixed * 1e6, "us at first"),
+         Text(line.deviation * 100, "% off the line"), Text(kMostDeviation * 100, "%")},
+        line.deviation <= kMostDeviation);
+}
+QZ_ROW(Updates, "update", 9);
+
+/// Memory of this process in bytes: "VmRSS" what it has now, "VmHWM" the most that it ever had.
+double MemoryNow(const std::string& field) {
+  std::ifstream status("/proc/self/status");
+  for (std::string name; status >> name;) {
+    double kib = 0;
+    if (name == field + ':' && status >> kib) return kib * kKiB;
+  }
+  Fail("the kernel does not tell the memory of a process");
+}
+
+/// How much the process grows at the most, in a process that has updated nothing yet.
+void Memory(benchmark::State& state, const char* name) {
+  constexpr double kImage = 4 * kKiB * kKiB, kLimit = 2 * kImage + 2 * kKiB * kKiB;
+  const auto measure = [] {
+    const CUpdate update(static_cast<std::uint32_t>(kImage));
+    malloc_trim(0);
+    std::ofstream("/proc/self/clear_refs") << 5 << std::flush;  // the peak begins here
+    const double before = MemoryNow("VmRSS");
+    if (MemoryNow("VmHWM") - before > kKiB * kKiB) Fail("the peak lies before the update");
+    update.Run();
+    return MemoryNow("VmHWM") - before;
+  };
+  double growth = 0;
+  for (auto _ : state) {
+    growth = InChild(measure);
+    state.SetIterationTime(1);
+  }
+  const auto mib = [](double bytes) { return Text(bytes / kKiB / kKiB, "MiB"); };
+  Print({name, mib(growth), mib(kImage) + " of image", mib(growth), mib(kLimit)}, growth <= kLimit);
+}
+QZ_ROW(Memory, "memory", 1);
+
+}  // namespace
+
+}  // namespace qzhid::bench
