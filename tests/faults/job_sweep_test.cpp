@@ -116,6 +116,12 @@ TEST_F(JobSweep, Versions) {
                    areIds, IsLie});
 }
 
+TEST_F(JobSweep, UpdatingAgainOnTheSameHandle) {
+  SweepQuickKinds({"update, if need be twice", Job::Opens::AndCloses,
+                   [this](void* handle) { return Update(handle) || Update(handle); },
+                   [this](World& world) { return Runs(world, image); }, IsLie});
+}
+
 TEST_F(JobSweep, Bridges) {
   SweepQuickKinds({"bridges", Job::Opens::ForIt, [this](void* dev) { return CrossBridges(dev); },
                    [this](World& world) { return IsCrossed(world); }, IsLie});
