@@ -193,8 +193,10 @@ QZ_API void QZ_DllPassPara(uint32_t value);
  * @param callback  Called with 0, 10, 20, 30 to 70 while writing, 90 and 100; with 0 after a
  *                  failure. May be null.
  * @return 1 when the image is written, checked and (see QZ_DllPassPara) started, else 0. After a
- *         failure the hub may sit in its loader; call QZ_UpdateDev again, on this handle or after
- *         listing and opening it anew.
+ *         failure the hub may sit in its loader; list and open it anew and call QZ_UpdateDev again.
+ *         On the old handle a second call does as well, unless the hub has left its loader
+ *         meanwhile. The check finds what the hub refuses or cannot read back; that it runs the new
+ *         firmware shows in QZ_ReadDevVersion.
  * The open device: closes the device. Its device-instance number has usually changed.
  */
 QZ_API uint8_t QZ_UpdateDev(void* pDev, const char* path, QZ_ProgressCallback callback);

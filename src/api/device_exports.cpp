@@ -27,6 +27,21 @@ std::uint32_t SetFrequency(std::uint16_t value) {
   return CRequestCMD::Instance().Yv_SendVDCmd(0x40, 0x06, value, 0, nullptr, 0, kTimeoutMs);
 }
 
+/// Closes what was opened for a hub that then did not answer, unless the opening is done.
+class COpening {
+ public:
+  COpening() { CProxyDriver::Instance().QZ_InitProxyDriver(); }
+  ~COpening() {
+    if (!m_bDone) CRequestCMD::Instance().Yv_CloseDevice();
+  }
+  COpening(const COpening&) = delete;
+  COpening& operator=(const COpening&) = delete;
+  void Done() { m_bDone = true; }
+
+ private:
+  bool m_bDone = false;
+};
+
 void* OpenListed(const HidDevRecord& record) {
   constexpr const char* kTag = "QZ_OpenHid";
   CMsg& msg = CMsg::Instance();
@@ -34,12 +49,13 @@ void* OpenListed(const HidDevRecord& record) {
   const auto dev = std::make_shared<CHidDev>();
   finder.AddDev(dev.get());
   dev->SetTopology(ReadText(record.LocationPath, QZ_RECORD_TEXT_UNITS));
-  CProxyDriver::Instance().QZ_InitProxyDriver();
+  COpening opening;
   if (!finder.WaitDevConnect(dev.get(), kConnectWait)) {
     msg.Log(3, kTag, "Open Hid failed\n");
     return nullptr;
   }
   void* const handle = CHandleTable::Instance().Add(dev);
+  opening.Done();
   const auto devInst = static_cast<int>(record.dwInst);
   DebugPrint(L"Open Hid Success, Hid DevInst is %d, DevObject is %p\n", devInst, handle);
   msg.Log(1, kTag, "Open Hid Success,Hid DevInst is %d,DevObject is %p\n", devInst, handle);

@@ -1,5 +1,6 @@
 // Listing of attached devices.
 #include <cstdlib>
+#include <optional>
 #include <string>
 
 #include "QzHidAPI.h"
@@ -28,6 +29,23 @@ void LogRecords(const char* tag, const HidDevRecord* records, std::uint32_t coun
   }
 }
 
+/// Takes a list that the host was to get back, unless it is handed over.
+class CListGuard {
+ public:
+  explicit CListGuard(HidDevRecord** ppList) : m_ppList(ppList) {}
+  ~CListGuard() {
+    if (m_ppList == nullptr) return;
+    std::free(*m_ppList);
+    *m_ppList = nullptr;
+  }
+  CListGuard(const CListGuard&) = delete;
+  CListGuard& operator=(const CListGuard&) = delete;
+  void HandOver() { m_ppList = nullptr; }
+
+ private:
+  HidDevRecord** m_ppList;
+};
+
 /// What both listings share; `list` asks the finder and `logFilter` tells what for.
 template <class LogFilter, class List>
 std::uint8_t ListDevices(const char* tag, HidDevRecord** ppList, std::uint32_t* pCount,
@@ -42,18 +60,18 @@ std::uint8_t ListDevices(const char* tag, HidDevRecord** ppList, std::uint32_t* 
     return 0;
   }
   CHidFind finder;
-  bool isListed = false;
-  {
-    const CProxySession session;
-    isListed = list(finder) != 0;
-    if (isListed) {
-      LogRecords(tag, *ppList, *pCount);
-    } else {
-      msg.Log(3, tag, "List Hid Device Fail\n");
-    }
+  std::optional<CProxySession> session(std::in_place);
+  const bool isListed = list(finder) != 0;
+  CListGuard guard(isListed ? ppList : nullptr);
+  if (isListed) {
+    LogRecords(tag, *ppList, *pCount);
+  } else {
+    msg.Log(3, tag, "List Hid Device Fail\n");
   }
+  session.reset();
   cache.Store(isListed ? *ppList : nullptr, *pCount);
   msg.Log(1, tag, "<--- Exit\n");
+  guard.HandOver();
   return isListed && *pCount != 0 ? 1 : 0;
 }
 

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -37,9 +39,15 @@ struct Start {
 extern const Start kFlashStart;
 
 struct Job {
+  enum class Opens {
+    ForIt,      ///< it is given an open handle and leaves the device open
+    AndCloses,  ///< it is given an open handle and closes the device
+    Itself,     ///< it is given none and leaves nothing open
+    ForFlow     ///< ForIt, and no export: what goes wrong need not be logged
+  };
+
   const char* name;
-  bool opensItself;  ///< is not given an open handle
-  bool closes;       ///< leaves no device open
+  Opens opens;
   /// Does the job; whether it was reported as done.
   std::function<bool(void* handle)> run;
   /// Whether a job that was reported as done is.
@@ -64,6 +72,8 @@ class FaultSweep : public ::testing::Test {
   /// Injects the kind at every place of the job; one line of the summary.
   void Sweep(const Start& start, const Job& job, const FaultKind& kind);
   bool Update(void* handle) const;
+  const char* path() const { return m_File.path(); }
+  virtualhub::World& machine() { return *m_pWorld; }
 
   static void OnProgress(std::int32_t percent) { s_progress = percent; }
   static inline int s_progress;

@@ -29,10 +29,7 @@ TEST_P(UpdateSweep, EndsInAClearResultAndAHubThatCanBeUpdated) {
   const auto [startIndex, kindIndex] = GetParam();
   const Start& start = kStarts[startIndex];
   const bool isValidating = start.name == kStarts[3].name;
-  const Job job = {"update",
-                   false,
-                   true,
-                   [this](void* handle) { return Update(handle); },
+  const Job job = {"update", Job::Opens::AndCloses, [this](void* handle) { return Update(handle); },
                    [this](virtualhub::World& world) { return Runs(world, image); },
                    [=](const FaultKind& struck, std::uint16_t key) {
                      return MayPass(struck, key, isValidating);
