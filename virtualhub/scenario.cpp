@@ -217,7 +217,7 @@ Scenario ReadScenario(const std::string& text, const std::filesystem::path& fold
   nlohmann::json root;
   try {
     root = nlohmann::json::parse(text);
-  } catch (const nlohmann::json::parse_error& error) {
+  } catch (const nlohmann::json::exception& error) {
     throw ScenarioError(PlainMessage(error.what()));
   }
   return ReadRoot(JsonReader(root, ""), folder);
