@@ -10,7 +10,7 @@ constexpr int kMostCalls = 12;
 virtualhub::DeviceConfig MakeHub(std::uint8_t kind) {
   virtualhub::DeviceConfig device = HubDevice();
   virtualhub::HubConfig& hub = *device.hub;
-  hub.bankSize = GoodImage().size();
+  hub.bankSize = virtualhub::kIdentityEnd;
   if ((kind & 1) != 0) hub.image.image = GoodImage();
   hub.dualBank = (kind & 2) != 0;
   hub.ispSupported = (kind & 4) != 0;
@@ -34,7 +34,7 @@ void Recover(Machine& machine) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input input(data, size);
   Machine machine({.devices = {MakeHub(input.Byte())}});
-  for (const HidDevRecord& record : List()) Open(machine, record.dwInst);
+  for (const HidDevRecord& record : List()) machine.Open(record.dwInst);
   ExportCalls(machine, input).Run(kMostCalls);
   Recover(machine);
   return 0;

@@ -4,32 +4,25 @@
 #include "platform/linux/string_descriptor.h"
 #include "virtualhub/usb_descriptors.h"
 
-using namespace qzhid;
+using namespace qzhid::platform;
 using namespace qzhid::fuzz;
-
-namespace {
-
-void CheckOwnDescriptor(Input input) {
-  const bool hasIds = input.Flag();
-  const virtualhub::ReportConfig reports{true, hasIds, input.Word(), input.Word()};
-  const auto caps = platform::ParseReportDescriptor(virtualhub::ReportDescriptor(reports));
-  // A report of one byte, its ID, cannot be declared.
-  const auto declared = [](std::uint16_t length) { return length > 1 ? length : 0; };
-  Require(caps && caps->outputReportLength == declared(reports.outputLength) &&
-              caps->inputReportLength == declared(reports.inputLength),
-          "the hub's descriptor declares its report lengths");
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const Bytes descriptor(data, data + size);
-  const auto caps = platform::ParseReportDescriptor(descriptor);
+  const auto caps = ParseReportDescriptor(descriptor);
   Require(!caps || (caps->inputReportLength != 1 && caps->outputReportLength != 1),
           "lengths count the ID");
-  const auto text = platform::DecodeString(descriptor);
+  const auto text = DecodeString(descriptor);
   Require(!text || text->size() <= size / 2, "a text is no longer than its descriptor");
-  platform::DecodeFirstLanguage(descriptor);
-  CheckOwnDescriptor(Input(data, size));
+  DecodeFirstLanguage(descriptor);
+
+  Input input(data, size);
+  const virtualhub::ReportConfig reports{true, input.Flag(), input.Word(), input.Word()};
+  const auto own = ParseReportDescriptor(virtualhub::ReportDescriptor(reports));
+  // A report of one byte, its ID, cannot be declared.
+  const auto declared = [](std::uint16_t length) { return length > 1 ? length : 0; };
+  Require(own && own->outputReportLength == declared(reports.outputLength) &&
+              own->inputReportLength == declared(reports.inputLength),
+          "the hub's descriptor declares its report lengths");
   return 0;
 }

@@ -47,7 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
        [&](virtualhub::MutableBytes report) { return device.Meet(report); }});
   ExportCalls calls(machine, input);
   if ((kind & 8) != 0) calls.AddFault();
-  for (const HidDevRecord& record : List()) Open(machine, record.dwInst);
+  for (const HidDevRecord& record : List()) machine.Open(record.dwInst);
   calls.Run(kMostCalls);
   return 0;
 }

@@ -3,6 +3,7 @@
 
 #include "fuzz/machine.h"
 #include "transport/setup_packet.h"
+#include "virtualhub/image.h"
 
 namespace qzhid::fuzz {
 
@@ -20,13 +21,17 @@ struct Arguments {
   QZ_ProgressCallback callback;
 };
 
-inline void Open(Machine& machine, std::uint32_t node) {
-  if (void* const handle = QZ_OpenHid(node)) machine.handles.push_back(handle);
+/// An image that hubs accept. Without seal, so that no checksum takes up the time.
+inline const Bytes& GoodImage() {
+  static const Bytes image = [] {
+    Bytes bytes = virtualhub::BuildImage({}, virtualhub::kIdentityEnd);
+    std::fill_n(bytes.begin() + 0x7F80, 16, std::uint8_t{0});
+    return bytes;
+  }();
+  return image;
 }
-inline const char* LogPath(std::uint32_t value) {
-  constexpr const char* kPaths[] = {"/dev/null", "", "/", "/nowhere/log.txt", nullptr};
-  return kPaths[value % std::size(kPaths)];
-}
+
+inline constexpr const char* kLogPaths[] = {"/dev/null", "", "/", "/nowhere/log.txt", nullptr};
 
 using ExportCall = void (*)(const Arguments& g);
 inline constexpr ExportCall kUpdate = [](const Arguments& g) {
@@ -36,8 +41,8 @@ inline constexpr ExportCall kCalls[] = {
     kUpdate,
     [](const Arguments&) { List(); },
     [](const Arguments& g) { List(&g.value, g.length); },
-    [](const Arguments& g) { Open(g.machine, g.a == 255 ? g.value : g.node); },
-    [](const Arguments& g) { Open(g.machine, g.node); },
+    [](const Arguments& g) { g.machine.Open(g.a == 255 ? g.value : g.node); },
+    [](const Arguments& g) { g.machine.Open(g.node); },
     [](const Arguments& g) { QZ_CloseDev(g.handle); },
     [](const Arguments& g) { QZ_DllPassPara(g.a); },
     [](const Arguments& g) { QZ_ReadBinVersion(g.handle, g.path, g.version); },
@@ -62,7 +67,7 @@ inline constexpr ExportCall kCalls[] = {
     [](const Arguments& g) { QZ_HidGPIOR(g.handle, g.b % 26, g.data, g.value << 16 | g.length); },
     [](const Arguments& g) { QZ_HidGPIOW(g.handle, g.b % 26, g.value); },
     [](const Arguments& g) { QZ_HidSetHubGPIO(g.handle, g.value, g.a); },
-    [](const Arguments& g) { QZ_SetLogPath(LogPath(g.value)); },
+    [](const Arguments& g) { QZ_SetLogPath(kLogPaths[g.value % 5]); },
     [](const Arguments& g) { QZ_ConfigLog(g.a % 2, static_cast<std::int32_t>(g.value)); }};
 
 class ExportCalls {
