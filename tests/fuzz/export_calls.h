@@ -100,7 +100,7 @@ class ExportCalls {
     fault.request = input_.Choice(kRequests);
     fault.requestType = fault.request == 0x09 || fault.request == 0xD8 ? 0xC0 : 0x40;
     fault.nth = input_.Byte() + 1u;
-    fault.count = input_.Below(4);
+    fault.count = input_.Byte() % 4;
     fault.action = input_.Choice(kActions);
     fault.seed = input_.Byte();
     fault.code = fault.seed % 3;
@@ -124,7 +124,7 @@ class ExportCalls {
                                         "/",         ""};
     if (call == kUpdate && ++updates_ > kMostUpdates) return;
     const std::uint8_t given = input_.Byte(), a = input_.Byte(), b = input_.Byte();
-    const std::uint32_t value = input_.Long(), node = machine_.world.HidInstance("hub");
+    const std::uint32_t value = input_.Number(4), node = machine_.world.HidInstance("hub");
     Bytes block(a % 2 == 0 ? b : input_.Word(), a);
     block.shrink_to_fit();
     void* handle = given == 255 ? nullptr : this;
