@@ -6,7 +6,8 @@ namespace virtualhub {
 
 namespace {
 
-constexpr std::uint32_t kMostPorts = 127;
+constexpr std::uint32_t kLastPort = 127;
+constexpr std::size_t kMostPorts = 6;  // USB 2.0, 4.1.1: seven tiers, the root hub included
 constexpr std::uint32_t kMostRoots = 8;
 
 // Takes a number from 1 to `most` off the front of the text.
@@ -30,8 +31,8 @@ std::optional<PortPath> PortPath::Parse(const std::string& text) {
     rest.remove_prefix(1);
   }
   for (;;) {
-    const auto port = TakeNumber(rest, kMostPorts);
-    if (!port) return std::nullopt;
+    const auto port = TakeNumber(rest, kLastPort);
+    if (!port || path.ports.size() == kMostPorts) return std::nullopt;
     path.ports.push_back(*port);
     if (rest.empty()) return path;
     if (rest.front() != '.') return std::nullopt;

@@ -8,7 +8,8 @@
 namespace virtualhub {
 
 /// A place in the USB tree: a root hub (from 1) and the port numbers from there down. As text:
-/// "3.1" is port 1 of the hub on port 3 of the first root hub, "2-3.1" the same below the second.
+/// "3.1" is port 1 of the hub on port 3 of the first root hub, "2-3.1" the same below the second;
+/// at most six ports, as USB has them.
 struct PortPath {
   std::uint32_t root = 1;
   std::vector<std::uint32_t> ports;

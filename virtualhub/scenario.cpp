@@ -1,20 +1,20 @@
 #include "virtualhub/scenario.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <set>
 
 #include "virtualhub/image.h"
 #include "virtualhub/json_reader.h"
 #include "virtualhub/scenario_fault.h"
 #include "virtualhub/scenario_hub.h"
+#include "virtualhub/whole_file.h"
 
 namespace virtualhub {
 
 namespace {
 
 constexpr const char* kDefaultProduct = "WQ HID Hub";
+constexpr std::size_t kLongestFile = 0x1000000;  // bytes
 
 PortPath ReadPort(const JsonReader& in) {
   const auto port = PortPath::Parse(in.Text());
@@ -217,18 +217,16 @@ Scenario ReadScenario(const std::string& text, const std::filesystem::path& fold
   nlohmann::json root;
   try {
     root = nlohmann::json::parse(text);
-  } catch (const nlohmann::json::parse_error& error) {
+  } catch (const nlohmann::json::exception& error) {
     throw ScenarioError(PlainMessage(error.what()));
   }
   return ReadRoot(JsonReader(root, ""), folder);
 }
 
 Scenario ReadScenarioFile(const std::filesystem::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  if (!stream) throw ScenarioError("the file cannot be opened");
-  const std::string text{std::istreambuf_iterator<char>(stream), {}};
-  if (stream.bad()) throw ScenarioError("the file cannot be read");
-  return ReadScenario(text, file.parent_path());
+  const auto text = ReadWholeFile(file, kLongestFile);
+  if (!text) throw ScenarioError("the file cannot be opened");
+  return ReadScenario({text->begin(), text->end()}, file.parent_path());
 }
 
 Scenario DefaultScenario() {

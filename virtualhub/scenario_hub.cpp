@@ -1,9 +1,7 @@
 #include "virtualhub/scenario_hub.h"
 
-#include <fstream>
-#include <iterator>
-
 #include "virtualhub/image.h"
+#include "virtualhub/whole_file.h"
 
 namespace virtualhub {
 
@@ -13,10 +11,9 @@ constexpr std::size_t kDefaultImageSize = 0x10000;
 constexpr std::size_t kLargestMemory = 0x1000000;
 
 Bytes LoadImageFile(const JsonReader& in, const std::filesystem::path& folder) {
-  std::ifstream file(folder / in.Text(), std::ios::binary);
-  Bytes image{std::istreambuf_iterator<char>(file), {}};
-  if (image.empty()) in.Fail("the image file cannot be read or is empty");
-  return image;
+  std::optional<Bytes> image = ReadWholeFile(folder / in.Text(), kLargestMemory);
+  if (!image || image->empty()) in.Fail("the image file cannot be read or is empty");
+  return std::move(*image);
 }
 
 Bytes GenerateImage(const JsonReader& in) {

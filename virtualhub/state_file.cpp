@@ -2,12 +2,11 @@
 #include "virtualhub/state_file.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <string_view>
 
 #include "virtualhub/atomic_file.h"
 #include "virtualhub/crc32.h"
+#include "virtualhub/whole_file.h"
 
 namespace virtualhub {
 
@@ -15,6 +14,7 @@ namespace {
 
 constexpr std::string_view kMagic = "VHFLASH1";
 constexpr std::size_t kChecksumSize = 4;
+constexpr std::size_t kLongestFile = 0x2001000;  // bytes; of two banks of the largest size
 
 bool IsIntact(ByteView file) {
   if (file.size() < kMagic.size() + kChecksumSize) return false;
@@ -30,12 +30,12 @@ std::filesystem::path StateFilePath(const std::filesystem::path& folder, const s
 }
 
 std::string LoadStateFile(const std::filesystem::path& file, Hub& hub) {
-  if (!std::filesystem::exists(file)) return {};
-  std::ifstream stream(file, std::ios::binary);
-  const Bytes bytes{std::istreambuf_iterator<char>(stream), {}};
-  if (!IsIntact(bytes)) return "the state file is damaged";
+  std::error_code error;
+  if (!std::filesystem::exists(file, error)) return {};
+  const auto bytes = ReadWholeFile(file, kLongestFile);
+  if (!bytes || !IsIntact(*bytes)) return "the state file is damaged";
   const ByteView flash =
-      ByteView(bytes).subspan(kMagic.size(), bytes.size() - kMagic.size() - kChecksumSize);
+      ByteView(*bytes).subspan(kMagic.size(), bytes->size() - kMagic.size() - kChecksumSize);
   return hub.LoadFlash(flash) ? "" : "the state file belongs to a hub with another flash size";
 }
 

@@ -323,6 +323,11 @@ void World::SetExchangeHook(ExchangeHook hook) {
   hook_ = hook ? std::make_shared<const ExchangeHook>(std::move(hook)) : nullptr;
 }
 
+void World::SetFirmwareDouble(FirmwareDouble firmware) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  double_ = std::move(firmware);
+}
+
 std::uint64_t World::exchanges() {
   const std::lock_guard<std::mutex> guard(mutex_);
   return exchanges_;

@@ -36,6 +36,13 @@ struct Exchange {
 };
 using ExchangeHook = std::function<void(const Exchange&)>;
 
+/// What stands in for the firmware of a device: it takes each output report, of any length, and
+/// fills each input report. It must not call the world.
+struct FirmwareDouble {
+  std::function<Result(ByteView report)> take;
+  std::function<Result(MutableBytes report)> answer;
+};
+
 /// Any thread may call any function, except where it says otherwise. Devices leave and come back as
 /// time passes; that is caught up with at the start of each call.
 class World {
@@ -110,6 +117,9 @@ class World {
   /// Called before each exchange reaches its device; may call any function of the world.
   void SetExchangeHook(ExchangeHook hook);
 
+  /// From now on the double meets all reports that reach a device, after faults.
+  void SetFirmwareDouble(FirmwareDouble firmware);
+
   /// Number of exchanges so far.
   std::uint64_t exchanges();
 
@@ -178,6 +188,7 @@ class World {
   Faults faults_;
   Recorder recorder_;
   std::shared_ptr<const ExchangeHook> hook_;
+  std::optional<FirmwareDouble> double_;
   std::uint64_t exchanges_ = 0;
   std::array<std::atomic<int>, 4> handles_{};
 };

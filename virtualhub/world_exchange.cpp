@@ -64,6 +64,7 @@ std::optional<Result> World::Prevent(const Fault* fault, Device& device) {
 
 Result World::DeliverOutput(Device& device, const Fault* fault, ByteView report, Effects& effects) {
   if (const auto prevented = Prevent(fault, device)) return *prevented;
+  if (double_) return double_->take(report);
   VendorRequest request;
   const Result decoded = device.channel.Decode(report, request);
   if (!decoded.ok()) return decoded;
@@ -99,6 +100,7 @@ Result World::CarryOut(Device& device, const Fault* fault, const VendorRequest& 
 
 Result World::DeliverInput(Device& device, const Fault* fault, MutableBytes report) {
   if (const auto prevented = Prevent(fault, device)) return *prevented;
+  if (double_) return double_->answer(report);
   if (!device.hub || clock_.NowUs() < device.readyAtUs) return {Error::Stall};
   const Result result = device.channel.Encode(report);
   if (result.ok() && fault != nullptr) {

@@ -38,7 +38,8 @@ class IDev {
 
   // Firmware image.
   virtual void SetFwBuffer(FwBuffer image) { m_FwBuf = std::move(image); }
-  const FwBuffer& GetFwBuffer() const { return m_FwBuf; }
+  /// A copy: while it is written, a progress callback may have another image loaded.
+  FwBuffer GetFwBuffer() const { return m_FwBuf; }
   /// The finder of InitFwFinder, owned by the device; null before.
   virtual IFwFinder* GetFwFinder() { return nullptr; }
   virtual void InitFwFinder(const char*) {}

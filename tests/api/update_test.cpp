@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <functional>
 #include <set>
+#include <utility>
 
 #include "api/api_test.h"
 
@@ -12,10 +13,11 @@ namespace {
 constexpr const char* kFlow = "CUniversalFlow::DevUpdate";
 
 std::vector<int> g_progress;
-std::function<void()> g_atTen;
+std::function<void()> g_atTen, g_atThirty;
 void OnProgress(std::int32_t percent) {
   g_progress.push_back(percent);
   if (percent == 10 && g_atTen) g_atTen();
+  if (percent == 30 && g_atThirty) std::exchange(g_atThirty, nullptr)();
 }
 
 /// The conversation with the hub, a line for each request: key, length, value and index; "!" marks
@@ -67,7 +69,7 @@ const struct {
 class UpdateTest : public ApiTest {
  protected:
   UpdateTest() {
-    g_atTen = nullptr;
+    g_atTen = g_atThirty = nullptr;
     Open();
   }
 
@@ -184,6 +186,20 @@ TEST_F(UpdateTest, ClosingInTheCallbackFailsTheUpdateInTime) {
   EXPECT_EQ(0, OpenHandles());
   EXPECT_EQ(kStatusRefused, QZ_HidI2CConfig(handle, 0xA0, 2, 1));
   ExpectOldFirmware();
+}
+
+TEST_F(UpdateTest, AnImageLoadedInTheCallbackIsNotTheOneThatIsWritten) {
+  const TempFile empty({}, "empty");
+  void* reopened = nullptr;
+  g_atThirty = [&] {
+    std::uint16_t version = 0;
+    EXPECT_EQ(0, QZ_ReadBinVersion(handle, empty.path(), &version));
+    List();
+    reopened = QZ_OpenHid(world->HidInstance("hub"));
+  };
+  EXPECT_EQ(1, QZ_UpdateDev(handle, good.path(), OnProgress));
+  EXPECT_TRUE(Holds(0, image));
+  QZ_CloseDev(reopened);
 }
 
 }  // namespace

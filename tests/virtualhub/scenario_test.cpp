@@ -25,10 +25,12 @@ TEST_F(ScenarioTest, RefusalsNamePlaceAndReason) {
        "}",
        {{"\n\"time\":\n", "parse error at line 3, column 1"},
         {R"("tiem": "real")", "/: unknown key \"tiem\""},
+        {R"("record": 9e999)", "number overflow"},
         {R"("time": "slow")", "/time: \"slow\" is none of virtual, real"}}},
       {R"({"devices": [{"name": "a", "port": "1")",
        "]}",
        {{R"(}, {"name": "b", "port": "0.1"})", "/devices/1/port: "},
+        {R"(}, {"name": "b", "port": "2.1.1.1.1.1.1"})", "/devices/1/port: "},
         {R"(}, {"port": "2"})", "/devices/1: \"name\" is missing"},
         {R"(}, {"name": "a", "port": "2"})", "/devices/1/name: two devices"},
         {R"(}, {"name": "b", "port": "1.2"})", "/devices/1/port: the device \"a\" is in the way"},
@@ -37,6 +39,8 @@ TEST_F(ScenarioTest, RefusalsNamePlaceAndReason) {
         {R"(, "image": {"version": "0x10000"}})", "/devices/0/image/version: 65536 is not"},
         {R"(, "image": {"version": -1}})", "/devices/0/image/version: a non-negative"},
         {R"(, "image": {"file": "/nowhere/x.bin"}})", "/devices/0/image/file: "},
+        {R"(, "image": {"file": "/"}})", "/devices/0/image/file: "},
+        {R"(, "image": {"file": "/dev/zero"}})", "/devices/0/image/file: "},
         {R"(, "image": {"size": 131073}})", "/devices/0/image: the image is larger"},
         {R"(, "timing": {"erase_ms": true}})", "/devices/0/timing/erase_ms: "},
         {R"(, "channels": [3]})", "/devices/0/channels/0: 3 is not between 1 and 2"},
@@ -66,7 +70,7 @@ TEST_F(ScenarioTest, RefusalsNamePlaceAndReason) {
 TEST_F(ScenarioTest, BadFileCostsOneLineAndAllDevices) {
   const std::string file = ::testing::TempDir() + "bad.json";
   std::ofstream(file) << R"({"devices": 3})";
-  for (const std::string& name : {file, std::string("/nowhere/at/all.json")}) {
+  for (const std::string& name : {file, std::string("/nowhere/at/all.json"), std::string("/")}) {
     UninstallWorld();
     ASSERT_EQ(0, setenv("QZ_VIRTUAL_HUB", name.c_str(), 1));
     ::testing::internal::CaptureStderr();

@@ -1,0 +1,70 @@
+// The kernel's texts: names of folders, attributes of devices, and what a system says of itself.
+#include <filesystem>
+#include <fstream>
+
+#include "fuzz/fuzz.h"
+#include "platform/linux/hid_path.h"
+#include "platform/linux/host_facts.h"
+#include "platform/linux/node_facts.h"
+#include "platform/linux/sysfs_names.h"
+
+using namespace qzhid::platform;
+using namespace qzhid::fuzz;
+
+namespace {
+
+/// A root hub, a device and its hidraw node, in a folder that is removed again.
+struct Bus {
+  Bus() { std::filesystem::create_directories(hidraw); }
+  ~Bus() { std::filesystem::remove_all(folder); }
+
+  const std::string folder = "/dev/shm/qz-fuzz-" + std::to_string(getpid());
+  const std::string root = folder + "/usb1", device = root + "/1-3";
+  const std::string hidraw = device + "/1-3:1.0/0003:2E7C:0818.0001/hidraw/hidraw0";
+};
+
+void CheckNodes(Input& input) {
+  static const Bus bus;
+  const std::tuple<const std::string&, const char*, const char*> attributes[] = {
+      {bus.root, "busnum", "1\n"},        {bus.root, "devnum", "1\n"},
+      {bus.root, "speed", "5000\n"},      {bus.root, "idVendor", "1d6b\n"},
+      {bus.root, "idProduct", "0003\n"},  {bus.root, "bcdDevice", "0610\n"},
+      {bus.device, "idVendor", "2e7c\n"}, {bus.device, "idProduct", "0818\n"},
+      {bus.device, "busnum", "1\n"},      {bus.device, "devnum", "2\n"},
+      {bus.device, "serial", "A1\n"},     {bus.device, "bNumInterfaces", " 1\n"},
+      {bus.device, "bcdDevice", "0100\n"}};
+  for (const auto& [folder, name, usual] : attributes) {
+    std::ofstream(folder + '/' + name) << (input.Byte() % 4 == 3 ? input.Text() : usual);
+  }
+  NodeFacts node;
+  Require(!ReadHidNode(bus.hidraw, node) || node.parentFolder == bus.device, "a parent");
+  Require(!ReadUsbNode(bus.device, node) || (node.deviceId.starts_with("USB\\VID_") &&
+                                             node.deviceId.find("ROOT") == std::string::npos),
+          "a device is no root hub");
+  Require(!ReadUsbNode(bus.root, node) || node.deviceId.starts_with("USB\\ROOT_HUB"),
+          "a root hub is one");
+}
+
+void CheckNames(const std::string& text) {
+  const auto place = ParseUsbFolder(text);
+  if (place) Require(LocationPath(*place, true).find("USBROOT(1)") != std::string::npos, "a root");
+  const auto hid = ParseHidrawFolder(text);
+  Require(!hid || hid->usbFolder.empty() == hid->usbInterface.empty(), "an interface's device");
+  std::string file, again;
+  DevInst node = 0, sameNode = 0;
+  if (ParseHidPath({text.begin(), text.end()}, file, node)) {
+    Require(ParseHidPath(HidPath(file, node), again, sameNode) && sameNode == node, "a way back");
+  }
+  OsReleaseValue(text, "PRETTY_NAME");
+  ParseKernelRelease(text);
+  ParseMachine(text);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Input input(data, size);
+  CheckNames({reinterpret_cast<const char*>(data), size});
+  CheckNodes(input);
+  return 0;
+}

@@ -1,0 +1,66 @@
+// Hardware ids, locations and device ids: any texts on any node, listed, opened and matched.
+#include <stdexcept>
+
+#include "device/hid_dev.h"
+#include "fuzz/machine.h"
+
+using namespace qzhid::fuzz;
+
+namespace {
+
+virtualhub::NodeOverrides Node(Input& input) {
+  const auto texts = [&input] {
+    std::vector<std::string> list(input.Byte() % 4);
+    for (std::string& text : list) text = input.Text();
+    return list;
+  };
+  virtualhub::NodeOverrides node;
+  const std::uint8_t which = input.Byte();
+  if ((which & 1) != 0) node.deviceId = input.Text();
+  if ((which & 2) != 0) node.hardwareIds = texts();
+  if ((which & 4) != 0) node.locationInfo = input.Text();
+  if ((which & 8) != 0) node.locationPaths = texts();
+  if ((which & 16) != 0) node.address = input.Number(4);
+  node.noParent = (which & 32) != 0;
+  return node;
+}
+
+virtualhub::Scenario MakeScenario(Input& input) {
+  const std::uint8_t kind = input.Byte();
+  virtualhub::DeviceConfig hub = HubDevice();
+  if ((kind & 1) != 0) hub.port.ports = {5};
+  if ((kind & 2) != 0) hub.productText = input.Text();
+  hub.usb = Node(input);
+  hub.hid = Node(input);
+  virtualhub::Scenario scenario{.devices = {hub}};
+  scenario.rootHubs = {Node(input)};
+  scenario.hubs[hub.port.Parent()] = Node(input);
+  scenario.host.architecture =
+      (kind & 4) != 0 ? virtualhub::HostArchitecture::Arm64 : virtualhub::HostArchitecture::X64;
+  return scenario;
+}
+
+/// The matchers, which no export tells everything of. A log line that does not fit ends the call.
+void Match(Input& input, std::uint32_t usbNode) {
+  const std::uint16_t kind = input.Byte(), first = input.Word(), second = input.Word();
+  qzhid::CHidDev dev;
+  if ((kind & 1) != 0) dev.SetPosition(first % 8, second);
+  if ((kind & 2) != 0) dev.AddVidPid(first, second);
+  if ((kind & 4) != 0) dev.SetDevVidPid(first, second);
+  try {
+    dev.IsMatch(usbNode);
+  } catch (const std::range_error&) {
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Input input(data, size);
+  Machine machine(MakeScenario(input));
+  const std::uint32_t vid = input.Word();
+  List(&vid, input.Word());
+  for (const HidDevRecord& record : List()) machine.Open(record.dwInst);
+  Match(input, machine.world.UsbInstance("hub"));
+  return 0;
+}
