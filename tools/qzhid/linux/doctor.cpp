@@ -94,7 +94,9 @@ void ExamineDevice(const fs::path& device, std::vector<Finding>& findings) {
                         "virtual machines and programs that have taken it"});
   }
   for (const std::string& node : nodes) {
-    findings.push_back(ExamineNode(node, hub + " at " + node));
+    std::string name = hub;
+    name.append(" at ").append(node);
+    findings.push_back(ExamineNode(node, name));
   }
 }
 

@@ -120,6 +120,7 @@ std::string Process::Ending() {
 
 void Process::AwaitOutput(const std::vector<const Process*>& processes) {
   std::vector<pollfd> files;
+  files.reserve(processes.size());
   for (const Process* process : processes) {
     files.push_back({process->data_->output.readEnd.Get(), POLLIN, 0});
   }
