@@ -24,11 +24,12 @@ struct FaultKind {
   const char* name;
   At at;
   Fault fault = {};
-  bool isQuick = true;     ///< part of the sweeps of the small jobs
-  bool isForGood = false;  ///< the hub stays away until it is plugged
-  bool isLie = false;      ///< the library is told what is not so
+  bool isQuick = false;  ///< part of the sweeps of the small jobs, too
 };
 extern const std::vector<FaultKind> kFaultKinds;
+
+/// Whether the library is told what is not so; the key does not matter.
+bool IsLie(const FaultKind& kind, std::uint16_t key);
 
 /// The hub at the start: named "hub", with I2C targets, at port 3.1; a keyboard is there, too.
 struct Start {
@@ -48,21 +49,11 @@ struct Job {
 
   const char* name;
   Opens opens;
-  /// Does the job; whether it was reported as done.
-  std::function<bool(void* handle)> run;
-  /// Whether a job that was reported as done is.
-  std::function<bool(virtualhub::World&)> isDone;
-  /// Whether the job may be reported as done when it is not, with a fault at a request of that key
-  /// (0: at anything else).
-  std::function<bool(const FaultKind&, std::uint16_t key)> mayLie;
+  std::function<bool(void* handle)> run;  ///< whether it was reported as done
+  std::function<bool()> isDone;           ///< whether it then is
+  /// Whether it may be reported as done when it is not, with a fault at a request of that key.
+  std::function<bool(const FaultKind&, std::uint16_t key)> mayLie = IsLie;
 };
-
-/// The name of a sweep as a test has it.
-std::string SweepName(std::string subject, const std::string& kind);
-/// Lists and opens the hub; null when it is not there.
-void* OpenHub(virtualhub::World& world);
-/// Whether the flash code that the hub runs is that image.
-bool Runs(virtualhub::World& world, const virtualhub::Bytes& image);
 
 class FaultSweep : public ::testing::Test {
  protected:
@@ -71,14 +62,17 @@ class FaultSweep : public ::testing::Test {
 
   /// Injects the kind at every place of the job; one line of the summary.
   void Sweep(const Start& start, const Job& job, const FaultKind& kind);
+  /// Lists and opens the hub; null when it is not there.
+  void* OpenHub() const;
   bool Update(void* handle) const;
-  const char* path() const { return m_File.path(); }
-  virtualhub::World& machine() { return *m_pWorld; }
+  bool RunsImage() const;
 
   static void OnProgress(std::int32_t percent) { s_progress = percent; }
   static inline int s_progress;
 
   const virtualhub::Bytes image = virtualhub::BuildImage({.version = 0x0210}, 0x8000);
+  const TempFile file{image};
+  virtualhub::World* world = nullptr;
 
  private:
   /// One place of the sweep.
@@ -87,27 +81,25 @@ class FaultSweep : public ::testing::Test {
     std::uint64_t allocation = 0;  ///< 0: the fault strikes
     std::uint16_t key = 0;         ///< of the request that is struck
   };
-  /// Counts the level 3 lines, and lets the library format all lines.
+  /// Counts the failures in the log.
   class Listener final : public SilentReceiver {
    public:
     void OnLog(const char*, int level) override { failures += level >= 3 ? 1 : 0; }
     int failures = 0;
   };
   struct Outcomes {
-    int tried = 0, done = 0, wrong = 0, failed = 0, replugged = 0, powerCycled = 0, lost = 0;
+    int tried = 0, done = 0, wrong = 0, failed = 0, replugged = 0, lost = 0;
   };
 
   std::vector<Place> FindPlaces(const Job& job, const FaultKind& kind);
   void Inject(const Start& start, const Job& job, const FaultKind& kind, const Place& place);
   bool RunStruck(const Job& job, const FaultKind& kind, const Place& place, void* handle);
   void Recover(const FaultKind& kind, const Place& place);
-  bool UpdateAnew();
   int OpenHandles() const;
   void Check(bool isMet, const char* claim, const Place& place);
 
-  const TempFile m_File{image};
   Listener m_Listener;
-  virtualhub::World* m_pWorld = nullptr;
+  virtualhub::Scenario m_Scenario;
   Outcomes m_Outcomes;
   int m_nComplaints = 0;
 };

@@ -7,45 +7,43 @@
 
 namespace {
 
-using Allocate = void* (*)(std::size_t);
-
 thread_local bool t_counts = false;
 thread_local std::uint64_t t_used = 0, t_first = 0, t_last = 0;
 
-void CountAllocation() {
-  if (!t_counts) return;
-  ++t_used;
-  if (t_used >= t_first && t_used <= t_last) throw std::bad_alloc();
-}
+using Allocate = void* (*)(std::size_t);
 
 Allocate Next(const char* mangledName) {
   return reinterpret_cast<Allocate>(dlsym(RTLD_NEXT, mangledName));
+}
+
+void* Pass(Allocate next, std::size_t size) {
+  if (t_counts && ++t_used >= t_first && t_used <= t_last) throw std::bad_alloc();
+  return next(size);
 }
 
 }  // namespace
 
 void* operator new(std::size_t size) {
   static const Allocate next = Next("_Znwm");
-  CountAllocation();
-  return next(size);
+  return Pass(next, size);
 }
 void* operator new[](std::size_t size) {
   static const Allocate next = Next("_Znam");
-  CountAllocation();
-  return next(size);
+  return Pass(next, size);
 }
 
 namespace qzhid::test {
 
-ScarceMemory::ScarceMemory(std::uint64_t firstFailing, std::uint64_t lastFailing) {
+void MakeMemoryScarce(std::uint64_t first, std::uint64_t last) {
   t_used = 0;
-  t_first = firstFailing;
-  t_last = lastFailing;
+  t_first = first;
+  t_last = last;
   t_counts = true;
 }
 
-ScarceMemory::~ScarceMemory() { t_counts = false; }
-
-std::uint64_t ScarceMemory::used() const { return t_used; }
+std::uint64_t EndScarcity() {
+  t_counts = false;
+  return t_used;
+}
 
 }  // namespace qzhid::test

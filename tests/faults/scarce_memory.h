@@ -5,19 +5,12 @@
 
 namespace qzhid::test {
 
-/// While it lives, allocations of this thread by operator new are counted, and those from
-/// `firstFailing` (1 is the next one) to `lastFailing` throw std::bad_alloc; with 0 all succeed.
-/// Allocations of the virtual hub count like those of the library: for its caller a platform
-/// service runs out of memory.
-class ScarceMemory {
- public:
-  ScarceMemory(std::uint64_t firstFailing, std::uint64_t lastFailing);
-  ~ScarceMemory();
-  ScarceMemory(const ScarceMemory&) = delete;
-  ScarceMemory& operator=(const ScarceMemory&) = delete;
+/// From now on allocations of this thread by operator new are counted, and those from number
+/// `first` to number `last` throw std::bad_alloc (the next one is 1; with 0 and 0 none does). Those
+/// of the virtual hub count like the library's: a platform service runs out of memory, too.
+void MakeMemoryScarce(std::uint64_t first, std::uint64_t last);
 
-  /// Allocations so far.
-  std::uint64_t used() const;
-};
+/// Ends that; the allocations since.
+std::uint64_t EndScarcity();
 
 }  // namespace qzhid::test

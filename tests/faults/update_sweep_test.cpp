@@ -27,19 +27,21 @@ class UpdateSweep : public FaultSweep,
 
 TEST_P(UpdateSweep, EndsInAClearResultAndAHubThatCanBeUpdated) {
   const auto [startIndex, kindIndex] = GetParam();
-  const Start& start = kStarts[startIndex];
-  const bool isValidating = start.name == kStarts[3].name;
+  const bool isValidating = startIndex == 3;
   const Job job = {"update", Job::Opens::AndCloses, [this](void* handle) { return Update(handle); },
-                   [this](virtualhub::World& world) { return Runs(world, image); },
+                   [this] { return RunsImage(); },
                    [=](const FaultKind& struck, std::uint16_t key) {
                      return MayPass(struck, key, isValidating);
                    }};
-  Sweep(start, job, kFaultKinds[kindIndex]);
+  Sweep(kStarts[startIndex], job, kFaultKinds[kindIndex]);
 }
 
 std::string NameOf(const ::testing::TestParamInfo<UpdateSweep::ParamType>& of) {
   const auto [start, kind] = of.param;
-  return SweepName(kStarts[start].name, kFaultKinds[kind].name);
+  std::string name = std::string(kStarts[start].name) + "_" + kFaultKinds[kind].name;
+  std::erase(name, ',');
+  std::replace(name.begin(), name.end(), ' ', '_');
+  return name;
 }
 
 INSTANTIATE_TEST_SUITE_P(Faults, UpdateSweep,
