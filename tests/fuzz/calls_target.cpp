@@ -33,7 +33,7 @@ void Recover(Machine& machine) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input input(data, size);
-  Machine machine({.devices = {MakeHub(input.Byte())}});
+  Machine machine(MakeHub(input.Byte()));
   for (const HidDevRecord& record : List()) machine.Open(record.dwInst);
   ExportCalls(machine, input).Run(kMostCalls);
   Recover(machine);

@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if ((kind & 2) != 0) hub.hub->reports.inputLength = input.Word();
   if ((kind & 4) != 0) hub.hid.deviceId = "HID\\VID_1234&PID_5678\\1";
   AnyDevice device(input);
-  Machine machine({.devices = {hub}});
+  Machine machine(hub);
   machine.world.SetFirmwareDouble(
       {[&](ByteView) { return device.Meet({}); },
        [&](virtualhub::MutableBytes report) { return device.Meet(report); }});

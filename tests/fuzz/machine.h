@@ -11,11 +11,21 @@ namespace qzhid::fuzz {
 /// A hub with all that there can be behind one, named "hub". It runs ROM code, with next to no
 /// flash: memory takes time.
 inline virtualhub::DeviceConfig HubDevice() {
-  virtualhub::DeviceConfig device{.name = "hub", .port = {1, {3, 1}}, .productText = "WQ HID Hub"};
-  device.hub = virtualhub::HubConfig{.bankSize = 256, .bridgeFlash = {.size = 256}};
+  virtualhub::DeviceConfig device;
+  device.name = "hub";
+  device.port.ports = {3, 1};
+  device.productText = "WQ HID Hub";
+  device.hub.emplace();
+  device.hub->bankSize = device.hub->bridgeFlash.size = 256;
   device.hub->i2cTargets[0x50] = virtualhub::EepromConfig{.size = 256};
   device.hub->i2cTargets[0x42] = virtualhub::BlockTargetConfig{.size = 256};
   return device;
+}
+
+inline virtualhub::Scenario ScenarioOf(const virtualhub::DeviceConfig& hub) {
+  virtualhub::Scenario scenario;
+  scenario.devices = {hub};
+  return scenario;
 }
 
 /// The machine, with somebody who takes what is logged. At its end the library is as in a fresh
@@ -26,6 +36,7 @@ class Machine {
       : world(virtualhub::InstallWorld(scenario)) {
     CMsg::Instance().AddResponder(&receiver_);
   }
+  explicit Machine(const virtualhub::DeviceConfig& hub) : Machine(ScenarioOf(hub)) {}
   ~Machine() {
     for (void* const handle : handles) QZ_CloseDev(handle);
     QZ_CloseDev(nullptr);

@@ -32,7 +32,7 @@ virtualhub::Scenario MakeScenario(Input& input) {
   if ((kind & 2) != 0) hub.productText = input.Text();
   hub.usb = Node(input);
   hub.hid = Node(input);
-  virtualhub::Scenario scenario{.devices = {hub}};
+  virtualhub::Scenario scenario = ScenarioOf(hub);
   scenario.rootHubs = {Node(input)};
   scenario.hubs[hub.port.Parent()] = Node(input);
   scenario.host.architecture =

@@ -75,7 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::size_t piece = input.Byte() + 1u;
   Client client;
   const Bytes stream = Stream(input.Take(size), client);
-  Machine machine({.devices = {HubDevice()}});
+  Machine machine(HubDevice());
   qzhub::DeviceLink link(
       machine.world, *machine.world.OnBus("hub"), kDevid,
       {[&](ByteView message) { return client.Receive(message); }, [&] { client.End(); }});
