@@ -9,13 +9,55 @@
 #include "machine.h"
 #include "rows.h"
 
-namespace qzhid::bench {
+using namespace qzhid;
+using namespace qzhid::bench;
 
 namespace {
 
 using Nodes = std::vector<platform::DevInst>;
+constexpr std::size_t kTextCapacity = 1024;
 
 // ---- Listing -----------------------------------------------------------------------------------
+
+/// Everything about a node that a listing asks for once it is open.
+void AskProperties(platform::DevInst node) {
+  using platform::TextProperty;
+  std::wstring text;
+  std::string id;
+  platform::DevInst parent = 0;
+  std::uint32_t address = 0;
+  Expect(platform::GetTextProperty(node, TextProperty::HardwareIds, kTextCapacity, text) &&
+         platform::GetParent(node, parent) && platform::GetAddressProperty(parent, address) &&
+         platform::GetTextProperty(parent, TextProperty::LocationPaths, kTextCapacity, text));
+  while (id.find("ROOT_HUB") == std::string::npos) {
+    Expect(platform::GetParent(parent, parent) &&
+           platform::GetDeviceIdA(parent, kTextCapacity, id));
+  }
+}
+
+}  // namespace
+
+void qzhid::bench::AskPlatform() {
+  platform::NodeSet set;
+  platform::DevInst node = 0;
+  Nodes nodes;
+  Expect(platform::OpenNodeSet(platform::HidClassGuid(), set).ok);
+  for (std::uint32_t index = 0; platform::EnumNode(set, index, node); ++index) {
+    const platform::HidDevice device = OpenNode(index);
+    platform::Event event;
+    platform::PreparsedData preparsed;
+    platform::HidCaps caps;
+    std::string text;
+    Expect(platform::CreateReportEvent(event) && platform::GetPreparsedData(device, preparsed) &&
+           platform::GetCaps(preparsed, caps) && platform::GetLibraryPath(text) &&
+           platform::GetDeviceIdA(node, kTextCapacity, text));
+    nodes.push_back(node);
+  }
+  Expect(platform::CloseNodeSet(set).ok);
+  for (const platform::DevInst found : nodes) AskProperties(found);
+}
+
+namespace {
 
 void ListOnce(std::uint32_t expected) {
   HidDevRecord* list = nullptr;
@@ -146,5 +188,3 @@ QZ_ROW(Scan, "scan/one", 2000, 1);
 QZ_ROW(Scan, "scan/all", 2000, 1000);
 
 }  // namespace
-
-}  // namespace qzhid::bench

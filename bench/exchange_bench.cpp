@@ -7,7 +7,8 @@
 #include "rows.h"
 #include "virtualhub/image.h"
 
-namespace qzhid::bench {
+using namespace qzhid;
+using namespace qzhid::bench;
 
 namespace {
 
@@ -76,5 +77,3 @@ QZ_ROW(WritePhase, "write_phase/250us/log_off", 15, 250, false, 1.02);
 QZ_ROW(WritePhase, "write_phase/250us/log_0", 15, 250, true, 1.02);
 
 }  // namespace
-
-}  // namespace qzhid::bench

@@ -10,7 +10,8 @@
 #include "log/msg.h"
 #include "rows.h"
 
-namespace qzhid::bench {
+using namespace qzhid;
+using namespace qzhid::bench;
 
 namespace {
 
@@ -97,5 +98,3 @@ void LogUnheard(benchmark::State& state, const char* name) {
 QZ_ROW(LogUnheard, "log/unheard", 51);
 
 }  // namespace
-
-}  // namespace qzhid::bench

@@ -1,28 +1,73 @@
 // Virtual machines to measure on, and the calls of the platform without the library.
 #pragma once
 
-#include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "platform/platform.h"
+#include "rows.h"
 #include "transport/hid_property.h"
+#include "transport/hid_transfers.h"
+#include "transport/request_cmd.h"
 #include "virtualhub/current_world.h"
 
 namespace qzhid::bench {
 
 /// A scenario with one hub, "hub", that runs ROM code and holds no image.
-std::string HubScenario(std::uint32_t latencyUs, std::uint32_t bankSize);
+inline std::string HubScenario(unsigned latencyUs, unsigned bankSize) {
+  char text[256];
+  std::snprintf(text, sizeof(text),
+                R"({"time": "%s", "devices": [{"name": "hub", "port": "3.1", "running": "rom",
+                "image": null, "bank_size": %u, "timing": {"erase_ms": 0, "latency_us": %u}}]})",
+                latencyUs == 0 ? "virtual" : "real", bankSize, latencyUs);
+  return text;
+}
 
 /// A scenario with so many HID devices that pass for members of the family, "d0", "d1", ...
-std::string DeviceScenario(std::uint32_t count);
+inline std::string DeviceScenario(unsigned count) {
+  std::string devices;
+  for (unsigned i = 0; i < count; ++i) {
+    char text[160];
+    std::snprintf(text, sizeof(text),
+                  R"(%s{"name": "d%u", "kind": "other", "vid": "0x2E7C", "pid": "0x0818",
+                  "port": "%u-%u.%u.%u"})",
+                  i == 0 ? "" : ",", i, i / 1000 + 1, i / 100 % 10 + 1, i / 10 % 10 + 1,
+                  i % 10 + 1);
+    devices += text;
+  }
+  return R"({"time": "virtual", "devices": [)" + devices + "]}";
+}
 
-/// The property object and transfers of an update, with the device "hub" of a new machine open.
+inline void Expect(bool isDone) {
+  if (!isDone) Fail("a call of the platform failed");
+}
+
+/// Opens the node at that index of a new node set.
+inline platform::HidDevice OpenNode(std::uint32_t index) {
+  platform::NodeSet set;
+  platform::DevInst node = 0;
+  platform::DeviceInterface place;
+  std::wstring path;
+  platform::HidDevice device;
+  Expect(platform::OpenNodeSet(platform::HidClassGuid(), set) &&
+         platform::EnumNode(set, index, node) && platform::FirstInterface(set, index, place) &&
+         platform::InterfacePath(set, place, path) && platform::OpenHidDevice(path, device));
+  return device;
+}
+
+/// Makes all the calls of a listing of devices that all pass for members of the family.
+void AskPlatform();
+
+/// The property object and transfers of an update, with the only device of a new machine open.
 class COpenHub {
  public:
-  explicit COpenHub(const std::string& scenario);
-  ~COpenHub();
+  explicit COpenHub(const std::string& scenario) : m_World(virtualhub::InstallWorld(scenario)) {
+    CRequestCMD::Instance().SetProperty(&m_Property);
+    if (CRequestCMD::Instance().QZ_OpenDevice(m_World.HidInstance("hub")) != 0) Fail("no hub");
+  }
+  ~COpenHub() { CRequestCMD::Instance().SetProperty(nullptr); }
   COpenHub(const COpenHub&) = delete;
   COpenHub& operator=(const COpenHub&) = delete;
 
@@ -30,22 +75,33 @@ class COpenHub {
 
  private:
   virtualhub::World& m_World;
-  std::unique_ptr<CHidProperty> m_pProperty;
+  CHidProperty m_Property{std::make_unique<CHidTransfers>()};
 };
 
 /// The report exchanges of some work, to be made again without the library.
 class CBareExchanges {
  public:
-  /// Does the work once on the machine's device "hub", and takes down what it exchanges.
+  /// Does the work once on the machine's only device, and takes down what it exchanges.
   template <class Work>
-  CBareExchanges(virtualhub::World& world, const Work& work) {
+  CBareExchanges(virtualhub::World& world, const Work& work) : m_Device(OpenNode(0)) {
+    using Kind = virtualhub::Record::Kind;
     world.recorder().Start();
     work();
     world.recorder().Stop();
-    Take(world);
+    for (const auto& record : world.recorder().all()) {
+      const bool isReport = record.kind == Kind::Output || record.kind == Kind::Input;
+      if (isReport) m_Exchanges.push_back({record.kind == Kind::Output, record.data});
+    }
+    world.recorder().Clear();
   }
 
-  void Run();
+  void Run() {
+    for (auto& [isOutput, report] : m_Exchanges) {
+      const auto length = static_cast<std::uint32_t>(report.size());
+      Expect(isOutput ? platform::SetOutputReport(m_Device, report.data(), length).ok
+                      : platform::GetInputReport(m_Device, report.data(), length).ok);
+    }
+  }
   std::size_t Count() const { return m_Exchanges.size(); }
 
  private:
@@ -53,16 +109,8 @@ class CBareExchanges {
     bool isOutput;
     virtualhub::Bytes report;
   };
-  void Take(virtualhub::World& world);
-
   platform::HidDevice m_Device;
   std::vector<Exchange> m_Exchanges;
 };
-
-/// Opens a node as far as the platform is concerned.
-platform::HidDevice OpenNode(platform::DevInst node);
-
-/// Makes all the calls of a listing of devices that all pass for members of the family.
-void AskPlatform();
 
 }  // namespace qzhid::bench

@@ -1,5 +1,8 @@
-// Whole updates through the exports: time and memory.
+// Whole updates through the exports, time and memory; and the first listing of a process.
+#include <dlfcn.h>
 #include <malloc.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -7,12 +10,12 @@
 #include <fstream>
 
 #include "QzHidAPI.h"
-#include "child.h"
 #include "machine.h"
 #include "rows.h"
 #include "virtualhub/image.h"
 
-namespace qzhid::bench {
+using namespace qzhid;
+using namespace qzhid::bench;
 
 namespace {
 
@@ -103,6 +106,25 @@ void Updates(benchmark::State& state, const char* name) {
 }
 QZ_ROW(Updates, "update", 9);
 
+/// The number that `work` returns in a child process.
+template <class Work>
+double InChild(const Work& work) {
+  int ends[2];
+  if (pipe(ends) != 0) Fail("no pipe");
+  const pid_t child = fork();
+  if (child == 0) {
+    const double value = work();
+    _exit(write(ends[1], &value, sizeof(value)) == sizeof(value) ? 0 : 1);
+  }
+  close(ends[1]);
+  double value = 0;
+  const bool isRead = child > 0 && read(ends[0], &value, sizeof(value)) == sizeof(value);
+  close(ends[0]);
+  waitpid(child, nullptr, 0);
+  if (!isRead) Fail("a child process has measured nothing");
+  return value;
+}
+
 /// Memory of this process in bytes: "VmRSS" what it has now, "VmHWM" the most that it ever had.
 double MemoryNow(const std::string& field) {
   std::ifstream status("/proc/self/status");
@@ -135,6 +157,32 @@ void Memory(benchmark::State& state, const char* name) {
 }
 QZ_ROW(Memory, "memory", 1);
 
-}  // namespace
+void* Load(const char* path) {
+  void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+  if (library == nullptr) Fail(dlerror());
+  return library;
+}
 
-}  // namespace qzhid::bench
+void LoadAndList() {
+  void* const library = Load(QZ_BENCH_LIBRARY);
+  const auto list =
+      reinterpret_cast<decltype(&QZ_ListAllHidDev)>(dlsym(library, "QZ_ListAllHidDev"));
+  HidDevRecord* records = nullptr;
+  std::uint32_t count = 0;
+  if (list == nullptr || list(&records, &count) == 0) Fail("the loaded library lists nothing");
+}
+
+void LoadEmptyAndAsk() {
+  Load(QZ_BENCH_EMPTY_LIBRARY);
+  AskPlatform();
+}
+
+void FirstList(benchmark::State& state, const char* name) {
+  const Pairs pairs = RunPairs(
+      state, [] { return InChild([] { return Seconds(LoadAndList); }); },
+      [] { return InChild([] { return Seconds(LoadEmptyAndAsk); }); });
+  PrintDifference(name, pairs, 1, 5e-3);
+}
+QZ_ROW(FirstList, "load", 51);
+
+}  // namespace
