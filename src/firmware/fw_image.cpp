@@ -44,7 +44,7 @@ FwBuffer ReadWhole(std::istream& stream) {
   // A file tells its size here: growing would hold the image twice, and more than half of that
   // idle.
   if (const std::streamsize expected = stream.rdbuf()->in_avail(); expected > 0) {
-    bytes.reserve(static_cast<std::size_t>(expected));
+    bytes.reserve(std::min(static_cast<std::size_t>(expected), kMaxImageSize + 1));
   }
   std::array<char, kReadChunk> chunk;
   // Only what is buffered is taken at once: an error behind it then costs none of it.

@@ -62,6 +62,33 @@ TEST(Update, FlashHoldsTheImageAndTheHubIsANewKernelDevice) {
             flash.substr(begin + written.size(), kBank - written.size()));
 }
 
+TEST(Update, OfAHubThatAnotherProcessUses) {
+  const std::string image = MakeImage("0210");
+  const Attached attached(HubScenario());
+  Program update({"update_hub", image});
+  // Listing sends the hub nothing, so it harms no update; the hub is away for some of the time.
+  std::size_t listings = 0;
+  ASSERT_TRUE(Eventually([&] {
+    listings += List().size();
+    return update.HasWritten("70 %");
+  })) << update.Output();
+  EXPECT_LT(0u, listings);
+  EXPECT_EQ(0, update.Wait()) << update.Output();
+  EXPECT_EQ(0x0210, Version());
+
+  // Requests in the middle of one may cost it, but not the hub.
+  Program disturbed({"update_hub", image});
+  ASSERT_TRUE(Eventually([&] { return disturbed.HasWritten("40 %"); })) << disturbed.Output();
+  const int whileWriting = Version();
+  const int status = disturbed.Wait();
+  EXPECT_TRUE(status == 0 || disturbed.HasWritten("the update failed")) << disturbed.Output();
+  EXPECT_TRUE(whileWriting == -1 || whileWriting == 0x0210) << whileWriting;
+  EXPECT_TRUE(Eventually([] { return List().size() == 1; }));
+  const Outcome again = RunProgram({"update_hub", image});
+  EXPECT_EQ(0, again.status) << again.output;
+  EXPECT_EQ(0x0210, Version());
+}
+
 TEST(Update, AHubThatLeavesTheBusCanBeUpdatedAgain) {
   const std::string image = MakeImage("0210");
   const struct {
