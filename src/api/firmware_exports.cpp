@@ -1,7 +1,6 @@
 // Versions, ids and updates.
 #include <fstream>
 #include <memory>
-#include <utility>
 
 #include "QzHidAPI.h"
 #include "api/export_guard.h"
@@ -19,23 +18,16 @@ using namespace qzhid;
 namespace {
 
 /// A flow on one device with a finder of its own. The device counts as gone, so that the flow's
-/// first wait sees it arrive. What the job loads does not outlast it: it may have been started by
-/// the progress callback of an update, whose own image is then written on.
+/// first wait sees it arrive.
 class CFlowJob {
  public:
-  explicit CFlowJob(IDev& dev)
-      : m_Dev(dev), m_OuterImage(dev.GetFwBuffer()), m_Flow(m_Finder, dev) {
+  explicit CFlowJob(IDev& dev) : m_Flow(m_Finder, dev) {
     m_Finder.AddDev(&dev);
     m_Finder.DummyRemove(&dev);
   }
-  ~CFlowJob() { m_Dev.SetFwBuffer(std::move(m_OuterImage)); }
-  CFlowJob(const CFlowJob&) = delete;
-  CFlowJob& operator=(const CFlowJob&) = delete;
   CUniversalFlow& Flow() { return m_Flow; }
 
  private:
-  IDev& m_Dev;
-  FwBuffer m_OuterImage;
   CHidFind m_Finder;
   CUniversalFlow m_Flow;
 };

@@ -38,8 +38,7 @@ class IDev {
 
   // Firmware image.
   virtual void SetFwBuffer(FwBuffer image) { m_FwBuf = std::move(image); }
-  /// A copy: while it is written, a progress callback may have another image loaded.
-  FwBuffer GetFwBuffer() const { return m_FwBuf; }
+  const FwBuffer& GetFwBuffer() const { return m_FwBuf; }
   /// The finder of InitFwFinder, owned by the device; null before.
   virtual IFwFinder* GetFwFinder() { return nullptr; }
   virtual void InitFwFinder(const char*) {}

@@ -83,7 +83,7 @@ bool CUniversalFlow::WriteImage(const Run& run) {
 
 // Without an image the hub must keep what it runs: nothing is reset or erased for it.
 bool CUniversalFlow::HasUsableImage(const Run& run) {
-  const FwBuffer image = m_pDev->GetFwBuffer();
+  const FwBuffer& image = m_pDev->GetFwBuffer();
   std::uint16_t version = 0;
   if (!image.empty() && ReadImageVersion(run.tag, image, kImageVersion, version)) return true;
   CMsg::Instance().Log(3, run.tag, kWriteFailure);
