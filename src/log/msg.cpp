@@ -15,16 +15,21 @@ namespace {
 
 constexpr std::size_t kBufferSize = 1024;
 
-constexpr std::size_t kPrefixSize = 256;  // room for the stamp and the name of any operation
+constexpr std::size_t kUsualLineSize = 256 + kBufferSize;
 
-/// Writes "[time]  func, " and returns its length. Without memory of its own: a line that tells of
-/// a lack of memory must not need any.
-std::size_t WritePrefix(char* line, const char* func) {
+/// Writes "[time]  func, message" as snprintf does, which also says what it returns.
+std::size_t WriteLine(char* line, std::size_t size, const char* func, const char* message) {
   const platform::LocalTime now = platform::GetLocalTime();
   const int length =
-      std::snprintf(line, kPrefixSize, "[%04d-%02d-%02d, %02d:%02d:%02d]  %s, ", now.year,
-                    now.month, now.day, now.hour, now.minute, now.second, func);
-  return std::min(static_cast<std::size_t>(length), kPrefixSize - 1);
+      std::snprintf(line, size, "[%04d-%02d-%02d, %02d:%02d:%02d]  %s, %s", now.year, now.month,
+                    now.day, now.hour, now.minute, now.second, func, message);
+  return static_cast<std::size_t>(std::max(length, 0));
+}
+
+std::string MakeLine(const char* func, const char* message) {
+  std::string line(WriteLine(nullptr, 0, func, message), '\0');
+  WriteLine(line.data(), line.size() + 1, func, message);
+  return line;
 }
 
 }  // namespace
@@ -51,13 +56,21 @@ void CMsg::RemoveResponder(IResponder* responder) {
 
 void CMsg::Log(int level, const char* func, const char* format, ...) {
   if (m_Responders.IsEmpty()) return;
-  char line[kPrefixSize + kBufferSize] = {};
-  char* const message = line + WritePrefix(line, func);
+  char message[kBufferSize] = {};
   std::va_list arguments;
   va_start(arguments, format);
-  std::vsnprintf(message, kBufferSize, format, arguments);
+  std::vsnprintf(message, sizeof(message), format, arguments);
   va_end(arguments);
-  Deliver([&](IResponder& responder) { responder.OnLog(line, level); });
+  const auto deliver = [&](const char* line) {
+    Deliver([&](IResponder& responder) { responder.OnLog(line, level); });
+  };
+  // A line that tells of a lack of memory must not need any.
+  char usual[kUsualLineSize];
+  if (WriteLine(usual, sizeof(usual), func, message) < sizeof(usual)) {
+    deliver(usual);
+  } else {
+    deliver(MakeLine(func, message).c_str());
+  }
 }
 
 void CMsg::Log(int level, const char* func, const wchar_t* format, ...) {
@@ -68,9 +81,7 @@ void CMsg::Log(int level, const char* func, const wchar_t* format, ...) {
   const int length = std::vswprintf(message, kBufferSize, format, arguments);
   va_end(arguments);
   if (length < 0) throw std::range_error("wide log message does not fit");
-  char prefix[kPrefixSize];
-  WritePrefix(prefix, func);
-  const std::string line = prefix + platform::ToNarrow(message);
+  const std::string line = MakeLine(func, platform::ToNarrow(message).c_str());
   if (line.size() >= kBufferSize) throw std::range_error("wide log line does not fit");
   Deliver([&](IResponder& responder) { responder.OnLog(line.c_str(), level); });
 }
