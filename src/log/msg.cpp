@@ -16,7 +16,8 @@ namespace qzhid {
 namespace {
 
 constexpr std::size_t kBufferSize = 1024;
-constexpr std::size_t kPrefixSize = 256;  // room for the stamp and the name of any operation
+constexpr std::size_t kUsualName = 200;  // longer than the name of any operation
+constexpr std::size_t kRestOfLine = 128 + kBufferSize;
 
 char* Put(char* at, std::string_view text) { return std::copy(text.begin(), text.end(), at); }
 
@@ -29,8 +30,7 @@ char* Put(char* at, int value, std::size_t width) {
   return Put(at, std::string_view(digits, length));
 }
 
-/// Writes "[year-month-day, hour:minute:second]  func, " and returns its end. Without memory of its
-/// own: a line that tells of a lack of memory must not need any.
+/// Writes "[year-month-day, hour:minute:second]  func, " and returns its end.
 char* PutPrefix(char* line, std::string_view func) {
   const platform::LocalTime now = platform::GetLocalTime();
   char* at = Put(Put(line, "["), now.year, 4);
@@ -39,10 +39,31 @@ char* PutPrefix(char* line, std::string_view func) {
   at = Put(Put(at, ", "), now.hour, 2);
   at = Put(Put(at, ":"), now.minute, 2);
   at = Put(Put(at, ":"), now.second, 2);
-  at = Put(at, "]  ");
-  const auto used = static_cast<std::size_t>(at - line);
-  return Put(Put(at, func.substr(0, kPrefixSize - used - 2)), ", ");
+  return Put(Put(Put(at, "]  "), func), ", ");
 }
+
+/// Room for one line. A line that tells of a lack of memory must not need any.
+class CLine {
+ public:
+  explicit CLine(std::string_view func) {
+    if (func.size() > kUsualName) m_strLong.resize(func.size() + kRestOfLine);
+    m_pText = m_strLong.empty() ? m_Usual : m_strLong.data();
+    m_pMessage = PutPrefix(m_pText, func);
+  }
+  CLine(const CLine&) = delete;
+  CLine& operator=(const CLine&) = delete;
+
+  const char* Text() const { return m_pText; }
+  /// Where the message belongs: kBufferSize bytes.
+  char* Message() { return m_pMessage; }
+  std::string_view Prefix() const { return {m_pText, m_pMessage}; }
+
+ private:
+  char m_Usual[kUsualName + kRestOfLine];
+  std::string m_strLong;
+  char* m_pText;
+  char* m_pMessage;
+};
 
 }  // namespace
 
@@ -71,13 +92,12 @@ void CMsg::RemoveResponder(IResponder* responder) {
 
 void CMsg::Log(int level, const char* func, const char* format, ...) {
   if (!m_Responders.Takes(kLines)) return;
-  char line[kPrefixSize + kBufferSize];
-  char* const message = PutPrefix(line, func);
+  CLine line(func);
   std::va_list arguments;
   va_start(arguments, format);
-  if (std::vsnprintf(message, kBufferSize, format, arguments) < 0) message[0] = '\0';
+  if (std::vsnprintf(line.Message(), kBufferSize, format, arguments) < 0) *line.Message() = '\0';
   va_end(arguments);
-  Deliver(kLines, [&](IResponder& responder) { responder.OnLog(line, level); });
+  Deliver(kLines, [&](IResponder& responder) { responder.OnLog(line.Text(), level); });
 }
 
 void CMsg::Log(int level, const char* func, const wchar_t* format, ...) {
@@ -88,8 +108,7 @@ void CMsg::Log(int level, const char* func, const wchar_t* format, ...) {
   const int length = std::vswprintf(message, kBufferSize, format, arguments);
   va_end(arguments);
   if (length < 0) throw std::range_error("wide log message does not fit");
-  char prefix[kPrefixSize];
-  std::string line(prefix, PutPrefix(prefix, func));
+  std::string line(CLine(func).Prefix());
   line += platform::ToNarrow(message);
   if (line.size() >= kBufferSize) throw std::range_error("wide log line does not fit");
   Deliver(kLines, [&](IResponder& responder) { responder.OnLog(line.c_str(), level); });

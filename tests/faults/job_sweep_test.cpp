@@ -106,12 +106,6 @@ TEST_F(JobSweep, Versions) {
                    areIds});
 }
 
-TEST_F(JobSweep, UpdatingAgainOnTheSameHandle) {
-  SweepQuickKinds({"update, if need be twice", Job::Opens::AndCloses,
-                   [this](void* handle) { return Update(handle) || Update(handle); },
-                   [this] { return RunsImage(); }});
-}
-
 TEST_F(JobSweep, Bridges) {
   SweepQuickKinds({"bridges", Job::Opens::ForIt, [this](void* dev) { return CrossBridges(dev); },
                    [this] { return IsCrossed(); }});
