@@ -1,10 +1,15 @@
 #include "api/call_gate.h"
 
+#include <cstddef>
+#include <new>
+
 namespace qzhid {
 
 CCallGate& CCallGate::Instance() {
-  // Never destroyed: threads may still be waiting in it when the process ends.
-  static CCallGate& instance = *new CCallGate;
+  // Never destroyed, because threads may still be waiting in it when the process ends; its room
+  // goes with the library.
+  alignas(CCallGate) static std::byte room[sizeof(CCallGate)];
+  static CCallGate& instance = *new (room) CCallGate;
   return instance;
 }
 
