@@ -3,6 +3,7 @@
 # The Zig toolchain has no runtime for stack protectors on Windows.
 if(NOT WIN32 OR CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   add_compile_options(-fstack-protector-strong)
+  add_link_options(-fstack-protector-strong)  # its runtime, where that is a library of its own
 endif()
 if(NOT WIN32)
   include(CheckPIESupported)

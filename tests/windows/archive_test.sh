@@ -1,13 +1,15 @@
 #!/bin/sh
-# archive_test.sh CMAKE CPACK BUILD NAME: the archive of the build folder holds what users need, and
+# archive_test.sh CMAKE CPACK BUILD ARCHITECTURE: the archive of the build folder holds what users need, and
 # nothing else.
 set -eu
-cmake=$1 build=$3 name=$4
+cmake=$1 build=$3 architecture=$4
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
 "$2" --config "$build/CPackConfig.cmake" -B "$work" > log 2>&1 || { cat log >&2; exit 1; }
-"$cmake" -E tar xf "$name.zip"
+archive=$(echo QzHidAPI-*-windows-"$architecture".zip)
+"$cmake" -E tar xf "$archive"
+name=${archive%.zip}
 find "$name" -type f | cut -d/ -f2- | sed -E 's,/(docs|examples)/.*,/\1/,; s,-[a-z]*\.cmake,-TYPE.cmake,' |
   LC_ALL=C sort -u > found
 cat > expected << END
