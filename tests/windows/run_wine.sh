@@ -51,3 +51,4 @@ for program in *_test.exe; do
 done
 report example_on_doubles "$here/run_example.sh" .
 report example_on_virtual_library "$here/run_example.sh" ../bin/virtual
+report qzhid "$here/run_qzhid.sh" ../bin

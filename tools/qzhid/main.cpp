@@ -29,6 +29,7 @@ int Run(int argc, char** argv, qzhid::Host& host) {
   app.set_version_flag("--version", "qzhid " QZHID_VERSION);
   app.require_subcommand(1);
   app.fallthrough();
+  app.allow_windows_style_options(false);  // "/folder/file" is a path on every system
   AddGlobalOptions(app, host.Settings());
   qzhid::AddListCommand(app, host);
   qzhid::AddInfoCommand(app, host);
@@ -41,7 +42,7 @@ int Run(int argc, char** argv, qzhid::Host& host) {
   qzhid::AddDoctorCommand(app, host);
   qzhid::AddExamples(app, {"qzhid list", "qzhid update --image new.bin", "qzhid info --virtual"});
   app.footer(app.get_footer() +
-             "\nExit status: 0 done, 1 failed, 2 usage, 3 no such hub, 4 permission, "
+             "\n\nExit status: 0 done, 1 failed, 2 usage, 3 no such hub, 4 permission, "
              "5 image refused, 6 hub lost");
   try {
     app.parse(argc, argv);

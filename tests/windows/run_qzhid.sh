@@ -1,0 +1,57 @@
+#!/bin/sh
+# run_qzhid.sh FOLDER: the command-line host on the virtual library in FOLDER/virtual.
+set -u
+here=$(cd "$(dirname "$0")" && pwd)
+programs=$(cd "$1" && pwd)
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+for program in qzhid qzhub; do
+  cat > "$folder/$program" <<END
+#!/bin/sh
+# The test reads what the program writes as it reads that of other systems.
+/usr/lib/wine/wine64 '$programs/$program.exe' "\$@" > '$folder/out' 2> '$folder/err'
+status=\$?
+tr -d '\\r' < '$folder/out'
+tr -d '\\r' < '$folder/err' >&2
+exit \$status
+END
+  chmod +x "$folder/$program"
+done
+set -- "$folder/qzhid" "$folder/qzhub"
+. "$here/../qzhid/lib.sh"
+trap 'rm -rf "$folder" "$work"' EXIT
+# The library's own folders of this system, not the doubles of the library's tests.
+export WINEDLLOVERRIDES='winedbg.exe=d'
+
+root='PCIROOT(0)#PCI(1400)#USBROOT(0)'
+at() { printf '{"name": "h%s", "port": "%s"%s}' "$1" "$1" "${2-}"; }
+row() { printf '%-12s%-12s%-12s%-12s%s\n' "$@"; }
+"$qzhub" image --out "$work/new.bin" --version 0210 --size 32680
+machine "$(at 1), $(at 2), $(at 3)" '{"on": "request", "request": "40/C8", "nth": 9, "device": "h2", "action": "power_loss", "return_ms": null}'
+golden list <<END
+INSTANCE    VID:PID     LEVEL       PORT        LOCATION
+4           2E7C:0818   1           1           $root#USB(1)
+6           2E7C:0818   1           2           $root#USB(2)
+8           2E7C:0818   1           3           $root#USB(3)
+END
+expect 0 'runs          firmware 1.02' info 4
+expect 0 'version     2.10' image "$work/new.bin"
+expect 0 "hub 4 ($root#USB(1)) runs 2.10 now" update 4 --yes --image "$work/new.bin"
+expect 1 'qzhid: the log Z:\nowhere\log cannot be written; name a file in a folder that you may write' list --log /nowhere/log
+expect 2 "qzhid: several hubs are attached; name one of these instances: 4 6 8" info
+expect 3 "qzhid: no hub is '5'; see 'qzhid list' for the hubs that are attached" info 5
+expect 5 "qzhid: image $work/none cannot be read; name a whole firmware image file" image "$work/none"
+run update --all --yes --image "$work/new.bin"
+said 6 "qzhid: hub 6 ($root#USB(2)): the update failed, and the hub has left the bus; unplug it, plug it in again, and run 'qzhid info' and 'qzhid recover'"
+{
+  row HUB FROM RUNS RESULT LOCATION
+  row 4 1.02 2.10 updated "$root#USB(1)"
+  row 6 1.02 '?' lost "$root#USB(2)"
+  row 8 1.02 2.10 updated "$root#USB(3)"
+  echo '2 of 3 hubs updated to 2.10'
+} | diff -u - "$work/out" >&2 || complain 'another table'
+machine "$(at 1)" '{"on": "call", "service": "OpenHidDevice", "count": 0, "action": "fail", "code": 5}'
+expect 4 'qzhid: a hub is attached, but it cannot be opened; get permission for it (on Linux: the udev rule) or end the program that has it' info
+expect 1 '  "problems": 1' doctor --json
+[ ! -e "$programs/virtual/info.txt" ] || complain 'a log beside the library'
+exit $failures
