@@ -6,15 +6,16 @@
  * the hub.
  *
  * Rules that hold for every function:
- *  - All work happens on the calling thread, which is blocked until the call returns. The progress
- *    callback runs on that same thread. A function that another thread calls meanwhile waits for
- * its turn.
+ *  - All work happens on the calling thread, which is blocked until the call returns. The
+ *    progress callback runs on that same thread. A function that another thread calls meanwhile
+ *    waits for its turn.
  *  - While QZ_UpdateDev runs, nothing leads it to another hub. Until it has reported 100, a
- * function that opens devices (listing, QZ_OpenHid, QZ_UpdateDev, the two version functions,
- *    QZ_GetHubVIDPIDFromHidDevice) fails at once, also in the progress callback; on other threads
- *    every function with a handle does, until QZ_UpdateDev has returned. A handle that was to be
- *    closed there stays open. The log says "An update is running". In the callback QZ_CloseDev
- * makes the update fail at its next step, the bridge and GPIO functions work as ever.
+ *    function that opens devices (listing, QZ_OpenHid, QZ_UpdateDev, the two version functions,
+ *    QZ_GetHubVIDPIDFromHidDevice) fails at once, also in the progress callback; on other
+ *    threads every function with a handle does, until QZ_UpdateDev has returned. A handle that
+ *    was to be closed there stays open. The log says "An update is running". In the callback
+ *    QZ_CloseDev makes the update fail at its next step, the bridge and GPIO functions work as
+ *    ever.
  *  - QZ_SetLogPath, QZ_ConfigLog, QZ_GenerateDumplog, QZ_DllPassPara, QZ_FreeDevList and
  *    QZ_GetHidBinFileVIDPID may be called by any thread at any time.
  *  - One hub is open at a time. The library talks to the hub that was opened last; the functions
