@@ -40,7 +40,9 @@ class Input {
   }
   std::uint32_t Number(std::size_t bytes) {
     std::uint32_t number = 0;
-    for (const std::uint8_t byte : Take(bytes)) number = number << 8 | byte;
+    for (; bytes > 0 && !IsEmpty(); --bytes, rest_ = rest_.subspan(1)) {
+      number = number << 8 | rest_.front();
+    }
     return number;
   }
   std::uint8_t Byte() { return static_cast<std::uint8_t>(Number(1)); }
