@@ -70,7 +70,7 @@ void Listing(benchmark::State& state, const char* name) {
   constexpr double kMostDeviation = 0.20;
   const std::vector<std::uint32_t> counts{1, 10, 100, 1000};
   std::vector<Pairs> pairs(counts.size());
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     for (std::size_t i = 0; i < counts.size(); ++i) {
       virtualhub::InstallWorld(DeviceScenario(counts[i]));
       ListOnce(counts[i]);
@@ -174,7 +174,7 @@ void Scan(benchmark::State& state, const char* name, std::size_t changed) {
   static_cast<void>(subject());
   static_cast<void>(bare.Scan(seen));
   Pairs pairs;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     const double own = subject();
     pairs.Add(own, bare.Scan(seen));
     state.SetIterationTime(own);

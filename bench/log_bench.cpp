@@ -22,6 +22,7 @@ constexpr int kLines = 20000;  // of one run
 double OnThreads(int threads, const std::function<void(int)>& write) {
   return Seconds([&] {
     std::vector<std::thread> running;
+    running.reserve(static_cast<std::size_t>(threads));
     for (int i = 0; i < threads; ++i) {
       running.emplace_back([&] {
         for (int line = 0; line < kLines / threads; ++line) write(line);

@@ -58,7 +58,7 @@ Pairs RunPairs(benchmark::State& state, const Subject& subject, const Baseline& 
   Pairs pairs;
   bool isBaselineFirst = false;
   static_cast<void>(subject() + baseline());
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     double bare = isBaselineFirst ? baseline() : 0;
     const double own = subject();
     if (!isBaselineFirst) bare = baseline();

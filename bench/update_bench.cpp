@@ -84,7 +84,7 @@ void Updates(benchmark::State& state, const char* name) {
   constexpr double kMostDeviation = 0.10;
   const std::vector<std::uint32_t> kib{32, 64, 128, 256, 512, 1024, 2048, 4096};
   std::vector<std::vector<double>> runs(kib.size());
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     for (std::size_t i = 0; i < kib.size(); ++i) {
       const CUpdate update(kib[i] * kKiB);
       update.Run();
@@ -148,7 +148,7 @@ void Memory(benchmark::State& state, const char* name) {
     return MemoryNow("VmHWM") - before;
   };
   double growth = 0;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     growth = InChild(measure);
     state.SetIterationTime(1);
   }

@@ -54,25 +54,24 @@ TEST_F(HostilePlaceTest, NeitherAPlaceThatCannotBeWrittenNorOneThatFillsUpHinder
   const struct {
     const char* place;
     std::string path;
-    bool isAccepted;
+    bool isAccepted, hasLast;  ///< the path; whether the last line is in the file
     std::function<void()> whenAccepted, whenLogging;
-    bool hasLast;  ///< whether the last line is in the file
-  } rows[] = {{"an ordinary one", file, true, nothing, nothing, true},
-              {"a long path", deep + "/log.txt", true, nothing, nothing, true},
-              {"a name that is too long", At(std::string(300, 'n')), true, nothing, nothing, false},
-              {"a path that is too long", At(std::string(5000, 'p') + "/log.txt"), false, nothing,
-               nothing, false},
-              {"a folder", At("."), false, nothing, nothing, false},
-              {"a folder that may not be written", "/proc/log.txt", geteuid() == 0, nothing,
-               nothing, false},
-              {"a folder by then", file, true, [&] { fs::create_directory(file); }, nothing, false},
-              {"gone by then", file, true, [&] { fs::remove_all(folder); }, nothing, false},
-              {"gone later", file, true, nothing, [&] { fs::remove_all(folder); }, false},
-              {"a device that is always full", file, true,
-               [&] { fs::create_symlink("/dev/full", file); }, nothing, false},
-              {"full from some line on", file, true, [] { LimitFileSize(1000); }, nothing, false},
-              {"full for a while", file, true, [] { LimitFileSize(1000); },
-               [] { LimitFileSize(RLIM_INFINITY); }, true}};
+  } rows[] = {{"an ordinary one", file, true, true, nothing, nothing},
+              {"a long path", deep + "/log.txt", true, true, nothing, nothing},
+              {"a name that is too long", At(std::string(300, 'n')), true, false, nothing, nothing},
+              {"a path that is too long", At(std::string(5000, 'p') + "/log.txt"), false, false,
+               nothing, nothing},
+              {"a folder", At("."), false, false, nothing, nothing},
+              {"a folder that may not be written", "/proc/log.txt", geteuid() == 0, false, nothing,
+               nothing},
+              {"a folder by then", file, true, false, [&] { fs::create_directory(file); }, nothing},
+              {"gone by then", file, true, false, [&] { fs::remove_all(folder); }, nothing},
+              {"gone later", file, true, false, nothing, [&] { fs::remove_all(folder); }},
+              {"a device that is always full", file, true, false,
+               [&] { fs::create_symlink("/dev/full", file); }, nothing},
+              {"full from some line on", file, true, false, [] { LimitFileSize(1000); }, nothing},
+              {"full for a while", file, true, true, [] { LimitFileSize(1000); },
+               [] { LimitFileSize(RLIM_INFINITY); }}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.place);
     fs::remove_all(file);
