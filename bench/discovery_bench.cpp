@@ -99,7 +99,7 @@ void Listing(benchmark::State& state, const char* name) {
           deviation <= kMostDeviation);
   }
 }
-QZ_ROW(Listing, "listing", 15);
+const CRowRunner g_listingRow{"listing", 15, Listing};
 
 // ---- Scanning ----------------------------------------------------------------------------------
 
@@ -183,8 +183,7 @@ void Scan(benchmark::State& state, const char* name, std::size_t changed) {
   PrintRatio(name, pairs, 1, 1.5);
 }
 
-QZ_ROW(Scan, "scan/none", 2000, 0);
-QZ_ROW(Scan, "scan/one", 2000, 1);
-QZ_ROW(Scan, "scan/all", 2000, 1000);
+const CRowRunner g_scanRows[] = {
+    {"scan/none", 2000, Scan, 0}, {"scan/one", 2000, Scan, 1}, {"scan/all", 2000, Scan, 1000}};
 
 }  // namespace

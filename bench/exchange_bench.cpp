@@ -44,8 +44,8 @@ void Request(benchmark::State& state, const char* name, bool (*send)(CRequestCMD
       state, [&] { return repeat(request); }, [&] { return repeat([&] { bare.Run(); }); });
   PrintDifference(name, pairs, kRequests, 300e-9);
 }
-QZ_ROW(Request, "request/out", 200, &SendOut);
-QZ_ROW(Request, "request/in", 200, &SendIn);
+const CRowRunner g_requestRows[] = {{"request/out", 200, Request, &SendOut},
+                                    {"request/in", 200, Request, &SendIn}};
 
 void SwitchLog(bool isOn) {
   static const int accepted = QZ_SetLogPath(TempPath("log.txt").c_str());
@@ -71,9 +71,10 @@ void WritePhase(benchmark::State& state, const char* name, std::uint32_t latency
   const Pairs pairs = RunPairs(state, writeLogged, [&] { return Seconds([&] { bare.Run(); }); });
   PrintRatio(name, pairs, static_cast<double>(bare.Count()), limit);
 }
-QZ_ROW(WritePhase, "write_phase/log_off", 400, 0, false, 1.3);
-QZ_ROW(WritePhase, "write_phase/log_0", 400, 0, true, 1.5);
-QZ_ROW(WritePhase, "write_phase/250us/log_off", 15, 250, false, 1.02);
-QZ_ROW(WritePhase, "write_phase/250us/log_0", 15, 250, true, 1.02);
+const CRowRunner g_writePhaseRows[] = {
+    {"write_phase/log_off", 400, WritePhase, 0, false, 1.3},
+    {"write_phase/log_0", 400, WritePhase, 0, true, 1.5},
+    {"write_phase/250us/log_off", 15, WritePhase, 250, false, 1.02},
+    {"write_phase/250us/log_0", 15, WritePhase, 250, true, 1.02}};
 
 }  // namespace

@@ -71,8 +71,7 @@ void Log(benchmark::State& state, const char* name, int threads) {
          Text(1, "times the rate")},
         rate >= 1);
 }
-QZ_ROW(Log, "log/one_thread", 101, 1);
-QZ_ROW(Log, "log/four_threads", 101, 4);
+const CRowRunner g_logRows[] = {{"log/one_thread", 101, Log, 1}, {"log/four_threads", 101, Log, 4}};
 
 void LogUnheard(benchmark::State& state, const char* name) {
   CMsg& msg = CMsg::Instance();
@@ -96,6 +95,6 @@ void LogUnheard(benchmark::State& state, const char* name) {
       });
   PrintRatio(name, pairs, kLines, 1.5);
 }
-QZ_ROW(LogUnheard, "log/unheard", 51);
+const CRowRunner g_logUnheardRow{"log/unheard", 51, LogUnheard};
 
 }  // namespace

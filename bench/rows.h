@@ -8,14 +8,18 @@
 #include <string>
 #include <vector>
 
-/// Registers function(state, name, ...) to measure the row of that name.
-#define QZ_ROW(function, name, iterations, ...)                      \
-  BENCHMARK_CAPTURE(function, name, name __VA_OPT__(, ) __VA_ARGS__) \
-      ->Name(name)                                                   \
-      ->UseManualTime()                                              \
-      ->Iterations(iterations)
-
 namespace qzhid::bench {
+
+/// Has function(state, name, arguments...) measure the row of that name when the program runs.
+struct CRowRunner {
+  template <class Function, class... Arguments>
+  CRowRunner(const char* name, int iterations, Function function, Arguments... arguments) {
+    benchmark::RegisterBenchmark(
+        name, [=](benchmark::State& state) { function(state, name, arguments...); })
+        ->UseManualTime()
+        ->Iterations(iterations);
+  }
+};
 
 /// One line of the table. `figure` is what is held against the limit.
 struct Row {

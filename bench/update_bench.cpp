@@ -104,7 +104,7 @@ void Updates(benchmark::State& state, const char* name) {
          Text(line.deviation * 100, "% off the line"), Text(kMostDeviation * 100, "%")},
         line.deviation <= kMostDeviation);
 }
-QZ_ROW(Updates, "update", 9);
+const CRowRunner g_updatesRow{"update", 9, Updates};
 
 /// The number that `work` returns in a child process.
 template <class Work>
@@ -155,7 +155,7 @@ void Memory(benchmark::State& state, const char* name) {
   const auto mib = [](double bytes) { return Text(bytes / kKiB / kKiB, "MiB"); };
   Print({name, mib(growth), mib(kImage) + " of image", mib(growth), mib(kLimit)}, growth <= kLimit);
 }
-QZ_ROW(Memory, "memory", 1);
+const CRowRunner g_memoryRow{"memory", 1, Memory};
 
 void* Load(const char* path) {
   void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
@@ -183,6 +183,6 @@ void FirstList(benchmark::State& state, const char* name) {
       [] { return InChild([] { return Seconds(LoadEmptyAndAsk); }); });
   PrintDifference(name, pairs, 1, 5e-3);
 }
-QZ_ROW(FirstList, "load", 51);
+const CRowRunner g_firstListRow{"load", 51, FirstList};
 
 }  // namespace

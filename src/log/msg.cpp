@@ -45,6 +45,7 @@ char* PutPrefix(char* line, std::string_view func) {
 /// Room for one line. A line that tells of a lack of memory must not need any.
 class CLine {
  public:
+  // cppcheck-suppress uninitMemberVar ; clearing the room would take longer than filling it
   explicit CLine(std::string_view func) {
     if (func.size() > kUsualName) m_strLong.resize(func.size() + kRestOfLine);
     m_pText = m_strLong.empty() ? m_Usual : m_strLong.data();

@@ -48,6 +48,13 @@ class CrossingCallsTest : public ApiTest {
 
   bool Update() { return QZ_UpdateDev(handle, image.path(), OnProgress) == 1; }
 
+  bool Update(std::function<void(int percent)> onProgress) {
+    g_onProgress = std::move(onProgress);
+    const bool isUpdated = Update();
+    g_onProgress = nullptr;
+    return isUpdated;
+  }
+
   bool Holds(const char* name, const Bytes& expected) {
     const auto contents = world->hub(name).bank(0).contents();
     return std::equal(expected.begin(), expected.end(), contents.begin());
@@ -113,14 +120,14 @@ TEST_F(CrossingCallsTest, EveryExportInTheMiddleOfAnUpdateHasItsOutcome) {
         std::size_t refusals = 0;
         int last = -1;
         bool isCalled = false;
-        g_onProgress = [&](int percent) {
+        const bool isUpdated = Update([&](int percent) {
           last = percent;
           if (percent != moment || std::exchange(isCalled, true)) return;
           const auto call = [&] { result = crossing.call(); };
           isOther ? std::thread(call).join() : call();
           refusals = log.Count({3, crossing.name, kRunning});
-        };
-        EXPECT_EQ(effect != Effect::Fails, Update());
+        });
+        EXPECT_EQ(effect != Effect::Fails, isUpdated);
         EXPECT_EQ(effect == Effect::Fails          ? 0
                   : effect == Effect::EndsProgress ? moment
                                                    : 100,
@@ -145,7 +152,7 @@ TEST_F(CrossingCallsTest, TheCallbackMayTurnToHubsWhenAllIsDone) {
   std::uint16_t version = 0;
   int inner = 0;
   void* second = nullptr;
-  g_onProgress = [&](int percent) {
+  const bool isUpdated = Update([&](int percent) {
     if (second != nullptr) {
       inner = percent;
       if (percent == 45) {
@@ -157,8 +164,8 @@ TEST_F(CrossingCallsTest, TheCallbackMayTurnToHubsWhenAllIsDone) {
       second = QZ_OpenHid(world->HidInstance("other"));
       EXPECT_EQ(1, QZ_UpdateDev(second, image.path(), OnProgress));
     }
-  };
-  EXPECT_TRUE(Update());
+  });
+  EXPECT_TRUE(isUpdated);
   EXPECT_EQ(0x0210, version);
   EXPECT_EQ(100, inner);
   EXPECT_TRUE(Holds("hub", bytes));
@@ -190,22 +197,22 @@ class Crowd {
 
 // A starting thread configures the log on some systems.
 TEST_F(CrossingCallsTest, AnUpdateIsNotHarmedByOtherThreadsThatCallAndConfigureTheLog) {
-  std::unique_ptr<Crowd> crowd;
-  g_onProgress = [&](int percent) {
-    if (percent != 10) return;
-    crowd =
-        std::make_unique<Crowd>(std::vector<std::function<void()>>{[] {
-                                                                     platform::OnThreadAttach();
-                                                                     QZ_SetLogPath(LogFile());
-                                                                     QZ_ConfigLog(0, 0);
-                                                                   },
-                                                                   [this] {
-                                                                     List();
-                                                                     QZ_HidGPIOW(handle, 1, 1);
-                                                                     QZ_CloseDev(QZ_OpenHid(other));
-                                                                   }});
+  const auto configure = [] {
+    platform::OnThreadAttach();
+    QZ_SetLogPath(LogFile());
+    QZ_ConfigLog(0, 0);
   };
-  EXPECT_TRUE(Update());
+  const auto useHubs = [this] {
+    List();
+    QZ_HidGPIOW(handle, 1, 1);
+    QZ_CloseDev(QZ_OpenHid(other));
+  };
+  std::unique_ptr<Crowd> crowd;
+  const bool isUpdated = Update([&](int percent) {
+    if (percent != 10) return;
+    crowd = std::make_unique<Crowd>(std::vector<std::function<void()>>{configure, useHubs});
+  });
+  EXPECT_TRUE(isUpdated);
   EXPECT_NE(nullptr, crowd);
   crowd.reset();
   EXPECT_TRUE(Holds("hub", bytes));

@@ -189,15 +189,16 @@ TEST_F(UpdateTest, ClosingInTheCallbackFailsTheUpdateInTime) {
 }
 
 TEST_F(UpdateTest, AnImageLoadedInTheCallbackIsNotTheOneThatIsWritten) {
-  const TempFile empty({}, "empty");
   void* reopened = nullptr;
   g_atThirty = [&] {
+    const TempFile empty({}, "empty");
     std::uint16_t version = 0;
     EXPECT_EQ(0, QZ_ReadBinVersion(handle, empty.path(), &version));
     List();
     reopened = QZ_OpenHid(world->HidInstance("hub"));
   };
   EXPECT_EQ(1, QZ_UpdateDev(handle, good.path(), OnProgress));
+  g_atThirty = nullptr;
   EXPECT_TRUE(Holds(0, image));
   QZ_CloseDev(reopened);
 }

@@ -11,9 +11,8 @@ constexpr int kMostCalls = 4;
 /// or the answer is that byte throughout, with a pattern in front.
 class AnyDevice {
  public:
-  explicit AnyDevice(Input& input) {
-    pattern_ = input.Take(input.Byte());
-    fates_ = input.Take(input.Byte());
+  explicit AnyDevice(Input& input)
+      : pattern_(input.Take(input.Byte())), fates_(input.Take(input.Byte())) {
     fates_.push_back(0);
   }
 
