@@ -54,17 +54,18 @@ bool CUniversalFlow::DevHidCmd(std::uint16_t* version, std::uint8_t mode) {
 bool CUniversalFlow::ResetDeviceonly() {
   constexpr const char* kTag = "CUniversalFlow::ResetDeviceonly";
   CMsg& msg = CMsg::Instance();
-  bool isDone = false;
-  if (WaitConnect(kConnectWait)) {
+  const auto reset = [&] {
+    if (!WaitConnect(kConnectWait)) return false;
     if (!m_pDev->JudgeCodeMode(m_pDev)) {
       msg.Log(3, kTag, "Judge Code Mode Fail\n");
-    } else if (!m_pDev->Reset2Flash()) {
-      msg.Log(3, kTag, "fail to reset to flash\n");
-    } else {
-      msg.Log(1, kTag, "success to reset to flash\n");
-      isDone = true;
+      return false;
     }
-  }
+    const bool isReset = m_pDev->Reset2Flash();
+    msg.Log(isReset ? 1 : 3, kTag, "%s",
+            isReset ? "success to reset to flash\n" : "fail to reset to flash\n");
+    return isReset;
+  };
+  const bool isDone = RunToItsEnd(reset, [this] { Finish(); });
   Finish();
   msg.Log(1, kTag, "%s", isDone ? "Reset Device Success\n" : "Reset Device Fail\n");
   return isDone;
@@ -112,14 +113,17 @@ bool CUniversalFlow::DevErase() {
   CMsg& msg = CMsg::Instance();
   msg.Progress(0);
   bool result = false;
-  const bool isReported = WaitConnect(kConnectWait) && EraseFromRom(result);
-  if (isReported) {
-    msg.Print(1, "Erase flash success\n");
-  } else {
-    msg.Print(0, "Erase flash fail\n");
-  }
-  msg.Progress(0);
-  return result;
+  const auto erase = [&] {
+    const bool isReported = WaitConnect(kConnectWait) && EraseFromRom(result);
+    msg.Print(isReported ? 1 : 0, "%s",
+              isReported ? "Erase flash success\n" : "Erase flash fail\n");
+    msg.Progress(0);
+    return result;
+  };
+  return RunToItsEnd(erase, [&] {
+    Finish();
+    msg.Progress(0);
+  });
 }
 
 /// Returns whether success is to be shown, and in `result` the job's result. Both are true for a

@@ -204,10 +204,13 @@ bool FaultSweep::RunStruck(const Job& job, const FaultKind& kind, const Place& p
   }
   const std::uint64_t last = kind.at == At::Allocation ? place.allocation : UINT64_MAX;
   MakeMemoryScarce(place.allocation, last);
+  const std::uint64_t exchanges = world->exchanges();
   bool isReported = false;
   try {
     isReported = job.run(handle);
   } catch (const std::bad_alloc&) {  // from a job that is not an export
+    Check(OpenHandles() == 0 || world->exchanges() == exchanges, "throwing leaves nothing open",
+          place);
   }
   Check(EndScarcity() >= place.allocation, "the fault strikes", place);
   return isReported;
