@@ -21,6 +21,10 @@ for fact in "Machine: $machine" IMAGE_DLL_CHARACTERISTICS_DYNAMIC_BASE \
   echo "$headers" | grep -q "$fact" || fail "not $fact"
 done
 
+# The toolchain for ARM64 leaves it out.
+[ "$machine" != IMAGE_FILE_MACHINE_AMD64 ] || llvm-nm "$dll" | grep -q ' __stack_chk_fail$' ||
+  fail "no stack protector"
+
 texts=$(strings -e l "$dll")
 for name in FileVersion ProductVersion; do
   echo "$texts" | grep -A1 -x "$name" | grep -qx "$version" || fail "$name is not $version"
