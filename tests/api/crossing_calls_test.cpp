@@ -14,7 +14,8 @@ constexpr const char* kRunning = "An update is running\n";
 constexpr const char* kMachine =
     R"({"devices": [{"name": "hub", "port": "1"}, {"name": "other", "port": "2"}]})";
 
-std::function<void(int percent)> g_onProgress;
+const auto kNothing = [](int) {};
+std::function<void(int percent)> g_onProgress = kNothing;
 void OnProgress(std::int32_t percent) { g_onProgress(percent); }
 
 /// How an update takes an export that is called from its callback.
@@ -51,7 +52,7 @@ class CrossingCallsTest : public ApiTest {
   bool Update(std::function<void(int percent)> onProgress) {
     g_onProgress = std::move(onProgress);
     const bool isUpdated = Update();
-    g_onProgress = nullptr;
+    g_onProgress = kNothing;
     return isUpdated;
   }
 

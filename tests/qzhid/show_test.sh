@@ -124,6 +124,7 @@ for library in /nowhere.so libm.so.6; do
   status=0
   "$qzhid" --library $library doctor > "$work/out" || status=$?
   [ $status -eq 1 ] && grep -q "^ok       the kernel is $(uname -r)$" "$work/out" &&
+    grep -q '^ok       the udev rule 70-qzhidapi.rules is ' "$work/out" &&
     grep -q '^PROBLEM  the library .*; choose the library with --library FILE$' "$work/out" ||
     complain "doctor with $library: $(cat "$work/out")"
 done

@@ -57,6 +57,13 @@ bool IsRuleInstalled() {
   return false;
 }
 
+// Hubs may be opened by other means, so a missing rule is no fault in itself.
+Finding ExamineRule() {
+  const std::string what = std::string("the udev rule ") + kRule + " is ";
+  if (IsRuleInstalled()) return {true, what + "installed", ""};
+  return {true, what + "not installed", "install it if others than root are to open hubs"};
+}
+
 Finding ExamineNode(const std::string& file, const std::string& hub) {
   if (access(file.c_str(), R_OK | W_OK) == 0) return {true, hub + " can be opened", ""};
   if (!fs::exists(file)) {
@@ -103,7 +110,7 @@ void ExamineDevice(const fs::path& device, std::vector<Finding>& findings) {
 }  // namespace
 
 std::vector<Finding> ExamineSystem() {
-  std::vector<Finding> findings = {ExamineKernel(), ExamineDriver()};
+  std::vector<Finding> findings = {ExamineKernel(), ExamineDriver(), ExamineRule()};
   for (const fs::path& device : Entries("/sys/bus/usb/devices")) ExamineDevice(device, findings);
   return findings;
 }
