@@ -7,6 +7,7 @@
 
 #include "platform/platform.h"
 #include "transport/report_buffers.h"
+#include "transport/transfer_turn.h"
 #include "transport/transfers.h"
 #include "transport/vid_pid_list.h"
 
@@ -68,14 +69,14 @@ class CHidTransfers final : public ITransfers {
   std::uint32_t Hid_SetReport(const Channel& channel, const std::uint8_t* data,
                               std::uint32_t length);
   std::uint32_t Hid_GetReport(const Channel& channel, std::uint8_t* buffer, std::uint32_t length);
-  std::unique_lock<std::mutex> LockTransfer(const char* operation, std::uint32_t timeoutMs);
+  std::unique_lock<CTransferTurn> LockTransfer(const char* operation, std::uint32_t timeoutMs);
 
   VidPidList m_AcceptedIds;
   platform::HidDevice m_Device;
   platform::Event m_ReportEvent;
   CReportBuffers m_Reports;
   std::uint32_t m_nLastIndex = 0;  // where the device was found that was looked for last
-  std::mutex m_TransferLock;
+  CTransferTurn m_TransferTurn;
 };
 
 }  // namespace qzhid
