@@ -16,14 +16,7 @@ expect 3 "qzhid: no hub is '6'; see 'qzhid list' for the hubs that are attached"
 expect 0 'target 160, 1 memory address bytes, speed 2: accepted' i2c config --target 0xA0 --memory-bytes 1 --speed 2
 golden i2c config --target 0xA0 --json <<END
 {
-  "hub": {
-    "instance": 5,
-    "vid": "2E7C",
-    "pid": "0818",
-    "level": 2,
-    "port": 1,
-    "location": "$usb"
-  },
+$hub_member
   "target": 160,
   "memory_bytes": 2,
   "speed": 0

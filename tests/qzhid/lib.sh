@@ -7,6 +7,15 @@ trap 'rm -rf "$work"' EXIT
 export QZ_VIRTUAL_HUB="$work/scenario.json" NO_COLOR=1
 failures=0
 usb='PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)#USB(1)'
+# How the program describes that hub among other members of an object.
+hub_member='  "hub": {
+    "instance": 5,
+    "vid": "2E7C",
+    "pid": "0818",
+    "level": 2,
+    "port": 1,
+    "location": "'$usb'"
+  },'
 
 # machine DEVICES [FAULTS [MORE]]: the machine of the next runs; time takes no time.
 machine() {

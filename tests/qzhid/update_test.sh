@@ -27,14 +27,7 @@ END
 diff -u "$work/golden" "$work/err" >&2 || complain 'another progress in a pipe'
 golden update --yes --image "$work/new.bin" --json --stay-in-loader <<END
 {
-  "hub": {
-    "instance": 5,
-    "vid": "2E7C",
-    "pid": "0818",
-    "level": 2,
-    "port": 1,
-    "location": "$usb"
-  },
+$hub_member
   "image": {
     "file": "$work/new.bin",
     "vid": "2E7C",
