@@ -32,8 +32,7 @@ Finding ExamineHub(Host& host, const Hub& hub) {
   try {
     const HubState state = ReadState(host, hub);
     if (state.version) return {true, name + " runs firmware " + state.Text(), ""};
-    return {false, name + " sits in its loader",
-            "write its firmware with 'qzhid recover --image FILE'"};
+    return {false, name + " sits in its loader", kRecoverHub};
   } catch (const Failure& failure) {
     return {false, name + ": " + failure.what(), failure.Next()};
   }

@@ -42,9 +42,9 @@ const std::filesystem::path& Host::Temporary() {
 
 const Library& Host::Api() {
   if (!library_) {
-    library_ = LoadLibrary(options_.libraryFile.empty()
+    library_ = LoadLibrary(options_.chosenLibrary.empty()
                                ? system::LibraryFiles(system::ProgramFolder(), options_.isVirtual)
-                               : std::vector<std::string>{options_.libraryFile});
+                               : std::vector<std::string>{options_.chosenLibrary});
     StartLog();
   }
   return *library_;
@@ -70,7 +70,7 @@ std::vector<std::string> Host::Arguments(const std::string& log) const {
   std::vector<std::string> arguments;
   if (options_.isVirtual) arguments.push_back("--virtual");
   if (options_.isVerbose) arguments.push_back("--verbose");
-  if (!options_.libraryFile.empty()) arguments.push_back("--library=" + options_.libraryFile);
+  if (!options_.chosenLibrary.empty()) arguments.push_back("--library=" + options_.chosenLibrary);
   if (options_.log.empty()) return arguments;
   arguments.push_back("--log=" + log);
   if (options_.logLevel) arguments.push_back("--log-level=" + std::to_string(*options_.logLevel));

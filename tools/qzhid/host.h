@@ -15,7 +15,7 @@ namespace qzhid {
 nlohmann::ordered_json ToJson(const Failure& failure);
 
 struct Options {
-  std::string libraryFile;
+  std::string chosenLibrary;
   bool isVirtual = false;
   std::string log;
   std::optional<int> logLevel;  ///< as the user wants it

@@ -11,7 +11,7 @@ namespace {
 
 void AddGlobalOptions(CLI::App& app, qzhid::Options& options) {
   CLI::Option* library =
-      app.add_option("--library", options.libraryFile, "use the library in this file");
+      app.add_option("--library", options.chosenLibrary, "use the library in this file");
   app.add_flag("--virtual", options.isVirtual, "use the virtual library beside this program's")
       ->excludes(library);
   CLI::Option* log = app.add_option("--log", options.log, "log to this file");

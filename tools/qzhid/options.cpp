@@ -53,12 +53,14 @@ std::string Columns(const std::vector<std::pair<std::string, std::string>>& rows
   return text;
 }
 
-std::string TableRow(const std::vector<std::string>& cells, const std::string& last) {
+std::string TableCell(const std::string& text) {
   constexpr std::size_t kWidth = 12;
+  return text + std::string(text.size() < kWidth ? kWidth - text.size() : 1, ' ');
+}
+
+std::string TableRow(const std::vector<std::string>& cells, const std::string& last) {
   std::string row;
-  for (const std::string& cell : cells) {
-    row += cell + std::string(cell.size() < kWidth ? kWidth - cell.size() : 1, ' ');
-  }
+  for (const std::string& cell : cells) row += TableCell(cell);
   return row + last + '\n';
 }
 

@@ -24,7 +24,10 @@ void AddExamples(CLI::App& command, const std::vector<std::string>& examples);
 /// Names in front of values, in columns.
 std::string Columns(const std::vector<std::pair<std::string, std::string>>& rows);
 
-/// A line of a table: cells of 12 characters, and a last one of any length.
+/// A cell of a table, at least 12 characters wide and with a space behind the text.
+std::string TableCell(const std::string& text);
+
+/// A line of a table: cells, and a last one of any length.
 std::string TableRow(const std::vector<std::string>& cells, const std::string& last);
 
 /// Asks on the terminal and returns when the answer is yes. Throws Failure for any other answer,

@@ -5,7 +5,15 @@
 #include <string>
 #include <vector>
 
+#include "qzhid/failure.h"
+
 namespace qzhid {
+
+/// Why a process cannot be started.
+inline Failure NotStarted(const std::string& reason) {
+  return {Exit::Failed, "another process cannot be started: " + reason, "",
+          "end other programs and repeat the command"};
+}
 
 /// Neither the terminal's interrupts nor the end of this process reach it.
 class Process {

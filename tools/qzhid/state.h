@@ -17,6 +17,11 @@ struct HubState {
   std::string Text() const { return version ? VersionText(*version) : "loader"; }
 };
 
+/// What to do about a hub that sits in its loader, and about one that an update has lost.
+inline constexpr const char* kRecoverHub = "write its firmware with 'qzhid recover --image FILE'";
+inline constexpr const char* kFindHub =
+    "unplug it, plug it in again, and run 'qzhid info' and 'qzhid recover'";
+
 /// Asks a hub of the last list. Throws Failure when it does not answer.
 HubState ReadState(Host& host, const Hub& hub);
 

@@ -12,8 +12,7 @@ void RefuseForeign(const Hub& hub, const std::string& hubIds, const std::string&
 void CheckUpdate(const Hub& hub, const HubState& state, const Image& image,
                  const UpdateOptions& options) {
   if (!state.version) {
-    throw Failure(Exit::Failed, "the hub sits in its loader", hub.Name(),
-                  "write its firmware with 'qzhid recover --image FILE'");
+    throw Failure(Exit::Failed, "the hub sits in its loader", hub.Name(), kRecoverHub);
   }
   if (!options.isForced && (image.vid != state.vid || image.pid != state.pid)) {
     RefuseForeign(hub, IdText(state.vid) + ":" + IdText(state.pid),

@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "qzhid/interrupt.h"
+#include "qzhid/options.h"
 #include "qzhid/system.h"
 
 namespace qzhid {
@@ -35,8 +36,7 @@ Failure Died(const UpdateJob& job, const std::string& ending) {
   if (job.state == State::Writing) {
     return {Exit::HubLost,
             "the process that wrote the hub died (" + ending + "), and the hub's state is unknown",
-            job.hub.Name(),
-            "unplug it, plug it in again, and run 'qzhid info' and 'qzhid recover'"};
+            job.hub.Name(), kFindHub};
   }
   return {Exit::Failed, "the process for the hub died (" + ending + ") before anything was written",
           job.hub.Name(), "repeat the command"};
@@ -187,8 +187,7 @@ void UpdateRun::Draw() {
   std::vector<std::string> lines;
   for (const UpdateJob& job : jobs_) {
     const std::string label = jobs_.size() == 1 ? "" : "hub " + std::to_string(job.hub.instance);
-    const std::string wide =
-        label.empty() ? "" : label + std::string(12 - std::min<std::size_t>(11, label.size()), ' ');
+    const std::string wide = label.empty() ? "" : TableCell(label);
     if (job.state == State::Failed) {
       if (!label.empty()) lines.push_back((wide + "failed").substr(0, columns - 1));
     } else {

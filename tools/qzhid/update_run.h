@@ -1,7 +1,6 @@
 // Hubs that are written at the same time, each by a process of its own.
 #pragma once
 
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>

@@ -25,8 +25,7 @@ Failure FailedUpdate(Host& host, const Hub& hub) {
   const std::vector<Hub> hubs = ListHubs(host);
   const Hub* now = AtLocation(hubs, hub.Location());
   if (now == nullptr) {
-    return {Exit::HubLost, failed + "has left the bus", hub.Name(),
-            "unplug it, plug it in again, and run 'qzhid info' and 'qzhid recover'"};
+    return {Exit::HubLost, failed + "has left the bus", hub.Name(), kFindHub};
   }
   const HubState state = ReadState(host, *now);
   Tell({{"runs", state.Text()}});

@@ -10,19 +10,13 @@
 #include <cerrno>
 #include <cstring>
 
-#include "qzhid/failure.h"
-
 namespace qzhid {
 
 namespace {
 
 constexpr int kPatienceMs = 100;
 
-[[noreturn]] void Fail(int error) {
-  throw Failure(Exit::Failed,
-                std::string("another process cannot be started: ") + std::strerror(error), "",
-                "end other programs and repeat the command");
-}
+[[noreturn]] void Fail(int error) { throw NotStarted(std::strerror(error)); }
 
 class Descriptor {
  public:

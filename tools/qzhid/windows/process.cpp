@@ -4,8 +4,6 @@
 
 #include <array>
 
-#include "qzhid/failure.h"
-
 namespace qzhid {
 
 namespace {
@@ -13,11 +11,7 @@ namespace {
 constexpr DWORD kPatienceMs = 100;
 constexpr DWORD kPollEveryMs = 20;
 
-[[noreturn]] void Fail() {
-  throw Failure(Exit::Failed,
-                "another process cannot be started: system error " + std::to_string(GetLastError()),
-                "", "end other programs and repeat the command");
-}
+[[noreturn]] void Fail() { throw NotStarted("system error " + std::to_string(GetLastError())); }
 
 class Handle {
  public:
