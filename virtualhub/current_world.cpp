@@ -1,8 +1,10 @@
 #include "virtualhub/current_world.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <iostream>
 #include <mutex>
+#include <new>
 
 namespace virtualhub {
 
@@ -14,9 +16,20 @@ struct Current {
 };
 
 Current& TheCurrent() {
-  static Current current;
+  // Never destroyed: threads may use the machine to the end of the process, which saves it.
+  alignas(Current) static std::byte room[sizeof(Current)];
+  static Current& current = *new (room) Current;
   return current;
 }
+
+struct SavesAtExit {
+  SavesAtExit() = default;
+  ~SavesAtExit() {
+    if (const auto world = TheCurrent().world) world->Save();
+  }
+  SavesAtExit(const SavesAtExit&) = delete;
+  SavesAtExit& operator=(const SavesAtExit&) = delete;
+};
 
 Scenario ScenarioOfEnvironment() {
   const char* file = std::getenv("QZ_VIRTUAL_HUB");
@@ -34,7 +47,10 @@ Scenario ScenarioOfEnvironment() {
 std::shared_ptr<World> HoldCurrentWorld() {
   Current& current = TheCurrent();
   const std::lock_guard<std::mutex> guard(current.mutex);
-  if (!current.world) current.world = std::make_shared<World>(ScenarioOfEnvironment());
+  if (!current.world) {
+    static const SavesAtExit saves;
+    current.world = std::make_shared<World>(ScenarioOfEnvironment());
+  }
   return current.world;
 }
 
@@ -58,6 +74,18 @@ void UninstallWorld() {
   std::shared_ptr<World> old;
   const std::lock_guard<std::mutex> guard(current.mutex);
   old.swap(current.world);
+}
+
+void LockCurrentWorld() {
+  Current& current = TheCurrent();
+  current.mutex.lock();
+  if (current.world) current.world->forkLock().lock();
+}
+
+void UnlockCurrentWorld() {
+  Current& current = TheCurrent();
+  if (current.world) current.world->forkLock().unlock();
+  current.mutex.unlock();
 }
 
 }  // namespace virtualhub

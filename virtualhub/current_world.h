@@ -25,4 +25,9 @@ World& InstallWorld(const std::string& json);
 /// Gives the current machine up (its hubs' flash is saved), so that the next use makes a new one.
 void UninstallWorld();
 
+/// Around a fork of the process, on the thread that forks: no other thread has a lock of the
+/// machine meanwhile. Unlocked in the parent and in the child.
+void LockCurrentWorld();
+void UnlockCurrentWorld();
+
 }  // namespace virtualhub

@@ -1,10 +1,12 @@
 #include "virtualhub/world.h"
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <iostream>
 #include <limits>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include "virtualhub/state_file.h"
@@ -56,6 +58,17 @@ World::World(const Scenario& scenario)
 }
 
 World::~World() {
+  for (Device& device : devices_) SaveState(device);
+}
+
+void World::Save() {
+  constexpr int kTries = 100;
+  std::unique_lock<std::mutex> lock(mutex_, std::try_to_lock);
+  for (int i = 1; i < kTries && !lock; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (lock.try_lock()) break;
+  }
+  if (!lock) return;
   for (Device& device : devices_) SaveState(device);
 }
 

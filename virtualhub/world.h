@@ -120,6 +120,13 @@ class World {
   /// From now on the double meets all reports that reach a device, after faults.
   void SetFirmwareDouble(FirmwareDouble firmware);
 
+  /// Saves what hubs have in their flash, as the end of the machine does. For the end of a process:
+  /// a thread that is gone with the machine's lock is not waited for.
+  void Save();
+
+  /// The machine's lock, for the thread that forks the process.
+  std::mutex& forkLock() { return mutex_; }
+
   /// Number of exchanges so far.
   std::uint64_t exchanges();
 

@@ -36,7 +36,7 @@ struct Export {
 /// The shape of all these exports: check the arguments, check the handle, send, report.
 template <class LogRefusal, class Send>
 std::uint32_t RunBridge(const Export& which, void* pDev, bool isAccepted,
-                        const LogRefusal& logRefusal, const Send& send) noexcept {
+                        const LogRefusal& logRefusal, const Send& send) {
   return RunDeviceExport(Share, which.name, which.debugName, kRefused, [&] {
     if (!isAccepted) {
       logRefusal(CMsg::Instance(), which.name);
@@ -55,7 +55,7 @@ std::uint32_t RunBridge(const Export& which, void* pDev, bool isAccepted,
 /// The transfers between one buffer and an address refuse with the same line.
 template <class Send>
 std::uint32_t RunTransfer(const Export& which, void* pDev, std::uint32_t dwAddr, const void* pBuf,
-                          std::uint16_t wlen, std::uint16_t maxLength, const Send& send) noexcept {
+                          std::uint16_t wlen, std::uint16_t maxLength, const Send& send) {
   return RunBridge(
       which, pDev, pDev != nullptr && pBuf != nullptr && wlen <= maxLength,
       [&](CMsg& msg, const char* tag) {

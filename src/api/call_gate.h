@@ -1,23 +1,27 @@
-// Who may use the connection: one thread at a time, and nothing that would disturb an update.
+// Who may use the connection, and what has to wait.
 #pragma once
 
 #include <condition_variable>
 #include <mutex>
 #include <thread>
+#include <vector>
+
+#include "platform/process_object.h"
 
 namespace qzhid {
 
 /// What a call does to the connection.
 enum class ConnectionUse {
-  Share,     ///< sends requests to the hub that is open, or gives the connection up
+  Share,     ///< sends requests to the hub that is open
   TakeOver,  ///< opens and closes devices for a purpose of its own
-  Update,    ///< a take-over that none may cross
+  Close,     ///< gives the connection up
+  Update,    ///< a take-over that no other call may cross
 };
 
-/// Calls of other threads wait for their turn, but never for an update: its progress callback may
-/// be waiting for the very thread that calls. They are refused, and so is a take-over from the
-/// callback itself, so that no update is led to another hub. Other calls inside a call of the same
-/// thread pass.
+/// Calls that share the connection run side by side; the others have it for themselves and wait for
+/// their turn. No call of another thread waits for an update: its progress callback may be waiting
+/// for that very thread. They are refused, and so is a take-over from the callback itself, so that
+/// no update is led to another hub. Other calls inside a call of the same thread pass.
 class CCallGate {
  public:
   static CCallGate& Instance();
@@ -25,39 +29,73 @@ class CCallGate {
   CCallGate(const CCallGate&) = delete;
   CCallGate& operator=(const CCallGate&) = delete;
 
-  /// One call's stay; throws std::system_error.
+  /// How a call was received.
+  enum class Entry {
+    Refused,   ///< an update is running
+    Shared,    ///< the call is one of those that run side by side
+    Owned,     ///< the connection is this thread's
+    Deferred,  ///< a close that the update will make up for: it is done with its hub
+  };
+
+  /// One call's stay; throws std::system_error, and std::bad_alloc for a close.
   class CPass {
    public:
-    explicit CPass(ConnectionUse use) : m_Use(use), m_bPassed(Instance().Enter(use)) {}
-    ~CPass() {
-      if (m_bPassed) Instance().Leave(m_Use);
-    }
+    /// `closing` is the handle that a call with ConnectionUse::Close closes.
+    explicit CPass(ConnectionUse use, void* closing = nullptr)
+        : m_Use(use), m_Entry(Instance().Enter(use, closing)) {}
+    ~CPass() { Instance().Leave(m_Use, m_Entry); }
     CPass(const CPass&) = delete;
     CPass& operator=(const CPass&) = delete;
 
-    /// False: an update is running.
-    explicit operator bool() const { return m_bPassed; }
+    explicit operator bool() const { return m_Entry == Entry::Shared || m_Entry == Entry::Owned; }
+    bool IsDeferred() const { return m_Entry == Entry::Deferred; }
 
    private:
     const ConnectionUse m_Use;
-    const bool m_bPassed;
+    const Entry m_Entry;
   };
 
-  /// The running update is through with the hub: calls from its callback may take over.
+  /// The running update is done with the hub: calls from its callback may take over, and handles
+  /// that other threads close are kept for the end of the update.
   void EndProtection();
 
+  /// A handle that was to be closed during the running update, of this thread; null when there is
+  /// none left, and from then on other threads wait for the update, whose callback is over.
+  void* TakeDeferredClose() noexcept;
+
+  /// Held by the thread that forks the process.
+  std::mutex& ForkLock() { return m_Lock; }
+  /// In a child process, which has only the thread that made it: forgets the calls of all others.
+  /// Returns whether there were any.
+  bool DropOtherThreads() noexcept;
+
  private:
+  friend class platform::CProcessObject<CCallGate>;
+
+  /// Of the update that has the connection, as other threads see it.
+  enum class Phase {
+    None,       ///< there is no update
+    Protected,  ///< calls are refused
+    Done,       ///< 100 % was reported: calls are refused, closes are deferred
+    Returning,  ///< calls wait
+  };
+
   CCallGate() = default;
 
-  bool Enter(ConnectionUse use);
-  void Leave(ConnectionUse use);
+  bool IsOwn() const;
+  bool IsRefusing() const;
+  Entry Enter(ConnectionUse use, void* closing);
+  Entry EnterAgain(ConnectionUse use);
+  void Leave(ConnectionUse use, Entry entry);
 
   std::mutex m_Lock;
   std::condition_variable m_Free;
-  unsigned m_nCalls = 0;      // of one thread, inside one another
-  std::thread::id m_Owner;    // that thread
-  bool m_bUpdating = false;   // its outermost call is an update
-  bool m_bProtected = false;  // from take-overs inside
+  unsigned m_nCalls = 0;  // of the owner, inside one another
+  std::thread::id m_Owner;
+  unsigned m_nShared = 0;   // calls that run side by side
+  unsigned m_nWaiting = 0;  // calls that want to own
+  Phase m_Phase = Phase::None;
+  std::vector<void*> m_Deferred;
 };
 
 }  // namespace qzhid

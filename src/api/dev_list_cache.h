@@ -2,17 +2,19 @@
 #pragma once
 
 #include <algorithm>
+#include <new>
 #include <vector>
 
 #include "QzHidAPI.h"
+#include "platform/process_object.h"
 
 namespace qzhid {
 
 class CDevListCache {
  public:
   static CDevListCache& Instance() {
-    static CDevListCache instance;
-    return instance;
+    static constinit platform::CProcessObject<CDevListCache> instance;
+    return instance.Get();
   }
 
   /// Drops the records. The count stays until a listing that finds devices.
@@ -22,6 +24,12 @@ class CDevListCache {
   void Store(const HidDevRecord* records, std::uint32_t count) {
     if (count != 0) m_nCount = count;
     if (records != nullptr) m_Records.assign(records, records + count);
+  }
+
+  /// Forgets the records without touching them, which may be half stored.
+  void Abandon() noexcept {
+    new (&m_Records) std::vector<HidDevRecord>;
+    m_nCount = 0;
   }
 
   /// The first record of that number; null when there is none.
@@ -35,6 +43,8 @@ class CDevListCache {
   }
 
  private:
+  friend class platform::CProcessObject<CDevListCache>;
+
   CDevListCache() = default;
 
   std::vector<HidDevRecord> m_Records;

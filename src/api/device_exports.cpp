@@ -80,7 +80,12 @@ void* QZ_OpenHid(uint32_t DevInst) {
 
 void QZ_CloseDev(void* pDev) {
   constexpr const char* kTag = "QZ_CloseDev";
-  RunDeviceExport(Share, kTag, L"QZ CloseDevice", 0, [&] {
+  RunExport(kTag, L"QZ CloseDevice", 0, [&] {
+    const CCallGate::CPass pass(Close, pDev);
+    if (!pass) {
+      if (!pass.IsDeferred()) LogUpdateIsRunning(kTag);
+      return 0;
+    }
     CProxyDriver& proxy = CProxyDriver::Instance();
     const std::shared_ptr<IDev> dev = CHandleTable::Instance().Take(pDev);
     if (proxy.IsInitialised()) {

@@ -5,13 +5,26 @@
 #include <exception>
 
 #include "log/msg.h"
+#include "platform/forced_unwinding.h"
 
 namespace qzhid {
+
+namespace {
+
+void LogEndOfThread(const char* exportName) noexcept {
+  try {
+    CMsg::Instance().Log(3, exportName, "The calling thread is being ended\n");
+  } catch (...) {
+    // Out of memory for a line that only explains.
+  }
+}
+
+}  // namespace
 
 void LogException(const char* exportName) noexcept {
   try {
     try {
-      std::rethrow_exception(std::current_exception());
+      throw;
     } catch (const std::exception& e) {
       CMsg::Instance().Log(3, exportName, "Exception:%s\n", e.what());
     } catch (...) {
@@ -19,6 +32,19 @@ void LogException(const char* exportName) noexcept {
     }
   } catch (...) {
     // Out of memory for the line itself: the export's result has to say it.
+  }
+}
+
+QZ_CATCHES_FORCED_UNWINDING void GuardExport(const char* exportName,
+                                             const std::function<void()>& body) {
+  const platform::CCancellationShield shield;
+  try {
+    body();
+  } catch (const platform::ForcedUnwinding&) {
+    LogEndOfThread(exportName);
+    throw;
+  } catch (...) {
+    LogException(exportName);
   }
 }
 

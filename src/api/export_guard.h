@@ -1,6 +1,8 @@
 // The frame of every exported function.
 #pragma once
 
+#include <functional>
+
 #include "api/call_gate.h"
 #include "platform/platform.h"
 
@@ -12,18 +14,21 @@ void LogException(const char* exportName) noexcept;
 /// Writes a text to an attached debugger; does nothing where there is no memory for it.
 void TellDebugger(const wchar_t* text) noexcept;
 
+/// Calls an export's body. Any exception of it becomes a log line under the export's name; only a
+/// thread that is being ended unwinds through.
+void GuardExport(const char* exportName, const std::function<void()>& body);
+
 /// Runs an export's body: names the export to an attached debugger (unless `debugName` is null) and
-/// turns any exception into a log line and the export's failure value.
+/// returns what the body returns, or the export's failure value when that throws.
 template <class Result, class Body>
 Result RunExport(const char* exportName, const wchar_t* debugName, Result failure,
-                 const Body& body) noexcept {
-  try {
+                 const Body& body) {
+  Result result = failure;
+  GuardExport(exportName, [&] {
     if (debugName != nullptr) TellDebugger(debugName);
-    return body();
-  } catch (...) {
-    LogException(exportName);
-    return failure;
-  }
+    result = body();
+  });
+  return result;
 }
 
 /// Logs under the export's name that an update keeps it from running.
@@ -32,7 +37,7 @@ void LogUpdateIsRunning(const char* exportName);
 /// The same for an export that uses the connection: fails while an update forbids that.
 template <class Result, class Body>
 Result RunDeviceExport(ConnectionUse use, const char* exportName, const wchar_t* debugName,
-                       Result failure, const Body& body) noexcept {
+                       Result failure, const Body& body) {
   return RunExport(exportName, debugName, failure, [&]() -> Result {
     const CCallGate::CPass pass(use);
     if (pass) return body();

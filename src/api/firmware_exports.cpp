@@ -11,6 +11,7 @@
 #include "flow/universal_flow.h"
 #include "log/dll_responder.h"
 #include "log/msg.h"
+#include "platform/forced_unwinding.h"
 #include "transport/request_cmd.h"
 
 using namespace qzhid;
@@ -32,15 +33,26 @@ class CFlowJob {
   CUniversalFlow m_Flow;
 };
 
-/// Hands progress to the host; at 100 % the hub runs what it should, and the host may turn to it.
+/// Hands progress to the host; at 100 % the hub runs what it should, and the host may turn to it. A
+/// callback in which the thread ends, or is cancelled, is not called again.
 class CUpdateResponder final : public CDllResponder {
  public:
   using CDllResponder::CDllResponder;
 
-  void OnProgress(int value) override {
+  QZ_CATCHES_FORCED_UNWINDING void OnProgress(int value) override {
+    if (m_bThreadEnds) return;
     if (value == 100) CCallGate::Instance().EndProtection();
-    CDllResponder::OnProgress(value);
+    try {
+      const platform::CCancellationWindow window;
+      CDllResponder::OnProgress(value);
+    } catch (const platform::ForcedUnwinding&) {
+      m_bThreadEnds = true;
+      throw;
+    }
   }
+
+ private:
+  bool m_bThreadEnds = false;
 };
 
 /// The host's progress callback at the message hub.
@@ -61,6 +73,17 @@ class CProgressRegistration {
  private:
   CUpdateResponder m_Responder;
   bool m_bRegistered = false;
+};
+
+/// Closes at its end what other threads wanted closed while the update was still to return.
+class CDeferredCloses {
+ public:
+  CDeferredCloses() = default;
+  ~CDeferredCloses() {
+    while (void* const handle = CCallGate::Instance().TakeDeferredClose()) QZ_CloseDev(handle);
+  }
+  CDeferredCloses(const CDeferredCloses&) = delete;
+  CDeferredCloses& operator=(const CDeferredCloses&) = delete;
 };
 
 bool Refuse(const char* tag, const char* text) {
@@ -177,7 +200,7 @@ bool ReadHubIds(const char* tag, std::uint32_t devInst, std::uint32_t* pVID, std
 /// Runs a body with a boolean result.
 template <class Body>
 uint8_t RunJob(ConnectionUse use, const char* exportName, const wchar_t* debugName,
-               const Body& body) noexcept {
+               const Body& body) {
   return RunDeviceExport(use, exportName, debugName, uint8_t{0},
                          [&] { return static_cast<uint8_t>(body(exportName) ? 1 : 0); });
 }
@@ -185,8 +208,10 @@ uint8_t RunJob(ConnectionUse use, const char* exportName, const wchar_t* debugNa
 }  // namespace
 
 uint8_t QZ_UpdateDev(void* pDev, const char* path, QZ_ProgressCallback callback) {
-  return RunJob(ConnectionUse::Update, "QZ_UpdateDev", L"QZ UpdateDev",
-                [&](const char* tag) { return Update(tag, pDev, path, callback); });
+  return RunJob(ConnectionUse::Update, "QZ_UpdateDev", L"QZ UpdateDev", [&](const char* tag) {
+    const CDeferredCloses closes;
+    return Update(tag, pDev, path, callback);
+  });
 }
 
 uint8_t QZ_ReadBinVersion(void* pDev, const char* path, uint16_t* pVersion) {

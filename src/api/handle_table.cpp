@@ -8,8 +8,8 @@
 namespace qzhid {
 
 CHandleTable& CHandleTable::Instance() {
-  static CHandleTable instance;
-  return instance;
+  static constinit platform::CProcessObject<CHandleTable> instance;
+  return instance.Get();
 }
 
 void* CHandleTable::Add(std::shared_ptr<IDev> dev) {

@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "device/hid_dev.h"
+#include "platform/process_object.h"
 
 namespace qzhid {
 
@@ -26,7 +27,12 @@ class CHandleTable {
   /// others.
   std::shared_ptr<CHidDev> FindHidDev(const char* tag, void* handle);
 
+  /// Held by the thread that forks the process, so that the child finds a whole table.
+  std::mutex& ForkLock() { return m_Lock; }
+
  private:
+  friend class platform::CProcessObject<CHandleTable>;
+
   CHandleTable() = default;
 
   std::mutex m_Lock;

@@ -75,11 +75,18 @@ std::uint8_t ListDevices(const char* tag, HidDevRecord** ppList, std::uint32_t* 
   return isListed && *pCount != 0 ? 1 : 0;
 }
 
+/// The frame of both: a listing that does not come to count leaves 0.
+template <class Body>
+std::uint8_t RunListing(const char* tag, std::uint32_t* pCount, const Body& body) {
+  if (pCount != nullptr) *pCount = 0;
+  return RunDeviceExport(TakeOver, tag, L"List Hid Device", std::uint8_t{0}, body);
+}
+
 }  // namespace
 
 uint8_t QZ_ListAllHidDev(HidDevRecord** ppList, uint32_t* pCount) {
   constexpr const char* kTag = "QZ_ListAllHidDev";
-  return RunDeviceExport(TakeOver, kTag, L"List Hid Device", uint8_t{0}, [&] {
+  return RunListing(kTag, pCount, [&] {
     return ListDevices(
         kTag, ppList, pCount, [](const char*) {},
         [&](CHidFind& finder) { return finder.ListHidDevice(ppList, pCount); });
@@ -89,7 +96,7 @@ uint8_t QZ_ListAllHidDev(HidDevRecord** ppList, uint32_t* pCount) {
 uint8_t QZ_ListAllHidDevByVIDPID(uint32_t wVID, uint32_t wPID, HidDevRecord** ppList,
                                  uint32_t* pCount) {
   constexpr const char* kTag = "QZ_ListAllHidDevByVIDPID";
-  return RunDeviceExport(TakeOver, kTag, L"List Hid Device", uint8_t{0}, [&] {
+  return RunListing(kTag, pCount, [&] {
     return ListDevices(
         kTag, ppList, pCount,
         [&](const char* tag) {

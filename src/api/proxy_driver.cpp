@@ -8,8 +8,8 @@
 namespace qzhid {
 
 CProxyDriver& CProxyDriver::Instance() {
-  static CProxyDriver instance;
-  return instance;
+  static constinit platform::CProcessObject<CProxyDriver> instance;
+  return instance.Get();
 }
 
 void CProxyDriver::QZ_InitProxyDriver() {
@@ -31,6 +31,10 @@ void CProxyDriver::QZ_UnInitProxyDriver() {
   request.SetProperty(nullptr);
   CMsg::Instance().Log(0, "CRequestCMD::QZ_UnInitProxyDriver", "Unload Proxy Driver\n");
   m_pProxy.reset();
+}
+
+void CProxyDriver::Abandon() noexcept {
+  if (m_pProxy.release() != nullptr) CRequestCMD::Instance().SetProperty(nullptr);
 }
 
 CProxySession::~CProxySession() {

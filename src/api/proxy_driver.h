@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "platform/process_object.h"
 #include "transport/hid_property.h"
 
 namespace qzhid {
@@ -17,9 +18,14 @@ class CProxyDriver {
   /// Closes and releases the connection, if there is one.
   void QZ_UnInitProxyDriver();
 
+  /// Forgets the connection without touching it, which may be half made.
+  void Abandon() noexcept;
+
   bool IsInitialised() const { return m_pProxy != nullptr; }
 
  private:
+  friend class platform::CProcessObject<CProxyDriver>;
+
   CProxyDriver() = default;
 
   std::unique_ptr<CHidProperty> m_pProxy;

@@ -72,8 +72,14 @@ bool CHidDev::WriteFlashEx(const FwBuffer& image) {
 bool CHidDev::ReadFlash(FwBuffer& buffer) { return ReadChunks(buffer, kChunkSize); }
 
 std::int32_t CHidDev::I2CConfigImpl(std::uint8_t first, std::uint8_t second, std::uint8_t third) {
+  const std::lock_guard<std::mutex> lock(m_I2CLock);
   m_I2CCfg = {first, second, third};
   return 0;
+}
+
+I2CConfig CHidDev::GetI2CConfig() const {
+  const std::lock_guard<std::mutex> lock(m_I2CLock);
+  return m_I2CCfg;
 }
 
 std::int32_t CHidDev::I2CWriteImpl(std::uint32_t addr, std::uint8_t* data, std::uint16_t len) {
@@ -82,7 +88,7 @@ std::int32_t CHidDev::I2CWriteImpl(std::uint32_t addr, std::uint8_t* data, std::
     CMsg::Instance().Log(3, kTag, "Write Data Fail,Data Length is < 1,Value:%d\n", len);
     return -1;
   }
-  const PacketHeader header = MakeI2CHeader(kI2CWriteRequest, addr, LowByte(len), m_I2CCfg);
+  const PacketHeader header = MakeI2CHeader(kI2CWriteRequest, addr, LowByte(len), GetI2CConfig());
   const std::uint32_t result = CRequestCMD::Instance().Yv_CtlPipeOut(header, data);
   return static_cast<std::int32_t>(ReportTransfer(kTag, kWriteFailure, result, header));
 }
@@ -93,7 +99,7 @@ std::int32_t CHidDev::I2CReadImpl(std::uint32_t addr, std::uint8_t* buf, std::ui
     CMsg::Instance().Log(3, kTag, "Read Data Fail,Data Length Value:%d\n", len);
     return -1;
   }
-  const PacketHeader header = MakeI2CHeader(kI2CReadRequest, addr, LowByte(len), m_I2CCfg);
+  const PacketHeader header = MakeI2CHeader(kI2CReadRequest, addr, LowByte(len), GetI2CConfig());
   const std::uint32_t result = CRequestCMD::Instance().Yv_CtlPipeIn(header, buf);
   return static_cast<std::int32_t>(ReportTransfer(kTag, kReadFailure, result, header));
 }

@@ -23,7 +23,8 @@ inline constexpr const char* kReadFailure = "Read Data Fail,ErrorCode:0x%08x\n";
 
 class CHidDev final : public CUSBDev {
  public:
-  const I2CConfig& GetI2CConfig() const { return m_I2CCfg; }
+  /// The last I2CConfigImpl's; any thread may call both.
+  I2CConfig GetI2CConfig() const;
 
   bool GetBinVersion(std::uint16_t* version, std::uint8_t mode) override;
   bool WriteFlashEx(const FwBuffer& image) override;
@@ -39,6 +40,7 @@ class CHidDev final : public CUSBDev {
                             std::uint8_t* buf, std::uint16_t len, std::uint32_t timeout) override;
 
  private:
+  mutable std::mutex m_I2CLock;
   I2CConfig m_I2CCfg{};
 };
 

@@ -1,6 +1,5 @@
 #include "log/log_control.h"
 
-#include "log/log_responder.h"
 #include "log/msg.h"
 #include "platform/library_folder.h"
 #include "platform/platform.h"
@@ -11,38 +10,11 @@ namespace {
 
 constexpr const char* kDefaultLogName = "info.txt";
 
-/// A log file that leaves the hub before it closes.
-class CProcessLog {
- public:
-  explicit CProcessLog(const std::string& path) : m_Responder(path.c_str()) {}
-  ~CProcessLog() { CMsg::Instance().ClearResponders(); }
-  CProcessLog(const CProcessLog&) = delete;
-  CProcessLog& operator=(const CProcessLog&) = delete;
-
-  void Register(int level) {
-    m_Responder.SetLevel(level);
-    CMsg::Instance().AddResponder(&m_Responder);
-  }
-
- private:
-  CLogResponder m_Responder;
-};
-
-CProcessLog& DefaultLog(const std::string& path) {
-  static CProcessLog log(path);
-  return log;
-}
-
-CProcessLog& CustomLog(const std::string& path) {
-  static CProcessLog log(path);
-  return log;
-}
-
 }  // namespace
 
 CLogControl& CLogControl::Instance() {
-  static CLogControl instance;
-  return instance;
+  static constinit platform::CProcessObject<CLogControl> instance;
+  return instance.Get();
 }
 
 bool CLogControl::SetPath(const char* path) {
@@ -56,21 +28,24 @@ bool CLogControl::SetPath(const char* path) {
 }
 
 void CLogControl::Configure(bool enable, int level) {
-  CMsg::Instance().ClearResponders();
+  CMsg& msg = CMsg::Instance();
+  msg.ClearResponders();
   if (!enable) return;
-  // Paths are found out before a file object is made: asking for the library's own path may wait
-  // for the loader, under whose lock another thread may be waiting for that object.
-  const std::string custom = CustomPath();
-  if (custom.empty()) {
-    DefaultLog(PathBesideLibrary(kDefaultLogName).value_or(kDefaultLogName)).Register(level);
-  } else {
-    CustomLog(custom).Register(level);
-  }
+  CLogResponder& log = ChosenLog();
+  log.SetLevel(level);
+  msg.AddResponder(&log);
 }
 
-std::string CLogControl::CustomPath() {
+CLogResponder& CLogControl::ChosenLog() {
   const std::lock_guard<std::mutex> lock(m_Lock);
-  return m_strCustomPath;
+  const bool isCustom = !m_strCustomPath.empty();
+  std::unique_ptr<CLogResponder>& log = isCustom ? m_pCustomLog : m_pDefaultLog;
+  if (!log) {
+    const std::string path =
+        isCustom ? m_strCustomPath : PathBesideLibrary(kDefaultLogName).value_or(kDefaultLogName);
+    log = std::make_unique<CLogResponder>(path.c_str());
+  }
+  return *log;
 }
 
 }  // namespace qzhid

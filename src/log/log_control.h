@@ -1,8 +1,12 @@
 // Which file the log goes to, and whether it goes there.
 #pragma once
 
+#include <memory>
 #include <mutex>
 #include <string>
+
+#include "log/log_responder.h"
+#include "platform/process_object.h"
 
 namespace qzhid {
 
@@ -20,13 +24,19 @@ class CLogControl {
   /// and emptied, on its first use and stays for the life of the process.
   void Configure(bool enable, int level);
 
+  /// Held by the thread that forks the process, so that the child finds its files whole.
+  std::mutex& ForkLock() { return m_Lock; }
+
  private:
+  friend class platform::CProcessObject<CLogControl>;
+
   CLogControl() = default;
 
-  std::string CustomPath();
+  CLogResponder& ChosenLog();
 
-  std::mutex m_Lock;  // guards the path
+  std::mutex m_Lock;  // guards all below
   std::string m_strCustomPath;
+  std::unique_ptr<CLogResponder> m_pDefaultLog, m_pCustomLog;
 };
 
 }  // namespace qzhid

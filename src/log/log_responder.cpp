@@ -1,27 +1,22 @@
 #include "log/log_responder.h"
 
-#include <cerrno>
 #include <iostream>
 #include <system_error>
 
 namespace qzhid {
 
-CLogResponder::CLogResponder(const char* path)
-    : m_Stream(path, std::ios::out | std::ios::trunc), m_bOpened(m_Stream.is_open()) {}
+CLogResponder::CLogResponder(const char* path) { platform::CreateTextFile(path, m_File); }
 
 CLogResponder::~CLogResponder() {
-  if (!m_bOpened) return;
-  m_Stream.clear();  // what went wrong before is no failure to close
-  m_Stream.close();
-  if (m_Stream.fail()) {
-    std::cerr << "Failed to close the file: " << std::generic_category().message(errno) << '\n';
-  }
+  if (!m_File) return;
+  const auto status = platform::CloseTextFile(m_File);
+  if (status) return;
+  std::cerr << "Failed to close the file: "
+            << std::system_category().message(static_cast<int>(status.code)) << '\n';
 }
 
 void CLogResponder::OnLog(const char* line, int level) {
-  if (level < m_nLevel || !m_bOpened) return;
-  m_Stream.clear();  // a disk that was full may have room again
-  m_Stream << line << std::flush;
+  if (level >= m_nLevel) platform::WriteTextFile(m_File, line);
 }
 
 }  // namespace qzhid

@@ -2,14 +2,14 @@
 #pragma once
 
 #include <atomic>
-#include <fstream>
 
 #include "log/responder.h"
+#include "platform/platform.h"
 
 namespace qzhid {
 
-/// Ignores everything but log lines. Every line is on disk when OnLog returns. A file that cannot
-/// be opened makes the receiver discard everything.
+/// Ignores everything but log lines. Every line is on disk when OnLog returns; one that cannot be
+/// written is dropped. A file that cannot be opened makes the receiver discard everything.
 class CLogResponder final : public IResponder {
  public:
   /// Empties the file or creates it; the threshold is 0.
@@ -25,8 +25,7 @@ class CLogResponder final : public IResponder {
 
  private:
   std::atomic<int> m_nLevel{0};
-  std::ofstream m_Stream;
-  bool m_bOpened;
+  platform::TextFile m_File;
 };
 
 }  // namespace qzhid

@@ -5,11 +5,13 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cwchar>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
 #include "platform/platform.h"
+#include "platform/process_object.h"
 
 namespace qzhid {
 
@@ -69,19 +71,30 @@ class CLine {
 }  // namespace
 
 CMsg& CMsg::Instance() {
-  static CMsg instance;
-  return instance;
+  static constinit platform::CProcessObject<CMsg> instance;
+  return instance.Get();
 }
 
 template <class Call>
 void CMsg::Deliver(unsigned kind, const Call& call) {
   if (!m_Responders.Takes(kind)) return;
   const std::lock_guard<std::recursive_mutex> lock(kind == kProgress ? m_ProgressTurn : m_TextTurn);
-  const CResponderList::CPin pin(m_Responders);
-  for (const auto& [responder, takes] : pin.Get()) {
+  const auto receivers = m_Responders.Get();
+  if (!receivers) return;
+  for (const auto& entry : *receivers) {
     // An earlier receiver of this round may have removed a later one.
-    if ((takes & kind) != 0 && pin.IsRegistered(responder)) call(*responder);
+    if ((entry->takes & kind) != 0 && entry->isRegistered) call(entry->responder);
   }
+}
+
+void CMsg::BeginFork() { m_Responders.ForkLock().lock(); }
+
+void CMsg::EndFork(bool isChild) noexcept {
+  m_Responders.ForkLock().unlock();
+  if (!isChild) return;
+  // Whoever had the turns is not in this process.
+  new (&m_TextTurn) std::recursive_mutex;
+  new (&m_ProgressTurn) std::recursive_mutex;
 }
 
 void CMsg::RemoveResponder(IResponder* responder) {

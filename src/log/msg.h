@@ -6,6 +6,7 @@
 
 #include "log/responder.h"
 #include "log/responder_list.h"
+#include "platform/process_object.h"
 
 // Lets compilers that can do so check the arguments of narrow format strings.
 #if defined(__GNUC__)
@@ -35,12 +36,14 @@ class CMsg {
   /// for one that this call was made from.
   void RemoveResponder(IResponder* responder);
 
-  /// Removes all receivers. Never waits; a delivery that is under way may still reach receivers
+  /// Removes all receivers. Waits for no delivery; one that is under way may still reach a receiver
   /// while this returns.
   void ClearResponders() noexcept { m_Responders.Clear(); }
+  /// The same in a process whose other threads may be gone, with the locks that they had.
+  void TryClearResponders() noexcept { m_Responders.TryClear(); }
 
   /// Whether any receiver takes lines; for callers that have work with what they log.
-  bool IsHeard() noexcept { return m_Responders.Takes(kLines); }
+  bool IsHeard() { return m_Responders.Takes(kLines); }
 
   /// Delivers one line: "[time]  func, message". The message carries its own line end and is cut at
   /// 1023 characters.
@@ -59,7 +62,14 @@ class CMsg {
   /// Delivers a progress value in percent.
   void Progress(int value);
 
+  /// Around a fork of the process, on the thread that forks. The child can log, whatever the other
+  /// threads of the process were doing.
+  void BeginFork();
+  void EndFork(bool isChild) noexcept;
+
  private:
+  friend class platform::CProcessObject<CMsg>;
+
   CMsg() = default;
   ~CMsg() = default;
 

@@ -1,70 +1,53 @@
-// The hub's receivers, as an immutable list that is swapped whole.
+// The message hub's receivers, as a list that is replaced whole.
 #pragma once
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "log/responder.h"
 
 namespace qzhid {
 
-/// Registration order is kept. No operation waits for another thread, so that a receiver can be
-/// registered or the list emptied while a delivery is under way, even from a thread that the
-/// delivering thread waits for, and in a process that is being torn down. Receivers are not owned.
+/// Registration order is kept. The lock is held for a look at the list or its replacement only, so
+/// a receiver can be registered or the list emptied while a delivery is under way, even from a
+/// thread that the delivering thread waits for. Receivers are not owned.
 class CResponderList {
-  struct Snapshot;
-
  public:
-  struct Entry {
-    IResponder* responder;
-    unsigned takes;
+  struct Registration {
+    Registration(IResponder& receiver, unsigned kinds) : responder(receiver), takes(kinds) {}
+
+    IResponder& responder;
+    const unsigned takes;
+    std::atomic<bool> isRegistered{true};
   };
-  using Receivers = std::vector<Entry>;
+  using Receivers = std::vector<std::shared_ptr<Registration>>;
 
   CResponderList() = default;
   CResponderList(const CResponderList&) = delete;
   CResponderList& operator=(const CResponderList&) = delete;
-  ~CResponderList();
 
-  /// Appends; the same receiver may stand in the list more than once. Throws std::bad_alloc.
+  /// Appends; the same receiver may be in the list more than once. Throws std::bad_alloc.
   void Add(IResponder* responder);
-  /// Removes the first entry of that receiver, if there is one. The first removal after an Add
-  /// needs no memory; others may throw std::bad_alloc.
+  /// Removes the first entry of that receiver, if there is one. Needs no memory.
   void Remove(const IResponder* responder);
   void Clear() noexcept;
+  /// Clears, unless another thread has the lock, which may be gone and never give it back.
+  void TryClear() noexcept;
   /// Whether any receiver takes what is of that kind.
-  bool Takes(unsigned kind) noexcept;
+  bool Takes(unsigned kind);
+  /// The list as it is now; null when there is none. It may hold entries that were removed.
+  std::shared_ptr<const Receivers> Get();
 
-  /// Keeps one list alive while it is read.
-  class CPin {
-   public:
-    explicit CPin(CResponderList& list) noexcept;
-    ~CPin();
-    CPin(const CPin&) = delete;
-    CPin& operator=(const CPin&) = delete;
-
-    const Receivers& Get() const noexcept;
-    bool Takes(unsigned kind) const noexcept;
-    /// Whether the receiver still stands in the list as it is now.
-    bool IsRegistered(const IResponder* responder) const noexcept;
-
-   private:
-    friend class CResponderList;
-    CResponderList& m_List;
-    Snapshot* m_pSnapshot;
-  };
+  /// Held by the thread that forks the process, so that the child finds a whole list.
+  std::mutex& ForkLock() { return m_Lock; }
 
  private:
-  std::unique_ptr<Snapshot> TakeRoom(std::size_t receivers);
-  bool TryReplace(const CPin& pin, std::unique_ptr<Snapshot> next);
-  void Retire(Snapshot* snapshot) noexcept;
-  void FreeRetired() noexcept;
+  void ClearLocked() noexcept;
 
-  std::atomic<Snapshot*> m_pCurrent{nullptr};  // null: empty
-  std::atomic<Snapshot*> m_pRetired{nullptr};  // replaced, perhaps still being read
-  std::atomic<Snapshot*> m_pSpare{nullptr};    // for a removal when there is no memory left
-  std::atomic<unsigned> m_nPins{0};
+  std::shared_ptr<const Receivers> m_pCurrent;
+  std::mutex m_Lock;  // guards the pointer
 };
 
 }  // namespace qzhid

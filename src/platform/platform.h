@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "QzHidAPI.h"
@@ -187,7 +188,7 @@ struct HostDescription {
 /// Suspends the calling thread for that many milliseconds.
 void SleepMs(std::uint32_t milliseconds);
 
-/// Milliseconds of a steady clock since some fixed moment of this process.
+/// Milliseconds of a steady clock since some fixed moment.
 std::uint64_t ClockMs();
 
 LocalTime GetLocalTime();
@@ -216,20 +217,67 @@ bool IsDirectory(const char* path);
 /// Whether the path exists and may be read and written by this process. An empty path does not.
 bool IsReadableAndWritable(const char* path);
 
+struct TextFileData;
+struct TextFileCloser {
+  void operator()(TextFileData* data) const noexcept;
+};
+/// Owner of one text file that is being written. Child processes do not inherit it.
+using TextFile = std::unique_ptr<TextFileData, TextFileCloser>;
+
+/// Creates the file or empties it. Waits for nobody: a pipe without a reader is a failure.
+Status CreateTextFile(const char* path, TextFile& file);
+
+/// Writes text whose lines end in "\n" at the file's end; it is the system's when this returns.
+/// What cannot be written is dropped, and raises no signal.
+void WriteTextFile(const TextFile& file, std::string_view text);
+
+/// Closes the file early, with the system's verdict; the owner is empty afterwards.
+Status CloseTextFile(TextFile& file);
+
 /// Makes the process leave a crash record in its current directory when it dies of an unhandled
 /// exception or fatal signal; the system's own handling follows. Returns the handler that was
 /// installed before, null when there was none.
 QZ_ExceptionFilter InstallCrashHandler();
 
-// ---- What a system tells the library; defined above the seam -----------------------------------
+// ---- The calling thread ------------------------------------------------------------------------
+
+/// While it lives, the calling thread is not cancelled where the system has such a thing: a thread
+/// that is ended between any two steps could leave a hub without firmware.
+class CCancellationShield {
+ public:
+  CCancellationShield() noexcept;
+  ~CCancellationShield();
+  CCancellationShield(const CCancellationShield&) = delete;
+  CCancellationShield& operator=(const CCancellationShield&) = delete;
+
+ private:
+  const int m_nOuter;
+};
+
+/// While it lives, inside a shield, the calling thread runs code of the host and can be cancelled
+/// as the host wants it. Throws what a cancelled thread unwinds with.
+class CCancellationWindow {
+ public:
+  CCancellationWindow();
+  ~CCancellationWindow();
+  CCancellationWindow(const CCancellationWindow&) = delete;
+  CCancellationWindow& operator=(const CCancellationWindow&) = delete;
+};
+
+// ---- What a system says to the library; defined above the seam ---------------------------------
 //
-// A system that tells its libraries of threads calls these, perhaps under a lock of its own loader:
-// they wait for no other thread.
+// A system that informs its libraries of threads calls these, perhaps under a lock of its own
+// loader: they wait for no other thread.
 
 /// A thread of the process starts.
 void OnThreadAttach() noexcept;
 
 /// The library is being unloaded or the process ends; its other threads may be gone already.
 void OnProcessDetach() noexcept;
+
+// Around a fork of the process, on the thread that forks. The child can go on using the library,
+// whatever the other threads of the process were doing.
+void OnForkBegin() noexcept;
+void OnForkEnd(bool isChild) noexcept;
 
 }  // namespace qzhid::platform

@@ -21,9 +21,8 @@ LocalTime SystemLocalTime() {
 }
 
 std::uint64_t SystemClockMs() {
-  using Clock = std::chrono::steady_clock;
-  static const Clock::time_point start = Clock::now();
-  const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+  const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::chrono::steady_clock::now().time_since_epoch());
   return static_cast<std::uint64_t>(elapsed.count());
 }
 

@@ -74,11 +74,11 @@ struct CRequestCMD::Stage {
 };
 
 CRequestCMD& CRequestCMD::Instance() {
-  static CRequestCMD instance;
+  static constinit platform::CProcessObject<CRequestCMD> object;
+  CRequestCMD& instance = object.Get();
+  if (!instance.m_bHostLogged.test_and_set()) LogHost("CRequestCMD::CRequestCMD");
   return instance;
 }
-
-CRequestCMD::CRequestCMD() { LogHost("CRequestCMD::CRequestCMD"); }
 
 bool CRequestCMD::HasProperty(const char* tag) const {
   if (m_pProperty == nullptr) CMsg::Instance().Log(3, tag, "Property Object is null!!\n");

@@ -1,8 +1,10 @@
 // The hub controller's vendor requests by name.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
+#include "platform/process_object.h"
 #include "transport/property.h"
 
 namespace qzhid {
@@ -67,13 +69,16 @@ class CRequestCMD {
   struct RequestCode;
   struct Stage;
 
-  CRequestCMD();
+  friend class platform::CProcessObject<CRequestCMD>;
+
+  CRequestCMD() = default;
 
   bool HasProperty(const char* tag) const;
   std::uint32_t Send(const char* tag, const RequestCode& code, std::uint16_t wValue,
                      std::uint16_t wIndex, const Stage& stage);
 
   IPropertyEx* m_pProperty = nullptr;
+  std::atomic_flag m_bHostLogged;
 };
 
 }  // namespace qzhid

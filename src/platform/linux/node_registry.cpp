@@ -1,12 +1,13 @@
 #include "platform/linux/node_registry.h"
 
+#include "platform/backend_locks.h"
 #include "platform/linux/sysfs.h"
 
 namespace qzhid::platform {
 
 CNodeRegistry& CNodeRegistry::Instance() {
-  static CNodeRegistry instance;
-  return instance;
+  static constinit CProcessObject<CNodeRegistry> instance;
+  return instance.Get();
 }
 
 DevInst CNodeRegistry::FindLocked(const std::string& folder, std::uint64_t instance) const {
@@ -45,5 +46,8 @@ void CNodeRegistry::DropAbsent() {
     return !IsPresent(entry.second->folder, entry.second->instance);
   });
 }
+
+void LockBackend() { CNodeRegistry::Instance().ForkLock().lock(); }
+void UnlockBackend() { CNodeRegistry::Instance().ForkLock().unlock(); }
 
 }  // namespace qzhid::platform

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/linux/node_facts.h"
+#include "platform/process_object.h"
 
 namespace qzhid::platform {
 
@@ -29,7 +30,14 @@ class CNodeRegistry {
   /// Forgets the nodes that have left.
   void DropAbsent();
 
+  /// Held by the thread that forks the process, so that the child finds a whole registry.
+  std::mutex& ForkLock() { return m_Lock; }
+
  private:
+  friend class CProcessObject<CNodeRegistry>;
+
+  CNodeRegistry() = default;
+
   DevInst FindLocked(const std::string& folder, std::uint64_t instance) const;
 
   std::mutex m_Lock;

@@ -38,9 +38,10 @@ class CFileHandle {
     std::swap(m_nFile, other.m_nFile);
     return *this;
   }
-  ~CFileHandle() {
-    if (m_nFile >= 0) close(m_nFile);
-  }
+  ~CFileHandle() { Close(); }
+
+  /// Whether it was closed without a failure, which errno then explains.
+  bool Close() { return m_nFile < 0 || close(std::exchange(m_nFile, -1)) == 0; }
 
   explicit operator bool() const { return m_nFile >= 0; }
   int get() const { return m_nFile; }

@@ -1,8 +1,8 @@
 // Parents, ids and properties of device nodes.
 #include "platform/platform.h"
 #include "platform/virtual/error_codes.h"
+#include "platform/virtual/machine.h"
 #include "platform/wide_text.h"
-#include "virtualhub/current_world.h"
 
 namespace qzhid::platform {
 
@@ -15,7 +15,7 @@ namespace {
 // One call for a node that must be present.
 template <typename Body>
 Status CallForNode(DevInst node, const char* service, Body body) {
-  const auto world = virtualhub::HoldCurrentWorld();
+  const auto world = HoldMachine();
   return ToStatus(world->Call(service, node, 0, [&](const virtualhub::World::View& view) -> Result {
     const Node* found = view.FindNode(node);
     return found == nullptr ? Result{Error::NoSuchNode} : body(*found);

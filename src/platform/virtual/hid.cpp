@@ -3,6 +3,7 @@
 
 #include "platform/platform.h"
 #include "platform/virtual/error_codes.h"
+#include "platform/virtual/machine.h"
 #include "platform/virtual/open_handle.h"
 #include "platform/wide_text.h"
 
@@ -63,7 +64,7 @@ Result CallForDevice(const HidDeviceData& device, const char* service, std::uint
 
 OpenStatus OpenHidDevice(const std::wstring& path, HidDevice& device) {
   device.reset();
-  const auto world = virtualhub::HoldCurrentWorld();
+  const auto world = HoldMachine();
   const DevInst node = NodeOfPath(path);
   const Result result = world->Call("OpenHidDevice", node, 0, [&](const View& view) -> Result {
     return {view.FindHid(node) == nullptr ? Error::NoSuchPath : Error::None};
@@ -74,7 +75,7 @@ OpenStatus OpenHidDevice(const std::wstring& path, HidDevice& device) {
 
 Status CreateReportEvent(Event& event) {
   event.reset();
-  const auto world = virtualhub::HoldCurrentWorld();
+  const auto world = HoldMachine();
   const Result result =
       world->Call("CreateReportEvent", 0, 0, [](const View&) -> Result { return {}; });
   if (result.ok()) event.reset(new EventData{{world, HandleKind::Event}});

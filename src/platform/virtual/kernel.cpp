@@ -2,7 +2,7 @@
 #include "platform/library_file.h"
 #include "platform/system_time.h"
 #include "platform/virtual/error_codes.h"
-#include "virtualhub/current_world.h"
+#include "platform/virtual/machine.h"
 
 namespace qzhid::platform {
 
@@ -46,12 +46,12 @@ bool CanRead(virtualhub::World& world, const char* service) {
 
 }  // namespace
 
-void SleepMs(std::uint32_t milliseconds) { virtualhub::HoldCurrentWorld()->SleepMs(milliseconds); }
+void SleepMs(std::uint32_t milliseconds) { HoldMachine()->SleepMs(milliseconds); }
 
-std::uint64_t ClockMs() { return virtualhub::HoldCurrentWorld()->clock().NowUs() / 1000; }
+std::uint64_t ClockMs() { return HoldMachine()->clock().NowUs() / 1000; }
 
 LocalTime GetLocalTime() {
-  const auto world = virtualhub::HoldCurrentWorld();
+  const auto world = HoldMachine();
   if (world->clock().mode() == virtualhub::Clock::Mode::Virtual) {
     const virtualhub::CalendarTime now = world->clock().VirtualCalendar();
     return {now.year, now.month, now.day, now.hour, now.minute, now.second};
@@ -60,20 +60,20 @@ LocalTime GetLocalTime() {
 }
 
 Status GetLibraryPath(std::string& path) {
-  const auto world = virtualhub::HoldCurrentWorld();
+  const auto world = HoldMachine();
   const auto result = world->Call("GetLibraryPath", 0, 0,
                                   [](const virtualhub::World::View&) -> Result { return {}; });
   return result.ok() ? SystemLibraryPath(path) : ToStatus(result);
 }
 
 Architecture NativeArchitecture() {
-  const auto world = virtualhub::HoldCurrentWorld();
+  const auto world = HoldMachine();
   if (!CanRead(*world, "NativeArchitecture")) return Architecture::Unknown;
   return ToArchitecture(world->host().architecture);
 }
 
 HostDescription DescribeHost() {
-  const auto world = virtualhub::HoldCurrentWorld();
+  const auto world = HoldMachine();
   const virtualhub::HostConfig& host = world->host();
   HostDescription description;
   description.major = host.major;
@@ -90,8 +90,6 @@ HostDescription DescribeHost() {
   return description;
 }
 
-void DebugOutput(const std::wstring& text) {
-  virtualhub::HoldCurrentWorld()->DebugText(ToNarrow(text));
-}
+void DebugOutput(const std::wstring& text) { HoldMachine()->DebugText(ToNarrow(text)); }
 
 }  // namespace qzhid::platform

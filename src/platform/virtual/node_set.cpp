@@ -4,6 +4,7 @@
 #include "platform/hid_class.h"
 #include "platform/platform.h"
 #include "platform/virtual/error_codes.h"
+#include "platform/virtual/machine.h"
 #include "platform/virtual/open_handle.h"
 
 namespace qzhid::platform {
@@ -35,7 +36,7 @@ Status CallForNode(const NodeSet& set, const char* service, std::uint32_t index,
 
 Status OpenNodeSet(const Guid& interfaceClass, NodeSet& set) {
   set.reset();
-  const auto world = virtualhub::HoldCurrentWorld();
+  const auto world = HoldMachine();
   auto nodes = std::make_shared<const std::vector<DevInst>>();
   const Result result = world->Call("OpenNodeSet", 0, 0, [&](const View& view) -> Result {
     if (IsHidClass(interfaceClass)) nodes = view.HidNodes();

@@ -1,8 +1,14 @@
-// Where the system tells the library of processes and threads.
+// Where the system informs the library of processes and threads.
+#include "platform/process_object.h"
 #include "platform/windows/system.h"
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*) {
-  if (reason == DLL_THREAD_ATTACH) qzhid::platform::OnThreadAttach();
-  if (reason == DLL_PROCESS_DETACH) qzhid::platform::OnProcessDetach();
+using namespace qzhid::platform;
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void* processEnd) {
+  if (reason == DLL_THREAD_ATTACH) OnThreadAttach();
+  if (reason == DLL_PROCESS_DETACH) {
+    OnProcessDetach();
+    if (processEnd == nullptr) DestroyProcessObjects();
+  }
   return TRUE;
 }

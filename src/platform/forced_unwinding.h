@@ -1,0 +1,25 @@
+// What a thread unwinds with that is being ended.
+#pragma once
+
+#if __has_include(<bits/cxxabi_forced.h>)
+#include <cxxabi.h>
+#endif
+
+namespace qzhid::platform {
+
+/// Unwinds a thread that was cancelled, or that ended itself in a callback. Whoever catches it must
+/// throw it on, or the process ends.
+#if __has_include(<bits/cxxabi_forced.h>)
+using ForcedUnwinding = abi::__forced_unwind;
+#else
+class ForcedUnwinding {};  // never thrown: here no thread is ended that way
+#endif
+
+// For functions that catch it. It has no object, which a sanitizer takes for a null reference.
+#if defined(__GNUC__)
+#define QZ_CATCHES_FORCED_UNWINDING __attribute__((no_sanitize("null")))
+#else
+#define QZ_CATCHES_FORCED_UNWINDING
+#endif
+
+}  // namespace qzhid::platform

@@ -1,0 +1,54 @@
+// How the library takes part in the life of its process: exit, unloading and forks.
+#include <pthread.h>
+
+#include "platform/backend_locks.h"
+#include "platform/platform.h"
+#include "platform/process_object.h"
+
+namespace qzhid::platform {
+
+namespace {
+
+void BeginFork() {
+  OnForkBegin();
+  LockBackend();
+  MakingLock().lock();
+}
+
+void EndForkInParent() {
+  MakingLock().unlock();
+  UnlockBackend();
+  OnForkEnd(false);
+}
+
+void EndForkInChild() {
+  // The lock knows its thread by a number that is another one in the child.
+  new (&MakingLock()) std::recursive_mutex;
+  UnlockBackend();
+  OnForkEnd(true);
+}
+
+/// The end of a process destroys objects like this one before it finishes its libraries; the
+/// unloading of a library does it the other way round.
+class CProcessEnd {
+ public:
+  CProcessEnd() { pthread_atfork(BeginFork, EndForkInParent, EndForkInChild); }
+  ~CProcessEnd() { s_bBegun = true; }
+  CProcessEnd(const CProcessEnd&) = delete;
+  CProcessEnd& operator=(const CProcessEnd&) = delete;
+
+  static bool HasBegun() { return s_bBegun; }
+
+ private:
+  static constinit inline bool s_bBegun = false;
+};
+const CProcessEnd g_ProcessEnd;
+
+// Threads may be inside the library to the end of the process, so nothing is taken from them then.
+__attribute__((destructor)) void FinishLibrary() {
+  if (!CProcessEnd::HasBegun()) DestroyProcessObjects();
+}
+
+}  // namespace
+
+}  // namespace qzhid::platform

@@ -1,0 +1,11 @@
+// Windows does not cancel threads.
+#include "platform/platform.h"
+
+namespace qzhid::platform {
+
+CCancellationShield::CCancellationShield() noexcept : m_nOuter(0) {}
+CCancellationShield::~CCancellationShield() = default;
+CCancellationWindow::CCancellationWindow() = default;
+CCancellationWindow::~CCancellationWindow() = default;
+
+}  // namespace qzhid::platform
