@@ -220,14 +220,64 @@ TEST_F(CrossingCallsTest, AnUpdateIsNotHarmedByOtherThreadsThatCallAndConfigureT
   EXPECT_TRUE(Holds("other", virtualhub::BuildImage({}, 0x10000)));
 }
 
-TEST_F(CrossingCallsTest, OtherCallsOfSeveralThreadsTakeTurns) {
+TEST_F(CrossingCallsTest, CallsOfSeveralThreadsThatTakeTheConnectionOverWaitForTheOthers) {
   const auto readIds = [this] {
     std::uint32_t vid = 0, pid = 0;
     EXPECT_EQ(1, QZ_GetHubVIDPIDFromHidDevice(other, &vid, &pid));
     EXPECT_EQ(0x2E7Cu, vid);
   };
-  const Crowd crowd({[] { EXPECT_EQ(2u, List()); }, readIds});
+  const auto share = [this] {
+    QZ_HidI2CConfig(handle, 0xA0, 2, 1);
+    QZ_HidI2CRead(handle, 0, g_room, 2);
+    QZ_HidSetHubGPIO(handle, 1, 1);
+  };
+  const Crowd crowd({[] { EXPECT_EQ(2u, List()); }, readIds, share});
   for (int i = 0; i < 20; ++i) readIds();
+}
+
+// The first exchange ends when the other thread has given up.
+TEST_F(CrossingCallsTest, CallsThatOnlySendMeetAtTheTransferLockWhichGivesUpInTime) {
+  std::atomic<bool> isInside{false}, hasGivenUp{false};
+  world->SetExchangeHook([&](const virtualhub::Exchange&) {
+    if (isInside.exchange(true)) return;
+    while (!hasGivenUp) std::this_thread::yield();
+  });
+  std::uint8_t first[2] = {}, second[2] = {};
+  std::thread slow([&] { EXPECT_EQ(0u, QZ_HidGPIOR(handle, 1, first, 2)); });
+  while (!isInside) std::this_thread::yield();
+  EXPECT_EQ(kStatusRefused, QZ_HidGPIOR(handle, 1, second, 2));
+  hasGivenUp = true;
+  slow.join();
+  world->SetExchangeHook(nullptr);
+  constexpr const char* kTag = "CHidTransfers::HidDataIn";
+  EXPECT_EQ(51u, log.Count({3, kTag, "Can't Obtain Lock!\n"})) << "every 100 ms up to 5000 ms";
+  EXPECT_EQ(1u, log.Count({3, kTag, "WqHIDDataIn Timeout Fail! \n"}));
+}
+
+TEST_F(CrossingCallsTest, ARefusedListingLeavesItsOutputsAsOneThatFindsNothing) {
+  HidDevRecord untouched{};
+  HidDevRecord* list = &untouched;
+  std::uint32_t count = 7;
+  Update([&](int percent) {
+    if (percent == 45) QZ_ListAllHidDev(&list, &count);
+  });
+  EXPECT_EQ(0u, count);
+  EXPECT_EQ(&untouched, list);
+}
+
+TEST_F(CrossingCallsTest, ACloseByAnotherThreadAfter100PercentTakesEffectWhenTheUpdateHasReturned) {
+  const auto isUsable = [this] { return QZ_HidGPIOW(handle, 1, 1) == 0; };
+  bool wasUsable = false;
+  EXPECT_TRUE(Update([&](int percent) {
+    if (percent != 100) return;
+    List();
+    handle = QZ_OpenHid(world->HidInstance("hub"));
+    std::thread([this] { QZ_CloseDev(handle); }).join();
+    wasUsable = isUsable();
+  }));
+  EXPECT_TRUE(wasUsable) << "the callback has a hub until it is over";
+  EXPECT_FALSE(isUsable());
+  EXPECT_EQ(0, OpenHandles());
 }
 
 }  // namespace

@@ -1,9 +1,8 @@
 // Places that a log file cannot be written to, or not for long: the work goes on.
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <csignal>
 
 #include "api/api_test.h"
 #include "support/private_library.h"
@@ -15,12 +14,13 @@ namespace fs = std::filesystem;
 
 /// A file size limit stands for a disk that is full: what does not fit fails in the same way.
 void LimitFileSize(rlim_t bytes) {
-  std::signal(SIGXFSZ, SIG_IGN);
   rlimit limit{};
   getrlimit(RLIMIT_FSIZE, &limit);
   limit.rlim_cur = bytes;
   setrlimit(RLIMIT_FSIZE, &limit);
 }
+
+void MakePipe(const std::string& path) { mkfifo(path.c_str(), 0600); }
 
 class HostilePlaceTest : public ApiTest {
  protected:
@@ -51,6 +51,7 @@ TEST_F(HostilePlaceTest, NeitherAPlaceThatCannotBeWrittenNorOneThatFillsUpHinder
                               std::string(100, 'c'));
   fs::create_directories(deep);
   const auto nothing = [] {};
+  int reader = -1;
   const struct {
     const char* place;
     std::string path;
@@ -70,6 +71,13 @@ TEST_F(HostilePlaceTest, NeitherAPlaceThatCannotBeWrittenNorOneThatFillsUpHinder
               {"a device that is always full", file, true, false,
                [&] { fs::create_symlink("/dev/full", file); }, nothing},
               {"full from some line on", file, true, false, [] { LimitFileSize(1000); }, nothing},
+              {"a pipe without a reader", file, true, false, [&] { MakePipe(file); }, nothing},
+              {"a pipe whose reader goes away", file, true, false,
+               [&] {
+                 MakePipe(file);
+                 reader = open(file.c_str(), O_RDONLY | O_NONBLOCK);
+               },
+               [&] { close(reader); }},
               {"full for a while", file, true, true, [] { LimitFileSize(1000); },
                [] { LimitFileSize(RLIM_INFINITY); }}};
   for (const auto& row : rows) {
