@@ -5,7 +5,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cwchar>
-#include <new>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -78,7 +77,7 @@ CMsg& CMsg::Instance() {
 template <class Call>
 void CMsg::Deliver(unsigned kind, const Call& call) {
   if (!m_Responders.Takes(kind)) return;
-  const std::lock_guard<std::recursive_mutex> lock(kind == kProgress ? m_ProgressTurn : m_TextTurn);
+  const std::lock_guard<CDeliveryTurn> lock(kind == kProgress ? m_ProgressTurn : m_TextTurn);
   const auto receivers = m_Responders.Get();
   if (!receivers) return;
   for (const auto& entry : *receivers) {
@@ -87,20 +86,22 @@ void CMsg::Deliver(unsigned kind, const Call& call) {
   }
 }
 
-void CMsg::BeginFork() { m_Responders.ForkLock().lock(); }
+void CMsg::BeginFork() {
+  m_TextTurn.BeginFork();
+  m_ProgressTurn.BeginFork();
+  m_Responders.ForkLock().lock();
+}
 
 void CMsg::EndFork(bool isChild) noexcept {
   m_Responders.ForkLock().unlock();
-  if (!isChild) return;
-  // Whoever had the turns is not in this process.
-  new (&m_TextTurn) std::recursive_mutex;
-  new (&m_ProgressTurn) std::recursive_mutex;
+  m_ProgressTurn.EndFork(isChild);
+  m_TextTurn.EndFork(isChild);
 }
 
 void CMsg::RemoveResponder(IResponder* responder) {
   m_Responders.Remove(responder);
-  for (std::recursive_mutex* const turn : {&m_TextTurn, &m_ProgressTurn}) {
-    const std::lock_guard<std::recursive_mutex> waitForDelivery(*turn);
+  for (CDeliveryTurn* const turn : {&m_TextTurn, &m_ProgressTurn}) {
+    const std::lock_guard<CDeliveryTurn> waitForDelivery(*turn);
   }
 }
 

@@ -2,8 +2,7 @@
 // to the registered receivers.
 #pragma once
 
-#include <mutex>
-
+#include "log/delivery_turn.h"
 #include "log/responder.h"
 #include "log/responder_list.h"
 #include "platform/process_object.h"
@@ -78,8 +77,8 @@ class CMsg {
   void Deliver(unsigned kind, const Call& call);
 
   CResponderList m_Responders;
-  std::recursive_mutex m_TextTurn;      // held while receivers are called
-  std::recursive_mutex m_ProgressTurn;  // the same for progress values
+  CDeliveryTurn m_TextTurn;      // held while receivers are called
+  CDeliveryTurn m_ProgressTurn;  // the same for progress values
 };
 
 }  // namespace qzhid

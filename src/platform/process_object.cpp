@@ -10,9 +10,9 @@ constinit CProcessObjectBase* g_pYoungest = nullptr;
 
 }  // namespace
 
-std::recursive_mutex& MakingLock() noexcept {
-  alignas(std::recursive_mutex) static std::byte room[sizeof(std::recursive_mutex)];
-  static std::recursive_mutex& lock = *new (room) std::recursive_mutex;
+std::mutex& MakingLock() noexcept {
+  alignas(std::mutex) static std::byte room[sizeof(std::mutex)];
+  static std::mutex& lock = *new (room) std::mutex;
   return lock;
 }
 

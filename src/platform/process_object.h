@@ -51,13 +51,13 @@ class CProcessObject final : public CProcessObjectBase {
   alignas(T) std::byte m_Room[sizeof(T)]{};
 };
 
-/// Held while an object is made, which may need others. Not the lock that the compiler makes for a
-/// static object: a child process forked meanwhile could not give that one back.
-std::recursive_mutex& MakingLock() noexcept;
+/// Held while an object is made, whose constructor may not need another one. Not the lock that the
+/// compiler makes for a static object: a child process forked meanwhile could not give that back.
+std::mutex& MakingLock() noexcept;
 
 template <class T>
 T& CProcessObject<T>::Make() {
-  const std::lock_guard<std::recursive_mutex> lock(MakingLock());
+  const std::lock_guard<std::mutex> lock(MakingLock());
   if (T* const made = m_pObject.load(std::memory_order_relaxed); made != nullptr) return *made;
   T* const object = new (m_Room) T;
   Register(&Destroy);

@@ -15,18 +15,14 @@ void BeginFork() {
   MakingLock().lock();
 }
 
-void EndForkInParent() {
+void EndFork(bool isChild) {
   MakingLock().unlock();
   UnlockBackend();
-  OnForkEnd(false);
+  OnForkEnd(isChild);
 }
 
-void EndForkInChild() {
-  // The lock knows its thread by a number that is another one in the child.
-  new (&MakingLock()) std::recursive_mutex;
-  UnlockBackend();
-  OnForkEnd(true);
-}
+void EndForkInParent() { EndFork(false); }
+void EndForkInChild() { EndFork(true); }
 
 /// The end of a process destroys objects like this one before it finishes its libraries; the
 /// unloading of a library does it the other way round.
