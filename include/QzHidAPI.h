@@ -325,6 +325,10 @@ QZ_API uint32_t QZ_HidGPIOW(void* pDev, uint32_t gpio, uint32_t level);
 
 /**
  * Sets a hub GPIO by the hub's own numbering (16 bits, not checked).
+ *
+ * @param pDev   Anything but null: it is not looked at, and the hub that is open gets the request.
+ * @param gpio   The number.
+ * @param level  The level.
  * @return 1 on success, else 0.
  */
 QZ_API uint8_t QZ_HidSetHubGPIO(void* pDev, uint32_t gpio, uint8_t level);
