@@ -62,7 +62,9 @@ void CLogControl::Configure(bool enable, int level) {
   // for the loader, under whose lock another thread may be waiting for that object.
   const std::string custom = CustomPath();
   if (custom.empty()) {
-    DefaultLog(PathBesideLibrary(kDefaultLogName).value_or(kDefaultLogName)).Register(level);
+    std::string path = kDefaultLogName;
+    PathBesideLibrary(kDefaultLogName, path);
+    DefaultLog(path).Register(level);
   } else {
     CustomLog(custom).Register(level);
   }
