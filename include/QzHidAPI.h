@@ -188,9 +188,10 @@ QZ_API void QZ_DllPassPara(uint32_t value);
  * tens of seconds on a real hub, while the hub leaves and re-enters the bus.
  *
  * @param pDev      A handle.
- * @param path      The image file. A file that cannot be read, is empty, is too short to hold its
- *                  own version or longer than 16 MiB is refused before the hub is touched: it keeps
- *                  running what it runs.
+ * @param path      The image file. One that cannot be loaded (empty, not readable to its end, not a
+ *                  regular file) is refused before the hub is reset: it keeps running what it runs.
+ *                  Any other is written, however short or long: whether it is an image for this hub
+ *                  is for the host to find out before.
  * @param callback  Called with 0, 10, 20, 30 to 70 while writing, 90 and 100; with 0 after a
  *                  failure. May be null.
  * @return 1 when the image is written, checked and (see QZ_DllPassPara) started, else 0. After a
@@ -208,7 +209,7 @@ QZ_API uint8_t QZ_UpdateDev(void* pDev, const char* path, QZ_ProgressCallback ca
  * @param pDev      A handle.
  * @param path      The image file.
  * @param pVersion  Receives the version, major in the high byte; untouched on failure.
- * @return 1 on success, else 0 (no such file, too short or long, not a handle).
+ * @return 1 on success, else 0 (no such file, not loaded, too short for a version, not a handle).
  * The open device: closes the device.
  */
 QZ_API uint8_t QZ_ReadBinVersion(void* pDev, const char* path, uint16_t* pVersion);
@@ -228,7 +229,7 @@ QZ_API uint8_t QZ_ReadDevVersion(void* pDev, uint16_t* pVersion);
  *
  * @param path       The image file.
  * @param pVID,pPID  Receive the ids; untouched on failure.
- * @return 1 on success, else 0 (null argument, no such file, unreadable, too short or long).
+ * @return 1 on success, else 0 (null argument, no such file, not loaded, too short for the ids).
  * The open device: untouched.
  */
 QZ_API uint8_t QZ_GetHidBinFileVIDPID(const char* path, uint32_t* pVID, uint32_t* pPID);

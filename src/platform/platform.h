@@ -14,6 +14,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "QzHidAPI.h"
 
@@ -215,6 +216,10 @@ bool IsDirectory(const char* path);
 
 /// Whether the path exists and may be read and written by this process. An empty path does not.
 bool IsReadableAndWritable(const char* path);
+
+/// Reads a regular file whole into `bytes`, which a failure leaves as it is. What is no regular
+/// file is not opened, so nothing blocks; a file that grows or shrinks meanwhile is a failure, too.
+Status ReadRegularFile(const char* path, std::vector<std::uint8_t>& bytes);
 
 /// Makes the process leave a crash record in its current directory when it dies of an unhandled
 /// exception or fatal signal; the system's own handling follows. Returns the handler that was
