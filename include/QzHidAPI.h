@@ -20,7 +20,9 @@
  *    QZ_GetHidBinFileVIDPID may be called by any thread at any time.
  *  - One hub is open at a time. The library talks to the hub that was opened last; the functions
  *    that say "closes the device" take that connection away, and the bridge and GPIO functions then
- *    answer with the system's invalid-handle code until QZ_OpenHid is called again.
+ *    answer with the system's invalid-handle code until QZ_OpenHid is called again. After listing,
+ *    after QZ_CloseDev of any handle and after QZ_GetHubVIDPIDFromHidDevice every function that
+ *    talks to the hub of a handle fails until then, QZ_UpdateDev and QZ_ReadDevVersion too.
  *  - Multi-byte values are in the host's byte order unless said otherwise.
  *  - Results are of four kinds: a handle or null; a boolean (1 done, 0 failed); a 32-bit status; or
  *    nothing. A status is 0 for success, 0xFFFFFFFF (QZ_STATUS_REFUSED) when an argument was
@@ -136,7 +138,7 @@ typedef void (*QZ_ProgressCallback)(int32_t percent);
  * @param pCount  Receives the number of devices found, also when their records could not be read.
  * @return 1 when at least one device is listed, else 0. Both pointers must be valid; null is
  *         refused with 0.
- * The open device: released. Any handle stays valid but its device is closed.
+ * The open device: released. Any handle stays valid, but reaches no hub until QZ_OpenHid.
  */
 QZ_API uint8_t QZ_ListAllHidDev(HidDevRecord** ppList, uint32_t* pCount);
 
