@@ -9,7 +9,7 @@
  * Ends with "updated: OLD -> NEW" and exit status 0, else with one line on standard error and 1.
  */
 #if !defined(_WIN32)
-#define _POSIX_C_SOURCE 200809L /* isatty; NOLINT(bugprone-reserved-identifier) */
+#define _XOPEN_SOURCE 700 /* isatty, S_IFMT; NOLINT(bugprone-reserved-identifier) */
 #include <unistd.h>
 #define IS_TERMINAL(file) isatty(fileno(file))
 #else
@@ -18,10 +18,14 @@
 #endif
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include "QzHidAPI.h"
 
 enum { BAR_WIDTH = 40 };
+
+/* Bytes: an image holds its version before the first limit, no flash is larger than the other. */
+enum { SHORTEST_IMAGE = 0x7FA8, LONGEST_IMAGE = 0x1000000 };
 
 static int g_isTerminal;
 static int32_t g_shown = -1;
@@ -49,6 +53,17 @@ static void showProgress(int32_t percent) {
 static int fail(const char* what) {
   fprintf(stderr, "update_hub: %s\n", what);
   return 1;
+}
+
+/* The library writes whatever it is given, so the host refuses what cannot be an image. What is no
+ * regular file has no size to look at. */
+static const char* whyNoImage(const char* path) {
+  struct stat facts;
+  if (stat(path, &facts) != 0) return "cannot find the image";
+  if ((facts.st_mode & S_IFMT) != S_IFREG) return "the image is not a regular file";
+  if (facts.st_size < SHORTEST_IMAGE) return "the image is too short to be a whole one";
+  if (facts.st_size > LONGEST_IMAGE) return "the image is too long to be one";
+  return NULL;
 }
 
 /* UTF-16 to plain text; what is not ASCII shows as '?'. */
@@ -112,10 +127,13 @@ static int update(void* hub, const char* image) {
 
 int main(int argc, char** argv) {
   const char* log;
+  const char* refusal;
   uint32_t number;
   void* hub;
   int result;
   if (argc < 2 || argc > 3) return fail("usage: update_hub IMAGE [DEVINST]");
+  refusal = whyNoImage(argv[1]);
+  if (refusal != NULL) return fail(refusal);
   g_isTerminal = IS_TERMINAL(stdout);
   log = getenv("UPDATE_HUB_LOG");
   if (log != NULL) {

@@ -20,7 +20,9 @@
  *    QZ_GetHidBinFileVIDPID may be called by any thread at any time.
  *  - One hub is open at a time. The library talks to the hub that was opened last; the functions
  *    that say "closes the device" take that connection away, and the bridge and GPIO functions then
- *    answer with the system's invalid-handle code until QZ_OpenHid is called again.
+ *    answer with the system's invalid-handle code until QZ_OpenHid is called again. After listing,
+ *    after QZ_CloseDev of any handle and after QZ_GetHubVIDPIDFromHidDevice every function that
+ *    talks to the hub of a handle fails until then, QZ_UpdateDev and QZ_ReadDevVersion too.
  *  - Multi-byte values are in the host's byte order unless said otherwise.
  *  - Results are of four kinds: a handle or null; a boolean (1 done, 0 failed); a 32-bit status; or
  *    nothing. A status is 0 for success, 0xFFFFFFFF (QZ_STATUS_REFUSED) when an argument was
@@ -136,7 +138,7 @@ typedef void (*QZ_ProgressCallback)(int32_t percent);
  * @param pCount  Receives the number of devices found, also when their records could not be read.
  * @return 1 when at least one device is listed, else 0. Both pointers must be valid; null is
  *         refused with 0.
- * The open device: released. Any handle stays valid but its device is closed.
+ * The open device: released. Any handle stays valid, but reaches no hub until QZ_OpenHid.
  */
 QZ_API uint8_t QZ_ListAllHidDev(HidDevRecord** ppList, uint32_t* pCount);
 
@@ -188,9 +190,10 @@ QZ_API void QZ_DllPassPara(uint32_t value);
  * tens of seconds on a real hub, while the hub leaves and re-enters the bus.
  *
  * @param pDev      A handle.
- * @param path      The image file. A file that cannot be read, is empty, is too short to hold its
- *                  own version or longer than 16 MiB is refused before the hub is touched: it keeps
- *                  running what it runs.
+ * @param path      The image file. One that cannot be loaded (empty, not readable to its end, not a
+ *                  regular file) is refused before the hub is reset: it keeps running what it runs.
+ *                  Any other is written, however short or long: whether it is an image for this hub
+ *                  is for the host to find out before.
  * @param callback  Called with 0, 10, 20, 30 to 70 while writing, 90 and 100; with 0 after a
  *                  failure. May be null.
  * @return 1 when the image is written, checked and (see QZ_DllPassPara) started, else 0. After a
@@ -208,7 +211,7 @@ QZ_API uint8_t QZ_UpdateDev(void* pDev, const char* path, QZ_ProgressCallback ca
  * @param pDev      A handle.
  * @param path      The image file.
  * @param pVersion  Receives the version, major in the high byte; untouched on failure.
- * @return 1 on success, else 0 (no such file, too short or long, not a handle).
+ * @return 1 on success, else 0 (no such file, not loaded, too short for a version, not a handle).
  * The open device: closes the device.
  */
 QZ_API uint8_t QZ_ReadBinVersion(void* pDev, const char* path, uint16_t* pVersion);
@@ -228,7 +231,7 @@ QZ_API uint8_t QZ_ReadDevVersion(void* pDev, uint16_t* pVersion);
  *
  * @param path       The image file.
  * @param pVID,pPID  Receive the ids; untouched on failure.
- * @return 1 on success, else 0 (null argument, no such file, unreadable, too short or long).
+ * @return 1 on success, else 0 (null argument, no such file, not loaded, too short for the ids).
  * The open device: untouched.
  */
 QZ_API uint8_t QZ_GetHidBinFileVIDPID(const char* path, uint32_t* pVID, uint32_t* pPID);
@@ -325,6 +328,10 @@ QZ_API uint32_t QZ_HidGPIOW(void* pDev, uint32_t gpio, uint32_t level);
 
 /**
  * Sets a hub GPIO by the hub's own numbering (16 bits, not checked).
+ *
+ * @param pDev   Anything but null: it is not looked at, and the hub that is open gets the request.
+ * @param gpio   The number.
+ * @param level  The level.
  * @return 1 on success, else 0.
  */
 QZ_API uint8_t QZ_HidSetHubGPIO(void* pDev, uint32_t gpio, uint8_t level);

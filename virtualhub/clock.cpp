@@ -13,7 +13,7 @@ constexpr auto kVirtualStart =
 }  // namespace
 
 std::uint64_t Clock::NowUs() const {
-  if (mode_ == Mode::Virtual) return virtualUs_.load();
+  if (mode_ == Mode::Virtual) return virtualUs_ += perLookUs_;
   const auto elapsed = std::chrono::steady_clock::now() - start_;
   return static_cast<std::uint64_t>(
       std::chrono::duration_cast<std::chrono::microseconds>(elapsed).count());

@@ -16,7 +16,7 @@ struct CalendarTime {
 class Clock {
  public:
   enum class Mode {
-    Virtual,  ///< time passes only in SleepUs, which returns at once
+    Virtual,  ///< time passes in SleepUs, which returns at once, and as PassPerLook says
     Real,
   };
 
@@ -26,13 +26,19 @@ class Clock {
   std::uint64_t NowUs() const;
   void SleepUs(std::uint64_t microseconds);
 
+  /// Lets that much virtual time pass at each look at the clock, as time passes while a program
+  /// runs; 0 at first.
+  void PassPerLook(std::uint64_t microseconds) { perLookUs_ = microseconds; }
+
   /// The calendar of the virtual clock: 2024-03-07 09:05:02 when the machine was made.
   CalendarTime VirtualCalendar() const;
 
  private:
   const Mode mode_;
   const std::chrono::steady_clock::time_point start_;
-  std::atomic<std::uint64_t> virtualUs_{0};
+  // NowUs moves the time on in an object that otherwise stays as it is.
+  mutable std::atomic<std::uint64_t> virtualUs_{0};
+  std::atomic<std::uint64_t> perLookUs_{0};
 };
 
 }  // namespace virtualhub

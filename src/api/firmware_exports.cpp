@@ -1,5 +1,5 @@
 // Versions, ids and updates.
-#include <fstream>
+#include <ios>
 #include <memory>
 
 #include "QzHidAPI.h"
@@ -150,13 +150,11 @@ bool ReadFileIds(const char* tag, const char* path, std::uint32_t* pVID, std::ui
     return Refuse(tag, "Invalidate parameter\n");
   }
   if (!DoesFileExist(tag, "Invalidate fw path,path:%s\n", path)) return false;
-  std::ifstream file;
-  file.exceptions(std::ios::failbit | std::ios::badbit);
-  file.open(path, std::ios::in | std::ios::binary);
-  file.exceptions(std::ios::goodbit);
+  FwBuffer image;
+  if (!platform::ReadRegularFile(path, image))
+    throw std::ios_base::failure("ios_base::failbit set");
   FwImageIds ids;
-  const FwBuffer image = ReadWhole(file);
-  if (IsTooLong(tag, image) || !ReadImageIds(tag, image, ids)) return false;
+  if (!ReadImageIds(tag, image, ids)) return false;
   *pVID = ids.vid;
   *pPID = ids.hspid;
   CMsg::Instance().Log(0, tag, "VID:%04X,HSPID:%04X\n", ids.vid, ids.hspid);

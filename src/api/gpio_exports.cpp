@@ -84,10 +84,6 @@ uint8_t QZ_HidSetHubGPIO(void* pDev, uint32_t gpio, uint8_t level) {
       CMsg::Instance().Log(3, kTag, "pDev is NULL\n");
       return 0;
     }
-    if (!CHandleTable::Instance().Find(pDev)) {
-      CMsg::Instance().Log(3, kTag, "Device is not present\n");
-      return 0;
-    }
     return SetHubGpio(kTag, gpio, level);
   });
 }

@@ -105,11 +105,12 @@ class CBlockTarget {
 class CDeadline {
  public:
   explicit CDeadline(std::uint32_t timeoutMs) : m_nTimeout(timeoutMs) {}
-  std::uint64_t Elapsed() const { return platform::ClockMs() - m_nStart; }
   bool IsOver() const { return Elapsed() > m_nTimeout; }
-  std::uint64_t Remaining() const { return IsOver() ? 0 : m_nTimeout - Elapsed(); }
+  std::uint64_t Remaining() const { return m_nTimeout - std::min(Elapsed(), m_nTimeout); }
 
  private:
+  std::uint64_t Elapsed() const { return platform::ClockMs() - m_nStart; }
+
   const std::uint64_t m_nStart = platform::ClockMs();
   const std::uint64_t m_nTimeout;
 };

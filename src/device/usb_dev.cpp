@@ -22,8 +22,8 @@ bool ReadStatus(StatusBlock& status) {
   return CRequestCMD::Instance().Yv_Status(status.data()) == 0;
 }
 
-int Percent(std::uint32_t chunk, std::uint32_t chunkSize, std::size_t total) {
-  return static_cast<int>(std::uint64_t{chunk} * chunkSize * 100 / total);
+int Percent(std::size_t done, std::size_t total) {
+  return static_cast<int>(std::uint64_t{done} * 100 / total);
 }
 
 }  // namespace
@@ -143,21 +143,20 @@ bool CUSBDev::ReadFlash(FwBuffer& buffer) { return ReadChunks(buffer, kChunkSize
 bool CUSBDev::WriteChunks(const FwBuffer& image, std::uint32_t chunkSize, bool resultIfEmpty) {
   CRequestCMD& request = CRequestCMD::Instance();
   CMsg& msg = CMsg::Instance();
-  const auto total = static_cast<std::uint32_t>(image.size());
-  const std::uint32_t fullChunks = total / chunkSize;
+  const std::size_t total = image.size();
+  const std::size_t fullChunks = total / chunkSize;
   bool isWritten = resultIfEmpty;
-  for (std::uint32_t i = 0; i < fullChunks; ++i) {
-    const std::uint32_t offset = i * chunkSize;
-    isWritten =
-        request.Yv_WriteFlash2(m_nFlashBase + offset, image.data() + offset, chunkSize) == 0;
-    const int percent = Percent(i, chunkSize, total);
+  for (std::size_t i = 0; i < fullChunks; ++i) {
+    const std::size_t offset = i * chunkSize;
+    isWritten = request.Yv_WriteFlash2(FlashAddress(offset), image.data() + offset, chunkSize) == 0;
+    const int percent = Percent(offset, total);
     msg.Print(2, "write flash complete %d%%\r", percent);
     msg.Progress(kWriteBegins + percent * 4 / 10);
     if (!isWritten) return false;
   }
-  const std::uint32_t offset = fullChunks * chunkSize;
-  if (const std::uint32_t rest = total - offset; rest > 0) {
-    isWritten = request.Yv_WriteFlash2(m_nFlashBase + offset, image.data() + offset, rest) == 0;
+  const std::size_t offset = fullChunks * chunkSize;
+  if (const auto rest = static_cast<std::uint32_t>(total - offset); rest > 0) {
+    isWritten = request.Yv_WriteFlash2(FlashAddress(offset), image.data() + offset, rest) == 0;
   }
   msg.Print(2, "write flash complete 100%%\n");
   return isWritten;
@@ -166,19 +165,19 @@ bool CUSBDev::WriteChunks(const FwBuffer& image, std::uint32_t chunkSize, bool r
 bool CUSBDev::ReadChunks(FwBuffer& buffer, std::uint32_t chunkSize) {
   CRequestCMD& request = CRequestCMD::Instance();
   CMsg& msg = CMsg::Instance();
-  const auto total = static_cast<std::uint32_t>(m_FwBuf.size());
+  const std::size_t total = m_FwBuf.size();
   if (buffer.size() < total) buffer.resize(total);
-  const std::uint32_t fullChunks = total / chunkSize;
+  const std::size_t fullChunks = total / chunkSize;
   bool isRead = true;
-  for (std::uint32_t i = 0; i < fullChunks; ++i) {
-    const std::uint32_t offset = i * chunkSize;
-    isRead = request.Yv_ReadFlash2(m_nFlashBase + offset, buffer.data() + offset, chunkSize) == 0;
-    msg.Print(2, "read flash complete %d%%\r", Percent(i, chunkSize, total));
+  for (std::size_t i = 0; i < fullChunks; ++i) {
+    const std::size_t offset = i * chunkSize;
+    isRead = request.Yv_ReadFlash2(FlashAddress(offset), buffer.data() + offset, chunkSize) == 0;
+    msg.Print(2, "read flash complete %d%%\r", Percent(offset, total));
     if (!isRead) return false;
   }
-  const std::uint32_t offset = fullChunks * chunkSize;
-  if (const std::uint32_t rest = total - offset; rest > 0) {
-    isRead = request.Yv_ReadFlash2(m_nFlashBase + offset, buffer.data() + offset, rest) == 0;
+  const std::size_t offset = fullChunks * chunkSize;
+  if (const auto rest = static_cast<std::uint32_t>(total - offset); rest > 0) {
+    isRead = request.Yv_ReadFlash2(FlashAddress(offset), buffer.data() + offset, rest) == 0;
   }
   msg.Print(2, "read flash complete 100%%\n");
   return isRead;

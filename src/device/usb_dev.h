@@ -63,6 +63,9 @@ class CUSBDev : public CKmoHubPDDev {
   std::uint32_t m_nFlashBase = 0;
 
  private:
+  std::uint32_t FlashAddress(std::size_t offset) const {
+    return m_nFlashBase + static_cast<std::uint32_t>(offset);
+  }
   void NeedVidPidMatch();
   void NeedTopoMatch();
 

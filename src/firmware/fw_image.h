@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <istream>
 #include <vector>
 
 namespace qzhid {
@@ -19,15 +18,6 @@ struct FwImageIds {
   std::uint16_t vid = 0;
   std::uint16_t hspid = 0;
 };
-
-/// Larger than any flash; what is longer is no image.
-inline constexpr std::size_t kMaxImageSize = 16 * 1024 * 1024;
-
-/// Reads the stream to its end, or to the first error, but not much more than an image may have.
-FwBuffer ReadWhole(std::istream& stream);
-
-/// Whether an image is longer than any may be; logged under `tag`.
-bool IsTooLong(const char* tag, const FwBuffer& image);
 
 /// Read big-endian fields. An image that is too short for a field that has to be read is logged
 /// under `tag`; the result is then false and the output untouched.

@@ -11,7 +11,7 @@ class CHubFwFinder final : public IFwFinder {
  public:
   explicit CHubFwFinder(std::string path) : m_strPath(std::move(path)) {}
 
-  /// True when at least one byte was read, and no more than an image may have.
+  /// True when the file is a regular one, could be read to its end and is not empty.
   bool LoadFwbin2Buf(FwBuffer& out) override;
 
  private:

@@ -78,14 +78,12 @@ bool CUniversalFlow::WriteImage(const Run& run) {
     return false;
   }
   Progress(10);
-  return HasUsableImage(run) && EnterLoader(run) && Program(run);
+  return HasImage(run) && EnterLoader(run) && Program(run);
 }
 
 // Without an image the hub must keep what it runs: nothing is reset or erased for it.
-bool CUniversalFlow::HasUsableImage(const Run& run) {
-  const FwBuffer& image = m_pDev->GetFwBuffer();
-  std::uint16_t version = 0;
-  if (!image.empty() && ReadImageVersion(run.tag, image, kImageVersion, version)) return true;
+bool CUniversalFlow::HasImage(const Run& run) {
+  if (!m_pDev->GetFwBuffer().empty()) return true;
   CMsg::Instance().Log(3, run.tag, kWriteFailure);
   return false;
 }

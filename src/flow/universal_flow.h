@@ -47,7 +47,7 @@ class CUniversalFlow final : public IMpFlow {
 
   Run Begin(const char* tag, bool hasBoardSteps);
   bool WriteImage(const Run& run);
-  bool HasUsableImage(const Run& run);
+  bool HasImage(const Run& run);
   bool EnterLoader(const Run& run);
   bool Program(const Run& run);
   bool StartFirmware(const Run& run);

@@ -41,8 +41,8 @@ CLogResponder& CLogControl::ChosenLog() {
   const bool isCustom = !m_strCustomPath.empty();
   std::unique_ptr<CLogResponder>& log = isCustom ? m_pCustomLog : m_pDefaultLog;
   if (!log) {
-    const std::string path =
-        isCustom ? m_strCustomPath : PathBesideLibrary(kDefaultLogName).value_or(kDefaultLogName);
+    std::string path = isCustom ? m_strCustomPath : kDefaultLogName;
+    if (!isCustom) PathBesideLibrary(kDefaultLogName, path);
     log = std::make_unique<CLogResponder>(path.c_str());
   }
   return *log;

@@ -1,7 +1,5 @@
 #include "platform/library_folder.h"
 
-#include "platform/platform.h"
-
 namespace qzhid {
 
 std::string FolderPart(const std::string& path) {
@@ -9,11 +7,12 @@ std::string FolderPart(const std::string& path) {
   return separator == std::string::npos ? std::string() : path.substr(0, separator + 1);
 }
 
-std::optional<std::string> PathBesideLibrary(const std::string& name) {
+platform::Status PathBesideLibrary(const std::string& name, std::string& path) {
   std::string library;
-  if (!platform::GetLibraryPath(library)) return std::nullopt;
+  if (const auto status = platform::GetLibraryPath(library); !status) return status;
   const std::string folder = FolderPart(library);
-  return (folder.empty() ? library : folder) + name;
+  path = (folder.empty() ? library : folder) + name;
+  return {};
 }
 
 }  // namespace qzhid

@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "QzHidAPI.h"
 
@@ -233,6 +234,10 @@ void WriteTextFile(const TextFile& file, std::string_view text);
 
 /// Closes the file early, with the system's verdict; the owner is empty afterwards.
 Status CloseTextFile(TextFile& file);
+
+/// Reads a regular file whole into `bytes`, which a failure leaves as it is. What is no regular
+/// file is not opened, so nothing blocks; a file that grows or shrinks meanwhile is a failure, too.
+Status ReadRegularFile(const char* path, std::vector<std::uint8_t>& bytes);
 
 /// Makes the process leave a crash record in its current directory when it dies of an unhandled
 /// exception or fatal signal; the system's own handling follows. Returns the handler that was

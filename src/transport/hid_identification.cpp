@@ -20,10 +20,10 @@ constexpr const char* kIdListName = "VidPid.ini";
 }  // namespace
 
 std::uint32_t CHidTransfers::Identify(std::uint32_t devInst) {
-  const std::optional<std::string> idList = PathBesideLibrary(kIdListName);
-  if (!idList) {
+  std::string idList;
+  if (const auto status = PathBesideLibrary(kIdListName, idList); !status) {
     CMsg::Instance().Log(3, kTag, "Get Dll Path Fail\n");
-    return kRefused;
+    return ErrorOf(status);
   }
   std::string deviceId;
   if (const auto status = platform::GetDeviceIdA(devInst, kDeviceIdCapacity, deviceId); !status) {
@@ -36,7 +36,7 @@ std::uint32_t CHidTransfers::Identify(std::uint32_t devInst) {
   CMsg::Instance().Log(0, kTag, "DevInst:%d,VID/PID:0x%04x/0x%04x\n", static_cast<int>(devInst),
                        vid, pid);
   if (vid == kFamilyVendorId) return 0;
-  if (GetVidPidList(*idList) == 0) return IdentifyByProductText();
+  if (GetVidPidList(idList) == 0) return IdentifyByProductText();
   const bool isListed = std::find(m_AcceptedIds.begin(), m_AcceptedIds.end(),
                                   VidPidList::value_type{vid, pid}) != m_AcceptedIds.end();
   return isListed ? 0 : kRefused;

@@ -19,9 +19,11 @@ struct ApiCall {
   Bytes report;  ///< setup and I2C settings (11 bytes), then the data
 
   bool IsGpio() const { return failure == nullptr; }
+  /// Whether null is the only handle that it refuses.
+  bool TakesAnyPointer() const { return name == "QZ_HidSetHubGPIO"; }
   /// What it returns when its request ends with that code: the one boolean is 1 without failure.
   std::uint32_t Result(std::uint32_t code) const {
-    return name != "QZ_HidSetHubGPIO" ? code : code == 0 ? 1 : 0;
+    return !TakesAnyPointer() ? code : code == 0 ? 1 : 0;
   }
 };
 

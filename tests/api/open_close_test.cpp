@@ -1,4 +1,6 @@
 // Opening and closing of devices.
+#include <functional>
+
 #include "api/api_test.h"
 
 namespace qzhid::test {
@@ -60,6 +62,48 @@ TEST_F(OpenCloseTest, RequestsGoToTheHubThatWasOpenedLast) {
   world->Unplug("a");
   EXPECT_EQ(nullptr, QZ_OpenHid(lost)) << "which takes the connection as well";
   EXPECT_EQ(kInvalidHandle, QZ_HidGPIOW(handle, 3, 0));
+  QZ_CloseDev(first);
+}
+
+TEST_F(OpenCloseTest, AReleasedConnectionFailsUpdatesAndVersionsUntilTheHubIsOpenedAnew) {
+  const auto number = world->HidInstance("hub");
+  const TempFile image(virtualhub::BuildImage({.version = 0x0210}, 0x7FA8));
+  const std::function<void()> releases[] = {[] { List(); }, [] { QZ_CloseDev(nullptr); },
+                                            [=] {
+                                              std::uint32_t id = 0;
+                                              QZ_GetHubVIDPIDFromHidDevice(number, &id, &id);
+                                            }};
+  for (const auto& release : releases) {
+    Open();
+    release();
+    ClearRecords();
+    const std::uint64_t start = world->clock().NowUs();
+    std::uint16_t version = 0;
+    EXPECT_EQ(0, QZ_ReadDevVersion(handle, &version));
+    EXPECT_EQ(0, QZ_UpdateDev(handle, image.path(), nullptr));
+    EXPECT_TRUE(Outputs().empty());
+    EXPECT_EQ("3 Update Fail\n", Said("QZ_UpdateDev"));
+    EXPECT_EQ(start, world->clock().NowUs()) << "at once";
+    EXPECT_EQ(1, QZ_ReadBinVersion(handle, image.path(), &version)) << "needs no hub";
+    void* const released = handle;
+    handle = QZ_OpenHid(number);
+    EXPECT_EQ(1, QZ_ReadDevVersion(released, &version)) << "any connection will do";
+    QZ_CloseDev(released);
+  }
+}
+
+TEST_F(OpenCloseTest, UpdatesAndVersionsFindTheHubOfTheirHandle) {
+  Install(virtualhub::ReadScenario(
+      R"({"record": true, "devices": [{"name": "a", "port": "1"}, {"name": "b", "port": "2"}]})"));
+  const TempFile image(virtualhub::BuildImage({.version = 0x0210}, 0x7FA8));
+  Open("a");
+  void* const first = handle;
+  handle = QZ_OpenHid(world->HidInstance("b"));
+  EXPECT_EQ(1, QZ_UpdateDev(first, image.path(), nullptr));
+  EXPECT_EQ(0x0210, world->hub("a").Identity().version);
+  std::uint16_t version = 0;
+  EXPECT_EQ(1, QZ_ReadDevVersion(handle, &version));
+  EXPECT_EQ(0x0102, version);
   QZ_CloseDev(first);
 }
 

@@ -80,6 +80,8 @@ TEST_F(VersionTest, IdsOfAnImage) {
   Open();
   Expect(kTag, 1, ask(whole.path(), &vid, &pid), "0 VID:1234,HSPID:5678\n");
   Expect(kTag, 0, ask(empty.path(), &vid, &pid), "3 Fw image is too short,size:0\n");
+  Expect(kTag, 0, ask(::testing::TempDir().c_str(), &vid, &pid),
+         Text("3 Exception:%s\n", std::ios_base::failure("ios_base::failbit set").what()));
   Expect(kTag, 0, ask(missing.c_str(), &vid, &pid), "3 Invalidate fw path,path:" + missing + "\n");
   Expect(kTag, 0, ask(nullptr, &vid, &pid), "3 Invalidate parameter\n");
   Expect(kTag, 0, ask(whole.path(), nullptr, &pid), "3 Invalidate parameter\n");

@@ -147,5 +147,18 @@ TEST_F(BlockTest, StatusPollsTimeOutsAndFailures) {
   }
 }
 
+TEST_F(BlockTest, AReadPollsNoMoreOftenThanItsTimeAllowsWhileTimePasses) {
+  for (const unsigned perLook : {1u, 3u, 10u}) {
+    for (std::uint32_t timeout = 0; timeout < 40; ++timeout) {
+      Target(50, 0x01);
+      world->clock().PassPerLook(perLook * 1000);
+      hid.BlockInTrans(&kSlave, 3, kAddr, buffer.data(), 4, timeout);
+      world->clock().PassPerLook(0);
+      EXPECT_LE(std::count(property.sent.begin(), property.sent.end(), kPoll), timeout / 10)
+          << timeout << " ms, " << perLook << " ms a look";
+    }
+  }
+}
+
 }  // namespace
 }  // namespace qzhid::test

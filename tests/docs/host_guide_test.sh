@@ -32,6 +32,21 @@ updates() {
       fail "$1, power lost at $request: $(cat "$work/output" "$work/errors")"
   done
 }
+# refuses COMMAND...: files that are no whole image, before a hub is looked for.
+echo '{"time": "virtual", "devices": []}' > "$work/none.json"
+refuses() {
+  for size in 0 300 32679 16777217; do
+    truncate -s $size "$work/odd.bin"
+    if env QZ_VIRTUAL_HUB="$work/none.json" LD_LIBRARY_PATH="$libraries" LD_PRELOAD="$sanitizers" \
+      ASAN_OPTIONS=detect_leaks=0:handle_segv=0 "$@" "$work/odd.bin" > "$work/output" 2>&1; then
+      fail "$1 takes $size bytes"
+    fi
+    grep -qxF "$work/odd.bin is no whole firmware image" "$work/output" ||
+      fail "$1, $size bytes: $(cat "$work/output")"
+  done
+}
+refuses python3 "$work/host.py"
+refuses mono "$work/host.exe"
 updates python3 "$work/host.py"
 grep -qx 'EEPROM: ffffffffffffffff' "$work/output" || fail "another EEPROM: $(cat "$work/output")"
 updates mono "$work/host.exe"

@@ -30,12 +30,20 @@ scenario ''
 expect 0 'updated: 1.02 -> 2.10' update_hub "$work/new.bin"
 expect 0 'progress: 100 %' update_hub "$work/new.bin" 5
 expect 1 'update_hub: no such hub is attached' update_hub "$work/new.bin" 4711
-expect 1 "update_hub: cannot read the image's version" update_hub "$work/missing.bin"
+expect 1 'update_hub: cannot find the image' update_hub "$work/missing.bin"
 expect 1 'update_hub: usage: update_hub IMAGE [DEVINST]' update_hub
 scenario ', "running": "rom"'
 expect 0 'updated: loader -> 2.10' update_hub "$work/new.bin"
 scenario ', "plugged": false'
 expect 1 'update_hub: no such hub is attached' update_hub "$work/new.bin"
+for size in 0 300 32679; do
+  truncate -s $size "$work/odd.bin"
+  expect 1 'update_hub: the image is too short to be a whole one' update_hub "$work/odd.bin"
+done
+truncate -s 16777217 "$work/odd.bin"
+expect 1 'update_hub: the image is too long to be one' update_hub "$work/odd.bin"
+mkfifo "$work/pipe"
+expect 1 'update_hub: the image is not a regular file' update_hub "$work/pipe"
 expect 1 'i2c_eeprom: no hub answers' i2c_eeprom
 expect 1 'gpio_blink: no hub answers' gpio_blink
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <vector>
 
 #include "platform/seam_bench.h"
 
@@ -233,6 +234,24 @@ TEST_F(SeamTest, Paths) {
     EXPECT_EQ((std::array{false, false, false}), traits(path));
   }
   EXPECT_EQ(std::filesystem::path::preferred_separator, PathSeparator());
+}
+
+TEST_F(SeamTest, RegularFiles) {
+  const std::string folder = ::testing::TempDir(), file = folder + "seam.bin";
+  std::vector<std::uint8_t> bytes = {1};
+  for (const std::string& contents : {std::string("\r\n\x1A\0\n", 5), std::string()}) {
+    std::ofstream(file, std::ios::binary) << contents;
+    EXPECT_TRUE(ReadRegularFile(file.c_str(), bytes));
+    EXPECT_EQ(contents, std::string(bytes.begin(), bytes.end()));
+  }
+  bytes = {1};
+  const std::string device = PathSeparator() == '/' ? "/dev/null" : "NUL";
+  for (const std::string& path : {folder, folder + "not-there", std::string(), device}) {
+    const Status status = ReadRegularFile(path.c_str(), bytes);
+    EXPECT_FALSE(status.ok) << path;
+    EXPECT_NE(0u, status.code) << path;
+    EXPECT_EQ(std::vector<std::uint8_t>{1}, bytes);
+  }
 }
 
 }  // namespace

@@ -83,7 +83,14 @@ for size in 32679 0; do
   expect 5 "qzhid: image $work/a.bin is too short: $size bytes of at least 32680; name a whole firmware image file" \
     image "$work/a.bin"
 done
-expect 5 "qzhid: image $work cannot be read; name a whole firmware image file" image "$work"
+truncate -s 16777217 "$work/a.bin"
+expect 5 "qzhid: image $work/a.bin is too long: 16777217 bytes of at most 16777216; name a whole firmware image file" \
+  image "$work/a.bin"
+mkfifo "$work/pipe"
+for file in "$work" "$work/pipe" /dev/zero; do
+  expect 5 "qzhid: image $file is not a regular file; name a whole firmware image file" image "$file"
+done
+expect 5 "qzhid: image - cannot be read; name a whole firmware image file" image -
 expect 5 '    "status": 5,' image --json "$work/missing"
 
 expect 2 "qzhid: A subcommand is required; see 'qzhid --help'" --json

@@ -56,6 +56,14 @@ expect 0 "hub 5 ($usb) runs 1.02 now" update --yes --image "$work/same.bin" --re
 expect 0 "hub 5 ($usb) runs 2.10 now" update --yes --image "$work/other.bin" --force
 expect 1 "$me the hub runs its firmware 1.02; nothing needs to be recovered; 'qzhid update' writes another version" \
   recover --yes --image "$work/new.bin"
+while read -r size limit; do
+  truncate -s $size "$work/odd.bin"
+  expect 5 "qzhid: image $work/odd.bin is too $limit; name a whole firmware image file" \
+    update --yes --force --image "$work/odd.bin"
+done <<END
+300 short: 300 bytes of at least 32680
+16777217 long: 16777217 bytes of at most 16777216
+END
 expect 3 "qzhid: no hub is '6'; see 'qzhid list' for the hubs that are attached" update 6 --image "$work/new.bin"
 
 machine "$(hub ', "running": "rom", "rom": {"pid": "0x0810"}')"

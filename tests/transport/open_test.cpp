@@ -50,6 +50,7 @@ TEST_F(OpenTest, EachFailingStepHasItsMessageAndCode) {
       {"CreateReportEvent", "Create Event failed.Error Code is 26\n", "0000"},
       {"GetPreparsedData", "HidD_GetPreparsedData failed,ErrorCode:26\n", "1100"},
       {"GetCaps", "HidP_GetCaps failed,Error Code is 26\n", "1100"},
+      {"GetLibraryPath", "Get Dll Path Fail\n", "1100"},
       {"GetDeviceIdA", "CM_Get_Device_IDA Fail\n", "1100"},
       {"GetIndexedString", "HidD_GetIndexedString failed,Error Code:26\n", "1100"},
   };
@@ -72,13 +73,6 @@ TEST_F(OpenTest, EachFailingStepHasItsMessageAndCode) {
                                          LogLine{3, "CHidProperty::Yv_OpenDeviceByDevInst",
                                                  "Open Fail,ErrorCode:26\n"}));
   }
-}
-
-TEST_F(OpenTest, ALibraryThatCannotFindItselfAcceptsNothing) {
-  world->AddFault({.on = Fault::On::Call, .service = "GetLibraryPath", .code = 26});
-  CHidProperty property(std::make_unique<CHidTransfers>());
-  EXPECT_EQ(kRefused, property.Yv_OpenDeviceByDevInst(world->HidInstance("hub")));
-  EXPECT_EQ((LogLine{3, kTag, "Get Dll Path Fail\n"}), log.From(3).front());
 }
 
 TEST_F(OpenTest, NodesThatAreNotFoundAreRefusedWithoutAMessage) {

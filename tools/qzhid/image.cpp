@@ -1,5 +1,7 @@
 #include "qzhid/image.h"
 
+#include <filesystem>
+
 #include "qzhid/bytes.h"
 #include "qzhid/hubs.h"
 #include "qzhid/sha256.h"
@@ -12,6 +14,7 @@ namespace {
 // hand, and never the chip code that selects the version's place.
 constexpr std::size_t kChipCode = 0x7EFB;
 constexpr std::size_t kShortestImage = 0x7FA8;
+constexpr std::size_t kLongestImage = 0x1000000;  // larger than any flash
 
 std::size_t VersionPlace(std::uint16_t chip) {
   switch (chip) {
@@ -35,15 +38,35 @@ std::uint16_t Field(const Bytes& bytes, std::size_t place) {
                 "name a whole firmware image file");
 }
 
+void CheckSize(const std::string& path, std::uintmax_t size) {
+  const std::string bytes = std::to_string(size) + " bytes of at ";
+  if (size < kShortestImage) {
+    Refuse(path, "is too short: " + bytes + "least " + std::to_string(kShortestImage));
+  }
+  if (size > kLongestImage) {
+    Refuse(path, "is too long: " + bytes + "most " + std::to_string(kLongestImage));
+  }
+}
+
+// Only regular files are opened: nothing else is sure to have an end.
+Bytes ReadContents(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::file_status file = std::filesystem::status(path, error);
+  if (!std::filesystem::exists(file)) Refuse(path, "cannot be read");
+  if (!std::filesystem::is_regular_file(file)) Refuse(path, "is not a regular file");
+  const std::uintmax_t size = std::filesystem::file_size(path, error);
+  if (error) Refuse(path, "cannot be read");
+  CheckSize(path, size);
+  Bytes bytes;
+  if (!ReadFile(path, bytes)) Refuse(path, "cannot be read");
+  CheckSize(path, bytes.size());
+  return bytes;
+}
+
 }  // namespace
 
 Image ReadImage(Host& host, const std::string& path) {
-  Bytes bytes;
-  if (!ReadFile(path, bytes)) Refuse(path, "cannot be read");
-  if (bytes.size() < kShortestImage) {
-    Refuse(path, "is too short: " + std::to_string(bytes.size()) + " bytes of at least " +
-                     std::to_string(kShortestImage));
-  }
+  const Bytes bytes = ReadContents(path);
   Image image;
   image.path = path;
   if (host.Api().GetHidBinFileVIDPID(path.c_str(), &image.vid, &image.pid) == 0) {

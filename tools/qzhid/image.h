@@ -19,7 +19,8 @@ struct Image {
   std::string sha256;
 };
 
-/// Reads it. Throws Failure when the file cannot be read or is too short to be an image.
+/// Reads it. Throws Failure when the file cannot be read, is not a regular one, or is too short or
+/// too long to be an image.
 Image ReadImage(Host& host, const std::string& path);
 
 nlohmann::ordered_json ToJson(const Image& image);
