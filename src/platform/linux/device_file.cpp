@@ -1,6 +1,5 @@
 #include "platform/linux/device_file.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
@@ -9,8 +8,7 @@
 namespace qzhid::platform {
 
 OpenStatus OpenDeviceFile(const NodeFacts& node, CFileHandle& file) {
-  CFileHandle opened(
-      Uninterrupted([&] { return open(node.deviceFile.c_str(), O_RDWR | O_CLOEXEC); }));
+  CFileHandle opened = OpenFile(node.deviceFile.c_str(), O_RDWR);
   if (!opened) {
     const Status failure = LastFailure();
     const bool isRefused = failure.code == EACCES || failure.code == EPERM;

@@ -65,7 +65,7 @@ OpenStatus OpenHidDevice(const std::wstring& path, HidDevice& device) {
 
 Status CreateReportEvent(Event& event) {
   event.reset();
-  Event created(new EventData{CFileHandle(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))});
+  Event created(new EventData{TakeDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))});
   if (!created->file) return LastFailure();
   event = std::move(created);
   return {};

@@ -1,7 +1,6 @@
 #include "platform/linux/sysfs.h"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -25,8 +24,7 @@ struct FolderCloser {
 }  // namespace
 
 CSysfsFolder::CSysfsFolder(const std::string& path)
-    : m_Folder(
-          Uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); })) {
+    : m_Folder(OpenFile(path.c_str(), O_RDONLY | O_DIRECTORY)) {
   struct stat facts {};
   if (m_Folder && fstat(m_Folder.get(), &facts) == 0) m_nInstance = facts.st_ino;
 }
@@ -67,7 +65,7 @@ Status ListHidrawFolders(std::vector<std::string>& folders) {
 }
 
 std::optional<std::string> ReadTextFile(int folder, const char* path) {
-  const CFileHandle file(Uninterrupted([&] { return openat(folder, path, O_RDONLY | O_CLOEXEC); }));
+  const CFileHandle file = OpenFileAt(folder, path, O_RDONLY);
   if (!file) return std::nullopt;
   std::string text;
   char chunk[1024];

@@ -1,6 +1,7 @@
 // Calls of the kernel: what they return and how they fail.
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -47,5 +48,27 @@ class CFileHandle {
  private:
   int m_nFile = -1;
 };
+
+/// Takes over a descriptor that was just opened. A host may run with its standard input, output or
+/// error closed, and what it then writes there must not reach a device or a log: a number that low
+/// is exchanged for a higher one, close-on-exec. Empty, with errno saying why, when `file` is
+/// negative or there is no higher number left.
+inline CFileHandle TakeDescriptor(int file) {
+  CFileHandle taken(file);
+  if (file > STDERR_FILENO || !taken) return taken;
+  return CFileHandle(fcntl(file, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
+
+/// Opens a file relative to an open folder, close-on-exec and never as descriptor 0, 1 or 2. Empty,
+/// with errno saying why, when it cannot be opened.
+inline CFileHandle OpenFileAt(int folder, const char* path, int flags, mode_t mode = 0) {
+  return TakeDescriptor(
+      Uninterrupted([&] { return openat(folder, path, flags | O_CLOEXEC, mode); }));
+}
+
+/// The same for a path that stands on its own.
+inline CFileHandle OpenFile(const char* path, int flags, mode_t mode = 0) {
+  return OpenFileAt(AT_FDCWD, path, flags, mode);
+}
 
 }  // namespace qzhid::platform
