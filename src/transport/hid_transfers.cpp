@@ -62,7 +62,7 @@ std::uint32_t CHidTransfers::OpenInterface(std::uint32_t devInst) {
 std::uint32_t CHidTransfers::OpenPath(const std::wstring& path) {
   if (const auto status = platform::OpenHidDevice(path, m_Device); !status) {
     CMsg::Instance().Log(3, kTag, "CreateFile failed,ErrorCode is %08x\n", status.code);
-    LogRefusedFile(status);
+    LogRemark(status);
     return ErrorOf(status);
   }
   if (const auto status = platform::CreateReportEvent(m_ReportEvent); !status) {
@@ -73,9 +73,9 @@ std::uint32_t CHidTransfers::OpenPath(const std::wstring& path) {
   return 0;
 }
 
-void CHidTransfers::LogRefusedFile(const platform::OpenStatus& status) {
-  if (status.refusedFile.empty()) return;
-  CMsg::Instance().Log(3, kTag, "No permission for %s\n", status.refusedFile.c_str());
+void CHidTransfers::LogRemark(const platform::OpenStatus& status) {
+  if (status.remark.empty()) return;
+  CMsg::Instance().Log(3, kTag, "%s\n", status.remark.c_str());
 }
 
 std::uint32_t CHidTransfers::ReadReportLengths() {

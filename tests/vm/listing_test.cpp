@@ -9,6 +9,7 @@
 #include <cstring>
 #include <thread>
 
+#include "support/linux/old_kernel.h"
 #include "vm/host.h"
 
 namespace qzhid::vm {
@@ -16,6 +17,7 @@ namespace {
 
 using ::testing::AllOf;
 using ::testing::EndsWith;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
@@ -80,6 +82,16 @@ TEST(Listing, AnotherVendorIsAcceptedByItsProductText) {
       EXPECT_EQ("1A2B", Plain(records[0].VID));
     }
   }
+}
+
+TEST(Listing, AKernelWithoutTheRequestsIsNamed) {
+  const Attached attached(HubScenario());
+  const std::string log = LogOf([] {
+    test::WithReportRequestsFailing(EINVAL, [] { EXPECT_THAT(List(), IsEmpty()); });
+  });
+  EXPECT_THAT(log, HasSubstr("CreateFile failed,ErrorCode is 00000026\n"));
+  EXPECT_THAT(log, HasSubstr("The kernel cannot send reports to hubs, update it to Linux 5.11\n"));
+  EXPECT_THAT(List(), SizeIs(1));
 }
 
 TEST(Listing, DevicesOnOtherBusesDoNoHarm) {

@@ -12,7 +12,7 @@ OpenStatus OpenDeviceFile(const NodeFacts& node, CFileHandle& file) {
   if (!opened) {
     const Status failure = LastFailure();
     const bool isRefused = failure.code == EACCES || failure.code == EPERM;
-    return {failure, isRefused ? node.deviceFile : ""};
+    return {failure, isRefused ? "No permission for " + node.deviceFile : ""};
   }
   // Device numbers and file names are used again. The node's own folder, if it is still there, says
   // which number has been its own all the time.
