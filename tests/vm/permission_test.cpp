@@ -49,14 +49,14 @@ TEST(Permission, ADeniedDeviceFileIsNamed) {
   EXPECT_THAT(denied.output, HasSubstr("gpio_blink: no hub answers"));
   const std::string log = LogOfUser();
   EXPECT_THAT(log, HasSubstr("CreateFile failed,ErrorCode is 0000000d\n"));
-  EXPECT_THAT(log, HasSubstr("No permission for /dev/hidraw0\n"));
-  GiveToUser("/dev/hidraw0");
+  EXPECT_THAT(log, HasSubstr("No permission for " + attached.HidFile("hub") + '\n'));
+  GiveToUser(attached.HidFile("hub"));
   EXPECT_EQ(0, RunProgram({"gpio_blink"}, kUser).status) << "the family needs no string";
 }
 
 TEST(Permission, TheProductTextNeedsTheUsbNode) {
   const Attached attached(HubScenario(R"(, "image": {"vid": "0x1A2B", "pid": "0x3C4D"})"));
-  GiveToUser("/dev/hidraw0");
+  GiveToUser(attached.HidFile("hub"));
   EXPECT_EQ(1, RunProgram({"gpio_blink"}, kUser).status);
   const std::string usbFile = UsbFile(attached), log = LogOfUser();
   EXPECT_THAT(log, HasSubstr("HidD_GetIndexedString failed,Error Code:13\n"));
