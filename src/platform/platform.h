@@ -32,15 +32,14 @@ struct Status {
   static Status Failure(std::uint32_t code) { return {false, code}; }
 };
 
-/// Outcome of a call that opens a device. Where devices are files with owners, `refusedFile` names
-/// the one that this process may not open, if that is the failure.
+/// Outcome of a call that opens a device. `remark` is what the system has to say about it for the
+/// log, such as the file that this process may not open: one line without its end, or empty.
 struct OpenStatus : Status {
   OpenStatus() = default;
   OpenStatus(const Status& status) : Status(status) {}
-  OpenStatus(const Status& failure, std::string file)
-      : Status(failure), refusedFile(std::move(file)) {}
+  OpenStatus(const Status& status, std::string text) : Status(status), remark(std::move(text)) {}
 
-  std::string refusedFile;
+  std::string remark;
 };
 
 /// Number of one device node instance. 0 is never a node.

@@ -49,7 +49,7 @@ std::uint32_t CHidTransfers::IdentifyByProductText() {
   if (!status) {
     CMsg::Instance().Log(3, kTag, "HidD_GetIndexedString failed,Error Code:%d\n",
                          static_cast<int>(status.code));
-    LogRefusedFile(status);
+    LogRemark(status);
     return ErrorOf(status);
   }
   return text.find(kProductText) != std::wstring::npos ? 0 : kRefused;

@@ -41,7 +41,8 @@ std::uint32_t CHidTransfers::Yv_CloseDevice() {
 
 std::uint32_t CHidTransfers::OpenInterface(std::uint32_t devInst) {
   platform::NodeSet set;
-  if (!platform::OpenNodeSet(platform::HidClassGuid(), set)) return kRefused;
+  const auto listed = platform::OpenNodeSet(platform::HidClassGuid(), set);
+  if (!listed) return ErrorOf(listed);
   if (!FindNode(set, devInst, m_nLastIndex)) return kRefused;
 
   platform::DeviceInterface deviceInterface;
@@ -62,7 +63,7 @@ std::uint32_t CHidTransfers::OpenInterface(std::uint32_t devInst) {
 std::uint32_t CHidTransfers::OpenPath(const std::wstring& path) {
   if (const auto status = platform::OpenHidDevice(path, m_Device); !status) {
     CMsg::Instance().Log(3, kTag, "CreateFile failed,ErrorCode is %08x\n", status.code);
-    LogRefusedFile(status);
+    LogRemark(status);
     return ErrorOf(status);
   }
   if (const auto status = platform::CreateReportEvent(m_ReportEvent); !status) {
@@ -73,9 +74,9 @@ std::uint32_t CHidTransfers::OpenPath(const std::wstring& path) {
   return 0;
 }
 
-void CHidTransfers::LogRefusedFile(const platform::OpenStatus& status) {
-  if (status.refusedFile.empty()) return;
-  CMsg::Instance().Log(3, kTag, "No permission for %s\n", status.refusedFile.c_str());
+void CHidTransfers::LogRemark(const platform::OpenStatus& status) {
+  if (status.remark.empty()) return;
+  CMsg::Instance().Log(3, kTag, "%s\n", status.remark.c_str());
 }
 
 std::uint32_t CHidTransfers::ReadReportLengths() {

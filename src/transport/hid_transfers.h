@@ -54,8 +54,7 @@ class CHidTransfers final : public ITransfers {
   std::uint32_t ReadReportLengths();
   std::uint32_t Identify(std::uint32_t devInst);
   std::uint32_t IdentifyByProductText();
-  /// Names the device file of a failure that is one of missing permission.
-  static void LogRefusedFile(const platform::OpenStatus& status);
+  static void LogRemark(const platform::OpenStatus& status);
 
   std::uint32_t SendRaw(const std::uint8_t* block, std::uint32_t wLength, std::uint32_t timeoutMs);
   std::uint32_t SendPrepared(const std::uint8_t* block, std::uint32_t wLength,

@@ -2,10 +2,12 @@
 #include <gtest/gtest.h>
 
 #include "platform/linux/hid_path.h"
+#include "platform/linux/hidraw_requests.h"
 #include "platform/linux/host_facts.h"
 #include "platform/linux/report_descriptor.h"
 #include "platform/linux/string_descriptor.h"
 #include "platform/linux/sysfs_names.h"
+#include "support/linux/old_kernel.h"
 
 namespace qzhid::platform::test {
 
@@ -83,7 +85,13 @@ TEST(SysfsNames, LocationPathsOfUsbFolders) {
       {"/sys/devices/pci0000:00/0000:00:0e.0/pci10000:e0/10000:e0:1d.7/10000:e1:00.0/usb12/12-1",
        "PCIROOT(0)#PCI(0E00)#PCIROOT(10000E0)#PCI(1D07)#PCI(0000)#USBROOT(0)#USB(1)"},
       {"/sys/devices/platform/soc(0)#1/x.usb/usb3/3-255",
-       "DEV(platform)#DEV(soc_0__1)#DEV(x.usb)#USBROOT(0)#USB(255)"}};
+       "DEV(platform)#DEV(soc_0__1)#DEV(x.usb)#USBROOT(0)#USB(255)"},
+      {"/sys/devices/platform/fe8.usb/xhci-hcd.0.auto/usb1/1-2",
+       "DEV(platform)#DEV(fe8.usb)#DEV(xhci-hcd)#USBROOT(0)#USB(2)"},
+      {"/sys/devices/platform/fe8.usb/xhci-hcd.13.auto/usb4/4-2",
+       "DEV(platform)#DEV(fe8.usb)#DEV(xhci-hcd)#USBROOT(0)#USB(2)"},
+      {"/sys/devices/x.auto/y.z.auto/.auto/vhci_hcd.0/usb1",
+       "DEV(x.auto)#DEV(y.z.auto)#DEV(.auto)#DEV(vhci_hcd.0)#USBROOT(0)"}};
   for (const auto& [folder, path] : rows) {
     const auto place = ParseUsbFolder(folder);
     EXPECT_EQ(path, place ? LocationPath(*place, false) : "") << folder;
@@ -105,6 +113,7 @@ TEST(SysfsNames, PlacesOfHidrawFolders) {
       {usb + "/1-3:1.2" + hid + hidraw, usb, "1-3:1.2"},
       {usb + "/1-3:1.2/0003:046D:C52B.0003/0003:2E7C:0818.0004" + hidraw, usb, "1-3:1.2"},
       {"/sys/devices/virtual/misc/uhid" + hid + hidraw, "", ""},
+      {usb + "/1-3:1.2/bluetooth/hci0/hci0:11/0005:2E7C:0818.00A1" + hidraw, "", ""},
       {usb + "/1-4:1.2" + hid + hidraw, "", ""},
       {usb + "/1-3:1" + hid + hidraw, "", ""}};
   for (const auto& [folder, usbFolder, interface] : rows) {
@@ -165,6 +174,22 @@ TEST(HostFacts, OsReleaseAndKernelNames) {
                                                            {"", Architecture::Unknown}};
   for (const auto& [machine, architecture] : machines)
     EXPECT_EQ(architecture, ParseMachine(machine));
+}
+
+TEST(HidrawRequests, AKernelThatDoesNotKnowThemIsNamed) {
+  const CFileHandle file = OpenFile("/dev/null", O_RDWR);
+  const std::string remark = "The kernel cannot send reports to hubs, update it to Linux 5.11";
+  const std::tuple<unsigned, OpenStatus> rows[] = {{EFAULT, {}},  // it has looked for the report
+                                                   {EINVAL, {Status::Failure(ENOSYS), remark}},
+                                                   {ENOTTY, {Status::Failure(ENOSYS), remark}},
+                                                   {ENODEV, Status::Failure(ENODEV)}};
+  for (const auto& [answer, expected] : rows) {
+    qzhid::test::WithReportRequestsFailing(answer, [&, &wanted = expected] {
+      const OpenStatus status = CheckReportRequests(file);
+      EXPECT_EQ(std::tuple(wanted.ok, wanted.code, wanted.remark),
+                std::tuple(status.ok, status.code, status.remark));
+    });
+  }
 }
 
 }  // namespace

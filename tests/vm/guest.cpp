@@ -46,6 +46,40 @@ std::uint32_t PortAfterMark(const std::string& text) {
   return static_cast<std::uint32_t>(std::stoul(text)) + 1;
 }
 
+// Whether what is attached to the port has its address: the kernel has let go of what was there
+// before.
+bool HasAddress(std::uint32_t port) {
+  constexpr unsigned kAddressed = 6;
+  std::istringstream lines(ReadFile("/sys/devices/platform/vhci_hcd.0/status"));
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream fields(line);
+    std::string hub;
+    std::uint32_t number = 0;
+    unsigned state = 0;
+    if (fields >> hub >> number >> state && hub == "hs" && number + 1 == port) {
+      return state == kAddressed;
+    }
+  }
+  return false;
+}
+
+// The HID device's attribute appears when its device file has its owner and its mode; the device's
+// folder is there before.
+std::string ReadyHidFile(std::uint32_t port) {
+  if (!HasAddress(port)) return "";
+  std::error_code error;
+  const std::string folder = std::filesystem::canonical(UsbFolder(port), error).string() + '/';
+  if (error) return "";
+  for (const std::string& name : HidrawDevices()) {
+    const std::filesystem::path device = "/sys/class/hidraw/" + name;
+    if (std::filesystem::canonical(device, error).string().starts_with(folder) &&
+        std::filesystem::exists(device / "device/country", error)) {
+      return "/dev/" + name;
+    }
+  }
+  return "";
+}
+
 std::string WriteScenario(const std::string& scenario) {
   std::string file = TempFile(".json");
   WriteFile(file, scenario);
@@ -123,10 +157,14 @@ Outcome RunProgram(const std::vector<std::string>& command, uid_t user) {
 }
 
 Attached::Attached(const std::string& scenario, std::size_t devices)
-    : before_(HidrawDevices().size()),
-      qzhub_({"qzhub", "attach", "--scenario", WriteScenario(scenario)}) {
-  const auto areThere = [&] { return HidrawDevices().size() == before_ + devices; };
-  if (Eventually(areThere)) return;
+    : qzhub_({"qzhub", "attach", "--scenario", WriteScenario(scenario)}) {
+  const auto areReady = [&] {
+    const std::set<std::uint32_t> ports = Ports();
+    return ports.size() == devices && std::none_of(ports.begin(), ports.end(), [](auto port) {
+             return ReadyHidFile(port).empty();
+           });
+  };
+  if (Eventually(areReady)) return;
   const std::string output = Output();
   Detach();
   throw std::runtime_error("not attached:\n" + output);
@@ -134,21 +172,27 @@ Attached::Attached(const std::string& scenario, std::size_t devices)
 
 Attached::~Attached() { Detach(); }
 
-void Attached::Detach() {
-  qzhub_.Stop();
-  std::vector<std::string> folders;
+std::set<std::uint32_t> Attached::Ports() const {
+  std::set<std::uint32_t> ports;
   std::istringstream events(Output());
   for (std::string event; std::getline(events, event);) {
     const std::size_t port = event.find(kPortMark);
-    if (port != std::string::npos) {
-      folders.push_back(UsbFolder(PortAfterMark(event.substr(port + kPortMark.size()))));
-    }
+    if (port != std::string::npos)
+      ports.insert(PortAfterMark(event.substr(port + kPortMark.size())));
   }
+  return ports;
+}
+
+void Attached::Detach() {
+  qzhub_.Stop();
+  const std::set<std::uint32_t> ports = Ports();
   Eventually([&] {
-    return std::none_of(folders.begin(), folders.end(),
-                        [](const auto& folder) { return std::filesystem::exists(folder); });
+    return std::none_of(ports.begin(), ports.end(),
+                        [](auto port) { return std::filesystem::exists(UsbFolder(port)); });
   });
 }
+
+std::string Attached::HidFile(const std::string& name) const { return ReadyHidFile(PortOf(name)); }
 
 std::uint32_t Attached::PortOf(const std::string& name) const {
   const std::string output = "\n" + Output(), line = "\nattached " + name + kPortMark;

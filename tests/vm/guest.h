@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -56,7 +57,7 @@ Outcome RunProgram(const std::vector<std::string>& command, uid_t user = 0);
 /// constructed.
 class Attached {
  public:
-  /// `devices` are the HID devices of the scenario that are there from the start.
+  /// `devices` are the devices of the scenario that are there from the start.
   explicit Attached(const std::string& scenario, std::size_t devices = 1);
   /// Detaches the devices; returns when the kernel has forgotten them.
   ~Attached();
@@ -64,15 +65,20 @@ class Attached {
   /// The port on the kernel's root hub (1, 2, ...) that the device of that name was attached to
   /// last.
   std::uint32_t PortOf(const std::string& name) const;
+  /// Whether the kernel has taken in the last arrival of that device. What was there before has
+  /// then left, and the device files are what they will be.
+  bool IsReady(const std::string& name) const { return HidFile(name) != ""; }
+  /// The device file of its HID node; empty until it is ready.
+  std::string HidFile(const std::string& name) const;
   /// How often the device of that name was attached.
   std::size_t TimesAttached(const std::string& name) const;
 
   std::string Output() const { return qzhub_.Output(); }
 
  private:
+  std::set<std::uint32_t> Ports() const;
   void Detach();
 
-  const std::size_t before_;  // HID devices
   Program qzhub_;
 };
 

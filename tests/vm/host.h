@@ -26,6 +26,18 @@ inline std::vector<HidDevRecord> List() {
   return records;
 }
 
+/// What the library logs meanwhile.
+template <class Task>
+std::string LogOf(const Task& task) {
+  const std::string file = "/tmp/library-log.txt";
+  QZ_SetLogPath(file.c_str());
+  QZ_ConfigLog(1, 0);
+  const std::size_t begin = ReadFile(file).size();  // there is one file for all the process
+  task();
+  QZ_ConfigLog(0, 0);
+  return ReadFile(file).substr(begin);
+}
+
 /// An image file that lives as long as the machine.
 inline std::string MakeImage(const std::string& version) {
   std::string file = "/tmp/image-" + version + ".bin";

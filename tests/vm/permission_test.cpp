@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <sstream>
 
 #include "vm/host.h"
 
@@ -15,6 +16,7 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 
 constexpr uid_t kUser = 1000;
+const std::string kRules = "/etc/udev/rules.d/";
 
 /// The device file of the only USB device beside the root hubs.
 std::string UsbFile(const Attached& attached) {
@@ -47,14 +49,14 @@ TEST(Permission, ADeniedDeviceFileIsNamed) {
   EXPECT_THAT(denied.output, HasSubstr("gpio_blink: no hub answers"));
   const std::string log = LogOfUser();
   EXPECT_THAT(log, HasSubstr("CreateFile failed,ErrorCode is 0000000d\n"));
-  EXPECT_THAT(log, HasSubstr("No permission for /dev/hidraw0\n"));
-  GiveToUser("/dev/hidraw0");
+  EXPECT_THAT(log, HasSubstr("No permission for " + attached.HidFile("hub") + '\n'));
+  GiveToUser(attached.HidFile("hub"));
   EXPECT_EQ(0, RunProgram({"gpio_blink"}, kUser).status) << "the family needs no string";
 }
 
 TEST(Permission, TheProductTextNeedsTheUsbNode) {
   const Attached attached(HubScenario(R"(, "image": {"vid": "0x1A2B", "pid": "0x3C4D"})"));
-  GiveToUser("/dev/hidraw0");
+  GiveToUser(attached.HidFile("hub"));
   EXPECT_EQ(1, RunProgram({"gpio_blink"}, kUser).status);
   const std::string usbFile = UsbFile(attached), log = LogOfUser();
   EXPECT_THAT(log, HasSubstr("HidD_GetIndexedString failed,Error Code:13\n"));
@@ -63,26 +65,48 @@ TEST(Permission, TheProductTextNeedsTheUsbNode) {
   EXPECT_EQ(0, RunProgram({"gpio_blink"}, kUser).status);
 }
 
-TEST(Permission, TheRuleTagsTheNodesOfHubsOnly) {
-  const auto tags = [](const std::string& device) {
-    std::filesystem::remove_all("/run/udev");  // remembers tags of earlier devices
-    const Outcome test = RunProgram({"udevadm", "test", "--action=add", device});
-    EXPECT_EQ(0, test.status) << test.output;
-    EXPECT_THAT(test.output, HasSubstr("70-qzhidapi.rules")) << "read";
-    EXPECT_THAT(test.output, Not(HasSubstr("70-qzhidapi.rules:"))) << "without complaint";
-    return test.output;
-  };
-  const std::string tag = "TAGS=:uaccess:", none = "TAGS=";
-  for (const char* code : {"flash", "rom"}) {
-    const Attached attached(HubScenario(R"(, "running": ")" + std::string(code) + '"'));
-    const std::string usb = UsbFolder(attached.PortOf("hub"));
-    EXPECT_THAT(tags("/sys/class/hidraw/hidraw0"), HasSubstr(tag));
-    EXPECT_THAT(tags(usb), HasSubstr(tag));
-    EXPECT_THAT(tags("/sys/bus/usb/devices/usb1"), Not(HasSubstr(none)));
+/// The tags that the rules give a device.
+std::string TagsOf(const std::string& device) {
+  std::filesystem::remove_all("/run/udev");  // remembers tags of earlier devices
+  const Outcome test = RunProgram({"udevadm", "test", "--action=add", device});
+  EXPECT_EQ(0, test.status) << test.output;
+  for (const std::string& rule : NamesIn(kRules)) {
+    EXPECT_THAT(test.output, HasSubstr(rule)) << "read";
+    EXPECT_THAT(test.output, Not(HasSubstr(rule + ':'))) << "without complaint";
   }
-  const Attached other(
-      R"({"devices": [{"name": "other", "kind": "other", "port": "1", "vid": "0x1234", "pid": "0x5678"}]})");
-  EXPECT_THAT(tags("/sys/class/hidraw/hidraw0"), Not(HasSubstr(none)));
+  const std::string mark = "\nTAGS=";
+  const std::size_t begin = test.output.find(mark);
+  if (begin == std::string::npos) return "";
+  return test.output.substr(begin + mark.size(),
+                            test.output.find('\n', begin + 1) - begin - mark.size());
+}
+
+/// The tags of the HID node and of the USB node of a scenario's only device.
+std::string TagsOfDevice(const std::string& name, const std::string& scenario) {
+  const Attached attached(scenario);
+  return TagsOf("/sys/class/hidraw/hidraw0") + '/' + TagsOf(UsbFolder(attached.PortOf(name)));
+}
+
+TEST(Permission, TheRuleTagsTheHidNodesOfHubsOnly) {
+  EXPECT_EQ(":uaccess:/", TagsOfDevice("hub", HubScenario(R"(, "running": "flash")")));
+  EXPECT_EQ(":uaccess:/", TagsOfDevice("hub", HubScenario(R"(, "running": "rom")")));
+  EXPECT_EQ("/", TagsOfDevice("other", R"({"devices": [{"name": "other", "kind": "other",
+      "port": "1", "vid": "0x1A2B", "pid": "0x5678"}]})"));
+}
+
+TEST(Permission, TheLinesForAnotherVendorTagBothNodes) {
+  const std::string mark = "#:", shipped = ReadFile(kRules + "70-qzhidapi.rules"),
+                    file = kRules + "70-another-vendor.rules";
+  std::istringstream lines(shipped);
+  std::string rules;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with(mark)) rules += line.substr(mark.size()) + '\n';
+  }
+  WriteFile(file, rules);
+  EXPECT_EQ(":uaccess:/:uaccess:",
+            TagsOfDevice("hub", HubScenario(R"(, "image": {"vid": "0x1A2B", "pid": "0x3C4D"})")));
+  EXPECT_EQ(":uaccess:/", TagsOfDevice("hub", HubScenario()));
+  unlink(file.c_str());
 }
 
 }  // namespace

@@ -12,12 +12,14 @@ OpenStatus OpenDeviceFile(const NodeFacts& node, CFileHandle& file) {
   if (!opened) {
     const Status failure = LastFailure();
     const bool isRefused = failure.code == EACCES || failure.code == EPERM;
-    return {failure, isRefused ? node.deviceFile : ""};
+    return {failure, isRefused ? "No permission for " + node.deviceFile : ""};
   }
   // Device numbers and file names are used again. The node's own folder, if it is still there, says
   // which number has been its own all the time.
-  const CSysfsFolder folder(node.folder);
+  Status shortage;
+  const CSysfsFolder folder(node.folder, shortage);
   const std::string number = folder.Read("dev").value_or("");
+  if (!shortage) return shortage;
   struct stat facts {};
   if (fstat(opened.get(), &facts) != 0) return LastFailure();
   const std::string openedNumber =

@@ -1,22 +1,13 @@
 // The HID class: opened devices, their descriptors and their reports.
-#include <linux/hidraw.h>
 #include <sys/eventfd.h>
-#include <sys/ioctl.h>
 
 #include "platform/linux/device_file.h"
 #include "platform/linux/hid_path.h"
+#include "platform/linux/hidraw_requests.h"
 #include "platform/linux/node_registry.h"
 #include "platform/linux/report_descriptor.h"
 #include "platform/linux/usb_string.h"
 #include "platform/wide_text.h"
-
-// Linux 5.11 and later; headers may be older than the kernel.
-#ifndef HIDIOCGINPUT
-#define HIDIOCGINPUT(length) _IOC(_IOC_WRITE | _IOC_READ, 'H', 0x0A, length)
-#endif
-#ifndef HIDIOCSOUTPUT
-#define HIDIOCSOUTPUT(length) _IOC(_IOC_WRITE | _IOC_READ, 'H', 0x0B, length)
-#endif
 
 namespace qzhid::platform {
 
@@ -45,8 +36,7 @@ Status ExchangeReport(const HidDevice& device, unsigned long request, const void
   if (!device) return InvalidHandle();
   if (length == 0 || length > kLongestReport) return Status::Failure(EINVAL);
   if (Uninterrupted([&] { return ioctl(device->file.get(), request, report); }) >= 0) return {};
-  // Older kernels do not know the requests; "not a terminal" would tell nobody.
-  return errno == ENOTTY ? Status::Failure(ENOSYS) : LastFailure();
+  return LastFailure();
 }
 
 }  // namespace
@@ -59,6 +49,7 @@ OpenStatus OpenHidDevice(const std::wstring& path, HidDevice& device) {
   const auto node = CNodeRegistry::Instance().Find(opened->node);
   if (!node || node->deviceFile != deviceFile) return NoDevice();
   OpenStatus status = OpenDeviceFile(*node, opened->file);
+  if (status) status = CheckReportRequests(opened->file);
   if (status) device = std::move(opened);
   return status;
 }

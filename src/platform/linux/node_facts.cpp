@@ -97,12 +97,11 @@ void DescribeHid(const HidPlace& place, const UsbIdentity& identity, bool isShar
                       "HID\\" + ids + part};
 }
 
-}  // namespace
-
-Status ReadHidNode(const std::string& folder, NodeFacts& node) {
-  const CSysfsFolder self(folder);
+/// Reads a node; false when it is not there.
+bool DescribeHidNode(const std::string& folder, NodeFacts& node, Status& shortage) {
+  const CSysfsFolder self(folder, shortage);
   const auto place = ParseHidrawFolder(folder);
-  if (!self || !place) return NoDevice();
+  if (!self || !place) return false;
   node = {.folder = folder,
           .instance = self.Instance(),
           .deviceFile = "/dev/" + std::string(LastPart(folder)),
@@ -111,28 +110,27 @@ Status ReadHidNode(const std::string& folder, NodeFacts& node) {
     const std::string name = "HID\\" + IdPart(place->vid, place->pid);
     node.deviceId = name + '\\' + place->name;
     node.hardwareIds = {name};
-    return {};
+    return true;
   }
-  const CSysfsFolder usb(place->usbFolder);
+  const CSysfsFolder usb(place->usbFolder, shortage);
   UsbIdentity identity;
   const auto interfaces = ReadNumber(usb, "bNumInterfaces", 10);
-  if (!ReadIdentity(usb, identity)) return NoDevice();
+  if (!ReadIdentity(usb, identity)) return false;
   DescribeHid(*place, identity, interfaces.value_or(1) > 1, node);
   // The device that was just read is this node's only if the node has been there all the time.
-  return IsPresent(folder, self.Instance()) ? Status{} : NoDevice();
+  return IsPresent(folder, self.Instance());
 }
 
-Status ReadUsbNode(const std::string& folder, NodeFacts& node) {
-  const CSysfsFolder self(folder);
+bool DescribeUsbNode(const std::string& folder, NodeFacts& node, Status& shortage) {
+  const CSysfsFolder self(folder, shortage);
   const auto place = ParseUsbFolder(folder);
   UsbIdentity identity;
   UsbAddress address;
-  if (!self || !place || !ReadIdentity(self, identity) || !ReadAddress(self, address)) {
-    return NoDevice();
-  }
+  if (!self || !place || !ReadIdentity(self, identity) || !ReadAddress(self, address)) return false;
   char file[64];
   std::snprintf(file, sizeof(file), "/dev/bus/usb/%03u/%03u", address.bus, address.device);
-  const CSysfsFolder rootHub(place->controllerFolder + "/usb" + std::to_string(place->bus));
+  const CSysfsFolder rootHub(place->controllerFolder + "/usb" + std::to_string(place->bus),
+                             shortage);
   const std::uint32_t speed = ReadSpeed(rootHub);
   node = {.folder = folder,
           .instance = self.Instance(),
@@ -140,17 +138,37 @@ Status ReadUsbNode(const std::string& folder, NodeFacts& node) {
           .locationPath = LocationPath(*place, speed >= kFirstSuperSpeed)};
   if (place->ports.empty()) {
     DescribeRootHub(identity, *place, speed, node);
-    return {};
+    return true;
   }
   DescribeDevice(self, identity, node);
   node.parentFolder = FolderOf(folder);
   node.port = place->ports.back();
   UsbAddress hub;
-  if (!ReadAddress(CSysfsFolder(node.parentFolder), hub)) return NoDevice();
+  if (!ReadAddress(CSysfsFolder(node.parentFolder, shortage), hub)) return false;
   char info[64];
   std::snprintf(info, sizeof(info), "Port_#%04u.Hub_#%04u", node.port, hub.device);
   node.locationInfo = info;
-  return IsPresent(folder, self.Instance()) ? Status{} : NoDevice();
+  return IsPresent(folder, self.Instance());
+}
+
+/// What is not readable for want of descriptors is no proof that the node has left, and what is
+/// optional must not be missing from the facts for that reason.
+template <class Describe>
+Status ReadNode(const Describe& describe, const std::string& folder, NodeFacts& node) {
+  Status shortage;
+  const bool isThere = describe(folder, node, shortage);
+  if (!shortage) return shortage;
+  return isThere ? Status{} : NoDevice();
+}
+
+}  // namespace
+
+Status ReadHidNode(const std::string& folder, NodeFacts& node) {
+  return ReadNode(DescribeHidNode, folder, node);
+}
+
+Status ReadUsbNode(const std::string& folder, NodeFacts& node) {
+  return ReadNode(DescribeUsbNode, folder, node);
 }
 
 }  // namespace qzhid::platform

@@ -19,7 +19,7 @@ DevInst CNodeRegistry::FindLocked(const std::string& folder, std::uint64_t insta
 
 Status CNodeRegistry::NumberOf(const std::string& folder, Reader read, DevInst& number) {
   const std::lock_guard<std::mutex> guard(m_Lock);
-  const std::uint64_t instance = CSysfsFolder(folder).Instance();
+  const std::uint64_t instance = InstanceOf(folder);
   if (const DevInst known = FindLocked(folder, instance); known != 0) {
     number = known;
     return {};

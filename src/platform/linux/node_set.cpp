@@ -1,4 +1,5 @@
 // Device nodes of an interface class.
+#include <array>
 #include <cerrno>
 #include <vector>
 
@@ -17,6 +18,17 @@ void NodeSetCloser::operator()(NodeSetData* data) const noexcept { delete data; 
 
 namespace {
 
+/// Fails when there are fewer descriptors left than it takes to open a device and find out what it
+/// is: a device that cannot be opened looks like one that nobody wants.
+Status CheckDescriptors() {
+  std::array<CFileHandle, 6> files;  // hidraw, event, three folders in sysfs and an attribute
+  for (CFileHandle& file : files) {
+    file = OpenFile("/", O_PATH);
+    if (!file) return LastFailure();
+  }
+  return {};
+}
+
 Status FindNode(const NodeSet& set, std::uint32_t index, DevInst& node) {
   if (!set) return InvalidHandle();
   if (index >= set->nodes.size()) return Status::Failure(ENOENT);
@@ -30,6 +42,7 @@ Status OpenNodeSet(const Guid& interfaceClass, NodeSet& set) {
   set.reset();
   std::vector<std::string> folders;
   if (IsHidClass(interfaceClass)) {
+    if (Status status = CheckDescriptors(); !status) return status;
     if (Status status = ListHidrawFolders(folders); !status) return status;
   }
   CNodeRegistry& registry = CNodeRegistry::Instance();
@@ -37,8 +50,12 @@ Status OpenNodeSet(const Guid& interfaceClass, NodeSet& set) {
   NodeSet found(new NodeSetData);
   for (const std::string& folder : folders) {
     DevInst node = 0;
-    // A device that left since the folders were listed is not in the set.
-    if (registry.NumberOf(folder, &ReadHidNode, node)) found->nodes.push_back(node);
+    const Status status = registry.NumberOf(folder, &ReadHidNode, node);
+    if (status) {
+      found->nodes.push_back(node);
+    } else if (status.code != ENODEV) {
+      return status;
+    }  // else it has left since the folders were listed
   }
   set = std::move(found);
   return {};

@@ -23,32 +23,44 @@ struct FolderCloser {
 
 }  // namespace
 
-CSysfsFolder::CSysfsFolder(const std::string& path)
-    : m_Folder(OpenFile(path.c_str(), O_RDONLY | O_DIRECTORY)) {
+CSysfsFolder::CSysfsFolder(const std::string& path, Status& shortage)
+    : m_Folder(OpenFile(path.c_str(), O_RDONLY | O_DIRECTORY)), m_Shortage(shortage) {
   struct stat facts {};
-  if (m_Folder && fstat(m_Folder.get(), &facts) == 0) m_nInstance = facts.st_ino;
+  if (!m_Folder) {
+    NoteShortage();
+  } else if (fstat(m_Folder.get(), &facts) == 0) {
+    m_nInstance = facts.st_ino;
+  }
+}
+
+void CSysfsFolder::NoteShortage() const {
+  if (errno == EMFILE || errno == ENFILE || errno == ENOMEM) m_Shortage = LastFailure();
 }
 
 std::optional<std::string> CSysfsFolder::Read(const char* attribute) const {
   if (!m_Folder) return std::nullopt;
   std::optional<std::string> text = ReadTextFile(m_Folder.get(), attribute);
+  if (!text) NoteShortage();
   if (text && !text->empty() && text->back() == '\n') text->pop_back();
   return text;
 }
 
-bool IsPresent(const std::string& path, std::uint64_t instance) {
+// Needs no descriptor, so that devices that are known stay known when there are none.
+std::uint64_t InstanceOf(const std::string& path) {
   struct stat facts {};
-  return stat(path.c_str(), &facts) == 0 && facts.st_ino == instance;
+  return stat(path.c_str(), &facts) == 0 ? facts.st_ino : 0;
 }
 
 Status ListHidrawFolders(std::vector<std::string>& folders) {
   folders.clear();
-  const std::unique_ptr<DIR, FolderCloser> devices(opendir(kHidrawFolder));
+  CFileHandle opened = OpenFile(kHidrawFolder, O_RDONLY | O_DIRECTORY);
+  const std::unique_ptr<DIR, FolderCloser> devices(opened ? fdopendir(opened.get()) : nullptr);
   if (!devices) {
     Status failure = LastFailure();
     // The class appears with the first driver that needs it.
     return failure.code == ENOENT && IsDirectory(kClassesFolder) ? Status{} : failure;
   }
+  opened.Release();  // to the owner of the stream
   std::map<std::uint32_t, std::string> found;
   errno = 0;
   while (const dirent* const entry = readdir(devices.get())) {

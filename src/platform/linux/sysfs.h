@@ -14,24 +14,35 @@ namespace qzhid::platform {
 /// can be read any more, even when another object has taken the path.
 class CSysfsFolder {
  public:
-  /// Empty when there is no such folder.
-  explicit CSysfsFolder(const std::string& path);
+  /// Empty when there is no such folder. `shortage` becomes a failure with the system's code when
+  /// the folder, or later an attribute, cannot be read because descriptors or memory have run out:
+  /// what was not read may be there all the same.
+  CSysfsFolder(const std::string& path, Status& shortage);
 
   explicit operator bool() const { return static_cast<bool>(m_Folder); }
 
-  /// A number that no other object under the same path has, earlier or later; 0 when empty.
+  /// The number of the object, see InstanceOf; 0 when empty.
   std::uint64_t Instance() const { return m_nInstance; }
 
   /// The text of an attribute, without the line break at its end.
   std::optional<std::string> Read(const char* attribute) const;
 
  private:
+  void NoteShortage() const;
+
   CFileHandle m_Folder;
   std::uint64_t m_nInstance = 0;
+  Status& m_Shortage;
 };
 
+/// A number that no other object under the same path has, earlier or later; 0 when there is none
+/// now.
+std::uint64_t InstanceOf(const std::string& path);
+
 /// Whether the object with that number still lives under the path.
-bool IsPresent(const std::string& path, std::uint64_t instance);
+inline bool IsPresent(const std::string& path, std::uint64_t instance) {
+  return instance != 0 && InstanceOf(path) == instance;
+}
 
 /// The folders of the hidraw devices in numeric order. A system without any is a success.
 Status ListHidrawFolders(std::vector<std::string>& folders);

@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::size_t kMostPorts = 6;  // USB 2.0, 4.1.1: seven tiers, the root hub included
 constexpr std::uint32_t kLastPort = 255;
+constexpr std::uint32_t kUsbBus = 3;  // BUS_USB, as HID devices name it
 constexpr std::string_view kDevicesFolder = "/sys/devices";
 
 /// Takes the text up to the separator off the front; all of it when there is none.
@@ -54,6 +55,7 @@ bool ParseHidName(std::string_view name, HidPlace& place) {
   const auto vid = ToNumber(Take(name, ':'), 16);
   const auto pid = ToNumber(Take(name, '.'), 16);
   if (!bus || !vid || !pid || !ToNumber(name, 16) || (*vid | *pid) > 0xFFFF) return false;
+  place.bus = *bus;
   place.vid = *vid;
   place.pid = *pid;
   return true;
@@ -96,11 +98,22 @@ std::optional<std::string> PciStep(std::string_view name) {
   return text;
 }
 
+/// "xhci-hcd.0.auto" without its number, which the kernel gives in the order in which drivers find
+/// their devices.
+std::string_view WithoutAutomaticNumber(std::string_view name) {
+  constexpr std::string_view kMark = ".auto";
+  if (!name.ends_with(kMark)) return name;
+  const std::string_view numbered = name.substr(0, name.size() - kMark.size());
+  const std::size_t dot = numbered.rfind('.');
+  if (dot == std::string_view::npos || !ToNumber(numbered.substr(dot + 1), 10)) return name;
+  return numbered.substr(0, dot);
+}
+
 /// One component of a controller's folder. Bus numbers of PCI bridges are left out: they change.
 std::string ControllerStep(std::string_view name) {
   if (auto step = PciRootStep(name)) return *step;
   if (auto step = PciStep(name)) return *step;
-  std::string text(name);
+  std::string text(WithoutAutomaticNumber(name));
   const auto isNotation = [](char c) { return c == '#' || c == '(' || c == ')'; };
   std::replace_if(text.begin(), text.end(), isNotation, '_');
   return "DEV(" + text + ")";
@@ -148,6 +161,8 @@ std::optional<HidPlace> ParseHidrawFolder(std::string_view folder) {
   }
   folder = FolderOf(FolderOf(folder));
   if (!ParseHidName(LastPart(folder), place)) return std::nullopt;
+  // What is above a HID device on another bus is its adapter, which may well be on USB.
+  if (place.bus != kUsbBus) return place;
   // Receivers put the HID devices that they forward below their own.
   do {
     folder = FolderOf(folder);

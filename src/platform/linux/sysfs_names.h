@@ -33,7 +33,7 @@ std::optional<UsbPlace> ParseUsbFolder(std::string_view folder);
 
 /// Where a HID device stands in the tree.
 struct HidPlace {
-  std::uint32_t vid = 0, pid = 0;
+  std::uint32_t bus = 0, vid = 0, pid = 0;
   std::string name;                   ///< "0003:2E7C:0818.0001"
   std::string usbFolder;              ///< of its USB device; empty when it is on another bus
   std::string usbInterface;           ///< "1-3.2:1.0"

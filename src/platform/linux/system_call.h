@@ -45,6 +45,8 @@ class CFileHandle {
 
   explicit operator bool() const { return m_nFile >= 0; }
   int get() const { return m_nFile; }
+  /// Hands the descriptor on to a new owner.
+  int Release() { return std::exchange(m_nFile, -1); }
 
  private:
   int m_nFile = -1;
