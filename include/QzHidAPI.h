@@ -72,7 +72,8 @@ typedef uint16_t QZ_Utf16; /**< one UTF-16 code unit */
  * zero-terminated with all unused units zero.
  */
 typedef struct HidDevRecord {
-  /** Device-instance number: what QZ_OpenHid takes. Changes when the device re-enumerates. */
+  /** Device-instance number: what QZ_OpenHid takes. Good for the last list of this process: a
+   * device that leaves and comes back may have the same number or another one. */
   uint32_t dwInst;
   /** Hardware ids of the HID node, one after the other, each zero-terminated. */
   QZ_Utf16 HwID[QZ_RECORD_TEXT_UNITS];
@@ -201,7 +202,7 @@ QZ_API void QZ_DllPassPara(uint32_t value);
  *         On the old handle a second call does as well, unless the hub has left its loader
  *         meanwhile. The check finds what the hub refuses or cannot read back; that it runs the new
  *         firmware shows in QZ_ReadDevVersion.
- * The open device: closes the device. Its device-instance number has usually changed.
+ * The open device: closes the device. Its device-instance number may have changed: list anew.
  */
 QZ_API uint8_t QZ_UpdateDev(void* pDev, const char* path, QZ_ProgressCallback callback);
 

@@ -32,6 +32,7 @@ struct Fault {
     LoseWrite,     ///< accepted, but not carried out
     Unplug,        ///< the device loses its plug; an exchange under way is cut off
     PowerLoss,     ///< the device loses its supply; an exchange under way is cut off
+    Hold,          ///< another program opens the device for itself alone
     NeverReturn,   ///< On::Reset only: the hub leaves the bus for good
     ReturnAt,      ///< On::Reset only: the hub comes back at `port`
   };
@@ -46,8 +47,9 @@ struct Fault {
   Action action = Action::Fail;
   std::uint32_t code = 0;
   std::uint32_t seed = 1;
-  std::optional<std::uint32_t> returnMs = {};  ///< Unplug, PowerLoss: back after that; none: never
-  std::string port = {};                       ///< where it comes back; empty: where it was
+  std::optional<std::uint32_t> returnMs = {};   ///< Unplug, PowerLoss: back after that; none: never
+  std::string port = {};                        ///< where it comes back; empty: where it was
+  std::optional<std::uint32_t> releaseMs = {};  ///< Hold: closed after that; none: never
 };
 
 /// One event as the faults see it. An exchange is Output or Input.

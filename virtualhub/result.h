@@ -14,6 +14,7 @@ enum class Error {
   BadReport,       ///< report ID or length differ from what the device declares
   NoSuchNode,      ///< no present device node has that number
   NoSuchPath,      ///< the interface path names no present device
+  HeldByOther,     ///< another program has opened the device for itself alone
   NoSuchProperty,  ///< the node does not have that property
   NoParent,        ///< the node is the top of the tree
   NoMoreNodes,     ///< the index lies behind the last node

@@ -22,12 +22,22 @@ PortPath ReadPort(const JsonReader& in) {
   return *port;
 }
 
+// Whether a property has a value; null takes it away.
+bool HasValue(const JsonReader& in, const char* key, bool& isAbsent) {
+  isAbsent = in.Has(key) && in.Member(key).IsNull();
+  return in.Has(key) && !isAbsent;
+}
+
 void ReadNodeMembers(const JsonReader& in, NodeOverrides& node) {
   if (in.Has("device_id")) node.deviceId = in.Member("device_id").Text();
   if (in.Has("hardware_ids")) node.hardwareIds = in.Member("hardware_ids").Texts();
-  if (in.Has("location_info")) node.locationInfo = in.Member("location_info").Text();
-  if (in.Has("location_paths")) node.locationPaths = in.Member("location_paths").Texts();
-  if (in.Has("address")) {
+  if (HasValue(in, "location_info", node.noLocationInfo)) {
+    node.locationInfo = in.Member("location_info").Text();
+  }
+  if (HasValue(in, "location_paths", node.noLocationPaths)) {
+    node.locationPaths = in.Member("location_paths").Texts();
+  }
+  if (HasValue(in, "address", node.noAddress)) {
     node.address = static_cast<std::uint32_t>(in.Member("address").Number(0, 0xFFFFFFFF));
   }
   in.Flag("no_parent", node.noParent);
@@ -99,6 +109,8 @@ void ReadKind(const JsonReader& in, const std::filesystem::path& folder, DeviceC
                   "product_text",
                   "usb",
                   "hid",
+                  "part",
+                  "siblings",
                   "bank_size",
                   "dual_bank",
                   "image",
@@ -116,12 +128,53 @@ void ReadKind(const JsonReader& in, const std::filesystem::path& folder, DeviceC
     device.productText = kDefaultProduct;
     device.hub = ReadHub(in, folder);
   } else {
-    in.AllowKeys({"name", "kind", "port", "plugged", "product_text", "usb", "hid", "vid", "pid",
-                  "output_report_length", "input_report_length"});
+    in.AllowKeys({"name", "kind", "port", "plugged", "product_text", "usb", "hid", "part",
+                  "siblings", "vid", "pid", "output_report_length", "input_report_length"});
     in.Number("vid", device.ids.vid);
     in.Number("pid", device.ids.pid);
     device.reports = ReadReports(in);
   }
+}
+
+// Takes a mark and a number of two digits off the front of the text.
+bool TakeNumbered(std::string_view& text, std::string_view mark) {
+  const std::string_view digits = text.substr(std::min(mark.size(), text.size())).substr(0, 2);
+  if (!text.starts_with(mark) || digits.size() != 2 ||
+      digits.find_first_not_of("0123456789ABCDEF") != digits.npos) {
+    return false;
+  }
+  text.remove_prefix(mark.size() + 2);
+  return true;
+}
+
+bool IsPart(std::string_view text) {
+  if (TakeNumbered(text, "MI_")) {
+    if (text.empty()) return true;
+    if (text.front() != '&') return false;
+    text.remove_prefix(1);
+  }
+  return TakeNumbered(text, "Col") && text.empty();
+}
+
+// Two HID nodes of a device have different names, and all or none are of an interface.
+void ReadParts(const JsonReader& in, DeviceNodes& nodes) {
+  if (!in.Has("part")) {
+    if (in.Has("siblings")) in.Fail("\"siblings\" needs \"part\"");
+    return;
+  }
+  std::set<std::string> seen;
+  const auto read = [&](const JsonReader& item) {
+    std::string text = item.Text();
+    if (!IsPart(text)) item.Fail("a part is written as \"MI_01\", \"Col02\" or \"MI_01&Col02\"");
+    if (!seen.insert(text).second) item.Fail("two HID nodes have this name");
+    if (!nodes.part.empty() && text[0] != nodes.part[0]) {
+      item.Fail("only some parts are of an interface");
+    }
+    return text;
+  };
+  nodes.part = read(in.Member("part"));
+  if (!in.Has("siblings")) return;
+  for (const JsonReader& item : in.Member("siblings").Items()) nodes.siblings.push_back(read(item));
 }
 
 DeviceConfig ReadDevice(const JsonReader& in, const std::filesystem::path& folder) {
@@ -136,6 +189,7 @@ DeviceConfig ReadDevice(const JsonReader& in, const std::filesystem::path& folde
   }
   if (in.Has("usb")) device.usb = ReadNode(in.Member("usb"));
   if (in.Has("hid")) device.hid = ReadNode(in.Member("hid"));
+  ReadParts(in, device);
   return device;
 }
 
@@ -176,13 +230,16 @@ void ReadOrder(const JsonReader& in, Scenario& scenario) {
 
 Scenario ReadRoot(const JsonReader& in, const std::filesystem::path& folder) {
   Scenario scenario;
-  in.AllowKeys({"time", "host", "root_hubs", "hubs", "devices", "enumeration_order", "faults",
-                "record", "state_folder"});
+  in.AllowKeys({"time", "host", "instance_numbers", "root_hubs", "hubs", "devices",
+                "enumeration_order", "faults", "record", "state_folder"});
   if (in.Has("time")) {
     in.Choice<std::optional<Clock::Mode>>(
         "time", scenario.time, {{"virtual", Clock::Mode::Virtual}, {"real", Clock::Mode::Real}});
   }
   if (in.Has("host")) scenario.host = ReadHost(in.Member("host"));
+  in.Choice<std::optional<InstanceNumbers>>(
+      "instance_numbers", scenario.instanceNumbers,
+      {{"by_id", InstanceNumbers::ById}, {"by_arrival", InstanceNumbers::ByArrival}});
   if (in.Has("root_hubs")) {
     for (const JsonReader& item : in.Member("root_hubs").Items()) {
       scenario.rootHubs.push_back(ReadNode(item));

@@ -16,12 +16,11 @@
 namespace virtualhub {
 
 /// One HID device: a hub, or another one that stalls every report.
-struct DeviceConfig {
+struct DeviceConfig : DeviceNodes {
   std::string name;
   PortPath port;
   bool plugged = true;
   std::optional<std::string> productText;  ///< string 52
-  NodeOverrides usb, hid;
   std::optional<HubConfig> hub;
   UsbIds ids;            ///< of a device that is not a hub
   ReportConfig reports;  ///< of a device that is not a hub
@@ -40,6 +39,7 @@ struct HostConfig {
 
 struct Scenario {
   std::optional<Clock::Mode> time;  ///< none: virtual for tests, real for a host program
+  std::optional<InstanceNumbers> instanceNumbers;  ///< none: as the system gives them
   HostConfig host;
   std::vector<NodeOverrides> rootHubs;
   std::map<PortPath, NodeOverrides> hubs;

@@ -62,6 +62,7 @@ void ReadAction(const JsonReader& in, Fault& fault) {
                      {"lose_write", Action::LoseWrite},
                      {"unplug", Action::Unplug},
                      {"power_loss", Action::PowerLoss},
+                     {"hold", Action::Hold},
                      {"never_return", Action::NeverReturn},
                      {"return_at", Action::ReturnAt}});
   in.Number("seed", fault.seed);
@@ -76,6 +77,7 @@ void ReadAction(const JsonReader& in, Fault& fault) {
 // Whether an event of that kind can take that action.
 bool Fits(On on, Action action) {
   const bool bus = action == Action::Unplug || action == Action::PowerLoss;
+  if (action == Action::Hold) return true;
   switch (on) {
     case On::Reset:
       return action == Action::NeverReturn || action == Action::ReturnAt;
@@ -86,21 +88,27 @@ bool Fits(On on, Action action) {
   }
 }
 
+// When what a fault does is over, in milliseconds; none: never.
+std::optional<std::uint32_t> ReadEnd(const JsonReader& in) {
+  if (in.IsNull()) return std::nullopt;
+  return static_cast<std::uint32_t>(in.Number(0, 0xFFFFFFFF));
+}
+
 }  // namespace
 
 Fault ReadFault(const JsonReader& in) {
   in.AllowKeys({"on", "request", "service", "device", "nth", "count", "action", "code", "seed",
-                "return_ms", "port"});
+                "return_ms", "release_ms", "port"});
   Fault fault;
   ReadTrigger(in, fault);
   ReadAction(in, fault);
   if (!Fits(fault.on, fault.action)) in.Fail("\"on\" and \"action\" do not go together");
-  if (fault.action == Action::Unplug || fault.action == Action::PowerLoss) {
-    const JsonReader back = in.Member("return_ms");
-    if (!back.IsNull()) fault.returnMs = static_cast<std::uint32_t>(back.Number(0, 0xFFFFFFFF));
-    if (fault.on == On::Call && fault.device.empty() && !ConcernsDevice(fault.service)) {
-      in.Fail("\"device\" is missing: this service concerns no device");
-    }
+  const bool takesOff = fault.action == Action::Unplug || fault.action == Action::PowerLoss;
+  if (takesOff) fault.returnMs = ReadEnd(in.Member("return_ms"));
+  if (fault.action == Action::Hold) fault.releaseMs = ReadEnd(in.Member("release_ms"));
+  if ((takesOff || fault.action == Action::Hold) && fault.on == On::Call && fault.device.empty() &&
+      !ConcernsDevice(fault.service)) {
+    in.Fail("\"device\" is missing: this service concerns no device");
   }
   return fault;
 }

@@ -165,7 +165,7 @@ Result UsbDevice::GetString(const SetupPacket& setup, Bytes& answer) {
 
 // Goes through the machine, where faults may strike it.
 Result UsbDevice::GetProductText(Bytes& answer) {
-  return world_.Call("GetIndexedString", device_.hid, kProductTextString,
+  return world_.Call("GetIndexedString", device_.hid.number, kProductTextString,
                      [&](const World::View& view) -> Result {
                        if (view.FindHid(device_.hid) == nullptr) return {Error::CutOff};
                        if (!device_.productText) return kStall;

@@ -32,7 +32,7 @@ class UsbDevice {
   UsbDevice(World& world, const BusDevice& device);
 
   /// Whether it is still on the bus.
-  bool IsPresent() { return world_.HidInstance(device_.name) == device_.hid; }
+  bool IsPresent() { return world_.IsPresent(device_.hid); }
 
   /// One control transfer; it takes the time that the device takes. `data` is the data stage of an
   /// OUT transfer. `answer` becomes that of an IN transfer, at most the setup packet's length.

@@ -1,5 +1,6 @@
 #include "virtualhub/usb_tree.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "virtualhub/crc32.h"
@@ -29,10 +30,24 @@ unsigned PlaceMark(const std::string& locationPath) {
 
 std::string IdPart(UsbIds ids) { return Format("VID_%04X&PID_%04X", ids.vid, ids.pid); }
 
+// The interface in a HID node's part of its device, such as "MI_01"; empty for none.
+std::string InterfaceOf(const std::string& part) {
+  return part.compare(0, 3, "MI_") == 0 ? part.substr(0, 5) : "";
+}
+
 }  // namespace
 
-UsbTree::UsbTree(std::vector<NodeOverrides> roots, std::map<PortPath, NodeOverrides> hubs)
-    : rootOverrides_(std::move(roots)), hubOverrides_(std::move(hubs)) {}
+UsbTree::UsbTree(InstanceNumbers numbers, std::vector<NodeOverrides> roots,
+                 std::map<PortPath, NodeOverrides> hubs)
+    : numbers_(numbers), rootOverrides_(std::move(roots)), hubOverrides_(std::move(hubs)) {}
+
+DevInst UsbTree::NumberFor(const std::string& deviceId) {
+  if (numbers_ == InstanceNumbers::ByArrival) return ++lastNumber_;
+  DevInst& number = numberOfId_[deviceId];
+  // Only the texts of a scenario give two nodes one id.
+  if (number == 0 || nodes_.contains(number)) number = ++lastNumber_;
+  return number;
+}
 
 DevInst UsbTree::Add(Node node, const NodeOverrides& overrides) {
   if (overrides.deviceId) node.deviceId = *overrides.deviceId;
@@ -40,9 +55,13 @@ DevInst UsbTree::Add(Node node, const NodeOverrides& overrides) {
   if (overrides.locationInfo) node.locationInfo = overrides.locationInfo;
   if (overrides.locationPaths) node.locationPaths = overrides.locationPaths;
   if (overrides.address) node.address = overrides.address;
+  if (overrides.noLocationInfo) node.locationInfo.reset();
+  if (overrides.noLocationPaths) node.locationPaths.reset();
+  if (overrides.noAddress) node.address.reset();
   if (overrides.noParent) node.parent = 0;
-  nodes_[++lastInstance_] = std::move(node);
-  return lastInstance_;
+  const DevInst number = NumberFor(node.deviceId);
+  nodes_[number] = std::move(node);
+  return number;
 }
 
 const UsbTree::HubPlace& UsbTree::AddRoot(const PortPath& place) {
@@ -96,24 +115,70 @@ Node UsbTree::DeviceNode(const PortPath& place, const HubPlace& above, UsbIds id
           .address = port};
 }
 
-UsbTree::Instance UsbTree::Attach(const PortPath& place, UsbIds ids, const NodeOverrides& usb,
-                                  const NodeOverrides& hid) {
+UsbTree::Instance UsbTree::Attach(const PortPath& place, UsbIds ids, const DeviceNodes& nodes) {
+  Instance instance;
+  try {
+    AddDevice(place, ids, nodes, instance);
+  } catch (...) {
+    Detach(instance);
+    throw;
+  }
+  return instance;
+}
+
+void UsbTree::AddDevice(const PortPath& place, UsbIds ids, const DeviceNodes& nodes,
+                        Instance& instance) {
   Node usbNode = DeviceNode(place, HubAt(place.Parent()), ids);
   const unsigned mark = PlaceMark(usbNode.locationPaths->front());
   const std::string name = "HID\\" + IdPart(ids);
-  Instance instance;
-  instance.usb = Add(std::move(usbNode), usb);
-  instance.hid = Add({.parent = instance.usb,
-                      .deviceId = name + Format("\\7&%08X&0&0000", mark),
-                      .hardwareIds = {name + Format("&REV_%04X", kRevision), name,
-                                      "HID_DEVICE_UP:FF00_U:0001", "HID_DEVICE"}},
-                     hid);
-  return instance;
+  std::vector<std::string> parts = nodes.siblings;
+  parts.push_back(nodes.part);
+  std::sort(parts.begin(), parts.end());
+  instance.hidNodes.reserve(parts.size());
+  instance.interfaces.reserve(parts.size());
+  instance.usb = Add(std::move(usbNode), nodes.usb);
+  std::string interfaceName;
+  for (const std::string& part : parts) {
+    if (InterfaceOf(part) != interfaceName) {
+      interfaceName = InterfaceOf(part);
+      instance.interfaces.push_back(AddInterface(instance.usb, ids, interfaceName));
+    }
+    const std::string suffix = part.empty() ? "" : "&" + part;
+    const bool isOwn = part == nodes.part;
+    instance.hidNodes.push_back(
+        Add({.parent = interfaceName.empty() ? instance.usb : instance.interfaces.back(),
+             .deviceId = name + suffix + Format("\\7&%08X&0&0000", mark),
+             .hardwareIds = {name + Format("&REV_%04X", kRevision) + suffix, name + suffix,
+                             "HID_DEVICE_UP:FF00_U:0001", "HID_DEVICE"}},
+            isOwn ? nodes.hid : NodeOverrides()));
+    if (isOwn) instance.hid = instance.hidNodes.back();
+  }
+}
+
+DevInst UsbTree::AddInterface(DevInst usb, UsbIds ids, const std::string& part) {
+  const Node& above = nodes_.at(usb);
+  const auto number = static_cast<std::uint32_t>(std::stoul(part.substr(3), nullptr, 16));
+  const std::string name = "USB\\" + IdPart(ids);
+  std::optional<std::vector<std::string>> paths = above.locationPaths;
+  if (paths) {
+    for (std::string& path : *paths) path += Format("#USBMI(%u)", number);
+  }
+  const unsigned mark = PlaceMark(above.deviceId);
+  return Add(
+      {.parent = usb,
+       .deviceId = name + "&" + part + Format("\\7&%08X&0&%04X", mark, number),
+       .hardwareIds = {name + Format("&REV_%04X&", kRevision) + part, name + "&" + part},
+       .locationInfo = Format("0000.0014.0000.%03u.000.000.000.000.000", above.address.value_or(0)),
+       .locationPaths = std::move(paths),
+       .address = number},
+      {});
 }
 
 void UsbTree::Detach(Instance& instance) {
   nodes_.erase(instance.usb);
-  nodes_.erase(instance.hid);
+  for (const auto* nodes : {&instance.hidNodes, &instance.interfaces}) {
+    for (const DevInst node : *nodes) nodes_.erase(node);
+  }
   instance = {};
 }
 

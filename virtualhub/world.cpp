@@ -17,6 +17,8 @@ namespace {
 
 constexpr std::uint64_t kUsPerMs = 1000;
 constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
+// As on the system that this is built for.
+constexpr InstanceNumbers kUsualNumbers = InstanceNumbers::QZ_USUAL_INSTANCE_NUMBERS;
 
 PortPath ParsePort(const std::string& text) {
   const auto port = PortPath::Parse(text);
@@ -39,7 +41,7 @@ World::World(const Scenario& scenario)
     : clock_(scenario.time.value_or(Clock::Mode::Real)),
       host_(scenario.host),
       stateFolder_(scenario.stateFolder),
-      tree_(scenario.rootHubs, scenario.hubs) {
+      tree_(scenario.instanceNumbers.value_or(kUsualNumbers), scenario.rootHubs, scenario.hubs) {
   devices_.reserve(scenario.devices.size());
   for (const DeviceConfig& config : scenario.devices) {
     Device& device = devices_.emplace_back(config);
@@ -121,16 +123,18 @@ void World::Arrive(Device& device, std::uint64_t atUs) {
     device.ids = {identity.vid, identity.pid};
     device.readyAtUs = atUs + device.hub->timing().readyMs * kUsPerMs;
   }
-  UsbTree::Instance nodes =
-      tree_.Attach(device.port, device.ids, device.config.usb, device.config.hid);
+  UsbTree::Instance nodes = tree_.Attach(device.port, device.ids, device.config);
   try {
-    byNode_[nodes.hid] = byNode_[nodes.usb] = &device;
+    byNode_[nodes.usb] = &device;
+    for (const DevInst node : nodes.hidNodes) byNode_[node] = &device;
+    for (const DevInst node : nodes.interfaces) byNode_[node] = &device;
   } catch (...) {
-    byNode_.erase(nodes.usb);
+    ForgetNodes(nodes);
     tree_.Detach(nodes);
     throw;
   }
-  device.nodes = nodes;
+  device.nodes = std::move(nodes);
+  device.stay = ++stays_;
   hidNodes_.reset();
   device.returnAtUs.reset();  // not before: without memory for its nodes it arrives later
 }
@@ -139,10 +143,15 @@ void World::Leave(Device& device) {
   device.leaveAtUs.reset();
   device.readyAtUs = kNever;
   device.channel.DropAnswer();
-  byNode_.erase(device.nodes.hid);
-  byNode_.erase(device.nodes.usb);
+  ForgetNodes(device.nodes);
   hidNodes_.reset();
   tree_.Detach(device.nodes);
+}
+
+void World::ForgetNodes(const UsbTree::Instance& nodes) {
+  byNode_.erase(nodes.usb);
+  for (const DevInst node : nodes.hidNodes) byNode_.erase(node);
+  for (const DevInst node : nodes.interfaces) byNode_.erase(node);
 }
 
 void World::LosePlug(Device& device, std::optional<std::uint32_t> returnMs,
@@ -172,9 +181,14 @@ void World::StartReset(Device& device) {
   device.returnAtUs = *device.leaveAtUs + timing.returnMs * kUsPerMs;
   device.readyAtUs = kNever;
   if (fault == nullptr) return;
+  if (fault->action == Fault::Action::Hold) Hold(device, fault->releaseMs);
   if (fault->action == Fault::Action::NeverReturn) device.returnAtUs.reset();
   // The nodes that are still there keep their texts until they go.
   if (fault->action == Fault::Action::ReturnAt) device.port = ParsePort(fault->port);
+}
+
+void World::Hold(Device& device, std::optional<std::uint32_t> releaseMs) {
+  device.heldUntilUs = releaseMs ? clock_.NowUs() + *releaseMs * kUsPerMs : kNever;
 }
 
 World::Device& World::Named(std::string_view device) {
@@ -191,7 +205,14 @@ World::Device* World::OfNode(DevInst node) {
 
 World::Device* World::OfHidNode(DevInst node) {
   Device* device = OfNode(node);
-  return device != nullptr && device->nodes.hid == node ? device : nullptr;
+  if (device == nullptr) return nullptr;
+  const std::vector<DevInst>& nodes = device->nodes.hidNodes;
+  return std::find(nodes.begin(), nodes.end(), node) == nodes.end() ? nullptr : device;
+}
+
+World::Device* World::OfHidNode(const HidNode& node) {
+  Device* device = OfHidNode(node.number);
+  return device != nullptr && device->stay == node.stay ? device : nullptr;
 }
 
 // ---- What a host does
@@ -204,15 +225,26 @@ std::shared_ptr<const std::vector<DevInst>> World::View::HidNodes() const {
   std::vector<DevInst> nodes;
   for (const std::size_t index : world_.order_) {
     const Device& device = world_.devices_[index];
-    if (device.present()) nodes.push_back(device.nodes.hid);
+    const std::vector<DevInst>& own = device.nodes.hidNodes;
+    nodes.insert(nodes.end(), own.begin(), own.end());
   }
   world_.hidNodes_ = std::make_shared<const std::vector<DevInst>>(std::move(nodes));
   return world_.hidNodes_;
 }
 
-const DeviceConfig* World::View::FindHid(DevInst node) const {
+HidNode World::View::PresentHid(DevInst number) const {
+  const Device* device = world_.OfHidNode(number);
+  return device == nullptr ? HidNode{} : HidNode{number, device->stay};
+}
+
+const DeviceConfig* World::View::FindHid(const HidNode& node) const {
   const Device* device = world_.OfHidNode(node);
   return device == nullptr ? nullptr : &device->config;
+}
+
+bool World::View::IsHeld(DevInst node) const {
+  const Device* device = world_.OfNode(node);
+  return device != nullptr && world_.clock_.NowUs() < device->heldUntilUs;
 }
 
 Result World::BeginCall(std::string_view service, DevInst node) {
@@ -225,7 +257,7 @@ Result World::BeginCall(std::string_view service, DevInst node) {
   if (fault == nullptr) return {};
   if (fault->action == Fault::Action::Fail) return {Error::SystemCode, fault->code};
   if (fault->action == Fault::Action::Stall) return {Error::Stall};
-  StrikeBus(*fault, concerned);
+  StrikeDevice(*fault, concerned);
   return {};
 }
 
@@ -240,7 +272,8 @@ void World::EndCall(std::string_view service, DevInst node, std::uint32_t value,
                  .result = result});
 }
 
-bool World::StrikeBus(const Fault& fault, Device* concerned) {
+// Whether the device concerned has left the bus by it.
+bool World::StrikeDevice(const Fault& fault, Device* concerned) {
   Device* device = fault.device.empty() ? concerned : &Named(fault.device);
   if (device == nullptr) return false;
   if (fault.action == Fault::Action::Unplug) {
@@ -248,6 +281,7 @@ bool World::StrikeBus(const Fault& fault, Device* concerned) {
   } else if (fault.action == Fault::Action::PowerLoss) {
     LosePower(*device, fault.returnMs, fault.port);
   } else {
+    if (fault.action == Fault::Action::Hold) Hold(*device, fault.releaseMs);
     return false;
   }
   return device == concerned;
@@ -259,8 +293,15 @@ std::optional<BusDevice> World::OnBus(std::string_view name) {
   const Device& device = Named(name);
   if (!device.present()) return std::nullopt;
   const DeviceConfig& config = device.config;
-  return BusDevice{config.name, device.nodes.hid,   device.port,
-                   device.ids,  config.productText, config.reports};
+  return BusDevice{config.name,        {device.nodes.hid, device.stay},
+                   device.port,        device.ids,
+                   config.productText, config.reports};
+}
+
+bool World::IsPresent(const HidNode& node) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  CatchUp();
+  return OfHidNode(node) != nullptr;
 }
 
 void World::SleepMs(std::uint32_t milliseconds) {

@@ -64,8 +64,12 @@ class World {
     const Node* FindNode(DevInst node) const;
     /// The present HID nodes in the order of enumeration, as they are now.
     std::shared_ptr<const std::vector<DevInst>> HidNodes() const;
-    /// The device whose HID node that is, null when it is not present.
-    const DeviceConfig* FindHid(DevInst node) const;
+    /// The HID node of that number as it is now, to be opened; of stay 0 when there is none.
+    HidNode PresentHid(DevInst number) const;
+    /// The device of that HID node, null when that stay is over.
+    const DeviceConfig* FindHid(const HidNode& node) const;
+    /// Whether another program has the device of that node open for itself alone.
+    bool IsHeld(DevInst node) const;
 
    private:
     World& world_;
@@ -82,12 +86,14 @@ class World {
   }
 
   /// Report exchanges. Each takes the device's latency; an input report shorter than the buffer
-  /// leaves the rest of it alone.
-  Result SetOutputReport(DevInst hidNode, ByteView report);
-  Result GetInputReport(DevInst hidNode, MutableBytes report);
+  /// leaves the rest of it alone. A HID node beside the one that takes the device's reports stalls.
+  Result SetOutputReport(const HidNode& node, ByteView report);
+  Result GetInputReport(const HidNode& node, MutableBytes report);
 
   /// The named device as a USB host finds it now; none while it is off the bus.
   std::optional<BusDevice> OnBus(std::string_view device);
+  /// Whether that stay on the bus goes on.
+  bool IsPresent(const HidNode& node);
 
   /// Sleeps on the machine's clock.
   void SleepMs(std::uint32_t milliseconds);
@@ -98,7 +104,8 @@ class World {
 
   // ---- What a test does ------------------------------------------------------------------------
 
-  /// Numbers of the named device's nodes; 0 while it is off the bus.
+  /// Numbers of the named device's nodes, the HID node being the one that takes its reports; 0
+  /// while it is off the bus.
   DevInst HidInstance(std::string_view device);
   DevInst UsbInstance(std::string_view device);
 
@@ -148,10 +155,12 @@ class World {
     std::unique_ptr<Hub> hub;
     ReportChannel channel;
     UsbTree::Instance nodes;
-    UsbIds ids;  ///< as of its last arrival
+    std::uint64_t stay = 0;  ///< the last one, counted over all devices from 1
+    UsbIds ids;              ///< as of its last arrival
     std::optional<std::uint64_t> leaveAtUs, returnAtUs;
     std::uint64_t readyAtUs = 0;
-    Bytes savedFlash;  ///< as it was last loaded or saved
+    std::uint64_t heldUntilUs = 0;  ///< by another program
+    Bytes savedFlash;               ///< as it was last loaded or saved
   };
 
   Result BeginCall(std::string_view service, DevInst node);
@@ -170,10 +179,13 @@ class World {
   Device& Named(std::string_view device);
   Device* OfNode(DevInst node);
   Device* OfHidNode(DevInst node);
-  bool StrikeBus(const Fault& fault, Device* concerned);
+  Device* OfHidNode(const HidNode& node);
+  void ForgetNodes(const UsbTree::Instance& nodes);
+  void Hold(Device& device, std::optional<std::uint32_t> releaseMs);
+  bool StrikeDevice(const Fault& fault, Device* concerned);
 
   template <typename Deliver>
-  Result RunExchange(bool output, DevInst hidNode, ByteView report, Deliver deliver);
+  Result RunExchange(bool output, const HidNode& node, ByteView report, Deliver deliver);
   std::optional<Result> Prevent(const Fault* fault, Device& device);
   Result DeliverOutput(Device& device, const Fault* fault, ByteView report, Effects& effects);
   Result DeliverInput(Device& device, const Fault* fault, MutableBytes report);
@@ -188,15 +200,15 @@ class World {
   std::mutex mutex_;
   UsbTree tree_;
   std::vector<Device> devices_;
-  std::vector<std::size_t> order_;               ///< indices into devices_
-  std::unordered_map<DevInst, Device*> byNode_;  ///< present devices under both their nodes
+  std::vector<std::size_t> order_;                        ///< indices into devices_
+  std::unordered_map<DevInst, Device*> byNode_;           ///< present devices under all their nodes
   std::shared_ptr<const std::vector<DevInst>> hidNodes_;  ///< null: to be listed anew
   std::uint64_t nextChangeUs_ = 0;                        ///< nothing leaves or returns before
   Faults faults_;
   Recorder recorder_;
   std::shared_ptr<const ExchangeHook> hook_;
   std::optional<FirmwareDouble> double_;
-  std::uint64_t exchanges_ = 0;
+  std::uint64_t exchanges_ = 0, stays_ = 0;
   std::array<std::atomic<int>, 4> handles_{};
 };
 

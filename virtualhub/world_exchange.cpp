@@ -4,8 +4,8 @@
 namespace virtualhub {
 
 template <typename Deliver>
-Result World::RunExchange(bool output, DevInst hidNode, ByteView report, Deliver deliver) {
-  Exchange exchange{0, output, hidNode, report};
+Result World::RunExchange(bool output, const HidNode& node, ByteView report, Deliver deliver) {
+  Exchange exchange{0, output, node.number, report};
   std::shared_ptr<const ExchangeHook> hook;
   std::uint32_t latencyUs = 0;
   bool present = false;
@@ -14,7 +14,7 @@ Result World::RunExchange(bool output, DevInst hidNode, ByteView report, Deliver
     CatchUp();
     exchange.number = ++exchanges_;
     hook = hook_;
-    const Device* device = OfHidNode(hidNode);
+    const Device* device = OfHidNode(node);
     present = device != nullptr;
     if (present && device->hub) latencyUs = device->hub->timing().latencyUs;
   }
@@ -26,29 +26,34 @@ Result World::RunExchange(bool output, DevInst hidNode, ByteView report, Deliver
   {
     const std::lock_guard<std::mutex> guard(mutex_);
     CatchUp();
-    Device* device = OfHidNode(hidNode);
+    Device* device = OfHidNode(node);
     if (device == nullptr) {
       result = {present ? Error::CutOff : Error::Gone};
     } else {
       const Fault* fault = faults_.Strike(
           {.on = output ? Fault::On::Output : Fault::On::Input, .device = device->config.name});
-      result = deliver(*device, fault, effects);
+      if (const auto prevented = Prevent(fault, *device)) {
+        result = *prevented;
+      } else if (node.number != device->nodes.hid) {
+        result = {Error::Stall};
+      } else {
+        result = deliver(*device, fault, effects);
+      }
     }
-    RecordReport(output ? Record::Kind::Output : Record::Kind::Input, hidNode, report, result);
+    RecordReport(output ? Record::Kind::Output : Record::Kind::Input, node.number, report, result);
   }
   clock_.SleepUs(std::uint64_t{effects.delayMs} * 1000);
   return result;
 }
 
-Result World::SetOutputReport(DevInst hidNode, ByteView report) {
-  return RunExchange(true, hidNode, report,
-                     [&](Device& device, const Fault* fault, Effects& effects) {
-                       return DeliverOutput(device, fault, report, effects);
-                     });
+Result World::SetOutputReport(const HidNode& node, ByteView report) {
+  return RunExchange(true, node, report, [&](Device& device, const Fault* fault, Effects& effects) {
+    return DeliverOutput(device, fault, report, effects);
+  });
 }
 
-Result World::GetInputReport(DevInst hidNode, MutableBytes report) {
-  return RunExchange(false, hidNode, report, [&](Device& device, const Fault* fault, Effects&) {
+Result World::GetInputReport(const HidNode& node, MutableBytes report) {
+  return RunExchange(false, node, report, [&](Device& device, const Fault* fault, Effects&) {
     return DeliverInput(device, fault, report);
   });
 }
@@ -58,12 +63,11 @@ std::optional<Result> World::Prevent(const Fault* fault, Device& device) {
   if (fault == nullptr) return std::nullopt;
   if (fault->action == Fault::Action::Fail) return Result{Error::SystemCode, fault->code};
   if (fault->action == Fault::Action::Stall) return Result{Error::Stall};
-  if (StrikeBus(*fault, &device)) return Result{Error::CutOff};
+  if (StrikeDevice(*fault, &device)) return Result{Error::CutOff};
   return std::nullopt;
 }
 
 Result World::DeliverOutput(Device& device, const Fault* fault, ByteView report, Effects& effects) {
-  if (const auto prevented = Prevent(fault, device)) return *prevented;
   if (double_) return double_->take(report);
   VendorRequest request;
   const Result decoded = device.channel.Decode(report, request);
@@ -99,7 +103,6 @@ Result World::CarryOut(Device& device, const Fault* fault, const VendorRequest& 
 }
 
 Result World::DeliverInput(Device& device, const Fault* fault, MutableBytes report) {
-  if (const auto prevented = Prevent(fault, device)) return *prevented;
   if (double_) return double_->answer(report);
   if (!device.hub || clock_.NowUs() < device.readyAtUs) return {Error::Stall};
   const Result result = device.channel.Encode(report);

@@ -42,7 +42,8 @@ struct OpenStatus : Status {
   std::string remark;
 };
 
-/// Number of one device node instance. 0 is never a node.
+/// Number of a present device node; 0 is never one. Whether a node that comes back has the same
+/// number is up to the system: on Windows when its device id is the same, on Linux never.
 using DevInst = std::uint32_t;
 
 /// Identifier of a device-interface class, in the order of its text form's fields.

@@ -107,6 +107,23 @@ TEST_F(OpenCloseTest, UpdatesAndVersionsFindTheHubOfTheirHandle) {
   QZ_CloseDev(first);
 }
 
+TEST_F(OpenCloseTest, AnyCollectionOfItsInterfaceOpensAHubAndNoOtherInterface) {
+  OpenHub(R"(, "part": "MI_01&Col02", "siblings": ["MI_00", "MI_01&Col01"])");
+  HidDevRecord* list = nullptr;
+  std::uint32_t count = 0;
+  ASSERT_EQ(1, QZ_ListAllHidDev(&list, &count));
+  const std::vector<HidDevRecord> records(list, list + count);
+  QZ_FreeDevList(list);
+  ASSERT_EQ(3u, records.size());
+  for (const HidDevRecord& record : records) {
+    const bool isOfItsInterface = record.Port == 1;
+    void* const opened = QZ_OpenHid(record.dwInst);
+    EXPECT_EQ(isOfItsInterface, opened != nullptr);
+    EXPECT_EQ(isOfItsInterface ? 0u : kStatusRefused, QZ_HidI2CConfig(opened, 0xA0, 2, 1));
+    QZ_CloseDev(opened);
+  }
+}
+
 TEST_F(OpenCloseTest, ClosingReducesTheFrequencyBeforeTheDeviceGoesAndTwiceDoesNothing) {
   Open();
   QZ_CloseDev(handle);

@@ -127,6 +127,12 @@ TEST_F(UpdateTest, HubsInAnyModeTakeTheImageInTheirConversation) {
   }
 }
 
+TEST_F(UpdateTest, AHubInACompositeDeviceIsUpdatedLikeAnyOther) {
+  OpenHub(R"(, "part": "MI_01&Col02", "siblings": ["MI_00", "MI_01&Col01"])");
+  EXPECT_EQ(1, QZ_UpdateDev(handle, good.path(), OnProgress));
+  EXPECT_EQ(0x0210, hub().Identity().version);
+}
+
 TEST_F(UpdateTest, AMissingFileIsToldBeforeTheHubIsTouched) {
   const std::string missing = UniquePath("missing.bin");
   for (const char* path : {missing.c_str(), ""}) {

@@ -87,6 +87,64 @@ TEST_F(ListingTest, AFailingStepTakesTheListBackAndKeepsTheCount) {
   }
 }
 
+TEST_F(ListingTest, AHubIsListedOnceForEachCollectionAtThePlaceOfItsInterface) {
+  InstallJson(R"({"devices": [
+      {"name": "mouse", "kind": "other", "port": "1", "part": "Col01", "siblings": ["Col02"]},
+      {"name": "hub", "port": "3.2", "part": "MI_01&Col02", "siblings": ["MI_00", "MI_01&Col01"]}]})");
+  ASSERT_EQ(1, List());
+  std::vector<std::u16string> told;
+  for (std::uint32_t i = 0; i < count; ++i) {
+    const std::u16string id = Text(list[i].HwID), path = Text(list[i].LocationPath);
+    told.push_back(id.substr(0, id.find(u'\0')) + u" " + path.substr(0, path.find(u'\0')));
+    EXPECT_EQ(std::tuple(3u, i == 0 ? 0u : 1u), std::tuple(list[i].Level, list[i].Port));
+    EXPECT_EQ(std::pair(u"2E7C"s, u"0818"s), std::pair(Text(list[i].VID), Text(list[i].PID)));
+  }
+  const std::u16string id = u"HID\\VID_2E7C&PID_0818&REV_0100&MI_0";
+  const std::u16string place = u" PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)#USB(2)#USBMI(";
+  EXPECT_THAT(told, ElementsAre(id + u"0" + place + u"0)", id + u"1&Col01" + place + u"1)",
+                                id + u"1&Col02" + place + u"1)"));
+}
+
+TEST_F(ListingTest, OfManyForeignDevicesOneWithoutAddressOrPathFailsTheFilteredListingOnly) {
+  for (const auto& [absent, message] :
+       {std::pair{"address", "Get Dev Port Fail,ErrorCode:0x2\n"},
+        std::pair{"location_paths", "Get Dev Path Fail,ErrorCode:0x2\n"}}) {
+    SCOPED_TRACE(absent);
+    std::string devices;
+    for (int port = 1; port <= 24; ++port) {
+      devices += R"({"kind": "other", "name": "d)" + std::to_string(port) + R"(", "port": ")" +
+                 std::to_string(port) + R"(", "vid": "0x045E", "pid": "0x0750")" +
+                 (port == 24 ? R"(, "usb": {"device_id": "ACPI\\\\PAD0001\\\\1", ")"s + absent +
+                                   "\": null}"
+                             : "") +
+                 "}, ";
+    }
+    InstallJson(R"({"devices": [)" + devices + R"({"name": "hub", "port": "30"}]})");
+    EXPECT_EQ(0, find.ListHidDevice(0x45E, 0x750, &list, &count));
+    EXPECT_EQ(24u, count);
+    EXPECT_EQ(nullptr, list);
+    EXPECT_THAT(log.From(3), ElementsAre(LogLine{3, kTag, message}));
+    ClearRecords();
+    EXPECT_EQ(1, List());
+    EXPECT_EQ(1u, count);
+    EXPECT_EQ(25u, world->recorder().Calls("OpenHidDevice").size()) << "each is opened once";
+    Forget();
+  }
+}
+
+TEST_F(ListingTest, AHubThatLeavesWhileItIsReadTakesTheListBackForTheOthers) {
+  InstallJson(R"({"devices": [{"name": "a", "port": "1"}, {"name": "b", "port": "2"}]})");
+  world->AddFault({.on = Fault::On::Call,
+                   .service = "HardwareIds",
+                   .device = "b",
+                   .action = Fault::Action::Unplug});
+  EXPECT_EQ(0, List());
+  EXPECT_EQ(nullptr, list);
+  EXPECT_EQ(2u, count);
+  EXPECT_EQ(1, List());
+  EXPECT_EQ(1u, count) << "the next listing finds the one that is there";
+}
+
 TEST_F(ListingTest, AListWithItsTwoTerminatorsMustFit512Characters) {
   for (const std::size_t length : {510u, 511u}) {
     for (const bool isPath : {false, true}) {

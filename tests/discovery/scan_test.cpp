@@ -121,6 +121,75 @@ TEST_F(ScanTest, ANodeIsNewOnceAndGoneOnce) {
   EXPECT_EQ("2?B 2?X ", Scan());
 }
 
+TEST_F(ScanTest, AReturnUnderTheSameNumberIsSeenOnlyIfAScanSawItAway) {
+  for (const auto& [numbers, missed, seen] :
+       {std::tuple{virtualhub::InstanceNumbers::ById, "", "1~a 1-0 |1?A 1+a "},
+        std::tuple{virtualhub::InstanceNumbers::ByArrival, "1~a 1-0 1?A 1+a ",
+                   "1~a 1-0 |1?A 1+a "}}) {
+    virtualhub::Scenario scenario = RecordedScenario();
+    scenario.instanceNumbers = numbers;
+    Install(scenario);
+    diary.names.clear();
+    Name("hub", 'a');
+    Watch({"A"});
+    Scan();
+    Replug("hub", 'a');
+    EXPECT_EQ(missed, Scan());
+    world->Unplug("hub");
+    const std::string departure = Scan();
+    world->Plug("hub");
+    Name("hub", 'a');
+    EXPECT_EQ(seen, departure + "|" + Scan());
+  }
+}
+
+TEST_F(ScanTest, OfAHubsCollectionsTheOneThatAnswersArrivesHoweverLongTheOthersAreAsked) {
+  InstallJson(R"({"devices": [
+      {"name": "mouse", "kind": "other", "port": "1", "part": "Col01", "siblings": ["Col02"]},
+      {"name": "hub", "port": "3", "part": "MI_01&Col02", "siblings": ["MI_00", "MI_01&Col01"]}]})");
+  diary.names.clear();
+  Watch({"P"});
+  find->EnumAllDevs();
+  ASSERT_EQ(3u, find->CurrentDevInsts().size()) << "each of them is of the family";
+  char letter = 'x';  // MI_00, MI_01&Col01, MI_01&Col02
+  for (const auto node : find->CurrentDevInsts()) {
+    platform::DevInst parent = 0;
+    EXPECT_TRUE(platform::GetParent(node, parent));
+    diary.names[parent] = letter == 'x' ? 'O' : 'P';
+    diary.names[node] = letter++;
+  }
+  ClearRecords();
+  EXPECT_EQ("1?O 1?P 1?P 1+z ", Scan());
+  EXPECT_EQ(std::vector<std::uint32_t>(50, 100), Pauses()) << "the other collection stalls";
+}
+
+TEST_F(ScanTest, ANodeThatVanishesOrIsTakenBetweenTwoOpensIsLeftForTheNext) {
+  struct Case {
+    Fault::Action action;
+    std::uint32_t open;  // of node a: the first asks for its family, the second is to arrive it
+    std::string scan, next;
+  };
+  for (const Case& c : {Case{Fault::Action::Unplug, 1, "1?B 1+b ", ""},
+                        Case{Fault::Action::Unplug, 2, "1?A 1?B 1+b ", "1~a "},
+                        Case{Fault::Action::Hold, 1, "1?B 1+b ", "1?A 1+a "},
+                        Case{Fault::Action::Hold, 2, "1?A 1?B 1+b ", ""}}) {
+    SCOPED_TRACE(c.scan + "|" + c.next);
+    InstallJson(R"({"devices": [{"name": "a", "port": "1"}, {"name": "b", "port": "2"}]})");
+    Name("a", 'a');
+    Name("b", 'b');
+    Watch({"AB"});
+    world->AddFault({.on = Fault::On::Call,
+                     .service = "OpenHidDevice",
+                     .device = "a",
+                     .nth = c.open,
+                     .action = c.action,
+                     .releaseMs = 1});
+    EXPECT_EQ(c.scan, Scan());
+    world->SleepMs(1);
+    EXPECT_EQ(c.next, Scan()) << "what was free again at once is no longer new";
+  }
+}
+
 TEST_F(ScanTest, TheHidFinderKeepsTheFamilyOrEverythingWhereItCannotAsk) {
   Install(RecordedScenario());
   Name("hub", 'h');

@@ -30,6 +30,7 @@ const std::vector<FaultKind> kFaultKinds = {
     {"power lost for good", At::Exchange, {.action = Action::PowerLoss}},
     {"never back from reset", At::Reset, {.action = Action::NeverReturn}, true},
     {"reset to another port", At::Reset, {.action = Action::ReturnAt, .port = "4"}, true},
+    {"taken by another program in a reset", At::Reset, {.action = Action::Hold, .releaseMs = 1500}},
     {"platform call fails", At::Call, {.code = 13}, true},
     {"platform call fails without a code", At::Call, {}},
     {"call, unplugged and back", At::Call, {.action = Action::Unplug, .returnMs = 500}},
@@ -39,15 +40,16 @@ const std::vector<FaultKind> kFaultKinds = {
     {"out of memory from then on", At::AllAllocationsFrom, {}, true}};
 
 const Start kFlashStart = {"flash code", ""};
+const Start kSameNumbersStart = {"same numbers", R"(, "rom": {"pid": "0x0818"})", false, "by_id"};
 
 namespace {
 
 constexpr int kMostComplaints = 5;
 
 virtualhub::Scenario Machine(const Start& start) {
-  return virtualhub::ReadScenario(std::string(R"({"devices": [
-      {"name": "hub", "port": "3.1", "bank_size": 65536,
-       "i2c": [{"kind": "eeprom", "address": "0xA0", "size": 32768, "address_bytes": 2}])") +
+  return virtualhub::ReadScenario(std::string(R"({"instance_numbers": ")") + start.numbers + R"(",
+      "devices": [{"name": "hub", "port": "3.1", "bank_size": 65536,
+       "i2c": [{"kind": "eeprom", "address": "0xA0", "size": 32768, "address_bytes": 2}])" +
                                   start.members +
                                   R"(}, {"name": "keyboard", "kind": "other", "port": "5"}]})");
 }
@@ -62,6 +64,11 @@ bool IsForGood(const Fault& fault) {
 }
 
 }  // namespace
+
+bool ComesBackAsItWas(const Fault& fault) {
+  const bool comesBack = IsBusAction(fault) && fault.returnMs && fault.port.empty();
+  return comesBack || fault.action == Action::Hold;
+}
 
 bool IsLie(const FaultKind& kind, std::uint16_t) {
   const Action action = kind.fault.action;

@@ -36,8 +36,15 @@ struct Start {
   const char* name;
   const char* members;  ///< more JSON members of the hub
   bool isDual = false;
+  const char* numbers = "by_arrival";  ///< how nodes get theirs
 };
 extern const Start kFlashStart;
+
+/// Flash code, with the ids of ROM code: the hub's nodes have the same numbers all the time.
+extern const Start kSameNumbersStart;
+
+/// Whether by such a fault the hub is away for a while, so that its old number may come back.
+bool ComesBackAsItWas(const Fault& fault);
 
 struct Job {
   enum class Opens {

@@ -15,6 +15,13 @@ class JobSweep : public FaultSweep {
       if (kind.isQuick) Sweep(kFlashStart, job, kind);
     }
   }
+  /// The same for a job that resets the hub, and again where its numbers stay.
+  void SweepResettingJob(const Job& job) {
+    SweepQuickKinds(job);
+    for (const FaultKind& kind : kFaultKinds) {
+      if (ComesBackAsItWas(kind.fault)) Sweep(kSameNumbersStart, job, kind);
+    }
+  }
 
   /// A flow's job on a device, as the exports run it.
   static bool RunFlow(void* handle, bool (CUniversalFlow::*job)()) {
@@ -117,12 +124,12 @@ TEST_F(JobSweep, EraseAndReset) {
     return world->hub("hub").bank(0).contents()[0x7F12] == 0xFF;  // of the vendor id
   };
   // A hub that does not come back is reported as erased.
-  SweepQuickKinds({"erase", Job::Opens::ForFlow,
-                   [](void* dev) { return RunFlow(dev, &CUniversalFlow::DevErase); }, isErased,
-                   [](const FaultKind&, std::uint16_t) { return true; }});
-  SweepQuickKinds({"reset", Job::Opens::ForFlow,
-                   [](void* dev) { return RunFlow(dev, &CUniversalFlow::ResetDeviceonly); },
-                   Always});
+  SweepResettingJob({"erase", Job::Opens::ForFlow,
+                     [](void* dev) { return RunFlow(dev, &CUniversalFlow::DevErase); }, isErased,
+                     [](const FaultKind&, std::uint16_t) { return true; }});
+  SweepResettingJob({"reset", Job::Opens::ForFlow,
+                     [](void* dev) { return RunFlow(dev, &CUniversalFlow::ResetDeviceonly); },
+                     Always});
 }
 
 }  // namespace

@@ -12,7 +12,8 @@ const Start kStarts[] = {
      true},
     {"two banks, validating",
      R"(, "dual_bank": true, "isp_supported": true, "second_image": {"version": "0x0100", "size": 32768})",
-     true}};
+     true},
+    kSameNumbersStart};
 
 /// What the hub takes without carrying it out can pass for a whole update: the check of a hub that
 /// does not validate images accepts contents that differ, and nobody asks which code the hub runs
@@ -44,10 +45,18 @@ std::string NameOf(const ::testing::TestParamInfo<UpdateSweep::ParamType>& of) {
   return name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Faults, UpdateSweep,
-                         ::testing::Combine(::testing::Range<std::size_t>(0, std::size(kStarts)),
-                                            ::testing::Range<std::size_t>(0, kFaultKinds.size())),
-                         NameOf);
+/// Every start with every kind; numbers that stay the same, with the kinds where that can matter.
+std::vector<UpdateSweep::ParamType> Sweeps() {
+  std::vector<UpdateSweep::ParamType> sweeps;
+  for (std::size_t start = 0; start < std::size(kStarts); ++start) {
+    for (std::size_t kind = 0; kind < kFaultKinds.size(); ++kind) {
+      if (start < 4 || ComesBackAsItWas(kFaultKinds[kind].fault)) sweeps.emplace_back(start, kind);
+    }
+  }
+  return sweeps;
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, UpdateSweep, ::testing::ValuesIn(Sweeps()), NameOf);
 
 }  // namespace
 }  // namespace qzhid::test

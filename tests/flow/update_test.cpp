@@ -12,6 +12,7 @@ namespace {
 
 using virtualhub::Code;
 using virtualhub::HubConfig;
+using virtualhub::InstanceNumbers;
 using enum Fault::Action;
 
 /// 255 chunks of 128 bytes and 40 bytes more.
@@ -22,8 +23,10 @@ const auto kNewImage = virtualhub::BuildImage({.version = 0x0210}, 0x7FA8);
 class UpdateTest : public ProxyTest {
  protected:
   UpdateTest() { InstallHub(); }
-  void InstallHub(const std::function<void(HubConfig&)>& change = {}) {
+  void InstallHub(const std::function<void(HubConfig&)>& change = {},
+                  InstanceNumbers numbers = InstanceNumbers::ByArrival) {
     virtualhub::Scenario scenario = RecordedScenario();
+    scenario.instanceNumbers = numbers;
     scenario.devices.pop_back();
     HubConfig& hub = *scenario.devices[0].hub;
     hub.image.image = kOldImage;
@@ -83,6 +86,15 @@ Fault AtReset(std::uint32_t nth, Fault::Action action, const std::string& port =
   return {.on = Fault::On::Reset, .nth = nth, .action = action, .port = port};
 }
 
+/// Another program has the hub for that time, from the n-th open on that the library tries.
+Fault TakenAtOpen(std::uint32_t nth, std::uint32_t releaseMs) {
+  return {.on = Fault::On::Call,
+          .service = "OpenHidDevice",
+          .nth = nth,
+          .action = Hold,
+          .releaseMs = releaseMs};
+}
+
 TEST_F(UpdateTest, AFaultFailsItClearlyAndItCanBeRepeated) {
   const std::string notErased = "fail to erase flash\n", notWritten = "\nfail to write flash\n";
   const std::string notChecked = "\nfail to check flash\n";
@@ -99,6 +111,9 @@ TEST_F(UpdateTest, AFaultFailsItClearlyAndItCanBeRepeated) {
        {Case{"silent", RequestFault(0x4002, 1, 0), "", 0},
         Case{"lost in ROM", AtReset(1, NeverReturn), "", 20},
         Case{"elsewhere in ROM", AtReset(1, ReturnAt, "4"), "", 20},
+        Case{"taken for long", TakenAtOpen(4, 30000), "", 20},
+        // After the scan that finds the hub has learnt its family: it is no longer new to the next.
+        Case{"taken for a moment", TakenAtOpen(5, 1), "", 20},
         Case{"silent in ROM", RequestFault(0x4002, 2, 0), "", 20},
         Case{"erase", RequestFault(0x40E8), notErased, 20},
         Case{"second erase", RequestFault(0x40E8, 2), notWritten, 30},
@@ -132,6 +147,38 @@ TEST_F(UpdateTest, AFaultFailsItClearlyAndItCanBeRepeated) {
     world->Plug("hub", "3.1");
     EXPECT_TRUE(Update());
     ExpectUpdated(c.isDualBank ? 1 : 0);
+  }
+}
+
+TEST_F(UpdateTest, NumbersThatStayOrChangeAndAShortAbsenceOnlyCostTime) {
+  using enum InstanceNumbers;
+  struct Case {
+    const char* name;
+    InstanceNumbers numbers;
+    std::uint16_t romPid;    // of the firmware: 0x0818
+    std::uint32_t returnMs;  // 50 ms: away only between two scans
+  };
+  for (const Case& c :
+       {Case{"same numbers", ById, 0x0818, 700}, Case{"same numbers, short", ById, 0x0818, 50},
+        Case{"back and forth", ById, 0x0810, 700}, Case{"back and forth, short", ById, 0x0810, 50},
+        Case{"new numbers", ByArrival, 0x0818, 700},
+        Case{"new numbers, short", ByArrival, 0x0818, 50}}) {
+    SCOPED_TRACE(c.name);
+    const bool isSeenAway = c.returnMs == 700;
+    InstallHub(
+        [&](HubConfig& hub) {
+          hub.rom.pid = c.romPid;
+          hub.timing.returnMs = c.returnMs;
+        },
+        c.numbers);
+    EXPECT_TRUE(Update());
+    ExpectUpdated(0);
+    // One disconnect wait for each of the two resets; a missed absence costs 80 scans.
+    const LogLine missed = {1, "IDevFinder::WaitDevUnconnect",
+                            "wait dev unconnect return false.\n"};
+    EXPECT_EQ(isSeenAway ? 0u : 2u, log.Count(missed));
+    const auto pauses = Pauses();
+    EXPECT_EQ(isSeenAway ? 12 : 160, std::count(pauses.begin(), pauses.end(), 128u));
   }
 }
 

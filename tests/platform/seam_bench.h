@@ -30,6 +30,8 @@ class ISeamBench {
   virtual std::vector<ExpectedDevice> Hubs() = 0;
   virtual std::wstring OtherHardwareId() = 0;
   virtual Architecture NativeArchitecture() = 0;
+  /// Whether a device that comes back to its port has the same numbers again.
+  virtual bool KeepsNumbers() = 0;
 
   /// Take a hub of Hubs() off the bus and put it back at the same port; return when the system has
   /// noticed.

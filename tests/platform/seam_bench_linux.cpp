@@ -28,6 +28,7 @@ class CLinuxSeamBench final : public ISeamBench {
   }
   std::wstring OtherHardwareId() override { return L"HID\\VID_1234&PID_5678&REV_0100"; }
   Architecture NativeArchitecture() override { return Architecture::X64; }
+  bool KeepsNumbers() override { return false; }
   void Unplug(std::size_t hub) override { m_Hubs[hub].reset(); }
   void Plug(std::size_t hub) override {
     m_Hubs[hub] =

@@ -9,7 +9,7 @@ class CVirtualSeamBench final : public ISeamBench {
  public:
   CVirtualSeamBench()
       : m_World(virtualhub::InstallWorld(R"({
-          "host": {"architecture": "arm64"},
+          "host": {"architecture": "arm64"}, "instance_numbers": "by_id",
           "devices": [
             {"name": "first", "port": "3.1.2"},
             {"name": "other", "kind": "other", "port": "5", "vid": "0x045E", "pid": "0x0750",
@@ -29,6 +29,7 @@ class CVirtualSeamBench final : public ISeamBench {
   }
   std::wstring OtherHardwareId() override { return L"HID\\VID_045E&PID_0750&REV_0100"; }
   Architecture NativeArchitecture() override { return Architecture::QZ_HOST_ARCHITECTURE; }
+  bool KeepsNumbers() override { return true; }
   void Unplug(std::size_t hub) override { m_World.Unplug(Name(hub)); }
   void Plug(std::size_t hub) override {
     m_World.Plug(Name(hub));

@@ -160,7 +160,7 @@ TEST_F(SeamTest, OpenedDevicesAndTheirReports) {
   }
 }
 
-TEST_F(SeamTest, AReturnedDeviceIsANewInstance) {
+TEST_F(SeamTest, AHandleEndsWithTheStayOfItsDeviceWhateverNumberThatHasWhenItReturns) {
   const DevInst before = HubNode(0);
   const DevInst usb = ParentOf(before);
   const std::wstring place = Text(usb, TextProperty::LocationPaths);
@@ -178,16 +178,22 @@ TEST_F(SeamTest, AReturnedDeviceIsANewInstance) {
 
   bench->Plug(0);
   const DevInst after = HubNode(0);
-  EXPECT_TRUE(after != 0 && after != before && ParentOf(after) != usb);
+  const bool keepsNumbers = bench->KeepsNumbers();
+  EXPECT_NE(0u, after);
+  EXPECT_EQ(keepsNumbers, after == before);
+  EXPECT_EQ(keepsNumbers, ParentOf(after) == usb);
   EXPECT_EQ(place, Text(ParentOf(after), TextProperty::LocationPaths));
   EXPECT_FALSE(Enable(device, hubs[0].caps)) << "the old handle stays dead";
   EXPECT_TRUE(Enable(Open(after), hubs[0].caps));
 
   const DevInst usbAfter = ParentOf(after);
+  const HidDevice second = Open(after);
   bench->Unplug(0);
   bench->Plug(0);  // and nobody has looked in between
-  EXPECT_FALSE(GetDeviceIdW(after, 200, text) || GetDeviceIdW(usbAfter, 200, text));
-  EXPECT_NE(usbAfter, ParentOf(HubNode(0)));
+  EXPECT_EQ(keepsNumbers, GetDeviceIdW(after, 200, text).ok);
+  EXPECT_EQ(keepsNumbers, GetDeviceIdW(usbAfter, 200, text).ok);
+  EXPECT_EQ(keepsNumbers, ParentOf(HubNode(0)) == usbAfter);
+  EXPECT_FALSE(Enable(second, hubs[0].caps));
 }
 
 TEST_F(SeamTest, WhatIsNotThereFails) {

@@ -5,15 +5,27 @@ namespace virtualhub::test {
 
 namespace {
 
-using BusTest = HubBench;
+class BusTest : public HubBench {
+ protected:
+  /// All present HID nodes.
+  std::vector<DevInst> Nodes() {
+    std::vector<DevInst> nodes;
+    world->Call("OpenNodeSet", 0, 0, [&](const World::View& view) {
+      nodes = *view.HidNodes();
+      return Result{};
+    });
+    return nodes;
+  }
+};
 using Texts = std::vector<std::string>;
 
-// A node and those above it: the first part of the device id, location, path and address if any.
+// A node and those above it: the device id without its place, location, path and address if any.
 Texts Chain(World& world, DevInst number) {
   Texts chain;
   world.Call("GetParent", number, 0, [&](const World::View& view) {
     for (const Node* node = view.FindNode(number); node; node = view.FindNode(node->parent)) {
-      chain.push_back(node->deviceId.substr(0, node->deviceId.rfind('\\')).substr(0, 21));
+      const std::string& id = node->deviceId;
+      chain.push_back(id.substr(0, std::min(id.rfind('\\'), id.find("&SUBSYS"))));
       const Texts paths = node->locationPaths.value_or(Texts{});
       if (node->locationInfo) chain.back() += " " + *node->locationInfo;
       if (!paths.empty()) chain.back() += " " + paths[0];
@@ -39,7 +51,8 @@ TEST_F(BusTest, NodesLookLikeThoseOfWindows) {
 TEST_F(BusTest, ResetTakesItsTimeAndMakesNewNodes) {
   Install(OneHub(R"("rom": {"vid": "0x1111", "pid": 2},
       "timing": {"latency_us": 0, "leave_ms": 20, "return_ms": 300, "ready_ms": 40})"));
-  const DevInst before = world->HidInstance("hub");
+  const HidNode stay = HubNode();
+  const DevInst before = stay.number;
   Expect({{"40 00 0 0 0 0 0 0", "ok"}});
   std::string outcomes;
   for (const std::uint32_t afterMs : {0, 19, 1, 299, 1, 39, 1}) {
@@ -49,11 +62,86 @@ TEST_F(BusTest, ResetTakesItsTimeAndMakesNewNodes) {
   EXPECT_EQ("stall stall gone gone stall stall ok ", outcomes);
   EXPECT_NE(before, world->HidInstance("hub"));
   EXPECT_EQ(Texts(), Chain(*world, before)) << "the old node is gone";
-  EXPECT_EQ(Error::Gone, world->SetOutputReport(before, Bytes(321)).error);
+  EXPECT_EQ(Error::Gone, world->SetOutputReport(stay, Bytes(321)).error);
   EXPECT_EQ(
       "USB\\VID_1111&PID_0002 Port_#0001.Hub_#0002 "
       "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)#USB(1) at 1",
       Chain(*world, world->UsbInstance("hub")).at(0));
+}
+
+TEST_F(BusTest, NumbersAreThoseOfTheIdsOrNew) {
+  struct Case {
+    std::string numbers, romPid, port;
+    std::string later;  // are its numbers those from before the reset, in ROM code and then again?
+  };
+  for (const Case& c :
+       {Case{"by_id", "0x0818", "3.1", "same same"}, Case{"by_id", "0x0810", "3.1", "new same"},
+        Case{"by_id", "0x0818", "4", "new new"}, Case{"by_arrival", "0x0818", "3.1", "new new"}}) {
+    SCOPED_TRACE(c.numbers + " " + c.romPid + " " + c.port);
+    const std::string members = R"("part": "MI_01&Col02", "siblings": ["MI_00", "MI_01&Col01"],)";
+    Scenario scenario = ReadScenario(OneHub(members + R"("rom": {"pid": ")" + c.romPid + "\"}"));
+    scenario.instanceNumbers =
+        c.numbers == "by_id" ? InstanceNumbers::ById : InstanceNumbers::ByArrival;
+    world = &InstallWorld(scenario);
+    world->AddFault({.on = Fault::On::Reset, .action = Fault::Action::ReturnAt, .port = c.port});
+    const auto numbers = [&] {
+      auto all = Nodes();
+      all.push_back(world->UsbInstance("hub"));
+      return all;
+    };
+    const HidNode first = HubNode();
+    const auto before = numbers();
+    const auto compare = [&]() -> std::string {
+      const auto now = numbers();
+      if (now == before) return "same";
+      const auto end = now.end();
+      return std::find_first_of(now.begin(), end, before.begin(), before.end()) == end ? "new" : "";
+    };
+    ASSERT_TRUE(ResetToRom());
+    const std::string inRom = compare();
+    ASSERT_TRUE(ResetToFlash());
+    EXPECT_EQ(c.later, inRom + " " + compare());
+    EXPECT_EQ(Error::Gone, world->SetOutputReport(first, Bytes(321)).error) << "a handle's stay";
+  }
+}
+
+TEST_F(BusTest, AnExchangeIsCutOffEvenIfTheDeviceIsBackUnderTheSameNumber) {
+  Install(R"({"instance_numbers": "by_id", "devices": [{"name": "hub", "port": "1"}]})");
+  world->SetExchangeHook([&](const Exchange&) {
+    world->Unplug("hub");
+    world->Plug("hub");
+  });
+  const HidNode before = HubNode();
+  EXPECT_EQ(Error::CutOff, world->SetOutputReport(before, Bytes(321)).error);
+  EXPECT_EQ(before.number, HubNode().number);
+}
+
+TEST_F(BusTest, ACompositeDeviceHasANodeForEachInterfaceAndCollection) {
+  Install(R"({"devices": [{"name": "hub", "port": "3", "part": "MI_01&Col02",
+      "siblings": ["MI_0A", "MI_01&Col01"], "usb": {"location_info": null}}]})");
+  const std::string usb = "USB\\VID_2E7C&PID_0818",
+                    path = " PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)";
+  const Texts above = {usb + path + " at 3", "USB\\ROOT_HUB30 PCIROOT(0)#PCI(1400)#USBROOT(0)",
+                       "PCI\\VEN_1B36&DEV_000D PCIROOT(0)#PCI(1400)"};
+  const std::string place = " 0000.0014.0000.003.000.000.000.000.000";
+  std::vector<Texts> chains;
+  for (const DevInst node : Nodes()) chains.push_back(Chain(*world, node));
+  const auto chain = [&](const std::string& hid, const std::string& interfaceNode) {
+    Texts all = {hid, interfaceNode};
+    all.insert(all.end(), above.begin(), above.end());
+    return all;
+  };
+  const std::string first = usb + "&MI_01" + place + path + "#USBMI(1) at 1";
+  EXPECT_EQ((std::vector<Texts>{chain("HID\\VID_2E7C&PID_0818&MI_01&Col01", first),
+                                chain("HID\\VID_2E7C&PID_0818&MI_01&Col02", first),
+                                chain("HID\\VID_2E7C&PID_0818&MI_0A",
+                                      usb + "&MI_0A" + place + path + "#USBMI(10) at 10")}),
+            chains);
+  // Only its own node hears the hub's reports.
+  const HidNode own = HubNode();
+  EXPECT_EQ(Nodes()[1], own.number);
+  EXPECT_EQ(Error::Stall, world->SetOutputReport({Nodes()[0], own.stay}, Bytes(321)).error);
+  EXPECT_TRUE(Enable(1));
 }
 
 TEST_F(BusTest, FaultsStrikeWhereTheyShould) {

@@ -49,12 +49,16 @@ class HubBench : public ::testing::Test {
     Bytes report(321, 0);
     std::copy(header.begin(), header.end(), report.begin() + 1);
     std::copy(data.begin(), data.end(), report.begin() + 65);
-    return world->SetOutputReport(world->HidInstance("hub"), report).error;
+    return world->SetOutputReport(HubNode(), report).error;
   }
   /// Takes the answer; 256 bytes behind the report ID.
   Result Take(Bytes& answer) {
     answer.assign(257, 0);
-    return world->GetInputReport(world->HidInstance("hub"), answer);
+    return world->GetInputReport(HubNode(), answer);
+  }
+  HidNode HubNode() {
+    const auto hub = world->OnBus("hub");
+    return hub ? hub->hid : HidNode{};
   }
 
   /// What the hub does with a request: "ok", the bytes of its answer in hexadecimal, or an error.

@@ -23,6 +23,8 @@ std::uint32_t CodeOf(Error error) {
       return 87;  // ERROR_INVALID_PARAMETER
     case Error::NoSuchPath:
       return 2;  // ERROR_FILE_NOT_FOUND
+    case Error::HeldByOther:
+      return 32;  // ERROR_SHARING_VIOLATION
     case Error::NoMoreNodes:
       return 259;  // ERROR_NO_MORE_ITEMS
     case Error::StringTooLong:
@@ -48,6 +50,8 @@ std::uint32_t CodeOf(Error error) {
       return EPROTO;
     case Error::BadReport:
       return EINVAL;
+    case Error::HeldByOther:
+      return EBUSY;
     case Error::NoSuchPath:
     case Error::NoSuchProperty:
     case Error::NoParent:

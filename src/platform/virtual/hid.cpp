@@ -11,19 +11,20 @@ namespace qzhid::platform {
 
 using virtualhub::Error;
 using virtualhub::HandleKind;
+using virtualhub::HidNode;
 using virtualhub::Result;
 using View = virtualhub::World::View;
 
 struct HidDeviceData {
   COpenHandle handle;
-  DevInst node;
+  HidNode node;
 };
 struct EventData {
   COpenHandle handle;
 };
 struct PreparsedDataBlock {
   COpenHandle handle;
-  DevInst node;
+  HidNode node;
   HidCaps caps;
 };
 
@@ -54,10 +55,11 @@ DevInst NodeOfPath(const std::wstring& path) {
 template <typename Body>
 Result CallForDevice(const HidDeviceData& device, const char* service, std::uint32_t value,
                      Body body) {
-  return device.handle.world().Call(service, device.node, value, [&](const View& view) -> Result {
-    const virtualhub::DeviceConfig* found = view.FindHid(device.node);
-    return found == nullptr ? Result{Error::Gone} : body(*found);
-  });
+  return device.handle.world().Call(
+      service, device.node.number, value, [&](const View& view) -> Result {
+        const virtualhub::DeviceConfig* found = view.FindHid(device.node);
+        return found == nullptr ? Result{Error::Gone} : body(*found);
+      });
 }
 
 }  // namespace
@@ -65,9 +67,12 @@ Result CallForDevice(const HidDeviceData& device, const char* service, std::uint
 OpenStatus OpenHidDevice(const std::wstring& path, HidDevice& device) {
   device.reset();
   const auto world = HoldMachine();
-  const DevInst node = NodeOfPath(path);
-  const Result result = world->Call("OpenHidDevice", node, 0, [&](const View& view) -> Result {
-    return {view.FindHid(node) == nullptr ? Error::NoSuchPath : Error::None};
+  const DevInst number = NodeOfPath(path);
+  HidNode node;
+  const Result result = world->Call("OpenHidDevice", number, 0, [&](const View& view) -> Result {
+    node = view.PresentHid(number);
+    if (node.stay == 0) return {Error::NoSuchPath};
+    return {view.IsHeld(number) ? Error::HeldByOther : Error::None};
   });
   if (result.ok()) device.reset(new HidDeviceData{{world, HandleKind::HidDevice}, node});
   return ToStatus(result);
@@ -100,11 +105,11 @@ Status GetPreparsedData(const HidDevice& device, PreparsedData& preparsed) {
 
 Status GetCaps(const PreparsedData& preparsed, HidCaps& caps) {
   if (!preparsed) return InvalidHandle();
-  const Result result =
-      preparsed->handle.world().Call("GetCaps", preparsed->node, 0, [&](const View&) -> Result {
-        caps = preparsed->caps;
-        return {};
-      });
+  const Result result = preparsed->handle.world().Call("GetCaps", preparsed->node.number, 0,
+                                                       [&](const View&) -> Result {
+                                                         caps = preparsed->caps;
+                                                         return {};
+                                                       });
   return ToStatus(result);
 }
 

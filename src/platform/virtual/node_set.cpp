@@ -57,7 +57,7 @@ Status EnumNode(const NodeSet& set, std::uint32_t index, DevInst& devInst) {
 
 Status FirstInterface(const NodeSet& set, std::uint32_t index, DeviceInterface& found) {
   return CallForNode(set, "FirstInterface", index, [&](const View& view, DevInst node) -> Result {
-    if (view.FindHid(node) == nullptr) return {Error::NoMoreNodes};
+    if (view.PresentHid(node).stay == 0) return {Error::NoMoreNodes};
     found = {index, node};
     return {};
   });
@@ -67,7 +67,7 @@ Status InterfacePath(const NodeSet& set, const DeviceInterface& deviceInterface,
                      std::wstring& path) {
   return CallForNode(set, "InterfacePath", deviceInterface.node,
                      [&](const View& view, DevInst node) -> Result {
-                       if (view.FindHid(node) == nullptr) return {Error::NoSuchNode};
+                       if (view.PresentHid(node).stay == 0) return {Error::NoSuchNode};
                        path = L"virtualhub:" + std::to_wstring(node);
                        return {};
                      });
