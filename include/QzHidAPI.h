@@ -7,15 +7,18 @@
  *
  * Rules that hold for every function:
  *  - All work happens on the calling thread, which is blocked until the call returns. The
- *    progress callback runs on that same thread. A function that another thread calls meanwhile
- *    waits for its turn.
+ *    progress callback runs on that same thread. Functions that only send requests (I2C, bridge and
+ *    GPIO) run side by side on several threads; each request waits for the one before it, and fails
+ *    with 0xFFFFFFFF after five seconds. A function that lists, opens or closes waits for the calls
+ *    of other threads, and they for it.
  *  - While QZ_UpdateDev runs, nothing leads it to another hub. Until it has reported 100, a
  *    function that opens devices (listing, QZ_OpenHid, QZ_UpdateDev, the two version functions,
  *    QZ_GetHubVIDPIDFromHidDevice) fails at once, also in the progress callback; on other
- *    threads every function with a handle does, until QZ_UpdateDev has returned. A handle that
- *    was to be closed there stays open. The log says "An update is running". In the callback
- *    QZ_CloseDev makes the update fail at its next step, the bridge and GPIO functions work as
- *    ever.
+ *    threads every function with a handle does, until QZ_UpdateDev has returned. The log says "An
+ *    update is running". A handle that was to be closed on another thread stays open before the
+ *    callback was called with 100; from then on it is closed when QZ_UpdateDev returns. In the
+ *    callback QZ_CloseDev makes the update fail at its next step, the bridge and GPIO functions
+ *    work as ever.
  *  - QZ_SetLogPath, QZ_ConfigLog, QZ_GenerateDumplog, QZ_DllPassPara, QZ_FreeDevList and
  *    QZ_GetHidBinFileVIDPID may be called by any thread at any time.
  *  - One hub is open at a time. The library talks to the hub that was opened last; the functions
@@ -30,6 +33,11 @@
  *    code of the device or the operating system, unchanged: a Windows error code on Windows, an
  *    errno value on Linux.
  *  - Why a call failed stands in the log; see QZ_SetLogPath and QZ_ConfigLog.
+ *  - The process may exit, and on Linux fork, while threads are inside the library: the child can go
+ *    on using it. A thread that is cancelled, where there is such a thing, is ended in the progress
+ *    callback and nowhere else; that, and a callback that ends its thread, ends the update as a
+ *    failed one. The library may be unloaded when no thread is inside it; what it holds goes with
+ *    it.
  *  - No function throws. Paths are narrow text: the ANSI code page on Windows, bytes as they are on
  *    Linux.
  */
