@@ -14,20 +14,23 @@ void TextFileCloser::operator()(TextFileData* data) const noexcept { delete data
 
 namespace {
 
+bool IsPending(int signal) {
+  sigset_t pending;
+  return sigpending(&pending) == 0 && sigismember(&pending, signal) == 1;
+}
+
 /// While it lives, the signals that a write may raise do not reach the host: that nobody reads a
 /// pipe any more, and that a file has reached its limit. Either would end the process.
 class CSignalShield {
  public:
   CSignalShield() {
-    sigset_t pending;
     sigemptyset(&m_Raised);
     sigaddset(&m_Raised, SIGPIPE);
     sigaddset(&m_Raised, SIGXFSZ);
-    sigpending(&pending);
     pthread_sigmask(SIG_BLOCK, &m_Raised, &m_Before);
     // What was there before stays for the host.
     for (const int signal : {SIGPIPE, SIGXFSZ}) {
-      if (sigismember(&pending, signal) == 1) sigdelset(&m_Raised, signal);
+      if (sigismember(&m_Before, signal) == 1 && IsPending(signal)) sigdelset(&m_Raised, signal);
     }
   }
   ~CSignalShield() { pthread_sigmask(SIG_SETMASK, &m_Before, nullptr); }
