@@ -35,6 +35,14 @@ std::string InterfaceOf(const std::string& part) {
   return part.compare(0, 3, "MI_") == 0 ? part.substr(0, 5) : "";
 }
 
+// The HID node of that part of a device.
+Node HidNodeOf(UsbIds ids, const std::string& part, unsigned mark) {
+  const std::string name = "HID\\" + IdPart(ids), suffix = part.empty() ? "" : "&" + part;
+  return {.deviceId = name + suffix + Format("\\7&%08X&0&0000", mark),
+          .hardwareIds = {name + Format("&REV_%04X", kRevision) + suffix, name + suffix,
+                          "HID_DEVICE_UP:FF00_U:0001", "HID_DEVICE"}};
+}
+
 }  // namespace
 
 UsbTree::UsbTree(InstanceNumbers numbers, std::vector<NodeOverrides> roots,
@@ -130,7 +138,6 @@ void UsbTree::AddDevice(const PortPath& place, UsbIds ids, const DeviceNodes& no
                         Instance& instance) {
   Node usbNode = DeviceNode(place, HubAt(place.Parent()), ids);
   const unsigned mark = PlaceMark(usbNode.locationPaths->front());
-  const std::string name = "HID\\" + IdPart(ids);
   std::vector<std::string> parts = nodes.siblings;
   parts.push_back(nodes.part);
   std::sort(parts.begin(), parts.end());
@@ -143,14 +150,10 @@ void UsbTree::AddDevice(const PortPath& place, UsbIds ids, const DeviceNodes& no
       interfaceName = InterfaceOf(part);
       instance.interfaces.push_back(AddInterface(instance.usb, ids, interfaceName));
     }
-    const std::string suffix = part.empty() ? "" : "&" + part;
     const bool isOwn = part == nodes.part;
-    instance.hidNodes.push_back(
-        Add({.parent = interfaceName.empty() ? instance.usb : instance.interfaces.back(),
-             .deviceId = name + suffix + Format("\\7&%08X&0&0000", mark),
-             .hardwareIds = {name + Format("&REV_%04X", kRevision) + suffix, name + suffix,
-                             "HID_DEVICE_UP:FF00_U:0001", "HID_DEVICE"}},
-            isOwn ? nodes.hid : NodeOverrides()));
+    Node node = HidNodeOf(ids, part, mark);
+    node.parent = interfaceName.empty() ? instance.usb : instance.interfaces.back();
+    instance.hidNodes.push_back(Add(std::move(node), isOwn ? nodes.hid : NodeOverrides()));
     if (isOwn) instance.hid = instance.hidNodes.back();
   }
 }

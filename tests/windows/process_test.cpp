@@ -1,4 +1,8 @@
 // Loading and unloading of the library.
+#include <array>
+#include <map>
+#include <string>
+
 #include "windows/loaded_copy.h"
 
 namespace qzhid::test {
@@ -32,6 +36,21 @@ TEST_F(ProcessTest, AnOpenDeviceIsReleasedWithTheLibrary) {
     EXPECT_EQ(1, world->openHandles(HidDevice));
   }
   EXPECT_EQ(0, world->openHandles(HidDevice) + world->openHandles(Event));
+}
+
+TEST_F(ProcessTest, TheSystemIsAskedForEachOpenedNodeOnlyWhatItTakes) {
+  const LoadedCopy library(folder);
+  world->recorder().Start();
+  EXPECT_EQ(1u, library.List());
+  std::map<std::string, int> calls;
+  for (const auto& record : world->recorder().all()) {
+    if (record.kind == virtualhub::Record::Kind::Call) ++calls[record.name];
+  }
+  // One walk over the hub and the keyboard, up to the end; a set for each of the two, which is
+  // walked as far as the node. The path is asked for with its size first.
+  EXPECT_EQ((std::array{3, 6, 2, 4}),
+            (std::array{calls["OpenNodeSet"], calls["EnumNode"], calls["FirstInterface"],
+                        calls["InterfacePath"]}));
 }
 
 }  // namespace

@@ -9,9 +9,13 @@
 
 namespace qzhid::platform {
 
+/// Keeps what was found last, so that the system is asked for it once.
 struct NodeSetData {
   HDEVINFO handle;
   GUID interfaceClass;
+  std::uint32_t index = 0;
+  SP_DEVINFO_DATA node = {};                     // at the index; without size: none yet
+  SP_DEVICE_INTERFACE_DATA firstInterface = {};  // of the node; without size: not asked for yet
 };
 
 void NodeSetCloser::operator()(NodeSetData* data) const noexcept {
@@ -27,18 +31,27 @@ GUID ToSystem(const Guid& guid) {
   return system;
 }
 
-bool FindNode(const NodeSet& set, std::uint32_t index, SP_DEVINFO_DATA& node) {
-  node = {};
+bool FindNode(NodeSetData& set, std::uint32_t index) {
+  SP_DEVINFO_DATA node = {};
   node.cbSize = sizeof(node);
-  return SetupDiEnumDeviceInfo(set->handle, index, &node) != FALSE;
+  if (!SetupDiEnumDeviceInfo(set.handle, index, &node)) return false;
+  set.index = index;
+  set.node = node;
+  set.firstInterface = {};
+  return true;
 }
 
-bool FindInterface(const NodeSet& set, std::uint32_t index, SP_DEVINFO_DATA& node,
-                   SP_DEVICE_INTERFACE_DATA& found) {
-  found = {};
+bool FindInterface(NodeSetData& set, std::uint32_t index) {
+  const bool isKnown = set.node.cbSize != 0 && set.index == index;
+  if (!isKnown && !FindNode(set, index)) return false;
+  if (set.firstInterface.cbSize != 0) return true;
+  SP_DEVICE_INTERFACE_DATA found = {};
   found.cbSize = sizeof(found);
-  return FindNode(set, index, node) &&
-         SetupDiEnumDeviceInterfaces(set->handle, &node, &set->interfaceClass, 0, &found) != FALSE;
+  if (!SetupDiEnumDeviceInterfaces(set.handle, &set.node, &set.interfaceClass, 0, &found)) {
+    return false;
+  }
+  set.firstInterface = found;
+  return true;
 }
 
 }  // namespace
@@ -63,27 +76,23 @@ Status OpenNodeSet(const Guid& interfaceClass, NodeSet& set) {
 
 Status EnumNode(const NodeSet& set, std::uint32_t index, DevInst& devInst) {
   if (!set) return InvalidHandle();
-  SP_DEVINFO_DATA node;
-  if (!FindNode(set, index, node)) return LastFailure();
-  devInst = node.DevInst;
+  if (!FindNode(*set, index)) return LastFailure();
+  devInst = set->node.DevInst;
   return {};
 }
 
 Status FirstInterface(const NodeSet& set, std::uint32_t index, DeviceInterface& found) {
   if (!set) return InvalidHandle();
-  SP_DEVINFO_DATA node;
-  SP_DEVICE_INTERFACE_DATA data;
-  if (!FindInterface(set, index, node, data)) return LastFailure();
-  found = {index, static_cast<DevInst>(node.DevInst)};
+  if (!FindInterface(*set, index)) return LastFailure();
+  found = {index, static_cast<DevInst>(set->node.DevInst)};
   return {};
 }
 
 Status InterfacePath(const NodeSet& set, const DeviceInterface& deviceInterface,
                      std::wstring& path) {
   if (!set) return InvalidHandle();
-  SP_DEVINFO_DATA node;
-  SP_DEVICE_INTERFACE_DATA data;
-  if (!FindInterface(set, deviceInterface.node, node, data)) return LastFailure();
+  if (!FindInterface(*set, deviceInterface.node)) return LastFailure();
+  SP_DEVICE_INTERFACE_DATA& data = set->firstInterface;
   DWORD bytes = 0;
   // Without a buffer this call fails; it has told the size when that is all that was wrong.
   SetupDiGetDeviceInterfaceDetailW(set->handle, &data, nullptr, 0, &bytes, nullptr);
