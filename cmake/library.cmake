@@ -31,6 +31,9 @@ endfunction()
 # Nothing but the exports is visible, and nothing is left to be found elsewhere. All backends share
 # the soname and the versions of the symbols, so that a host runs on any of them.
 function(qz_finish_shared_object target)
+  target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src/platform/linux/process_life.cpp)
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src)
+  target_compile_definitions(${target} PRIVATE QZ_BUILDING_LIBRARY)
   set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)
   # Standard library templates that were instantiated in the library stay inside.
   target_link_options(${target} PRIVATE -Wl,--version-script=${exports})

@@ -34,10 +34,6 @@ class CNodeRegistry {
   std::mutex& ForkLock() { return m_Lock; }
 
  private:
-  friend class CProcessObject<CNodeRegistry>;
-
-  CNodeRegistry() = default;
-
   DevInst FindLocked(const std::string& folder, std::uint64_t instance) const;
 
   std::mutex m_Lock;
