@@ -43,6 +43,7 @@ TEST_F(ScenarioTest, RefusalsNamePlaceAndReason) {
         {R"(, "image": {"file": "/dev/zero"}})", "/devices/0/image/file: "},
         {R"(, "image": {"size": 131073}})", "/devices/0/image: the image is larger"},
         {R"(, "timing": {"erase_ms": true}})", "/devices/0/timing/erase_ms: "},
+        {R"(, "out_endpoint": "some"})", "/devices/0/out_endpoint: "},
         {R"(, "channels": [3]})", "/devices/0/channels/0: 3 is not between 1 and 2"},
         {R"(, "i2c": [{"kind": "eeprom", "address": 1, "page_size": 100}]})",
          "/devices/0/i2c/0: \"page_size\" does not divide"}}},
