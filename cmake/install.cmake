@@ -43,6 +43,9 @@ target_compile_definitions(qzhid PRIVATE
 if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
   # udev looks there below /usr and /usr/local.
   install(FILES packaging/70-qzhidapi.rules DESTINATION lib/udev/rules.d COMPONENT tools)
+  # Not in a folder where it would take effect: hubs differ.
+  install(FILES packaging/qzhidapi-usbhid.conf DESTINATION ${CMAKE_INSTALL_DATADIR}/qzhidapi
+    COMPONENT tools)
 endif()
 if(NOT WIN32)
   foreach(page IN ITEMS qzhid.1 qzhub.1)

@@ -37,12 +37,17 @@ struct HubTiming {
   std::uint32_t readyMs = 100;    ///< from back on the bus until it answers requests
 };
 
+/// An interrupt OUT endpoint, and where the firmware then takes output reports: with SET_REPORT, at
+/// the endpoint, or at both. What it does not take it stalls.
+enum class OutEndpoint { None, Deaf, Only, Both };
+
 /// Report channels and the declared report lengths in bytes, the report ID included.
 struct ReportConfig {
   bool channel1 = true;
   bool channel2 = false;
   std::uint16_t outputLength = 321;
   std::uint16_t inputLength = 257;
+  OutEndpoint outEndpoint = OutEndpoint::None;
 };
 
 inline constexpr std::size_t kGpioLines = 24;

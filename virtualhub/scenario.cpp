@@ -120,6 +120,7 @@ void ReadKind(const JsonReader& in, const std::filesystem::path& folder, DeviceC
                   "isp_supported",
                   "timing",
                   "channels",
+                  "out_endpoint",
                   "output_report_length",
                   "input_report_length",
                   "i2c",

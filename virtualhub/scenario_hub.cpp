@@ -140,6 +140,11 @@ HubConfig ReadHub(const JsonReader& in, const std::filesystem::path& folder) {
   in.Flag("isp_supported", hub.ispSupported);
   if (in.Has("timing")) hub.timing = ReadTiming(in.Member("timing"));
   hub.reports = ReadReports(in);
+  in.Choice<OutEndpoint>("out_endpoint", hub.reports.outEndpoint,
+                         {{"none", OutEndpoint::None},
+                          {"deaf", OutEndpoint::Deaf},
+                          {"only", OutEndpoint::Only},
+                          {"both", OutEndpoint::Both}});
   if (in.Has("i2c")) {
     for (const JsonReader& item : in.Member("i2c").Items()) ReadI2cTarget(item, hub);
   }

@@ -86,11 +86,17 @@ Bytes HidDescriptor(const ReportConfig& reports) {
 
 Bytes ConfigurationDescriptor(const ReportConfig& reports, DescriptorType type) {
   const bool highSpeed = type == DescriptorType::Configuration;
+  const bool hasOut = reports.outEndpoint != OutEndpoint::None;
+  const std::uint8_t endpoints = hasOut ? 2 : 1;
+  const auto appendEndpoint = [&](Bytes& bytes, std::uint8_t address) {
+    Append(bytes, {7, 5, address, 3, kInterruptPacketSize, 0,
+                   highSpeed ? kHighSpeedInterval : kFullSpeedInterval});
+  };
   Bytes all{9, TypeByte(type), 0, 0, 1, kConfigurationValue, 0, kSelfPowered, 0};
-  Append(all, {9, 4, 0, 0, 1, kHidClass, 0, 0, 0});  // interface 0, one endpoint, no boot protocol
+  Append(all, {9, 4, 0, 0, endpoints, kHidClass, 0, 0, 0});  // interface 0, no boot protocol
   Append(all, HidDescriptor(reports));
-  Append(all, {7, 5, kInterruptInEndpoint, 3, kInterruptPacketSize, 0,
-               highSpeed ? kHighSpeedInterval : kFullSpeedInterval});
+  appendEndpoint(all, kInterruptInEndpoint);
+  if (hasOut) appendEndpoint(all, kInterruptOutEndpoint);
   all[2] = Low(all.size());
   all[3] = High(all.size());
   return all;

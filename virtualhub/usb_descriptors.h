@@ -11,6 +11,7 @@ namespace virtualhub {
 
 inline constexpr std::uint8_t kConfigurationValue = 1;
 inline constexpr std::uint8_t kInterruptInEndpoint = 0x81;
+inline constexpr std::uint8_t kInterruptOutEndpoint = 0x01;
 inline constexpr std::uint16_t kDeviceRelease = 0x0100;  ///< bcdDevice
 
 /// String indices. Manufacturer and product are those of the device descriptor; there is no serial
@@ -33,8 +34,8 @@ enum class DescriptorType : std::uint8_t {
 Bytes DeviceDescriptor(UsbIds ids);
 /// What differs at the other speed, full speed; the device runs at high speed.
 Bytes DeviceQualifier();
-/// The whole configuration: one HID interface with one interrupt IN endpoint. `type` is
-/// Configuration or OtherSpeedConfiguration.
+/// The whole configuration: one HID interface with one interrupt IN endpoint, and one interrupt OUT
+/// endpoint if the reports say so. `type` is Configuration or OtherSpeedConfiguration.
 Bytes ConfigurationDescriptor(const ReportConfig& reports, DescriptorType type);
 Bytes HidDescriptor(const ReportConfig& reports);
 

@@ -13,6 +13,7 @@ constexpr std::uint16_t kEndpointHalt = 0;
 constexpr std::uint8_t kSetFeature = 3;
 constexpr std::uint8_t kInputReport = 1;
 constexpr std::uint8_t kOutputReport = 2;
+constexpr std::uint8_t kNumberedReport = 0xF0;
 constexpr std::uint8_t kSelfPoweredStatus = 1;
 
 std::uint8_t Low(std::uint16_t value) { return static_cast<std::uint8_t>(value); }
@@ -67,7 +68,7 @@ UsbDevice::UsbDevice(World& world, const BusDevice& device) : world_(world), dev
 
 void UsbDevice::BusReset() {
   configuration_ = idleRate_ = 0;
-  halted_ = false;
+  inHalted_ = outHalted_ = false;
   reportProtocol_ = 1;
 }
 
@@ -107,16 +108,23 @@ Result UsbDevice::GetInterfaceStatus(const SetupPacket&, ByteView, Bytes& answer
 }
 
 Result UsbDevice::GetEndpointStatus(const SetupPacket& setup, ByteView, Bytes& answer) {
-  const bool isInterrupt = setup.index == kInterruptInEndpoint && configuration_ != 0;
-  if (!isInterrupt && (setup.index & 0x7F) != 0) return kStall;
-  answer = {static_cast<std::uint8_t>(isInterrupt && halted_ ? 1 : 0), 0};
+  const bool* const halted = HaltOf(setup.index);
+  if (halted == nullptr && (setup.index & 0x7F) != 0) return kStall;
+  answer = {static_cast<std::uint8_t>(halted != nullptr && *halted ? 1 : 0), 0};
   return kDone;
 }
 
+bool* UsbDevice::HaltOf(std::uint16_t endpoint) {
+  if (configuration_ == 0) return nullptr;
+  if (endpoint == kInterruptInEndpoint) return &inHalted_;
+  const bool hasOut = device_.reports.outEndpoint != OutEndpoint::None;
+  return hasOut && endpoint == kInterruptOutEndpoint ? &outHalted_ : nullptr;
+}
+
 Result UsbDevice::ChangeEndpointFeature(const SetupPacket& setup, ByteView, Bytes&) {
-  const bool isInterrupt = setup.index == kInterruptInEndpoint && configuration_ != 0;
-  if (!isInterrupt || setup.value != kEndpointHalt) return kStall;
-  halted_ = setup.request == kSetFeature;
+  bool* const halted = HaltOf(setup.index);
+  if (halted == nullptr || setup.value != kEndpointHalt) return kStall;
+  *halted = setup.request == kSetFeature;
   return kDone;
 }
 
@@ -204,7 +212,7 @@ Result UsbDevice::GetInterface(const SetupPacket&, ByteView, Bytes& answer) {
 
 Result UsbDevice::SetInterface(const SetupPacket& setup, ByteView, Bytes&) {
   if (setup.value != 0) return kStall;
-  halted_ = false;
+  inHalted_ = outHalted_ = false;
   return kDone;
 }
 
@@ -225,11 +233,27 @@ Result UsbDevice::GetReport(const SetupPacket& setup, ByteView, Bytes& answer) {
 
 Result UsbDevice::SetReport(const SetupPacket& setup, ByteView data, Bytes&) {
   if (High(setup.value) != kOutputReport) return kStall;
+  if (device_.reports.outEndpoint == OutEndpoint::Only) return kStall;
   const std::uint8_t id = Low(setup.value);
   if (id != 0 && (data.empty() || data[0] != id)) return kStall;
+  return TakeOutputReport(id, data);
+}
+
+Result UsbDevice::TakeOutputReport(std::uint8_t id, ByteView data) {
   Bytes report(data.begin(), data.end());
   if (id == 0) report.insert(report.begin(), id);
   return world_.SetOutputReport(device_.hid, report);
+}
+
+// Nothing but its first byte says whether a report there is numbered.
+Result UsbDevice::InterruptOut(ByteView data) {
+  if (!IsPresent()) return {Error::Gone};
+  const bool* const halted = HaltOf(kInterruptOutEndpoint);
+  if (halted == nullptr || *halted) return kStall;
+  if (device_.reports.outEndpoint == OutEndpoint::Deaf) return kStall;
+  const bool isNumbered = device_.reports.channel2 && !data.empty() && data[0] == kNumberedReport;
+  const Result result = TakeOutputReport(isNumbered ? kNumberedReport : 0, data);
+  return result.error == Error::BadReport ? kStall : result;
 }
 
 Result UsbDevice::GetIdle(const SetupPacket&, ByteView, Bytes& answer) {

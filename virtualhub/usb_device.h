@@ -39,9 +39,12 @@ class UsbDevice {
   /// Requests that the device does not know or that its state does not allow fail with Stall.
   Result Control(const SetupPacket& setup, ByteView data, Bytes& answer);
 
+  /// One transfer to the interrupt OUT endpoint: an output report, with its ID if it is numbered.
+  Result InterruptOut(ByteView data);
+
   /// Whether the interrupt IN endpoint is halted: its transfers then stall. They find it with
   /// nothing to send otherwise, because answers are fetched with GET_REPORT.
-  bool IsHalted() const { return halted_; }
+  bool IsHalted() const { return inHalted_; }
 
   /// What enumeration by a host amounts to: a reset of the port, then the one configuration.
   void Enumerate();
@@ -69,13 +72,17 @@ class UsbDevice {
   Result SetProtocol(const SetupPacket& setup, ByteView data, Bytes& answer);
 
   void BusReset();
+  /// Whether the interrupt endpoint of that address is halted; null when there is none now.
+  bool* HaltOf(std::uint16_t endpoint);
+  Result TakeOutputReport(std::uint8_t id, ByteView data);
   Result GetString(const SetupPacket& setup, Bytes& answer);
   Result GetProductText(Bytes& answer);
 
   World& world_;
   const BusDevice device_;
   std::uint8_t configuration_ = 0;
-  bool halted_ = false;
+  bool inHalted_ = false;
+  bool outHalted_ = false;
   std::uint8_t idleRate_ = 0;  ///< in units of 4 ms; 0: only changes are reported
   std::uint8_t reportProtocol_ = 1;
 };

@@ -1,6 +1,8 @@
 // Opening and closing of the device.
 #include "transport/hid_transfers.h"
 
+#include <atomic>
+
 #include "log/msg.h"
 
 namespace qzhid {
@@ -30,6 +32,7 @@ std::uint32_t CHidTransfers::Yv_OpenDeviceByDevInst(std::uint32_t devInst) {
   std::uint32_t result = OpenInterface(devInst);
   if (result == 0) result = ReadReportLengths();
   if (result == 0) result = Identify(devInst);
+  if (result == 0) LogRemarkOnce(devInst);
   return result;
 }
 
@@ -61,10 +64,11 @@ std::uint32_t CHidTransfers::OpenInterface(std::uint32_t devInst) {
 }
 
 std::uint32_t CHidTransfers::OpenPath(const std::wstring& path) {
-  if (const auto status = platform::OpenHidDevice(path, m_Device); !status) {
-    CMsg::Instance().Log(3, kTag, "CreateFile failed,ErrorCode is %08x\n", status.code);
-    LogRemark(status);
-    return ErrorOf(status);
+  m_OpenStatus = platform::OpenHidDevice(path, m_Device);
+  if (!m_OpenStatus) {
+    CMsg::Instance().Log(3, kTag, "CreateFile failed,ErrorCode is %08x\n", m_OpenStatus.code);
+    LogRemark(m_OpenStatus);
+    return ErrorOf(m_OpenStatus);
   }
   if (const auto status = platform::CreateReportEvent(m_ReportEvent); !status) {
     CMsg::Instance().Log(3, kTag, L"Create Event failed.Error Code is %d\n", status.code);
@@ -72,6 +76,15 @@ std::uint32_t CHidTransfers::OpenPath(const std::wstring& path) {
     return ErrorOf(status);
   }
   return 0;
+}
+
+void CHidTransfers::LogRemarkOnce(std::uint32_t devInst) {
+  // Scans open the same devices many times over, and this object lives for one of them. Where there
+  // are remarks, devices get higher numbers the later they arrive.
+  static std::atomic<std::uint32_t> last{0};
+  if (m_OpenStatus.remark.empty() || devInst <= last || !CMsg::Instance().IsHeard()) return;
+  last = devInst;
+  LogRemark(m_OpenStatus);
 }
 
 void CHidTransfers::LogRemark(const platform::OpenStatus& status) {

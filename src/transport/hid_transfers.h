@@ -54,6 +54,8 @@ class CHidTransfers final : public ITransfers {
   std::uint32_t ReadReportLengths();
   std::uint32_t Identify(std::uint32_t devInst);
   std::uint32_t IdentifyByProductText();
+  /// Logs what the system has to say of the opened device, once for each device.
+  void LogRemarkOnce(std::uint32_t devInst);
   static void LogRemark(const platform::OpenStatus& status);
 
   std::uint32_t SendRaw(const std::uint8_t* block, std::uint32_t wLength, std::uint32_t timeoutMs);
@@ -71,6 +73,7 @@ class CHidTransfers final : public ITransfers {
   std::unique_lock<CTransferTurn> LockTransfer(const char* operation, std::uint32_t timeoutMs);
 
   VidPidList m_AcceptedIds;
+  platform::OpenStatus m_OpenStatus;     // of the device that was opened last
   platform::HidDevice m_Device;
   platform::Event m_ReportEvent;
   CReportBuffers m_Reports;

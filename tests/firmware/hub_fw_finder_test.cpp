@@ -48,6 +48,7 @@ TEST_F(HubFwFinderTest, AFileMayBeOfAnyLength) {
 TEST_F(HubFwFinderTest, WhatIsNoWholeRegularFileLeavesTheOldContents) {
   const TempFile empty({});
   const std::string pipe = UniquePath("pipe"), link = UniquePath("link");
+  std::remove(pipe.c_str());  // of a run that was stopped
   ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
   std::filesystem::create_symlink(pipe, link);
   const std::pair<const char*, std::string> cases[] = {

@@ -6,6 +6,7 @@
 #include "platform/linux/hid_path.h"
 #include "platform/linux/host_facts.h"
 #include "platform/linux/node_facts.h"
+#include "platform/linux/out_endpoint.h"
 #include "platform/linux/sysfs_names.h"
 
 using namespace qzhid::platform;
@@ -50,6 +51,8 @@ void CheckNames(const std::string& text) {
   if (place) Require(LocationPath(*place, true).find("USBROOT(1)") != std::string::npos, "a root");
   const auto hid = ParseHidrawFolder(text);
   Require(!hid || hid->usbFolder.empty() == hid->usbInterface.empty(), "an interface's device");
+  Require(!hid || hid->bus == 3 || hid->usbFolder.empty(), "an adapter is no device of it");
+  KeepsOffEndpoint(text, 0x2E7C, 0x0818);
   std::string file, again;
   DevInst node = 0, sameNode = 0;
   if (ParseHidPath({text.begin(), text.end()}, file, node)) {

@@ -65,6 +65,7 @@ usr/share/bash-completion/completions/qzhid
 usr/share/doc/qzhidapi-tools/copyright
 usr/share/man/man1/qzhid.1.gz
 usr/share/man/man1/qzhub.1.gz
+usr/share/qzhidapi/qzhidapi-usbhid.conf
 usr/share/zsh/vendor-completions/_qzhid
 END
 field qzhidapi-tools Depends "libqzhidapi1 \(= $version\), .*\<libc6 \("

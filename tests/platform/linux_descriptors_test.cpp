@@ -20,9 +20,11 @@ class Bus {
  public:
   Bus() {
     std::filesystem::create_directories(hidraw);
+    std::filesystem::create_directory(hub + "/1-3:1.0/ep_0f");
     Write(root, {{"idVendor", "1d6b"}, {"idProduct", "0003"}, {"devnum", "1"}, {"speed", "5000"}});
     Write(hub, {{"idVendor", "2e7c"}, {"idProduct", "0818"}, {"devnum", "2"}, {"serial", "A1"}});
     Write(hub, {{"bNumInterfaces", " 2"}});
+    Write(hub + "/1-3:1.0/ep_0f", {{"type", "Interrupt"}, {"direction", "out"}});
   }
   ~Bus() { std::filesystem::remove_all(folder); }
 
@@ -41,6 +43,7 @@ class Bus {
 std::string TextOf(const NodeFacts& node) {
   std::string text = node.deviceId + ' ' + node.locationPath + ' ' + node.locationInfo;
   for (const std::string& id : node.hardwareIds) text += ' ' + id;
+  if (node.hasInterruptOut) text += " OUT";
   return text;
 }
 
@@ -82,7 +85,7 @@ TEST(Descriptors, ANodeIsReadWholeOrTheWantIsNamed) {
     std::string folder;
     int needed;  // descriptors at a time
   } rows[] = {
-      {&ReadHidNode, bus.hidraw, 3}, {&ReadUsbNode, bus.hub, 4}, {&ReadUsbNode, bus.root, 3}};
+      {&ReadHidNode, bus.hidraw, 4}, {&ReadUsbNode, bus.hub, 4}, {&ReadUsbNode, bus.root, 3}};
   for (const auto& row : rows) {
     NodeFacts whole;
     ASSERT_TRUE(row.read(row.folder, whole)) << row.folder;

@@ -4,6 +4,7 @@
 #include "platform/linux/hid_path.h"
 #include "platform/linux/hidraw_requests.h"
 #include "platform/linux/host_facts.h"
+#include "platform/linux/out_endpoint.h"
 #include "platform/linux/report_descriptor.h"
 #include "platform/linux/string_descriptor.h"
 #include "platform/linux/sysfs_names.h"
@@ -174,6 +175,24 @@ TEST(HostFacts, OsReleaseAndKernelNames) {
                                                            {"", Architecture::Unknown}};
   for (const auto& [machine, architecture] : machines)
     EXPECT_EQ(architecture, ParseMachine(machine));
+}
+
+TEST(OutEndpoint, IsLeftAloneWhereTheQuirkSaysSo) {
+  const std::pair<const char*, bool> rows[] = {{"0x2E7C:0x0818:0x00040000", true},
+                                               {"0x2e7c:0x818:0x40000,(null),(null),(null)", true},
+                                               {"(null),0x2e7c:0x0818:0x60004", true},
+                                               {"2e7c:818:40000", true},
+                                               {"0x2e7c:0x0818:0x20000", false},
+                                               {"0x2e7c:0x0810:0x40000", false},
+                                               {"0x1a2b:0x0818:0x40000", false},
+                                               {"0x2e7c:0x0818", false},
+                                               {"0x2e7c:0x0818:0x99999999999", false},
+                                               {"(null),(null)", false},
+                                               {":::,,", false},
+                                               {"", false}};
+  for (const auto& [quirks, isSet] : rows) {
+    EXPECT_EQ(isSet, KeepsOffEndpoint(quirks, 0x2E7C, 0x0818)) << quirks;
+  }
 }
 
 TEST(HidrawRequests, AKernelThatDoesNotKnowThemIsNamed) {

@@ -63,6 +63,19 @@ TEST_F(DeviceLinkTest, EveryTransferIsAnsweredInOrder) {
             Answers(11));
 }
 
+TEST_F(DeviceLinkTest, OutputReportsReachTheInterruptEndpoint) {
+  Bytes report = FromHex(kEnable);
+  report.resize(320);
+  for (const auto& [endpoint, answer] : {std::pair("none", "1: -32"), std::pair("both", "1: 0")}) {
+    link.reset();
+    Install(virtualhub::test::OneHub(R"("out_endpoint": ")" + std::string(endpoint) + '"'));
+    Connect();
+    ASSERT_TRUE(link->Receive(SubmitInterruptOut(1, report)));
+    EXPECT_EQ(Texts{answer}, Answers(1));
+  }
+  EXPECT_EQ(1u, world->exchanges());
+}
+
 TEST_F(DeviceLinkTest, UnlinkTakesBackWhatIsNotDone) {
   Connect();
   Gate gate(*world);

@@ -44,6 +44,10 @@ inline Bytes SubmitRequest(std::uint32_t sequence, const std::string& request) {
 inline Bytes SubmitInterrupt(std::uint32_t sequence) {
   return Words({1, sequence, kDevid, 1, 1, 0, 256, 0, 0, 4, 0, 0});
 }
+inline Bytes SubmitInterruptOut(std::uint32_t sequence, const Bytes& report) {
+  const auto length = static_cast<std::uint32_t>(report.size());
+  return Words({1, sequence, kDevid, 0, 1, 0, length, 0, 0, 4, 0, 0}) + report;
+}
 inline Bytes UnlinkCommand(std::uint32_t sequence, std::uint32_t victim) {
   return Words({2, sequence, kDevid, 0, 0, victim, 0, 0, 0, 0, 0, 0});
 }

@@ -52,6 +52,7 @@ TEST_F(ScenarioTest, RefusalsNamePlaceAndReason) {
         {R"(, "part": "MI_00", "siblings": ["Col01"]})", "/devices/0/siblings/0: only some parts"},
         {R"(, "siblings": ["Col02"]})", "/devices/0: \"siblings\" needs \"part\""},
         {R"(, "hid": {"address": "none"}})", "/devices/0/hid/address: "},
+        {R"(, "out_endpoint": "some"})", "/devices/0/out_endpoint: "},
         {R"(, "channels": [3]})", "/devices/0/channels/0: 3 is not between 1 and 2"},
         {R"(, "i2c": [{"kind": "eeprom", "address": 1, "page_size": 100}]})",
          "/devices/0/i2c/0: \"page_size\" does not divide"}}},

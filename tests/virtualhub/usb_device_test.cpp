@@ -78,6 +78,40 @@ TEST_F(UsbDeviceTest, DescriptorsSayWhatTheDeviceIs) {
   }
 }
 
+TEST_F(UsbDeviceTest, OutputReportsAreTakenWhereTheFirmwareListens) {
+  const struct {
+    std::string endpoint, viaControl, viaEndpoint, halt;
+  } rows[] = {{"none", "ok", "stall", "stall"},
+              {"deaf", "ok", "stall", "ok"},
+              {"only", "stall", "ok", "ok"},
+              {"both", "ok", "ok", "ok"}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.endpoint);
+    Enumerate(OneHub(R"("channels": [1, 2], "out_endpoint": ")" + row.endpoint + '"'));
+    const auto toEndpoint = [&](std::uint8_t id, std::size_t length) {
+      Bytes data = FromHex(kEnable1);
+      if (id != 0) data.insert(data.begin(), id);
+      data.resize(length);
+      return std::string(device->InterruptOut(data).ok() ? "ok" : "stall");
+    };
+    EXPECT_EQ(row.viaControl, Send(kEnable1));
+    EXPECT_EQ(row.viaEndpoint, toEndpoint(0, 320));
+    EXPECT_EQ(row.viaEndpoint, toEndpoint(0xF0, 321));
+    EXPECT_EQ("stall", toEndpoint(0, 64)) << "not the declared length";
+    EXPECT_EQ(row.halt, Transfer("02 03 00 00 01 00 00 00"));
+    EXPECT_EQ("stall", toEndpoint(0, 320)) << "halted";
+    Transfer("02 01 00 00 01 00 00 00");
+    EXPECT_EQ(row.viaEndpoint, toEndpoint(0, 320));
+    world->Unplug("hub");
+    EXPECT_EQ(Error::Gone, device->InterruptOut(Bytes(320)).error);
+  }
+  Enumerate(OneHub(R"("out_endpoint": "both")"));
+  const std::string configuration = Transfer("80 06 00 02 00 00 FF FF");
+  EXPECT_EQ("09 02 29 00 01 01 00 C0 00 09 04 00 00 02 03", configuration.substr(0, 44));
+  EXPECT_EQ("07 05 81 03 40 00 04 07 05 01 03 40 00 04",
+            configuration.substr(configuration.size() - 41));
+}
+
 TEST_F(UsbDeviceTest, ProductTextTravelsAsUtf16) {
   const std::string smile = "\xF0\x9F\x98\x80", fetch = "80 06 34 03 09 04 FF 00";
   const std::pair<std::string, std::string> texts[] = {

@@ -23,13 +23,13 @@ add() {
   done
 }
 
-mkdir -p "$root"/{proc,sys,dev,tmp,run,var/run,qz/lib,etc/udev/rules.d,modules}
+mkdir -p "$root"/{proc,sys,dev,tmp,run,var/run,qz/lib,etc/udev/rules.d,etc/modprobe.d,modules}
 install tests/vm/init.sh "$root/init"
 install -D /bin/busybox "$root/bin/busybox"
 for module in "${modules[@]}"; do
   find "$kernel/lib/modules" -name "$module.ko" -exec cp {} "$root/modules/" \;
 done
-for program in "$@" qzhub update_hub i2c_eeprom gpio_blink; do
+for program in "$@" qzhub qzhid update_hub i2c_eeprom gpio_blink; do
   add "$build/bin/$program" /qz/bin
 done
 echo "$*" >"$root/qz/programs"
@@ -39,6 +39,7 @@ peer=$(PATH=$PATH:/usr/sbin ldconfig -p | sed -n 's/.*libhidapi-hidraw.so.0 .* =
 add "$(PATH=$PATH:/usr/sbin command -v usbip)" /usr/sbin
 add "$(command -v udevadm)" /usr/bin
 cp packaging/70-qzhidapi.rules "$root/etc/udev/rules.d/"
+cp packaging/qzhidapi-usbhid.conf "$root/etc/modprobe.d/"
 cp /etc/os-release "$root/etc/os-release"
 (cd "$root" && find . | busybox cpio -o -H newc 2>/dev/null | gzip -1) >"$work/initrd.gz"
 

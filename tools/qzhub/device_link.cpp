@@ -12,6 +12,7 @@ using virtualhub::Result;
 
 constexpr std::size_t kMostTransfers = 64;
 constexpr std::uint32_t kInterruptEndpoint = virtualhub::kInterruptInEndpoint & 0x0F;
+static_assert(kInterruptEndpoint == virtualhub::kInterruptOutEndpoint);
 constexpr std::uint32_t kMostSystemCode = 133;  // the last error number of Linux
 constexpr auto kPresenceInterval = std::chrono::milliseconds(20);
 
@@ -138,7 +139,7 @@ void DeviceLink::CarryOut(const Transfer& transfer, std::unique_lock<std::mutex>
   underWay_ = command.sequence;
   lock.unlock();
   Bytes answer;
-  const Result result = command.endpoint == 0 ? Control(transfer, answer) : Result{Error::Stall};
+  const Result result = RunTransfer(transfer, answer);
   lock.lock();
   if (underWay_) {
     underWay_.reset();
@@ -155,6 +156,13 @@ void DeviceLink::StallIdle() {
   for (const std::uint32_t sequence : std::exchange(idle_, {})) {
     if (!connection_.send(EncodeSubmitted(sequence, kUrbStall, 0, {}))) End();
   }
+}
+
+Result DeviceLink::RunTransfer(const Transfer& transfer, Bytes& answer) {
+  if (transfer.command.endpoint == 0) return Control(transfer, answer);
+  const bool isInterruptOut =
+      transfer.command.endpoint == kInterruptEndpoint && !transfer.command.in;
+  return isInterruptOut ? device_.InterruptOut(transfer.data) : Result{Error::Stall};
 }
 
 Result DeviceLink::Control(const Transfer& transfer, Bytes& answer) {

@@ -56,6 +56,7 @@ class DeviceLink {
 
   void Work();
   void CarryOut(const Transfer& transfer, std::unique_lock<std::mutex>& lock);
+  virtualhub::Result RunTransfer(const Transfer& transfer, Bytes& answer);
   virtualhub::Result Control(const Transfer& transfer, Bytes& answer);
   void StallIdle();
   void End();

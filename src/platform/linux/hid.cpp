@@ -5,6 +5,7 @@
 #include "platform/linux/hid_path.h"
 #include "platform/linux/hidraw_requests.h"
 #include "platform/linux/node_registry.h"
+#include "platform/linux/out_endpoint.h"
 #include "platform/linux/report_descriptor.h"
 #include "platform/linux/usb_string.h"
 #include "platform/wide_text.h"
@@ -50,7 +51,9 @@ OpenStatus OpenHidDevice(const std::wstring& path, HidDevice& device) {
   if (!node || node->deviceFile != deviceFile) return NoDevice();
   OpenStatus status = OpenDeviceFile(*node, opened->file);
   if (status) status = CheckReportRequests(opened->file);
-  if (status) device = std::move(opened);
+  if (!status) return status;
+  device = std::move(opened);
+  if (node->hasInterruptOut) status.remark = OutEndpointRemark(node->vid, node->pid);
   return status;
 }
 

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "platform/ascii.h"
+#include "platform/linux/out_endpoint.h"
 #include "platform/linux/sysfs.h"
 #include "platform/linux/sysfs_names.h"
 
@@ -105,7 +106,9 @@ bool DescribeHidNode(const std::string& folder, NodeFacts& node, Status& shortag
   node = {.folder = folder,
           .instance = self.Instance(),
           .deviceFile = "/dev/" + std::string(LastPart(folder)),
-          .parentFolder = place->usbFolder};
+          .parentFolder = place->usbFolder,
+          .vid = place->vid,
+          .pid = place->pid};
   if (place->usbFolder.empty()) {
     const std::string name = "HID\\" + IdPart(place->vid, place->pid);
     node.deviceId = name + '\\' + place->name;
@@ -117,6 +120,7 @@ bool DescribeHidNode(const std::string& folder, NodeFacts& node, Status& shortag
   const auto interfaces = ReadNumber(usb, "bNumInterfaces", 10);
   if (!ReadIdentity(usb, identity)) return false;
   DescribeHid(*place, identity, interfaces.value_or(1) > 1, node);
+  node.hasInterruptOut = HasInterruptOut(place->usbFolder + '/' + place->usbInterface, shortage);
   // The device that was just read is this node's only if the node has been there all the time.
   return IsPresent(folder, self.Instance());
 }

@@ -19,6 +19,8 @@ struct NodeFacts {
   std::string locationInfo = {};  ///< empty for a node without
   std::string locationPath = {};  ///< empty for a node without
   std::uint32_t port = 0;         ///< on its hub; 0 for a node that is on none
+  std::uint32_t vid = 0, pid = 0;
+  bool hasInterruptOut = false;  ///< of a HID node: its interface has such an endpoint
 };
 
 /// Reads a HID node, by the folder of its hidraw device. Opens no device.

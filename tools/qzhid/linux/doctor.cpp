@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 namespace qzhid {
 
@@ -15,6 +16,7 @@ namespace {
 namespace fs = std::filesystem;
 constexpr const char* kVendor = "2e7c";
 constexpr const char* kRule = "70-qzhidapi.rules";
+constexpr const char* kQuirk = "qzhidapi-usbhid.conf";
 
 std::string FirstLine(const fs::path& file) {
   std::ifstream stream(file);
@@ -90,6 +92,41 @@ std::vector<std::string> NodesOf(const fs::path& device) {
   return nodes;
 }
 
+// Whether the kernel's list of quirks, such as "0x2E7C:0x0818:0x40000,(null)", keeps output reports
+// for the device away from its endpoint.
+bool IsQuirkSet(const fs::path& device) {
+  constexpr unsigned kNoReportsToEndpoint = 0x40000;
+  const unsigned long vendor = std::stoul("0" + FirstLine(device / "idVendor"), nullptr, 16);
+  const unsigned long product = std::stoul("0" + FirstLine(device / "idProduct"), nullptr, 16);
+  std::istringstream quirks(FirstLine("/sys/module/usbhid/parameters/quirks"));
+  for (std::string quirk; std::getline(quirks, quirk, ',');) {
+    unsigned vid = 0, pid = 0, flags = 0;
+    const bool isRead = std::sscanf(quirk.c_str(), "%x:%x:%x", &vid, &pid, &flags) == 3;
+    if (isRead && vid == vendor && pid == product && (flags & kNoReportsToEndpoint) != 0)
+      return true;
+  }
+  return false;
+}
+
+bool HasInterruptOut(const fs::path& node) {
+  // Of the HID device's parent, the interface.
+  for (const fs::path& entry : Entries(node / "device" / "..")) {
+    if (entry.filename().string().starts_with("ep_") && FirstLine(entry / "type") == "Interrupt" &&
+        FirstLine(entry / "direction") == "out") {
+      return true;
+    }
+  }
+  return false;
+}
+
+// Hubs may well listen there, so the endpoint is no fault in itself.
+Finding ExamineEndpoint(const fs::path& device, const std::string& hub) {
+  const std::string what = hub + " has an interrupt OUT endpoint";
+  if (IsQuirkSet(device)) return {true, what + ", which the kernel leaves alone", ""};
+  return {true, what + ", to which the kernel sends requests",
+          std::string("if they fail, copy ") + kQuirk + " to /etc/modprobe.d and start again"};
+}
+
 void ExamineDevice(const fs::path& device, std::vector<Finding>& findings) {
   if (FirstLine(device / "idVendor") != kVendor) return;
   const std::string hub = "USB device " + device.filename().string() + " (" + kVendor + ":" +
@@ -104,6 +141,9 @@ void ExamineDevice(const fs::path& device, std::vector<Finding>& findings) {
     std::string name = hub;
     name.append(" at ").append(node);
     findings.push_back(ExamineNode(node, name));
+    if (HasInterruptOut("/sys/class/hidraw" / fs::path(node).filename())) {
+      findings.push_back(ExamineEndpoint(device, name));
+    }
   }
 }
 
