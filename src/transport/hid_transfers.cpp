@@ -44,8 +44,7 @@ std::uint32_t CHidTransfers::Yv_CloseDevice() {
 
 std::uint32_t CHidTransfers::OpenInterface(std::uint32_t devInst) {
   platform::NodeSet set;
-  const auto listed = platform::OpenNodeSet(platform::HidClassGuid(), set);
-  if (!listed) return ErrorOf(listed);
+  if (!platform::OpenNodeSet(platform::HidClassGuid(), set)) return kRefused;
   if (!FindNode(set, devInst, m_nLastIndex)) return kRefused;
 
   platform::DeviceInterface deviceInterface;
