@@ -4,10 +4,13 @@
 #include <iostream>
 #include <system_error>
 
+#include "platform/platform.h"
+
 namespace qzhid {
 
 CLogResponder::CLogResponder(const char* path)
-    : m_Stream(path, std::ios::out | std::ios::trunc), m_bOpened(m_Stream.is_open()) {}
+    : m_Stream(platform::FilePath(path), std::ios::out | std::ios::trunc),
+      m_bOpened(m_Stream.is_open()) {}
 
 CLogResponder::~CLogResponder() {
   if (!m_bOpened) return;

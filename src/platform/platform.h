@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -192,7 +193,8 @@ std::uint64_t ClockMs();
 
 LocalTime GetLocalTime();
 
-/// Full path of the file that holds the library's own code, as narrow text.
+/// Full path of the file that holds the library's own code, as narrow text; read once, while the
+/// library was being loaded.
 Status GetLibraryPath(std::string& path);
 
 /// Architecture of the processor that the system runs on, whatever this process was built for.
@@ -209,6 +211,9 @@ std::string ToNarrow(const std::wstring& text);
 
 /// The separator of path components: '\' or '/'.
 char PathSeparator();
+
+/// A narrow path for the standard library's streams, which open it however long it is.
+std::filesystem::path FilePath(const std::string& path);
 
 bool PathExists(const char* path);
 bool IsDirectory(const char* path);
