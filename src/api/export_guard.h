@@ -17,6 +17,7 @@ void TellDebugger(const wchar_t* text) noexcept;
 template <class Result, class Body>
 Result RunExport(const char* exportName, const wchar_t* debugName, Result failure,
                  const Body& body) noexcept {
+  platform::CoverThread();
   try {
     if (debugName != nullptr) TellDebugger(debugName);
     return body();

@@ -226,6 +226,15 @@ bool IsReadableAndWritable(const char* path);
 /// installed before, null when there was none.
 QZ_ExceptionFilter InstallCrashHandler();
 
+/// Gives room to crash records of the calling thread for when its stack has overflowed; does
+/// nothing before a crash handler is installed, or a second time.
+void CoverThread() noexcept;
+
+/// Takes the crash handler away, for a library that is being unloaded: puts back what was there,
+/// and where another handler was installed since, lets it go on calling this one, which then leads
+/// to what was there before.
+void RemoveCrashHandler() noexcept;
+
 // ---- What a system tells the library; defined above the seam -----------------------------------
 //
 // A system that tells its libraries of threads calls these, perhaps under a lock of its own loader:
