@@ -359,8 +359,13 @@ QZ_API int32_t QZ_ConfigLog(uint8_t enable, int32_t level);
 
 /**
  * Makes the process leave "ConsoleApplication1.dmp" in its current directory when it crashes: a
- * minidump on Windows, a text record (signal, fault address, backtrace, modules) on Linux. An older
- * one is overwritten, and the process ends as it would have.
+ * minidump on Windows, a text record (signal, fault address or sender, backtrace, modules) on Linux.
+ * What has that name already is removed, except for a directory; the process ends as it would have.
+ * From then on each thread that calls this library is given what a record needs when its stack has
+ * overflowed.
+ *
+ * Unloading the library puts back what was there. A handler that was installed later may go on
+ * calling this one, which then leads to what was there before.
  *
  * @return The handler that was installed before, null when there was none.
  */

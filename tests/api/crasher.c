@@ -3,7 +3,6 @@
  * position of the step that found something else than it expected, 0 when there was none. The
  * handlers of the host write one character each to the file "marks".
  */
-#define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
