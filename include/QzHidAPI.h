@@ -33,8 +33,8 @@
  *    code of the device or the operating system, unchanged: a Windows error code on Windows, an
  *    errno value on Linux.
  *  - Why a call failed stands in the log; see QZ_SetLogPath and QZ_ConfigLog.
- *  - The process may exit, and on Linux fork, while threads are inside the library: the child can go
- *    on using it. A thread that is cancelled, where there is such a thing, is ended in the progress
+ *  - The process may exit, and on Linux fork, while threads are inside the library: the child can
+ * go on using it. A thread that is cancelled, where there is such a thing, is ended in the progress
  *    callback and nowhere else; that, and a callback that ends its thread, ends the update as a
  *    failed one. The library may be unloaded when no thread is inside it; what it holds goes with
  *    it.
@@ -375,8 +375,13 @@ QZ_API int32_t QZ_ConfigLog(uint8_t enable, int32_t level);
 
 /**
  * Makes the process leave "ConsoleApplication1.dmp" in its current directory when it crashes: a
- * minidump on Windows, a text record (signal, fault address, backtrace, modules) on Linux. An older
- * one is overwritten, and the process ends as it would have.
+ * minidump on Windows, a text record (signal, fault address or sender, backtrace, modules) on
+ * Linux. What has that name already is removed, except for a directory; the process ends as it
+ * would have. From then on each thread that calls this library is given what a record needs when
+ * its stack has overflowed.
+ *
+ * Unloading the library puts back what was there. A handler that was installed later may go on
+ * calling this one, which then leads to what was there before.
  *
  * @return The handler that was installed before, null when there was none.
  */

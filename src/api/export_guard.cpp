@@ -38,6 +38,7 @@ void LogException(const char* exportName) noexcept {
 QZ_CATCHES_FORCED_UNWINDING void GuardExport(const char* exportName,
                                              const std::function<void()>& body) {
   const platform::CCancellationShield shield;
+  platform::CoverThread();
   try {
     body();
   } catch (const platform::ForcedUnwinding&) {

@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -194,7 +195,8 @@ std::uint64_t ClockMs();
 
 LocalTime GetLocalTime();
 
-/// Full path of the file that holds the library's own code, as narrow text.
+/// Full path of the file that holds the library's own code, as narrow text; read once, while the
+/// library was being loaded.
 Status GetLibraryPath(std::string& path);
 
 /// Architecture of the processor that the system runs on, whatever this process was built for.
@@ -211,6 +213,9 @@ std::string ToNarrow(const std::wstring& text);
 
 /// The separator of path components: '\' or '/'.
 char PathSeparator();
+
+/// A narrow path for the standard library's streams, which open it however long it is.
+std::filesystem::path FilePath(const std::string& path);
 
 bool PathExists(const char* path);
 bool IsDirectory(const char* path);
@@ -243,6 +248,15 @@ Status ReadRegularFile(const char* path, std::vector<std::uint8_t>& bytes);
 /// exception or fatal signal; the system's own handling follows. Returns the handler that was
 /// installed before, null when there was none.
 QZ_ExceptionFilter InstallCrashHandler();
+
+/// Gives room to crash records of the calling thread for when its stack has overflowed; does
+/// nothing before a crash handler is installed, or a second time.
+void CoverThread() noexcept;
+
+/// Takes the crash handler away, for a library that is being unloaded: puts back what was there,
+/// and where another handler was installed since, lets it go on calling this one, which then leads
+/// to what was there before.
+void RemoveCrashHandler() noexcept;
 
 // ---- The calling thread ------------------------------------------------------------------------
 

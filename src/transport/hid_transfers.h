@@ -73,7 +73,7 @@ class CHidTransfers final : public ITransfers {
   std::unique_lock<CTransferTurn> LockTransfer(const char* operation, std::uint32_t timeoutMs);
 
   VidPidList m_AcceptedIds;
-  platform::OpenStatus m_OpenStatus;     // of the device that was opened last
+  platform::OpenStatus m_OpenStatus;  // of the device that was opened last
   platform::HidDevice m_Device;
   platform::Event m_ReportEvent;
   CReportBuffers m_Reports;

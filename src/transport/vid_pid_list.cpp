@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "platform/platform.h"
+
 namespace qzhid {
 
 std::uint32_t HexBehind(const std::string& text, const std::string& marker) {
@@ -14,7 +16,7 @@ std::uint32_t HexBehind(const std::string& text, const std::string& marker) {
 
 bool ReadVidPidList(const std::string& path, VidPidList& list) {
   list.clear();
-  std::ifstream file(path);
+  std::ifstream file(platform::FilePath(path));
   if (!file.is_open()) return false;
   for (std::string line; std::getline(file, line);) {
     const std::uint32_t vid = HexBehind(line, "VID:");

@@ -1,4 +1,7 @@
 // Log files: what gets into them, and which file the log goes to.
+#include <dlfcn.h>
+#include <unistd.h>
+
 #include "log/log_responder.h"
 #include "support/private_library.h"
 
@@ -100,6 +103,29 @@ TEST_F(LogFileTest, DefaultLogStandsBesideTheLibraryAndEachProcessBeginsItAnew) 
   EXPECT_THAT(ReadText(file), StartsWith("[2024-03-07, 09:05:02]  QZ_ListAllHidDev, Enter --->\n"));
   library.List(3);
   EXPECT_EQ("[2024-03-07, 09:05:02]  QZ_ListAllHidDev, List Hid Device Fail\n", ReadText(file));
+}
+
+TEST_F(LogFileDeathTest, LogAndIdListAreBesideALibraryThatWasLoadedFromTheFolderOfThatTime) {
+  const PrivateLibrary library(R"({"time": "virtual", "devices": [
+    {"name": "here", "port": "1", "kind": "other", "vid": "0x1111", "pid": "0x0001"},
+    {"name": "there", "port": "2", "kind": "other", "vid": "0x2222", "pid": "0x0002"}]})");
+  WriteText(library.folder() / "VidPid.ini", "VID:1111 PID:0001\n");
+  WriteText(At("VidPid.ini"), "VID:2222 PID:0002\n");
+  const auto run = [&] {
+    fs::current_path(library.folder());
+    setenv("QZ_VIRTUAL_HUB", (library.folder() / "scenario.json").c_str(), 1);
+    const std::string file = "./" + fs::path(QZ_LIBRARY_FILE).filename().string();
+    void* const loaded = dlopen(file.c_str(), RTLD_NOW);
+    fs::current_path(folder);
+    reinterpret_cast<decltype(&QZ_ConfigLog)>(dlsym(loaded, "QZ_ConfigLog"))(1, 0);
+    HidDevRecord* list = nullptr;
+    std::uint32_t count = 0;
+    reinterpret_cast<decltype(&QZ_ListAllHidDev)>(dlsym(loaded, "QZ_ListAllHidDev"))(&list, &count);
+    _exit(count == 1 ? list->VID[0] : 0);
+  };
+  EXPECT_EXIT(run(), ExitedWithCode('1'), "^$");
+  EXPECT_THAT(ReadText(library.folder() / "info.txt"), ::testing::HasSubstr("QZ_ListAllHidDev"));
+  EXPECT_FALSE(fs::exists(folder / "info.txt"));
 }
 
 }  // namespace

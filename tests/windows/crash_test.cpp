@@ -4,36 +4,79 @@
 namespace qzhid::test {
 namespace {
 
-/// Runs the crasher in the folder; its exit code.
-DWORD Crash(const std::filesystem::path& folder, std::wstring how) {
-  const std::wstring program = std::filesystem::absolute(L"crasher.exe").wstring();
-  how = L"crasher " + how;
-  STARTUPINFOW start{};
-  start.cb = sizeof(start);
-  PROCESS_INFORMATION process{};
-  if (!CreateProcessW(program.c_str(), how.data(), nullptr, nullptr, FALSE, 0, nullptr,
-                      folder.wstring().c_str(), &start, &process)) {
-    ADD_FAILURE() << "error " << GetLastError();
-    return 0;
+class MinidumpTest : public ::testing::Test {
+ protected:
+  /// Takes the steps in an empty folder; the exit code.
+  DWORD Crash(const std::string& steps) const {
+    const std::wstring program = std::filesystem::absolute(L"crasher.exe").wstring();
+    std::wstring command = L"crasher " + std::wstring(steps.begin(), steps.end());
+    STARTUPINFOW start{};
+    start.cb = sizeof(start);
+    PROCESS_INFORMATION process{};
+    if (!CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, FALSE, 0, nullptr,
+                        folder.path().wstring().c_str(), &start, &process)) {
+      ADD_FAILURE() << "error " << GetLastError();
+      return 0;
+    }
+    DWORD code = 0;
+    WaitForSingleObject(process.hProcess, INFINITE);
+    GetExitCodeProcess(process.hProcess, &code);
+    CloseHandle(process.hProcess);
+    CloseHandle(process.hThread);
+    return code;
   }
-  DWORD code = 0;
-  WaitForSingleObject(process.hProcess, INFINITE);
-  GetExitCodeProcess(process.hProcess, &code);
-  CloseHandle(process.hProcess);
-  CloseHandle(process.hThread);
-  return code;
+
+  const TempFolder folder{L"crash"};
+  const std::filesystem::path dump = folder.path() / L"ConsoleApplication1.dmp";
+};
+
+TEST_F(MinidumpTest, EachCrashReplacesTheDumpAndEndsTheProcessAsBefore) {
+  EXPECT_EQ(0u, Crash("before load call no-room record record room { call room"));
+  EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+  const auto other = folder.path() / L"other";
+  std::ofstream(other) << "xxxx";
+  CreateHardLinkW(dump.wstring().c_str(), other.wstring().c_str(), nullptr);
+  EXPECT_EQ(EXCEPTION_ACCESS_VIOLATION, Crash("load record null"));
+  EXPECT_EQ("MDMP", ReadBytes(dump).substr(0, 4));
+  EXPECT_EQ("xxxx", ReadBytes(other)) << "a file with another name as well";
+  std::filesystem::remove(dump);
+  std::filesystem::create_directory(dump);
+  EXPECT_EQ(EXCEPTION_ACCESS_VIOLATION, Crash("load record null"));
+  EXPECT_TRUE(std::filesystem::is_directory(dump));
 }
 
-TEST(MinidumpTest, EachCrashReplacesTheDumpAndEndsTheProcessAsBefore) {
-  const TempFolder folder(L"crash");
-  EXPECT_EQ(0u, Crash(folder.path(), L"none")) << "first no filter is returned, then the library's";
-  EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
-  const auto dump = folder.path() / L"ConsoleApplication1.dmp";
-  std::ofstream(dump) << std::string(1 << 20, 'x');  // longer than the new one
-  EXPECT_EQ(EXCEPTION_ACCESS_VIOLATION, Crash(folder.path(), L"null"));
-  const std::string bytes = ReadBytes(dump);
-  EXPECT_EQ("MDMP", bytes.substr(0, 4));
-  EXPECT_EQ(std::string::npos, bytes.find("xxxx")) << "nothing is left of the old one";
+TEST_F(MinidumpTest, AnOverflowOfAnyThreadThatHasCalledTheLibraryLeavesADump) {
+  Crash("before overflow");
+  if (ReadBytes(folder.path() / L"marks").empty()) {
+    GTEST_SKIP() << "this system calls no filter at all when a stack has overflowed";
+  }
+  for (const char* steps : {"load record overflow", "load record { call overflow"}) {
+    SCOPED_TRACE(steps);
+    std::filesystem::remove(dump);
+    EXPECT_EQ(EXCEPTION_STACK_OVERFLOW, Crash(steps));
+    EXPECT_EQ("MDMP", ReadBytes(dump).substr(0, 4));
+  }
+}
+
+TEST_F(MinidumpTest, FiltersOfTheHostAreCalledAsBeforeAndAfterTheLibraryIsGone) {
+  const struct {
+    const char* steps;
+    const char* marks;
+    bool hasDump;
+  } rows[] = {{"before load record after null", "l", true},
+              {"before load record unload earlier null", "e", false},
+              {"before load record after unload null", "le", false},
+              {"none load record after unload null", "l", false},
+              {"before load record after record unload null", "le", false},
+              {"before load record after unload load record null", "", true}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.steps);
+    std::filesystem::remove(dump);
+    std::filesystem::remove(folder.path() / L"marks");
+    EXPECT_EQ(EXCEPTION_ACCESS_VIOLATION, Crash(row.steps));
+    EXPECT_EQ(row.marks, ReadBytes(folder.path() / L"marks"));
+    EXPECT_EQ(row.hasDump, std::filesystem::exists(dump));
+  }
 }
 
 }  // namespace

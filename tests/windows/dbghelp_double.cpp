@@ -9,16 +9,25 @@
 // After the general Windows header.
 #include <dbghelp.h>
 
+namespace {
+
+// A thread whose stack has overflowed has another one write the dump.
+bool IsExpected(const MINIDUMP_EXCEPTION_INFORMATION& information) {
+  const DWORD code = information.ExceptionPointers->ExceptionRecord->ExceptionCode;
+  const bool isOwn = information.ThreadId == GetCurrentThreadId();
+  return code == (isOwn ? EXCEPTION_ACCESS_VIOLATION : EXCEPTION_STACK_OVERFLOW);
+}
+
+}  // namespace
+
 extern "C" BOOL WINAPI MiniDumpWriteDump(HANDLE process, DWORD processId, HANDLE file,
                                          MINIDUMP_TYPE type,
                                          PMINIDUMP_EXCEPTION_INFORMATION exception,
                                          PMINIDUMP_USER_STREAM_INFORMATION streams,
                                          PMINIDUMP_CALLBACK_INFORMATION callback) {
-  const bool isRight =
-      process == GetCurrentProcess() && processId == GetCurrentProcessId() &&
-      type == MiniDumpNormal && streams == nullptr && callback == nullptr && exception != nullptr &&
-      exception->ThreadId == GetCurrentThreadId() && !exception->ClientPointers &&
-      exception->ExceptionPointers->ExceptionRecord->ExceptionCode == EXCEPTION_ACCESS_VIOLATION;
+  const bool isRight = process == GetCurrentProcess() && processId == GetCurrentProcessId() &&
+                       type == MiniDumpNormal && streams == nullptr && callback == nullptr &&
+                       exception != nullptr && !exception->ClientPointers && IsExpected(*exception);
   DWORD written = 0;
   return isRight && WriteFile(file, "MDMP", 4, &written, nullptr);
 }

@@ -20,5 +20,26 @@ TEST_F(VidPidFileTest, NamesTheDevicesThatAreAccepted) {
   EXPECT_EQ(1u, library.List());
 }
 
+TEST_F(VidPidFileTest, AndTheLogAreBesideALibraryWhosePathIsLong) {
+  Install(R"({"devices": [{"name": "own", "port": "1"},
+                          {"name": "text", "port": "2", "image": {"vid": "0x1111"}}]})");
+  const auto deep = std::filesystem::temp_directory_path() / std::wstring(90, L'a') /
+                    std::wstring(90, L'b') / std::wstring(120, L'c');
+  {
+    const TempFolder there(deep.c_str());
+    std::ofstream(deep / L"VidPid.ini") << "VID:3333 PID:abcd\n";
+    const LoadedCopy library(there);
+    QZ_EXPORT(library, QZ_ConfigLog)(1, 0);
+    EXPECT_EQ(1u, library.List());
+    EXPECT_THAT(ReadBytes(deep / L"info.txt"), ::testing::HasSubstr("QZ_ListAllHidDev"));
+  }
+  // The runtime does not look into folders with such paths, so it removes none that has files.
+  for (const wchar_t* file : {L"copy.dll", L"info.txt", L"VidPid.ini"}) {
+    std::filesystem::remove(deep / file);
+  }
+  std::filesystem::remove(deep);
+  std::filesystem::remove_all(deep.parent_path().parent_path());
+}
+
 }  // namespace
 }  // namespace qzhid::test

@@ -2,16 +2,18 @@
 //
 // Once a signal has arrived only async-signal-safe calls are made. glibc's backtrace is one of them
 // after its first call, which loads the unwinder; that call is made on installing.
+#include <dlfcn.h>
 #include <execinfo.h>
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <mutex>
 
+#include "platform/linux/crash_entry.h"
+#include "platform/linux/signal_stack.h"
 #include "platform/platform.h"
 
 namespace qzhid::platform {
@@ -19,18 +21,25 @@ namespace qzhid::platform {
 namespace {
 
 constexpr const char* kRecordName = "ConsoleApplication1.dmp";
-constexpr std::size_t kAlternateStackSize = 64 * 1024;
 constexpr int kMaxFrames = 64;
 
 struct FatalSignal {
   int number;
   const char* name;
-  struct sigaction previous;
+  bool isInstalled;
+  struct sigaction first;     // the action before the first installation
+  struct sigaction previous;  // the action that follows
 };
 FatalSignal g_Signals[] = {
-    {SIGSEGV, "SIGSEGV", {}}, {SIGBUS, "SIGBUS", {}}, {SIGILL, "SIGILL", {}},
-    {SIGFPE, "SIGFPE", {}},   {SIGSYS, "SIGSYS", {}}, {SIGABRT, "SIGABRT", {}},
+    {SIGSEGV, "SIGSEGV", false, {}, {}}, {SIGBUS, "SIGBUS", false, {}, {}},
+    {SIGILL, "SIGILL", false, {}, {}},   {SIGFPE, "SIGFPE", false, {}, {}},
+    {SIGSYS, "SIGSYS", false, {}, {}},   {SIGABRT, "SIGABRT", false, {}, {}},
 };
+
+std::mutex g_Lock;
+SignalHandler g_Handler = nullptr;  // what is installed
+bool g_bPinned = false;             // the library stays loaded
+bool g_bMayBeChained = false;       // somebody else may call what is installed
 
 void Write(int file, const char* text, std::size_t length) {
   while (length > 0) {
@@ -54,6 +63,22 @@ void WriteNumber(int file, std::uint64_t value, unsigned base) {
   Write(file, digits + first, sizeof(digits) - first);
 }
 
+// What a host that closed its standard streams writes to them must not end up in the record.
+int MoveAboveStandardStreams(int file) {
+  if (file < 0 || file > STDERR_FILENO) return file;
+  const int moved = fcntl(file, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  close(file);
+  return moved;
+}
+
+// A new file: what is there is removed, whatever it is, so that no link is followed and no reader
+// of a FIFO is waited for.
+int CreateRecord() {
+  unlink(kRecordName);
+  return MoveAboveStandardStreams(
+      open(kRecordName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+}
+
 void WriteModules(int file) {
   const int maps = open("/proc/self/maps", O_RDONLY | O_CLOEXEC);
   if (maps < 0) return;
@@ -67,15 +92,27 @@ void WriteModules(int file) {
   close(maps);
 }
 
+bool IsSent(const siginfo_t& info) { return info.si_code <= 0; }
+
+void WriteOrigin(int file, const siginfo_t& info) {
+  if (IsSent(info)) {
+    WriteText(file, "\nSent by process: ");
+    WriteNumber(file, static_cast<std::uint64_t>(info.si_pid), 10);
+  } else {
+    WriteText(file, "\nFault address: 0x");
+    WriteNumber(file, reinterpret_cast<std::uintptr_t>(info.si_addr), 16);
+  }
+}
+
 void WriteRecord(const FatalSignal& signal, const siginfo_t& info) {
-  const int file = open(kRecordName, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  const int file = CreateRecord();
   if (file < 0) return;
   WriteText(file, "Signal: ");
   WriteNumber(file, static_cast<std::uint64_t>(signal.number), 10);
   WriteText(file, " (");
   WriteText(file, signal.name);
-  WriteText(file, ")\nFault address: 0x");
-  WriteNumber(file, reinterpret_cast<std::uintptr_t>(info.si_addr), 16);
+  WriteText(file, ")");
+  WriteOrigin(file, info);
   WriteText(file, "\nProcess: ");
   WriteNumber(file, static_cast<std::uint64_t>(getpid()), 10);
   WriteText(file, "\nBacktrace:\n");
@@ -86,18 +123,28 @@ void WriteRecord(const FatalSignal& signal, const siginfo_t& info) {
   close(file);
 }
 
+// A record that exceeds the limit of file sizes is cut; the process still dies of its own signal.
+void WriteRecordWithinLimits(const FatalSignal& signal, const siginfo_t& info) {
+  struct sigaction ignore {
+  }, before{};
+  ignore.sa_handler = SIG_IGN;
+  sigaction(SIGXFSZ, &ignore, &before);
+  WriteRecord(signal, info);
+  sigaction(SIGXFSZ, &before, nullptr);
+}
+
 void HandleFatalSignal(int number, siginfo_t* info, void*) {
-  for (const FatalSignal& signal : g_Signals) {
+  for (FatalSignal& signal : g_Signals) {
     if (signal.number != number) continue;
     // A fault while writing the record takes the previous action at once.
     sigaction(number, &signal.previous, nullptr);
-    WriteRecord(signal, *info);
+    // That action may call this one, if it was installed between two installations of this one.
+    signal.previous = signal.first;
+    WriteRecordWithinLimits(signal, *info);
   }
   // The kernel repeats a fault when this returns; a signal that was sent has to be sent again.
-  if (info->si_code <= 0) raise(number);
+  if (IsSent(*info)) raise(number);
 }
-
-using Handler = void (*)(int, siginfo_t*, void*);
 
 QZ_ExceptionFilter ToFilter(const struct sigaction& action) {
   if ((action.sa_flags & SA_SIGINFO) != 0) {
@@ -107,44 +154,85 @@ QZ_ExceptionFilter ToFilter(const struct sigaction& action) {
 }
 
 bool IsOurs(const struct sigaction& action) {
-  return (action.sa_flags & SA_SIGINFO) != 0 && action.sa_sigaction == &HandleFatalSignal;
+  return (action.sa_flags & SA_SIGINFO) != 0 && action.sa_sigaction == g_Handler;
 }
 
-// A handler on its own stack also sees the overflow of the stack of the thread that installs it.
-void UseAlternateStack() {
-  alignas(16) static std::array<char, kAlternateStackSize> memory;
-  stack_t current{};
-  if (sigaltstack(nullptr, &current) != 0 || (current.ss_flags & SS_DISABLE) == 0) return;
-  stack_t own{};
-  own.ss_sp = memory.data();
-  own.ss_size = memory.size();
-  sigaltstack(&own, nullptr);
+// For good: this is the way out where there is no entry that outlives the library.
+void PinLibrary() {
+  Dl_info info{};
+  if (dladdr(reinterpret_cast<void*>(&PinLibrary), &info) == 0) return;
+  dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+}
+
+void MakeHandler() {
+  if (g_Handler != nullptr) return;
+  g_Handler = MakeCrashEntry(&HandleFatalSignal);
+  g_bPinned = g_Handler == nullptr;
+  if (!g_bPinned) return;
+  PinLibrary();
+  g_Handler = &HandleFatalSignal;
 }
 
 void Install(FatalSignal& signal) {
   struct sigaction current {};
   if (sigaction(signal.number, nullptr, &current) != 0 || IsOurs(current)) return;
+  if (signal.isInstalled) g_bMayBeChained = true;
+  if (!signal.isInstalled) signal.first = current;
+  signal.isInstalled = true;
   signal.previous = current;
   struct sigaction action {};
-  action.sa_sigaction = &HandleFatalSignal;
+  action.sa_sigaction = g_Handler;
   action.sa_flags = SA_SIGINFO | SA_ONSTACK;
   sigemptyset(&action.sa_mask);
   sigaction(signal.number, &action, nullptr);
 }
 
+void Restore(const FatalSignal& signal) {
+  struct sigaction current {};
+  sigaction(signal.number, nullptr, &current);
+  if (IsOurs(current)) {
+    sigaction(signal.number, &signal.previous, nullptr);
+  } else {
+    g_bMayBeChained = true;
+  }
+}
+
+void RetireHandler() {
+  struct sigaction actions[kCrashEntrySignals] = {};
+  for (const FatalSignal& signal : g_Signals) actions[signal.number] = signal.first;
+  RetireCrashEntry(g_Handler, actions);
+}
+
+__attribute__((destructor)) void OnUnload() { RemoveCrashHandler(); }
+
 }  // namespace
 
 QZ_ExceptionFilter InstallCrashHandler() {
-  static std::mutex lock;
-  const std::lock_guard<std::mutex> guard(lock);
+  const std::lock_guard<std::mutex> guard(g_Lock);
   void* frame = nullptr;
   backtrace(&frame, 1);
-  static std::once_flag once;
-  std::call_once(once, UseAlternateStack);
+  MakeHandler();
+  StartSignalStacks();
+  CoverThread();
   struct sigaction before {};
   sigaction(SIGSEGV, nullptr, &before);
   for (FatalSignal& signal : g_Signals) Install(signal);
   return ToFilter(before);
+}
+
+void RemoveCrashHandler() noexcept {
+  // Nobody holds the lock when the library is being unloaded. A thread that holds it when the
+  // process ends, or did when the process was forked, is not waited for.
+  const std::unique_lock<std::mutex> guard(g_Lock, std::try_to_lock);
+  if (!guard || g_Handler == nullptr || g_bPinned) return;
+  for (const FatalSignal& signal : g_Signals) Restore(signal);
+  if (g_bMayBeChained) {
+    RetireHandler();
+  } else {
+    FreeCrashEntry(g_Handler);
+  }
+  g_Handler = nullptr;
+  EndSignalStacks();
 }
 
 }  // namespace qzhid::platform

@@ -5,6 +5,8 @@
 
 namespace qzhid::platform {
 
+std::filesystem::path FilePath(const std::string& path) { return path; }
+
 bool PathExists(const char* path) { return access(path, F_OK) == 0; }
 
 bool IsDirectory(const char* path) {

@@ -8,7 +8,9 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void* processEnd) {
   if (reason == DLL_THREAD_ATTACH) OnThreadAttach();
   if (reason == DLL_PROCESS_DETACH) {
     OnProcessDetach();
-    if (processEnd == nullptr) DestroyProcessObjects();
+    if (processEnd != nullptr) return TRUE;
+    RemoveCrashHandler();
+    DestroyProcessObjects();
   }
   return TRUE;
 }

@@ -1,4 +1,4 @@
-// Tests of narrow paths, as the C runtime answers them.
+// Tests of narrow paths, made on wide ones: those may be longer than MAX_PATH.
 #include "platform/windows/system.h"
 
 // After the general Windows header.
@@ -6,16 +6,24 @@
 
 namespace qzhid::platform {
 
-bool PathExists(const char* path) { return _access(path, 0) == 0; }
+std::filesystem::path FilePath(const std::string& path) {
+  const int bytes = static_cast<int>(path.size());
+  const int units = MultiByteToWideChar(CP_ACP, 0, path.data(), bytes, nullptr, 0);
+  std::wstring wide(units > 0 ? static_cast<std::size_t>(units) : 0, L'\0');
+  MultiByteToWideChar(CP_ACP, 0, path.data(), bytes, wide.data(), units);
+  return wide;
+}
+
+bool PathExists(const char* path) { return _waccess(FilePath(path).c_str(), 0) == 0; }
 
 bool IsDirectory(const char* path) {
-  const DWORD attributes = GetFileAttributesA(path);
+  const DWORD attributes = GetFileAttributesW(FilePath(path).c_str());
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
 bool IsReadableAndWritable(const char* path) {
   constexpr int kReadAndWrite = 6;
-  return _access(path, kReadAndWrite) == 0;
+  return _waccess(FilePath(path).c_str(), kReadAndWrite) == 0;
 }
 
 }  // namespace qzhid::platform

@@ -16,15 +16,16 @@ struct FileCloser {
 using File = std::unique_ptr<void, FileCloser>;
 
 Status OpenRegularFile(const char* path, File& file, std::size_t& size) {
+  const std::filesystem::path name = FilePath(path);
   // Opening alone can do something to a device.
-  const DWORD attributes = GetFileAttributesA(path);
+  const DWORD attributes = GetFileAttributesW(name.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) return LastFailure();
   if ((attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE)) != 0) {
     return Status::Failure(ERROR_ACCESS_DENIED);
   }
-  const HANDLE opened =
-      CreateFileA(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  const HANDLE opened = CreateFileW(name.c_str(), GENERIC_READ,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (opened == INVALID_HANDLE_VALUE) return LastFailure();
   file.reset(opened);
   if (GetFileType(opened) != FILE_TYPE_DISK) return Status::Failure(ERROR_ACCESS_DENIED);

@@ -30,8 +30,9 @@ std::string WithSystemLineEnds(std::string_view text) {
 Status CreateTextFile(const char* path, TextFile& file) {
   file.reset();
   TextFile created(new TextFileData);
-  created->handle = CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  created->handle =
+      CreateFileW(FilePath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                  nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (created->handle == INVALID_HANDLE_VALUE) return LastFailure();
   file = std::move(created);
   return {};
