@@ -35,12 +35,12 @@ void LogException(const char* exportName) noexcept {
   }
 }
 
-QZ_CATCHES_FORCED_UNWINDING void GuardExport(const char* exportName,
-                                             const std::function<void()>& body) {
+QZ_CATCHES_FORCED_UNWINDING void GuardExport(const char* exportName, void (*body)(void* context),
+                                             void* context) {
   const platform::CCancellationShield shield;
   platform::CoverThread();
   try {
-    body();
+    body(context);
   } catch (const platform::ForcedUnwinding&) {
     LogEndOfThread(exportName);
     throw;

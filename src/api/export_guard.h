@@ -1,8 +1,6 @@
 // The frame of every exported function.
 #pragma once
 
-#include <functional>
-
 #include "api/call_gate.h"
 #include "platform/platform.h"
 
@@ -14,9 +12,9 @@ void LogException(const char* exportName) noexcept;
 /// Writes a text to an attached debugger; does nothing where there is no memory for it.
 void TellDebugger(const wchar_t* text) noexcept;
 
-/// Calls an export's body. Any exception of it becomes a log line under the export's name; only a
-/// thread that is being ended unwinds through.
-void GuardExport(const char* exportName, const std::function<void()>& body);
+/// Calls an export's body with that context. Any exception of it becomes a log line under the
+/// export's name; only a thread that is being ended unwinds through. Needs no memory.
+void GuardExport(const char* exportName, void (*body)(void* context), void* context);
 
 /// Runs an export's body: names the export to an attached debugger (unless `debugName` is null) and
 /// returns what the body returns, or the export's failure value when that throws.
@@ -24,10 +22,12 @@ template <class Result, class Body>
 Result RunExport(const char* exportName, const wchar_t* debugName, Result failure,
                  const Body& body) {
   Result result = failure;
-  GuardExport(exportName, [&] {
+  auto run = [&] {
     if (debugName != nullptr) TellDebugger(debugName);
     result = body();
-  });
+  };
+  GuardExport(
+      exportName, [](void* context) { (*static_cast<decltype(run)*>(context))(); }, &run);
   return result;
 }
 

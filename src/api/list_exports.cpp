@@ -75,11 +75,16 @@ std::uint8_t ListDevices(const char* tag, HidDevRecord** ppList, std::uint32_t* 
   return isListed && *pCount != 0 ? 1 : 0;
 }
 
-/// The frame of both: a listing that does not come to count leaves 0.
+/// The frame of both: a listing that is refused leaves its outputs as one that finds nothing.
 template <class Body>
 std::uint8_t RunListing(const char* tag, std::uint32_t* pCount, const Body& body) {
-  if (pCount != nullptr) *pCount = 0;
-  return RunDeviceExport(TakeOver, tag, L"List Hid Device", std::uint8_t{0}, body);
+  return RunExport(tag, L"List Hid Device", std::uint8_t{0}, [&]() -> std::uint8_t {
+    const CCallGate::CPass pass(TakeOver);
+    if (pass) return body();
+    LogUpdateIsRunning(tag);
+    if (pCount != nullptr) *pCount = 0;
+    return 0;
+  });
 }
 
 }  // namespace
