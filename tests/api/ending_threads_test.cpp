@@ -10,9 +10,6 @@
 namespace qzhid::test {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-
 std::vector<int> g_progress;
 void (*g_end)() = nullptr;
 

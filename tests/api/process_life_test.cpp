@@ -17,8 +17,10 @@
 
 // A child that exits with threads in it leaves what they have; the sanitizer asks this.
 static bool g_isChild = false;
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" int __lsan_is_turned_off();
 extern "C" int __lsan_is_turned_off() { return g_isChild ? 1 : 0; }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 

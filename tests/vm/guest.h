@@ -67,7 +67,7 @@ class Attached {
   std::uint32_t PortOf(const std::string& name) const;
   /// Whether the kernel has taken in the last arrival of that device. What was there before has
   /// then left, and the device files are what they will be.
-  bool IsReady(const std::string& name) const { return HidFile(name) != ""; }
+  bool IsReady(const std::string& name) const { return !HidFile(name).empty(); }
   /// The device file of its HID node; empty until it is ready.
   std::string HidFile(const std::string& name) const;
   /// How often the device of that name was attached.

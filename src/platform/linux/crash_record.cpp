@@ -24,16 +24,16 @@ constexpr const char* kRecordName = "ConsoleApplication1.dmp";
 constexpr int kMaxFrames = 64;
 
 struct FatalSignal {
-  int number;
   const char* name;
-  bool isInstalled;
   struct sigaction first;     // the action before the first installation
   struct sigaction previous;  // the action that follows
+  int number;
+  bool isInstalled;
 };
 FatalSignal g_Signals[] = {
-    {SIGSEGV, "SIGSEGV", false, {}, {}}, {SIGBUS, "SIGBUS", false, {}, {}},
-    {SIGILL, "SIGILL", false, {}, {}},   {SIGFPE, "SIGFPE", false, {}, {}},
-    {SIGSYS, "SIGSYS", false, {}, {}},   {SIGABRT, "SIGABRT", false, {}, {}},
+    {"SIGSEGV", {}, {}, SIGSEGV, false}, {"SIGBUS", {}, {}, SIGBUS, false},
+    {"SIGILL", {}, {}, SIGILL, false},   {"SIGFPE", {}, {}, SIGFPE, false},
+    {"SIGSYS", {}, {}, SIGSYS, false},   {"SIGABRT", {}, {}, SIGABRT, false},
 };
 
 std::mutex g_Lock;
