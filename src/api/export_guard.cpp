@@ -22,14 +22,17 @@ void LogEndOfThread(const char* exportName) noexcept {
 }  // namespace
 
 void LogException(const char* exportName) noexcept {
+  // Null for an exception that another language's runtime has thrown.
+  const std::exception_ptr exception = std::current_exception();
   try {
     try {
-      throw;
+      if (exception != nullptr) std::rethrow_exception(exception);
     } catch (const std::exception& e) {
-      CMsg::Instance().Log(3, exportName, "Exception:%s\n", e.what());
+      return CMsg::Instance().Log(3, exportName, "Exception:%s\n", e.what());
     } catch (...) {
-      CMsg::Instance().Log(3, exportName, "Unknown exception\n");
+      // No standard exception either.
     }
+    CMsg::Instance().Log(3, exportName, "Unknown exception\n");
   } catch (...) {
     // Out of memory for the line itself: the export's result has to say it.
   }

@@ -36,8 +36,8 @@ class CProcessObject final : public CProcessObjectBase {
 
   /// Throws what the constructor of T throws.
   T& Get() {
-    T* const object = m_pObject.load(std::memory_order_acquire);
-    return object != nullptr ? *object : Make();
+    if (T* const made = m_pObject.load(std::memory_order_acquire); made != nullptr) return *made;
+    return Make();
   }
 
  private:
