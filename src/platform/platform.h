@@ -270,7 +270,7 @@ class CCancellationShield {
   CCancellationShield& operator=(const CCancellationShield&) = delete;
 
  private:
-  const int m_nOuter;
+  [[maybe_unused]] const int m_nOuter;  // of the shield outside, where there is such a thing
 };
 
 /// While it lives, inside a shield, the calling thread runs code of the host and can be cancelled

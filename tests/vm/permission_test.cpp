@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 
 #include "vm/host.h"
@@ -32,12 +33,14 @@ void GiveToUser(const std::string& file) {
   EXPECT_EQ(0, chmod(file.c_str(), 0660));
 }
 
-/// An update to nothing as the user: it ends before it begins, and logs how far it came.
+/// An update as the user, who has no permission for all that it takes: it ends before it begins,
+/// and logs how far it came.
 std::string LogOfUser() {
-  const std::string log = "/tmp/user-log.txt";
+  const std::string log = "/tmp/user-log.txt", image = "/tmp/user-image.bin";
+  std::ofstream(image) << std::string(0x10000, '\0');
   unlink(log.c_str());
   setenv("UPDATE_HUB_LOG", log.c_str(), 1);
-  RunProgram({"update_hub", "/tmp/no-image"}, kUser);
+  RunProgram({"update_hub", image}, kUser);
   unsetenv("UPDATE_HUB_LOG");
   return ReadFile(log);
 }

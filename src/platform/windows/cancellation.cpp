@@ -4,8 +4,8 @@
 namespace qzhid::platform {
 
 CCancellationShield::CCancellationShield() noexcept : m_nOuter(0) {}
-CCancellationShield::~CCancellationShield() = default;
+CCancellationShield::~CCancellationShield() {}
 CCancellationWindow::CCancellationWindow() = default;
-CCancellationWindow::~CCancellationWindow() = default;
+CCancellationWindow::~CCancellationWindow() {}
 
 }  // namespace qzhid::platform
