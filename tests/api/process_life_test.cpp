@@ -69,7 +69,7 @@ enum class Job { List, Update, Gpio };
 
 struct Situation {
   const char* name;
-  const char* library;
+  const char* file;
   Job job;
   bool isLogging;
 };
@@ -140,7 +140,7 @@ class ExitTest : public ProcessLifeTest, public ::testing::WithParamInterface<Si
 
 TEST_P(ExitTest, AProcessMayExitWhileAThreadIsInside) {
   constexpr int kRuns = 200;
-  const Library library(GetParam().library);
+  const Library library(GetParam().file);
   for (int run = 0; run < kRuns; ++run) {
     ASSERT_EQ(0, InChild([&] { ExitWithAThreadInside(library, run); })) << "run " << run;
   }
