@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "vm/host.h"
 
 namespace qzhid::vm {
@@ -37,6 +39,7 @@ int Version() {
 TEST(Update, FlashHoldsTheImageAndTheHubIsANewKernelDevice) {
   const std::string image = MakeImage("0210"), state = "/tmp/state-update";
   std::uint32_t before = 0;
+  std::filesystem::remove_all(state);
   {
     const Attached attached(HubScenario("", R"(, "state_folder": ")" + state + '"'));
     const std::string numberFile = UsbFolder(attached.PortOf("hub")) + "/devnum";
