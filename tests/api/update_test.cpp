@@ -114,7 +114,9 @@ TEST_F(UpdateTest, HubsInAnyModeTakeTheImageInTheirConversation) {
       g_progress.clear();
       EXPECT_EQ(1, QZ_UpdateDev(handle, good.path(), starts ? OnProgress : nullptr));
       EXPECT_EQ(conversation + (starts ? kStart : ""), Conversation(world->recorder()));
-      if (starts) ExpectWholeProgress();
+      // Where a thread that starts switches the log on, one of the system's own ends the reports.
+      const bool areReportsEnded = DebugTexts().find("Create Log") != std::string::npos;
+      if (starts && !areReportsEnded) ExpectWholeProgress();
       EXPECT_EQ(starts, !g_progress.empty()) << "nobody is told after the call";
       EXPECT_EQ(starts ? "3 Notify Progress\n" : "", Said("QZ_UpdateDev"));
       EXPECT_EQ(0, OpenHandles());
