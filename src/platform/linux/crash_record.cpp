@@ -14,6 +14,7 @@
 
 #include "platform/linux/crash_entry.h"
 #include "platform/linux/signal_stack.h"
+#include "platform/linux/system_call.h"
 #include "platform/platform.h"
 
 namespace qzhid::platform {
@@ -63,20 +64,11 @@ void WriteNumber(int file, std::uint64_t value, unsigned base) {
   Write(file, digits + first, sizeof(digits) - first);
 }
 
-// What a host that closed its standard streams writes to them must not end up in the record.
-int MoveAboveStandardStreams(int file) {
-  if (file < 0 || file > STDERR_FILENO) return file;
-  const int moved = fcntl(file, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  close(file);
-  return moved;
-}
-
 // A new file: what is there is removed, whatever it is, so that no link is followed and no reader
 // of a FIFO is waited for.
-int CreateRecord() {
+CFileHandle CreateRecord() {
   unlink(kRecordName);
-  return MoveAboveStandardStreams(
-      open(kRecordName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+  return OpenFile(kRecordName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0644);
 }
 
 void WriteModules(int file) {
@@ -105,8 +97,9 @@ void WriteOrigin(int file, const siginfo_t& info) {
 }
 
 void WriteRecord(const FatalSignal& signal, const siginfo_t& info) {
-  const int file = CreateRecord();
-  if (file < 0) return;
+  const CFileHandle record = CreateRecord();
+  if (!record) return;
+  const int file = record.get();
   WriteText(file, "Signal: ");
   WriteNumber(file, static_cast<std::uint64_t>(signal.number), 10);
   WriteText(file, " (");
@@ -120,7 +113,6 @@ void WriteRecord(const FatalSignal& signal, const siginfo_t& info) {
   backtrace_symbols_fd(frames, backtrace(frames, kMaxFrames), file);
   WriteText(file, "Modules:\n");
   WriteModules(file);
-  close(file);
 }
 
 // A record that exceeds the limit of file sizes is cut; the process still dies of its own signal.

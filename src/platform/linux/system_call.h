@@ -69,7 +69,7 @@ inline CFileHandle OpenFileAt(int folder, const char* path, int flags, mode_t mo
       Uninterrupted([&] { return openat(folder, path, flags | O_CLOEXEC, mode); }));
 }
 
-/// The same for a path that stands on its own.
+/// The same for a path that is relative to the current folder, or to none.
 inline CFileHandle OpenFile(const char* path, int flags, mode_t mode = 0) {
   return OpenFileAt(AT_FDCWD, path, flags, mode);
 }
