@@ -72,14 +72,14 @@ void Listing(benchmark::State& state, const char* name) {
   std::vector<Pairs> pairs(counts.size());
   while (state.KeepRunning()) {
     for (std::size_t i = 0; i < counts.size(); ++i) {
-      virtualhub::InstallWorld(DeviceScenario(counts[i]));
+      virtualhub::InstallMachine(DeviceScenario(counts[i]));
       ListOnce(counts[i]);
       const std::uint32_t runs = 1000 / counts[i];
       for (std::uint32_t run = 0; run < runs; ++run) {
         const double bare = ProcessorSeconds(AskPlatform);
         pairs[i].Add(ProcessorSeconds([&] { ListOnce(counts[i]); }), bare);
       }
-      virtualhub::UninstallWorld();
+      virtualhub::UninstallMachine();
     }
     state.SetIterationTime(pairs.back().subject.back());
   }
@@ -152,10 +152,10 @@ class CBareScan {
 /// Scans of 1000 of 2000 nodes; in every other one `changed` of them have given way to others.
 void Scan(benchmark::State& state, const char* name, std::size_t changed) {
   constexpr std::size_t kSeen = 1000;
-  virtualhub::World& world = virtualhub::InstallWorld(DeviceScenario(2 * kSeen));
+  virtualhub::Machine& machine = virtualhub::InstallMachine(DeviceScenario(2 * kSeen));
   Nodes all;
   for (std::size_t i = 0; i < 2 * kSeen; ++i) {
-    all.push_back(world.HidInstance("d" + std::to_string(i)));
+    all.push_back(machine.HidInstance("d" + std::to_string(i)));
   }
   std::sort(all.begin(), all.end());
   IDev device;
@@ -179,7 +179,7 @@ void Scan(benchmark::State& state, const char* name, std::size_t changed) {
     pairs.Add(own, bare.Scan(seen));
     state.SetIterationTime(own);
   }
-  virtualhub::UninstallWorld();
+  virtualhub::UninstallMachine();
   PrintRatio(name, pairs, 1, 1.5);
 }
 

@@ -5,7 +5,7 @@
 #include "device/hid_dev.h"
 #include "machine.h"
 #include "rows.h"
-#include "virtualhub/image.h"
+#include "virtualhub/hub/image.h"
 
 using namespace qzhid;
 using namespace qzhid::bench;
@@ -34,7 +34,7 @@ void Request(benchmark::State& state, const char* name, bool (*send)(CRequestCMD
   const auto request = [&] {
     if (!send(commands)) Fail("a request failed");
   };
-  CBareExchanges bare(hub.World(), request);
+  CBareExchanges bare(hub.Machine(), request);
   const auto repeat = [](const auto& work) {
     return Seconds([&] {
       for (int i = 0; i < kRequests; ++i) work();
@@ -61,7 +61,7 @@ void WritePhase(benchmark::State& state, const char* name, std::uint32_t latency
   const auto write = [&] {
     if (!device.WriteFlashEx(image)) Fail("a write phase failed");
   };
-  CBareExchanges bare(hub.World(), write);
+  CBareExchanges bare(hub.Machine(), write);
   const auto writeLogged = [&] {
     SwitchLog(isLogging);
     const double seconds = Seconds(write);

@@ -11,7 +11,7 @@
 #include "transport/hid_property.h"
 #include "transport/hid_transfers.h"
 #include "transport/request_cmd.h"
-#include "virtualhub/current_world.h"
+#include "virtualhub/bus/current_machine.h"
 
 namespace qzhid::bench {
 
@@ -63,18 +63,18 @@ void AskPlatform();
 /// The property object and transfers of an update, with the only device of a new machine open.
 class COpenHub {
  public:
-  explicit COpenHub(const std::string& scenario) : m_World(virtualhub::InstallWorld(scenario)) {
+  explicit COpenHub(const std::string& scenario) : m_Machine(virtualhub::InstallMachine(scenario)) {
     CRequestCMD::Instance().SetProperty(&m_Property);
-    if (CRequestCMD::Instance().QZ_OpenDevice(m_World.HidInstance("hub")) != 0) Fail("no hub");
+    if (CRequestCMD::Instance().QZ_OpenDevice(m_Machine.HidInstance("hub")) != 0) Fail("no hub");
   }
   ~COpenHub() { CRequestCMD::Instance().SetProperty(nullptr); }
   COpenHub(const COpenHub&) = delete;
   COpenHub& operator=(const COpenHub&) = delete;
 
-  virtualhub::World& World() { return m_World; }
+  virtualhub::Machine& Machine() { return m_Machine; }
 
  private:
-  virtualhub::World& m_World;
+  virtualhub::Machine& m_Machine;
   CHidProperty m_Property{std::make_unique<CHidTransfers>()};
 };
 
@@ -83,16 +83,16 @@ class CBareExchanges {
  public:
   /// Does the work once on the machine's only device, and takes down what it exchanges.
   template <class Work>
-  CBareExchanges(virtualhub::World& world, const Work& work) : m_Device(OpenNode(0)) {
+  CBareExchanges(virtualhub::Machine& machine, const Work& work) : m_Device(OpenNode(0)) {
     using Kind = virtualhub::Record::Kind;
-    world.recorder().Start();
+    machine.recorder().Start();
     work();
-    world.recorder().Stop();
-    for (const auto& record : world.recorder().all()) {
+    machine.recorder().Stop();
+    for (const auto& record : machine.recorder().all()) {
       const bool isReport = record.kind == Kind::Output || record.kind == Kind::Input;
       if (isReport) m_Exchanges.push_back({record.kind == Kind::Output, record.data});
     }
-    world.recorder().Clear();
+    machine.recorder().Clear();
   }
 
   void Run() {

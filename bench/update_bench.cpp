@@ -12,7 +12,7 @@
 #include "QzHidAPI.h"
 #include "machine.h"
 #include "rows.h"
-#include "virtualhub/image.h"
+#include "virtualhub/hub/image.h"
 
 using namespace qzhid;
 using namespace qzhid::bench;
@@ -30,7 +30,7 @@ class CUpdate {
     std::ofstream(m_strImage, std::ios::binary)
         .write(reinterpret_cast<const char*>(image.data()),
                static_cast<std::streamsize>(image.size()));
-    virtualhub::InstallWorld(HubScenario(0, std::max(size, kSmallestBank)));
+    virtualhub::InstallMachine(HubScenario(0, std::max(size, kSmallestBank)));
     HidDevRecord* list = nullptr;
     std::uint32_t count = 0;
     if (QZ_ListAllHidDev(&list, &count) == 0) Fail("no hub is listed");
@@ -39,7 +39,7 @@ class CUpdate {
   }
   ~CUpdate() {
     QZ_CloseDev(m_pHub);
-    virtualhub::UninstallWorld();
+    virtualhub::UninstallMachine();
     std::filesystem::remove(m_strImage);
   }
   CUpdate(const CUpdate&) = delete;

@@ -22,7 +22,7 @@ function(qz_finish_dll target)
   set(resource ${PROJECT_BINARY_DIR}/version.rc)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/version.rc.in ${resource} @ONLY)
   target_sources(${target} PRIVATE
-    ${PROJECT_SOURCE_DIR}/src/platform/windows/dll_main.cpp ${resource})
+    ${PROJECT_SOURCE_DIR}/src/platform/system/windows/dll_main.cpp ${resource})
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src)
   target_compile_definitions(${target} PRIVATE QZ_BUILDING_LIBRARY)
   set_target_properties(${target} PROPERTIES PREFIX "")
@@ -31,7 +31,7 @@ endfunction()
 # Nothing but the exports is visible, and nothing is left to be found elsewhere. All backends share
 # the soname and the versions of the symbols, so that a host runs on any of them.
 function(qz_finish_shared_object target)
-  target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src/platform/linux/process_life.cpp)
+  target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src/platform/system/linux/process_life.cpp)
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src)
   target_compile_definitions(${target} PRIVATE QZ_BUILDING_LIBRARY)
   set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)

@@ -9,7 +9,7 @@
 #include "export_log.h"
 #include "support/machine_test.h"
 #include "test_system.h"
-#include "virtualhub/image.h"
+#include "virtualhub/hub/image.h"
 
 namespace qzhid::test {
 
@@ -56,7 +56,7 @@ class ApiTest : public MachineTest {
   /// Forgets what was logged and recorded so far.
   void ClearRecords() {
     log.Clear();
-    world->recorder().Clear();
+    machine->recorder().Clear();
   }
 
   /// Fills the library's list; the number of devices in it.
@@ -72,7 +72,7 @@ class ApiTest : public MachineTest {
   void Open(const char* device = "hub") {
     QZ_CloseDev(handle);
     List();
-    handle = QZ_OpenHid(world->HidInstance(device));
+    handle = QZ_OpenHid(machine->HidInstance(device));
     EXPECT_NE(nullptr, handle);
     ClearRecords();
   }
@@ -86,8 +86,8 @@ class ApiTest : public MachineTest {
   /// How many handles of the system the library holds.
   int OpenHandles() const {
     using enum virtualhub::HandleKind;
-    return world->openHandles(HidDevice) + world->openHandles(Event) + world->openHandles(NodeSet) +
-           world->openHandles(PreparsedData);
+    return machine->openHandles(HidDevice) + machine->openHandles(Event) +
+           machine->openHandles(NodeSet) + machine->openHandles(PreparsedData);
   }
 
   /// What was logged under a tag, with the levels; without a tag: all that was logged. "HANDLE"
@@ -104,11 +104,11 @@ class ApiTest : public MachineTest {
   /// What a debugger was told in the same way, each text followed by "|".
   std::string DebugTexts() const {
     std::string texts;
-    for (const std::string& text : world->recorder().DebugTexts()) texts += text + "|";
+    for (const std::string& text : machine->recorder().DebugTexts()) texts += text + "|";
     return Named(texts);
   }
 
-  virtualhub::Hub& hub() { return world->hub("hub"); }
+  virtualhub::Hub& hub() { return machine->hub("hub"); }
 
   ExportLog log;
   void* handle = nullptr;

@@ -12,8 +12,8 @@ TEST_F(BridgeTest, EachCallSendsItsOneReportAndPassesCodesThrough) {
   EXPECT_TRUE(Outputs().empty()) << "settings send nothing";
   // What fails: nothing that happens here, all reports, or the answers.
   for (const Fault::On on : {Fault::On::Reset, Fault::On::Output, Fault::On::Input}) {
-    world->ClearFaults();
-    world->AddFault(Failing(on, 0x4321));
+    machine->ClearFaults();
+    machine->AddFault(Failing(on, 0x4321));
     for (const ApiCall& call : kApiCalls) {
       SCOPED_TRACE(call.name);
       std::fill_n(g_room, sizeof(g_room), std::uint8_t{0xB0});
@@ -47,11 +47,11 @@ TEST_F(BridgeTest, ListsAndJobsCloseTheDeviceUntilItIsOpenedAgain) {
     Open();
     EXPECT_EQ(0u, QZ_HidI2CBlockEraseFlash(handle));
     EXPECT_EQ(1u, close());
-    const auto before = world->exchanges();
+    const auto before = machine->exchanges();
     for (const ApiCall& call : kApiCalls) {
       EXPECT_EQ(call.Result(code), call.call(handle)) << call.name;
     }
-    EXPECT_EQ(before, world->exchanges());
+    EXPECT_EQ(before, machine->exchanges());
     EXPECT_EQ(0, OpenHandles());
   }
 }

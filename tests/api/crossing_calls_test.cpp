@@ -44,7 +44,7 @@ class CrossingCallsTest : public ApiTest {
   void Begin() {
     Install(virtualhub::ReadScenario(kMachine));
     Open();
-    other = world->HidInstance("other");
+    other = machine->HidInstance("other");
   }
 
   bool Update() { return QZ_UpdateDev(handle, image.path(), OnProgress) == 1; }
@@ -57,7 +57,7 @@ class CrossingCallsTest : public ApiTest {
   }
 
   bool Holds(const char* name, const Bytes& expected) {
-    const auto contents = world->hub(name).bank(0).contents();
+    const auto contents = machine->hub(name).bank(0).contents();
     return std::equal(expected.begin(), expected.end(), contents.begin());
   }
 
@@ -162,7 +162,7 @@ TEST_F(CrossingCallsTest, TheCallbackMayTurnToHubsWhenAllIsDone) {
     } else if (percent == 100) {
       EXPECT_EQ(1, QZ_ReadDevVersion(handle, &version));
       EXPECT_EQ(2u, List());
-      second = QZ_OpenHid(world->HidInstance("other"));
+      second = QZ_OpenHid(machine->HidInstance("other"));
       EXPECT_EQ(1, QZ_UpdateDev(second, image.path(), OnProgress));
     }
   });
@@ -238,7 +238,7 @@ TEST_F(CrossingCallsTest, CallsOfSeveralThreadsThatTakeTheConnectionOverWaitForT
 // The first exchange ends when the other thread has given up.
 TEST_F(CrossingCallsTest, CallsThatOnlySendMeetAtTheTransferLockWhichGivesUpInTime) {
   std::atomic<bool> isInside{false}, hasGivenUp{false};
-  world->SetExchangeHook([&](const virtualhub::Exchange&) {
+  machine->SetExchangeHook([&](const virtualhub::Exchange&) {
     if (isInside.exchange(true)) return;
     while (!hasGivenUp) std::this_thread::yield();
   });
@@ -248,7 +248,7 @@ TEST_F(CrossingCallsTest, CallsThatOnlySendMeetAtTheTransferLockWhichGivesUpInTi
   EXPECT_EQ(kStatusRefused, QZ_HidGPIOR(handle, 1, second, 2));
   hasGivenUp = true;
   slow.join();
-  world->SetExchangeHook(nullptr);
+  machine->SetExchangeHook(nullptr);
   constexpr const char* kTag = "CHidTransfers::HidDataIn";
   EXPECT_EQ(51u, log.Count({3, kTag, "Can't Obtain Lock!\n"})) << "every 100 ms up to 5000 ms";
   EXPECT_EQ(1u, log.Count({3, kTag, "WqHIDDataIn Timeout Fail! \n"}));
@@ -271,7 +271,7 @@ TEST_F(CrossingCallsTest, ACloseByAnotherThreadAfter100PercentTakesEffectWhenThe
   EXPECT_TRUE(Update([&](int percent) {
     if (percent != 100) return;
     List();
-    handle = QZ_OpenHid(world->HidInstance("hub"));
+    handle = QZ_OpenHid(machine->HidInstance("hub"));
     std::thread([this] { QZ_CloseDev(handle); }).join();
     wasUsable = isUsable();
   }));

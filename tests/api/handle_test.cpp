@@ -66,7 +66,7 @@ TEST_F(HandleTest, TheHubsOwnGpioCommandTakesAnyPointer) {
 }
 
 TEST_F(HandleTest, ADeviceThatDidNotComeBackIsNotPresent) {
-  world->AddFault({.on = Fault::On::Reset, .action = Fault::Action::NeverReturn});
+  machine->AddFault({.on = Fault::On::Reset, .action = Fault::Action::NeverReturn});
   const TempFile image(virtualhub::BuildImage({}, 0x7FA8));
   EXPECT_EQ(0, QZ_UpdateDev(handle, image.path(), nullptr));
   ClearRecords();

@@ -13,8 +13,8 @@ class ListTest : public ApiTest {
         {"name": "near", "port": "4", "image": {"pid": "0x0AB9"}},
         {"name": "far", "port": "2-3.1.7"}],
       "enumeration_order": ["far", "keyboard", "near"]})"));
-    far = world->HidInstance("far");
-    near = world->HidInstance("near");
+    far = machine->HidInstance("far");
+    near = machine->HidInstance("near");
   }
 
   HidDevRecord untouched{};
@@ -38,8 +38,8 @@ TEST_F(ListTest, HubsAreListedInTheSystemsOrderAndCanBeOpened) {
   EXPECT_EQ(0, OpenHandles());
   handle = QZ_OpenHid(near);
   EXPECT_NE(nullptr, handle);
-  EXPECT_EQ(nullptr, QZ_OpenHid(world->HidInstance("keyboard"))) << "not listed";
-  EXPECT_EQ(nullptr, QZ_OpenHid(world->UsbInstance("near")));
+  EXPECT_EQ(nullptr, QZ_OpenHid(machine->HidInstance("keyboard"))) << "not listed";
+  EXPECT_EQ(nullptr, QZ_OpenHid(machine->UsbInstance("near")));
 }
 
 TEST_F(ListTest, TheFilterTakesIdsAsTextAndAnyFamily) {
@@ -53,7 +53,8 @@ TEST_F(ListTest, TheFilterTakesIdsAsTextAndAnyFamily) {
     SCOPED_TRACE(Text("%x %x", vid, pid));
     ASSERT_EQ(1, QZ_ListAllHidDevByVIDPID(vid, pid, &list, &count));
     ASSERT_EQ(found.size(), count);
-    for (std::size_t i = 0; i < count; ++i) EXPECT_EQ(world->HidInstance(found[i]), list[i].dwInst);
+    for (std::size_t i = 0; i < count; ++i)
+      EXPECT_EQ(machine->HidInstance(found[i]), list[i].dwInst);
     QZ_FreeDevList(list);
   }
   EXPECT_EQ(0, OpenHandles());
@@ -71,7 +72,8 @@ TEST_F(ListTest, FindingNothingKeepsTheListPointerAndTheCountOfTheCache) {
 }
 
 TEST_F(ListTest, AnUnreadableRecordFailsTheListingAndKeepsTheCount) {
-  world->AddFault({.on = Fault::On::Call, .service = "LocationPaths", .device = "near", .code = 5});
+  machine->AddFault(
+      {.on = Fault::On::Call, .service = "LocationPaths", .device = "near", .code = 5});
   EXPECT_EQ(0, QZ_ListAllHidDev(&list, &count));
   EXPECT_EQ(nullptr, list);
   EXPECT_EQ(2u, count);

@@ -9,11 +9,11 @@ namespace {
 using OpenCloseTest = ApiTest;
 
 TEST_F(OpenCloseTest, OpeningEnablesCommandsAndRaisesTheFrequency) {
-  const auto number = world->HidInstance("hub");
+  const auto number = machine->HidInstance("hub");
   List();
   for (const char* warning :
        {"", "3 WARNING!!,Failed to send up frequency command,ErrorCode:41\n"}) {
-    if (*warning != 0) world->AddFault(Failing(Fault::On::Request, 41, 0x4006));
+    if (*warning != 0) machine->AddFault(Failing(Fault::On::Request, 41, 0x4006));
     QZ_CloseDev(handle);
     ClearRecords();
     handle = QZ_OpenHid(number);
@@ -32,17 +32,17 @@ TEST_F(OpenCloseTest, OpeningEnablesCommandsAndRaisesTheFrequency) {
 
 TEST_F(OpenCloseTest, AHubThatDoesNotAnswerIsWaitedForAndLeftClean) {
   List();
-  const auto number = world->HidInstance("hub");
-  world->AddFault(Failing(Fault::On::Output, kStalled));
+  const auto number = machine->HidInstance("hub");
+  machine->AddFault(Failing(Fault::On::Output, kStalled));
   // 80 scans with 128 ms each; while it is there, also 50 attempts with 100 ms and a report each.
   for (const std::uint64_t lastsMs : {80u * 128u + 50u * 100u + 12u, 80u * 128u}) {
     ClearRecords();
-    const std::uint64_t start = world->clock().NowUs();
+    const std::uint64_t start = machine->clock().NowUs();
     EXPECT_EQ(nullptr, QZ_OpenHid(number));
-    EXPECT_EQ(lastsMs, (world->clock().NowUs() - start) / 1000);
+    EXPECT_EQ(lastsMs, (machine->clock().NowUs() - start) / 1000);
     EXPECT_EQ("3 Open Hid failed\n", Said("QZ_OpenHid"));
     EXPECT_LE(OpenHandles(), 2) << "the device and its event of the last attempt";
-    world->Unplug("hub");
+    machine->Unplug("hub");
   }
   QZ_CloseDev(nullptr);
   EXPECT_EQ(0, OpenHandles());
@@ -53,20 +53,20 @@ TEST_F(OpenCloseTest, RequestsGoToTheHubThatWasOpenedLast) {
       R"({"record": true, "devices": [{"name": "a", "port": "1"}, {"name": "b", "port": "2"}]})"));
   Open("a");
   void* const first = handle;
-  handle = QZ_OpenHid(world->HidInstance("b"));
+  handle = QZ_OpenHid(machine->HidInstance("b"));
   EXPECT_EQ(2, OpenHandles()) << "one device and its event";
   EXPECT_EQ(0u, QZ_HidGPIOW(first, 3, 1));
-  EXPECT_FALSE(world->hub("a").gpio()[3]);
-  EXPECT_TRUE(world->hub("b").gpio()[3]);
-  const auto lost = world->HidInstance("a");
-  world->Unplug("a");
+  EXPECT_FALSE(machine->hub("a").gpio()[3]);
+  EXPECT_TRUE(machine->hub("b").gpio()[3]);
+  const auto lost = machine->HidInstance("a");
+  machine->Unplug("a");
   EXPECT_EQ(nullptr, QZ_OpenHid(lost)) << "which takes the connection as well";
   EXPECT_EQ(kInvalidHandle, QZ_HidGPIOW(handle, 3, 0));
   QZ_CloseDev(first);
 }
 
 TEST_F(OpenCloseTest, AReleasedConnectionFailsUpdatesAndVersionsUntilTheHubIsOpenedAnew) {
-  const auto number = world->HidInstance("hub");
+  const auto number = machine->HidInstance("hub");
   const TempFile image(virtualhub::BuildImage({.version = 0x0210}, 0x7FA8));
   const std::function<void()> releases[] = {[] { List(); }, [] { QZ_CloseDev(nullptr); },
                                             [=] {
@@ -77,13 +77,13 @@ TEST_F(OpenCloseTest, AReleasedConnectionFailsUpdatesAndVersionsUntilTheHubIsOpe
     Open();
     release();
     ClearRecords();
-    const std::uint64_t start = world->clock().NowUs();
+    const std::uint64_t start = machine->clock().NowUs();
     std::uint16_t version = 0;
     EXPECT_EQ(0, QZ_ReadDevVersion(handle, &version));
     EXPECT_EQ(0, QZ_UpdateDev(handle, image.path(), nullptr));
     EXPECT_TRUE(Outputs().empty());
     EXPECT_EQ("3 Update Fail\n", Said("QZ_UpdateDev"));
-    EXPECT_EQ(start, world->clock().NowUs()) << "at once";
+    EXPECT_EQ(start, machine->clock().NowUs()) << "at once";
     EXPECT_EQ(1, QZ_ReadBinVersion(handle, image.path(), &version)) << "needs no hub";
     void* const released = handle;
     handle = QZ_OpenHid(number);
@@ -98,9 +98,9 @@ TEST_F(OpenCloseTest, UpdatesAndVersionsFindTheHubOfTheirHandle) {
   const TempFile image(virtualhub::BuildImage({.version = 0x0210}, 0x7FA8));
   Open("a");
   void* const first = handle;
-  handle = QZ_OpenHid(world->HidInstance("b"));
+  handle = QZ_OpenHid(machine->HidInstance("b"));
   EXPECT_EQ(1, QZ_UpdateDev(first, image.path(), nullptr));
-  EXPECT_EQ(0x0210, world->hub("a").Identity().version);
+  EXPECT_EQ(0x0210, machine->hub("a").Identity().version);
   std::uint16_t version = 0;
   EXPECT_EQ(1, QZ_ReadDevVersion(handle, &version));
   EXPECT_EQ(0x0102, version);
@@ -140,7 +140,7 @@ TEST_F(OpenCloseTest, ClosingReducesTheFrequencyBeforeTheDeviceGoesAndTwiceDoesN
   QZ_CloseDev(handle);
   EXPECT_EQ("", Said());
   Open();
-  world->Unplug("hub");
+  machine->Unplug("hub");
   QZ_CloseDev(handle);
   EXPECT_EQ(Text("3 Frequency reduction Result is %d\n", kGone), Said("QZ_CloseDev"));
 }

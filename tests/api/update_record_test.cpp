@@ -1,6 +1,6 @@
 // The record of a whole update, byte for byte: the same on every system.
 #include "api/api_test.h"
-#include "virtualhub/crc32.h"
+#include "virtualhub/base/crc32.h"
 
 namespace qzhid::test {
 namespace {
@@ -57,7 +57,7 @@ C0D8 +128 @00000000: 512 out, 512 in, 04AC221D
 40E9 +0 @00000101: 1 out, 0 in, 5BA5F730
 4002 +0 @2E7C0001: 2 out, 0 in, 760A36B7
 )",
-            Wire(world->recorder()));
+            Wire(machine->recorder()));
 }
 
 }  // namespace

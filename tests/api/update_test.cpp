@@ -96,13 +96,13 @@ class UpdateTest : public ApiTest {
 
   /// Neither reset nor erased.
   void ExpectOldFirmware() {
-    EXPECT_EQ(instance, world->HidInstance("hub"));
+    EXPECT_EQ(instance, machine->HidInstance("hub"));
     EXPECT_TRUE(Holds(0, virtualhub::BuildImage({}, 0x10000)));
   }
 
   const Bytes image = virtualhub::BuildImage({.version = 0x0210}, 0x7FA8);  // 255 x 128 + 40
   const TempFile good{image, "good"};
-  const virtualhub::DevInst instance = world->HidInstance("hub");
+  const virtualhub::DevInst instance = machine->HidInstance("hub");
 };
 
 TEST_F(UpdateTest, HubsInAnyModeTakeTheImageInTheirConversation) {
@@ -113,7 +113,7 @@ TEST_F(UpdateTest, HubsInAnyModeTakeTheImageInTheirConversation) {
       QZ_DllPassPara(starts ? 0 : 5);
       g_progress.clear();
       EXPECT_EQ(1, QZ_UpdateDev(handle, good.path(), starts ? OnProgress : nullptr));
-      EXPECT_EQ(conversation + (starts ? kStart : ""), Conversation(world->recorder()));
+      EXPECT_EQ(conversation + (starts ? kStart : ""), Conversation(machine->recorder()));
       // Where a thread that starts switches the log on, one of the system's own ends the reports.
       const bool areReportsEnded = DebugTexts().find("Create Log") != std::string::npos;
       if (starts && !areReportsEnded) ExpectWholeProgress();
@@ -177,14 +177,14 @@ TEST_F(UpdateTest, AnyImageThatWasLoadedIsWritten) {
     OpenHub("");
     const Bytes part(image.begin(), image.begin() + static_cast<std::ptrdiff_t>(size));
     EXPECT_EQ(1, QZ_UpdateDev(handle, TempFile(part).path(), nullptr));
-    EXPECT_THAT(Conversation(world->recorder()), ::testing::HasSubstr(written));
+    EXPECT_THAT(Conversation(machine->recorder()), ::testing::HasSubstr(written));
     EXPECT_TRUE(Holds(0, part));
   }
   const TempFile tooLong({}, "long");
   std::filesystem::resize_file(tooLong.path(), 17 * 1024 * 1024);
   OpenHub("");
   EXPECT_EQ(0, QZ_UpdateDev(handle, tooLong.path(), nullptr));
-  EXPECT_THAT(Conversation(world->recorder()), ::testing::HasSubstr("\n!40C8 +128 @"))
+  EXPECT_THAT(Conversation(machine->recorder()), ::testing::HasSubstr("\n!40C8 +128 @"))
       << "the hub is what has no room for it";
 }
 
@@ -210,7 +210,7 @@ TEST_F(UpdateTest, AnImageLoadedInTheCallbackIsNotTheOneThatIsWritten) {
     std::uint16_t version = 0;
     EXPECT_EQ(0, QZ_ReadBinVersion(handle, empty.path(), &version));
     List();
-    reopened = QZ_OpenHid(world->HidInstance("hub"));
+    reopened = QZ_OpenHid(machine->HidInstance("hub"));
   };
   EXPECT_EQ(1, QZ_UpdateDev(handle, good.path(), OnProgress));
   g_atThirty = nullptr;

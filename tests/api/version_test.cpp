@@ -29,7 +29,7 @@ TEST_F(VersionTest, OfTheHub) {
   Expect(kTag, 1, QZ_ReadDevVersion(handle, &version), "0 Hid Dev\n", keys);
   EXPECT_EQ(0xA1B2, version);
   EXPECT_EQ(0, OpenHandles());
-  world->AddFault(Failing(Fault::On::Request, 5, 0xC009));
+  machine->AddFault(Failing(Fault::On::Request, 5, 0xC009));
   Expect(kTag, 0, QZ_ReadDevVersion(handle, &version), kFailure, keys);
   Expect(kTag, 0, QZ_ReadDevVersion(handle, nullptr), "3 Invalidate parameter\n");
   OpenHub(R"(, "running": "rom")");
@@ -57,12 +57,12 @@ TEST_F(VersionTest, IdsOfTheHub) {
   const RequestKeys keys = {0x4002, 0x4006, 0xC009, 0x4006};
   OpenHub(R"(, "image": {"vid": "0xA1B2", "pid": "0x0C0D"})");
   QZ_CloseDev(handle);
-  const auto number = world->HidInstance("hub");
+  const auto number = machine->HidInstance("hub");
   const auto ask = QZ_GetHubVIDPIDFromHidDevice;
   ClearRecords();
   Expect(kTag, 1, ask(number, &vid, &pid), "0 Device VID/PID:A1B2/0C0D\n", keys);
   EXPECT_EQ(0, OpenHandles());
-  world->AddFault(Failing(Fault::On::Request, 77, 0xC009));
+  machine->AddFault(Failing(Fault::On::Request, 77, 0xC009));
   Expect(kTag, 0, ask(number, &vid, &pid), "3 Get status failed,Error Code:77\n", keys);
   Expect(kTag, 0, ask(4711, &vid, &pid), "3 Open hid device failed,DevInst:4711\n");
   Expect(kTag, 0, ask(number, nullptr, &pid), "3 Invalidate parameter\n");

@@ -32,7 +32,7 @@ class BlockTest : public DeviceTest {
     property.onRequest = [=, this](int number) {
       property.answer = Image(64);
       property.answer[0] = static_cast<std::uint8_t>(number < busyPolls + 2 ? 0x00 : status);
-      if (number == slow) world->clock().SleepUs(static_cast<std::uint64_t>(ms) * 1000);
+      if (number == slow) machine->clock().SleepUs(static_cast<std::uint64_t>(ms) * 1000);
     };
   }
   // Both within 109 ms.
@@ -139,7 +139,7 @@ TEST_F(BlockTest, StatusPollsTimeOutsAndFailures) {
     Target(busy, status, failing, slow, ms);
     std::string outcome = std::to_string(isOut ? Out(4) : In(3)) + ", ";
     std::uint32_t pauses = 0;
-    for (const auto& call : world->recorder().Calls("SleepMs")) pauses += call.value;
+    for (const auto& call : machine->recorder().Calls("SleepMs")) pauses += call.value;
     outcome += std::to_string(std::count(property.sent.begin(), property.sent.end(), kPoll));
     outcome += " polls, " + std::to_string(pauses) + " ms, ";
     if (buffer[0] == 0x08) outcome += "delivered, ";
@@ -151,9 +151,9 @@ TEST_F(BlockTest, AReadPollsNoMoreOftenThanItsTimeAllowsWhileTimePasses) {
   for (const unsigned perLook : {1u, 3u, 10u}) {
     for (std::uint32_t timeout = 0; timeout < 40; ++timeout) {
       Target(50, 0x01);
-      world->clock().PassPerLook(perLook * 1000);
+      machine->clock().PassPerLook(perLook * 1000);
       hid.BlockInTrans(&kSlave, 3, kAddr, buffer.data(), 4, timeout);
-      world->clock().PassPerLook(0);
+      machine->clock().PassPerLook(0);
       EXPECT_LE(std::count(property.sent.begin(), property.sent.end(), kPoll), timeout / 10)
           << timeout << " ms, " << perLook << " ms a look";
     }

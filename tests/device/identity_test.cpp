@@ -7,7 +7,7 @@ namespace {
 TEST_F(DeviceTest, CriteriaAreTestedInTheOrderInWhichTheirKindWasFirstSet) {
   const auto expect = [&](CUSBDev& device, bool isMatch, const char* said) {
     log.Clear();
-    EXPECT_EQ(isMatch, device.IsMatch(world->UsbInstance("hub")));
+    EXPECT_EQ(isMatch, device.IsMatch(machine->UsbInstance("hub")));
     EXPECT_EQ(said, Said());
   };
   expect(usb, true, "");

@@ -39,7 +39,7 @@ TEST_F(ListingTest, ARecordHoldsTheNodesIdsAndThePlaceOfTheUsbNodeAboveIt) {
        "hid": {"hardware_ids": ["HID\\VID_AB&PID_1", "second"]}}]})");
   ASSERT_EQ(1, List());
   ASSERT_EQ(1u, count);
-  EXPECT_EQ(world->HidInstance("odd"), list->dwInst);
+  EXPECT_EQ(machine->HidInstance("odd"), list->dwInst);
   EXPECT_EQ(u"HID\\VID_AB&PID_1\0second"s, Text(list->HwID));
   EXPECT_EQ(u"\U0001F600", Text(list->LocationPath));
   EXPECT_EQ(u"AB&P", Text(list->VID));
@@ -78,7 +78,7 @@ TEST_F(ListingTest, AFailingStepTakesTheListBackAndKeepsTheCount) {
         std::tuple{"LocationPaths", 2u, "Get Dev Path Fail,ErrorCode:0xd\n"}}) {
     SCOPED_TRACE(service);
     InstallJson(R"({"devices": [{"name": "a", "port": "1"}, {"name": "b", "port": "2"}]})");
-    world->AddFault(FailingCall(service, nth));
+    machine->AddFault(FailingCall(service, nth));
     list = &marker;
     EXPECT_EQ(0, find.ListHidDevice(0x2E7C, 0x0818, &list, &count));
     EXPECT_EQ(nullptr, list);
@@ -127,17 +127,17 @@ TEST_F(ListingTest, OfManyForeignDevicesOneWithoutAddressOrPathFailsTheFilteredL
     ClearRecords();
     EXPECT_EQ(1, List());
     EXPECT_EQ(1u, count);
-    EXPECT_EQ(25u, world->recorder().Calls("OpenHidDevice").size()) << "each is opened once";
+    EXPECT_EQ(25u, machine->recorder().Calls("OpenHidDevice").size()) << "each is opened once";
     Forget();
   }
 }
 
 TEST_F(ListingTest, AHubThatLeavesWhileItIsReadTakesTheListBackForTheOthers) {
   InstallJson(R"({"devices": [{"name": "a", "port": "1"}, {"name": "b", "port": "2"}]})");
-  world->AddFault({.on = Fault::On::Call,
-                   .service = "HardwareIds",
-                   .device = "b",
-                   .action = Fault::Action::Unplug});
+  machine->AddFault({.on = Fault::On::Call,
+                     .service = "HardwareIds",
+                     .device = "b",
+                     .action = Fault::Action::Unplug});
   EXPECT_EQ(0, List());
   EXPECT_EQ(nullptr, list);
   EXPECT_EQ(2u, count);

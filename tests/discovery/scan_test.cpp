@@ -44,7 +44,7 @@ struct ProbeDev final : IDev {
     return name;
   }
   static char OpenDevices() {
-    return static_cast<char>('0' + virtualhub::CurrentWorld().openHandles(HandleKind::HidDevice));
+    return static_cast<char>('0' + virtualhub::CurrentMachine().openHandles(HandleKind::HidDevice));
   }
 
   Diary& diary;
@@ -64,13 +64,13 @@ class ScanTest : public ProxyTest {
     for (const char* device : {"a", "b", "c"}) Name(device, *device);
   }
   void Name(const std::string& device, char letter) {
-    diary.names[world->HidInstance(device)] = letter;
-    diary.names[world->UsbInstance(device)] = static_cast<char>(std::toupper(letter));
+    diary.names[machine->HidInstance(device)] = letter;
+    diary.names[machine->UsbInstance(device)] = static_cast<char>(std::toupper(letter));
   }
   /// The device comes back on new nodes of another letter.
   void Replug(const std::string& device, char letter) {
-    world->Unplug(device);
-    world->Plug(device);
+    machine->Unplug(device);
+    machine->Plug(device);
     Name(device, letter);
   }
   /// A fresh finder with a device object for each that matches the nodes of those letters.
@@ -96,8 +96,8 @@ class ScanTest : public ProxyTest {
   }
   /// That many enable requests to a hub stall from now on.
   void Stall(std::uint32_t requests) {
-    world->ClearFaults();
-    if (requests > 0) world->AddFault(RequestFault(0x4002, 1, requests));
+    machine->ClearFaults();
+    if (requests > 0) machine->AddFault(RequestFault(0x4002, 1, requests));
     ClearRecords();
   }
 
@@ -110,7 +110,7 @@ TEST_F(ScanTest, ANodeIsNewOnceAndGoneOnce) {
   Watch({""});
   EXPECT_EQ("1?A 1?B 1?C ", Scan());  // sorted, however they were enumerated
   EXPECT_EQ("", Scan());
-  world->Unplug("c");
+  machine->Unplug("c");
   Replug("a", 'x');
   EXPECT_EQ("1~a 1~c 1?X ", Scan());
   EXPECT_EQ("bx", Nodes());
@@ -135,9 +135,9 @@ TEST_F(ScanTest, AReturnUnderTheSameNumberIsSeenOnlyIfAScanSawItAway) {
     Scan();
     Replug("hub", 'a');
     EXPECT_EQ(missed, Scan());
-    world->Unplug("hub");
+    machine->Unplug("hub");
     const std::string departure = Scan();
-    world->Plug("hub");
+    machine->Plug("hub");
     Name("hub", 'a');
     EXPECT_EQ(seen, departure + "|" + Scan());
   }
@@ -178,14 +178,14 @@ TEST_F(ScanTest, ANodeThatVanishesOrIsTakenBetweenTwoOpensIsLeftForTheNext) {
     Name("a", 'a');
     Name("b", 'b');
     Watch({"AB"});
-    world->AddFault({.on = Fault::On::Call,
-                     .service = "OpenHidDevice",
-                     .device = "a",
-                     .nth = c.open,
-                     .action = c.action,
-                     .releaseMs = 1});
+    machine->AddFault({.on = Fault::On::Call,
+                       .service = "OpenHidDevice",
+                       .device = "a",
+                       .nth = c.open,
+                       .action = c.action,
+                       .releaseMs = 1});
     EXPECT_EQ(c.scan, Scan());
-    world->SleepMs(1);
+    machine->SleepMs(1);
     EXPECT_EQ(c.next, Scan()) << "what was free again at once is no longer new";
   }
 }
@@ -204,22 +204,22 @@ TEST_F(ScanTest, TheHidFinderKeepsTheFamilyOrEverythingWhereItCannotAsk) {
 TEST_F(ScanTest, AFailedEnumerationChangesNothing) {
   Watch({""});
   Scan();
-  world->Unplug("c");
-  world->AddFault(FailingCall("OpenNodeSet", 1, 2));
+  machine->Unplug("c");
+  machine->AddFault(FailingCall("OpenNodeSet", 1, 2));
   EXPECT_EQ("", Scan());
   EXPECT_FALSE(find->EnumAllDevsWithFilter(0x2E7C, 0x0818));
   const std::string text = "SetupDiGetClassDevs failed 13\n";
   EXPECT_THAT(log.lines, ElementsAre(LogLine{1, "CHidFind::EnumAllDevs", text},
                                      LogLine{1, "CUSBDevFind::EnumAllDevsWithFilter", text}));
   EXPECT_EQ("abc", Nodes());
-  world->AddFault(FailingCall("CloseNodeSet"));
+  machine->AddFault(FailingCall("CloseNodeSet"));
   EXPECT_FALSE(find->EnumAllDevs());
   EXPECT_EQ("ab", Nodes());
-  EXPECT_EQ(0, world->openHandles(HandleKind::NodeSet));
+  EXPECT_EQ(0, machine->openHandles(HandleKind::NodeSet));
 }
 
 TEST_F(ScanTest, TheFilterLooksForBothIdsAnywhereInTheFirstHardwareIdItCanRead) {
-  world->AddFault(FailingCall("HardwareIds"));  // of c, which is enumerated first
+  machine->AddFault(FailingCall("HardwareIds"));  // of c, which is enumerated first
   EXPECT_TRUE(find->EnumAllDevsWithFilter(0x2E7C, 0x0818));
   EXPECT_EQ("ab", Nodes());
   EXPECT_EQ("3 CUSBDevFind::EnumAllDevsWithFilter: Get Dev Hw Id Fail,ErrorCode:0xd\n", Told());
@@ -240,7 +240,7 @@ TEST_F(ScanTest, TheFilterLooksForBothIdsAnywhereInTheFirstHardwareIdItCanRead) 
     Install(scenario);
     EXPECT_TRUE(find->EnumAllDevsWithFilter(vid, pid));
     EXPECT_EQ(isKept ? 1u : 0u, find->CurrentDevInsts().size());
-    EXPECT_THAT(world->recorder().Calls("OpenHidDevice"), IsEmpty()) << "the family is not asked";
+    EXPECT_THAT(machine->recorder().Calls("OpenHidDevice"), IsEmpty()) << "the family is not asked";
   }
 }
 
@@ -248,13 +248,13 @@ TEST_F(ScanTest, ADepartureClosesTheDeviceAndRemovesTheFirstObjectOnIt) {
   Watch({"", "A", ""});
   EXPECT_EQ("1?A 2?A 2+a ", Scan());
   devs[2].inst = devs[1].inst;
-  for (const char* device : {"a", "b", "c"}) world->Unplug(device);
+  for (const char* device : {"a", "b", "c"}) machine->Unplug(device);
   EXPECT_EQ("1~a 2~a 2-0 1~b 2~b 3~b 1~c 2~c 3~c ", Scan());
 }
 
 TEST_F(ScanTest, AHidNodeWithoutParentEndsTheArrivals) {
   Watch({"B"});
-  world->AddFault(FailingCall("GetParent"));
+  machine->AddFault(FailingCall("GetParent"));
   EXPECT_EQ("", Scan());
   EXPECT_EQ(1u, log.Count({3, "CHidFind::ArriveAllDevs", "Get Hid parent devinst fail\n"}));
   EXPECT_EQ("", Scan());
@@ -280,8 +280,8 @@ TEST_F(ScanTest, AtMostOneObjectArrivesAScanAndTheOtherNodesAreOldThen) {
   EXPECT_EQ("1~b 2~b 1?X 2?X 2+x ", Scan());
 
   Watch({"A", "", "A"});
-  world->AddFault(FailingCall("OpenHidDevice", 4));  // the three hubs were asked for their family
-  EXPECT_EQ("1?A 2?A 3?A 3+a ", Scan());             // offered to the next object that matches
+  machine->AddFault(FailingCall("OpenHidDevice", 4));  // the three hubs were asked for their family
+  EXPECT_EQ("1?A 2?A 3?A 3+a ", Scan());               // offered to the next object that matches
 }
 
 TEST_F(ScanTest, ForgettingTheNodesMakesThemNewAgain) {
@@ -327,9 +327,9 @@ TEST_F(ScanTest, AQueuedNodeHasTenAttemptsAndTheUseOfTheLastOneIsTold) {
 
 TEST_F(ScanTest, AQueuedNodeThatCannotBeOpenedGoesToTheNextObjectOrIsDropped) {
   Watch({"ab", ""});
-  world->AddFault(FailingCall("OpenHidDevice", 4, 2));
+  machine->AddFault(FailingCall("OpenHidDevice", 4, 2));
   EXPECT_EQ("1?a 2?a 1?b 2?b 1?c 2?c " + Suit(2), ScanEx());  // a: fails for both
-  world->AddFault(FailingCall("OpenHidDevice", 4));
+  machine->AddFault(FailingCall("OpenHidDevice", 4));
   EXPECT_EQ("2+b " + Suit(1), ScanEx());  // b: fails for the first
 }
 

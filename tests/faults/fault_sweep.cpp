@@ -80,7 +80,7 @@ FaultSweep::FaultSweep() { CMsg::Instance().AddResponder(&m_Listener); }
 
 FaultSweep::~FaultSweep() {
   CMsg::Instance().RemoveResponder(&m_Listener);
-  virtualhub::UninstallWorld();
+  virtualhub::UninstallMachine();
 }
 
 void* FaultSweep::OpenHub() const {
@@ -88,11 +88,11 @@ void* FaultSweep::OpenHub() const {
   std::uint32_t count = 0;
   QZ_ListAllHidDev(&list, &count);
   QZ_FreeDevList(list);
-  return QZ_OpenHid(world->HidInstance("hub"));
+  return QZ_OpenHid(machine->HidInstance("hub"));
 }
 
 bool FaultSweep::RunsImage() const {
-  virtualhub::Hub& hub = world->hub("hub");
+  virtualhub::Hub& hub = machine->hub("hub");
   const auto contents = hub.bank(hub.activeBank()).contents();
   return hub.code() == virtualhub::Code::Flash &&
          std::equal(image.begin(), image.end(), contents.begin());
@@ -105,7 +105,7 @@ bool FaultSweep::Update(void* handle) const {
 void FaultSweep::Sweep(const Start& start, const Job& job, const FaultKind& kind) {
   m_Scenario = Machine(start);
   m_Scenario.record = true;
-  world = &virtualhub::InstallWorld(m_Scenario);
+  machine = &virtualhub::InstallMachine(m_Scenario);
   const std::vector<Place> places = FindPlaces(job, kind);
   m_Scenario.record = false;
   m_Outcomes = {};
@@ -120,11 +120,11 @@ void FaultSweep::Sweep(const Start& start, const Job& job, const FaultKind& kind
 /// Does the job without faults; the places where the kind can strike it.
 std::vector<FaultSweep::Place> FaultSweep::FindPlaces(const Job& job, const FaultKind& kind) {
   void* const handle = job.opens == Job::Opens::Itself ? nullptr : OpenHub();
-  const auto keyboardHid = world->HidInstance("keyboard");
-  const auto keyboardUsb = world->UsbInstance("keyboard");
+  const auto keyboardHid = machine->HidInstance("keyboard");
+  const auto keyboardUsb = machine->UsbInstance("keyboard");
   const bool countsMemory = kind.at == At::Allocation || kind.at == At::AllAllocationsFrom;
-  if (countsMemory) world->recorder().Stop();  // it uses memory, too
-  world->recorder().Clear();
+  if (countsMemory) machine->recorder().Stop();  // it uses memory, too
+  machine->recorder().Clear();
   MakeMemoryScarce(0, 0);
   EXPECT_TRUE(job.run(handle) && job.isDone());
   const std::uint64_t allocations = EndScarcity();
@@ -141,7 +141,7 @@ std::vector<FaultSweep::Place> FaultSweep::FindPlaces(const Job& job, const Faul
     fault.nth = ++seen[service];
     if (IsBusAction(fault)) fault.device = "hub";
   };
-  for (const Record& record : world->recorder().all()) {
+  for (const Record& record : machine->recorder().all()) {
     const bool isOutput = record.kind == Record::Kind::Output;
     const bool isInput = record.kind == Record::Kind::Input;
     if (record.kind == Record::Kind::Request) {
@@ -167,11 +167,11 @@ std::vector<FaultSweep::Place> FaultSweep::FindPlaces(const Job& job, const Faul
 
 void FaultSweep::Inject(const Start& start, const Job& job, const FaultKind& kind,
                         const Place& place) {
-  world = &virtualhub::InstallWorld(m_Scenario);
+  machine = &virtualhub::InstallMachine(m_Scenario);
   void* const handle = job.opens == Job::Opens::Itself ? nullptr : OpenHub();
   m_Listener.failures = 0;
   s_progress = 0;
-  const std::uint64_t exchanges = world->exchanges();
+  const std::uint64_t exchanges = machine->exchanges();
   const bool isReported = RunStruck(job, kind, place, handle);
   ++m_Outcomes.tried;
   if (!isReported) {
@@ -187,16 +187,16 @@ void FaultSweep::Inject(const Start& start, const Job& job, const FaultKind& kin
   }
   // Out of memory before its first request, a job may leave the device as it was.
   const bool closes = job.opens == Job::Opens::AndCloses || job.opens == Job::Opens::Itself;
-  if (closes && (place.allocation == 0 || world->exchanges() != exchanges)) {
+  if (closes && (place.allocation == 0 || machine->exchanges() != exchanges)) {
     Check(OpenHandles() == 0, "nothing is left open", place);
   }
   s_progress = -1;
   CMsg::Instance().Progress(1);
   Check(s_progress == -1, "no receiver is left", place);
-  world->ClearFaults();
-  world->SleepMs(2000);
+  machine->ClearFaults();
+  machine->SleepMs(2000);
   if (start.isDual) {
-    Check(world->hub("hub").code() == virtualhub::Code::Flash, "the firmware runs", place);
+    Check(machine->hub("hub").code() == virtualhub::Code::Flash, "the firmware runs", place);
   }
   QZ_CloseDev(handle);
   Check(OpenHandles() == 0, "closing leaves nothing open", place);
@@ -206,17 +206,17 @@ void FaultSweep::Inject(const Start& start, const Job& job, const FaultKind& kin
 bool FaultSweep::RunStruck(const Job& job, const FaultKind& kind, const Place& place,
                            void* handle) {
   if (place.allocation == 0) {
-    world->AddFault(place.fault);
+    machine->AddFault(place.fault);
     return job.run(handle);
   }
   const std::uint64_t last = kind.at == At::Allocation ? place.allocation : UINT64_MAX;
   MakeMemoryScarce(place.allocation, last);
-  const std::uint64_t exchanges = world->exchanges();
+  const std::uint64_t exchanges = machine->exchanges();
   bool isReported = false;
   try {
     isReported = job.run(handle);
   } catch (const std::bad_alloc&) {  // from a job that is not an export
-    Check(OpenHandles() == 0 || world->exchanges() == exchanges, "throwing leaves nothing open",
+    Check(OpenHandles() == 0 || machine->exchanges() == exchanges, "throwing leaves nothing open",
           place);
   }
   Check(EndScarcity() >= place.allocation, "the fault strikes", place);
@@ -225,10 +225,10 @@ bool FaultSweep::RunStruck(const Job& job, const FaultKind& kind, const Place& p
 
 /// Brings the hub back and updates it as a host does that has just been started.
 void FaultSweep::Recover(const FaultKind& kind, const Place& place) {
-  if (world->HidInstance("hub") == 0) {
+  if (machine->HidInstance("hub") == 0) {
     ++m_Outcomes.replugged;
     Check(IsForGood(kind.fault), "the hub comes back by itself", place);
-    world->Plug("hub");
+    machine->Plug("hub");
   }
   void* const handle = OpenHub();
   const bool isUpdated = handle != nullptr && Update(handle) && RunsImage();
@@ -240,8 +240,8 @@ void FaultSweep::Recover(const FaultKind& kind, const Place& place) {
 
 int FaultSweep::OpenHandles() const {
   using enum virtualhub::HandleKind;
-  return world->openHandles(HidDevice) + world->openHandles(Event) + world->openHandles(NodeSet) +
-         world->openHandles(PreparsedData);
+  return machine->openHandles(HidDevice) + machine->openHandles(Event) +
+         machine->openHandles(NodeSet) + machine->openHandles(PreparsedData);
 }
 
 void FaultSweep::Check(bool isMet, const char* claim, const Place& place) {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "support/library_test.h"
-#include "virtualhub/image.h"
+#include "virtualhub/hub/image.h"
 
 namespace qzhid::test {
 
@@ -79,7 +79,7 @@ class FaultSweep : public ::testing::Test {
 
   const virtualhub::Bytes image = virtualhub::BuildImage({.version = 0x0210}, 0x8000);
   const TempFile file{image};
-  virtualhub::World* world = nullptr;
+  virtualhub::Machine* machine = nullptr;
 
  private:
   /// One place of the sweep.

@@ -56,7 +56,7 @@ class JobSweep : public FaultSweep {
            QZ_HidSetHubGPIO(handle, 8, 1) == 1;
   }
   bool IsCrossed() const {
-    virtualhub::Hub& hub = world->hub("hub");
+    virtualhub::Hub& hub = machine->hub("hub");
     return m_Room == decltype(m_Room){0xD0, 0xD1, 0xD2, 0xD3, 0xD0, 0xD1, 0xD2, 0xD3, 1} &&
            hub.bridgeFlash().memory()[0x103] == 0xD3 && hub.bridgeFlash().memory()[0x203] == 0xD3 &&
            hub.rawBlock().size() > 4 && hub.gpio()[7] && hub.gpio()[8];
@@ -107,7 +107,7 @@ TEST_F(JobSweep, Versions) {
        areIds});
   SweepQuickKinds({"read the hub's ids", Job::Opens::AndCloses,
                    [this](void*) {
-                     return QZ_GetHubVIDPIDFromHidDevice(world->HidInstance("hub"), &m_nVid,
+                     return QZ_GetHubVIDPIDFromHidDevice(machine->HidInstance("hub"), &m_nVid,
                                                          &m_nPid) == 1;
                    },
                    areIds});
@@ -121,7 +121,7 @@ TEST_F(JobSweep, Bridges) {
 // Jobs that no export offers yet.
 TEST_F(JobSweep, EraseAndReset) {
   const auto isErased = [this] {
-    return world->hub("hub").bank(0).contents()[0x7F12] == 0xFF;  // of the vendor id
+    return machine->hub("hub").bank(0).contents()[0x7F12] == 0xFF;  // of the vendor id
   };
   // A hub that does not come back is reported as erased.
   SweepResettingJob({"erase", Job::Opens::ForFlow,

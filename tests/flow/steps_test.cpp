@@ -5,7 +5,7 @@
 #include "device/hid_dev.h"
 #include "flow/universal_flow.h"
 #include "support/proxy_test.h"
-#include "virtualhub/image.h"
+#include "virtualhub/hub/image.h"
 
 namespace qzhid::test {
 namespace {
@@ -66,7 +66,7 @@ class Script final : public IDev, public IDevFinder, public IGpioDriver, public 
     return Call("Gpio", num, level, restore);
   }
   bool WaitDevConnect(IDev*, int timeout) override {
-    virtualhub::CurrentWorld().clock().SleepUs(1500000);
+    virtualhub::CurrentMachine().clock().SleepUs(1500000);
     const bool isThere = Call("Connect", timeout);
     if (isThere && state == kStateOffline) state = kStateUnknown;
     return isThere;

@@ -5,7 +5,7 @@
 #include "discovery/hid_find.h"
 #include "flow/universal_flow.h"
 #include "support/proxy_test.h"
-#include "virtualhub/image.h"
+#include "virtualhub/hub/image.h"
 
 namespace qzhid::test {
 namespace {
@@ -48,7 +48,7 @@ class UpdateTest : public ProxyTest {
   }
   bool Update() { return Run(&CUniversalFlow::DevUpdate, TempFile(kNewImage).path()); }
 
-  virtualhub::Hub& hub() { return world->hub("hub"); }
+  virtualhub::Hub& hub() { return machine->hub("hub"); }
   /// A bank holds exactly the image.
   void ExpectBank(std::size_t number, const virtualhub::Bytes& image) {
     const auto contents = hub().bank(number).contents();
@@ -129,7 +129,7 @@ TEST_F(UpdateTest, AFaultFailsItClearlyAndItCanBeRepeated) {
         Case{"dual bank: lost", RequestFault(0x40C8, 9, 1, LoseWrite), notChecked, 70, true}}) {
     SCOPED_TRACE(c.name);
     InstallHub([&](HubConfig& hub) { hub.dualBank = hub.ispSupported = c.isDualBank; });
-    world->AddFault(c.fault);
+    machine->AddFault(c.fault);
     EXPECT_FALSE(Update());
     std::string lines;
     for (const LogLine& line : log.Of("CUniversalFlow::DevUpdate")) {
@@ -139,12 +139,12 @@ TEST_F(UpdateTest, AFaultFailsItClearlyAndItCanBeRepeated) {
     EXPECT_EQ(0, log.progress.back());
     EXPECT_EQ(c.reached, log.progress[log.progress.size() - 2]);
     EXPECT_EQ(0, OpenDevices());
-    EXPECT_EQ(0, world->openHandles(virtualhub::HandleKind::Event));
+    EXPECT_EQ(0, machine->openHandles(virtualhub::HandleKind::Event));
     if (c.isDualBank) ExpectBank(0, kOldImage);
 
-    world->ClearFaults();
-    if (c.fault.action == ReturnAt) world->Unplug("hub");
-    world->Plug("hub", "3.1");
+    machine->ClearFaults();
+    if (c.fault.action == ReturnAt) machine->Unplug("hub");
+    machine->Plug("hub", "3.1");
     EXPECT_TRUE(Update());
     ExpectUpdated(c.isDualBank ? 1 : 0);
   }
@@ -183,19 +183,19 @@ TEST_F(UpdateTest, NumbersThatStayOrChangeAndAShortAbsenceOnlyCostTime) {
 }
 
 TEST_F(UpdateTest, AReadBackThatDiffersPassesAndTheHubRefusesToStartTheImage) {
-  world->AddFault(RequestFault(0x40C8, 9, 1, LoseWrite));
+  machine->AddFault(RequestFault(0x40C8, 9, 1, LoseWrite));
   EXPECT_TRUE(Update());
   EXPECT_EQ(Code::Rom, hub().code());
-  world->ClearFaults();
+  machine->ClearFaults();
   EXPECT_TRUE(Update());
   ExpectUpdated(0);
 }
 
 TEST_F(UpdateTest, AHubThatLosesPowerBeforeTheEraseKeepsItsFirmwareAndNeedsANewDeviceObject) {
-  world->AddFault(RequestFault(0x40E8, 1, 1, PowerLoss));
+  machine->AddFault(RequestFault(0x40E8, 1, 1, PowerLoss));
   EXPECT_FALSE(Update());
-  world->ClearFaults();
-  world->Plug("hub");
+  machine->ClearFaults();
+  machine->Plug("hub");
   EXPECT_FALSE(Update());  // the object still stands for a hub in its ROM code
   ExpectBank(0, kOldImage);
   dev = std::make_unique<CHidDev>();

@@ -18,24 +18,24 @@ virtualhub::DeviceConfig MakeHub(std::uint8_t kind) {
 }
 
 /// Once nothing disturbs it any more, the hub can be listed and opened, whatever happened before.
-void Recover(Machine& machine) {
-  machine.world.ClearFaults();
-  machine.world.SleepMs(5000);
-  machine.world.Plug("hub");
-  machine.world.SleepMs(5000);
+void Recover(LibraryBench& bench) {
+  bench.machine.ClearFaults();
+  bench.machine.SleepMs(5000);
+  bench.machine.Plug("hub");
+  bench.machine.SleepMs(5000);
   const auto records = List();
   Require(records.size() == 1, "a hub is listed again");
-  machine.handles.push_back(QZ_OpenHid(records[0].dwInst));
-  Require(machine.handles.back() != nullptr, "a hub is opened again");
+  bench.handles.push_back(QZ_OpenHid(records[0].dwInst));
+  Require(bench.handles.back() != nullptr, "a hub is opened again");
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input input(data, size);
-  Machine machine(MakeHub(input.Byte()));
-  for (const HidDevRecord& record : List()) machine.Open(record.dwInst);
-  ExportCalls(machine, input).Run(kMostCalls);
-  Recover(machine);
+  LibraryBench bench(MakeHub(input.Byte()));
+  for (const HidDevRecord& record : List()) bench.Open(record.dwInst);
+  ExportCalls(bench, input).Run(kMostCalls);
+  Recover(bench);
   return 0;
 }

@@ -2,7 +2,7 @@
 #include "fuzz/fuzz.h"
 #include "platform/linux/report_descriptor.h"
 #include "platform/linux/string_descriptor.h"
-#include "virtualhub/usb_descriptors.h"
+#include "virtualhub/bus/usb_descriptors.h"
 
 using namespace qzhid::platform;
 using namespace qzhid::fuzz;

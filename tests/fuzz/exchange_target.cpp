@@ -40,13 +40,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if ((kind & 2) != 0) hub.hub->reports.inputLength = input.Word();
   if ((kind & 4) != 0) hub.hid.deviceId = "HID\\VID_1234&PID_5678\\1";
   AnyDevice device(input);
-  Machine machine(hub);
-  machine.world.SetFirmwareDouble(
+  LibraryBench bench(hub);
+  bench.machine.SetFirmwareDouble(
       {[&](ByteView) { return device.Meet({}); },
        [&](virtualhub::MutableBytes report) { return device.Meet(report); }});
-  ExportCalls calls(machine, input);
+  ExportCalls calls(bench, input);
   if ((kind & 8) != 0) calls.AddFault();
-  for (const HidDevRecord& record : List()) machine.Open(record.dwInst);
+  for (const HidDevRecord& record : List()) bench.Open(record.dwInst);
   calls.Run(kMostCalls);
   return 0;
 }

@@ -1,15 +1,15 @@
 // Calls of the exports, and events on the machine between them, that an input spells.
 #pragma once
 
-#include "fuzz/machine.h"
+#include "fuzz/library_bench.h"
 #include "transport/setup_packet.h"
-#include "virtualhub/image.h"
+#include "virtualhub/hub/image.h"
 
 namespace qzhid::fuzz {
 
 /// The arguments of one call.
 struct Arguments {
-  Machine& machine;
+  LibraryBench& bench;
   void* handle;  ///< open, closed, null, or one that never was
   std::uint32_t node, value;
   std::uint16_t length;
@@ -41,8 +41,8 @@ inline constexpr ExportCall kCalls[] = {
     kUpdate,
     [](const Arguments&) { List(); },
     [](const Arguments& g) { List(&g.value, g.length); },
-    [](const Arguments& g) { g.machine.Open(g.a == 255 ? g.value : g.node); },
-    [](const Arguments& g) { g.machine.Open(g.node); },
+    [](const Arguments& g) { g.bench.Open(g.a == 255 ? g.value : g.node); },
+    [](const Arguments& g) { g.bench.Open(g.node); },
     [](const Arguments& g) { QZ_CloseDev(g.handle); },
     [](const Arguments& g) { QZ_DllPassPara(g.a); },
     [](const Arguments& g) { QZ_ReadBinVersion(g.handle, g.path, g.version); },
@@ -72,7 +72,7 @@ inline constexpr ExportCall kCalls[] = {
 
 class ExportCalls {
  public:
-  ExportCalls(Machine& machine, Input& input) : machine_(machine), input_(input) {}
+  ExportCalls(LibraryBench& bench, Input& input) : bench_(bench), input_(input) {}
 
   /// Calls until the input is empty, `most` times at most.
   void Run(int most) {
@@ -107,7 +107,7 @@ class ExportCalls {
     if (fault.seed % 2 == 0) fault.returnMs = fault.seed * 16;
     if (fault.on == Fault::On::Reset) fault.action = fault.seed % 2 == 0 ? NeverReturn : ReturnAt;
     if (fault.action == ReturnAt || fault.seed % 8 == 0) fault.port = "4.2";
-    machine_.world.AddFault(fault);
+    bench_.machine.AddFault(fault);
   }
 
  private:
@@ -124,16 +124,16 @@ class ExportCalls {
                                         "/",         ""};
     if (call == kUpdate && ++updates_ > kMostUpdates) return;
     const std::uint8_t given = input_.Byte(), a = input_.Byte(), b = input_.Byte();
-    const std::uint32_t value = input_.Number(4), node = machine_.world.HidInstance("hub");
+    const std::uint32_t value = input_.Number(4), node = bench_.machine.HidInstance("hub");
     Bytes block(a % 2 == 0 ? b : input_.Word(), a);
     block.shrink_to_fit();
     void* handle = given == 255 ? nullptr : this;
-    if (given < 254 && !machine_.handles.empty()) {
-      handle = machine_.handles[given % machine_.handles.size()];
+    if (given < 254 && !bench_.handles.empty()) {
+      handle = bench_.handles[given % bench_.handles.size()];
     }
     std::uint16_t version = 0;
     std::uint32_t vid = 0, pid = 0;
-    call({machine_, handle, node, value, static_cast<std::uint16_t>(block.size()), a, b,
+    call({bench_, handle, node, value, static_cast<std::uint16_t>(block.size()), a, b,
           a == 255 ? nullptr : block.data(), a == 255 ? nullptr : paths[b % 8].c_str(),
           a == 254 ? nullptr : &version, &vid, a == 254 ? nullptr : &pid,
           a % 2 == 0 ? OnProgress : nullptr});
@@ -143,10 +143,10 @@ class ExportCalls {
     const char* const port = input_.Flag() ? "4.2" : "";
     const std::uint32_t time = input_.Word();
     const auto back = time % 2 == 0 ? std::optional(time) : std::nullopt;
-    if (how == 0) machine_.world.Unplug("hub", back, port);
-    if (how == 1) machine_.world.PowerLoss("hub", back, port);
-    if (how == 2) machine_.world.Plug("hub", port);
-    if (how == 3) machine_.world.SleepMs(time);
+    if (how == 0) bench_.machine.Unplug("hub", back, port);
+    if (how == 1) bench_.machine.PowerLoss("hub", back, port);
+    if (how == 2) bench_.machine.Plug("hub", port);
+    if (how == 3) bench_.machine.SleepMs(time);
     if (how == 4) AddFault();
   }
 
@@ -156,7 +156,7 @@ class ExportCalls {
   }
 
   static inline ExportCalls* current_ = nullptr;
-  Machine& machine_;
+  LibraryBench& bench_;
   Input& input_;
   int updates_ = 0;
 };

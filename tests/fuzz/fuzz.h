@@ -11,7 +11,7 @@
 #include <iterator>
 #include <string>
 
-#include "virtualhub/bytes.h"
+#include "virtualhub/base/bytes.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 

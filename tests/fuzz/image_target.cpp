@@ -5,7 +5,7 @@
 #include "firmware/fw_image.h"
 #include "firmware/hub_fw_finder.h"
 #include "fuzz/fuzz.h"
-#include "virtualhub/image.h"
+#include "virtualhub/hub/image.h"
 
 using namespace qzhid;
 using namespace qzhid::fuzz;

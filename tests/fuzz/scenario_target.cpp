@@ -1,5 +1,5 @@
 // Scenario files: refused with a place and a reason, or a machine that the library can run on.
-#include "fuzz/machine.h"
+#include "fuzz/library_bench.h"
 
 using namespace qzhid::fuzz;
 
@@ -13,8 +13,8 @@ void Run(virtualhub::Scenario scenario) {
   if (flash > kMostFlash) return;
   scenario.stateFolder.clear();
   scenario.time = virtualhub::Clock::Mode::Virtual;
-  Machine machine(scenario);
-  for (const HidDevRecord& record : List()) machine.Open(record.dwInst);
+  LibraryBench bench(scenario);
+  for (const HidDevRecord& record : List()) bench.Open(record.dwInst);
 }
 
 }  // namespace

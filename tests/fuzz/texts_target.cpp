@@ -2,7 +2,7 @@
 #include <stdexcept>
 
 #include "device/hid_dev.h"
-#include "fuzz/machine.h"
+#include "fuzz/library_bench.h"
 
 using namespace qzhid::fuzz;
 
@@ -57,10 +57,10 @@ void Match(Input& input, std::uint32_t usbNode) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input input(data, size);
-  Machine machine(MakeScenario(input));
+  LibraryBench bench(MakeScenario(input));
   const std::uint32_t vid = input.Word();
   List(&vid, input.Word());
-  for (const HidDevRecord& record : List()) machine.Open(record.dwInst);
-  Match(input, machine.world.UsbInstance("hub"));
+  for (const HidDevRecord& record : List()) bench.Open(record.dwInst);
+  Match(input, bench.machine.UsbInstance("hub"));
   return 0;
 }

@@ -3,7 +3,7 @@
 #include <map>
 #include <mutex>
 
-#include "fuzz/machine.h"
+#include "fuzz/library_bench.h"
 #include "qzhub/device_link.h"
 
 using namespace qzhid::fuzz;
@@ -75,9 +75,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::size_t piece = input.Byte() + 1u;
   Client client;
   const Bytes stream = Stream(input.Take(size), client);
-  Machine machine(HubDevice());
+  LibraryBench bench(HubDevice());
   qzhub::DeviceLink link(
-      machine.world, *machine.world.OnBus("hub"), kDevid,
+      bench.machine, *bench.machine.OnBus("hub"), kDevid,
       {[&](ByteView message) { return client.Receive(message); }, [&] { client.End(); }});
   bool isGood = true;
   for (std::size_t at = 0; isGood && at < stream.size(); at += piece) {

@@ -17,7 +17,7 @@ class ConcurrencyTest : public LibraryTest {
   ConcurrencyTest() {
     static const TempFile file({}, "log.txt");  // the library chooses its log file once a process
     logFile = file.path();
-    world->recorder().Stop();
+    machine->recorder().Stop();
     EXPECT_EQ(1, QZ_SetLogPath(file.path()));
     QZ_ConfigLog(1, 0);
     QZ_ConfigLog(0, 0);

@@ -34,7 +34,7 @@ class HostilePlaceTest : public ApiTest {
 
   bool WorksOnHub() {
     List();
-    handle = QZ_OpenHid(world->HidInstance("hub"));
+    handle = QZ_OpenHid(machine->HidInstance("hub"));
     std::uint16_t version = 0;
     return QZ_UpdateDev(handle, image.path(), nullptr) == 1 &&
            QZ_ReadDevVersion(handle, &version) == 1 && version == 0x0210;

@@ -64,7 +64,7 @@ TEST_F(LogFileTest, LogPathMustNameAFileInAFolderThatMayBeReadAndWritten) {
   }
   EXPECT_EQ(0, QZ_SetLogPath(nullptr));
   EXPECT_EQ("kept", ReadText(At("old.txt")));  // only a path was chosen
-  EXPECT_EQ(std::vector<std::string>(9, "QZ_SetLogPath"), world->recorder().DebugTexts());
+  EXPECT_EQ(std::vector<std::string>(9, "QZ_SetLogPath"), machine->recorder().DebugTexts());
 }
 
 // The log file of a process is chosen once, so this runs in a process of its own.
@@ -87,7 +87,7 @@ TEST_F(LogFileDeathTest, ConfigLogSwitchesTheFileThatWasChosenFirst) {
     Log(3, "off");
     sum += QZ_ConfigLog(255, 0);
     Log(0, "on again");
-    const std::vector<std::string> debug = world->recorder().DebugTexts();
+    const std::vector<std::string> debug = machine->recorder().DebugTexts();
     // Four switches, each with its text for the debugger.
     std::exit(sum * 10 + static_cast<int>(std::count(debug.begin(), debug.end(), "Create Log")));
   };

@@ -54,7 +54,7 @@ class MessageTest : public LibraryTest {
 
 TEST_F(MessageTest, LineIsLocalTimeTagAndMessageWithNothingAdded) {
   Hub().Log(3, "CHidProperty", "Open Fail,ErrorCode:%d\n", -1);
-  world->clock().SleepUs(53698000000);
+  machine->clock().SleepUs(53698000000);
   Hub().Log(1, "", L"Index:%d,HwID:%ls\n", 7, L"HID\\VID_2E7C");
   EXPECT_THAT(log.raw, ElementsAre("[2024-03-07, 09:05:02]  CHidProperty, Open Fail,ErrorCode:-1\n",
                                    "[2024-03-08, 00:00:00]  , Index:7,HwID:HID\\VID_2E7C\n"));

@@ -1,5 +1,5 @@
 #include "platform/seam_bench.h"
-#include "virtualhub/current_world.h"
+#include "virtualhub/bus/current_machine.h"
 
 namespace qzhid::platform::test {
 
@@ -8,7 +8,7 @@ namespace {
 class CVirtualSeamBench final : public ISeamBench {
  public:
   CVirtualSeamBench()
-      : m_World(virtualhub::InstallWorld(R"({
+      : m_Machine(virtualhub::InstallMachine(R"({
           "host": {"architecture": "arm64"}, "instance_numbers": "by_id",
           "devices": [
             {"name": "first", "port": "3.1.2"},
@@ -17,7 +17,7 @@ class CVirtualSeamBench final : public ISeamBench {
             {"name": "second", "port": "2", "image": {"vid": "0x1A2B", "pid": "0x3C4D"},
              "product_text": "WQ HID Größe", "output_report_length": 200,
              "input_report_length": 300}]})")) {}
-  ~CVirtualSeamBench() override { virtualhub::UninstallWorld(); }
+  ~CVirtualSeamBench() override { virtualhub::UninstallMachine(); }
 
   std::vector<ExpectedDevice> Hubs() override {
     const auto hub = [](const std::wstring& ids, const wchar_t* text, HidCaps caps,
@@ -30,16 +30,16 @@ class CVirtualSeamBench final : public ISeamBench {
   std::wstring OtherHardwareId() override { return L"HID\\VID_045E&PID_0750&REV_0100"; }
   Architecture NativeArchitecture() override { return Architecture::QZ_HOST_ARCHITECTURE; }
   bool KeepsNumbers() override { return true; }
-  void Unplug(std::size_t hub) override { m_World.Unplug(Name(hub)); }
+  void Unplug(std::size_t hub) override { m_Machine.Unplug(Name(hub)); }
   void Plug(std::size_t hub) override {
-    m_World.Plug(Name(hub));
-    m_World.SleepMs(200);
+    m_Machine.Plug(Name(hub));
+    m_Machine.SleepMs(200);
   }
 
  private:
   static const char* Name(std::size_t hub) { return hub == 0 ? "first" : "second"; }
 
-  virtualhub::World& m_World;
+  virtualhub::Machine& m_Machine;
 };
 
 }  // namespace

@@ -4,7 +4,7 @@
 #include <cerrno>
 
 #include "platform/platform.h"
-#include "virtualhub/current_world.h"
+#include "virtualhub/bus/current_machine.h"
 
 namespace qzhid::platform::test {
 
@@ -14,7 +14,7 @@ using virtualhub::Fault, virtualhub::HandleKind;
 
 class VirtualBackendTest : public ::testing::Test {
  protected:
-  ~VirtualBackendTest() override { virtualhub::UninstallWorld(); }
+  ~VirtualBackendTest() override { virtualhub::UninstallMachine(); }
 
   HidDevice Open() {
     HidDevice device;
@@ -22,9 +22,9 @@ class VirtualBackendTest : public ::testing::Test {
     return device;
   }
 
-  virtualhub::World& world =
-      virtualhub::InstallWorld(R"({"devices": [{"name": "hub", "port": "1"}]})");
-  const DevInst node = world.HidInstance("hub");
+  virtualhub::Machine& machine =
+      virtualhub::InstallMachine(R"({"devices": [{"name": "hub", "port": "1"}]})");
+  const DevInst node = machine.HidInstance("hub");
 };
 
 TEST_F(VirtualBackendTest, SystemCodes) {
@@ -32,9 +32,9 @@ TEST_F(VirtualBackendTest, SystemCodes) {
   std::uint8_t report[321] = {0, 0x40, 0x77};
   std::wstring text;
   const auto send = [&] { return SetOutputReport(device, report, 321); };
-  world.AddFault({.on = Fault::On::Output, .nth = 3, .action = Fault::Action::Fail, .code = 0});
-  world.AddFault({.on = Fault::On::Output, .nth = 4, .action = Fault::Action::Unplug});
-  world.AddFault({.on = Fault::On::Call, .service = "GetDeviceIdW", .nth = 2, .code = 4711});
+  machine.AddFault({.on = Fault::On::Output, .nth = 3, .action = Fault::Action::Fail, .code = 0});
+  machine.AddFault({.on = Fault::On::Output, .nth = 4, .action = Fault::Action::Unplug});
+  machine.AddFault({.on = Fault::On::Call, .service = "GetDeviceIdW", .nth = 2, .code = 4711});
   const std::pair<std::uint32_t, Status> cases[] = {
       {EPIPE, send()},
       {EINVAL, SetOutputReport(device, report, 320)},
@@ -62,9 +62,9 @@ TEST_F(VirtualBackendTest, OpenHandlesAreCounted) {
     PreparsedData preparsed;
     ASSERT_TRUE(CreateReportEvent(event) && OpenNodeSet(HidClassGuid(), set));
     ASSERT_TRUE(GetPreparsedData(device, preparsed));
-    for (const HandleKind kind : kinds) EXPECT_EQ(1, world.openHandles(kind));
+    for (const HandleKind kind : kinds) EXPECT_EQ(1, machine.openHandles(kind));
   }
-  for (const HandleKind kind : kinds) EXPECT_EQ(0, world.openHandles(kind));
+  for (const HandleKind kind : kinds) EXPECT_EQ(0, machine.openHandles(kind));
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ class DeviceLinkTest : public virtualhub::test::HubBench {
     link.reset();
     notes.clear();
     link = std::make_unique<DeviceLink>(
-        *world, *world->OnBus("hub"), kDevid,
+        *machine, *machine->OnBus("hub"), kDevid,
         DeviceLink::Connection{[this](ByteView message) { return Note(Describe(message)); },
                                [this] { Note("closed"); }});
   }
@@ -46,8 +46,8 @@ class DeviceLinkTest : public virtualhub::test::HubBench {
 
 TEST_F(DeviceLinkTest, EveryTransferIsAnsweredInOrder) {
   Connect();
-  world->AddFault({.on = Fault::On::Output, .nth = 2, .code = 13});
-  world->AddFault({.on = Fault::On::Output, .nth = 3, .code = 0});
+  machine->AddFault({.on = Fault::On::Output, .nth = 2, .code = 13});
+  machine->AddFault({.on = Fault::On::Output, .nth = 3, .code = 0});
   Bytes lessRoom = Submit(10, kGetStatus), saysIn = Submit(11, "00 00 00 00 00 00 02 00", Bytes(2));
   lessRoom[27] = 1;
   saysIn[40] = 0x80;
@@ -73,12 +73,12 @@ TEST_F(DeviceLinkTest, OutputReportsReachTheInterruptEndpoint) {
     ASSERT_TRUE(link->Receive(SubmitInterruptOut(1, report)));
     EXPECT_EQ(Texts{answer}, Answers(1));
   }
-  EXPECT_EQ(1u, world->exchanges());
+  EXPECT_EQ(1u, machine->exchanges());
 }
 
 TEST_F(DeviceLinkTest, UnlinkTakesBackWhatIsNotDone) {
   Connect();
-  Gate gate(*world);
+  Gate gate(*machine);
   ASSERT_TRUE(link->Receive(SubmitInterrupt(1) + Submit(2, kGetStatus)));
   Answers(1);
   ASSERT_TRUE(link->Receive(SubmitRequest(3, kEnable) + SubmitRequest(4, kEnable)));
@@ -92,7 +92,7 @@ TEST_F(DeviceLinkTest, UnlinkTakesBackWhatIsNotDone) {
   gate.Open();
   ASSERT_TRUE(link->Receive(Submit(3, kGetStatus)));
   EXPECT_EQ("3: 0 01 00", Answers(7).back()) << "the first 3 and 4 are not answered";
-  EXPECT_EQ(1u, world->exchanges()) << "4 did not reach the hub";
+  EXPECT_EQ(1u, machine->exchanges()) << "4 did not reach the hub";
 }
 
 TEST_F(DeviceLinkTest, WhatIsNoCommandEndsTheConnection) {
@@ -118,7 +118,7 @@ TEST_F(DeviceLinkTest, WhatIsNoCommandEndsTheConnection) {
 }
 
 TEST_F(DeviceLinkTest, TheLinkEndsWithTheDevice) {
-  world->AddFault({.on = Fault::On::Output, .action = Fault::Action::Unplug, .returnMs = 10});
+  machine->AddFault({.on = Fault::On::Output, .action = Fault::Action::Unplug, .returnMs = 10});
   Connect();
   ASSERT_TRUE(link->Receive(SubmitInterrupt(1) + SubmitRequest(2, kEnable)));
   EXPECT_EQ((Texts{"2: -71", "closed"}), Answers(2)) << "in the middle of a transfer";
@@ -127,7 +127,7 @@ TEST_F(DeviceLinkTest, TheLinkEndsWithTheDevice) {
   Connect();
   ASSERT_TRUE(link->Receive(SubmitRequest(4, kReset)));
   EXPECT_EQ(Texts{"4: 0"}, Answers(1));
-  world->SleepMs(100);
+  machine->SleepMs(100);
   EXPECT_EQ((Texts{"4: 0", "closed"}), Answers(2)) << "by itself";
   ASSERT_TRUE(Pause());
   refusing = true;

@@ -60,8 +60,8 @@ class ServerTest : public virtualhub::test::HubBench {
         {"name": "hub", "port": "3.1", "rom": {"vid": "0x1111", "pid": 2}},
         {"name": "second", "port": "4", "image": {"pid": 3}},
         {"name": "absent", "port": "5", "plugged": false}]})");
-    world = &virtualhub::InstallWorld(scenario);
-    server = std::make_unique<Server>(*world, ExportsOf(scenario), stop, log);
+    machine = &virtualhub::InstallMachine(scenario);
+    server = std::make_unique<Server>(*machine, ExportsOf(scenario), stop, log);
     thread = std::thread([this] { server->Run(listener.get()); });
   }
   ~ServerTest() override { Stop(); }
@@ -159,7 +159,7 @@ TEST_F(ServerTest, BadClientsAreLeftAlone) {
 TEST_F(ServerTest, AClientThatVanishesLeavesTheOthersAlone) {
   Client other = Connect();
   ASSERT_EQ("imported", other.Import("1-2"));
-  Gate gate(*world);
+  Gate gate(*machine);
   {
     Client vanishing = Connect();
     ASSERT_EQ("imported", vanishing.Import("1-1"));
@@ -177,7 +177,7 @@ TEST_F(ServerTest, AFirmwareResetEndsTheImport) {
   ASSERT_EQ("imported", client.Import("1-1"));
   client.Send(SubmitRequest(1, kReset));
   EXPECT_EQ("1: 0", Describe(client.Take(kCommandSize)));
-  world->SleepMs(100);
+  machine->SleepMs(100);
   EXPECT_EQ("", Hex(client.Take()));
   EXPECT_EQ(kAbsent, Connect().Import("1-1"));
   EXPECT_EQ(12u + 316, List().size());

@@ -69,8 +69,8 @@ inline std::string Describe(ByteView message) {
 /// Holds the next report exchange of a machine up.
 class Gate {
  public:
-  explicit Gate(virtualhub::World& world) {
-    world.SetExchangeHook([this](const virtualhub::Exchange&) {
+  explicit Gate(virtualhub::Machine& machine) {
+    machine.SetExchangeHook([this](const virtualhub::Exchange&) {
       if (passed_.exchange(true)) return;
       reached_.set_value();
       open_.get_future().wait();

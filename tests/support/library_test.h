@@ -17,7 +17,7 @@ class LibraryTest : public MachineTest {
   /// Forgets what was logged and recorded so far.
   void ClearRecords() {
     log.Clear();
-    world->recorder().Clear();
+    machine->recorder().Clear();
   }
 
   LogCapture log;
@@ -38,7 +38,7 @@ class OpenTransportTest : public LibraryTest {
     transfers = owned.get();
     property = std::make_unique<CHidProperty>(std::move(owned));
     CRequestCMD::Instance().SetProperty(property.get());
-    EXPECT_EQ(0u, CRequestCMD::Instance().QZ_OpenDevice(world->HidInstance("hub")));
+    EXPECT_EQ(0u, CRequestCMD::Instance().QZ_OpenDevice(machine->HidInstance("hub")));
     ClearRecords();
   }
 

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "QzHidAPI.h"
-#include "virtualhub/current_world.h"
+#include "virtualhub/bus/current_machine.h"
 
 namespace qzhid::test {
 
@@ -31,24 +31,24 @@ class MachineTest : public ::testing::Test {
   ~MachineTest() override {
     QZ_CloseDev(nullptr);
     QZ_DllPassPara(0);
-    virtualhub::UninstallWorld();
+    virtualhub::UninstallMachine();
   }
 
   void Install(const virtualhub::Scenario& scenario) {
-    world = &virtualhub::InstallWorld(scenario);
+    machine = &virtualhub::InstallMachine(scenario);
   }
 
   /// The output reports on the wire so far, and the keys (type x 256 + request) of the requests.
   std::vector<virtualhub::Bytes> Outputs() const {
     std::vector<virtualhub::Bytes> reports;
-    for (const auto& record : world->recorder().Of(virtualhub::Record::Kind::Output)) {
+    for (const auto& record : machine->recorder().Of(virtualhub::Record::Kind::Output)) {
       reports.push_back(record.data);
     }
     return reports;
   }
-  std::vector<std::uint16_t> Keys() const { return world->recorder().RequestKeys(); }
+  std::vector<std::uint16_t> Keys() const { return machine->recorder().RequestKeys(); }
 
-  virtualhub::World* world = nullptr;
+  virtualhub::Machine* machine = nullptr;
 };
 
 /// A path in the temporary folder that no other test uses.

@@ -27,7 +27,7 @@ class ProxyTest : public LibraryTest {
   /// How long the library slept each time, in milliseconds.
   std::vector<std::uint32_t> Pauses() const {
     std::vector<std::uint32_t> pauses;
-    for (const auto& call : world->recorder().Calls("SleepMs")) pauses.push_back(call.value);
+    for (const auto& call : machine->recorder().Calls("SleepMs")) pauses.push_back(call.value);
     return pauses;
   }
   /// The whole log, each line as "level tag: text".
@@ -36,7 +36,7 @@ class ProxyTest : public LibraryTest {
     for (const LogLine& line : log.lines) text << line;
     return text.str();
   }
-  int OpenDevices() const { return world->openHandles(virtualhub::HandleKind::HidDevice); }
+  int OpenDevices() const { return machine->openHandles(virtualhub::HandleKind::HidDevice); }
 
   CHidProperty property{std::make_unique<CHidTransfers>()};
 };

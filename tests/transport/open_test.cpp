@@ -32,7 +32,7 @@ class OpenTest : public LibraryTest {
     std::string counts;
     for (const auto kind : {HandleKind::HidDevice, HandleKind::Event, HandleKind::NodeSet,
                             HandleKind::PreparsedData}) {
-      counts += std::to_string(world->openHandles(kind));
+      counts += std::to_string(machine->openHandles(kind));
     }
     return counts;
   }
@@ -58,8 +58,8 @@ TEST_F(OpenTest, EachFailingStepHasItsMessageAndCode) {
     for (const std::uint32_t code : {0u, 26u}) {  // a failure without a code is one, too
       SCOPED_TRACE(row.service);
       InstallForeign("HID\\VID_045E&PID_0750", "WQ HID");
-      const std::uint32_t hub = world->HidInstance("hub");
-      world->AddFault({.on = Fault::On::Call, .service = row.service, .code = code});
+      const std::uint32_t hub = machine->HidInstance("hub");
+      machine->AddFault({.on = Fault::On::Call, .service = row.service, .code = code});
       CHidProperty property(std::make_unique<CHidTransfers>());
       EXPECT_EQ(code == 0 ? kRefused : code, property.Yv_OpenDeviceByDevInst(hub));
       EXPECT_EQ(row.open, Open());
@@ -76,11 +76,11 @@ TEST_F(OpenTest, EachFailingStepHasItsMessageAndCode) {
 }
 
 TEST_F(OpenTest, NodesThatAreNotFoundAreRefusedWithoutAMessage) {
-  const std::uint32_t hub = world->HidInstance("hub"), usb = world->UsbInstance("hub");
+  const std::uint32_t hub = machine->HidInstance("hub"), usb = machine->UsbInstance("hub");
   const std::pair<const char*, std::uint32_t> rows[] = {
       {"", 0}, {"", 0xFFFFFFFF}, {"", usb}, {"EnumNode", hub}, {"OpenNodeSet", hub}};
   for (const auto& [failing, devInst] : rows) {
-    world->AddFault({.on = Fault::On::Call, .service = failing, .code = 5});
+    machine->AddFault({.on = Fault::On::Call, .service = failing, .code = 5});
     EXPECT_EQ(kRefused, CHidTransfers().Yv_OpenDeviceByDevInst(devInst));
     EXPECT_THAT(log.lines, IsEmpty());
     EXPECT_EQ("0000", Open());
@@ -111,12 +111,12 @@ TEST_F(OpenTest, VendorIdElseProductTextDecides) {
     SCOPED_TRACE(row.deviceId + " " + row.productText.value_or("(none)"));
     InstallForeign(row.deviceId, row.productText, row.inputLength);
     CHidTransfers transfers;
-    const std::uint32_t devInst = world->HidInstance("hub");
+    const std::uint32_t devInst = machine->HidInstance("hub");
     EXPECT_EQ(row.result, transfers.Yv_OpenDeviceByDevInst(devInst));
     const std::string node = "DevInst:" + std::to_string(devInst) + ",VID/PID:";
     EXPECT_EQ((LogLine{0, kTag, node + row.ids + "\n"}), log.lines.at(0));
     EXPECT_EQ("1100", Open());  // also when refused
-    const auto asked = world->recorder().Calls("GetIndexedString");
+    const auto asked = machine->recorder().Calls("GetIndexedString");
     EXPECT_TRUE(asked.empty() || asked[0].value == 52);
   }
 }
@@ -143,7 +143,7 @@ TEST_F(OpenTest, IdListBesideTheLibraryReplacesTheProductTextButNotTheVendorId) 
 
 TEST_F(OpenTest, OneDeviceIsOpenAtATimeAndIdentificationLeavesNoneOpen) {
   CHidProperty property(std::make_unique<CHidTransfers>());
-  const std::uint32_t hub = world->HidInstance("hub");
+  const std::uint32_t hub = machine->HidInstance("hub");
   EXPECT_EQ(0u, property.Yv_OpenDeviceByDevInst(hub));
   EXPECT_EQ(0u, property.Yv_OpenDeviceByDevInst(hub));
   EXPECT_EQ("1100", Open());

@@ -12,10 +12,10 @@ using RequestConcurrencyTest = OpenTransportTest;
 // between of would be the wrong one.
 TEST_F(RequestConcurrencyTest, EachRequestGetsItsOwnAnswer) {
   CMsg::Instance().ClearResponders();  // waiting for the lock on the virtual clock logs a lot
-  world->recorder().Stop();
+  machine->recorder().Stop();
   CRequestCMD& requests = CRequestCMD::Instance();
   ASSERT_EQ(0u, requests.Yv_VdCmdEnable(kEnableCommands));
-  const auto flash = world->hub("hub").bank(0).contents();
+  const auto flash = machine->hub("hub").bank(0).contents();
 
   const auto read = [&](std::size_t place) {
     for (int i = 0; i < 50; ++i) {

@@ -18,7 +18,7 @@ class RequestFailureTest : public TransportTest {
   RequestFailureTest() { EXPECT_EQ(0u, requests.Yv_VdCmdEnable(1)); }
 
   void FailNext(Fault::On on, std::uint32_t code) {
-    world->AddFault({.on = on, .action = Fault::Action::Fail, .code = code});
+    machine->AddFault({.on = on, .action = Fault::Action::Fail, .code = code});
   }
 };
 
@@ -64,7 +64,7 @@ TEST_F(RequestFailureTest, FailedReportsReturnTheirCodeAndSayEverything) {
 
 TEST_F(RequestFailureTest, RefusalLossAndClosingReturnTheSystemsCode) {
   EXPECT_EQ(kStalled, Send(1, 0x40, 0x77, nullptr, 0));
-  world->Unplug("hub");
+  machine->Unplug("hub");
   EXPECT_EQ(static_cast<std::uint32_t>(ENODEV), requests.Yv_ISPValidation());
   EXPECT_EQ(1u, log.Count({0, "CHidTransfers::Yv_SendVDCmd",
                            "YvHub_SendVDCmd -> ulTimeout: 0xc350\n"}));  // ten times the usual
@@ -93,14 +93,14 @@ TEST_F(RequestFailureTest, RequestsWithoutAPropertyObjectAreRefusedWithOneLine) 
 
 /// Another thread's request that stays in its exchange until it is let go.
 struct Holder {
-  Holder(virtualhub::World& world, ITransfers& transfers) {
-    world.SetExchangeHook([this](const virtualhub::Exchange&) {
+  Holder(virtualhub::Machine& machine, ITransfers& transfers) {
+    machine.SetExchangeHook([this](const virtualhub::Exchange&) {
       if (entered.exchange(true)) return;
       released.get_future().wait();
     });
     thread = std::thread([&] { transfers.Yv_SendVDCmd(0x40, 0x02, 1, 0x2E7C, nullptr, 0, 5000); });
     while (!entered) std::this_thread::yield();
-    world.SetExchangeHook(nullptr);
+    machine.SetExchangeHook(nullptr);
   }
   void Release() {
     released.set_value();
@@ -115,7 +115,7 @@ struct Holder {
 TEST_F(RequestFailureTest, HeldDeviceIsPolledEvery100MsUntilTheTimeOutIsExceeded) {
   const std::pair<std::uint32_t, std::size_t> rows[] = {{0, 1}, {99, 1}, {100, 2}, {250, 3}};
   Bytes data(20);
-  Holder holder(*world, *transfers);
+  Holder holder(*machine, *transfers);
   for (const int channel : {1, 2}) {
     for (const std::uint8_t type : Bytes{0x40, 0xC0}) {
       for (const auto& [timeoutMs, tries] : rows) {
@@ -125,8 +125,8 @@ TEST_F(RequestFailureTest, HeldDeviceIsPolledEvery100MsUntilTheTimeOutIsExceeded
         std::vector<LogLine> expected(tries, {3, tag, "Can't Obtain Lock!\n"});
         expected.push_back({3, tag, "WqHIDDataIn Timeout Fail! \n"});
         EXPECT_EQ(expected, log.From(3));
-        EXPECT_EQ(tries, world->recorder().Calls("SleepMs").size());
-        EXPECT_EQ(100u, world->recorder().Calls("SleepMs").back().value);
+        EXPECT_EQ(tries, machine->recorder().Calls("SleepMs").size());
+        EXPECT_EQ(100u, machine->recorder().Calls("SleepMs").back().value);
       }
     }
   }
@@ -136,8 +136,8 @@ TEST_F(RequestFailureTest, HeldDeviceIsPolledEvery100MsUntilTheTimeOutIsExceeded
         transfers->SendPacketOut2({}, nullptr), transfers->SendPacketIn2({}, nullptr)}) {
     EXPECT_EQ(kRefused, result);
   }
-  EXPECT_EQ(4u * 51, world->recorder().Calls("SleepMs").size());  // packets wait five seconds
-  EXPECT_EQ(2u, world->exchanges());  // that of the fixture and the one that is held
+  EXPECT_EQ(4u * 51, machine->recorder().Calls("SleepMs").size());  // packets wait five seconds
+  EXPECT_EQ(2u, machine->exchanges());  // that of the fixture and the one that is held
   holder.Release();
   EXPECT_EQ(0u, Send(1, 0xC0, 0x09, data.data(), 20, 0));
 }
@@ -216,7 +216,7 @@ TEST_F(ReportLimitsTest, DataWithoutAPointerIsRefusedAndNotSent) {
         transfers->SendPacketOut2(kPacket, nullptr), transfers->SendPacketIn2(kPacket, nullptr)}) {
     EXPECT_EQ(kRefused, result);
   }
-  EXPECT_EQ(0u, world->exchanges());
+  EXPECT_EQ(0u, machine->exchanges());
   EXPECT_EQ(0u, requests.Yv_VdCmdEnable(1));
   EXPECT_EQ(0u, Send(1, 0xC0, 0x09, nullptr, 0));  // nothing to send and nothing to copy
 }

@@ -123,7 +123,7 @@ TEST_F(RequestWireTest, AnswersComeFromByte1OrByte64AndOnlyAsManyAsAskedFor) {
   for (const int answered : {1, 2}) {
     OpenWithLengths(1000, answered == 1 ? 257 : 1000);
     ASSERT_EQ(0u, requests.Yv_VdCmdEnable(1));
-    const auto flash = world->hub("hub").bank(0).contents();
+    const auto flash = machine->hub("hub").bank(0).contents();
     if (answered == 2) property->EnableChannel2();
     for (const std::uint32_t length : {0u, 1u, 20u, 193u, 256u}) {
       Bytes answer(300, 0x5A), expected = answer;
@@ -137,7 +137,7 @@ TEST_F(RequestWireTest, AnswersComeFromByte1OrByte64AndOnlyAsManyAsAskedFor) {
 TEST_F(RequestWireTest, ReadsNameTheirReportOnChannel2AndKeepTheLastOneOnChannel1) {
   ASSERT_EQ(0u, requests.Yv_VdCmdEnable(1));
   std::vector<std::uint8_t> ids;
-  world->SetExchangeHook([&](const virtualhub::Exchange& exchange) {
+  machine->SetExchangeHook([&](const virtualhub::Exchange& exchange) {
     if (exchange.output) return;
     ids.push_back(exchange.report[0]);
     // The answer before this one has been wiped out.

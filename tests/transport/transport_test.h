@@ -48,7 +48,7 @@ class TransportTest : public OpenTransportTest {
   }
 
   std::size_t InputCount() const {
-    return world->recorder().Of(virtualhub::Record::Kind::Input).size();
+    return machine->recorder().Of(virtualhub::Record::Kind::Input).size();
   }
 
   /// Sends a request with value 0x1122 and index 0x3344 over channel 1 or 2.

@@ -52,7 +52,7 @@ TEST_F(BridgeTest, SettingsAreTakenAndWrongArgumentsRefused) {
           {"40 F6 4 A0 82 80 0 0", "ok"},
           {"40 F1 0 0 0 0 1 0: F0", "ok"},
           {"00 CF 0 0 0 0 1 0: 0", "stall"}});  // the bridge flash is busy with the last write
-  const Hub& hub = world->hub("hub");
+  const Hub& hub = machine->hub("hub");
   EXPECT_TRUE(hub.highClock());
   EXPECT_EQ(0x5002, hub.downloadSlave());
   EXPECT_EQ("04 A0 82", Hex(hub.i2cSetting()));

@@ -10,7 +10,7 @@ class BusTest : public HubBench {
   /// All present HID nodes.
   std::vector<DevInst> Nodes() {
     std::vector<DevInst> nodes;
-    world->Call("OpenNodeSet", 0, 0, [&](const World::View& view) {
+    machine->Call("OpenNodeSet", 0, 0, [&](const Machine::View& view) {
       nodes = *view.HidNodes();
       return Result{};
     });
@@ -20,9 +20,9 @@ class BusTest : public HubBench {
 using Texts = std::vector<std::string>;
 
 // A node and those above it: the device id without its place, location, path and address if any.
-Texts Chain(World& world, DevInst number) {
+Texts Chain(Machine& machine, DevInst number) {
   Texts chain;
-  world.Call("GetParent", number, 0, [&](const World::View& view) {
+  machine.Call("GetParent", number, 0, [&](const Machine::View& view) {
     for (const Node* node = view.FindNode(number); node; node = view.FindNode(node->parent)) {
       const std::string& id = node->deviceId;
       chain.push_back(id.substr(0, std::min(id.rfind('\\'), id.find("&SUBSYS"))));
@@ -45,7 +45,7 @@ TEST_F(BusTest, NodesLookLikeThoseOfWindows) {
                    "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3) at 3",
                    "USB\\ROOT_HUB30 PCIROOT(0)#PCI(1400)#USBROOT(0)",
                    "PCI\\VEN_1B36&DEV_000D PCIROOT(0)#PCI(1400)"}),
-            Chain(*world, world->HidInstance("hub")));
+            Chain(*machine, machine->HidInstance("hub")));
 }
 
 TEST_F(BusTest, ResetTakesItsTimeAndMakesNewNodes) {
@@ -56,17 +56,17 @@ TEST_F(BusTest, ResetTakesItsTimeAndMakesNewNodes) {
   Expect({{"40 00 0 0 0 0 0 0", "ok"}});
   std::string outcomes;
   for (const std::uint32_t afterMs : {0, 19, 1, 299, 1, 39, 1}) {
-    world->SleepMs(afterMs);
+    machine->SleepMs(afterMs);
     outcomes += Ask("40 02 1 0 7C 2E 0 0") + " ";
   }
   EXPECT_EQ("stall stall gone gone stall stall ok ", outcomes);
-  EXPECT_NE(before, world->HidInstance("hub"));
-  EXPECT_EQ(Texts(), Chain(*world, before)) << "the old node is gone";
-  EXPECT_EQ(Error::Gone, world->SetOutputReport(stay, Bytes(321)).error);
+  EXPECT_NE(before, machine->HidInstance("hub"));
+  EXPECT_EQ(Texts(), Chain(*machine, before)) << "the old node is gone";
+  EXPECT_EQ(Error::Gone, machine->SetOutputReport(stay, Bytes(321)).error);
   EXPECT_EQ(
       "USB\\VID_1111&PID_0002 Port_#0001.Hub_#0002 "
       "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)#USB(1) at 1",
-      Chain(*world, world->UsbInstance("hub")).at(0));
+      Chain(*machine, machine->UsbInstance("hub")).at(0));
 }
 
 TEST_F(BusTest, NumbersAreThoseOfTheIdsOrNew) {
@@ -82,11 +82,11 @@ TEST_F(BusTest, NumbersAreThoseOfTheIdsOrNew) {
     Scenario scenario = ReadScenario(OneHub(members + R"("rom": {"pid": ")" + c.romPid + "\"}"));
     scenario.instanceNumbers =
         c.numbers == "by_id" ? InstanceNumbers::ById : InstanceNumbers::ByArrival;
-    world = &InstallWorld(scenario);
-    world->AddFault({.on = Fault::On::Reset, .action = Fault::Action::ReturnAt, .port = c.port});
+    machine = &InstallMachine(scenario);
+    machine->AddFault({.on = Fault::On::Reset, .action = Fault::Action::ReturnAt, .port = c.port});
     const auto numbers = [&] {
       auto all = Nodes();
-      all.push_back(world->UsbInstance("hub"));
+      all.push_back(machine->UsbInstance("hub"));
       return all;
     };
     const HidNode first = HubNode();
@@ -101,18 +101,18 @@ TEST_F(BusTest, NumbersAreThoseOfTheIdsOrNew) {
     const std::string inRom = compare();
     ASSERT_TRUE(ResetToFlash());
     EXPECT_EQ(c.later, inRom + " " + compare());
-    EXPECT_EQ(Error::Gone, world->SetOutputReport(first, Bytes(321)).error) << "a handle's stay";
+    EXPECT_EQ(Error::Gone, machine->SetOutputReport(first, Bytes(321)).error) << "a handle's stay";
   }
 }
 
 TEST_F(BusTest, AnExchangeIsCutOffEvenIfTheDeviceIsBackUnderTheSameNumber) {
   Install(R"({"instance_numbers": "by_id", "devices": [{"name": "hub", "port": "1"}]})");
-  world->SetExchangeHook([&](const Exchange&) {
-    world->Unplug("hub");
-    world->Plug("hub");
+  machine->SetExchangeHook([&](const Exchange&) {
+    machine->Unplug("hub");
+    machine->Plug("hub");
   });
   const HidNode before = HubNode();
-  EXPECT_EQ(Error::CutOff, world->SetOutputReport(before, Bytes(321)).error);
+  EXPECT_EQ(Error::CutOff, machine->SetOutputReport(before, Bytes(321)).error);
   EXPECT_EQ(before.number, HubNode().number);
 }
 
@@ -125,7 +125,7 @@ TEST_F(BusTest, ACompositeDeviceHasANodeForEachInterfaceAndCollection) {
                        "PCI\\VEN_1B36&DEV_000D PCIROOT(0)#PCI(1400)"};
   const std::string place = " 0000.0014.0000.003.000.000.000.000.000";
   std::vector<Texts> chains;
-  for (const DevInst node : Nodes()) chains.push_back(Chain(*world, node));
+  for (const DevInst node : Nodes()) chains.push_back(Chain(*machine, node));
   const auto chain = [&](const std::string& hid, const std::string& interfaceNode) {
     Texts all = {hid, interfaceNode};
     all.insert(all.end(), above.begin(), above.end());
@@ -140,7 +140,7 @@ TEST_F(BusTest, ACompositeDeviceHasANodeForEachInterfaceAndCollection) {
   // Only its own node hears the hub's reports.
   const HidNode own = HubNode();
   EXPECT_EQ(Nodes()[1], own.number);
-  EXPECT_EQ(Error::Stall, world->SetOutputReport({Nodes()[0], own.stay}, Bytes(321)).error);
+  EXPECT_EQ(Error::Stall, machine->SetOutputReport({Nodes()[0], own.stay}, Bytes(321)).error);
   EXPECT_TRUE(Enable(1));
 }
 

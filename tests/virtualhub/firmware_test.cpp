@@ -2,7 +2,7 @@
 #include <fstream>
 
 #include "hub_bench.h"
-#include "virtualhub/image.h"
+#include "virtualhub/hub/image.h"
 
 namespace virtualhub::test {
 
@@ -83,8 +83,8 @@ TEST_F(FirmwareTest, AnUpdateRunsTheNewImageIfItIsComplete) {
 TEST_F(FirmwareTest, AWriteThatWasCutNeedsASeal) {
   Install(OneHub());
   ASSERT_TRUE(ResetToRom());
-  const std::function<void()> cuts[] = {[&] { world->PowerLoss("hub", 10); },
-                                        [&] { world->Unplug("hub", 10); },
+  const std::function<void()> cuts[] = {[&] { machine->PowerLoss("hub", 10); },
+                                        [&] { machine->Unplug("hub", 10); },
                                         [&] { ASSERT_TRUE(ResetToRom()); }};
   for (const auto& cut : cuts) {
     ASSERT_TRUE(WriteImage(UnsealedImage()));
@@ -94,10 +94,10 @@ TEST_F(FirmwareTest, AWriteThatWasCutNeedsASeal) {
     EXPECT_EQ("rom 00 01", State());
   }
   ASSERT_TRUE(WriteImage(NewImage()));
-  world->Unplug("hub", 10);
+  machine->Unplug("hub", 10);
   ASSERT_TRUE(Pause());
   EXPECT_EQ("rom 00 01", State()) << "an unplug keeps the running code";
-  world->PowerLoss("hub", 10);
+  machine->PowerLoss("hub", 10);
   ASSERT_TRUE(Pause());
   EXPECT_EQ("flash 02 10", State());
 }
@@ -124,7 +124,7 @@ TEST_F(FirmwareTest, FlashSurvivesInTheStateFolder) {
   Install(json);
   EXPECT_EQ("rom 00 01", State()) << "the end of the process cut the session";
 
-  UninstallWorld();
+  UninstallMachine();
   std::fstream(folder + "/hub.flash", std::ios::in | std::ios::out).seekp(1000).put('!');
   ::testing::internal::CaptureStderr();
   Install(json);

@@ -8,7 +8,7 @@
 #include <sstream>
 #include <string>
 
-#include "virtualhub/current_world.h"
+#include "virtualhub/bus/current_machine.h"
 
 namespace virtualhub::test {
 
@@ -40,24 +40,24 @@ inline const char* const kErase = "40 E8 0 1 0 0 0 0";
 
 class HubBench : public ::testing::Test {
  protected:
-  ~HubBench() override { UninstallWorld(); }
+  ~HubBench() override { UninstallMachine(); }
 
-  void Install(const std::string& json) { world = &InstallWorld(json); }
+  void Install(const std::string& json) { machine = &InstallMachine(json); }
 
   /// Sends an output report of 321 bytes.
   Error Send(const Bytes& header, const Bytes& data = {}) {
     Bytes report(321, 0);
     std::copy(header.begin(), header.end(), report.begin() + 1);
     std::copy(data.begin(), data.end(), report.begin() + 65);
-    return world->SetOutputReport(HubNode(), report).error;
+    return machine->SetOutputReport(HubNode(), report).error;
   }
   /// Takes the answer; 256 bytes behind the report ID.
   Result Take(Bytes& answer) {
     answer.assign(257, 0);
-    return world->GetInputReport(HubNode(), answer);
+    return machine->GetInputReport(HubNode(), answer);
   }
   HidNode HubNode() {
-    const auto hub = world->OnBus("hub");
+    const auto hub = machine->OnBus("hub");
     return hub ? hub->hid : HidNode{};
   }
 
@@ -87,8 +87,8 @@ class HubBench : public ::testing::Test {
   bool ResetToRom() { return Ok("40 00 0 0 0 0 0 0") && Pause(); }
   bool ResetToFlash() { return Ok("40 E9 1 1 0 0 0 0") && Pause(); }
   bool Pause() {
-    world->SleepMs(2000);
-    return world->HidInstance("hub") != 0;
+    machine->SleepMs(2000);
+    return machine->HidInstance("hub") != 0;
   }
 
   /// Writes the bytes from `at` to `end` in chunks of 128, with enabling and erase.
@@ -106,11 +106,11 @@ class HubBench : public ::testing::Test {
   /// Running code and version, such as "flash 01 02".
   std::string State() {
     Bytes version(2);
-    PutBigEndian16(version, 0, world->hub("hub").Identity().version);
-    return (world->hub("hub").code() == Code::Flash ? "flash " : "rom ") + Hex(version);
+    PutBigEndian16(version, 0, machine->hub("hub").Identity().version);
+    return (machine->hub("hub").code() == Code::Flash ? "flash " : "rom ") + Hex(version);
   }
 
-  World* world = nullptr;
+  Machine* machine = nullptr;
 };
 
 }  // namespace virtualhub::test

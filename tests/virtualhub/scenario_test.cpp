@@ -4,7 +4,7 @@
 #include <iterator>
 
 #include "hub_bench.h"
-#include "virtualhub/image.h"
+#include "virtualhub/hub/image.h"
 
 namespace virtualhub::test {
 
@@ -84,17 +84,17 @@ TEST_F(ScenarioTest, BadFileCostsOneLineAndAllDevices) {
   const std::string file = ::testing::TempDir() + "bad.json";
   std::ofstream(file) << R"({"devices": 3})";
   for (const std::string& name : {file, std::string("/nowhere/at/all.json"), std::string("/")}) {
-    UninstallWorld();
+    UninstallMachine();
     ASSERT_EQ(0, setenv("QZ_VIRTUAL_HUB", name.c_str(), 1));
     ::testing::internal::CaptureStderr();
-    EXPECT_THROW(CurrentWorld().HidInstance("hub"), std::out_of_range);
+    EXPECT_THROW(CurrentMachine().HidInstance("hub"), std::out_of_range);
     const std::string errors = ::testing::internal::GetCapturedStderr();
     EXPECT_EQ(0u, errors.find("virtualhub: " + name + ": ")) << errors;
     EXPECT_EQ(1, std::count(errors.begin(), errors.end(), '\n'));
   }
-  UninstallWorld();
+  UninstallMachine();
   ASSERT_EQ(0, unsetenv("QZ_VIRTUAL_HUB"));
-  EXPECT_NE(0u, CurrentWorld().HidInstance("hub")) << "without a file: the default machine";
+  EXPECT_NE(0u, CurrentMachine().HidInstance("hub")) << "without a file: the default machine";
 }
 
 TEST_F(ScenarioTest, EveryExampleOfTheDocumentationLoads) {

@@ -1,10 +1,10 @@
 // The USB device around a hub: descriptors, control requests, and what faults make of them.
-#include "virtualhub/usb_device.h"
+#include "virtualhub/bus/usb_device.h"
 
 #include <cstring>
 
 #include "hub_bench.h"
-#include "virtualhub/utf16.h"
+#include "virtualhub/base/utf16.h"
 
 namespace virtualhub::test {
 
@@ -19,7 +19,7 @@ class UsbDeviceTest : public HubBench {
  protected:
   void Enumerate(const std::string& json, const std::string& name = "hub") {
     Install(json);
-    device = std::make_unique<UsbDevice>(*world, *world->OnBus(name));
+    device = std::make_unique<UsbDevice>(*machine, *machine->OnBus(name));
     device->Enumerate();
   }
 
@@ -102,7 +102,7 @@ TEST_F(UsbDeviceTest, OutputReportsAreTakenWhereTheFirmwareListens) {
     EXPECT_EQ("stall", toEndpoint(0, 320)) << "halted";
     Transfer("02 01 00 00 01 00 00 00");
     EXPECT_EQ(row.viaEndpoint, toEndpoint(0, 320));
-    world->Unplug("hub");
+    machine->Unplug("hub");
     EXPECT_EQ(Error::Gone, device->InterruptOut(Bytes(320)).error);
   }
   Enumerate(OneHub(R"("out_endpoint": "both")"));
@@ -128,7 +128,7 @@ TEST_F(UsbDeviceTest, ProductTextTravelsAsUtf16) {
   for (const char* bad : {"\x80", "\xC3", "\xC0\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xFF"}) {
     EXPECT_EQ(std::u16string(std::strlen(bad), u'\uFFFD'), ToUtf16(bad));
   }
-  world->AddFault({.on = Fault::On::Call, .service = "GetIndexedString", .nth = 2, .code = 5});
+  machine->AddFault({.on = Fault::On::Call, .service = "GetIndexedString", .nth = 2, .code = 5});
   EXPECT_EQ("code 5", (Transfer(fetch), Transfer(fetch)));
 }
 
@@ -186,12 +186,12 @@ TEST_F(UsbDeviceTest, ReportsCarryVendorRequests) {
 
 TEST_F(UsbDeviceTest, AnInstanceLivesUntilItLeavesTheBus) {
   Enumerate(OneHub());
-  world->AddFault({.on = Fault::On::Output, .nth = 2, .code = 13});
-  world->AddFault({.on = Fault::On::Output, .nth = 3, .action = Fault::Action::Unplug});
+  machine->AddFault({.on = Fault::On::Output, .nth = 2, .code = 13});
+  machine->AddFault({.on = Fault::On::Output, .nth = 3, .action = Fault::Action::Unplug});
   for (const char* outcome : {"ok", "code 13", "gone", "gone"}) {
     EXPECT_EQ(outcome, Send(kEnable1));
   }
-  world->Plug("hub");
+  machine->Plug("hub");
   EXPECT_FALSE(device->IsPresent()) << "it is another instance";
   EXPECT_EQ("gone", Transfer("80 00 00 00 00 00 02 00"));
 }

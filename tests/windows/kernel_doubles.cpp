@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "virtualhub/current_world.h"
+#include "virtualhub/bus/current_machine.h"
 #include "windows/open_files.h"
 
 namespace doubles {
@@ -48,10 +48,10 @@ BOOL WINAPI Close(HANDLE handle) {
   return CloseHandle(handle);
 }
 
-void WINAPI Pause(DWORD milliseconds) { virtualhub::HoldCurrentWorld()->SleepMs(milliseconds); }
+void WINAPI Pause(DWORD milliseconds) { virtualhub::HoldCurrentMachine()->SleepMs(milliseconds); }
 
 BOOL WINAPI ReadCounter(LARGE_INTEGER* counter) {
-  counter->QuadPart = static_cast<LONGLONG>(virtualhub::HoldCurrentWorld()->clock().NowUs());
+  counter->QuadPart = static_cast<LONGLONG>(virtualhub::HoldCurrentMachine()->clock().NowUs());
   return TRUE;
 }
 

@@ -83,10 +83,10 @@ class LoadedCopy {
 /// A machine, without the library that the program itself is linked with.
 class LoadedCopyTest : public ::testing::Test {
  protected:
-  ~LoadedCopyTest() override { virtualhub::UninstallWorld(); }
-  void Install(const char* json) { world = &virtualhub::InstallWorld(json); }
+  ~LoadedCopyTest() override { virtualhub::UninstallMachine(); }
+  void Install(const char* json) { machine = &virtualhub::InstallMachine(json); }
 
-  virtualhub::World* world = &virtualhub::InstallWorld(RecordedScenario());
+  virtualhub::Machine* machine = &virtualhub::InstallMachine(RecordedScenario());
   const TempFolder folder{L"Größe ½"};
 };
 

@@ -14,14 +14,14 @@ class ProcessTest : public LoadedCopyTest {
 };
 
 TEST_F(ProcessTest, LoadingDoesNothingAndUnloadingClosesTheLog) {
-  const auto texts = [&] { return world->recorder().DebugTexts(); };
+  const auto texts = [&] { return machine->recorder().DebugTexts(); };
   {
     const LoadedCopy library(folder);
-    EXPECT_TRUE(world->recorder().all().empty());
+    EXPECT_TRUE(machine->recorder().all().empty());
     QZ_EXPORT(library, QZ_ConfigLog)(1, 0);
     library.List();
     EXPECT_FALSE(std::filesystem::remove(folder.path() / L"info.txt", ignored)) << "it is open";
-    world->recorder().Clear();
+    machine->recorder().Clear();
   }
   EXPECT_EQ(std::vector<std::string>{"Create Log"}, texts());
   EXPECT_TRUE(std::filesystem::remove(folder.path() / L"info.txt", ignored)) << ignored.message();
@@ -32,18 +32,18 @@ TEST_F(ProcessTest, AnOpenDeviceIsReleasedWithTheLibrary) {
   {
     const LoadedCopy library(folder);
     EXPECT_EQ(1u, library.List());
-    EXPECT_NE(nullptr, QZ_EXPORT(library, QZ_OpenHid)(world->HidInstance("hub")));
-    EXPECT_EQ(1, world->openHandles(HidDevice));
+    EXPECT_NE(nullptr, QZ_EXPORT(library, QZ_OpenHid)(machine->HidInstance("hub")));
+    EXPECT_EQ(1, machine->openHandles(HidDevice));
   }
-  EXPECT_EQ(0, world->openHandles(HidDevice) + world->openHandles(Event));
+  EXPECT_EQ(0, machine->openHandles(HidDevice) + machine->openHandles(Event));
 }
 
 TEST_F(ProcessTest, TheSystemIsAskedForEachOpenedNodeOnlyWhatItTakes) {
   const LoadedCopy library(folder);
-  world->recorder().Start();
+  machine->recorder().Start();
   EXPECT_EQ(1u, library.List());
   std::map<std::string, int> calls;
-  for (const auto& record : world->recorder().all()) {
+  for (const auto& record : machine->recorder().all()) {
     if (record.kind == virtualhub::Record::Kind::Call) ++calls[record.name];
   }
   // One walk over the hub and the keyboard, up to the end; a set for each of the two, which is

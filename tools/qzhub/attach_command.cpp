@@ -13,7 +13,7 @@ namespace {
 void Attach(const std::string& scenarioFile) {
   const virtualhub::Scenario scenario = LoadScenario(scenarioFile);
   const Vhci vhci;
-  virtualhub::World world(scenario);
+  virtualhub::Machine machine(scenario);
   const StopEvent stop;
   stop.RequestOnSignals();
   EventLog log;
@@ -30,7 +30,7 @@ void Attach(const std::string& scenarioFile) {
   std::vector<std::future<void>> running;  // they end before what they use
   orStop([&] {
     for (const Export& exported : ExportsOf(scenario)) {
-      Attachment& added = attachments.emplace_back(world, exported, vhci, stop, log);
+      Attachment& added = attachments.emplace_back(machine, exported, vhci, stop, log);
       added.AttachIfPresent();
       running.push_back(std::async(std::launch::async,
                                    [&orStop, &added] { orStop([&added] { added.Serve(); }); }));

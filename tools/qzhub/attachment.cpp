@@ -27,7 +27,7 @@ std::string Hex4(std::uint16_t value) {
 }  // namespace
 
 void Attachment::AttachIfPresent() {
-  auto device = world_.OnBus(export_.name);
+  auto device = machine_.OnBus(export_.name);
   if (!device || (device_ && device_->hid == device->hid)) return;
   const auto before = device_ ? std::optional(device_->port) : std::nullopt;
   device_ = std::move(device);
@@ -61,7 +61,7 @@ void Attachment::Serve() {
     AttachIfPresent();
     if (!socket_) continue;
     const std::string problem =
-        RunLink(world_, *device_, export_.place.Devid(), socket_.get(), stop_);
+        RunLink(machine_, *device_, export_.place.Devid(), socket_.get(), stop_);
     if (!problem.empty()) log_.Remark(export_.name + ": " + problem);
     Detach();
   } while (!stop_.WaitFor(kBusInterval));

@@ -8,7 +8,7 @@
 #include "qzhub/file_descriptor.h"
 #include "qzhub/stop_event.h"
 #include "qzhub/vhci.h"
-#include "virtualhub/world.h"
+#include "virtualhub/bus/machine.h"
 
 namespace qzhub {
 
@@ -19,9 +19,9 @@ namespace qzhub {
 /// When the host's side detaches a device, it stays so until it has been off the bus.
 class Attachment {
  public:
-  Attachment(virtualhub::World& world, Export exported, const Vhci& vhci, const StopEvent& stop,
+  Attachment(virtualhub::Machine& machine, Export exported, const Vhci& vhci, const StopEvent& stop,
              EventLog& log)
-      : world_(world), export_(std::move(exported)), vhci_(vhci), stop_(stop), log_(log) {}
+      : machine_(machine), export_(std::move(exported)), vhci_(vhci), stop_(stop), log_(log) {}
 
   /// Attaches the device if it is on the bus; Serve then answers for it. Throws
   /// std::runtime_error with what helps against it.
@@ -37,7 +37,7 @@ class Attachment {
   std::string Label() const;
   std::uint32_t ChoosePort(const std::optional<virtualhub::PortPath>& before);
 
-  virtualhub::World& world_;
+  virtualhub::Machine& machine_;
   const Export export_;
   const Vhci& vhci_;
   const StopEvent& stop_;

@@ -37,9 +37,9 @@ std::int32_t StatusOf(const Result& result) {
 
 }  // namespace
 
-DeviceLink::DeviceLink(virtualhub::World& world, const virtualhub::BusDevice& device,
+DeviceLink::DeviceLink(virtualhub::Machine& machine, const virtualhub::BusDevice& device,
                        std::uint32_t devid, Connection connection)
-    : devid_(devid), connection_(std::move(connection)), device_(world, device) {
+    : devid_(devid), connection_(std::move(connection)), device_(machine, device) {
   worker_ = std::thread([this] { Work(); });
 }
 

@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "qzhub/usbip_wire.h"
-#include "virtualhub/usb_device.h"
+#include "virtualhub/bus/usb_device.h"
 
 namespace qzhub {
 
@@ -29,7 +29,7 @@ class DeviceLink {
     std::function<void()> close;         ///< makes the connection end for both sides
   };
 
-  DeviceLink(virtualhub::World& world, const virtualhub::BusDevice& device, std::uint32_t devid,
+  DeviceLink(virtualhub::Machine& machine, const virtualhub::BusDevice& device, std::uint32_t devid,
              Connection connection);
   /// Waits for a transfer under way; close the connection first.
   ~DeviceLink();

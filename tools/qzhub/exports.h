@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "qzhub/usbip_wire.h"
-#include "virtualhub/scenario.h"
+#include "virtualhub/scenario/scenario.h"
 
 namespace qzhub {
 

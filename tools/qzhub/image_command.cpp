@@ -4,8 +4,8 @@
 #include <memory>
 #include <stdexcept>
 
-#include "virtualhub/atomic_file.h"
-#include "virtualhub/image.h"
+#include "virtualhub/base/atomic_file.h"
+#include "virtualhub/hub/image.h"
 
 namespace qzhub {
 

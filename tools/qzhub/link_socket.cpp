@@ -14,9 +14,9 @@ constexpr auto kSendTime = std::chrono::seconds(5);
 
 }  // namespace
 
-std::string RunLink(virtualhub::World& world, const virtualhub::BusDevice& device,
+std::string RunLink(virtualhub::Machine& machine, const virtualhub::BusDevice& device,
                     std::uint32_t devid, int socket, const StopEvent& stop) {
-  DeviceLink link(world, device, devid,
+  DeviceLink link(machine, device, devid,
                   {.send =
                        [socket](ByteView message) {
                          return SendAll(socket, message,

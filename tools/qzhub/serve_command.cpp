@@ -17,7 +17,7 @@ struct ServeOptions {
 void Serve(const ServeOptions& options) {
   const virtualhub::Scenario scenario = LoadScenario(options.scenario);
   const FileDescriptor listener = Listen(*SocketAddress::Parse(options.listen));
-  virtualhub::World world(scenario);
+  virtualhub::Machine machine(scenario);
   const StopEvent stop;
   stop.RequestOnSignals();
   EventLog log;
@@ -26,7 +26,7 @@ void Serve(const ServeOptions& options) {
     log.Event("exported " + exported.name + " busid=" + exported.place.Busid());
   }
   log.Event("listening " + LocalAddress(listener.get()).Text());
-  Server(world, exports, stop, log).Run(listener.get());
+  Server(machine, exports, stop, log).Run(listener.get());
 }
 
 }  // namespace

@@ -93,7 +93,7 @@ void Server::List(int socket) {
   Bytes entries;
   std::uint32_t count = 0;
   for (const Export& exported : exports_) {
-    const auto device = world_.OnBus(exported.name);
+    const auto device = machine_.OnBus(exported.name);
     if (!device) continue;
     const Bytes entry = EncodeListEntry(exported.place, *device);
     entries.insert(entries.end(), entry.begin(), entry.end());
@@ -112,7 +112,7 @@ void Server::Import(int socket, const std::string& peer, ByteView busidField) {
   const auto exported = std::find_if(exports_.begin(), exports_.end(), [&](const Export& other) {
     return other.place.Busid() == busid;
   });
-  const auto device = exported == exports_.end() ? std::nullopt : world_.OnBus(exported->name);
+  const auto device = exported == exports_.end() ? std::nullopt : machine_.OnBus(exported->name);
   if (!device) return refuse(OpStatus::NoDevice);
   const auto number = static_cast<std::size_t>(exported - exports_.begin());
   const std::unique_lock<std::mutex> claim(imported_[number], std::try_to_lock);
@@ -120,7 +120,7 @@ void Server::Import(int socket, const std::string& peer, ByteView busidField) {
   if (!SendAll(socket, EncodeImported(exported->place, *device), RequestDeadline())) return;
   const std::string label = exported->name + " busid=" + busid;
   log_.Event("imported " + label + " by=" + peer);
-  const std::string problem = RunLink(world_, *device, exported->place.Devid(), socket, stop_);
+  const std::string problem = RunLink(machine_, *device, exported->place.Devid(), socket, stop_);
   if (!problem.empty()) log_.Remark(peer + ": " + problem);
   log_.Event("released " + label);
 }

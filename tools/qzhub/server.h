@@ -8,7 +8,7 @@
 #include "qzhub/exports.h"
 #include "qzhub/file_descriptor.h"
 #include "qzhub/stop_event.h"
-#include "virtualhub/world.h"
+#include "virtualhub/bus/machine.h"
 
 namespace qzhub {
 
@@ -17,9 +17,9 @@ namespace qzhub {
 /// behind its first request, unless that imports a device; the request must be complete in time.
 class Server {
  public:
-  Server(virtualhub::World& world, std::vector<Export> exports, const StopEvent& stop,
+  Server(virtualhub::Machine& machine, std::vector<Export> exports, const StopEvent& stop,
          EventLog& log)
-      : world_(world),
+      : machine_(machine),
         exports_(std::move(exports)),
         imported_(exports_.size()),
         stop_(stop),
@@ -34,7 +34,7 @@ class Server {
   void List(int socket);
   void Import(int socket, const std::string& peer, ByteView busidField);
 
-  virtualhub::World& world_;
+  virtualhub::Machine& machine_;
   const std::vector<Export> exports_;
   std::vector<std::mutex> imported_;  // by export; held while a client has it
   const StopEvent& stop_;

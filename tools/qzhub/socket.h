@@ -9,7 +9,7 @@
 
 #include "qzhub/file_descriptor.h"
 #include "qzhub/stop_event.h"
-#include "virtualhub/bytes.h"
+#include "virtualhub/base/bytes.h"
 
 namespace qzhub {
 

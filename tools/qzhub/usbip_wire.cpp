@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <initializer_list>
 
-#include "virtualhub/usb_descriptors.h"
+#include "virtualhub/bus/usb_descriptors.h"
 
 namespace qzhub {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "virtualhub/bus_device.h"
-#include "virtualhub/bytes.h"
+#include "virtualhub/base/bytes.h"
+#include "virtualhub/bus/bus_device.h"
 
 namespace qzhub {
 

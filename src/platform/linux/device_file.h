@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/linux/node_facts.h"
-#include "platform/linux/system_call.h"
+#include "platform/system/linux/system_call.h"
 
 namespace qzhid::platform {
 

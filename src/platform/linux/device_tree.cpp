@@ -3,7 +3,7 @@
 
 #include "platform/linux/node_registry.h"
 #include "platform/linux/sysfs.h"
-#include "platform/wide_text.h"
+#include "platform/system/wide_text.h"
 
 namespace qzhid::platform {
 

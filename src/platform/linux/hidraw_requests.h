@@ -4,7 +4,7 @@
 #include <linux/hidraw.h>
 #include <sys/ioctl.h>
 
-#include "platform/linux/system_call.h"
+#include "platform/system/linux/system_call.h"
 
 // Linux 5.11 and later; headers may be older than the kernel.
 #ifndef HIDIOCGINPUT

@@ -5,10 +5,10 @@
 #include <chrono>
 #include <thread>
 
-#include "platform/library_file.h"
 #include "platform/linux/host_facts.h"
 #include "platform/linux/sysfs.h"
-#include "platform/system_time.h"
+#include "platform/system/library_file.h"
+#include "platform/system/system_time.h"
 
 namespace qzhid::platform {
 

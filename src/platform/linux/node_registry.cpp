@@ -1,7 +1,7 @@
 #include "platform/linux/node_registry.h"
 
-#include "platform/backend_locks.h"
 #include "platform/linux/sysfs.h"
+#include "platform/system/backend_locks.h"
 
 namespace qzhid::platform {
 

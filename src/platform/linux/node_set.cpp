@@ -3,10 +3,10 @@
 #include <cerrno>
 #include <vector>
 
-#include "platform/hid_class.h"
 #include "platform/linux/hid_path.h"
 #include "platform/linux/node_registry.h"
 #include "platform/linux/sysfs.h"
+#include "platform/system/hid_class.h"
 
 namespace qzhid::platform {
 

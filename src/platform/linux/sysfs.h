@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/system_call.h"
+#include "platform/system/linux/system_call.h"
 
 namespace qzhid::platform {
 

@@ -1,8 +1,8 @@
 // Parents, ids and properties of device nodes.
 #include "platform/platform.h"
+#include "platform/system/wide_text.h"
 #include "platform/virtual/error_codes.h"
 #include "platform/virtual/machine.h"
-#include "platform/wide_text.h"
 
 namespace qzhid::platform {
 
@@ -15,11 +15,12 @@ namespace {
 // One call for a node that must be present.
 template <typename Body>
 Status CallForNode(DevInst node, const char* service, Body body) {
-  const auto world = HoldMachine();
-  return ToStatus(world->Call(service, node, 0, [&](const virtualhub::World::View& view) -> Result {
-    const Node* found = view.FindNode(node);
-    return found == nullptr ? Result{Error::NoSuchNode} : body(*found);
-  }));
+  const auto machine = HoldMachine();
+  return ToStatus(
+      machine->Call(service, node, 0, [&](const virtualhub::Machine::View& view) -> Result {
+        const Node* found = view.FindNode(node);
+        return found == nullptr ? Result{Error::NoSuchNode} : body(*found);
+      }));
 }
 
 const char* ServiceOf(TextProperty property) {

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "platform/platform.h"
-#include "virtualhub/result.h"
+#include "virtualhub/hub/result.h"
 
 namespace qzhid::platform {
 

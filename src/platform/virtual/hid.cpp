@@ -2,10 +2,10 @@
 #include <string_view>
 
 #include "platform/platform.h"
+#include "platform/system/wide_text.h"
 #include "platform/virtual/error_codes.h"
 #include "platform/virtual/machine.h"
 #include "platform/virtual/open_handle.h"
-#include "platform/wide_text.h"
 
 namespace qzhid::platform {
 
@@ -13,7 +13,7 @@ using virtualhub::Error;
 using virtualhub::HandleKind;
 using virtualhub::HidNode;
 using virtualhub::Result;
-using View = virtualhub::World::View;
+using View = virtualhub::Machine::View;
 
 struct HidDeviceData {
   COpenHandle handle;
@@ -55,7 +55,7 @@ DevInst NodeOfPath(const std::wstring& path) {
 template <typename Body>
 Result CallForDevice(const HidDeviceData& device, const char* service, std::uint32_t value,
                      Body body) {
-  return device.handle.world().Call(
+  return device.handle.machine().Call(
       service, device.node.number, value, [&](const View& view) -> Result {
         const virtualhub::DeviceConfig* found = view.FindHid(device.node);
         return found == nullptr ? Result{Error::Gone} : body(*found);
@@ -66,24 +66,24 @@ Result CallForDevice(const HidDeviceData& device, const char* service, std::uint
 
 OpenStatus OpenHidDevice(const std::wstring& path, HidDevice& device) {
   device.reset();
-  const auto world = HoldMachine();
+  const auto machine = HoldMachine();
   const DevInst number = NodeOfPath(path);
   HidNode node;
-  const Result result = world->Call("OpenHidDevice", number, 0, [&](const View& view) -> Result {
+  const Result result = machine->Call("OpenHidDevice", number, 0, [&](const View& view) -> Result {
     node = view.PresentHid(number);
     if (node.stay == 0) return {Error::NoSuchPath};
     return {view.IsHeld(number) ? Error::HeldByOther : Error::None};
   });
-  if (result.ok()) device.reset(new HidDeviceData{{world, HandleKind::HidDevice}, node});
+  if (result.ok()) device.reset(new HidDeviceData{{machine, HandleKind::HidDevice}, node});
   return ToStatus(result);
 }
 
 Status CreateReportEvent(Event& event) {
   event.reset();
-  const auto world = HoldMachine();
+  const auto machine = HoldMachine();
   const Result result =
-      world->Call("CreateReportEvent", 0, 0, [](const View&) -> Result { return {}; });
-  if (result.ok()) event.reset(new EventData{{world, HandleKind::Event}});
+      machine->Call("CreateReportEvent", 0, 0, [](const View&) -> Result { return {}; });
+  if (result.ok()) event.reset(new EventData{{machine, HandleKind::Event}});
   return ToStatus(result);
 }
 
@@ -105,11 +105,11 @@ Status GetPreparsedData(const HidDevice& device, PreparsedData& preparsed) {
 
 Status GetCaps(const PreparsedData& preparsed, HidCaps& caps) {
   if (!preparsed) return InvalidHandle();
-  const Result result = preparsed->handle.world().Call("GetCaps", preparsed->node.number, 0,
-                                                       [&](const View&) -> Result {
-                                                         caps = preparsed->caps;
-                                                         return {};
-                                                       });
+  const Result result = preparsed->handle.machine().Call("GetCaps", preparsed->node.number, 0,
+                                                         [&](const View&) -> Result {
+                                                           caps = preparsed->caps;
+                                                           return {};
+                                                         });
   return ToStatus(result);
 }
 
@@ -131,12 +131,12 @@ OpenStatus GetIndexedString(const HidDevice& device, std::uint32_t index, std::s
 
 Status SetOutputReport(const HidDevice& device, const std::uint8_t* report, std::uint32_t length) {
   if (!device) return InvalidHandle();
-  return ToStatus(device->handle.world().SetOutputReport(device->node, {report, length}));
+  return ToStatus(device->handle.machine().SetOutputReport(device->node, {report, length}));
 }
 
 Status GetInputReport(const HidDevice& device, std::uint8_t* report, std::uint32_t length) {
   if (!device) return InvalidHandle();
-  return ToStatus(device->handle.world().GetInputReport(device->node, {report, length}));
+  return ToStatus(device->handle.machine().GetInputReport(device->node, {report, length}));
 }
 
 }  // namespace qzhid::platform

@@ -1,6 +1,6 @@
 // Time, the host's description of itself, and debug output.
-#include "platform/library_file.h"
-#include "platform/system_time.h"
+#include "platform/system/library_file.h"
+#include "platform/system/system_time.h"
 #include "platform/virtual/error_codes.h"
 #include "platform/virtual/machine.h"
 
@@ -39,8 +39,8 @@ Architecture ToArchitecture(HostArchitecture architecture) {
 }
 
 // Whether a part of the host's description can be read, as far as faults go.
-bool CanRead(virtualhub::World& world, const char* service) {
-  return world.Call(service, 0, 0, [](const virtualhub::World::View&) -> Result { return {}; })
+bool CanRead(virtualhub::Machine& machine, const char* service) {
+  return machine.Call(service, 0, 0, [](const virtualhub::Machine::View&) -> Result { return {}; })
       .ok();
 }
 
@@ -51,40 +51,40 @@ void SleepMs(std::uint32_t milliseconds) { HoldMachine()->SleepMs(milliseconds);
 std::uint64_t ClockMs() { return HoldMachine()->clock().NowUs() / 1000; }
 
 LocalTime GetLocalTime() {
-  const auto world = HoldMachine();
-  if (world->clock().mode() == virtualhub::Clock::Mode::Virtual) {
-    const virtualhub::CalendarTime now = world->clock().VirtualCalendar();
+  const auto machine = HoldMachine();
+  if (machine->clock().mode() == virtualhub::Clock::Mode::Virtual) {
+    const virtualhub::CalendarTime now = machine->clock().VirtualCalendar();
     return {now.year, now.month, now.day, now.hour, now.minute, now.second};
   }
   return SystemLocalTime();
 }
 
 Status GetLibraryPath(std::string& path) {
-  const auto world = HoldMachine();
-  const auto result = world->Call("GetLibraryPath", 0, 0,
-                                  [](const virtualhub::World::View&) -> Result { return {}; });
+  const auto machine = HoldMachine();
+  const auto result = machine->Call("GetLibraryPath", 0, 0,
+                                    [](const virtualhub::Machine::View&) -> Result { return {}; });
   return result.ok() ? SystemLibraryPath(path) : ToStatus(result);
 }
 
 Architecture NativeArchitecture() {
-  const auto world = HoldMachine();
-  if (!CanRead(*world, "NativeArchitecture")) return Architecture::Unknown;
-  return ToArchitecture(world->host().architecture);
+  const auto machine = HoldMachine();
+  if (!CanRead(*machine, "NativeArchitecture")) return Architecture::Unknown;
+  return ToArchitecture(machine->host().architecture);
 }
 
 HostDescription DescribeHost() {
-  const auto world = HoldMachine();
-  const virtualhub::HostConfig& host = world->host();
+  const auto machine = HoldMachine();
+  const virtualhub::HostConfig& host = machine->host();
   HostDescription description;
   description.major = host.major;
   description.minor = host.minor;
   description.build = host.build;
   description.architecture = NativeArchitecture();
   description.hasVersionStore =
-      host.hasVersionStore && CanRead(*world, "DescribeHost.VersionStore");
+      host.hasVersionStore && CanRead(*machine, "DescribeHost.VersionStore");
   if (!description.hasVersionStore) return description;
-  if (CanRead(*world, "DescribeHost.ProductName")) description.productName = host.productName;
-  if (CanRead(*world, "DescribeHost.UpdateRevision")) {
+  if (CanRead(*machine, "DescribeHost.ProductName")) description.productName = host.productName;
+  if (CanRead(*machine, "DescribeHost.UpdateRevision")) {
     description.updateRevision = host.updateRevision;
   }
   return description;

@@ -1,7 +1,7 @@
 #include "platform/virtual/machine.h"
 
-#include "platform/backend_locks.h"
 #include "platform/process_object.h"
+#include "platform/system/backend_locks.h"
 
 namespace qzhid::platform {
 
@@ -9,20 +9,20 @@ namespace {
 
 struct MachineEnd {
   MachineEnd() = default;
-  ~MachineEnd() { virtualhub::UninstallWorld(); }
+  ~MachineEnd() { virtualhub::UninstallMachine(); }
   MachineEnd(const MachineEnd&) = delete;
   MachineEnd& operator=(const MachineEnd&) = delete;
 };
 
 }  // namespace
 
-std::shared_ptr<virtualhub::World> HoldMachine() {
+std::shared_ptr<virtualhub::Machine> HoldMachine() {
   static constinit CProcessObject<MachineEnd> end;
   end.Get();
-  return virtualhub::HoldCurrentWorld();
+  return virtualhub::HoldCurrentMachine();
 }
 
-void LockBackend() { virtualhub::LockCurrentWorld(); }
-void UnlockBackend() { virtualhub::UnlockCurrentWorld(); }
+void LockBackend() { virtualhub::LockCurrentMachine(); }
+void UnlockBackend() { virtualhub::UnlockCurrentMachine(); }
 
 }  // namespace qzhid::platform

@@ -3,11 +3,11 @@
 
 #include <memory>
 
-#include "virtualhub/current_world.h"
+#include "virtualhub/bus/current_machine.h"
 
 namespace qzhid::platform {
 
 /// The current machine of the process. The unloading of the library ends it.
-std::shared_ptr<virtualhub::World> HoldMachine();
+std::shared_ptr<virtualhub::Machine> HoldMachine();
 
 }  // namespace qzhid::platform

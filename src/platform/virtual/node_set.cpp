@@ -1,8 +1,8 @@
 // Device nodes of an interface class.
 #include <vector>
 
-#include "platform/hid_class.h"
 #include "platform/platform.h"
+#include "platform/system/hid_class.h"
 #include "platform/virtual/error_codes.h"
 #include "platform/virtual/machine.h"
 #include "platform/virtual/open_handle.h"
@@ -11,7 +11,7 @@ namespace qzhid::platform {
 
 using virtualhub::Error;
 using virtualhub::Result;
-using View = virtualhub::World::View;
+using View = virtualhub::Machine::View;
 
 struct NodeSetData {
   COpenHandle handle;
@@ -27,7 +27,7 @@ template <typename Body>
 Status CallForNode(const NodeSet& set, const char* service, std::uint32_t index, Body body) {
   if (!set) return InvalidHandle();
   const DevInst node = index < set->nodes->size() ? (*set->nodes)[index] : 0;
-  return ToStatus(set->handle.world().Call(service, node, index, [&](const View& view) -> Result {
+  return ToStatus(set->handle.machine().Call(service, node, index, [&](const View& view) -> Result {
     return node == 0 ? Result{Error::NoMoreNodes} : body(view, node);
   }));
 }
@@ -36,14 +36,14 @@ Status CallForNode(const NodeSet& set, const char* service, std::uint32_t index,
 
 Status OpenNodeSet(const Guid& interfaceClass, NodeSet& set) {
   set.reset();
-  const auto world = HoldMachine();
+  const auto machine = HoldMachine();
   auto nodes = std::make_shared<const std::vector<DevInst>>();
-  const Result result = world->Call("OpenNodeSet", 0, 0, [&](const View& view) -> Result {
+  const Result result = machine->Call("OpenNodeSet", 0, 0, [&](const View& view) -> Result {
     if (IsHidClass(interfaceClass)) nodes = view.HidNodes();
     return {};
   });
   if (result.ok()) {
-    set.reset(new NodeSetData{{world, virtualhub::HandleKind::NodeSet}, std::move(nodes)});
+    set.reset(new NodeSetData{{machine, virtualhub::HandleKind::NodeSet}, std::move(nodes)});
   }
   return ToStatus(result);
 }
@@ -76,7 +76,7 @@ Status InterfacePath(const NodeSet& set, const DeviceInterface& deviceInterface,
 Status CloseNodeSet(NodeSet& set) {
   if (!set) return InvalidHandle();
   const Result result =
-      set->handle.world().Call("CloseNodeSet", 0, 0, [](const View&) -> Result { return {}; });
+      set->handle.machine().Call("CloseNodeSet", 0, 0, [](const View&) -> Result { return {}; });
   set.reset();
   return ToStatus(result);
 }

@@ -2,26 +2,26 @@
 
 #include <memory>
 
-#include "virtualhub/current_world.h"
+#include "virtualhub/bus/current_machine.h"
 
 namespace qzhid::platform {
 
 /// Keeps the machine alive that a handle belongs to, and counts the handle there.
 class COpenHandle {
  public:
-  COpenHandle(std::shared_ptr<virtualhub::World> world, virtualhub::HandleKind kind)
-      : m_pWorld(std::move(world)), m_Kind(kind) {
-    m_pWorld->AddHandle(m_Kind);
+  COpenHandle(std::shared_ptr<virtualhub::Machine> machine, virtualhub::HandleKind kind)
+      : m_pMachine(std::move(machine)), m_Kind(kind) {
+    m_pMachine->AddHandle(m_Kind);
   }
-  ~COpenHandle() { m_pWorld->DropHandle(m_Kind); }
+  ~COpenHandle() { m_pMachine->DropHandle(m_Kind); }
   COpenHandle(const COpenHandle&) = delete;
   COpenHandle& operator=(const COpenHandle&) = delete;
 
-  virtualhub::World& world() const { return *m_pWorld; }
-  const std::shared_ptr<virtualhub::World>& shared() const { return m_pWorld; }
+  virtualhub::Machine& machine() const { return *m_pMachine; }
+  const std::shared_ptr<virtualhub::Machine>& shared() const { return m_pMachine; }
 
  private:
-  const std::shared_ptr<virtualhub::World> m_pWorld;
+  const std::shared_ptr<virtualhub::Machine> m_pMachine;
   const virtualhub::HandleKind m_Kind;
 };
 

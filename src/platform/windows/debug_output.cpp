@@ -1,4 +1,4 @@
-#include "platform/windows/system.h"
+#include "platform/system/windows/system.h"
 
 namespace qzhid::platform {
 

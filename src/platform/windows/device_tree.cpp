@@ -1,5 +1,5 @@
 // Parents, ids and properties of device nodes, through the configuration manager.
-#include "platform/windows/system.h"
+#include "platform/system/windows/system.h"
 
 // After the general Windows header.
 #include <cfgmgr32.h>

@@ -2,7 +2,7 @@
 // that these are C functions.
 #pragma once
 
-#include "platform/windows/system.h"
+#include "platform/system/windows/system.h"
 
 extern "C" {
 #include <hidsdi.h>

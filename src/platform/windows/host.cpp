@@ -1,8 +1,8 @@
 // What the system says of itself.
 #include <array>
 
-#include "platform/library_file.h"
-#include "platform/windows/system.h"
+#include "platform/system/library_file.h"
+#include "platform/system/windows/system.h"
 
 namespace qzhid::platform {
 

@@ -1,6 +1,6 @@
 // Waiting, the steady clock and local time.
-#include "platform/system_time.h"
-#include "platform/windows/system.h"
+#include "platform/system/system_time.h"
+#include "platform/system/windows/system.h"
 
 namespace qzhid::platform {
 

@@ -1,0 +1,83 @@
+// A machine with a hub that the library runs on, for one input.
+#pragma once
+
+#include "QzHidAPI.h"
+#include "fuzz/fuzz.h"
+#include "support/log_capture.h"
+#include "virtualhub/bus/current_machine.h"
+
+namespace qzhid::fuzz {
+
+/// A hub with all that there can be behind one, named "hub". It runs ROM code, with next to no
+/// flash: memory takes time.
+inline virtualhub::DeviceConfig HubDevice() {
+  virtualhub::DeviceConfig device;
+  device.name = "hub";
+  device.port.ports = {3, 1};
+  device.productText = "WQ HID Hub";
+  device.hub.emplace();
+  device.hub->bankSize = device.hub->bridgeFlash.size = 256;
+  device.hub->i2cTargets[0x50] = virtualhub::EepromConfig{.size = 256};
+  device.hub->i2cTargets[0x42] = virtualhub::BlockTargetConfig{.size = 256};
+  return device;
+}
+
+inline virtualhub::Scenario ScenarioOf(const virtualhub::DeviceConfig& hub) {
+  virtualhub::Scenario scenario;
+  scenario.devices = {hub};
+  return scenario;
+}
+
+/// The machine, with somebody who takes what is logged. At its end the library is as in a fresh
+/// process, and holds nothing any more.
+class LibraryBench {
+ public:
+  explicit LibraryBench(const virtualhub::Scenario& scenario)
+      : machine(virtualhub::InstallMachine(scenario)) {
+    CMsg::Instance().AddResponder(&receiver_);
+  }
+  explicit LibraryBench(const virtualhub::DeviceConfig& hub) : LibraryBench(ScenarioOf(hub)) {}
+  ~LibraryBench() {
+    for (void* const handle : handles) QZ_CloseDev(handle);
+    QZ_CloseDev(nullptr);
+    QZ_ListAllHidDev(nullptr, nullptr);
+    QZ_DllPassPara(0);
+    QZ_ConfigLog(0, 0);
+    using enum virtualhub::HandleKind;
+    for (const auto kind : {HidDevice, Event, NodeSet, PreparsedData}) {
+      Require(machine.openHandles(kind) == 0, "the library closes what it opens");
+    }
+    virtualhub::UninstallMachine();
+  }
+  LibraryBench(const LibraryBench&) = delete;
+  LibraryBench& operator=(const LibraryBench&) = delete;
+
+  void Open(std::uint32_t node) {
+    if (void* const handle = QZ_OpenHid(node)) handles.push_back(handle);
+  }
+
+  virtualhub::Machine& machine;
+  std::vector<void*> handles;  ///< that were opened, closed ones too
+
+ private:
+  test::SilentReceiver receiver_;
+};
+
+/// Lists the hubs, of one filter if there is one, and checks the records.
+inline std::vector<HidDevRecord> List(const std::uint32_t* vid = nullptr, std::uint32_t pid = 0) {
+  HidDevRecord* list = nullptr;
+  std::uint32_t count = 0;
+  const bool isListed = vid == nullptr ? QZ_ListAllHidDev(&list, &count) == 1
+                                       : QZ_ListAllHidDevByVIDPID(*vid, pid, &list, &count) == 1;
+  std::vector<HidDevRecord> records(list, list + (isListed ? count : 0));
+  QZ_FreeDevList(list);
+  for (const HidDevRecord& record : records) {
+    const auto last = QZ_RECORD_TEXT_UNITS - 1;
+    Require(record.dwInst != 0 && record.Level > 0 && record.HwID[last] == 0 &&
+                record.LocationPath[last] == 0 && record.VID[4] == 0 && record.PID[4] == 0,
+            "records are complete");
+  }
+  return records;
+}
+
+}  // namespace qzhid::fuzz

@@ -1,0 +1,33 @@
+// The virtual machine that this process runs on.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "virtualhub/bus/machine.h"
+
+namespace virtualhub {
+
+/// The current machine. On first use it is made from the scenario file that the environment
+/// variable QZ_VIRTUAL_HUB names, or from DefaultScenario() when it is not set; time is real unless
+/// the scenario says otherwise. A file that is refused costs one line on standard error, and the
+/// machine then has no devices.
+Machine& CurrentMachine();
+
+/// The same, to be held: a machine lives as long as someone holds it.
+std::shared_ptr<Machine> HoldCurrentMachine();
+
+/// Makes a new machine and makes it the current one; its time is virtual unless the scenario says
+/// otherwise. Throws ScenarioError for JSON text that is refused.
+Machine& InstallMachine(const Scenario& scenario);
+Machine& InstallMachine(const std::string& json);
+
+/// Gives the current machine up (its hubs' flash is saved), so that the next use makes a new one.
+void UninstallMachine();
+
+/// Around a fork of the process, on the thread that forks: no other thread has a lock of the
+/// machine meanwhile. Unlocked in the parent and in the child.
+void LockCurrentMachine();
+void UnlockCurrentMachine();
+
+}  // namespace virtualhub

@@ -1,0 +1,134 @@
+// How a report gets to its device and back.
+#include "virtualhub/bus/machine.h"
+
+namespace virtualhub {
+
+template <typename Deliver>
+Result Machine::RunExchange(bool output, const HidNode& node, ByteView report, Deliver deliver) {
+  Exchange exchange{0, output, node.number, report};
+  std::shared_ptr<const ExchangeHook> hook;
+  std::uint32_t latencyUs = 0;
+  bool present = false;
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    CatchUp();
+    exchange.number = ++exchanges_;
+    hook = hook_;
+    const Device* device = OfHidNode(node);
+    present = device != nullptr;
+    if (present && device->hub) latencyUs = device->hub->timing().latencyUs;
+  }
+  clock_.SleepUs(latencyUs);
+  if (hook) (*hook)(exchange);
+
+  Effects effects;
+  Result result;
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    CatchUp();
+    Device* device = OfHidNode(node);
+    if (device == nullptr) {
+      result = {present ? Error::CutOff : Error::Gone};
+    } else {
+      const Fault* fault = faults_.Strike(
+          {.on = output ? Fault::On::Output : Fault::On::Input, .device = device->config.name});
+      if (const auto prevented = Prevent(fault, *device)) {
+        result = *prevented;
+      } else if (node.number != device->nodes.hid) {
+        result = {Error::Stall};
+      } else {
+        result = deliver(*device, fault, effects);
+      }
+    }
+    RecordReport(output ? Record::Kind::Output : Record::Kind::Input, node.number, report, result);
+  }
+  clock_.SleepUs(std::uint64_t{effects.delayMs} * 1000);
+  return result;
+}
+
+Result Machine::SetOutputReport(const HidNode& node, ByteView report) {
+  return RunExchange(true, node, report, [&](Device& device, const Fault* fault, Effects& effects) {
+    return DeliverOutput(device, fault, report, effects);
+  });
+}
+
+Result Machine::GetInputReport(const HidNode& node, MutableBytes report) {
+  return RunExchange(false, node, report, [&](Device& device, const Fault* fault, Effects&) {
+    return DeliverInput(device, fault, report);
+  });
+}
+
+// The result of an exchange that a fault keeps from happening; none when it happens.
+std::optional<Result> Machine::Prevent(const Fault* fault, Device& device) {
+  if (fault == nullptr) return std::nullopt;
+  if (fault->action == Fault::Action::Fail) return Result{Error::SystemCode, fault->code};
+  if (fault->action == Fault::Action::Stall) return Result{Error::Stall};
+  if (StrikeDevice(*fault, &device)) return Result{Error::CutOff};
+  return std::nullopt;
+}
+
+Result Machine::DeliverOutput(Device& device, const Fault* fault, ByteView report,
+                              Effects& effects) {
+  if (double_) return double_->take(report);
+  VendorRequest request;
+  const Result decoded = device.channel.Decode(report, request);
+  if (!decoded.ok()) return decoded;
+  const DevInst node = device.nodes.hid;
+  const Result result = CarryOut(device, fault, request, effects);
+  RecordRequest(node, request, result);
+  return result;
+}
+
+Result Machine::CarryOut(Device& device, const Fault* fault, const VendorRequest& request,
+                         Effects& effects) {
+  const Fault* requestFault = faults_.Strike({.on = Fault::On::Request,
+                                              .device = device.config.name,
+                                              .requestType = request.type(),
+                                              .request = request.request()});
+  if (const auto prevented = Prevent(requestFault, device)) return *prevented;
+  if (!device.hub || clock_.NowUs() < device.readyAtUs) return {Error::Stall};
+  if (requestFault != nullptr) fault = requestFault;
+
+  MutableBytes answer;
+  if (request.IsIn()) {
+    answer = device.channel.PrepareAnswer(request.length());
+  } else if (fault != nullptr && fault->action == Fault::Action::LoseWrite) {
+    return {};
+  }
+  const Result result = device.hub->Execute(request, answer, effects);
+  if (!result.ok()) device.channel.DropAnswer();
+  if (fault != nullptr) Garble(*fault, answer);
+  if (effects.reset) StartReset(device);
+  if (effects.save) SaveState(device);
+  return result;
+}
+
+Result Machine::DeliverInput(Device& device, const Fault* fault, MutableBytes report) {
+  if (double_) return double_->answer(report);
+  if (!device.hub || clock_.NowUs() < device.readyAtUs) return {Error::Stall};
+  const Result result = device.channel.Encode(report);
+  if (result.ok() && fault != nullptr) {
+    Garble(*fault, report.subspan(1, std::size_t{device.config.reports.inputLength} - 1));
+  }
+  return result;
+}
+
+void Machine::RecordReport(Record::Kind kind, DevInst node, ByteView report, const Result& result) {
+  if (!recorder_.IsOn()) return;
+  recorder_.Add({.kind = kind,
+                 .timeUs = clock_.NowUs(),
+                 .instance = node,
+                 .data = Bytes(report.begin(), report.end()),
+                 .result = result});
+}
+
+void Machine::RecordRequest(DevInst node, const VendorRequest& request, const Result& result) {
+  if (!recorder_.IsOn()) return;
+  Record record{
+      .kind = Record::Kind::Request, .timeUs = clock_.NowUs(), .instance = node, .result = result};
+  std::copy_n(request.header.begin(), record.setup.size(), record.setup.begin());
+  record.data.assign(request.data().begin(), request.data().end());
+  recorder_.Add(std::move(record));
+}
+
+}  // namespace virtualhub

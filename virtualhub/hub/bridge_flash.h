@@ -1,0 +1,33 @@
+#pragma once
+
+#include "virtualhub/base/bytes.h"
+
+namespace virtualhub {
+
+struct BridgeFlashConfig {
+  std::size_t size = 0x100000;  ///< bytes
+  std::uint32_t busyPolls = 0;  ///< status reads that say busy after each write or erase
+};
+
+/// The flash memory behind the hub's flash bridge (requests 0xF1, 0xCF, 0xF4, 0xF3). It is NOR
+/// flash: writes clear bits only. While it is busy it refuses writes and erases.
+class BridgeFlash {
+ public:
+  static constexpr std::uint8_t kReady = 0, kBusy = 1;
+
+  explicit BridgeFlash(const BridgeFlashConfig& config)
+      : busyPolls_(config.busyPolls), memory_(config.size, 0xFF) {}
+
+  bool Write(std::uint32_t address, ByteView data);
+  bool EraseAll();
+  std::uint8_t ReadStatus();
+
+  const Bytes& memory() const { return memory_; }
+
+ private:
+  std::uint32_t busyPolls_;
+  std::uint32_t busyLeft_ = 0;
+  Bytes memory_;
+};
+
+}  // namespace virtualhub

@@ -1,0 +1,78 @@
+#include "virtualhub/scenario/json_reader.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "virtualhub/scenario/scenario.h"
+
+namespace virtualhub {
+
+namespace {
+
+std::optional<std::uint64_t> ParseHexadecimal(const std::string& text) {
+  if (text.size() < 3 || text.compare(0, 2, "0x") != 0) return std::nullopt;
+  std::uint64_t number = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data() + 2, end, number, 16);
+  if (error != std::errc() || stop != end) return std::nullopt;
+  return number;
+}
+
+}  // namespace
+
+void JsonReader::Fail(const std::string& reason) const {
+  throw ScenarioError((place_.empty() ? "/" : place_) + ": " + reason);
+}
+
+void JsonReader::AllowKeys(std::initializer_list<const char*> keys) const {
+  if (!value_.is_object()) Fail("an object is needed");
+  for (const auto& item : value_.items()) {
+    if (std::find(keys.begin(), keys.end(), item.key()) == keys.end()) {
+      Fail("unknown key \"" + item.key() + "\"");
+    }
+  }
+}
+
+JsonReader JsonReader::Member(const char* key) const {
+  if (!Has(key)) Fail(std::string("\"") + key + "\" is missing");
+  return {value_.at(key), place_ + "/" + key};
+}
+
+std::vector<JsonReader> JsonReader::Items() const {
+  if (!value_.is_array()) Fail("an array is needed");
+  std::vector<JsonReader> items;
+  for (std::size_t i = 0; i < value_.size(); ++i) {
+    items.emplace_back(value_.at(i), place_ + "/" + std::to_string(i));
+  }
+  return items;
+}
+
+std::uint64_t JsonReader::Number(std::uint64_t least, std::uint64_t most) const {
+  std::optional<std::uint64_t> number;
+  if (value_.is_number_unsigned()) number = value_.get<std::uint64_t>();
+  if (value_.is_string()) number = ParseHexadecimal(value_.get<std::string>());
+  if (!number) Fail("a non-negative integer or \"0x\" text is needed");
+  if (*number < least || *number > most) {
+    Fail(std::to_string(*number) + " is not between " + std::to_string(least) + " and " +
+         std::to_string(most));
+  }
+  return *number;
+}
+
+std::string JsonReader::Text() const {
+  if (!value_.is_string()) Fail("a text is needed");
+  return value_.get<std::string>();
+}
+
+std::vector<std::string> JsonReader::Texts() const {
+  std::vector<std::string> texts;
+  for (const JsonReader& item : Items()) texts.push_back(item.Text());
+  return texts;
+}
+
+bool JsonReader::Flag() const {
+  if (!value_.is_boolean()) Fail("true or false is needed");
+  return value_.get<bool>();
+}
+
+}  // namespace virtualhub

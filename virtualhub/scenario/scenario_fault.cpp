@@ -1,0 +1,116 @@
+#include "virtualhub/scenario/scenario_fault.h"
+
+#include <charconv>
+
+#include "virtualhub/bus/port_path.h"
+
+namespace virtualhub {
+
+namespace {
+
+using On = Fault::On;
+using Action = Fault::Action;
+
+bool ParseHexByte(std::string_view text, std::uint8_t& byte) {
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, byte, 16);
+  return text.size() == 2 && error == std::errc() && stop == end;
+}
+
+void ReadRequestCode(const JsonReader& in, Fault& fault) {
+  const std::string text = in.Text();
+  const std::string_view view = text;
+  if (view.size() != 5 || view[2] != '/' || !ParseHexByte(view.substr(0, 2), fault.requestType) ||
+      !ParseHexByte(view.substr(3), fault.request)) {
+    in.Fail("a request is written as type and code in hexadecimal, such as \"40/C8\"");
+  }
+}
+
+void ReadTrigger(const JsonReader& in, Fault& fault) {
+  in.Member("on");
+  in.Choice<On>("on", fault.on,
+                {{"exchange", On::Exchange},
+                 {"output", On::Output},
+                 {"input", On::Input},
+                 {"request", On::Request},
+                 {"call", On::Call},
+                 {"reset", On::Reset}});
+  in.Number("nth", fault.nth, 1);
+  in.Number("count", fault.count);
+  in.Text("device", fault.device);
+  if (in.Has("request") != (fault.on == On::Request)) {
+    in.Fail("\"request\" goes with \"on\": \"request\", and only with it");
+  }
+  if (in.Has("service") != (fault.on == On::Call)) {
+    in.Fail("\"service\" goes with \"on\": \"call\", and only with it");
+  }
+  if (fault.on == On::Request) ReadRequestCode(in.Member("request"), fault);
+  in.Text("service", fault.service);
+  if (fault.on == On::Call && !IsPlatformService(fault.service)) {
+    in.Member("service").Fail("there is no service \"" + fault.service + "\"");
+  }
+}
+
+void ReadAction(const JsonReader& in, Fault& fault) {
+  in.Member("action");
+  in.Choice<Action>("action", fault.action,
+                    {{"fail", Action::Fail},
+                     {"stall", Action::Stall},
+                     {"answer_zeros", Action::AnswerZeros},
+                     {"answer_ones", Action::AnswerOnes},
+                     {"answer_random", Action::AnswerRandom},
+                     {"lose_write", Action::LoseWrite},
+                     {"unplug", Action::Unplug},
+                     {"power_loss", Action::PowerLoss},
+                     {"hold", Action::Hold},
+                     {"never_return", Action::NeverReturn},
+                     {"return_at", Action::ReturnAt}});
+  in.Number("seed", fault.seed);
+  in.Text("port", fault.port);
+  if (!fault.port.empty() && !PortPath::Parse(fault.port)) in.Member("port").Fail("not a port");
+  if (fault.action == Action::Fail) {
+    fault.code = static_cast<std::uint32_t>(in.Member("code").Number(0, 0xFFFFFFFF));
+  }
+  if (fault.action == Action::ReturnAt) in.Member("port");
+}
+
+// Whether an event of that kind can take that action.
+bool Fits(On on, Action action) {
+  const bool bus = action == Action::Unplug || action == Action::PowerLoss;
+  if (action == Action::Hold) return true;
+  switch (on) {
+    case On::Reset:
+      return action == Action::NeverReturn || action == Action::ReturnAt;
+    case On::Call:
+      return bus || action == Action::Fail || action == Action::Stall;
+    default:
+      return action != Action::NeverReturn && action != Action::ReturnAt;
+  }
+}
+
+// When what a fault does is over, in milliseconds; none: never.
+std::optional<std::uint32_t> ReadEnd(const JsonReader& in) {
+  if (in.IsNull()) return std::nullopt;
+  return static_cast<std::uint32_t>(in.Number(0, 0xFFFFFFFF));
+}
+
+}  // namespace
+
+Fault ReadFault(const JsonReader& in) {
+  in.AllowKeys({"on", "request", "service", "device", "nth", "count", "action", "code", "seed",
+                "return_ms", "release_ms", "port"});
+  Fault fault;
+  ReadTrigger(in, fault);
+  ReadAction(in, fault);
+  if (!Fits(fault.on, fault.action)) in.Fail("\"on\" and \"action\" do not go together");
+  const bool takesOff = fault.action == Action::Unplug || fault.action == Action::PowerLoss;
+  if (takesOff) fault.returnMs = ReadEnd(in.Member("return_ms"));
+  if (fault.action == Action::Hold) fault.releaseMs = ReadEnd(in.Member("release_ms"));
+  if ((takesOff || fault.action == Action::Hold) && fault.on == On::Call && fault.device.empty() &&
+      !ConcernsDevice(fault.service)) {
+    in.Fail("\"device\" is missing: this service concerns no device");
+  }
+  return fault;
+}
+
+}  // namespace virtualhub

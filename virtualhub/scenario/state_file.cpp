@@ -1,0 +1,55 @@
+// The file: 8 bytes magic, the flash as the hub saves it, CRC-32 of both (little-endian).
+#include "virtualhub/scenario/state_file.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "virtualhub/base/atomic_file.h"
+#include "virtualhub/base/crc32.h"
+#include "virtualhub/base/whole_file.h"
+
+namespace virtualhub {
+
+namespace {
+
+constexpr std::string_view kMagic = "VHFLASH1";
+constexpr std::size_t kChecksumSize = 4;
+constexpr std::size_t kLongestFile = 0x2001000;  // bytes; of two banks of the largest size
+
+bool IsIntact(ByteView file) {
+  if (file.size() < kMagic.size() + kChecksumSize) return false;
+  const std::size_t checksum = file.size() - kChecksumSize;
+  return std::equal(kMagic.begin(), kMagic.end(), file.begin()) &&
+         Crc32(file.first(checksum)) == LittleEndian32(file, checksum);
+}
+
+}  // namespace
+
+std::filesystem::path StateFilePath(const std::filesystem::path& folder, const std::string& name) {
+  return folder / (name + ".flash");
+}
+
+std::string LoadStateFile(const std::filesystem::path& file, Hub& hub) {
+  std::error_code error;
+  if (!std::filesystem::exists(file, error)) return {};
+  const auto bytes = ReadWholeFile(file, kLongestFile);
+  if (!bytes || !IsIntact(*bytes)) return "the state file is damaged";
+  const ByteView flash =
+      ByteView(*bytes).subspan(kMagic.size(), bytes->size() - kMagic.size() - kChecksumSize);
+  return hub.LoadFlash(flash) ? "" : "the state file belongs to a hub with another flash size";
+}
+
+std::string SaveStateFile(const std::filesystem::path& file, const Hub& hub) {
+  std::error_code error;
+  std::filesystem::create_directories(file.parent_path(), error);
+  if (error) return "cannot create the state folder: " + error.message();
+  Bytes bytes(kMagic.begin(), kMagic.end());
+  const Bytes flash = hub.SaveFlash();
+  bytes.insert(bytes.end(), flash.begin(), flash.end());
+  bytes.resize(bytes.size() + kChecksumSize);
+  const std::size_t checksum = bytes.size() - kChecksumSize;
+  PutLittleEndian32(bytes, checksum, Crc32(ByteView(bytes).first(checksum)));
+  return WriteFileAtomically(file, bytes);
+}
+
+}  // namespace virtualhub
