@@ -111,6 +111,17 @@ TEST_F(ScenarioTest, EveryExampleOfTheDocumentationLoads) {
   EXPECT_GE(blocks, 10);
 }
 
+TEST(ServiceTest, EachHasANameThatAScenarioMayUseAndTheDocumentationLists) {
+  const std::string text = ReadText(QZ_SOURCE_DIR "/docs/virtual-hub.md");
+  for (int i = 0; i <= static_cast<int>(Service::NativeArchitecture); ++i) {
+    const auto service = static_cast<Service>(i);
+    const std::string name(NameOf(service));
+    EXPECT_EQ(service, ServiceNamed(name)) << name;
+    EXPECT_NE(std::string::npos, text.find('`' + name + '`')) << name;
+  }
+  EXPECT_EQ(std::nullopt, ServiceNamed("OpenNode"));
+}
+
 TEST(ImageTest, FieldsAreWhereTheChipHasThem) {
   for (const auto& [chip, offset] : std::vector<std::pair<std::uint16_t, std::size_t>>{
            {0x4A17, 0x7F52}, {0x4A26, 0x7F6E}, {0x93E5, 0x7FA6}, {0x1234, 0x7F5E}}) {

@@ -174,7 +174,7 @@ Result UsbDevice::GetString(const SetupPacket& setup, Bytes& answer) {
 
 // Goes through the machine, where faults may strike it.
 Result UsbDevice::GetProductText(Bytes& answer) {
-  return machine_.Call("GetIndexedString", device_.hid.number, kProductTextString,
+  return machine_.Call(Service::GetIndexedString, device_.hid.number, kProductTextString,
                        [&](const Machine::View& view) -> Result {
                          if (view.FindHid(device_.hid) == nullptr) return {Error::CutOff};
                          if (!device_.productText) return kStall;

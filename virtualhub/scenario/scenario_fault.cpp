@@ -26,6 +26,13 @@ void ReadRequestCode(const JsonReader& in, Fault& fault) {
   }
 }
 
+Service ReadService(const JsonReader& in) {
+  const std::string name = in.Text();
+  const auto service = ServiceNamed(name);
+  if (!service) in.Fail("there is no service \"" + name + "\"");
+  return *service;
+}
+
 void ReadTrigger(const JsonReader& in, Fault& fault) {
   in.Member("on");
   in.Choice<On>("on", fault.on,
@@ -45,10 +52,7 @@ void ReadTrigger(const JsonReader& in, Fault& fault) {
     in.Fail("\"service\" goes with \"on\": \"call\", and only with it");
   }
   if (fault.on == On::Request) ReadRequestCode(in.Member("request"), fault);
-  in.Text("service", fault.service);
-  if (fault.on == On::Call && !IsPlatformService(fault.service)) {
-    in.Member("service").Fail("there is no service \"" + fault.service + "\"");
-  }
+  if (fault.on == On::Call) fault.service = ReadService(in.Member("service"));
 }
 
 void ReadAction(const JsonReader& in, Fault& fault) {
@@ -107,7 +111,7 @@ Fault ReadFault(const JsonReader& in) {
   if (takesOff) fault.returnMs = ReadEnd(in.Member("return_ms"));
   if (fault.action == Action::Hold) fault.releaseMs = ReadEnd(in.Member("release_ms"));
   if ((takesOff || fault.action == Action::Hold) && fault.on == On::Call && fault.device.empty() &&
-      !ConcernsDevice(fault.service)) {
+      !ConcernsDevice(*fault.service)) {
     in.Fail("\"device\" is missing: this service concerns no device");
   }
   return fault;
