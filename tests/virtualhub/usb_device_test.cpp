@@ -82,7 +82,7 @@ TEST_F(UsbDeviceTest, OutputReportsAreTakenWhereTheFirmwareListens) {
   const struct {
     std::string endpoint, viaControl, viaEndpoint, halt;
   } rows[] = {{"none", "ok", "stall", "stall"},
-              {"deaf", "ok", "stall", "ok"},
+              {"ignored", "ok", "stall", "ok"},
               {"only", "stall", "ok", "ok"},
               {"both", "ok", "ok", "ok"}};
   for (const auto& row : rows) {

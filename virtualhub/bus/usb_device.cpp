@@ -251,7 +251,7 @@ Result UsbDevice::InterruptOut(ByteView data) {
   if (!IsPresent()) return {Error::Gone};
   const bool* const halted = HaltOf(kInterruptOutEndpoint);
   if (halted == nullptr || *halted) return kStall;
-  if (device_.reports.outEndpoint == OutEndpoint::Deaf) return kStall;
+  if (device_.reports.outEndpoint == OutEndpoint::Ignored) return kStall;
   const bool isNumbered = device_.reports.channel2 && !data.empty() && data[0] == kNumberedReport;
   const Result result = TakeOutputReport(isNumbered ? kNumberedReport : 0, data);
   return result.error == Error::BadReport ? kStall : result;
