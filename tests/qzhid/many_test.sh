@@ -27,7 +27,7 @@ said 6 "qzhid: hub 8 ($root#USB(3)): the update failed, and the hub has left the
 closed='{"on": "call", "service": "OpenHidDevice", "count": 0, "device": "h4", "action": "fail", "code": 13}'
 machine "$(at 1 ', "running": "rom"'), $(at 2), $(at 3 ', "image": {"version": "0x0210"}'), $(at 4), $(at 5 ', "image": {"pid": "0x0820"}')" "$closed"
 all
-said 1 "qzhid: hub 4 ($root#USB(1)): the hub sits in its loader; write its firmware with 'qzhid recover --image FILE'"
+said 1 "qzhid: hub 4 ($root#USB(1)): the hub is in its loader; write its firmware with 'qzhid recover --image FILE'"
 sed 's/^hub \([0-9]*\).*, \(.*\) %/\1 \2/; s/^hub \([0-9]*\).*->.*/\1 change/; s/^qzhid: hub \([0-9]*\).*/\1 refused/' "$work/err" | sort -s -k2,2r | grep -v '[0-9]$' | tr '\n' ' ' > "$work/order"
 grep -qx '4 refused 8 refused 12 refused 10 refused 6 change ' "$work/order" || complain "refused: $(cat "$work/order")"
 {
@@ -70,6 +70,20 @@ ended 6 "qzhid: hub 4 ($root#USB(1)): the process that wrote the hub died (it wa
 said 6 '1 of 2 hubs updated to 2.10'
 expect 0 'runs          loader' info 4
 expect 0 'runs          firmware 2.10' info 6
+
+# A process whose messages make no sense is not trusted: the state of its hub is unknown. Another
+# process writes into its pipe here, between its own lines.
+while read -r line reason; do
+  slow "$both"
+  start update --all --yes --jobs 1 --image "$work/new.bin"
+  await '^hub 4.*writing, 40'
+  printf '%b\n' "$line" > "/proc/$(cut -d' ' -f1 "/proc/$!/task/$!/children")/fd/1"
+  ended 6 "qzhid: hub 4 ($root#USB(1)): the process that wrote the hub sent an invalid message (it is $reason), and the hub's state is unknown; $gone"
+  said 6 '1 of 2 hubs updated to 2.10'
+done <<END
+garbage not a JSON object
+{"message":"ready"} out of turn
+END
 
 # Interrupted once, all are written; twice, no further one is started.
 for count in 1 2; do

@@ -46,8 +46,8 @@ update --quiet
 [ "$status" -eq 0 ] && [ ! -s "$work/out" ] && [ ! -s "$work/err" ] || complain '--quiet is not quiet'
 
 me="qzhid: hub 5 ($usb):"
-foreign="name this hub's image, or add --force to write it all the same"
-expect 2 "$me there is no terminal to ask on; add --yes to go on without being asked" update --image "$work/new.bin"
+foreign="name this hub's image, or add --force to write it anyway"
+expect 2 "$me there is no terminal to ask on; add --yes to continue without being asked" update --image "$work/new.bin"
 expect 2 "qzhid: --image is required; see 'qzhid --help'" update
 expect 5 "$me the image is for 2E7C:0820, the hub is 2E7C:0818; $foreign" update --yes --image "$work/other.bin"
 expect 5 "$me the hub already runs 1.02; nothing needs to be done, or add --reinstall to write it again" \
@@ -64,10 +64,10 @@ done <<END
 300 short: 300 bytes of at least 32680
 16777217 long: 16777217 bytes of at most 16777216
 END
-expect 3 "qzhid: no hub is '6'; see 'qzhid list' for the hubs that are attached" update 6 --image "$work/new.bin"
+expect 3 "qzhid: no hub matches '6'; see 'qzhid list' for the hubs that are attached" update 6 --image "$work/new.bin"
 
 machine "$(hub ', "running": "rom", "rom": {"pid": "0x0810"}')"
-expect 1 "$me the hub sits in its loader; write its firmware with 'qzhid recover --image FILE'" update --yes --image "$work/new.bin"
+expect 1 "$me the hub is in its loader; write its firmware with 'qzhid recover --image FILE'" update --yes --image "$work/new.bin"
 expect 5 "$me the image is for vendor 2E7D, the hub is of vendor 2E7C; $foreign" recover --yes --image "$work/vendor.bin"
 expect 0 "hub 5 ($usb) runs 2.10 now" recover --yes --image "$work/new.bin"
 
@@ -83,13 +83,22 @@ expect 0 "hub 5 ($usb) runs 2.10 now" recover --yes --image "$work/new.bin"
 expect 0 'runs          firmware 2.10' info
 stall='{"on": "request", "request": "40/C8", "nth": 9, "count": 0, "action": "stall"}'
 machine "$(hub)" "$stall"
-expect 1 '    "what": "the update failed, and the hub sits in its loader",' update --yes --json --image "$work/new.bin"
+expect 1 '    "what": "the update failed, and the hub is in its loader",' update --yes --json --image "$work/new.bin"
 
-# --verbose: the last failures of the update, and nothing else.
+# --verbose: the last lines of the log as the update left it.
 update --verbose
 sed -n 's/^  log: \(\[.*\]  \)\?//p' "$work/err" > "$work/log"
 printf '%s\n' 'CHidTransfers::HidDataOut, Set Report Fail,ErrorCode:32' 'CHidTransfers::HidDataOut, Set Report Fail,ErrorCode:32' 'CUniversalFlow::DevUpdate, ' \
-  'fail to write flash' 'QZ_UpdateDev, Update Fail' | diff -u - "$work/log" >&2 || complain 'other failures'
+  'fail to write flash' 'QZ_UpdateDev, Update Fail' > "$work/golden"
+tail -n 5 "$work/log" | diff -u "$work/golden" - >&2 || complain 'not the last lines of the log'
+
+# What is not a job for a worker is rejected.
+for job in '' '{"message": "write"}'; do
+  status=0
+  echo "$job" | "$qzhid" worker > "$work/out" 2> "$work/err" || status=$?
+  [ $status -eq 2 ] || complain "worker: status $status"
+  grep -q '^qzhid: standard input is not a job for a worker: it is not a' "$work/err" || complain 'no reason'
+done
 
 # An interrupt while the flash is written. Each signal waits for the answer to the one before.
 for count in 1 2; do

@@ -50,7 +50,7 @@ class Client {
   Bytes device;  ///< what the import said of it
 
  private:
-  FileDescriptor socket_;
+  tools::Descriptor socket_;
 };
 
 class ServerTest : public virtualhub::test::HubBench {
@@ -87,7 +87,7 @@ class ServerTest : public virtualhub::test::HubBench {
 
   StopEvent stop;
   EventLog log;
-  FileDescriptor listener = Listen(*SocketAddress::Parse("127.0.0.1:0"));
+  tools::Descriptor listener = Listen(*SocketAddress::Parse("127.0.0.1:0"));
   std::unique_ptr<Server> server;
   std::thread thread;
 };
@@ -201,7 +201,7 @@ TEST(SocketTest, AddressesAreNumbers) {
 TEST(SocketTest, NothingIsWaitedForBehindTheDeadline) {
   int ends[2];
   ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, ends));
-  const FileDescriptor left(ends[0]), right(ends[1]);
+  const tools::Descriptor left(ends[0]), right(ends[1]);
   const StopEvent stop;
   const auto now = std::chrono::steady_clock::now();
   Bytes buffer(8);

@@ -3,9 +3,9 @@
 #include <optional>
 #include <string>
 
+#include "common/descriptor.h"
 #include "qzhub/event_log.h"
 #include "qzhub/exports.h"
-#include "qzhub/file_descriptor.h"
 #include "qzhub/stop_event.h"
 #include "qzhub/vhci.h"
 #include "virtualhub/bus/machine.h"
@@ -44,7 +44,7 @@ class Attachment {
   EventLog& log_;
   std::optional<virtualhub::BusDevice> device_;  // as it was attached last
   std::optional<std::uint32_t> port_;
-  FileDescriptor socket_;  // none while it is not attached
+  tools::Descriptor socket_;  // none while it is not attached
 };
 
 }  // namespace qzhub

@@ -16,7 +16,7 @@ struct ServeOptions {
 
 void Serve(const ServeOptions& options) {
   const virtualhub::Scenario scenario = LoadScenario(options.scenario);
-  const FileDescriptor listener = Listen(*SocketAddress::Parse(options.listen));
+  const tools::Descriptor listener = Listen(*SocketAddress::Parse(options.listen));
   virtualhub::Machine machine(scenario);
   const StopEvent stop;
   stop.RequestOnSignals();

@@ -4,9 +4,9 @@
 #include <list>
 #include <mutex>
 
+#include "common/descriptor.h"
 #include "qzhub/event_log.h"
 #include "qzhub/exports.h"
-#include "qzhub/file_descriptor.h"
 #include "qzhub/stop_event.h"
 #include "virtualhub/bus/machine.h"
 
@@ -29,7 +29,7 @@ class Server {
   void Run(int listener);
 
  private:
-  void Admit(FileDescriptor socket);
+  void Admit(tools::Descriptor socket);
   void Serve(int socket);
   void List(int socket);
   void Import(int socket, const std::string& peer, ByteView busidField);

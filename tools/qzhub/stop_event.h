@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "qzhub/file_descriptor.h"
+#include "common/descriptor.h"
 
 namespace qzhub {
 
@@ -24,7 +24,7 @@ class StopEvent {
   void RequestOnSignals() const;
 
  private:
-  FileDescriptor fd_;
+  tools::Descriptor fd_;
 };
 
 }  // namespace qzhub

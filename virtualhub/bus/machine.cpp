@@ -77,13 +77,13 @@ void Machine::Save() {
 void Machine::LoadState(Device& device) {
   if (stateFolder_.empty() || !device.hub) return;
   const auto file = StateFilePath(stateFolder_, device.config.name);
-  const std::string problem = LoadStateFile(file, *device.hub);
-  if (problem.empty()) {
+  try {
+    LoadStateFile(file, *device.hub);
     device.savedFlash = device.hub->SaveFlash();
-    return;
+  } catch (const FileError& error) {
+    std::cerr << "virtualhub: the state file " << file.string() << ' ' << error.what()
+              << "; the hub starts with the image of the scenario\n";
   }
-  std::cerr << "virtualhub: " << file.string() << ": " << problem
-            << "; the hub starts with the image of the scenario\n";
 }
 
 void Machine::SaveState(Device& device) {
@@ -91,17 +91,17 @@ void Machine::SaveState(Device& device) {
   const auto file = StateFilePath(stateFolder_, device.config.name);
   // What did not change here may have been changed by another process meanwhile.
   Bytes flash = device.hub->SaveFlash();
-  if (flash == device.savedFlash && std::filesystem::exists(file)) return;
-  const std::string problem = SaveStateFile(file, *device.hub);
-  if (problem.empty()) {
+  std::error_code unknown;
+  if (flash == device.savedFlash && std::filesystem::exists(file, unknown)) return;
+  try {
+    SaveStateFile(file, *device.hub);
     device.savedFlash = std::move(flash);
-  } else {
-    std::cerr << "virtualhub: " << file.string() << ": " << problem << '\n';
+  } catch (const FileError& error) {
+    std::cerr << "virtualhub: the state file " << file.string() << ' ' << error.what() << '\n';
   }
 }
 
-// ---- The bus
-// -------------------------------------------------------------------------------------
+// ---- The bus ------------------------------------------------------------------------------------
 
 void Machine::CatchUp() {
   const std::uint64_t now = clock_.NowUs();
@@ -215,8 +215,7 @@ Machine::Device* Machine::OfHidNode(const HidNode& node) {
   return device != nullptr && device->stay == node.stay ? device : nullptr;
 }
 
-// ---- What a host does
-// ----------------------------------------------------------------------------
+// ---- What a host does ---------------------------------------------------------------------------
 
 const Node* Machine::View::FindNode(DevInst node) const { return machine_.tree_.Find(node); }
 
@@ -322,8 +321,7 @@ void Machine::DebugText(std::string text) {
                  .result = {}});
 }
 
-// ---- What a test does
-// ----------------------------------------------------------------------------
+// ---- What a test does ---------------------------------------------------------------------------
 
 DevInst Machine::HidInstance(std::string_view device) {
   const std::lock_guard<std::mutex> guard(mutex_);

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <set>
 
-#include "virtualhub/base/whole_file.h"
+#include "virtualhub/base/files.h"
 #include "virtualhub/hub/image.h"
 #include "virtualhub/scenario/json_reader.h"
 #include "virtualhub/scenario/scenario_fault.h"
@@ -247,9 +247,13 @@ Scenario ReadScenario(const std::string& text, const std::filesystem::path& fold
 }
 
 Scenario ReadScenarioFile(const std::filesystem::path& file) {
-  const auto text = ReadWholeFile(file, kLongestFile);
-  if (!text) throw ScenarioError("the file cannot be opened");
-  return ReadScenario({text->begin(), text->end()}, file.parent_path());
+  Bytes text;
+  try {
+    text = ReadWholeFile(file, kLongestFile);
+  } catch (const FileError& error) {
+    throw ScenarioError(std::string("the file ") + error.what());
+  }
+  return ReadScenario({text.begin(), text.end()}, file.parent_path());
 }
 
 Scenario DefaultScenario() {

@@ -50,7 +50,7 @@ struct Scenario {
   std::filesystem::path stateFolder;  ///< empty: flash contents end with the process
 };
 
-/// Why a scenario is refused: the place (JSON pointer, or line and column) and the reason.
+/// Why a scenario is rejected: the place (JSON pointer, or line and column) and the reason.
 class ScenarioError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -58,6 +58,9 @@ class ScenarioError : public std::runtime_error {
 
 /// Reads a scenario from JSON text. Relative paths in it start at `folder`. Throws ScenarioError.
 Scenario ReadScenario(const std::string& text, const std::filesystem::path& folder = {});
+
+/// The environment variable that names the scenario file of a process.
+inline constexpr const char* kScenarioVariable = "QZ_VIRTUAL_HUB";
 
 /// Reads a scenario file; relative paths in it start at its folder. Throws ScenarioError.
 Scenario ReadScenarioFile(const std::filesystem::path& file);

@@ -1,6 +1,6 @@
 #include "virtualhub/scenario/scenario_hub.h"
 
-#include "virtualhub/base/whole_file.h"
+#include "virtualhub/base/files.h"
 #include "virtualhub/hub/image.h"
 
 namespace virtualhub {
@@ -11,9 +11,13 @@ constexpr std::size_t kDefaultImageSize = 0x10000;
 constexpr std::size_t kLargestMemory = 0x1000000;
 
 Bytes LoadImageFile(const JsonReader& in, const std::filesystem::path& folder) {
-  std::optional<Bytes> image = ReadWholeFile(folder / in.Text(), kLargestMemory);
-  if (!image || image->empty()) in.Fail("the image file cannot be read or is empty");
-  return std::move(*image);
+  try {
+    Bytes image = ReadWholeFile(folder / in.Text(), kLargestMemory);
+    if (!image.empty()) return image;
+  } catch (const FileError& error) {
+    in.Fail(std::string("the image file ") + error.what());
+  }
+  in.Fail("the image file is empty");
 }
 
 Bytes GenerateImage(const JsonReader& in) {
