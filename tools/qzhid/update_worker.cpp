@@ -15,7 +15,7 @@ namespace qzhid {
 namespace {
 
 void Send(const WorkerReport& report) {
-  // When nobody reads any more, the hub is written all the same.
+  // The hub is written even when nobody reads any more.
   std::cout << ToLine(report) << std::flush;
   std::cout.clear();
 }

@@ -23,7 +23,7 @@ constexpr auto kRequestTime = std::chrono::seconds(5);
 constexpr auto kAcceptPause = std::chrono::milliseconds(100);
 
 void SetOption(int socket, int level, int option, int value) {
-  // They only make things better; a socket that refuses them serves as well.
+  // These are improvements only; a socket without them works, too.
   setsockopt(socket, level, option, &value, sizeof(value));
 }
 

@@ -12,9 +12,9 @@
 
 namespace qzhub {
 
-/// A USB/IP server. Each client has a thread, and nothing that a client does or leaves undone
-/// concerns another one, except that a device is imported by one at a time. A connection ends
-/// behind its first request, unless that imports a device; the request must be complete in time.
+/// A USB/IP server. Each client has its own thread, and no client can disturb another one, except
+/// that only one at a time can import a device. A connection ends after its first request, unless
+/// that imports a device; the request must be complete in time.
 class Server {
  public:
   Server(virtualhub::Machine& machine, std::vector<Export> exports, const StopEvent& stop,

@@ -6,7 +6,7 @@
 
 namespace qzhub {
 
-/// The request to end: every thread that waits for something waits for this as well. It stays set.
+/// The request to end: every thread that waits for something also waits for this. It stays set.
 class StopEvent {
  public:
   StopEvent();

@@ -89,7 +89,7 @@ void Machine::LoadState(Device& device) {
 void Machine::SaveState(Device& device) {
   if (stateFolder_.empty() || !device.hub) return;
   const auto file = StateFilePath(stateFolder_, device.config.name);
-  // What did not change here may have been changed by another process meanwhile.
+  // When nothing changed here, another process may have changed the file meanwhile.
   Bytes flash = device.hub->SaveFlash();
   std::error_code unknown;
   if (flash == device.savedFlash && std::filesystem::exists(file, unknown)) return;
@@ -106,7 +106,7 @@ void Machine::SaveState(Device& device) {
 void Machine::CatchUp() {
   const std::uint64_t now = clock_.NowUs();
   if (now < nextChangeUs_) return;
-  nextChangeUs_ = 0;  // should memory run out on the way, the rest is caught up with later
+  nextChangeUs_ = 0;  // if memory runs out on the way, the rest is done later
   std::uint64_t next = kNever;
   for (Device& device : devices_) {
     if (device.leaveAtUs && *device.leaveAtUs <= now) Leave(device);
@@ -136,7 +136,7 @@ void Machine::Arrive(Device& device, std::uint64_t atUs) {
   device.nodes = std::move(nodes);
   device.stay = ++stays_;
   hidNodes_.reset();
-  device.returnAtUs.reset();  // not before: without memory for its nodes it arrives later
+  device.returnAtUs.reset();  // not earlier: without memory for its nodes it arrives later
 }
 
 void Machine::Leave(Device& device) {
@@ -360,7 +360,7 @@ void Machine::Plug(std::string_view device, const std::string& port) {
 
 void Machine::AddFault(const Fault& fault) {
   const std::lock_guard<std::mutex> guard(mutex_);
-  // A fault that could not act is a mistake of whoever adds it.
+  // A fault that cannot strike is a mistake of the caller.
   if ((fault.on == Fault::On::Call) != fault.service.has_value()) {
     throw std::invalid_argument("a service goes with Fault::On::Call, and only with it");
   }

@@ -1,4 +1,4 @@
-// What happened in the virtual machine, in order.
+// What happened in the machine, in order.
 #pragma once
 
 #include <array>
@@ -21,7 +21,7 @@ struct Record {
     Output,   ///< an output report
     Input,    ///< an input report
     Request,  ///< the vendor request in the output report that follows in the record
-    Debug,    ///< a text for the debugger
+    Debug,    ///< a text for a debugger
   };
 
   Kind kind;
@@ -38,7 +38,7 @@ struct Record {
   std::uint16_t key() const { return static_cast<std::uint16_t>(setup[0] << 8 | setup[1]); }
 };
 
-/// Keeps records while it is on. Reading is for the time when no call is under way.
+/// Keeps records while it is on. It must only be read while no call is under way.
 class Recorder {
  public:
   void Start() { on_ = true; }
@@ -58,7 +58,7 @@ class Recorder {
   /// The calls of one service, in order.
   std::vector<Record> Calls(Service service) const;
 
-  /// The texts for the debugger, in order.
+  /// The texts for a debugger, in order.
   std::vector<std::string> DebugTexts() const;
 
  private:

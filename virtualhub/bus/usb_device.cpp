@@ -95,8 +95,7 @@ Result UsbDevice::Control(const SetupPacket& setup, ByteView data, Bytes& answer
   return result;
 }
 
-// ---- Standard requests
-// ---------------------------------------------------------------------------
+// ---- Standard requests --------------------------------------------------------------------------
 
 Result UsbDevice::GetDeviceStatus(const SetupPacket&, ByteView, Bytes& answer) {
   answer = {kSelfPoweredStatus, 0};
@@ -217,11 +216,9 @@ Result UsbDevice::SetInterface(const SetupPacket& setup, ByteView, Bytes&) {
   return kDone;
 }
 
-// ---- Class requests
-// ------------------------------------------------------------------------------
+// ---- Class requests -----------------------------------------------------------------------------
 
-// A report with an ID travels with it; a report without one travels without the byte that stands
-// for it in the machine.
+// Only a report with an ID has it on the wire; in the machine byte 0 of every report is its ID.
 Result UsbDevice::GetReport(const SetupPacket& setup, ByteView, Bytes& answer) {
   if (High(setup.value) != kInputReport) return kStall;
   const std::uint8_t id = Low(setup.value);
