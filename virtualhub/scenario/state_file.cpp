@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::string_view kMagic = "VHFLASH1";
 constexpr std::size_t kChecksumSize = 4;
-constexpr std::size_t kLongestFile = 0x2001000;  // bytes; of two banks of the largest size
+constexpr std::size_t kLongestState = 0x2001000;  // bytes; of two banks of the largest size
 
 bool IsIntact(ByteView file) {
   if (file.size() < kMagic.size() + kChecksumSize) return false;
@@ -32,7 +32,7 @@ std::filesystem::path StateFilePath(const std::filesystem::path& folder, const s
 std::string LoadStateFile(const std::filesystem::path& file, Hub& hub) {
   std::error_code error;
   if (!std::filesystem::exists(file, error)) return {};
-  const auto bytes = ReadWholeFile(file, kLongestFile);
+  const auto bytes = ReadWholeFile(file, kLongestState);
   if (!bytes || !IsIntact(*bytes)) return "the state file is damaged";
   const ByteView flash =
       ByteView(*bytes).subspan(kMagic.size(), bytes->size() - kMagic.size() - kChecksumSize);
