@@ -1,12 +1,15 @@
-# qz_add_library(target backend folder): the library on one platform backend, in a folder of its own
-# below the folder of libraries (or in that folder itself, when the argument is empty).
-function(qz_add_library target backend folder)
+# qz_add_library(target name backend folder): the library on one platform backend, known to hosts as
+# QzHidAPI::NAME, in a folder of its own under the folder of libraries (or in that folder itself, when
+# the argument is empty).
+function(qz_add_library target name backend folder)
   add_library(${target} SHARED $<TARGET_OBJECTS:qzhid_core> $<TARGET_OBJECTS:${backend}>)
+  add_library(QzHidAPI::${name} ALIAS ${target})
   target_link_libraries(${target} PRIVATE ${backend} Threads::Threads)
   target_include_directories(${target} INTERFACE
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
   set_target_properties(${target} PROPERTIES
     OUTPUT_NAME QzHidAPI
+    EXPORT_NAME ${name}
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin/${folder}
     LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib/${folder}
     ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib/${folder})

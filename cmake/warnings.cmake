@@ -1,11 +1,10 @@
-# Warnings are errors in all code of this project, where script/check sees the compiler's;
-# qz_warnings carries the flags to each target.
+# qz_warnings carries the flags to each target. The presets make warnings errors.
 add_library(qz_warnings INTERFACE)
 if(MSVC)
   target_compile_options(qz_warnings INTERFACE /W4 /permissive- /utf-8)
 else()
-  target_compile_options(qz_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+  target_compile_options(qz_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
     $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
-    # The log tells when the library was built.
+    # The log says when the library was built.
     $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wno-date-time>)
 endif()

@@ -36,7 +36,7 @@ done
 
 # The flags are words of their own.
 # shellcheck disable=SC2046,SC2086
-$CC $CFLAGS $(pkg-config --cflags qzhidapi) "$project/host.c" $(pkg-config --libs qzhidapi) \
+$CC $CFLAGS $(pkg-config --cflags qzhidapi) "$project/../host.c" $(pkg-config --libs qzhidapi) \
   -o "$work/host"
 for host in "$work/1.0/real_host" "$work/host"; do
   finds_hub "$host" "$virtual"

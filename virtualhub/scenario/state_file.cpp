@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::string_view kMagic = "VHFLASH1";
 constexpr std::size_t kChecksumSize = 4;
-constexpr std::size_t kLongestFile = 0x2001000;  // bytes; of two banks of the largest size
+constexpr std::size_t kLongestState = 0x2001000;  // bytes; of two banks of the largest size
 
 bool IsIntact(ByteView file) {
   if (file.size() < kMagic.size() + kChecksumSize) return false;
@@ -30,7 +30,7 @@ std::filesystem::path StateFilePath(const std::filesystem::path& folder, const s
 void LoadStateFile(const std::filesystem::path& file, Hub& hub) {
   std::error_code error;
   if (!std::filesystem::exists(file, error)) return;
-  const Bytes bytes = ReadWholeFile(file, kLongestFile);
+  const Bytes bytes = ReadWholeFile(file, kLongestState);
   if (!IsIntact(bytes)) throw FileError("is damaged");
   const ByteView flash =
       ByteView(bytes).subspan(kMagic.size(), bytes.size() - kMagic.size() - kChecksumSize);
