@@ -1,4 +1,4 @@
-// Scenarios that are refused, the examples of the documentation, and the image tool.
+// Scenarios that are rejected, the examples of the documentation, and the image tool.
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -17,10 +17,10 @@ std::string ReadText(const std::filesystem::path& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-TEST_F(ScenarioTest, RefusalsNamePlaceAndReason) {
+TEST_F(ScenarioTest, ARejectionNamesPlaceAndReason) {
   using Cases = std::vector<std::pair<std::string, std::string>>;
   const std::tuple<std::string, std::string, Cases> groups[] = {
-      // before, behind, each member
+      // before, after, each member
       {"{",
        "}",
        {{"\n\"time\":\n", "parse error at line 3, column 1"},
@@ -80,18 +80,18 @@ TEST_F(ScenarioTest, RefusalsNamePlaceAndReason) {
          "/faults/0/service: there is no service \"Open\""}}}};
   for (const auto& [open, close, cases] : groups) {
     for (const auto& [members, reason] : cases) {
-      std::string refusal = "accepted";
+      std::string rejection = "accepted";
       try {
         ReadScenario(open + members + close);
       } catch (const ScenarioError& error) {
-        refusal = error.what();
+        rejection = error.what();
       }
-      EXPECT_EQ(reason, refusal.substr(0, reason.size())) << members << '\n' << refusal;
+      EXPECT_EQ(reason, rejection.substr(0, reason.size())) << members << '\n' << rejection;
     }
   }
 }
 
-TEST_F(ScenarioTest, BadFileCostsOneLineAndAllDevices) {
+TEST_F(ScenarioTest, ABadFileCostsOneLineAndAllDevices) {
   const std::string file = ::testing::TempDir() + "bad.json";
   std::ofstream(file) << R"({"devices": 3})";
   for (const std::string& name : {file, std::string("/nowhere/at/all.json"), std::string("/")}) {

@@ -122,9 +122,14 @@ TEST_F(UsbDeviceTest, ProductTextTravelsAsUtf16) {
   EXPECT_EQ(254u, StringDescriptor(std::string(300, 'a')).size());
   EXPECT_EQ(254u, StringDescriptor(std::string(124, 'a') + smile + "b")[0]);
   EXPECT_EQ(252u, StringDescriptor(std::string(125, 'a') + smile)[0]) << "no half character";
+}
+
+TEST_F(UsbDeviceTest, AFaultOnTheProductTextStrikes) {
+  Enumerate(OneHub());
+  const std::string fetch = "80 06 34 03 09 04 02 00";
   machine->AddFault(
       {.on = Fault::On::Call, .service = Service::GetIndexedString, .nth = 2, .code = 5});
-  EXPECT_EQ("code 5", (Transfer(fetch), Transfer(fetch)));
+  ExpectTransfers({{fetch, "16 03"}, {fetch, "code 5"}, {fetch, "16 03"}});
 }
 
 TEST_F(UsbDeviceTest, RequestsKeepTheDevicesState) {
