@@ -1,5 +1,5 @@
 #!/bin/sh
-# What qzhid lists and shows, and how it is called wrongly.
+# What qzhid lists and shows, and how it rejects wrong calls.
 . "$(dirname "$0")/lib.sh"
 
 machine "$(hub ', "gpio_high": [3, 5]'),
@@ -99,7 +99,7 @@ expect 0 'qzhid 1.0.0' --version
 for command in list info image update recover doctor; do expect 0 'Examples:' $command --help; done
 expect 0 'Exit status: 0 done, 1 failed, 2 usage, 3 no such hub, 4 permission, 5 image refused, 6 hub lost' --help
 run --library /nowhere.so list 2> /dev/null
-[ $status -eq 2 ] || complain 'both --virtual and --library are taken'
+[ $status -eq 2 ] || complain '--virtual and --library are taken together'
 
 machine ''
 expect 0 'no hub is attached' list
@@ -109,7 +109,7 @@ machine "$(hub)" "$denied"
 refusal='qzhid: a hub is attached, but it cannot be opened; get permission for it (on Linux: the udev rule) or end the program that has it open'
 for command in list info; do expect 4 "$refusal" $command; done
 expect 4 '  log: [2024-03-07, 09:05:02]  QZ_ListAllHidDev, List Hid Device Fail' info --verbose
-ls "${TMPDIR:-/tmp}"/qzhid-??????/log.txt 2> /dev/null && complain 'a temporary log stays'
+ls "${TMPDIR:-/tmp}"/qzhid-??????/log.txt 2> /dev/null && complain 'a temporary log is left'
 expect 4 "$refusal" info --log "$work/log.txt" --log-level 0
 grep -q 'QZ_ListAllHidDev, Enter' "$work/log.txt" || complain 'no log'
 expect 1 'qzhid: the log /nowhere/log cannot be written; name a file in a folder that you have permission to write' list --log /nowhere/log
@@ -119,7 +119,7 @@ machine "$(hub), {\"name\": \"rom\", \"port\": \"2\", \"running\": \"rom\"}, {\"
   '{"on": "call", "service": "OpenHidDevice", "device": "shut", "count": 0, "action": "fail", "code": 13}'
 run doctor
 [ "$status" -eq 1 ] || complain "doctor: status $status"
-sed 's/library is .*/library is FILE/' "$work/out" | diff -u - "$(dirname "$0")/doctor.golden" >&2 || complain 'another diagnosis'
+sed 's/library is .*/library is FILE/' "$work/out" | diff -u - "$(dirname "$0")/doctor.golden" >&2 || complain 'the diagnosis differs'
 expect 1 '  "problems": 2' doctor --json
 machine ''
 expect 0 'ok       no hub is attached; plug one in to work with it' doctor

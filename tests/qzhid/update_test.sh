@@ -1,5 +1,5 @@
 #!/bin/sh
-# Updates and recoveries: what is said, refused, interrupted, and what the hub runs behind them.
+# Updates and recoveries: messages, refusals, interrupts, and what the hub runs afterwards.
 . "$(dirname "$0")/lib.sh"
 "$qzhub" image --out "$work/new.bin" --version 0210 --size 32680
 "$qzhub" image --out "$work/same.bin"
@@ -24,7 +24,7 @@ hub 5 ($usb): checking, 70 %
 hub 5 ($usb): starting, 90 %
 hub 5 ($usb): done, 100 %
 END
-diff -u "$work/golden" "$work/err" >&2 || complain 'another progress in a pipe'
+diff -u "$work/golden" "$work/err" >&2 || complain 'the progress in a pipe differs'
 golden update --yes --image "$work/new.bin" --json --stay-in-loader <<END
 {
 $hub_member
@@ -71,7 +71,7 @@ expect 1 "$me the hub is in its loader; write its firmware with 'qzhid recover -
 expect 5 "$me the image is for vendor 2E7D, the hub is of vendor 2E7C; $foreign" recover --yes --image "$work/vendor.bin"
 expect 0 "hub 5 ($usb) runs 2.10 now" recover --yes --image "$work/new.bin"
 
-# A hub that loses its power while it is written is lost, and the next process recovers it.
+# A hub that loses its power while it is written is lost; the next process recovers it.
 keeps=', "state_folder": "."'
 fault='{"on": "request", "request": "40/C8", "nth": 100, "action": "power_loss", "return_ms": null}'
 machine "$(hub)" "$fault" "$keeps"
@@ -92,7 +92,7 @@ printf '%s\n' 'CHidTransfers::HidDataOut, Set Report Fail,ErrorCode:32' 'CHidTra
   'fail to write flash' 'QZ_UpdateDev, Update Fail' > "$work/golden"
 tail -n 5 "$work/log" | diff -u "$work/golden" - >&2 || complain 'not the last lines of the log'
 
-# What is not a job for a worker is rejected.
+# A worker rejects input that is not a job.
 for job in '' '{"message": "write"}'; do
   status=0
   echo "$job" | "$qzhid" worker > "$work/out" 2> "$work/err" || status=$?
@@ -112,19 +112,19 @@ for count in 1 2; do
   ended 0 "$line"
 done
 
-# Nobody reads the progress any more: the update goes on.
+# The update continues when nobody reads its progress any more.
 machine "$(hub)"
 "$qzhid" --virtual update --yes --image "$work/new.bin" 2>&1 > "$work/out" | true
 grep -qxF "hub 5 ($usb) runs 2.10 now" "$work/out" || complain 'a broken pipe ended the update'
 
-# On a terminal there are a question, a moving bar and colours, unless they are not wanted.
+# On a terminal there are a question, a moving bar and colours, unless --no-color is given.
 machine "$(hub)"
 typed() { echo "$1" | script -qec "$2 '$qzhid' --virtual update --image '$work/new.bin' $3" /dev/null; }
-typed y 'env -u NO_COLOR' '' > "$work/terminal" || complain 'yes is no yes'
+typed y 'env -u NO_COLOR' '' > "$work/terminal" || complain 'the answer yes is not taken'
 grep -q "1.02 -> 2.10, write it? \[y/N\]" "$work/terminal" || complain 'no question'
 tr '\r' '\n' < "$work/terminal" | grep -q '##.*100 %  done' || complain 'no bar'
 typed y 'env -u NO_COLOR' --no-color > "$work/terminal"
 grep -q 'checking, 70 %' "$work/terminal" || complain 'no plain lines'
-if typed n '' '' > "$work/terminal"; then complain 'no is a yes'; fi
+if typed n '' '' > "$work/terminal"; then complain 'the answer no is not taken'; fi
 grep -q 'not done because the answer was no; answer y, or add --yes' "$work/terminal" || complain 'no refusal'
 exit $failures

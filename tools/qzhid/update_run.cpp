@@ -143,7 +143,7 @@ void UpdateRun::Hear(UpdateJob& job, const std::string& line) {
   }
 }
 
-// A worker that writes goes on; one that does not ends without having touched its hub.
+// A worker that is writing continues; any other one ends without having touched its hub.
 void UpdateRun::Distrust(UpdateJob& job, const std::string& reason) {
   if (job.state == State::Failed) return;
   job.failure = WithoutResult(job, "sent an invalid message (" + reason + ")");
