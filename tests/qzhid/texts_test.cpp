@@ -15,8 +15,8 @@ TEST(HexTextTest, HasTwoDigitsForEachByte) {
 TEST(HexTextTest, ANumberHasOneToFourDigits) {
   const std::pair<const char*, std::optional<std::uint16_t>> rows[] = {
       {"0", 0},   {"0x2e7C", 0x2E7C}, {"0XFFFF", 0xFFFF}, {"818", 0x818},
-      {"", {}},   {"0x", {}},         {"12345", {}},      {"1g", {}},
-      {"-1", {}}, {" 1", {}},         {"0x0x1", {}}};
+      {"", {}},   {"0x", {}},         {"12345", {}},      {"00001", {}},
+      {"1g", {}}, {"-1", {}},         {" 1", {}},         {"0x0x1", {}}};
   for (const auto& [text, number] : rows) EXPECT_EQ(number, ParseHexNumber(text)) << text;
 }
 
