@@ -14,7 +14,7 @@ void OnThreadAttach() noexcept { QZ_ConfigLog(1, 0); }
 
 void OnProcessDetach() noexcept {
   Run({"OnProcessDetach", L"Create Log"}, 0, [](const char*) {
-    CMsg::Instance().TryClearResponders();
+    CMsg::TryClearResponders();
     return 0;
   });
 }
