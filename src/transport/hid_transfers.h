@@ -7,13 +7,14 @@
 
 #include "platform/platform.h"
 #include "transport/report_buffers.h"
-#include "transport/transfer_turn.h"
 #include "transport/transfers.h"
 #include "transport/vid_pid_list.h"
 
 namespace qzhid {
 
-/// Opening and closing is for one thread at a time; requests may come from any thread.
+/// Opening and closing is for one thread at a time; requests may come from any thread. A child
+/// process that was forked during a request must make its own object: in this one the request never
+/// ends.
 class CHidTransfers final : public ITransfers {
  public:
   CHidTransfers() = default;
@@ -70,7 +71,7 @@ class CHidTransfers final : public ITransfers {
   std::uint32_t Hid_SetReport(const Channel& channel, const std::uint8_t* data,
                               std::uint32_t length);
   std::uint32_t Hid_GetReport(const Channel& channel, std::uint8_t* buffer, std::uint32_t length);
-  std::unique_lock<CTransferTurn> LockTransfer(const char* operation, std::uint32_t timeoutMs);
+  std::unique_lock<std::mutex> LockTransfer(const char* operation, std::uint32_t timeoutMs);
 
   VidPidList m_AcceptedIds;
   platform::OpenStatus m_OpenStatus;  // of the device that was opened last
@@ -78,7 +79,7 @@ class CHidTransfers final : public ITransfers {
   platform::Event m_ReportEvent;
   CReportBuffers m_Reports;
   std::uint32_t m_nLastIndex = 0;  // where the device was found that was looked for last
-  CTransferTurn m_TransferTurn;
+  std::mutex m_TransferLock;       // held for one request; tried only, so it never blocks a thread
 };
 
 }  // namespace qzhid
