@@ -207,8 +207,8 @@ HostDescription DescribeHost();
 /// Writes one text to an attached debugger, if the system has such a channel.
 void DebugOutput(const std::wstring& text);
 
-/// Narrow form of a wide text in the system's own encoding: the ANSI code page on Windows, UTF-8
-/// on Linux. What has no narrow form becomes the encoding's default character.
+/// Narrow form of a wide text in the system's own encoding: the ANSI code page on Windows, where
+/// what has no narrow form becomes the page's default character, and UTF-8 on Linux.
 std::string ToNarrow(const std::wstring& text);
 
 /// The separator of path components: '\' or '/'.

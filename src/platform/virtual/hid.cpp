@@ -2,7 +2,8 @@
 #include <string_view>
 
 #include "platform/platform.h"
-#include "platform/system/wide_text.h"
+#include "platform/system/property_text.h"
+#include "platform/unicode.h"
 #include "platform/virtual/error_codes.h"
 #include "platform/virtual/machine.h"
 #include "platform/virtual/open_handle.h"
@@ -120,7 +121,7 @@ OpenStatus GetIndexedString(const HidDevice& device, std::uint32_t index, std::s
                                       [&](const virtualhub::DeviceConfig& config) -> Result {
                                         if (index != kProductTextIndex || !config.productText)
                                           return {Error::Stall};
-                                        std::wstring found = ToWide(*config.productText);
+                                        std::wstring found = WideFromUtf8(*config.productText);
                                         if ((Utf16Units(found) + 1) * 2 > capacity)
                                           return {Error::StringTooLong};
                                         text = std::move(found);
