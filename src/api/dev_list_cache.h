@@ -32,7 +32,7 @@ class CDevListCache {
     m_nCount = 0;
   }
 
-  /// The first record of that number; null when there is none.
+  /// The first record with that number; null when there is none.
   const HidDevRecord* Find(std::uint32_t devInst) const {
     const auto count = std::min<std::size_t>(m_nCount, m_Records.size());
     const auto end = m_Records.begin() + static_cast<std::ptrdiff_t>(count);

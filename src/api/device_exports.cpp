@@ -36,7 +36,7 @@ void* OpenListed(const char* tag, const HidDevRecord& record) {
   finder.AddDev(dev.get());
   dev->SetTopology(ReadText(record.LocationPath, QZ_RECORD_TEXT_UNITS));
   CProxyDriver::Instance().QZ_InitProxyDriver();
-  // What was opened for a hub that then did not answer.
+  // Unless the hub answers, what was opened for it is closed again.
   platform::CScopeGuard closing([] { CRequestCMD::Instance().Yv_CloseDevice(); });
   if (!finder.WaitDevConnect(dev.get(), kConnectWait)) {
     msg.Log(3, tag, "Open Hid failed\n");

@@ -22,12 +22,12 @@ class CHidTransfers final : public ITransfers {
   CHidTransfers& operator=(const CHidTransfers&) = delete;
 
   /// Opens the HID device of that number and accepts it when its vendor id is the family's, when
-  /// "VidPid.ini" beside the library lists its ids, or, where that lists nothing, when its product
+  /// "VidPid.ini" in the library's folder lists its ids, or, without such a list, when its product
   /// text names the family. Returns 0 when opened and accepted, else an error; what was opened
   /// stays open until Yv_CloseDevice.
   std::uint32_t Yv_OpenDeviceByDevInst(std::uint32_t devInst) override;
 
-  /// Closes what is open. Returns 0, also when nothing is.
+  /// Closes what is open. Returns 0, also when nothing is open.
   std::uint32_t Yv_CloseDevice() override;
 
   std::uint32_t Yv_SendVDCmd(std::uint8_t bmRequestType, std::uint8_t bRequest,
@@ -55,7 +55,7 @@ class CHidTransfers final : public ITransfers {
   std::uint32_t ReadReportLengths();
   std::uint32_t Identify(std::uint32_t devInst);
   std::uint32_t IdentifyByProductText();
-  /// Logs what the system has to say of the opened device, once for each device.
+  /// Logs the system's remark on the opened device, once for each device.
   void LogRemarkOnce(std::uint32_t devInst);
   static void LogRemark(const platform::OpenStatus& status);
 

@@ -16,7 +16,7 @@ std::optional<std::uint32_t> TakeNumber(std::string_view& text) {
   return number;
 }
 
-/// Takes the separator and the number behind it off the front.
+/// Takes the separator and the number after it off the front.
 std::optional<std::uint32_t> TakeNumberBehind(std::string_view& text, char separator) {
   if (!text.starts_with(separator)) return std::nullopt;
   text.remove_prefix(1);

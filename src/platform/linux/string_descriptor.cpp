@@ -9,7 +9,7 @@ namespace {
 constexpr std::uint8_t kStringType = 3;
 constexpr std::size_t kHeader = 2;  // length and type
 
-/// The UTF-16 units, little-endian, behind the header.
+/// The UTF-16 units, little-endian, after the header.
 std::optional<std::u16string> UnitsOf(const std::vector<std::uint8_t>& descriptor) {
   if (descriptor.size() < kHeader || descriptor[1] != kStringType) return std::nullopt;
   const std::size_t length = descriptor[0];

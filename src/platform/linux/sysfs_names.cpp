@@ -109,7 +109,7 @@ std::string_view WithoutAutomaticNumber(std::string_view name) {
   return numbered.substr(0, dot);
 }
 
-/// One component of a controller's folder. Bus numbers of PCI bridges are left out: they change.
+/// One component of a controller's folder. Bus numbers of PCI bridges are omitted: they change.
 std::string ControllerStep(std::string_view name) {
   if (auto step = PciRootStep(name)) return *step;
   if (auto step = PciStep(name)) return *step;
