@@ -77,7 +77,7 @@ class IDev {
   /// Asks the hub which code it runs and informs the state of `dev`.
   virtual bool JudgeCodeMode(IDev*) { return false; }
   virtual bool SetReconnectOption(std::uint8_t) { return false; }
-  /// Whether the device may be waited for; `flag` is the device's flag.
+  /// Whether a wait for the device makes sense; `flag` is the device's flag.
   virtual bool IsPresent(std::uint8_t) { return true; }
   virtual bool UnInit(std::uint8_t) { return true; }
   /// Returns true when the request FAILED.

@@ -19,7 +19,7 @@ namespace qzhid {
 /// Levels: 0 trace, 1 and 2 information, 3 failure. Any thread may use the hub. Deliveries of
 /// different threads never overlap, except that progress has a lock of its own: the host's callback
 /// may be waiting for a thread that logs. A receiver's call back into the hub on the same
-/// thread is delivered at once.
+/// thread is delivered immediately.
 class CMsg {
  public:
   static CMsg& Instance();

@@ -44,7 +44,7 @@ class CReportBuffers {
 
   /// Bytes of data that fit an output report; 0 to 256.
   std::int64_t OutputLimit(const ReportChannel& channel) const;
-  /// Bytes of data that may be asked for; negative when the device has no input report.
+  /// Bytes of data that can be requested; negative when the device has no input report.
   std::int64_t InputLimit() const { return std::int64_t{m_nInputLength} - 1; }
   /// The limit that failed reads log: the room that the output report of channel 1 declares.
   std::int64_t PrintedInputLimit() const;

@@ -7,7 +7,7 @@ namespace qzhid::platform {
 
 namespace {
 
-/// Takes the number off the front; no value, and nothing taken, when there is none.
+/// Takes the number off the front; no value, and nothing is taken, when there is no number.
 std::optional<std::uint32_t> TakeNumber(std::string_view& text) {
   std::uint32_t number = 0;
   const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);

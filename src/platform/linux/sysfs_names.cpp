@@ -61,7 +61,7 @@ bool ParseHidName(std::string_view name, HidPlace& place) {
   return true;
 }
 
-/// Takes over the folder if it is that of a USB interface, below its device's.
+/// Stores the folder if it is that of a USB interface, below its device's.
 bool ParseInterfaceFolder(std::string_view folder, HidPlace& place) {
   const std::string_view name = LastPart(folder), device = FolderOf(folder);
   std::string_view number = name.substr(std::min(name.size(), name.find(':')));
