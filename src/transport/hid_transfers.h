@@ -79,7 +79,7 @@ class CHidTransfers final : public ITransfers {
   platform::Event m_ReportEvent;
   CReportBuffers m_Reports;
   std::uint32_t m_nLastIndex = 0;  // where the device was found that was looked for last
-  std::mutex m_TransferLock;       // held for one request; tried only, so it never blocks a thread
+  std::mutex m_TransferLock;       // held for one request; only tried, so a wait has a limit
 };
 
 }  // namespace qzhid
