@@ -14,7 +14,7 @@ void StoreText(QZ_Utf16* field, std::size_t units, const std::wstring& text) {
 }
 
 std::wstring ReadText(const QZ_Utf16* field, std::size_t units) {
-  return platform::WideFromUtf16({field, std::find(field, field + units, u'\0')});
+  return platform::ToWide(std::u16string_view(field, std::find(field, field + units, u'\0')));
 }
 
 }  // namespace qzhid

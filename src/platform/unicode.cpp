@@ -75,8 +75,8 @@ std::basic_string<To> Convert(std::basic_string_view<From> from) {
 
 }  // namespace
 
-std::wstring WideFromUtf8(std::string_view utf8) { return Convert<wchar_t>(utf8); }
-std::wstring WideFromUtf16(std::u16string_view utf16) { return Convert<wchar_t>(utf16); }
+std::wstring ToWide(std::string_view utf8) { return Convert<wchar_t>(utf8); }
+std::wstring ToWide(std::u16string_view utf16) { return Convert<wchar_t>(utf16); }
 std::string ToUtf8(std::wstring_view wide) { return Convert<char>(wide); }
 std::u16string ToUtf16(std::wstring_view wide) { return Convert<char16_t>(wide); }
 

@@ -11,8 +11,8 @@
 
 namespace qzhid::platform {
 
-std::wstring WideFromUtf8(std::string_view utf8);
-std::wstring WideFromUtf16(std::u16string_view utf16);
+std::wstring ToWide(std::string_view utf8);
+std::wstring ToWide(std::u16string_view utf16);
 std::string ToUtf8(std::wstring_view wide);
 std::u16string ToUtf16(std::wstring_view wide);
 

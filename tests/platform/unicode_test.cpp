@@ -25,8 +25,8 @@ TEST(UnicodeTest, ACodePointHasOneFormInEachEncoding) {
         Case{L"\x10000", "\xF0\x90\x80\x80", u"\xD800\xDC00"},
         Case{L"\x10FFFF", "\xF4\x8F\xBF\xBF", u"\xDBFF\xDFFF"}}) {
     SCOPED_TRACE(::testing::PrintToString(c.utf8));
-    EXPECT_EQ(c.wide, WideFromUtf8(c.utf8));
-    EXPECT_EQ(c.wide, WideFromUtf16(c.utf16));
+    EXPECT_EQ(c.wide, ToWide(c.utf8));
+    EXPECT_EQ(c.wide, ToWide(c.utf16));
     EXPECT_EQ(c.utf8, ToUtf8(c.wide));
     EXPECT_EQ(c.utf8, ToNarrow(c.wide));
     EXPECT_EQ(c.utf16, ToUtf16(c.wide));
@@ -47,7 +47,7 @@ TEST(UnicodeTest, EachByteOfNoValidSequenceIsReplaced) {
         std::pair{"\x80"s, x}, std::pair{"a\xC3"s, L"a" + x},  // cut
         std::pair{"a\xE0\xA0"s, L"a" + x + x}, std::pair{"\xC3g"s, x + L"g"},
         std::pair{"\xF0\x90\x80\xC3\xA9"s, x + x + x + L"\xE9"}}) {
-    EXPECT_EQ(wide, WideFromUtf8(utf8)) << ::testing::PrintToString(utf8);
+    EXPECT_EQ(wide, ToWide(utf8)) << ::testing::PrintToString(utf8);
   }
 }
 
@@ -56,7 +56,7 @@ TEST(UnicodeTest, EachSurrogateOutsideAPairIsReplaced) {
        {std::pair{u"\xD800"s, L"\xFFFD"s}, std::pair{u"\xDFFFg"s, L"\xFFFDg"s},
         std::pair{u"\xDBFFg"s, L"\xFFFDg"s}, std::pair{u"\xDC00\xD800"s, L"\xFFFD\xFFFD"s},
         std::pair{u"\xD800\xD800\xDC00"s, L"\xFFFD\x10000"s}}) {
-    EXPECT_EQ(wide, WideFromUtf16(utf16));
+    EXPECT_EQ(wide, ToWide(utf16));
   }
 }
 

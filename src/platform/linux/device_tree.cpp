@@ -48,7 +48,7 @@ Status GetDeviceIdA(DevInst node, std::size_t capacity, std::string& id) {
 Status GetDeviceIdW(DevInst node, std::size_t capacity, std::wstring& id) {
   std::string narrow;
   Status status = GetDeviceIdA(node, capacity, narrow);
-  if (status) id = WideFromUtf8(narrow);
+  if (status) id = ToWide(narrow);
   return status;
 }
 

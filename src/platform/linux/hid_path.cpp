@@ -6,7 +6,7 @@
 namespace qzhid::platform {
 
 std::wstring HidPath(const std::string& deviceFile, DevInst node) {
-  return WideFromUtf8(deviceFile + '#' + std::to_string(node));
+  return ToWide(deviceFile + '#' + std::to_string(node));
 }
 
 bool ParseHidPath(const std::wstring& path, std::string& deviceFile, DevInst& node) {

@@ -26,7 +26,7 @@ std::optional<std::u16string> UnitsOf(const std::vector<std::uint8_t>& descripto
 std::optional<std::wstring> DecodeString(const std::vector<std::uint8_t>& descriptor) {
   const auto units = UnitsOf(descriptor);
   if (!units) return std::nullopt;
-  return WideFromUtf16(units->substr(0, units->find(u'\0')));
+  return ToWide(units->substr(0, units->find(u'\0')));
 }
 
 std::optional<std::uint16_t> DecodeFirstLanguage(const std::vector<std::uint8_t>& descriptor) {

@@ -4,7 +4,7 @@
 
 namespace qzhid::platform {
 
-std::wstring AsString(std::string_view utf8) { return WideFromUtf8(utf8) + L'\0'; }
+std::wstring AsString(std::string_view utf8) { return ToWide(utf8) + L'\0'; }
 
 std::wstring AsList(const std::vector<std::string>& utf8) {
   std::wstring list;

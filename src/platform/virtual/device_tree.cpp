@@ -62,7 +62,7 @@ Status GetParent(DevInst node, DevInst& parent) {
 
 Status GetDeviceIdA(DevInst node, std::size_t capacity, std::string& id) {
   return CallForNode(node, "GetDeviceIdA", [&](const Node& found) -> Result {
-    std::string narrow = ToNarrow(WideFromUtf8(found.deviceId));
+    std::string narrow = ToNarrow(ToWide(found.deviceId));
     if (narrow.size() + 1 > capacity) return {Error::TextTooLong};
     id = std::move(narrow);
     return {};
@@ -71,7 +71,7 @@ Status GetDeviceIdA(DevInst node, std::size_t capacity, std::string& id) {
 
 Status GetDeviceIdW(DevInst node, std::size_t capacity, std::wstring& id) {
   return CallForNode(node, "GetDeviceIdW", [&](const Node& found) -> Result {
-    std::wstring wide = WideFromUtf8(found.deviceId);
+    std::wstring wide = ToWide(found.deviceId);
     if (Utf16Units(wide) + 1 > capacity) return {Error::TextTooLong};
     id = std::move(wide);
     return {};

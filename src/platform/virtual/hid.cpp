@@ -121,7 +121,7 @@ OpenStatus GetIndexedString(const HidDevice& device, std::uint32_t index, std::s
                                       [&](const virtualhub::DeviceConfig& config) -> Result {
                                         if (index != kProductTextIndex || !config.productText)
                                           return {Error::Stall};
-                                        std::wstring found = WideFromUtf8(*config.productText);
+                                        std::wstring found = ToWide(*config.productText);
                                         if ((Utf16Units(found) + 1) * 2 > capacity)
                                           return {Error::StringTooLong};
                                         text = std::move(found);
