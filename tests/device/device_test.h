@@ -5,6 +5,7 @@
 #include <span>
 
 #include "device/hid_dev.h"
+#include "discovery/node_matchers.h"
 #include "support/library_test.h"
 
 namespace qzhid::test {
@@ -105,8 +106,8 @@ class DeviceTest : public LibraryTest {
   }
 
   PropertyDouble property;
-  CUSBDev usb;
-  CHidDev hid;
+  CUSBDev usb{NodeMatchers()};
+  CHidDev hid{NodeMatchers()};
 };
 
 }  // namespace qzhid::test
