@@ -8,13 +8,13 @@
 #include "api/handle_table.h"
 #include "log/msg.h"
 #include "transport/request_cmd.h"
+#include "transport/transfers.h"
 
 using namespace qzhid;
 using enum ConnectionUse;
 
 namespace {
 
-constexpr std::uint32_t kTimeoutMs = 5000;
 constexpr std::uint8_t kMaxMemLen = 5;
 constexpr std::uint8_t kMaxSpeed = 2;
 constexpr std::uint16_t kMaxWrite = 128;
@@ -56,7 +56,7 @@ std::uint32_t Send(std::uint8_t bmRequestType, std::uint8_t bRequest, std::uint3
                    std::uint8_t* data, std::uint16_t length) {
   return CRequestCMD::Instance().Yv_SendVDCmd(
       bmRequestType, bRequest, static_cast<std::uint16_t>(dwAddr & 0xFFFF),
-      static_cast<std::uint16_t>(dwAddr >> 16), data, length, kTimeoutMs);
+      static_cast<std::uint16_t>(dwAddr >> 16), data, length, kRequestTimeoutMs);
 }
 
 std::uint32_t Stage(std::uint32_t dwAddr, std::uint8_t* data, std::uint16_t length) {

@@ -14,6 +14,7 @@
 #include "log/msg.h"
 #include "platform/scope_guard.h"
 #include "transport/request_cmd.h"
+#include "transport/transfers.h"
 
 using namespace qzhid;
 using enum ConnectionUse;
@@ -21,12 +22,11 @@ using enum ConnectionUse;
 namespace {
 
 constexpr int kConnectWait = 10;  // seconds
-constexpr std::uint32_t kTimeoutMs = 5000;
 constexpr std::uint16_t kUpFrequency = 1;
 constexpr std::uint16_t kDownFrequency = 0;
 
 std::uint32_t SetFrequency(std::uint16_t value) {
-  return CRequestCMD::Instance().Yv_SendVDCmd(0x40, 0x06, value, 0, nullptr, 0, kTimeoutMs);
+  return CRequestCMD::Instance().Yv_SendVDCmd(0x40, 0x06, value, 0, nullptr, 0, kRequestTimeoutMs);
 }
 
 void* OpenListed(const char* tag, const HidDevRecord& record) {

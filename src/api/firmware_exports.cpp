@@ -90,7 +90,7 @@ std::shared_ptr<CHidDev> FindReader(const char* tag, void* pDev, const std::uint
   return dev;
 }
 
-bool Update(const char* tag, void* pDev, const char* path, QZ_ProgressCallback callback) {
+bool UpdateHub(const char* tag, void* pDev, const char* path, QZ_ProgressCallback callback) {
   if (!IsHandleGiven(tag, pDev)) return false;
   CUpdateResponder responder(callback);
   if (callback != nullptr) {
@@ -169,7 +169,7 @@ uint8_t QZ_UpdateDev(void* pDev, const char* path, QZ_ProgressCallback callback)
   return Run({"QZ_UpdateDev", L"QZ UpdateDev", ConnectionUse::Update}, uint8_t{0},
              [&](const char* tag) {
                const platform::CScopeGuard closing(CloseDeferred);
-               return AsResult(Update(tag, pDev, path, callback));
+               return AsResult(UpdateHub(tag, pDev, path, callback));
              });
 }
 

@@ -9,7 +9,7 @@ namespace qzhid {
 
 namespace {
 
-constexpr std::uint32_t kChunkSize = 4096;
+constexpr std::uint32_t kUsbChunkSize = 4096;
 constexpr std::uint8_t kFlashCodeBit = 0x02;      // of status byte 15
 constexpr std::uint8_t kDualBankBit = 0x80;       // of status byte 15
 constexpr std::uint8_t kISPValidationBit = 0x02;  // of status byte 13
@@ -124,10 +124,10 @@ bool CUSBDev::Reset2FlashEx() {
 }
 
 bool CUSBDev::WriteFlashEx(const FwBuffer& image) {
-  return WriteChunks(image, kChunkSize, VdCmdEnable(kEnableFlashWrite));
+  return WriteChunks(image, kUsbChunkSize, VdCmdEnable(kEnableFlashWrite));
 }
 
-bool CUSBDev::ReadFlash(FwBuffer& buffer) { return ReadChunks(buffer, kChunkSize); }
+bool CUSBDev::ReadFlash(FwBuffer& buffer) { return ReadChunks(buffer, kUsbChunkSize); }
 
 bool CUSBDev::WriteChunks(const FwBuffer& image, std::uint32_t chunkSize, bool resultIfEmpty) {
   CRequestCMD& request = CRequestCMD::Instance();

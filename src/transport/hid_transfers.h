@@ -46,6 +46,9 @@ class CHidTransfers final : public ITransfers {
   std::uint32_t GetVidPidList(const std::string& path);
 
  private:
+  /// The tag of the log lines of opening.
+  static constexpr const char* kOpenTag = "CHidTransfers::Yv_OpenDeviceByDevInst";
+
   struct Channel;
   static const Channel kFirst;
   static const Channel kSecond;
