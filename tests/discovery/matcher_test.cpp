@@ -2,7 +2,6 @@
 #include "device/hid_dev.h"
 #include "discovery/dev_property.h"
 #include "discovery/hid_find.h"
-#include "discovery/node_matchers.h"
 #include "support/proxy_test.h"
 
 namespace qzhid::test {
@@ -57,14 +56,14 @@ TEST_F(MatchTest, IdsAreReadAsProductThenVendorInUpperCaseWithFourDigits) {
     SCOPED_TRACE(::testing::PrintToString(c.pairs) + ::testing::PrintToString(c.hardwareIds));
     const auto node =
         InstallHub([&](auto&, auto& device) { device.usb.hardwareIds = c.hardwareIds; });
-    CHidDev dev{NodeMatchers()};
+    CHidDev dev;
     dev.SetDevVidPid(0x1A2B, 0x3C4D);  // these ids are kept, not matched
     for (const auto& [pid, vid] : c.pairs) dev.AddVidPid(pid, vid);
     EXPECT_EQ(c.matches, dev.IsMatch(node));
     EXPECT_EQ(c.matches ? "0 CVidPidMatch::Match: match id return true.\n"
                         : "1 CVidPidMatch::Match: match id return false.\n",
               Told());
-    machine->AddFault(FailingCall("HardwareIds", 1, 0));
+    machine->AddFault(FailingCall(Service::HardwareIds, 1, 0));
     EXPECT_FALSE(dev.IsMatch(node)) << "with ids that cannot be read";
   }
 }
@@ -78,8 +77,8 @@ TEST_F(MatchTest, ALocationPathMustBeTheNodesFirstOneLetterForLetter) {
         std::tuple{path, false, false}}) {
     SCOPED_TRACE(wanted);
     const auto node = InstallHub([](auto&, auto&) {});
-    if (!isReadable) machine->AddFault(FailingCall("LocationPaths"));
-    CHidDev dev{NodeMatchers()};
+    if (!isReadable) machine->AddFault(FailingCall(Service::LocationPaths));
+    CHidDev dev;
     dev.SetPosition(1, 1);  // does not count beside a path
     dev.SetTopology(std::wstring(wanted.begin(), wanted.end()));
     EXPECT_EQ(matches, dev.IsMatch(node));
@@ -127,14 +126,14 @@ TEST_F(MatchTest, APositionIsALevelAndFromTheSecondOnAPort) {
       device.port = *PortPath::Parse(c.place);
       device.usb.locationInfo = c.location;
     });
-    CHidDev dev{NodeMatchers()};
+    CHidDev dev;
     dev.SetPosition(c.level, c.port);
     EXPECT_EQ(c.refusal.empty(), dev.IsMatch(node));
     EXPECT_THAT(Told(), StartsWith("1 " + kTopo + "Port & Level Topo Match\n" + c.refusal));
     EXPECT_THAT(Told(), EndsWith(Answer(c.refusal.empty())));
     EXPECT_EQ(c.refusal.empty() ? 2u : 3u, log.lines.size());
     ClearRecords();
-    machine->AddFault(FailingCall("LocationInfo"));
+    machine->AddFault(FailingCall(Service::LocationInfo));
     EXPECT_EQ(c.level == 0, dev.IsMatch(node)) << "with a text that cannot be read";
     EXPECT_EQ(c.level != 0, Told().find(unread + "13\n") != std::string::npos);
   }

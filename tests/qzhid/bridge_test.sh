@@ -11,7 +11,7 @@ expect 0 'line 23 is 1' gpio drive 23 1
 expect 0 'line 7 is 0' gpio set 7 0
 expect 0 '  "level": 1' gpio get 3 --json
 expect 2 "qzhid: LINE: Value 24 not in range 0 to 23; see 'qzhid --help'" gpio get 24
-expect 3 "qzhid: no hub is '6'; see 'qzhid list' for the hubs that are attached" gpio get 3 --hub 6
+expect 3 "qzhid: no hub matches '6'; see 'qzhid list' for the hubs that are attached" gpio get 3 --hub 6
 
 expect 0 'target 160, 1 memory address bytes, speed 2: accepted' i2c config --target 0xA0 --memory-bytes 1 --speed 2
 golden i2c config --target 0xA0 --json <<END
@@ -28,35 +28,46 @@ expect 0 '00000010  ff ff ff' i2c read --target 0xA0 --memory 0x10 --length 3
 expect 0 '  "data": "ffff"' i2c read --target 0xA0 --length 2 --json
 expect 0 "300 bytes read to $work/read.bin" i2c read --target 0xA0 --length 300 --out "$work/read.bin"
 [ "$(tr -d '\377' < "$work/read.bin" | wc -c)" -eq 0 ] && [ "$(wc -c < "$work/read.bin")" -eq 300 ] ||
-  complain 'other bytes read'
-expect 1 "qzhid: /nowhere/x cannot be written; name a file that you may write" \
+  complain 'the bytes that were read differ'
+expect 1 "qzhid: /nowhere/x cannot be created; name a file that you have permission to write" \
   i2c read --target 0xA0 --length 3 --out /nowhere/x
 expect 1 "$me the I2C read failed with status 32; $next" i2c read --target 0xA2 --length 1
-expect 1 "$me the I2C write behind 0 written bytes failed with status 32; $next" i2c write --target 0xA2 00
+expect 1 "$me the I2C write after 0 written bytes failed with status 32; $next" i2c write --target 0xA2 00
 expect 2 "qzhid: '0g' is not bytes in hexadecimal; write two digits for each byte, as in 01a0ff" i2c write --target 0xA0 0g
 expect 2 'qzhid: there are no bytes to write; give them in hexadecimal or with --file FILE' flash write --address 0
-expect 1 "qzhid: $work/missing cannot be read; name a file that you may read" \
+expect 1 "qzhid: $work/missing cannot be opened; name a file that you have permission to read" \
   flash write --address 0 --file "$work/missing"
 
 "$qzhub" image --out "$work/300.bin" && truncate -s 300 "$work/300.bin"
 expect 0 '300 bytes written' flash write --address 0x100 --file "$work/300.bin"
 "$qzhid" --virtual flash stage --address 0 --file - < "$work/300.bin" | grep -qx '300 bytes staged' ||
   complain 'nothing staged from a pipe'
-expect 1 "$me the transfer behind 128 bytes failed with status 32; $next" \
+expect 1 "$me the transfer after 128 bytes failed with status 32; $next" \
   flash write --address 3968 --file "$work/300.bin"
-expect 2 "$me there is no terminal to ask on; add --yes to go on without being asked" flash erase
+# A write is only reported when the flash is ready. For three parts, each of which keeps the flash busy
+# for two reads of the status, that takes ten reads: one, and three after each part.
+for nth in 10 11; do
+  machine "$(hub ', "bridge_flash": {"busy_polls": 2}')" \
+    "{\"on\": \"request\", \"request\": \"C0/F3\", \"nth\": $nth, \"action\": \"stall\"}"
+  run flash write --address 0 --file "$work/300.bin"
+  echo "$status $(cat "$work/out" "$work/err")"
+done > "$work/ends"
+printf '%s\n' "1 $me reading the flash's status failed with status 32; $next" '0 300 bytes written' |
+  diff -u - "$work/ends" >&2 || complain 'a write is reported before the flash is ready'
+machine "$(hub)"
+expect 2 "$me there is no terminal to ask on; add --yes to continue without being asked" flash erase
 expect 0 'the flash is erased' flash erase --yes
 expect 0 "the flash's status is 0" flash status
-# A write goes out in parts that end at the target's pages (here 3, 8 and 1 bytes), and waits for a
-# target that is busy with the part before.
+# A write is sent in parts that end at the target's pages (here 3, 8 and 1 bytes), and waits while
+# the target is busy with the part before.
 for count in 5 0; do
   machine "$(hub ', "i2c": [{"kind": "eeprom", "address": "0xA0"}]')" \
     "{\"on\": \"request\", \"request\": \"40/C6\", \"nth\": 3, \"count\": $count, \"action\": \"stall\"}"
   run i2c write --target 0xA0 --memory 5 000102030405060708090a0b
   echo "$status $(cat "$work/out" "$work/err")"
 done > "$work/ends"
-printf '%s\n' '0 12 bytes written' "1 $me the I2C write behind 11 written bytes failed with status 32; $next" |
-  diff -u - "$work/ends" >&2 || complain 'other parts'
+printf '%s\n' '0 12 bytes written' "1 $me the I2C write after 11 written bytes failed with status 32; $next" |
+  diff -u - "$work/ends" >&2 || complain 'the parts differ'
 machine "$(hub)" '{"on": "request", "request": "C0/04", "action": "unplug", "return_ms": null}'
 expect 6 "$me reading the line failed, and the hub is gone; plug it in again and repeat the command" gpio get 3
 for command in 'gpio get' 'i2c read' 'i2c write' 'i2c config' 'flash stage' 'flash erase'; do

@@ -1,4 +1,4 @@
-# For the tests of qzhid; they are called with QZHID QZHUB. Each runs the program on virtual hubs.
+# For the tests of qzhid, which are called with QZHID QZHUB and run the program on virtual hubs.
 set -eu
 qzhid=$1
 qzhub=$2
@@ -17,13 +17,13 @@ hub_member='  "hub": {
     "location": "'$usb'"
   },'
 
-# machine DEVICES [FAULTS [MORE]]: the machine of the next runs; time takes no time.
+# machine DEVICES [FAULTS [MORE]]: the machine of the next runs, with virtual time.
 machine() {
   printf '{"time": "virtual", "devices": [%s], "faults": [%s]%s}\n' "$1" "${2-}" "${3-}" > "$QZ_VIRTUAL_HUB"
 }
 
 # slow DEVICES [MORE]: a machine in real time, where an update takes long enough to be disturbed.
-# (The library must see a hub of that slowness go, so it stays away for two scans.)
+# (The hub stays away for two scans, so that the library notices that it left.)
 slow() { printf '{"devices": [%s]%s}\n' "$1" "${2-}" > "$QZ_VIRTUAL_HUB"; }
 slowness='"timing": {"latency_us": 200, "erase_ms": 10, "leave_ms": 1, "return_ms": 260, "ready_ms": 1}'
 
@@ -47,17 +47,17 @@ start() {
   "$qzhid" --virtual "$@" > "$work/out" 2> "$work/err" < /dev/null &
 }
 
-# await TEXT: waits until the program that was started has said that, or has ended.
+# await TEXT: waits until the program that was started has printed that, or has ended.
 await() { until grep -q "$1" "$work/err"; do kill -0 $! 2> /dev/null || return 0; sleep 0.01; done; }
 
-# ended STATUS LINE: the program that was started ends so, and has printed that whole line.
+# ended STATUS LINE: the program that was started ends with that status, and printed that whole line.
 ended() {
   status=0
   wait $! || status=$?
   said "$@"
 }
 
-# said STATUS LINE: the last run ended so, and printed that whole line somewhere.
+# said STATUS LINE: the last run ended with that status, and printed that whole line somewhere.
 said() {
   if [ "$status" -ne "$1" ] || ! cat "$work/out" "$work/err" | grep -qxF -- "$2"; then
     complain "status $status instead of $1, or no line '$2' in:"
@@ -65,7 +65,7 @@ said() {
   fi
 }
 
-# expect STATUS LINE ARGUMENT...: the program ends so, and prints that whole line somewhere.
+# expect STATUS LINE ARGUMENT...: the program ends with that status, and prints that whole line.
 expect() {
   wanted=$1 line=$2
   shift 2
@@ -73,10 +73,10 @@ expect() {
   said "$wanted" "$line"
 }
 
-# golden ARGUMENT...: the program succeeds, and its standard output is what stands on standard input.
+# golden ARGUMENT...: the program succeeds, and its standard output equals this one's standard input.
 golden() {
   cat > "$work/golden"
   run "$@"
   [ "$status" -eq 0 ] || complain "$*: status $status: $(cat "$work/err")"
-  diff -u "$work/golden" "$work/out" >&2 || complain "$*: another output"
+  diff -u "$work/golden" "$work/out" >&2 || complain "$*: the output differs"
 }

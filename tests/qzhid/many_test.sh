@@ -8,7 +8,7 @@ at() { printf '{"name": "h%s", "port": "%s"%s}' "$1" "$1" "${2-}"; }
 row() { printf '%-12s%-12s%-12s%-12s%s\n' "$@"; }
 gone='unplug it, plug it in again, and run '\''qzhid info'\'' and '\''qzhid recover'\'
 
-# Eight at once, one of which loses its power for good.
+# Eight hubs at once, one of which loses its power forever.
 eight=$(at 1)
 for i in 2 3 4 5 6 7 8; do eight="$eight, $(at $i)"; done
 machine "$eight" '{"on": "request", "request": "40/C8", "nth": 9, "device": "h3", "action": "power_loss", "return_ms": null}'
@@ -21,13 +21,13 @@ said 6 "qzhid: hub 8 ($root#USB(3)): the update failed, and the hub has left the
     row $((2 + 2 * i)) 1.02 $state "$root#USB($i)"
   done
   echo '7 of 8 hubs updated to 2.10'
-} | diff -u - "$work/out" >&2 || complain 'another table'
+} | diff -u - "$work/out" >&2 || complain 'the table differs'
 
-# What is refused is refused hub by hub, before any is written, and the others are written.
+# All hubs are checked before any is written; those that are not refused are updated.
 closed='{"on": "call", "service": "OpenHidDevice", "count": 0, "device": "h4", "action": "fail", "code": 13}'
 machine "$(at 1 ', "running": "rom"'), $(at 2), $(at 3 ', "image": {"version": "0x0210"}'), $(at 4), $(at 5 ', "image": {"pid": "0x0820"}')" "$closed"
 all
-said 1 "qzhid: hub 4 ($root#USB(1)): the hub sits in its loader; write its firmware with 'qzhid recover --image FILE'"
+said 1 "qzhid: hub 4 ($root#USB(1)): the hub is in its loader; write its firmware with 'qzhid recover --image FILE'"
 sed 's/^hub \([0-9]*\).*, \(.*\) %/\1 \2/; s/^hub \([0-9]*\).*->.*/\1 change/; s/^qzhid: hub \([0-9]*\).*/\1 refused/' "$work/err" | sort -s -k2,2r | grep -v '[0-9]$' | tr '\n' ' ' > "$work/order"
 grep -qx '4 refused 8 refused 12 refused 10 refused 6 change ' "$work/order" || complain "refused: $(cat "$work/order")"
 {
@@ -38,9 +38,9 @@ grep -qx '4 refused 8 refused 12 refused 10 refused 6 change ' "$work/order" || 
   row 12 1.02 1.02 refused "$root#USB(5)"
   row 10 '?' '?' failed "$root#USB(4)"
   echo '1 of 5 hubs updated to 2.10'
-} | diff -u - "$work/out" >&2 || complain 'another table'
+} | diff -u - "$work/out" >&2 || complain 'the table differs'
 
-# Those that are named, one after the other; each has its part of the log.
+# The hubs that are named are written one after the other, and each has its part of the log.
 machine "$(at 1), $(at 2), $(at 3)" '' ', "state_folder": "."'
 run update 6 'USB(1)' 6 --yes --jobs 1 --image "$work/new.bin" --log "$work/log.txt"
 said 0 '2 of 2 hubs updated to 2.10'
@@ -51,16 +51,16 @@ for hub in 4 6; do expect 0 'runs          firmware 2.10' info $hub; done
 expect 0 'runs          firmware 1.02' info 8
 expect 2 "qzhid: HUB excludes --all; see 'qzhid --help'" update 4 --all --image "$work/new.bin"
 
-# One failure for all is the status of all; and the result as an object.
+# When all hubs fail in the same way, that is the exit status; the result as an object.
 machine "$(at 1 ', "image": {"version": "0x0210"}')"
 all --json
 said 5 "qzhid: hub 4 ($root#USB(1)): the hub already runs 2.10; nothing needs to be done, or add --reinstall to write it again"
-sed '/"image"/,/^  }/d' "$work/out" | diff -u - "$(dirname "$0")/many.golden" >&2 || complain 'another object'
+sed '/"image"/,/^  }/d' "$work/out" | diff -u - "$(dirname "$0")/many.golden" >&2 || complain 'the object differs'
 machine ''
 all
 said 3 "qzhid: no hub is attached; see 'qzhid list' for the hubs that are attached"
 
-# The process that writes a hub is killed: the hub's state is unknown, and the other is written.
+# When the process that writes a hub is killed, the hub's state is unknown; the other one is updated.
 both="$(at 1 ", $slowness"), $(at 2 ", $slowness")"
 slow "$(at 1 ', "timing": {"latency_us": 2000}'), $(at 2)" ', "state_folder": "killed"'
 start update --all --yes --image "$work/new.bin"
@@ -71,7 +71,21 @@ said 6 '1 of 2 hubs updated to 2.10'
 expect 0 'runs          loader' info 4
 expect 0 'runs          firmware 2.10' info 6
 
-# Interrupted once, all are written; twice, no further one is started.
+# When a worker sends an invalid message, the state of its hub counts as unknown; the other one is
+# updated. Here this script writes into the worker's pipe, between its own lines.
+while read -r line reason; do
+  slow "$both"
+  start update --all --yes --jobs 1 --image "$work/new.bin"
+  await '^hub 4.*writing, 40'
+  printf '%b\n' "$line" > "/proc/$(cut -d' ' -f1 "/proc/$!/task/$!/children")/fd/1"
+  ended 6 "qzhid: hub 4 ($root#USB(1)): the process that wrote the hub sent an invalid message (it is $reason), and the hub's state is unknown; $gone"
+  said 6 '1 of 2 hubs updated to 2.10'
+done <<END
+garbage not a JSON object
+{"message":"ready"} out of turn
+END
+
+# After one interrupt all are written; after two no further one is started.
 for count in 1 2; do
   slow "$both"
   start update --all --yes --jobs 1 --image "$work/new.bin"
@@ -87,7 +101,7 @@ for count in 1 2; do
   fi
 done
 
-# A terminal: one question for all, and a line each that is drawn over and fits.
+# On a terminal there is one question for all hubs, and a line for each that is drawn in place and fits.
 machine "$(at 1), $(at 2)"
 shown() {
   echo y | script -qec "stty cols $1 rows 20; env -u NO_COLOR '$qzhid' --virtual update --all --image '$work/new.bin'" /dev/null |

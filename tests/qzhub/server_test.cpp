@@ -30,7 +30,7 @@ class Client {
     bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     return bytes;
   }
-  /// "imported" or the status of the refusal.
+  /// "imported" or the status of the rejection.
   std::string Import(const std::string& busid) {
     Bytes field(busid.begin(), busid.end());
     field.resize(kBusidSize);
@@ -47,10 +47,10 @@ class Client {
     return Describe(Take(kCommandSize + 2)).substr(3);
   }
 
-  Bytes device;  ///< what the import said of it
+  Bytes device;  ///< what the import said about it
 
  private:
-  FileDescriptor socket_;
+  tools::Descriptor socket_;
 };
 
 class ServerTest : public virtualhub::test::HubBench {
@@ -87,7 +87,7 @@ class ServerTest : public virtualhub::test::HubBench {
 
   StopEvent stop;
   EventLog log;
-  FileDescriptor listener = Listen(*SocketAddress::Parse("127.0.0.1:0"));
+  tools::Descriptor listener = Listen(*SocketAddress::Parse("127.0.0.1:0"));
   std::unique_ptr<Server> server;
   std::thread thread;
 };
@@ -189,7 +189,8 @@ TEST_F(ServerTest, AFirmwareResetEndsTheImport) {
 TEST(SocketTest, AddressesAreNumbers) {
   for (const char* good : {"127.0.0.1:3240", "0.0.0.0:1", "[::1]:3240", "[::]:65535"}) {
     const auto address = SocketAddress::Parse(good);
-    EXPECT_TRUE(address && address->Text() == good) << good;
+    ASSERT_TRUE(address) << good;
+    EXPECT_EQ(good, address->Text());
   }
   for (const char* bad : {"", ":", "3240", "127.0.0.1", "127.0.0.1:", ":3240", "::1:3240", "[::1]",
                           "localhost:3240", "127.0.0.1:65536", "127.0.0.1:-1", "127.0.0.1:32x",
@@ -198,10 +199,10 @@ TEST(SocketTest, AddressesAreNumbers) {
   }
 }
 
-TEST(SocketTest, NothingIsWaitedForBehindTheDeadline) {
+TEST(SocketTest, NothingIsWaitedForAfterTheDeadline) {
   int ends[2];
   ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, ends));
-  const FileDescriptor left(ends[0]), right(ends[1]);
+  const tools::Descriptor left(ends[0]), right(ends[1]);
   const StopEvent stop;
   const auto now = std::chrono::steady_clock::now();
   Bytes buffer(8);

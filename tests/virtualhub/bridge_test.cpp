@@ -1,4 +1,4 @@
-// I2C targets behind the hub, and the requests that it must refuse.
+// I2C targets, the bridge flash and the settings of the hub, and requests that it stalls.
 #include "hub_bench.h"
 
 namespace virtualhub::test {
@@ -16,7 +16,7 @@ class BridgeTest : public HubBench {
   }
 };
 
-TEST_F(BridgeTest, EepromReadsGoOnWherePageWritesWrap) {
+TEST_F(BridgeTest, EepromReadsContinueWherePageWritesWrap) {
   Expect({{"40 C6 1E 0 0 0 3 0 A0 2 81: 1 2 3", "ok"},
           {"40 D6 10 0 0 0 2 0 A0 2 82", "03 FF"},
           {"C0 D6 1E 0 0 0 3 0 A0 2 82", "01 02 FF"},
@@ -27,7 +27,7 @@ TEST_F(BridgeTest, EepromReadsGoOnWherePageWritesWrap) {
           {"40 C6 0 0 0 0 1 0 A0 2 83: 1", "stall"}});  // no such speed
 }
 
-TEST_F(BridgeTest, BlockCommandsFillAndFetch) {
+TEST_F(BridgeTest, BlockCommandsStoreAndFetch) {
   const std::string status = "40 D6 0 0 0 0 1 0 42 0 82", fetch = "40 D6 80 0 0 0 5 0 42 1 82";
   Expect({{status, "01"},  // idle
           {"40 C6 0 0 0 0 7 0 42 0 82: 6 5 10 2 2 AB CD", "ok"},
@@ -46,23 +46,60 @@ TEST_F(BridgeTest, BlockCommandsFillAndFetch) {
           {"C0 EC 42 27 20 0 2 0", "77 FF"}});
 }
 
-TEST_F(BridgeTest, SettingsAreTakenAndWrongArgumentsRefused) {
-  Expect({{"40 06 1 0 0 0 0 0", "ok"},
-          {"40 08 2 50 0 0 0 0", "ok"},
-          {"40 F6 4 A0 82 80 0 0", "ok"},
-          {"40 F1 0 0 0 0 1 0: F0", "ok"},
-          {"00 CF 0 0 0 0 1 0: 0", "stall"}});  // the bridge flash is busy with the last write
+TEST_F(BridgeTest, TheBridgeFlashRejectsWritesAndErasesWhileItIsBusy) {
+  const std::string write = "40 F1 0 0 0 0 1 0: F0", stage = "00 CF 0 0 0 0 1 0: 0F";
+  const std::string erase = "40 F4 0 0 0 0 0 0", status = "C0 F3 0 0 0 0 1 0";
+  for (const std::string& begun : {write, stage, erase}) {
+    Expect({{begun, "ok"},
+            {write, "stall"},
+            {stage, "stall"},
+            {erase, "stall"},
+            {status, "01"},
+            {status, "00"},
+            {status, "00"}});
+  }
+}
+
+TEST_F(BridgeTest, TheBridgeFlashIsNor) {
+  const auto first = [&] { return machine->hub("hub").bridgeFlash().memory()[1]; };
+  const auto await = [&] { Expect({{"C0 F3 0 0 0 0 1 0", "01"}}); };
+  for (const auto& [data, byte] : {std::pair("F3", 0xF3), std::pair("3F", 0x33)}) {
+    Expect({{std::string("40 F1 1 0 0 0 1 0: ") + data, "ok"}});
+    EXPECT_EQ(byte, first());
+    await();
+  }
+  Expect({{"40 F4 0 0 0 0 0 0", "ok"}});
+  EXPECT_EQ(0xFF, first());
+  await();
+  Expect({{"40 F1 FF FF 0F 0 1 0: 0", "ok"}});
+  await();
+  Expect({{"40 F1 FF FF 0F 0 2 0: 0 0", "stall"}});  // past the memory
+}
+
+TEST_F(BridgeTest, SettingsAreKept) {
+  Expect(
+      {{"40 06 1 0 0 0 0 0", "ok"}, {"40 08 2 50 0 0 0 0", "ok"}, {"40 F6 4 A0 82 80 0 0", "ok"}});
   const Hub& hub = machine->hub("hub");
   EXPECT_TRUE(hub.highClock());
   EXPECT_EQ(0x5002, hub.downloadSlave());
   EXPECT_EQ("04 A0 82", Hex(hub.i2cSetting()));
-  Expect({{"C0 F3 0 0 0 0 1 0", "01"}, {"C0 F3 0 0 0 0 1 0", "00"}});
-  for (const char* refused :
-       {"C0 04 0 18 0 0 1 0", "C0 04 5 0 0 0 1 0", "40 0C 0 18 0 1 0 0", "40 0C 0 2 1 0 0 0",
-        "40 04 0 1 5 0 0 0", "40 04 1 1 18 0 0 0", "40 77 0 0 0 0 0 0", "40 00 0 0 0 0 1 0",
-        "40 E9 1 0 0 0 0 0", "40 06 2 0 0 0 0 0", "40 F1 0 0 10 0 1 0", "40 F1 0 0 0 0 1 1"}) {
-    Expect({{refused, "stall"}});
-  }
+}
+
+TEST_F(BridgeTest, RequestsWithWrongArgumentsStall) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"C0 04 0 18 0 0 1 0", "a line that does not exist is read"},
+      {"C0 04 5 0 0 0 1 0", "another value for reading a line"},
+      {"40 0C 0 18 0 1 0 0", "a line that does not exist is written"},
+      {"40 0C 0 2 1 0 0 0", "another level"},
+      {"40 04 0 1 5 0 0 0", "another value for setting a line"},
+      {"40 04 1 1 18 0 0 0", "a line that does not exist is set"},
+      {"40 77 0 0 0 0 0 0", "an unknown request"},
+      {"40 00 0 0 0 0 1 0", "a reset with data"},
+      {"40 E9 1 0 0 0 0 0", "another reset code"},
+      {"40 06 2 0 0 0 0 0", "a clock that does not exist"},
+      {"40 F1 0 0 10 0 1 0", "past the bridge flash"},
+      {"40 F1 0 0 0 0 1 1", "more data than fits"}};
+  for (const auto& [request, what] : rows) EXPECT_EQ("stall", Ask(request)) << what;
 }
 
 }  // namespace

@@ -19,12 +19,12 @@ Bytes UnsealedImage() {
   return image;
 }
 
-TEST_F(FirmwareTest, StatusBlockSaysWhatRuns) {
+TEST_F(FirmwareTest, TheStatusBlockSaysWhatRuns) {
   const std::string identity = R"("vid": "0x1234", "pid": "0x5678", "chip": "0x4A26")";
   const std::pair<std::string, std::string> cases[] = {
       {identity + R"(, "version": "0x0315")",
        "12 34 00 00 56 78 00 00 00 00 03 15 00 02 00 82 00 00 00 00"},
-      {R"("cut_behind": 65535)", "2E 7C 00 00 08 10 00 00 00 00 00 01 00 02 00 80 00 00 00 00"}};
+      {R"("cut_after": 65535)", "2E 7C 00 00 08 10 00 00 00 00 00 01 00 02 00 80 00 00 00 00"}};
   for (const auto& [image, status] : cases) {
     Install(OneHub(R"("isp_supported": true, "dual_bank": true, "image": {)" + image + "}"));
     ASSERT_TRUE(Enable(1));
@@ -32,30 +32,33 @@ TEST_F(FirmwareTest, StatusBlockSaysWhatRuns) {
   }
 }
 
-TEST_F(FirmwareTest, EnableValueGates) {
+TEST_F(FirmwareTest, ARequestNeedsItsEnableValue) {
   Install(OneHub());
-  ASSERT_TRUE(Enable(3) && ResetToRom());
-  std::string outcomes;
+  ASSERT_TRUE(Enable(3));
+  ASSERT_TRUE(ResetToRom()) << "which clears the enable value";
+  const std::pair<const char*, int> gated[] = {
+      {kStatus, 1}, {"C0 D8 0 0 0 0 1 0", 1}, {kErase, 1}, {"40 C8 0 0 0 0 1 0: AA", 3}};
   for (int value = 0; value < 4; ++value) {
-    ASSERT_TRUE(value == 0 || Enable(value)) << "the reset has cleared it";
-    for (const char* gated : {kStatus, "C0 D8 0 0 0 0 1 0", kErase, "40 C8 0 0 0 0 1 0: AA"}) {
-      outcomes += Ask(gated) == "stall" ? "stall " : "ok ";
+    if (value > 0) ASSERT_TRUE(Enable(value));
+    for (const auto& [request, least] : gated) {
+      EXPECT_EQ(value < least, Ask(request) == "stall") << request << " with " << value;
     }
   }
-  EXPECT_EQ("stall stall stall stall ok ok ok stall ok ok ok stall ok ok ok ok ", outcomes);
   Expect({{"40 02 1 0 7D 2E 0 0", "stall"}});  // wrong index
 }
 
-TEST_F(FirmwareTest, FlashIsNor) {
+TEST_F(FirmwareTest, AnEraseSetsBitsAndAWriteOnlyClearsThem) {
   Install(OneHub());
   ASSERT_TRUE(Enable(3));
   Expect({{kErase, "stall"}, {"40 C8 0 0 0 0 1 0: 0", "stall"}});  // of the running bank
-  ASSERT_TRUE(ResetToRom() && Enable(3) && Ok(kErase));
+  ASSERT_TRUE(ResetToRom());
+  ASSERT_TRUE(Enable(3));
+  ASSERT_TRUE(Ok(kErase));
   Expect({{"C0 D8 FD FF 1 0 3 0", "FF FF FF"},  // the whole bank is erased
           {"40 C8 FE FF 1 0 2 0: F0 3C", "ok"},
           {"40 C8 FE FF 1 0 2 0: 1F FF", "ok"},
           {"C0 D8 FD FF 1 0 3 0", "FF 10 3C"},
-          {"40 C8 FF FF 1 0 2 0: 0 0", "stall"},  // behind the bank
+          {"40 C8 FF FF 1 0 2 0: 0 0", "stall"},  // past the bank
           {"C0 D8 FF FF 1 0 2 0", "stall"}});
 }
 
@@ -72,7 +75,8 @@ TEST_F(FirmwareTest, AnUpdateRunsTheNewImageIfItIsComplete) {
   for (const auto& [what, image, end, from, more, isComplete] : cases) {
     SCOPED_TRACE(what);
     Install(OneHub(R"("isp_supported": true)"));
-    ASSERT_TRUE(ResetToRom() && WriteImage(image, end, from));
+    ASSERT_TRUE(ResetToRom());
+    ASSERT_TRUE(WriteImage(image, end, from));
     EXPECT_NE("stall", Ask(more));
     EXPECT_EQ(isComplete ? "ok" : "stall", Ask("40 D9 1 0 0 0 0 0")) << "the hub's own check";
     ASSERT_TRUE(ResetToFlash());
@@ -80,7 +84,7 @@ TEST_F(FirmwareTest, AnUpdateRunsTheNewImageIfItIsComplete) {
   }
 }
 
-TEST_F(FirmwareTest, AWriteThatWasCutNeedsASeal) {
+TEST_F(FirmwareTest, AWriteThatWasCutOffNeedsASeal) {
   Install(OneHub());
   ASSERT_TRUE(ResetToRom());
   const std::function<void()> cuts[] = {[&] { machine->PowerLoss("hub", 10); },
@@ -89,7 +93,8 @@ TEST_F(FirmwareTest, AWriteThatWasCutNeedsASeal) {
   for (const auto& cut : cuts) {
     ASSERT_TRUE(WriteImage(UnsealedImage()));
     cut();
-    ASSERT_TRUE(Pause() && Ask(kStatus) == "stall") << "the enable value is lost";
+    ASSERT_TRUE(Pause());
+    EXPECT_EQ("stall", Ask(kStatus)) << "the enable value is lost";
     ASSERT_TRUE(ResetToFlash());
     EXPECT_EQ("rom 00 01", State());
   }
@@ -106,32 +111,77 @@ TEST_F(FirmwareTest, DualBankWritesTheBankThatDoesNotRun) {
   Install(OneHub(R"("dual_bank": true, "image": {"version": "0x0110"},
                     "second_image": {"version": "0x0100"})"));
   EXPECT_EQ("flash 01 10", State());
-  ASSERT_TRUE(WriteImage(NewImage(), 0x1000) && ResetToFlash());
+  ASSERT_TRUE(WriteImage(NewImage(), 0x1000));
+  ASSERT_TRUE(ResetToFlash());
   EXPECT_EQ("flash 01 10", State()) << "an incomplete update leaves the running bank";
-  ASSERT_TRUE(WriteImage(NewImage()) && ResetToFlash());
+  ASSERT_TRUE(WriteImage(NewImage()));
+  ASSERT_TRUE(ResetToFlash());
   EXPECT_EQ("flash 02 10", State());
 }
 
-TEST_F(FirmwareTest, FlashSurvivesInTheStateFolder) {
-  const std::string folder = ::testing::TempDir() + "virtualhub-state";
-  std::filesystem::remove_all(folder);
-  const std::string json = R"({"state_folder": ")" + folder + "\", " + OneHub().substr(1);
-  Install(json);
-  ASSERT_TRUE(ResetToRom() && WriteImage(NewImage()) && ResetToFlash());
-  Install(json);
-  EXPECT_EQ("flash 02 10", State());
-  ASSERT_TRUE(ResetToRom() && WriteImage(UnsealedImage()));
-  Install(json);
-  EXPECT_EQ("rom 00 01", State()) << "the end of the process cut the session";
+class StateFolderTest : public HubBench {
+ protected:
+  StateFolderTest() { std::filesystem::remove_all(folder); }
+  ~StateFolderTest() override {
+    UninstallMachine();
+    std::filesystem::remove_all(folder);
+  }
 
+  void Start(const std::string& members = R"("plugged": true)") {
+    Install(R"({"state_folder": ")" + folder + "\", " + OneHub(members).substr(1));
+  }
+  /// What a step prints on standard error.
+  template <typename Step>
+  static std::string Errors(Step step) {
+    ::testing::internal::CaptureStderr();
+    step();
+    return ::testing::internal::GetCapturedStderr();
+  }
+
+  const std::string folder = ::testing::TempDir() + "virtualhub-state";
+  const std::string file = folder + "/hub.flash";
+};
+
+TEST_F(StateFolderTest, FlashSurvivesTheMachine) {
+  Start();
+  ASSERT_TRUE(ResetToRom());
+  ASSERT_TRUE(WriteImage(NewImage()));
+  ASSERT_TRUE(ResetToFlash());
+  Start();
+  EXPECT_EQ("flash 02 10", State());
+}
+
+TEST_F(StateFolderTest, TheEndOfTheMachineCutsAWriteOff) {
+  Start();
+  ASSERT_TRUE(ResetToRom());
+  ASSERT_TRUE(WriteImage(UnsealedImage()));
+  Start();
+  EXPECT_EQ("rom 00 01", State());
+}
+
+TEST_F(StateFolderTest, AFileThatDoesNotFitIsReportedAndNotUsed) {
+  const std::string end = "; the hub starts with the image of the scenario\n";
+  Start();
   UninstallMachine();
-  std::fstream(folder + "/hub.flash", std::ios::in | std::ios::out).seekp(1000).put('!');
-  ::testing::internal::CaptureStderr();
-  Install(json);
-  const std::string errors = ::testing::internal::GetCapturedStderr();
-  EXPECT_NE(std::string::npos, errors.find("hub.flash: the state file is damaged"));
-  EXPECT_EQ(1, std::count(errors.begin(), errors.end(), '\n'));
+  EXPECT_EQ(
+      "virtualhub: the state file " + file + " belongs to a hub with another flash size" + end,
+      Errors([this] { Start(R"("bank_size": 65536)"); }));
   EXPECT_EQ("flash 01 02", State());
+  UninstallMachine();
+  std::fstream(file, std::ios::in | std::ios::out).seekp(1000).put('!');
+  EXPECT_EQ("virtualhub: the state file " + file + " is damaged" + end,
+            Errors([this] { Start(R"("bank_size": 65536)"); }));
+  EXPECT_EQ("flash 01 02", State());
+}
+
+TEST_F(StateFolderTest, AFolderThatCannotBeMadeIsReported) {
+  std::ofstream(folder) << "a file";
+  Start();
+  const std::string errors = Errors([] { UninstallMachine(); });
+  EXPECT_EQ(0u, errors.find("virtualhub: the state file " + file +
+                            " is in a folder that cannot be created: "))
+      << errors;
+  EXPECT_EQ(1, std::count(errors.begin(), errors.end(), '\n'));
 }
 
 }  // namespace

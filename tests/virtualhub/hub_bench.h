@@ -1,5 +1,5 @@
 // Talks to the hub named "hub" of the current machine on report channel 1. Requests are written as
-// they travel: the setup packet in hexadecimal and, behind a colon, the data.
+// they travel: the setup packet in hexadecimal and, after a colon, the data.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -51,7 +51,7 @@ class HubBench : public ::testing::Test {
     std::copy(data.begin(), data.end(), report.begin() + 65);
     return machine->SetOutputReport(HubNode(), report).error;
   }
-  /// Takes the answer; 256 bytes behind the report ID.
+  /// Takes the answer: the report ID and 256 bytes.
   Result Take(Bytes& answer) {
     answer.assign(257, 0);
     return machine->GetInputReport(HubNode(), answer);

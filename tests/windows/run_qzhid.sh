@@ -40,9 +40,9 @@ expect 0 "hub 4 ($root#USB(1)) runs 2.10 now" update 4 --yes --image "$work/new.
 # Wine for ARM64 uses the register of the thread's own data, x18, to convert text: after this one the
 # program finds nothing there.
 [ "$(uname -m)" = aarch64 ] ||
-  expect 1 'qzhid: the log Z:\nowhere\log cannot be written; name a file in a folder that you may write' list --log /nowhere/log
+  expect 1 'qzhid: the log Z:\nowhere\log cannot be written; name a file in a folder that you have permission to write' list --log /nowhere/log
 expect 2 "qzhid: several hubs are attached; name one of these instances: 4 6 8" info
-expect 3 "qzhid: no hub is '5'; see 'qzhid list' for the hubs that are attached" info 5
+expect 3 "qzhid: no hub matches '5'; see 'qzhid list' for the hubs that are attached" info 5
 expect 5 "qzhid: image $work/none cannot be read; name a whole firmware image file" image "$work/none"
 run update --all --yes --image "$work/new.bin"
 said 6 "qzhid: hub 6 ($root#USB(2)): the update failed, and the hub has left the bus; unplug it, plug it in again, and run 'qzhid info' and 'qzhid recover'"
@@ -54,7 +54,7 @@ said 6 "qzhid: hub 6 ($root#USB(2)): the update failed, and the hub has left the
   echo '2 of 3 hubs updated to 2.10'
 } | diff -u - "$work/out" >&2 || complain 'another table'
 machine "$(at 1)" '{"on": "call", "service": "OpenHidDevice", "count": 0, "action": "fail", "code": 5}'
-expect 4 'qzhid: a hub is attached, but it cannot be opened; get permission for it (on Linux: the udev rule) or end the program that has it' info
+expect 4 'qzhid: a hub is attached, but it cannot be opened; get permission for it (on Linux: the udev rule) or end the program that has it open' info
 expect 1 '  "problems": 1' doctor --json
 [ ! -e "$programs/virtual/info.txt" ] || complain 'a log beside the library'
 exit $failures

@@ -1,4 +1,4 @@
-// What is in order on this machine, and what is not.
+// What works on this machine, and what does not.
 #pragma once
 
 #include <string>
@@ -12,7 +12,7 @@ struct Finding {
   std::string remedy;  ///< empty when nothing needs to be done
 };
 
-/// What the operating system has to do with hubs: its version, its drivers, its permissions.
+/// What hubs need of the operating system: its version, its drivers, its permissions.
 std::vector<Finding> ExamineSystem();
 
 }  // namespace qzhid

@@ -1,12 +1,12 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <memory>
+#include <cstdlib>
 
 #include "qzhid/commands.h"
 #include "qzhid/doctor.h"
 #include "qzhid/options.h"
-#include "qzhid/process.h"
 #include "qzhid/state.h"
+#include "virtualhub/scenario/scenario.h"
 
 namespace qzhid {
 
@@ -14,17 +14,18 @@ namespace {
 
 using Findings = std::vector<Finding>;
 
-// The library says on standard error what is wrong with a scenario, so another process hears it.
-Finding ExamineScenario(const Host& host) {
-  std::vector<std::string> arguments = host.Arguments("");
-  arguments.insert(arguments.end(), {"list", "--quiet"});
-  Process listing(arguments, Process::Errors::Taken);
-  std::string said;
-  while (listing.Read(said)) Process::AwaitOutput({&listing});
-  const std::size_t start = said.find("virtualhub: ");
-  if (start == std::string::npos) return {true, "the virtual hubs' scenario is accepted", ""};
-  return {false, said.substr(start, said.find_first_of("\r\n", start) - start),
-          "correct the file that QZ_VIRTUAL_HUB names"};
+// The library gives a machine without devices for a scenario that it rejects, so this reads it,
+// too.
+Finding ExamineScenario() {
+  const char* file = std::getenv(virtualhub::kScenarioVariable);
+  if (file == nullptr) return {true, "the virtual hubs are the default ones", ""};
+  try {
+    virtualhub::ReadScenarioFile(file);
+    return {true, "the virtual hubs' scenario is accepted", ""};
+  } catch (const virtualhub::ScenarioError& error) {
+    return {false, std::string("the scenario ") + file + " is rejected: " + error.what(),
+            "correct the file that QZ_VIRTUAL_HUB names"};
+  }
 }
 
 Finding ExamineHub(Host& host, const Hub& hub) {
@@ -32,7 +33,7 @@ Finding ExamineHub(Host& host, const Hub& hub) {
   try {
     const HubState state = ReadState(host, hub);
     if (state.version) return {true, name + " runs firmware " + state.Text(), ""};
-    return {false, name + " sits in its loader", kRecoverHub};
+    return {false, name + " is in its loader", kRecoverHub};
   } catch (const Failure& failure) {
     return {false, name + ": " + failure.what(), failure.Next()};
   }
@@ -60,7 +61,7 @@ Findings Examine(Host& host) {
     return findings;
   }
   if (host.Settings().isVirtual) {
-    findings.push_back(ExamineScenario(host));
+    findings.push_back(ExamineScenario());
     if (!findings.back().isFine) return findings;
   }
   ExamineHubs(host, findings);

@@ -1,4 +1,4 @@
-// Why a command ended without having done its work.
+// Why a command ended without doing its work.
 #pragma once
 
 #include <stdexcept>
@@ -21,7 +21,7 @@ class Failure : public std::runtime_error {
   const std::string& Hub() const { return hub_; }
   const std::string& Next() const { return next_; }
 
-  /// The log's last failures, where they stand elsewhere than in this process's log.
+  /// The last lines of another process's log, when the failure was there.
   const std::vector<std::string>& Log() const { return log_; }
   void SetLog(std::vector<std::string> lines) { log_ = std::move(lines); }
 

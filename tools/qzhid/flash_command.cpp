@@ -38,7 +38,7 @@ void AwaitReady(Host& host, const Hub& hub, const OpenHub& open) {
   const auto end = std::chrono::steady_clock::now() + kLongestWait;
   while (Status(host, open) == kBusy) {
     if (std::chrono::steady_clock::now() > end) {
-      throw Failure(Exit::Failed, "the flash stays busy", hub.Name(),
+      throw Failure(Exit::Failed, "the flash is still busy after a minute", hub.Name(),
                     "see 'qzhid flash status' and repeat the command");
     }
     std::this_thread::sleep_for(kPollEvery);
@@ -54,7 +54,7 @@ void Send(Host& host, const FlashOptions& options, Transfer transfer, const std:
     AwaitReady(host, hub, open);
     open.Check(transfer(open.Handle(), options.address + at, bytes.data() + at,
                         static_cast<std::uint16_t>(std::min(kAtOnce, size - at))),
-               "the transfer behind " + std::to_string(at) + " bytes");
+               "the transfer after " + std::to_string(at) + " bytes");
   }
   AwaitReady(host, hub, open);
   host.Report({{"hub", ToJson(hub)}, {"address", options.address}, {"length", size}},

@@ -1,7 +1,5 @@
 #include "qzhid/host.h"
 
-#include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -12,7 +10,7 @@ namespace qzhid {
 
 namespace {
 
-constexpr std::size_t kShownFailures = 5;
+constexpr std::size_t kShownLines = 10;
 constexpr int kFailuresOnly = 3;
 
 void Print(const nlohmann::ordered_json& object) {
@@ -55,26 +53,15 @@ void Host::StartLog() {
   if (!options_.log.empty()) {
     logFile_ = std::filesystem::absolute(options_.log);
   } else if ((isWanted || system::kThreadsStartLog) && !Temporary().empty()) {
-    // Also where the library may start to log on its own: beside it is no place for that.
+    // Also where the library may start to log on its own: not to the folder that it is in.
     logFile_ = Temporary() / "log.txt";
   }
   if (!logFile_.empty() && library_->SetLogPath(logFile_.string().c_str()) == 0) {
     throw Failure(Exit::Failed, "the log " + logFile_.string() + " cannot be written", "",
-                  "name a file in a folder that you may write");
+                  "name a file in a folder that you have permission to write");
   }
   const int level = options_.logLevel.value_or(options_.isVerbose ? kFailuresOnly : 0);
   library_->ConfigLog(isWanted && !logFile_.empty() ? 1 : 0, level);
-}
-
-std::vector<std::string> Host::Arguments(const std::string& log) const {
-  std::vector<std::string> arguments;
-  if (options_.isVirtual) arguments.push_back("--virtual");
-  if (options_.isVerbose) arguments.push_back("--verbose");
-  if (!options_.chosenLibrary.empty()) arguments.push_back("--library=" + options_.chosenLibrary);
-  if (options_.log.empty()) return arguments;
-  arguments.push_back("--log=" + log);
-  if (options_.logLevel) arguments.push_back("--log-level=" + std::to_string(*options_.logLevel));
-  return arguments;
 }
 
 void Host::TakeLog(const std::string& log) {
@@ -94,7 +81,8 @@ void Host::Report(const nlohmann::ordered_json& object, const std::string& text)
     std::cout << text;
   }
   std::cout.flush();
-  if (!std::cout) throw Failure(Exit::Failed, "the result cannot be written", "", "free its disk");
+  if (!std::cout)
+    throw Failure(Exit::Failed, "the result cannot be written", "", "free some disk space");
 }
 
 void Host::Show(const Failure& failure) {
@@ -108,7 +96,7 @@ void Host::Show(const Failure& failure) {
   if (!failure.Hub().empty()) std::cerr << "hub " << failure.Hub() << ": ";
   std::cerr << failure.what() << "; " << failure.Next() << '\n';
   if (!options_.isVerbose) return;
-  for (const std::string& line : failure.Log().empty() ? LastFailures() : failure.Log()) {
+  for (const std::string& line : failure.Log().empty() ? LastLogLines() : failure.Log()) {
     std::cerr << "  log: " << line << '\n';
   }
 }
@@ -124,21 +112,14 @@ bool Host::IsColourful() const {
          system::DrawableTerminal().columns > 0;
 }
 
-std::vector<std::string> Host::LastFailures() const {
-  // What the log holds at the level of failures although nothing failed. At a lower level that the
-  // user has asked for, lines of any level are shown: they do not tell theirs.
-  constexpr std::array kNoFailures{"Notify Progress", "Write I2C Speed",
-                                   "Frequency reduction Result"};
+std::vector<std::string> Host::LastLogLines() const {
   std::vector<std::string> lines;
   std::ifstream file(logFile_);
   for (std::string line; std::getline(file, line);) {
-    const bool isFailure =
-        std::none_of(kNoFailures.begin(), kNoFailures.end(),
-                     [&line](const char* text) { return line.find(text) != std::string::npos; });
-    if (!line.empty() && isFailure) lines.push_back(line);
+    if (!line.empty()) lines.push_back(line);
   }
-  if (lines.size() > kShownFailures) {
-    lines.erase(lines.begin(), lines.end() - static_cast<std::ptrdiff_t>(kShownFailures));
+  if (lines.size() > kShownLines) {
+    lines.erase(lines.begin(), lines.end() - static_cast<std::ptrdiff_t>(kShownLines));
   }
   return lines;
 }

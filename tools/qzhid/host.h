@@ -41,7 +41,7 @@ class Host {
   /// a newline; the text not with --quiet.
   void Report(const nlohmann::ordered_json& object, const std::string& text) const;
 
-  /// One line on standard error, with --verbose the log's last failure lines behind it. The exit
+  /// One line on standard error, and with --verbose the last lines of the log after it. The exit
   /// status becomes the failure's, or Failed when another kind of failure was shown before.
   void Show(const Failure& failure);
 
@@ -52,23 +52,19 @@ class Host {
   void SetStatus(Exit status) { status_ = status; }
   int Status() const { return static_cast<int>(status_); }
 
-  /// The arguments that make another process use the same library, and log to `log` where this one
-  /// logs to a file.
-  std::vector<std::string> Arguments(const std::string& log) const;
-
-  /// Appends another process's log to this one's and removes it. For when the library is released.
+  /// Appends another process's log to this one's and removes it, while the library is released.
   void TakeLog(const std::string& log);
 
-  /// Lets go of the library and its log, until Api is called again.
+  /// Releases the library and its log, until Api is called again.
   void Release();
 
   /// A folder for files of this run, which are removed with it; empty when there can be none.
   const std::filesystem::path& Temporary();
 
-  /// The last failures in this process's log.
-  std::vector<std::string> LastFailures() const;
+  /// The last lines of this process's log.
+  std::vector<std::string> LastLogLines() const;
 
-  /// Colours and moving bars on standard error are welcome.
+  /// Whether standard error may have colours and moving bars.
   bool IsColourful() const;
 
  private:

@@ -7,6 +7,8 @@
 #include <iterator>
 #include <utility>
 
+#include "common/texts.h"
+
 namespace qzhid {
 
 namespace {
@@ -47,7 +49,7 @@ std::vector<Hub> TakeRecords(Host& host, HidDevRecord* records, std::uint32_t co
   return hubs;
 }
 
-bool IsMeant(const Hub& hub, const std::string& wanted) {
+bool Matches(const Hub& hub, const std::string& wanted) {
   const std::string text = Upper(wanted);
   return text.empty() || text == hub.vid + ":" + hub.pid ||
          std::any_of(hub.locations.begin(), hub.locations.end(),
@@ -68,9 +70,7 @@ std::string VersionText(std::uint16_t version) {
 }
 
 std::string IdText(std::uint32_t id) {
-  std::array<char, 16> text{};
-  std::snprintf(text.data(), text.size(), "%04X", static_cast<unsigned>(id));
-  return text.data();
+  return Upper(tools::HexText(static_cast<std::uint16_t>(id)));
 }
 
 std::vector<Hub> ListHubs(Host& host) {
@@ -88,7 +88,7 @@ std::vector<Hub> ListDevices(Host& host, std::uint32_t vid, std::uint32_t pid) {
 }
 
 std::vector<Hub> ListClosedHubs(Host& host) {
-  // That list opens no device, so it also holds hubs that this user may not open.
+  // That list opens no device, so it also holds hubs that this user has no permission to open.
   std::vector<Hub> closed = ListDevices(host, kFamilyVendorId, kAnyProductId);
   if (closed.empty()) return closed;
   for (const Hub& hub : ListHubs(host)) {
@@ -99,20 +99,21 @@ std::vector<Hub> ListClosedHubs(Host& host) {
 
 Failure NoPermission(const std::string& hub) {
   return {Exit::NoPermission, "a hub is attached, but it cannot be opened", hub,
-          "get permission for it (on Linux: the udev rule) or end the program that has it"};
+          "get permission for it (on Linux: the udev rule) or end the program that has it open"};
 }
 
 void CheckPermission(Host& host, const std::string& wanted) {
   for (const Hub& hub : ListClosedHubs(host)) {
-    if (wanted == std::to_string(hub.instance) || IsMeant(hub, wanted)) throw NoPermission("");
+    if (wanted == std::to_string(hub.instance) || Matches(hub, wanted)) throw NoPermission("");
   }
 }
 
 namespace {
 
-[[noreturn]] void MissHub(Host& host, const std::string& wanted) {
+[[noreturn]] void FailToFind(Host& host, const std::string& wanted) {
   CheckPermission(host, wanted);
-  const std::string what = wanted.empty() ? "no hub is attached" : "no hub is '" + wanted + "'";
+  const std::string what =
+      wanted.empty() ? "no hub is attached" : "no hub matches '" + wanted + "'";
   throw Failure(Exit::NoSuchHub, what, "", "see 'qzhid list' for the hubs that are attached");
 }
 
@@ -120,7 +121,7 @@ namespace {
 
 std::vector<Hub> AllHubs(Host& host) {
   std::vector<Hub> hubs = ListHubs(host);
-  if (hubs.empty()) MissHub(host, "");
+  if (hubs.empty()) FailToFind(host, "");
   for (Hub& hub : ListClosedHubs(host)) hubs.push_back(std::move(hub));
   return hubs;
 }
@@ -131,16 +132,17 @@ Hub PickHub(Host& host, const std::string& wanted) {
     if (wanted == std::to_string(hub.instance)) return hub;
     if (!wanted.empty() && wanted == hub.Location()) return hub;
   }
-  std::vector<Hub> meant;
-  std::copy_if(hubs.begin(), hubs.end(), std::back_inserter(meant),
-               [&wanted](const Hub& hub) { return IsMeant(hub, wanted); });
-  if (meant.empty()) MissHub(host, wanted);
-  if (meant.size() == 1) return meant.front();
+  std::vector<Hub> matching;
+  std::copy_if(hubs.begin(), hubs.end(), std::back_inserter(matching),
+               [&wanted](const Hub& hub) { return Matches(hub, wanted); });
+  if (matching.empty()) FailToFind(host, wanted);
+  if (matching.size() == 1) return matching.front();
   std::string numbers;
-  for (const Hub& hub : meant) numbers += " " + std::to_string(hub.instance);
-  throw Failure(Exit::WrongUse,
-                wanted.empty() ? "several hubs are attached" : "several hubs are '" + wanted + "'",
-                "", "name one of these instances:" + numbers);
+  for (const Hub& hub : matching) numbers += " " + std::to_string(hub.instance);
+  throw Failure(
+      Exit::WrongUse,
+      wanted.empty() ? "several hubs are attached" : "several hubs match '" + wanted + "'", "",
+      "name one of these instances:" + numbers);
 }
 
 const Hub* AtLocation(const std::vector<Hub>& hubs, const std::string& location) {

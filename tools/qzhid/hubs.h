@@ -1,4 +1,4 @@
-// Hubs that are attached, and which one is meant.
+// The hubs that are attached, and how a user names one.
 #pragma once
 
 #include <cstdint>
@@ -21,12 +21,12 @@ struct Hub {
   std::vector<std::string> hardwareIds;
 
   std::string Location() const { return locations.empty() ? "" : locations.front(); }
-  /// What errors call it.
+  /// As errors name it.
   std::string Name() const { return std::to_string(instance) + " (" + Location() + ")"; }
 };
 
 nlohmann::ordered_json ToJson(const Hub& hub);
-/// A version as it is printed: 0x0210 is "2.10".
+/// A version as text: 0x0210 is "2.10".
 std::string VersionText(std::uint16_t version);
 /// Four hexadecimal digits.
 std::string IdText(std::uint32_t id);
@@ -40,10 +40,10 @@ std::vector<Hub> ListDevices(Host& host, std::uint32_t vid, std::uint32_t pid);
 std::vector<Hub> ListClosedHubs(Host& host);
 Failure NoPermission(const std::string& hub);
 
-/// Throws Failure when such a hub is what `wanted` means.
+/// Throws Failure when `wanted` matches such a hub.
 void CheckPermission(Host& host, const std::string& wanted);
 
-/// The hub that `wanted` means: an instance number, VID:PID, a location or its end; empty: the only
+/// The hub that `wanted` names: an instance number, VID:PID, a location or its end; empty: the only
 /// one. Throws Failure when there is none or more than one.
 Hub PickHub(Host& host, const std::string& wanted);
 

@@ -39,7 +39,7 @@ void Configure(Host& host, const OpenHub& open, const I2cOptions& options) {
              "configuring the I2C master");
 }
 
-// The settings live no longer than the handle: this tells whether the library takes them.
+// The settings last no longer than the handle: this shows whether the library accepts them.
 void Config(Host& host, const I2cOptions& options) {
   const Hub hub = PickHub(host, options.hub);
   const OpenHub open(host, hub);
@@ -71,11 +71,11 @@ void Read(Host& host, const I2cOptions& options) {
   nlohmann::ordered_json object = Result(hub, options);
   object["length"] = options.length;
   if (options.file.empty()) {
-    object["data"] = HexText(bytes);
+    object["data"] = tools::HexText(bytes);
     host.Report(object, HexDump(bytes, options.memory));
     return;
   }
-  WriteFile(options.file, bytes);
+  SaveBytes(options.file, bytes);
   object["file"] = options.file;
   host.Report(object, std::to_string(bytes.size()) + " bytes read to " + options.file + "\n");
 }
@@ -102,7 +102,7 @@ void Write(Host& host, const I2cOptions& options) {
     const std::uint32_t memory = options.memory + at;
     const std::uint32_t length = std::min(options.page - memory % options.page, size - at);
     open.Check(WritePart(host, open, memory, bytes.data() + at, length, at > 0),
-               "the I2C write behind " + std::to_string(at) + " written bytes");
+               "the I2C write after " + std::to_string(at) + " written bytes");
     at += length;
   }
   nlohmann::ordered_json object = Result(hub, options);

@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "qzhid/bytes.h"
+#include "common/files.h"
 #include "qzhid/hubs.h"
 #include "qzhid/sha256.h"
 
@@ -10,8 +10,8 @@ namespace qzhid {
 
 namespace {
 
-// Places of big-endian 16-bit fields. The library tells the version of an image only with a hub at
-// hand, and never the chip code that selects the version's place.
+// Places of big-endian 16-bit fields. The library reports the version of an image only with a hub
+// at hand, and never the chip code that selects the version's place.
 constexpr std::size_t kChipCode = 0x7EFB;
 constexpr std::size_t kShortestImage = 0x7FA8;
 constexpr std::size_t kLongestImage = 0x1000000;  // larger than any flash
@@ -29,11 +29,7 @@ std::size_t VersionPlace(std::uint16_t chip) {
   }
 }
 
-std::uint16_t Field(const Bytes& bytes, std::size_t place) {
-  return static_cast<std::uint16_t>(bytes[place] << 8 | bytes[place + 1]);
-}
-
-[[noreturn]] void Refuse(const std::string& path, const std::string& why) {
+[[noreturn]] void Reject(const std::string& path, const std::string& why) {
   throw Failure(Exit::ImageRefused, "image " + path + " " + why, "",
                 "name a whole firmware image file");
 }
@@ -41,39 +37,42 @@ std::uint16_t Field(const Bytes& bytes, std::size_t place) {
 void CheckSize(const std::string& path, std::uintmax_t size) {
   const std::string bytes = std::to_string(size) + " bytes of at ";
   if (size < kShortestImage) {
-    Refuse(path, "is too short: " + bytes + "least " + std::to_string(kShortestImage));
+    Reject(path, "is too short: " + bytes + "least " + std::to_string(kShortestImage));
   }
   if (size > kLongestImage) {
-    Refuse(path, "is too long: " + bytes + "most " + std::to_string(kLongestImage));
+    Reject(path, "is too long: " + bytes + "most " + std::to_string(kLongestImage));
   }
 }
 
-// Only regular files are opened: nothing else is sure to have an end.
-Bytes ReadContents(const std::string& path) {
+// Only regular files are opened: anything else may have no end.
+tools::Bytes ReadContents(const std::string& path) {
   std::error_code error;
   const std::filesystem::file_status file = std::filesystem::status(path, error);
-  if (!std::filesystem::exists(file)) Refuse(path, "cannot be read");
-  if (!std::filesystem::is_regular_file(file)) Refuse(path, "is not a regular file");
+  if (!std::filesystem::exists(file)) Reject(path, "cannot be read");
+  if (!std::filesystem::is_regular_file(file)) Reject(path, "is not a regular file");
   const std::uintmax_t size = std::filesystem::file_size(path, error);
-  if (error) Refuse(path, "cannot be read");
+  if (error) Reject(path, "cannot be read");
   CheckSize(path, size);
-  Bytes bytes;
-  if (!ReadFile(path, bytes)) Refuse(path, "cannot be read");
-  CheckSize(path, bytes.size());
-  return bytes;
+  try {
+    tools::Bytes bytes = tools::ReadFile(path, kLongestImage);
+    CheckSize(path, bytes.size());
+    return bytes;
+  } catch (const tools::FileError& failure) {
+    Reject(path, failure.what());
+  }
 }
 
 }  // namespace
 
 Image ReadImage(Host& host, const std::string& path) {
-  const Bytes bytes = ReadContents(path);
+  const tools::Bytes bytes = ReadContents(path);
   Image image;
   image.path = path;
   if (host.Api().GetHidBinFileVIDPID(path.c_str(), &image.vid, &image.pid) == 0) {
-    Refuse(path, "is not accepted by the library");
+    Reject(path, "is not accepted by the library");
   }
-  image.chip = Field(bytes, kChipCode);
-  image.version = Field(bytes, VersionPlace(image.chip));
+  image.chip = virtualhub::BigEndian16(bytes, kChipCode);
+  image.version = virtualhub::BigEndian16(bytes, VersionPlace(image.chip));
   image.size = bytes.size();
   image.sha256 = Sha256(bytes);
   return image;

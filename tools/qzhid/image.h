@@ -1,4 +1,4 @@
-// A firmware image file and what it says of itself.
+// A firmware image file and what it says about itself.
 #pragma once
 
 #include <cstdint>

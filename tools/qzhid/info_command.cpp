@@ -21,7 +21,7 @@ std::string Join(const std::vector<Item>& items) {
   return all.empty() ? "none" : all;
 }
 
-// The numbers of the lines that are high; no value when the hub does not tell.
+// The numbers of the lines that are high; none when the hub does not answer.
 std::optional<std::vector<std::uint32_t>> HighLines(Host& host, const OpenHub& hub) {
   std::vector<std::uint32_t> high;
   for (std::uint32_t line = 0; line < kLines; ++line) {
@@ -68,7 +68,7 @@ void ShowInfo(Host& host, const std::string& wanted) {
 }  // namespace
 
 void AddInfoCommand(CLI::App& app, Host& host) {
-  CLI::App* command = app.add_subcommand("info", "show everything that can be read of a hub");
+  CLI::App* command = app.add_subcommand("info", "show everything that can be read from a hub");
   const auto hub = std::make_shared<std::string>();
   AddHub(*command, "HUB", *hub);
   AddExamples(*command,

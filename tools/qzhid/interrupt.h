@@ -1,4 +1,4 @@
-// Ctrl-C while hubs must not be left.
+// Ctrl-C while hubs are written.
 #pragma once
 
 #include <vector>

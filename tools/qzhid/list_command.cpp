@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
+#include "common/options.h"
 #include "qzhid/commands.h"
 #include "qzhid/hubs.h"
 #include "qzhid/options.h"
@@ -10,8 +11,8 @@ namespace qzhid {
 namespace {
 
 struct ListOptions {
-  std::uint32_t vid = 0;
-  std::uint32_t pid = 0;
+  std::uint16_t vid = 0;
+  std::uint16_t pid = 0;
   bool isFiltered = false;
 };
 
@@ -35,8 +36,9 @@ void List(Host& host, const ListOptions& options) {
 void AddListCommand(CLI::App& app, Host& host) {
   CLI::App* command = app.add_subcommand("list", "list the hubs that are attached");
   const auto options = std::make_shared<ListOptions>();
-  CLI::Option* vid = AddId(*command, "--vid", options->vid, "list HID devices of this vendor id");
-  CLI::Option* pid = AddId(*command, "--pid", options->pid, "and this product id");
+  CLI::Option* vid =
+      tools::AddHexNumber(*command, "--vid", options->vid, "list HID devices of this vendor id");
+  CLI::Option* pid = tools::AddHexNumber(*command, "--pid", options->pid, "and this product id");
   vid->needs(pid);
   pid->needs(vid);
   AddExamples(*command, {"qzhid list", "qzhid list --vid 2E7C --pid 0818 --json"});

@@ -12,7 +12,8 @@ namespace {
 void AddGlobalOptions(CLI::App& app, qzhid::Options& options) {
   CLI::Option* library =
       app.add_option("--library", options.chosenLibrary, "use the library in this file");
-  app.add_flag("--virtual", options.isVirtual, "use the virtual library beside this program's")
+  app.add_flag("--virtual", options.isVirtual,
+               "use the virtual library that comes with this program")
       ->excludes(library);
   CLI::Option* log = app.add_option("--log", options.log, "log to this file");
   app.add_option("--log-level", options.logLevel, "0 everything (default) to 3 failures only")
@@ -21,7 +22,7 @@ void AddGlobalOptions(CLI::App& app, qzhid::Options& options) {
   app.add_flag("--json", options.isJson, "print the result as one JSON object");
   app.add_flag("--quiet", options.isQuiet, "print errors only");
   app.add_flag("--no-color", options.isPlain, "no colours, no moving progress bar");
-  app.add_flag("--verbose", options.isVerbose, "show the log's last failures behind an error");
+  app.add_flag("--verbose", options.isVerbose, "show the last lines of the log after an error");
 }
 
 int Run(int argc, char** argv, qzhid::Host& host) {
@@ -40,6 +41,7 @@ int Run(int argc, char** argv, qzhid::Host& host) {
   qzhid::AddI2cCommand(app, host);
   qzhid::AddFlashCommand(app, host);
   qzhid::AddDoctorCommand(app, host);
+  qzhid::AddWorkerCommand(app, host);
   qzhid::AddExamples(app, {"qzhid list", "qzhid update --image new.bin", "qzhid info --virtual"});
   app.footer(app.get_footer() +
              "\n\nExit status: 0 done, 1 failed, 2 usage, 3 no such hub, 4 permission, "

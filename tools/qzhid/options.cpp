@@ -8,24 +8,18 @@
 
 namespace qzhid {
 
-CLI::Option* AddId(CLI::App& command, const std::string& name, std::uint32_t& id,
-                   const std::string& meaning) {
-  const auto check = [](const std::string& text) {
-    const std::string plain = text.starts_with("0x") ? text.substr(2) : text;
-    const bool isGood = !plain.empty() && plain.size() <= 4 &&
-                        plain.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
-    return isGood ? std::string() : "'" + text + "' is not one to four hexadecimal digits";
-  };
-  const auto take = [&id](const std::string& text) {
-    id = static_cast<std::uint32_t>(std::stoul(text, nullptr, 16));
-  };
-  return command.add_option_function<std::string>(name, take, meaning)
-      ->check(CLI::Validator(check, "HEX"));
-}
+namespace {
+
+constexpr const char* kHubMeaning = "instance, VID:PID, location or its end; default the only hub";
+
+}  // namespace
 
 CLI::Option* AddHub(CLI::App& command, const std::string& name, std::string& hub) {
-  return command.add_option(name, hub,
-                            "instance, VID:PID, location or its end; default the only hub");
+  return command.add_option(name, hub, kHubMeaning);
+}
+
+CLI::Option* AddHubs(CLI::App& command, std::vector<std::string>& hubs) {
+  return command.add_option("HUB", hubs, kHubMeaning);
 }
 
 void AddData(CLI::App& command, std::vector<std::string>& words, std::string& file) {
@@ -67,7 +61,7 @@ std::string TableRow(const std::vector<std::string>& cells, const std::string& l
 void Confirm(const std::string& question, const std::string& hub) {
   if (!system::IsTerminal(system::Stream::Input)) {
     throw Failure(Exit::WrongUse, "there is no terminal to ask on", hub,
-                  "add --yes to go on without being asked");
+                  "add --yes to continue without being asked");
   }
   std::cerr << question + " [y/N] " << std::flush;  // in one piece, whatever is typed meanwhile
   std::string answer;

@@ -2,29 +2,27 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <cstdint>
 #include <string>
 #include <vector>
 
 namespace qzhid {
 
-/// A vendor or product id: one to four hexadecimal digits, with or without "0x".
-CLI::Option* AddId(CLI::App& command, const std::string& name, std::uint32_t& id,
-                   const std::string& meaning);
-
 /// The hub that a command works on, as an argument ("HUB") or an option ("--hub").
 CLI::Option* AddHub(CLI::App& command, const std::string& name, std::string& hub);
+
+/// The hubs that a command works on, as arguments.
+CLI::Option* AddHubs(CLI::App& command, std::vector<std::string>& hubs);
 
 /// Bytes to write, as words in hexadecimal or in a file.
 void AddData(CLI::App& command, std::vector<std::string>& words, std::string& file);
 
-/// Examples behind the command's help.
+/// Examples after the command's help.
 void AddExamples(CLI::App& command, const std::vector<std::string>& examples);
 
-/// Names in front of values, in columns.
+/// Names before values, in columns.
 std::string Columns(const std::vector<std::pair<std::string, std::string>>& rows);
 
-/// A cell of a table, at least 12 characters wide and with a space behind the text.
+/// A cell of a table, at least 12 characters wide and with a space after the text.
 std::string TableCell(const std::string& text);
 
 /// A line of a table: cells, and a last one of any length.

@@ -18,11 +18,8 @@ inline Failure NotStarted(const std::string& reason) {
 /// Neither the terminal's interrupts nor the end of this process reach it.
 class Process {
  public:
-  enum class Errors { Shared, Taken };
-
-  /// Starts it with those arguments; its standard error is this program's or goes where its
-  /// standard output goes. Throws Failure when it cannot be started.
-  Process(const std::vector<std::string>& arguments, Errors errors);
+  /// Starts it with one argument, the name of a command. Throws Failure when it cannot be started.
+  explicit Process(const std::string& command);
   Process(Process&&) noexcept;
   Process& operator=(Process&&) = delete;
   /// Closes its standard input, and does not wait for it.
@@ -35,7 +32,7 @@ class Process {
   /// Appends what it has written since, without waiting; false when there will be no more.
   bool Read(std::string& text);
 
-  /// Waits for its end and tells it in words, as in "it ended with status 1".
+  /// Waits for its end and describes it, as in "it ended with status 1".
   std::string Ending();
 
   /// Returns when one of them has something to read, or after a tenth of a second.

@@ -20,18 +20,13 @@ constexpr std::size_t kBarWidth = 30;
 constexpr std::size_t kNumbersWidth = 18;
 constexpr std::size_t kSpeedWidth = 31;
 
-const char* Phase(std::int32_t percent) {
-  if (percent < kErasing) return "preparing";
-  if (percent < kWriting) return "erasing";
-  if (percent < kWritten) return "writing";
-  if (percent < kChecked) return "checking";
-  return percent < kDone ? "starting" : "done";
-}
+// In the order of the phases.
+constexpr std::array kNames{"preparing", "erasing", "writing", "checking", "starting", "done"};
 
 }  // namespace
 
 bool Progress::Take(std::int32_t percent) {
-  if (percent <= percent_) return false;             // also the 0 behind a failure
+  if (percent <= percent_) return false;             // also the 0 after a failure
   if (percent > kWriting && percent_ <= kWriting) {  // before, the flash was erased
     writingSince_ = Clock::now();
     firstPercent_ = percent;
@@ -40,16 +35,26 @@ bool Progress::Take(std::int32_t percent) {
   return percent % kLineStep == 0;
 }
 
+Phase Progress::CurrentPhase() const {
+  if (percent_ < kErasing) return Phase::Preparing;
+  if (percent_ < kWriting) return Phase::Erasing;
+  if (percent_ < kWritten) return Phase::Writing;
+  if (percent_ < kChecked) return Phase::Checking;
+  return percent_ < kDone ? Phase::Starting : Phase::Done;
+}
+
+const char* Progress::PhaseName() const { return kNames[static_cast<std::size_t>(CurrentPhase())]; }
+
 std::string Progress::Text() const {
-  return std::string(Phase(percent_)) + ", " + std::to_string(percent_) + " %";
+  return std::string(PhaseName()) + ", " + std::to_string(percent_) + " %";
 }
 
 std::string Progress::Bar(const std::string& label, std::size_t columns) const {
   const auto percent = std::max(percent_, 0);
   std::array<char, 32> numbers{};
   std::snprintf(numbers.data(), numbers.size(), " %3d %%  %-9s", static_cast<int>(percent),
-                Phase(percent));
-  // A terminal goes on to the next line behind its last column, so that stays free.
+                PhaseName());
+  // A terminal goes to the next line after its last column, so that stays free.
   const std::size_t taken = label.size() + 2 + kNumbersWidth;
   const std::size_t room = columns > taken ? columns - taken : 0;
   if (room < kLineStep) return (label + numbers.data()).substr(0, columns > 0 ? columns - 1 : 0);

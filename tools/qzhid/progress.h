@@ -9,23 +9,29 @@
 
 namespace qzhid {
 
+/// What an update is doing, in order.
+enum class Phase { Preparing, Erasing, Writing, Checking, Starting, Done };
+
 /// How far the update of one hub is.
 class Progress {
  public:
   /// `size` is that of the image in bytes.
   explicit Progress(std::size_t size) : size_(size) {}
 
-  /// Takes what the library reports; whether that is news worth a line of its own.
+  /// Takes what the library reports; whether that is worth a line of its own.
   bool Take(std::int32_t percent);
+
+  Phase CurrentPhase() const;
 
   /// As in "writing, 40 %".
   std::string Text() const;
-  /// A bar behind a label, for a terminal of that width.
+  /// A bar after a label, for a terminal of that width.
   std::string Bar(const std::string& label, std::size_t columns) const;
 
  private:
   using Clock = std::chrono::steady_clock;
 
+  const char* PhaseName() const;
   std::string Speed() const;
 
   std::size_t size_;

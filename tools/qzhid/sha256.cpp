@@ -9,10 +9,10 @@ namespace qzhid {
 namespace {
 
 constexpr std::size_t kBlock = 64;
-using State = std::array<std::uint32_t, 8>;
+using HashState = std::array<std::uint32_t, 8>;
 
-constexpr State kStart{0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
-                       0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
+constexpr HashState kStart{0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
+                           0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
 constexpr std::array<std::uint32_t, 64> kRound{
     0x428a2f98, 0x71374491, 0xb5c0fbcf, 0xe9b5dba5, 0x3956c25b, 0x59f111f1, 0x923f82a4, 0xab1c5ed5,
     0xd807aa98, 0x12835b01, 0x243185be, 0x550c7dc3, 0x72be5d74, 0x80deb1fe, 0x9bdc06a7, 0xc19bf174,
@@ -23,7 +23,7 @@ constexpr std::array<std::uint32_t, 64> kRound{
     0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
     0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
 
-void Mix(State& state, const std::uint8_t* block) {
+void Mix(HashState& state, const std::uint8_t* block) {
   std::array<std::uint32_t, 64> w{};
   for (std::size_t i = 0; i < 16; ++i, block += 4) {
     w[i] = static_cast<std::uint32_t>(block[0]) << 24 | static_cast<std::uint32_t>(block[1]) << 16 |
@@ -49,7 +49,7 @@ void Mix(State& state, const std::uint8_t* block) {
     b = a;
     a = t1 + t2;
   }
-  const State mixed{a, b, c, d, e, f, g, h};
+  const HashState mixed{a, b, c, d, e, f, g, h};
   for (std::size_t i = 0; i < state.size(); ++i) state[i] += mixed[i];
 }
 
@@ -63,7 +63,7 @@ std::string Sha256(const std::vector<std::uint8_t>& bytes) {
   for (int shift = 56; shift >= 0; shift -= 8) {
     padded.push_back(static_cast<std::uint8_t>(bits >> shift));
   }
-  State state = kStart;
+  HashState state = kStart;
   for (std::size_t at = 0; at < padded.size(); at += kBlock) Mix(state, padded.data() + at);
   std::string digest;
   for (const std::uint32_t word : state) {

@@ -1,4 +1,4 @@
-// What a hub says of itself.
+// What a hub says about itself.
 #pragma once
 
 #include <cstdint>
@@ -9,15 +9,15 @@
 namespace qzhid {
 
 struct HubState {
-  std::uint32_t vid =
-      0;  ///< from the status block; in the loader they may differ from the firmware's
+  // From the status block; in the loader they may differ from the firmware's.
+  std::uint32_t vid = 0;
   std::uint32_t pid = 0;
   std::optional<std::uint16_t> version;  ///< none in the loader
 
   std::string Text() const { return version ? VersionText(*version) : "loader"; }
 };
 
-/// What to do about a hub that sits in its loader, and about one that an update has lost.
+/// What to do about a hub that is in its loader, and about one that an update has lost.
 inline constexpr const char* kRecoverHub = "write its firmware with 'qzhid recover --image FILE'";
 inline constexpr const char* kFindHub =
     "unplug it, plug it in again, and run 'qzhid info' and 'qzhid recover'";

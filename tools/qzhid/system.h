@@ -1,4 +1,4 @@
-// What the program needs of the operating system beyond the standard library.
+// What the program needs from the operating system besides the standard library.
 #pragma once
 
 #include <filesystem>
@@ -7,7 +7,7 @@
 
 namespace qzhid::system {
 
-/// Files to try for the library, in this order; `folder` is the program's own.
+/// The files to try for the library, in this order; `folder` is that of the program.
 std::vector<std::string> LibraryFiles(const std::filesystem::path& folder, bool isVirtual);
 
 /// The folder of the running program.
@@ -21,23 +21,23 @@ void* FindFunction(void* library, const char* name);
 enum class Stream { Input, Output, Errors };
 bool IsTerminal(Stream stream);
 
-/// Data on standard input and output travel as they are from now on.
+/// From now on data on that stream is not converted.
 void PassBytesUnchanged(Stream stream);
 
-/// How large the terminal on standard error is, when it obeys control sequences; else nothing.
+/// The size of the terminal on standard error if it obeys control sequences; otherwise 0.
 struct TerminalSize {
   std::size_t columns = 0, lines = 0;
 };
 TerminalSize DrawableTerminal();
 
-/// What asks the process to end, in the way of Ctrl-C.
+/// The signals that ask the process to end, like Ctrl-C.
 extern const std::vector<int> kInterrupts;
 
-/// Whether each new thread, also one that the system starts for Ctrl-C, switches the library's log
-/// on.
+/// Whether each new thread switches the library's log on, also one that the system starts for
+/// Ctrl-C.
 extern const bool kThreadsStartLog;
 
-/// From now on the process outlives its terminal and whoever reads its output.
+/// From now on the process continues without its terminal and without readers of its output.
 void OutliveReaders();
 
 /// Makes a new folder for temporary files that only this user can read; empty when it cannot be.

@@ -8,7 +8,6 @@
 #include "qzhid/options.h"
 #include "qzhid/system.h"
 #include "qzhid/update_run.h"
-#include "qzhid/update_worker.h"
 
 namespace qzhid {
 
@@ -77,7 +76,7 @@ void ReportAll(Host& host, const Image& image, const UpdateRun& run) {
                   VersionText(image.version) + "\n");
 }
 
-// Shows why hubs are in that state that were not before.
+// Shows the failures that were not shown before.
 void ShowFailures(Host& host, const UpdateRun& run, std::vector<bool>& isShown) {
   isShown.resize(run.Jobs().size());
   for (std::size_t i = 0; i < run.Jobs().size(); ++i) {
@@ -108,10 +107,6 @@ void UpdateAll(Host& host, const UpdateOptions& options, const Image& image, Upd
 }
 
 void Update(Host& host, const UpdateOptions& options) {
-  if (options.isWorker) {
-    WriteAsWorker(host, options);
-    return;
-  }
   system::OutliveReaders();
   const Image image = ReadImage(host, options.image);
   UpdateRun run(host, options, image, PickHubs(host, options));
@@ -125,13 +120,9 @@ CLI::App* AddWriter(CLI::App& app, Host& host, const std::string& name, const st
   command->add_option("--image", options->image, "the firmware image file")->required();
   command->add_flag("--yes", options->isAgreed, "do not ask");
   command->add_flag("--force", options->isForced, "write an image that is for another hub");
-  // How the program starts itself for one hub.
-  command->add_flag("--worker", options->isWorker)->group("");
   command->callback([&host, options] { Update(host, *options); });
   return command;
 }
-
-constexpr const char* kHub = "instance, VID:PID, location or its end; default the only hub";
 
 }  // namespace
 
@@ -139,11 +130,12 @@ void AddUpdateCommand(CLI::App& app, Host& host) {
   const auto options = std::make_shared<UpdateOptions>();
   CLI::App* command =
       AddWriter(app, host, "update", "write a firmware image to one or more hubs", options);
-  CLI::Option* hubs = command->add_option("HUB", options->hubs, kHub);
+  CLI::Option* hubs = AddHubs(*command, options->hubs);
   command->add_flag("--all", options->isAll, "write to all hubs that are attached")->excludes(hubs);
   command->add_option("--jobs", options->jobs, "hubs that are written at a time, default 4")
       ->check(CLI::Range(std::size_t{1}, std::size_t{127}));
-  command->add_flag("--reinstall", options->isReinstall, "write the version that the hub runs");
+  command->add_flag("--reinstall", options->isReinstall,
+                    "write the version that the hub already runs");
   command->add_flag("--stay-in-loader", options->staysInLoader, "do not start the new firmware");
   AddExamples(*command, {"qzhid update --image new.bin", "qzhid update 5 --image new.bin --yes",
                          "qzhid update 2E7C:0818 --image new.bin --reinstall",
@@ -154,8 +146,8 @@ void AddRecoverCommand(CLI::App& app, Host& host) {
   const auto options = std::make_shared<UpdateOptions>();
   options->isRecovery = true;
   CLI::App* command = AddWriter(app, host, "recover",
-                                "write a firmware image to a hub that sits in its loader", options);
-  command->add_option("HUB", options->hubs, kHub)->expected(1);
+                                "write a firmware image to a hub that is in its loader", options);
+  AddHubs(*command, options->hubs)->expected(1);
   AddExamples(*command, {"qzhid recover --image new.bin", "qzhid recover 5 --image new.bin --yes"});
 }
 

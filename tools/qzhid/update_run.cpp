@@ -5,6 +5,7 @@
 
 #include "qzhid/interrupt.h"
 #include "qzhid/options.h"
+#include "qzhid/state.h"
 #include "qzhid/system.h"
 
 namespace qzhid {
@@ -13,33 +14,45 @@ namespace {
 
 using State = UpdateJob::State;
 
+constexpr std::size_t kLongestLine = 0x10000;  // of a worker
+
 // How another process finds the hub: instance numbers may mean nothing there.
-std::string KeyOf(const Hub& hub, const std::vector<Hub>& attached) {
+std::string LocationFor(const Hub& hub, const std::vector<Hub>& attached) {
   const auto same = std::count_if(attached.begin(), attached.end(), [&hub](const Hub& other) {
     return other.Location() == hub.Location();
   });
   if (same == 0) throw NoPermission(hub.Name());
   if (same == 1 && (!hub.Location().empty() || attached.size() == 1)) return hub.Location();
-  throw Failure(Exit::Failed, "the hub cannot be told from others by its location", hub.Name(),
+  throw Failure(Exit::Failed, "other hubs have the same location", hub.Name(),
                 "unplug the other hubs and repeat the command");
 }
 
-Failure FromWorker(const UpdateJob& job, const nlohmann::json& error) {
+Failure FromWorker(const UpdateJob& job, const ReportFailed& report) {
   const std::string stopped = InterruptGuard::IsStopWanted() ? "stopped, and " : "";
-  Failure failure(error.at("status").get<Exit>(), stopped + error.at("what").get<std::string>(),
-                  job.hub.Name(), error.at("next"));
-  failure.SetLog(error.value("log", std::vector<std::string>()));
+  Failure failure(report.status, stopped + report.what, job.hub.Name(), report.next);
+  failure.SetLog(report.log);
   return failure;
 }
 
-Failure Died(const UpdateJob& job, const std::string& ending) {
+// Of a worker that did not report how its job ended, but `did` something else.
+Failure WithoutResult(const UpdateJob& job, const std::string& did) {
   if (job.state == State::Writing) {
     return {Exit::HubLost,
-            "the process that wrote the hub died (" + ending + "), and the hub's state is unknown",
+            "the process that wrote the hub " + did + ", and the hub's state is unknown",
             job.hub.Name(), kFindHub};
   }
-  return {Exit::Failed, "the process for the hub died (" + ending + ") before anything was written",
+  return {Exit::Failed, "the process for the hub " + did + " before anything was written",
           job.hub.Name(), "repeat the command"};
+}
+
+std::string TextOf(RunningVersion version) { return HubState{.version = version}.Text(); }
+
+// Whether a worker may report that while its job is in that state.
+bool IsInTurn(State state, const WorkerReport& report) {
+  if (std::holds_alternative<ReportFailed>(report)) return state != State::Done;
+  const bool isOfCheck =
+      std::holds_alternative<ReportBefore>(report) || std::holds_alternative<ReportReady>(report);
+  return state == (isOfCheck ? State::Checking : State::Writing);
 }
 
 }  // namespace
@@ -51,7 +64,7 @@ UpdateRun::UpdateRun(Host& host, const UpdateOptions& options, const Image& imag
   for (const Hub& hub : hubs) {
     UpdateJob& job = jobs_.emplace_back(UpdateJob{.hub = hub, .progress = Progress(image.size)});
     try {
-      job.key = KeyOf(hub, attached);
+      job.location = LocationFor(hub, attached);
     } catch (const Failure& failure) {
       job.failure = failure;
       job.state = State::Failed;
@@ -65,18 +78,22 @@ std::size_t UpdateRun::Count(State state) const {
 }
 
 void UpdateRun::Start(UpdateJob& job, std::size_t number) {
-  if (!host_.Settings().log.empty() && !host_.Temporary().empty()) {
+  const Options& settings = host_.Settings();
+  if (!settings.log.empty() && !host_.Temporary().empty()) {
     job.log = (host_.Temporary() / ("hub" + std::to_string(number) + ".txt")).string();
   }
-  std::vector<std::string> arguments = host_.Arguments(job.log);
-  arguments.push_back(options_.isRecovery ? "recover" : "update");
-  if (!job.key.empty()) arguments.push_back(job.key);
-  arguments.push_back("--image=" + image_.path);
-  arguments.push_back("--worker");
-  if (options_.isForced) arguments.push_back("--force");
-  if (options_.isReinstall) arguments.push_back("--reinstall");
-  if (options_.staysInLoader) arguments.push_back("--stay-in-loader");
-  job.worker.emplace(arguments, Process::Errors::Shared);
+  job.worker.emplace("worker");
+  job.worker->Write(ToLine(WorkerJob{.library = settings.chosenLibrary,
+                                     .isVirtual = settings.isVirtual,
+                                     .isVerbose = settings.isVerbose,
+                                     .log = job.log,
+                                     .logLevel = settings.logLevel,
+                                     .image = image_.path,
+                                     .location = job.location,
+                                     .isRecovery = options_.isRecovery,
+                                     .isForced = options_.isForced,
+                                     .isReinstall = options_.isReinstall,
+                                     .staysInLoader = options_.staysInLoader}));
 }
 
 void UpdateRun::Check() {
@@ -88,7 +105,7 @@ void UpdateRun::Check() {
   while (Count(State::Checking) > 0) Listen();
 }
 
-// Hears what the workers say; false when there is none left.
+// Takes what the workers report; false when there is none left.
 bool UpdateRun::Listen() {
   std::vector<const Process*> workers;
   for (const UpdateJob& job : jobs_) {
@@ -99,31 +116,60 @@ bool UpdateRun::Listen() {
   for (UpdateJob& job : jobs_) {
     if (!job.worker) continue;
     const bool goesOn = job.worker->Read(job.heard);
-    for (std::size_t end = 0; (end = job.heard.find('\n')) != std::string::npos;) {
-      Hear(job, job.heard.substr(0, end));
-      job.heard.erase(0, end + 1);
-    }
+    HearLines(job);
     if (!goesOn) End(job);
   }
   return true;
 }
 
+void UpdateRun::HearLines(UpdateJob& job) {
+  for (std::size_t end = 0; (end = job.heard.find('\n')) != std::string::npos;) {
+    Hear(job, job.heard.substr(0, end));
+    job.heard.erase(0, end + 1);
+  }
+  if (job.heard.size() <= kLongestLine) return;
+  job.heard.clear();
+  Distrust(job, "it has no end");
+}
+
 void UpdateRun::Hear(UpdateJob& job, const std::string& line) {
-  const nlohmann::json said = nlohmann::json::parse(line, nullptr, false);
-  if (!said.is_object()) return;
-  if (said.contains("from")) job.from = job.runs = said["from"];
-  if (said.contains("ready")) job.state = State::Ready;
-  if (said.contains("percent") && job.progress.Take(said["percent"]) && !isLive_ &&
-      !host_.Settings().isQuiet) {
-    std::cerr << "hub " + job.hub.Name() + ": " + job.progress.Text() + '\n' << std::flush;
+  try {
+    const WorkerReport report = ReadReport(line);
+    if (job.state == State::Failed) return;
+    if (!IsInTurn(job.state, report)) throw MessageError("it is out of turn");
+    Take(job, report);
+  } catch (const MessageError& error) {
+    Distrust(job, error.what());
   }
-  if (said.contains("percent") && job.progress.Text().starts_with("erasing")) job.runs = "?";
-  if (said.contains("runs")) job.runs = said["runs"];
-  if (said.contains("done")) job.state = State::Done;
-  if (said.contains("error")) {
-    job.failure = FromWorker(job, said["error"]);
+}
+
+// A worker that is writing continues; any other one ends without having touched its hub.
+void UpdateRun::Distrust(UpdateJob& job, const std::string& reason) {
+  if (job.state == State::Failed) return;
+  job.failure = WithoutResult(job, "sent an invalid message (" + reason + ")");
+  if (job.state != State::Writing) job.worker->CloseInput();
+  job.state = State::Failed;
+}
+
+void UpdateRun::Take(UpdateJob& job, const WorkerReport& report) {
+  if (const auto* before = std::get_if<ReportBefore>(&report)) {
+    job.from = job.runs = TextOf(before->version);
+  } else if (const auto* progress = std::get_if<ReportProgress>(&report)) {
+    if (job.progress.Take(progress->percent)) ShowProgress(job);
+    if (job.progress.CurrentPhase() >= Phase::Erasing) job.runs = "?";
+  } else if (const auto* after = std::get_if<ReportAfter>(&report)) {
+    job.runs = TextOf(after->version);
+  } else if (const auto* failed = std::get_if<ReportFailed>(&report)) {
+    job.failure = FromWorker(job, *failed);
     job.state = State::Failed;
+  } else {
+    job.state = std::holds_alternative<ReportReady>(report) ? State::Ready : State::Done;
   }
+}
+
+void UpdateRun::ShowProgress(const UpdateJob& job) const {
+  if (isLive_ || host_.Settings().isQuiet) return;
+  std::cerr << "hub " + job.hub.Name() + ": " + job.progress.Text() + '\n' << std::flush;
 }
 
 void UpdateRun::End(UpdateJob& job) {
@@ -131,7 +177,7 @@ void UpdateRun::End(UpdateJob& job) {
   job.worker.reset();
   host_.TakeLog(job.log);
   if (job.state == State::Done || job.state == State::Failed) return;
-  job.failure = Died(job, ending);
+  job.failure = WithoutResult(job, "died (" + ending + ")");
   job.state = State::Failed;
 }
 
@@ -154,7 +200,7 @@ void UpdateRun::StartNext() {
     if (active >= options_.jobs || InterruptGuard::IsStopWanted()) return;
     if (job.state != State::Ready) continue;
     job.state = State::Writing;
-    job.worker->Write("go\n");
+    job.worker->Write(WriteLine());
     ++active;
   }
 }
@@ -175,7 +221,8 @@ void UpdateRun::SayInterrupted() {
   const std::string text =
       InterruptGuard::IsStopWanted()
           ? "stopping as soon as " + it + " can be left"
-          : it + " must not be left now, the update goes on; a second Ctrl-C within two seconds " +
+          : it +
+                " must not be left now, the update continues; a second Ctrl-C within two seconds " +
                 (isOne ? "" : "starts no further hub and ") + "stops as soon as " +
                 (isOne ? "the hub" : "the others") + " can be left";
   live_.Say("qzhid: " + text);

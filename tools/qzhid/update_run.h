@@ -5,11 +5,26 @@
 #include <string>
 #include <vector>
 
+#include "qzhid/hubs.h"
+#include "qzhid/image.h"
 #include "qzhid/process.h"
 #include "qzhid/progress.h"
-#include "qzhid/update_check.h"
+#include "qzhid/update_messages.h"
 
 namespace qzhid {
+
+/// What an update or a recovery is to do.
+struct UpdateOptions {
+  std::vector<std::string> hubs;
+  std::string image;
+  std::size_t jobs = 4;  ///< hubs that are written at a time
+  bool isAll = false;
+  bool isAgreed = false;
+  bool isForced = false;
+  bool isReinstall = false;
+  bool staysInLoader = false;
+  bool isRecovery = false;
+};
 
 /// One hub and its worker.
 struct UpdateJob {
@@ -17,7 +32,7 @@ struct UpdateJob {
 
   Hub hub;
   Progress progress;
-  std::string key{};  ///< what the worker calls the hub
+  std::string location{};  ///< by which the worker finds the hub; empty: the only one
   State state = State::Checking;
   std::string from = "?";  ///< what the hub ran before
   std::string runs = "?";  ///< what it runs now, as far as that is known
@@ -32,7 +47,7 @@ class UpdateRun {
   UpdateRun(Host& host, const UpdateOptions& options, const Image& image,
             const std::vector<Hub>& hubs);
 
-  /// Has all hubs asked whether they can be written; those that can are Ready then.
+  /// Has the workers check whether the hubs can be written; those that can are then Ready.
   void Check();
   /// Writes those that are Ready. An interruption does not end that; a second one keeps further
   /// hubs from being started.
@@ -44,7 +59,11 @@ class UpdateRun {
  private:
   void Start(UpdateJob& job, std::size_t number);
   bool Listen();
+  void HearLines(UpdateJob& job);
   void Hear(UpdateJob& job, const std::string& line);
+  void Take(UpdateJob& job, const WorkerReport& report);
+  void ShowProgress(const UpdateJob& job) const;
+  void Distrust(UpdateJob& job, const std::string& reason);
   void End(UpdateJob& job);
   void StartNext();
   void LeaveOthers();

@@ -1,23 +1,26 @@
-#include "qzhid/update_worker.h"
-
+// The process that writes one hub.
+#include <CLI/CLI.hpp>
 #include <csignal>
 #include <iostream>
 #include <string>
 #include <utility>
 
+#include "qzhid/commands.h"
 #include "qzhid/system.h"
+#include "qzhid/update_check.h"
+#include "qzhid/update_messages.h"
 
 namespace qzhid {
 
 namespace {
 
-void Tell(const nlohmann::ordered_json& object) {
-  // Whoever does not read any more does not keep the hub from being written.
-  std::cout << object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << std::endl;
+void Send(const WorkerReport& report) {
+  // The hub is written even when nobody reads any more.
+  std::cout << ToLine(report) << std::flush;
   std::cout.clear();
 }
 
-void TellPercent(std::int32_t percent) { Tell({{"percent", percent}}); }
+void SendProgress(std::int32_t percent) { Send(ReportProgress{percent}); }
 
 // What became of a hub that could not be updated.
 Failure FailedUpdate(Host& host, const Hub& hub) {
@@ -28,16 +31,16 @@ Failure FailedUpdate(Host& host, const Hub& hub) {
     return {Exit::HubLost, failed + "has left the bus", hub.Name(), kFindHub};
   }
   const HubState state = ReadState(host, *now);
-  Tell({{"runs", state.Text()}});
+  Send(ReportAfter{state.version});
   if (!state.version) {
-    return {Exit::Failed, failed + "sits in its loader", hub.Name(),
+    return {Exit::Failed, failed + "is in its loader", hub.Name(),
             "run 'qzhid recover --image FILE' on it"};
   }
   return {Exit::Failed, failed + "runs " + state.Text(), hub.Name(),
-          "repeat the command; --log FILE tells why it failed"};
+          "repeat the command; with --log FILE the log says why it failed"};
 }
 
-// What the hub runs behind a successful update.
+// What the hub runs after a successful update.
 void CheckResult(Host& host, const Hub& hub, const OpenHub& open, const Image& image,
                  bool staysInLoader) {
   constexpr const char* kSee = "unplug the hub, plug it in again and see 'qzhid info'";
@@ -47,51 +50,78 @@ void CheckResult(Host& host, const Hub& hub, const OpenHub& open, const Image& i
     throw Failure(Exit::HubLost, "the image is written, but the hub does not run it", hub.Name(),
                   kSee);
   }
-  const std::string runs = isRunning ? VersionText(version) : "loader";
-  Tell({{"runs", runs}});
+  Send(ReportAfter{isRunning ? RunningVersion(version) : std::nullopt});
   if (version != image.version && !staysInLoader) {
-    throw Failure(Exit::Failed, "the image is written, but the hub runs " + runs, hub.Name(), kSee);
+    throw Failure(Exit::Failed, "the image is written, but the hub runs " + VersionText(version),
+                  hub.Name(), kSee);
   }
 }
 
-void Write(Host& host, const UpdateOptions& options) {
-  const Image image = ReadImage(host, options.image);
-  const Hub hub = PickHub(host, options.hubs.empty() ? "" : options.hubs.front());
-  const HubState before = ReadState(host, hub);
-  Tell({{"from", before.Text()}});
-  CheckHub(hub, before, image, options);
-  Tell({{"ready", true}});
-  std::string go;
-  if (!std::getline(std::cin, go)) return;
-
-  for (const int interrupt : system::kInterrupts)
-    static_cast<void>(std::signal(interrupt, SIG_IGN));
+void WriteHub(Host& host, const WorkerJob& job, const Hub& hub, const Image& image) {
   const OpenHub open(host, hub);
-  host.Api().DllPassPara(options.staysInLoader ? 1 : 0);
-  if (host.Api().UpdateDev(open.Handle(), image.path.c_str(), TellPercent) == 0) {
-    // Asking the hub how it is may log failures of its own.
-    std::vector<std::string> log = host.LastFailures();
+  host.Api().DllPassPara(job.staysInLoader ? 1 : 0);
+  if (host.Api().UpdateDev(open.Handle(), image.path.c_str(), SendProgress) == 0) {
+    // Asking the hub for its state may log failures of its own.
+    std::vector<std::string> log = host.LastLogLines();
     Failure failure = FailedUpdate(host, hub);
     failure.SetLog(std::move(log));
     throw Failure(failure);
   }
-  CheckResult(host, hub, open, image, options.staysInLoader);
-  Tell({{"done", true}});
+  CheckResult(host, hub, open, image, job.staysInLoader);
+}
+
+void Work(Host& host, const WorkerJob& job) {
+  const Image image = ReadImage(host, job.image);
+  const Hub hub = PickHub(host, job.location);
+  const HubState before = ReadState(host, hub);
+  Send(ReportBefore{before.version});
+  CheckHub(hub, before, image, job);
+  Send(ReportReady{});
+  std::string line;
+  if (!std::getline(std::cin, line) || !IsWriteLine(line)) return;
+  for (const int interrupt : system::kInterrupts) {
+    static_cast<void>(std::signal(interrupt, SIG_IGN));
+  }
+  WriteHub(host, job, hub, image);
+  Send(ReportDone{});
+}
+
+WorkerJob TakeJob() {
+  std::string line;
+  std::getline(std::cin, line);
+  try {
+    return ReadJob(line);
+  } catch (const MessageError& error) {
+    throw Failure(Exit::WrongUse,
+                  std::string("standard input is not a job for a worker: ") + error.what(), "",
+                  "use 'qzhid update', which starts its workers itself");
+  }
+}
+
+void RunWorker(Host& host) {
+  const WorkerJob job = TakeJob();
+  system::OutliveReaders();
+  Options& settings = host.Settings();
+  settings.chosenLibrary = job.library;
+  settings.isVirtual = job.isVirtual;
+  settings.isVerbose = job.isVerbose;
+  settings.log = job.log;
+  settings.logLevel = job.logLevel;
+  try {
+    Work(host, job);
+  } catch (const Failure& failure) {
+    ReportFailed report{failure.Status(), failure.what(), failure.Next(), {}};
+    if (job.isVerbose) report.log = failure.Log().empty() ? host.LastLogLines() : failure.Log();
+    Send(report);
+  }
 }
 
 }  // namespace
 
-void WriteAsWorker(Host& host, const UpdateOptions& options) {
-  system::OutliveReaders();
-  try {
-    Write(host, options);
-  } catch (const Failure& failure) {
-    nlohmann::ordered_json error = ToJson(failure);
-    if (host.Settings().isVerbose) {
-      error["log"] = failure.Log().empty() ? host.LastFailures() : failure.Log();
-    }
-    Tell({{"error", error}});
-  }
+void AddWorkerCommand(CLI::App& app, Host& host) {
+  CLI::App* command = app.add_subcommand("worker", "write one hub, for another process");
+  command->group("");  // hidden: the program starts it itself
+  command->callback([&host] { RunWorker(host); });
 }
 
 }  // namespace qzhid

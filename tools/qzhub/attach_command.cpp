@@ -18,7 +18,7 @@ void Attach(const std::string& scenarioFile) {
   stop.RequestOnSignals();
   EventLog log;
   std::list<Attachment> attachments;
-  // One that fails ends them all.
+  // When one fails, all end.
   const auto orStop = [&](auto&& step) {
     try {
       step();
@@ -46,7 +46,7 @@ void AddAttachCommand(CLI::App& app) {
       "attach", "plug virtual devices into this machine's kernel (as root; needs vhci_hcd)");
   const auto scenario = std::make_shared<std::string>();
   command->add_option("--scenario", *scenario,
-                      "JSON file that says what is attached, default: one hub and one keyboard");
+                      "JSON file that describes the devices, default: one hub and one keyboard");
   command->callback([scenario] { Attach(*scenario); });
 }
 

@@ -3,10 +3,10 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <system_error>
 #include <thread>
 
+#include "common/texts.h"
 #include "qzhub/link_socket.h"
 
 namespace qzhub {
@@ -17,12 +17,6 @@ using namespace std::chrono_literals;
 constexpr auto kBusInterval = 10ms;
 constexpr auto kPortInterval = 5ms;
 constexpr int kPortTries = 400;  // two seconds: the kernel frees a port in the background
-
-std::string Hex4(std::uint16_t value) {
-  char text[8];
-  std::snprintf(text, sizeof(text), "%04x", value);
-  return text;
-}
 
 }  // namespace
 
@@ -47,22 +41,21 @@ void Attachment::Attach() {
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
     throw std::system_error(errno, std::generic_category(), "socketpair");
   }
-  socket_ = FileDescriptor(ends[0]);
-  const FileDescriptor kernelEnd(ends[1]);
+  socket_ = tools::Descriptor(ends[0]);
+  const tools::Descriptor kernelEnd(ends[1]);
   const std::uint32_t devid = export_.place.Devid();
   while (!vhci_.Attach(*port_, kernelEnd.get(), devid)) port_ = vhci_.FindFreePort({*port_});
   const virtualhub::UsbIds ids = device_->ids;
-  log_.Event("attached " + Label() + " devid=" + std::to_string(devid) + " vid=" + Hex4(ids.vid) +
-             " pid=" + Hex4(ids.pid));
+  log_.Event("attached " + Label() + " devid=" + std::to_string(devid) +
+             " vid=" + tools::HexText(ids.vid) + " pid=" + tools::HexText(ids.pid));
 }
 
 void Attachment::Serve() {
   do {
     AttachIfPresent();
     if (!socket_) continue;
-    const std::string problem =
-        RunLink(machine_, *device_, export_.place.Devid(), socket_.get(), stop_);
-    if (!problem.empty()) log_.Remark(export_.name + ": " + problem);
+    const LinkEnd end = RunLink(machine_, *device_, export_.place.Devid(), socket_.get(), stop_);
+    if (end == LinkEnd::NotUsbip) log_.Remark(export_.name + ": not a message of USB/IP");
     Detach();
   } while (!stop_.WaitFor(kBusInterval));
 }
@@ -72,7 +65,7 @@ std::string Attachment::Label() const {
 }
 
 void Attachment::Detach() {
-  socket_ = FileDescriptor();
+  socket_ = tools::Descriptor();
   for (int i = 0; i < kPortTries && !vhci_.IsFree(*port_); ++i) {
     std::this_thread::sleep_for(kPortInterval);
   }

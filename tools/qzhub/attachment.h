@@ -3,9 +3,9 @@
 #include <optional>
 #include <string>
 
+#include "common/descriptor.h"
 #include "qzhub/event_log.h"
 #include "qzhub/exports.h"
-#include "qzhub/file_descriptor.h"
 #include "qzhub/stop_event.h"
 #include "qzhub/vhci.h"
 #include "virtualhub/bus/machine.h"
@@ -16,7 +16,7 @@ namespace qzhub {
 /// the scenario's bus: detached when it leaves, attached again when it is back, on the same port
 /// unless it came back elsewhere.
 ///
-/// When the host's side detaches a device, it stays so until it has been off the bus.
+/// A device that the host's side detaches stays detached until it has been off the bus.
 class Attachment {
  public:
   Attachment(virtualhub::Machine& machine, Export exported, const Vhci& vhci, const StopEvent& stop,
@@ -24,7 +24,7 @@ class Attachment {
       : machine_(machine), export_(std::move(exported)), vhci_(vhci), stop_(stop), log_(log) {}
 
   /// Attaches the device if it is on the bus; Serve then answers for it. Throws
-  /// std::runtime_error with what helps against it.
+  /// std::runtime_error with a remedy.
   void AttachIfPresent();
 
   /// Answers for the device, and attaches it again whenever it comes back, until the end is
@@ -44,7 +44,7 @@ class Attachment {
   EventLog& log_;
   std::optional<virtualhub::BusDevice> device_;  // as it was attached last
   std::optional<std::uint32_t> port_;
-  FileDescriptor socket_;  // none while it is not attached
+  tools::Descriptor socket_;  // none while it is not attached
 };
 
 }  // namespace qzhub

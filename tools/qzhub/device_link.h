@@ -1,4 +1,4 @@
-// An imported device at work: the USB/IP protocol behind the import, without any socket.
+// An imported device at work: the USB/IP protocol after the import, without any socket.
 #pragma once
 
 #include <condition_variable>
@@ -14,15 +14,15 @@
 
 namespace qzhub {
 
-/// Carries out what the other end submits, one control transfer after the other and each in the
-/// time that the device takes, while commands go on being taken. Every submit command is answered
-/// exactly once: by its own answer, or by that of the unlink command that took it back.
+/// Carries out what the other end submits, one control transfer after the other, and takes further
+/// commands meanwhile. Every submit command is answered exactly once: by its own answer, or by that
+/// of the unlink command that took it back.
 ///
 /// The link ends when the device leaves the bus: a transfer under way is then answered with a
 /// protocol error, and the rest is dropped with the connection.
 class DeviceLink {
  public:
-  /// The connection below. The link calls both from any thread, one call at a time; neither may
+  /// The connection below. The link calls both from any thread, one call at a time; neither must
   /// call the link.
   struct Connection {
     std::function<bool(ByteView)> send;  ///< one whole message; false when that failed
@@ -37,7 +37,7 @@ class DeviceLink {
   DeviceLink& operator=(const DeviceLink&) = delete;
 
   /// Takes bytes as they arrive, in pieces of any size. False when they are not the protocol or
-  /// an answer could not be sent: the connection is then to be ended.
+  /// an answer could not be sent: the caller then ends the connection.
   bool Receive(ByteView bytes);
 
   /// Whether the link has ended by itself.
@@ -67,7 +67,7 @@ class DeviceLink {
   Bytes received_;                // of Receive
 
   // Answers are sent while the mutex is held, so that their order on the wire is that of the
-  // decisions: an unlink that came too late is answered behind its victim.
+  // decisions: an unlink that came too late is answered after its victim.
   std::mutex mutex_;
   std::condition_variable wake_;
   std::deque<Transfer> waiting_;

@@ -6,8 +6,8 @@
 
 namespace qzhub {
 
-/// What the commands say while they run: events for scripts on standard output, one line each, and
-/// remarks for people on standard error. Any thread.
+/// What the commands print while they run: events for scripts on standard output, one line each,
+/// and remarks for people on standard error. Any thread may call it.
 class EventLog {
  public:
   void Event(const std::string& line) { Write(std::cout, line); }

@@ -6,8 +6,8 @@ class App;
 
 namespace qzhub {
 
-/// Adds "image", which makes firmware image files for virtual hubs. What goes wrong when it runs is
-/// thrown as std::runtime_error with a text for the user.
+/// Adds "image", which makes firmware image files for virtual hubs. When it fails it throws
+/// std::runtime_error with a text for the user.
 void AddImageCommand(CLI::App& app);
 
 }  // namespace qzhub

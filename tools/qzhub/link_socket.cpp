@@ -14,8 +14,8 @@ constexpr auto kSendTime = std::chrono::seconds(5);
 
 }  // namespace
 
-std::string RunLink(virtualhub::Machine& machine, const virtualhub::BusDevice& device,
-                    std::uint32_t devid, int socket, const StopEvent& stop) {
+LinkEnd RunLink(virtualhub::Machine& machine, const virtualhub::BusDevice& device,
+                std::uint32_t devid, int socket, const StopEvent& stop) {
   DeviceLink link(machine, device, devid,
                   {.send =
                        [socket](ByteView message) {
@@ -31,7 +31,7 @@ std::string RunLink(virtualhub::Machine& machine, const virtualhub::BusDevice& d
     good = link.Receive(ByteView(buffer).first(count));
   }
   shutdown(socket, SHUT_RDWR);
-  return good || link.HasEnded() ? "" : "not a message of USB/IP";
+  return good || link.HasEnded() ? LinkEnd::Over : LinkEnd::NotUsbip;
 }
 
 }  // namespace qzhub

@@ -6,10 +6,15 @@
 
 namespace qzhub {
 
-/// Drives an imported device over a connected stream socket until either end closes it, the device
-/// leaves the bus, the other end breaks the protocol, or the end is requested. The socket is shut
-/// down then. The text says what the other end did wrong; it is empty otherwise.
-std::string RunLink(virtualhub::Machine& machine, const virtualhub::BusDevice& device,
-                    std::uint32_t devid, int socket, const StopEvent& stop);
+/// Why a link ended.
+enum class LinkEnd {
+  Over,      ///< an end closed it, the device left the bus, or the end was requested
+  NotUsbip,  ///< the other end sent what is not a message of USB/IP
+};
+
+/// Drives an imported device over a connected stream socket until the link ends. The socket is shut
+/// down then.
+LinkEnd RunLink(virtualhub::Machine& machine, const virtualhub::BusDevice& device,
+                std::uint32_t devid, int socket, const StopEvent& stop);
 
 }  // namespace qzhub

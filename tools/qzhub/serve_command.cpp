@@ -16,7 +16,7 @@ struct ServeOptions {
 
 void Serve(const ServeOptions& options) {
   const virtualhub::Scenario scenario = LoadScenario(options.scenario);
-  const FileDescriptor listener = Listen(*SocketAddress::Parse(options.listen));
+  const tools::Descriptor listener = Listen(*SocketAddress::Parse(options.listen));
   virtualhub::Machine machine(scenario);
   const StopEvent stop;
   stop.RequestOnSignals();
@@ -44,11 +44,11 @@ void AddServeCommand(CLI::App& app) {
       "ADDRESS:PORT");
   command
       ->add_option("--listen", options->listen,
-                   "where clients connect, default 127.0.0.1:3240; any who reaches it may use the "
-                   "devices")
+                   "where clients connect, default 127.0.0.1:3240; anyone who can reach it can use "
+                   "the devices")
       ->check(address);
   command->add_option("--scenario", options->scenario,
-                      "JSON file that says what is served, default: one hub and one keyboard");
+                      "JSON file that describes the devices, default: one hub and one keyboard");
   command->callback([options] { Serve(*options); });
 }
 

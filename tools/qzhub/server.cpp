@@ -23,7 +23,7 @@ constexpr auto kRequestTime = std::chrono::seconds(5);
 constexpr auto kAcceptPause = std::chrono::milliseconds(100);
 
 void SetOption(int socket, int level, int option, int value) {
-  // They only make things better; a socket that refuses them serves as well.
+  // These are improvements only; a socket without them works, too.
   setsockopt(socket, level, option, &value, sizeof(value));
 }
 
@@ -44,7 +44,7 @@ void Server::Run(int listener) {
   pollfd waited[] = {{listener, POLLIN, 0}, {stop_.fd(), POLLIN, 0}};
   while (waited[1].revents == 0) {
     if (poll(waited, 2, -1) <= 0 || waited[0].revents == 0) continue;
-    FileDescriptor socket(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+    tools::Descriptor socket(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
     if (socket) {
       Admit(std::move(socket));
     } else if (errno != EINTR && errno != EAGAIN && errno != ECONNABORTED) {
@@ -55,7 +55,7 @@ void Server::Run(int listener) {
   clients_.clear();  // waits for them
 }
 
-void Server::Admit(FileDescriptor socket) {
+void Server::Admit(tools::Descriptor socket) {
   clients_.remove_if([](const std::future<void>& client) {
     return client.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
   });
@@ -63,11 +63,11 @@ void Server::Admit(FileDescriptor socket) {
     if (clients_.size() >= kMostClients) throw std::length_error("too many are connected");
     Tune(socket.get());
     clients_.push_back(std::async(std::launch::async, [this, handed = std::move(socket)]() mutable {
-      const FileDescriptor own = std::move(handed);  // closed as soon as it is served
+      const tools::Descriptor own = std::move(handed);  // closed as soon as it is served
       Serve(own.get());
     }));
   } catch (const std::exception& error) {
-    log_.Remark(std::string("refused a client: ") + error.what());
+    log_.Remark(std::string("rejected a client: ") + error.what());
   }
 }
 
@@ -86,7 +86,7 @@ void Server::Serve(int socket) try {
     Import(socket, peer, field);
   }
 } catch (const std::exception& error) {
-  log_.Remark(std::string("gave a client up: ") + error.what());
+  log_.Remark(std::string("dropped a client: ") + error.what());
 }
 
 void Server::List(int socket) {
@@ -120,8 +120,8 @@ void Server::Import(int socket, const std::string& peer, ByteView busidField) {
   if (!SendAll(socket, EncodeImported(exported->place, *device), RequestDeadline())) return;
   const std::string label = exported->name + " busid=" + busid;
   log_.Event("imported " + label + " by=" + peer);
-  const std::string problem = RunLink(machine_, *device, exported->place.Devid(), socket, stop_);
-  if (!problem.empty()) log_.Remark(peer + ": " + problem);
+  const LinkEnd end = RunLink(machine_, *device, exported->place.Devid(), socket, stop_);
+  if (end == LinkEnd::NotUsbip) log_.Remark(peer + ": not a message of USB/IP");
   log_.Event("released " + label);
 }
 

@@ -4,17 +4,17 @@
 #include <list>
 #include <mutex>
 
+#include "common/descriptor.h"
 #include "qzhub/event_log.h"
 #include "qzhub/exports.h"
-#include "qzhub/file_descriptor.h"
 #include "qzhub/stop_event.h"
 #include "virtualhub/bus/machine.h"
 
 namespace qzhub {
 
-/// A USB/IP server. Each client has a thread, and nothing that a client does or leaves undone
-/// concerns another one, except that a device is imported by one at a time. A connection ends
-/// behind its first request, unless that imports a device; the request must be complete in time.
+/// A USB/IP server. Each client has its own thread, and no client can disturb another one, except
+/// that only one at a time can import a device. A connection ends after its first request, unless
+/// that imports a device; the request must be complete in time.
 class Server {
  public:
   Server(virtualhub::Machine& machine, std::vector<Export> exports, const StopEvent& stop,
@@ -29,7 +29,7 @@ class Server {
   void Run(int listener);
 
  private:
-  void Admit(FileDescriptor socket);
+  void Admit(tools::Descriptor socket);
   void Serve(int socket);
   void List(int socket);
   void Import(int socket, const std::string& peer, ByteView busidField);

@@ -73,8 +73,8 @@ std::string SocketAddress::Text() const {
   return (isV6 ? "[" + std::string(host) + "]:" : std::string(host) + ":") + port;
 }
 
-FileDescriptor Listen(const SocketAddress& address) {
-  FileDescriptor listener(
+tools::Descriptor Listen(const SocketAddress& address) {
+  tools::Descriptor listener(
       socket(address.storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const int on = 1;
   const bool good = listener &&

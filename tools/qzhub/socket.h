@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "qzhub/file_descriptor.h"
+#include "common/descriptor.h"
 #include "qzhub/stop_event.h"
 #include "virtualhub/base/bytes.h"
 
@@ -26,7 +26,7 @@ struct SocketAddress {
 };
 
 /// Throws std::system_error with the address in its text.
-FileDescriptor Listen(const SocketAddress& address);
+tools::Descriptor Listen(const SocketAddress& address);
 /// The address that a socket listens on, and the one at the other end of a connection.
 SocketAddress LocalAddress(int socket);
 SocketAddress PeerAddress(int socket);

@@ -18,7 +18,7 @@ std::atomic<int> signalledFd{-1};
 
 void WriteOne(int fd) {
   const std::uint64_t one = 1;
-  // It fails only when the event is set over and over, and then it is set.
+  // It can only fail when the event is already set.
   [[maybe_unused]] const auto written = write(fd, &one, sizeof(one));
 }
 

@@ -2,11 +2,11 @@
 
 #include <chrono>
 
-#include "qzhub/file_descriptor.h"
+#include "common/descriptor.h"
 
 namespace qzhub {
 
-/// The request to end: every thread that waits for something waits for this as well. It stays set.
+/// The request to end: every thread that waits for something also waits for this. It stays set.
 class StopEvent {
  public:
   StopEvent();
@@ -24,7 +24,7 @@ class StopEvent {
   void RequestOnSignals() const;
 
  private:
-  FileDescriptor fd_;
+  tools::Descriptor fd_;
 };
 
 }  // namespace qzhub

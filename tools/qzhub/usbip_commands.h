@@ -6,9 +6,9 @@ class App;
 
 namespace qzhub {
 
-// The commands that give virtual devices to a kernel. Systems that lack what they stand on have
-// none of them. What goes wrong when they run is thrown as std::runtime_error with a text for the
-// user.
+// The commands that give virtual devices to a kernel; systems without Linux's sockets and virtual
+// USB host controller do not have them. When they fail they throw std::runtime_error with a text
+// for the user.
 
 /// Adds "serve", which offers the devices of a scenario over USB/IP until SIGINT or SIGTERM.
 void AddServeCommand(CLI::App& app);

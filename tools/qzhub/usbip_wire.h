@@ -24,8 +24,8 @@ enum class OpRequest { DeviceList, Import };
 /// Status of a reply.
 enum class OpStatus : std::uint32_t { Ok = 0, DeviceBusy = 2, NoDevice = 4 };
 
-/// The request that a header announces; none when version or code are others. Its status field has
-/// no meaning in a request.
+/// The request that a header announces; none for another version or code. The status field has no
+/// meaning in a request.
 std::optional<OpRequest> DecodeOpHeader(ByteView header);
 
 /// The text in an import request's bus id field, up to the first zero if there is one.
@@ -69,8 +69,8 @@ struct Command {
   std::size_t payload() const { return kind == Kind::Submit && !in ? length : 0; }
 };
 
-/// Decodes kCommandSize bytes. None for anything that cannot be: another command, a field out of
-/// its range, a transfer that is too long, isochronous packets (no device here has such endpoints).
+/// Decodes kCommandSize bytes. None for an invalid command: of another kind, with a field out of
+/// its range, with too long a transfer, or isochronous (no device here has such endpoints).
 std::optional<Command> DecodeCommand(ByteView bytes);
 
 /// Status of a transfer: a negative error number of Linux.

@@ -10,7 +10,7 @@
 #include <sstream>
 #include <system_error>
 
-#include "qzhub/file_descriptor.h"
+#include "common/descriptor.h"
 #include "qzhub/usbip_wire.h"
 
 namespace qzhub {
@@ -75,7 +75,7 @@ bool Vhci::IsFree(std::uint32_t port) const {
 
 bool Vhci::Attach(std::uint32_t port, int socket, std::uint32_t devid) const {
   const std::string file = (folder_ / "attach").string();
-  const FileDescriptor attach(open(file.c_str(), O_WRONLY | O_CLOEXEC));
+  const tools::Descriptor attach(open(file.c_str(), O_WRONLY | O_CLOEXEC));
   std::ostringstream line;
   line << port << ' ' << socket << ' ' << devid << ' ' << kHighSpeed;
   const std::string text = line.str();

@@ -17,16 +17,16 @@ struct VhciPort {
   bool operator==(const VhciPort&) const = default;
 };
 
-/// The ports of a "status" file. Lines that do not describe a port are passed over.
+/// The ports of a "status" file. Lines that do not describe a port are ignored.
 std::vector<VhciPort> ParseVhciStatus(const std::string& text);
 
-/// All failures are thrown as std::runtime_error with what helps against them.
+/// All failures are thrown as std::runtime_error with a remedy.
 class Vhci {
  public:
   /// Fails when the kernel has no such controller.
   explicit Vhci(const std::filesystem::path& platform = "/sys/devices/platform");
 
-  /// The first free high-speed port that is none of `except`.
+  /// The first free high-speed port that is not in `except`.
   std::uint32_t FindFreePort(const std::set<std::uint32_t>& except) const;
   bool IsFree(std::uint32_t port) const;
 

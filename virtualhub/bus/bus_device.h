@@ -8,8 +8,8 @@
 
 namespace virtualhub {
 
-/// A HID node during one stay of its device on the bus: what an open handle keeps to. When the
-/// device comes back its node may have the same number; it is another stay.
+/// A HID node during one stay of its device on the bus, to which an open handle belongs. When the
+/// device comes back its node may have the same number, but it is another stay.
 struct HidNode {
   DevInst number = 0;
   std::uint64_t stay = 0;
@@ -17,10 +17,10 @@ struct HidNode {
 };
 
 /// A device on the bus, as a USB host finds it. Each time it comes back it has another `hid`, and
-/// what it says of itself may have changed.
+/// the other members may have changed.
 struct BusDevice {
   std::string name;  ///< in the scenario
-  HidNode hid;       ///< which takes its reports
+  HidNode hid;       ///< takes its reports
   PortPath port;
   UsbIds ids;
   std::optional<std::string> productText;  ///< string 52, UTF-8

@@ -1,4 +1,4 @@
-// The time of one virtual machine.
+// The time of one machine.
 #pragma once
 
 #include <atomic>
@@ -12,7 +12,7 @@ struct CalendarTime {
   int year, month, day, hour, minute, second;
 };
 
-/// Microseconds since the machine was made, virtual or real. Any thread may use it.
+/// Microseconds since the machine was made, virtual or real. Any thread may call it.
 class Clock {
  public:
   enum class Mode {
@@ -26,7 +26,7 @@ class Clock {
   std::uint64_t NowUs() const;
   void SleepUs(std::uint64_t microseconds);
 
-  /// Lets that much virtual time pass at each look at the clock, as time passes while a program
+  /// Lets that much virtual time pass each time the clock is read, as time passes while a program
   /// runs; 0 at first.
   void PassPerLook(std::uint64_t microseconds) { perLookUs_ = microseconds; }
 

@@ -32,7 +32,7 @@ struct SavesAtExit {
 };
 
 Scenario ScenarioOfEnvironment() {
-  const char* file = std::getenv("QZ_VIRTUAL_HUB");
+  const char* file = std::getenv(kScenarioVariable);
   if (file == nullptr) return DefaultScenario();
   try {
     return ReadScenarioFile(file);

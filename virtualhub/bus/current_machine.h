@@ -1,4 +1,4 @@
-// The virtual machine that this process runs on.
+// The machine that this process runs on.
 #pragma once
 
 #include <memory>
@@ -10,23 +10,23 @@ namespace virtualhub {
 
 /// The current machine. On first use it is made from the scenario file that the environment
 /// variable QZ_VIRTUAL_HUB names, or from DefaultScenario() when it is not set; time is real unless
-/// the scenario says otherwise. A file that is refused costs one line on standard error, and the
-/// machine then has no devices.
+/// the scenario says otherwise. When the file is rejected, one line on standard error says why, and
+/// the machine has no devices.
 Machine& CurrentMachine();
 
-/// The same, to be held: a machine lives as long as someone holds it.
+/// The same, shared: a machine lives as long as someone holds it.
 std::shared_ptr<Machine> HoldCurrentMachine();
 
 /// Makes a new machine and makes it the current one; its time is virtual unless the scenario says
-/// otherwise. Throws ScenarioError for JSON text that is refused.
+/// otherwise. Throws ScenarioError for JSON text that is rejected.
 Machine& InstallMachine(const Scenario& scenario);
 Machine& InstallMachine(const std::string& json);
 
-/// Gives the current machine up (its hubs' flash is saved), so that the next use makes a new one.
+/// Drops the current machine after saving its hubs' flash; the next use makes a new one.
 void UninstallMachine();
 
 /// Around a fork of the process, on the thread that forks: no other thread has a lock of the
-/// machine meanwhile. Unlocked in the parent and in the child.
+/// machine meanwhile. The parent and the child both unlock.
 void LockCurrentMachine();
 void UnlockCurrentMachine();
 

@@ -8,41 +8,41 @@
 #include <vector>
 
 #include "virtualhub/base/bytes.h"
+#include "virtualhub/bus/service.h"
 
 namespace virtualhub {
 
-/// One fault. It watches events of one kind, strikes at the n-th that it sees, and then at the
-/// following ones, `count` times in all. Of several faults that strike at one event the first
-/// added acts.
+/// One fault. It counts events of one kind, strikes at the n-th and then at the ones after it,
+/// `count` times in total. When several faults strike at one event, the first one added acts.
 struct Fault {
   enum class On {
     Exchange,  ///< any report exchange
     Output,    ///< an output report
     Input,     ///< an input report
     Request,   ///< a decoded vendor request of `requestType` and `request`
-    Call,      ///< a call of the platform service named `service`
-    Reset,     ///< a reset that a hub has accepted
+    Call,      ///< a call of `service`
+    Reset,     ///< a reset that a hub accepted
   };
   enum class Action {
     Fail,          ///< fails with the system code `code`, which may be 0; nothing is carried out
-    Stall,         ///< the device refuses; nothing is carried out
+    Stall,         ///< the device stalls; nothing is carried out
     AnswerZeros,   ///< the answer's data is all 0x00
     AnswerOnes,    ///< the answer's data is all 0xFF
     AnswerRandom,  ///< the answer's data is pseudo-random, from `seed`
     LoseWrite,     ///< accepted, but not carried out
-    Unplug,        ///< the device loses its plug; an exchange under way is cut off
-    PowerLoss,     ///< the device loses its supply; an exchange under way is cut off
-    Hold,          ///< another program opens the device for itself alone
-    NeverReturn,   ///< On::Reset only: the hub leaves the bus for good
-    ReturnAt,      ///< On::Reset only: the hub comes back at `port`
+    Unplug,        ///< the device is unplugged; an exchange under way is cut off
+    PowerLoss,     ///< the device loses its power; an exchange under way is cut off
+    Hold,          ///< another program opens the device exclusively
+    NeverReturn,   ///< only On::Reset: the hub leaves the bus forever
+    ReturnAt,      ///< only On::Reset: the hub comes back at `port`
   };
 
   On on = On::Exchange;
   std::uint8_t requestType = 0, request = 0;
-  std::string service = {};
-  std::string device = {};  ///< watches, and strikes, only this device; empty: the one concerned
+  std::optional<Service> service = {};  ///< for On::Call, which needs one
+  std::string device = {};  ///< counts and strikes only this one; empty: the one concerned
   std::uint32_t nth = 1;
-  std::uint32_t count = 1;  ///< 0: for ever
+  std::uint32_t count = 1;  ///< 0: forever
 
   Action action = Action::Fail;
   std::uint32_t code = 0;
@@ -56,7 +56,7 @@ struct Fault {
 struct FaultEvent {
   Fault::On on = Fault::On::Exchange;
   std::string_view device;  ///< empty when no device is concerned
-  std::string_view service = {};
+  std::optional<Service> service = {};
   std::uint8_t requestType = 0, request = 0;
 };
 
@@ -76,13 +76,7 @@ class Faults {
   std::vector<Watched> watched_;
 };
 
-/// The names of the services that Fault::On::Call may watch.
-bool IsPlatformService(std::string_view name);
-
-/// Whether calls of that service concern one device.
-bool ConcernsDevice(std::string_view service);
-
-/// Overwrites answer data as one of the Answer... actions says; any other action leaves it.
+/// Overwrites answer data as the Answer... actions say; other actions change nothing.
 void Garble(const Fault& fault, MutableBytes data);
 
 }  // namespace virtualhub

@@ -77,26 +77,27 @@ void Machine::Save() {
 void Machine::LoadState(Device& device) {
   if (stateFolder_.empty() || !device.hub) return;
   const auto file = StateFilePath(stateFolder_, device.config.name);
-  const std::string problem = LoadStateFile(file, *device.hub);
-  if (problem.empty()) {
+  try {
+    LoadStateFile(file, *device.hub);
     device.savedFlash = device.hub->SaveFlash();
-    return;
+  } catch (const FileError& error) {
+    std::cerr << "virtualhub: the state file " << file.string() << ' ' << error.what()
+              << "; the hub starts with the image of the scenario\n";
   }
-  std::cerr << "virtualhub: " << file.string() << ": " << problem
-            << "; the hub starts with the image of the scenario\n";
 }
 
 void Machine::SaveState(Device& device) {
   if (stateFolder_.empty() || !device.hub) return;
   const auto file = StateFilePath(stateFolder_, device.config.name);
-  // What did not change here may have been changed by another process meanwhile.
+  // When nothing changed here, another process may have changed the file meanwhile.
   Bytes flash = device.hub->SaveFlash();
-  if (flash == device.savedFlash && std::filesystem::exists(file)) return;
-  const std::string problem = SaveStateFile(file, *device.hub);
-  if (problem.empty()) {
+  std::error_code unknown;
+  if (flash == device.savedFlash && std::filesystem::exists(file, unknown)) return;
+  try {
+    SaveStateFile(file, *device.hub);
     device.savedFlash = std::move(flash);
-  } else {
-    std::cerr << "virtualhub: " << file.string() << ": " << problem << '\n';
+  } catch (const FileError& error) {
+    std::cerr << "virtualhub: the state file " << file.string() << ' ' << error.what() << '\n';
   }
 }
 
@@ -105,7 +106,7 @@ void Machine::SaveState(Device& device) {
 void Machine::CatchUp() {
   const std::uint64_t now = clock_.NowUs();
   if (now < nextChangeUs_) return;
-  nextChangeUs_ = 0;  // should memory run out on the way, the rest is caught up with later
+  nextChangeUs_ = 0;  // if memory runs out on the way, the rest is done later
   std::uint64_t next = kNever;
   for (Device& device : devices_) {
     if (device.leaveAtUs && *device.leaveAtUs <= now) Leave(device);
@@ -135,7 +136,7 @@ void Machine::Arrive(Device& device, std::uint64_t atUs) {
   device.nodes = std::move(nodes);
   device.stay = ++stays_;
   hidNodes_.reset();
-  device.returnAtUs.reset();  // not before: without memory for its nodes it arrives later
+  device.returnAtUs.reset();  // not earlier: without memory for its nodes it arrives later
 }
 
 void Machine::Leave(Device& device) {
@@ -245,7 +246,7 @@ bool Machine::View::IsHeld(DevInst node) const {
   return device != nullptr && machine_.clock_.NowUs() < device->heldUntilUs;
 }
 
-Result Machine::BeginCall(std::string_view service, DevInst node) {
+Result Machine::BeginCall(Service service, DevInst node) {
   CatchUp();
   Device* concerned = OfNode(node);
   const Fault* fault =
@@ -259,13 +260,12 @@ Result Machine::BeginCall(std::string_view service, DevInst node) {
   return {};
 }
 
-void Machine::EndCall(std::string_view service, DevInst node, std::uint32_t value,
-                      const Result& result) {
+void Machine::EndCall(Service service, DevInst node, std::uint32_t value, const Result& result) {
   if (!recorder_.IsOn()) return;
   recorder_.Add({.kind = Record::Kind::Call,
                  .timeUs = clock_.NowUs(),
                  .instance = node,
-                 .name = std::string(service),
+                 .service = service,
                  .value = value,
                  .result = result});
 }
@@ -305,7 +305,9 @@ bool Machine::IsPresent(const HidNode& node) {
 void Machine::SleepMs(std::uint32_t milliseconds) {
   {
     const std::lock_guard<std::mutex> guard(mutex_);
-    EndCall("SleepMs", 0, milliseconds, {});
+    if (recorder_.IsOn()) {
+      recorder_.Add({.kind = Record::Kind::Sleep, .timeUs = clock_.NowUs(), .value = milliseconds});
+    }
   }
   clock_.SleepUs(milliseconds * kUsPerMs);
 }
@@ -315,7 +317,7 @@ void Machine::DebugText(std::string text) {
   if (!recorder_.IsOn()) return;
   recorder_.Add({.kind = Record::Kind::Debug,
                  .timeUs = clock_.NowUs(),
-                 .name = std::move(text),
+                 .text = std::move(text),
                  .result = {}});
 }
 
@@ -358,7 +360,10 @@ void Machine::Plug(std::string_view device, const std::string& port) {
 
 void Machine::AddFault(const Fault& fault) {
   const std::lock_guard<std::mutex> guard(mutex_);
-  // A fault that could not act is a mistake of whoever adds it.
+  // A fault that cannot strike is a mistake of the caller.
+  if ((fault.on == Fault::On::Call) != fault.service.has_value()) {
+    throw std::invalid_argument("a service goes with Fault::On::Call, and only with it");
+  }
   if (!fault.device.empty()) Named(fault.device);
   if (!fault.port.empty()) ParsePort(fault.port);
   faults_.Add(fault);

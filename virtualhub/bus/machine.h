@@ -1,4 +1,4 @@
-// One virtual machine: its clock, its device nodes, the devices behind them and what goes wrong.
+// One machine: its clock, its device nodes, its devices and what goes wrong.
 #pragma once
 
 #include <algorithm>
@@ -36,15 +36,15 @@ struct Exchange {
 };
 using ExchangeHook = std::function<void(const Exchange&)>;
 
-/// What stands in for the firmware of a device: it takes each output report, of any length, and
-/// fills each input report. It must not call the machine.
+/// A substitute for the firmware of a device: it takes each output report, of any length, and fills
+/// each input report. It must not call the machine.
 struct FirmwareDouble {
   std::function<Result(ByteView report)> take;
   std::function<Result(MutableBytes report)> answer;
 };
 
 /// Any thread may call any function, except where it says otherwise. Devices leave and come back as
-/// time passes; that is caught up with at the start of each call.
+/// time passes; each call first carries out what is due.
 class Machine {
  public:
   explicit Machine(const Scenario& scenario);
@@ -57,7 +57,7 @@ class Machine {
 
   // ---- What a host does ------------------------------------------------------------------------
 
-  /// What a service sees of the machine; lives inside Call only.
+  /// What a service sees of the machine; it exists only during Call.
   class View {
    public:
     explicit View(Machine& machine) : machine_(machine) {}
@@ -66,18 +66,18 @@ class Machine {
     std::shared_ptr<const std::vector<DevInst>> HidNodes() const;
     /// The HID node of that number as it is now, to be opened; of stay 0 when there is none.
     HidNode PresentHid(DevInst number) const;
-    /// The device of that HID node, null when that stay is over.
+    /// The device of that HID node, null when that stay has ended.
     const DeviceConfig* FindHid(const HidNode& node) const;
-    /// Whether another program has the device of that node open for itself alone.
+    /// Whether another program has the device of that node open exclusively.
     bool IsHeld(DevInst node) const;
 
    private:
     Machine& machine_;
   };
 
-  /// One call of a platform service: faults first, then body(View), then the record.
+  /// One call of a service: faults first, then body(View), then the record.
   template <typename Body>
-  Result Call(std::string_view service, DevInst node, std::uint32_t value, Body&& body) {
+  Result Call(Service service, DevInst node, std::uint32_t value, Body&& body) {
     const std::lock_guard<std::mutex> guard(mutex_);
     Result result = BeginCall(service, node);
     if (result.ok()) result = body(View(*this));
@@ -86,13 +86,13 @@ class Machine {
   }
 
   /// Report exchanges. Each takes the device's latency; an input report shorter than the buffer
-  /// leaves the rest of it alone. A HID node beside the one that takes the device's reports stalls.
+  /// does not touch the rest of it. The other HID nodes of the device stall.
   Result SetOutputReport(const HidNode& node, ByteView report);
   Result GetInputReport(const HidNode& node, MutableBytes report);
 
   /// The named device as a USB host finds it now; none while it is off the bus.
   std::optional<BusDevice> OnBus(std::string_view device);
-  /// Whether that stay on the bus goes on.
+  /// Whether that stay on the bus has not ended.
   bool IsPresent(const HidNode& node);
 
   /// Sleeps on the machine's clock.
@@ -115,20 +115,21 @@ class Machine {
               const std::string& port = {});
   void PowerLoss(std::string_view device, std::optional<std::uint32_t> returnMs = {},
                  const std::string& port = {});
-  /// Puts a device that is off the bus back at once.
+  /// Puts a device that is off the bus back on it at once.
   void Plug(std::string_view device, const std::string& port = {});
 
   void AddFault(const Fault& fault);
   void ClearFaults();
 
-  /// Called before each exchange reaches its device; may call any function of the machine.
+  /// The hook is called before each exchange reaches its device; it may call any function of the
+  /// machine.
   void SetExchangeHook(ExchangeHook hook);
 
-  /// From now on the double meets all reports that reach a device, after faults.
+  /// From now on the double takes all reports that reach a device, after faults.
   void SetFirmwareDouble(FirmwareDouble firmware);
 
   /// Saves what hubs have in their flash, as the end of the machine does. For the end of a process:
-  /// a thread that is gone with the machine's lock is not waited for.
+  /// it does not wait forever for a lock that a thread took with it.
   void Save();
 
   /// The machine's lock, for the thread that forks the process.
@@ -163,8 +164,8 @@ class Machine {
     Bytes savedFlash;               ///< as it was last loaded or saved
   };
 
-  Result BeginCall(std::string_view service, DevInst node);
-  void EndCall(std::string_view service, DevInst node, std::uint32_t value, const Result& result);
+  Result BeginCall(Service service, DevInst node);
+  void EndCall(Service service, DevInst node, std::uint32_t value, const Result& result);
 
   void CatchUp();
   void Schedule(std::uint64_t atUs) { nextChangeUs_ = std::min(nextChangeUs_, atUs); }
@@ -202,8 +203,8 @@ class Machine {
   std::vector<Device> devices_;
   std::vector<std::size_t> order_;                        ///< indices into devices_
   std::unordered_map<DevInst, Device*> byNode_;           ///< present devices under all their nodes
-  std::shared_ptr<const std::vector<DevInst>> hidNodes_;  ///< null: to be listed anew
-  std::uint64_t nextChangeUs_ = 0;                        ///< nothing leaves or returns before
+  std::shared_ptr<const std::vector<DevInst>> hidNodes_;  ///< null: to be listed again
+  std::uint64_t nextChangeUs_ = 0;                        ///< nothing leaves or returns before that
   Faults faults_;
   Recorder recorder_;
   std::shared_ptr<const ExchangeHook> hook_;

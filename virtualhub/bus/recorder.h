@@ -1,12 +1,13 @@
-// What happened in the virtual machine, in order.
+// What happened in the machine, in order.
 #pragma once
 
 #include <array>
+#include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "virtualhub/base/bytes.h"
+#include "virtualhub/bus/service.h"
 #include "virtualhub/bus/usb_tree.h"
 #include "virtualhub/hub/result.h"
 
@@ -15,19 +16,21 @@ namespace virtualhub {
 /// One thing that happened.
 struct Record {
   enum class Kind {
-    Call,     ///< a call of a platform service
+    Call,     ///< a call of a service
+    Sleep,    ///< a sleep of the host
     Output,   ///< an output report
     Input,    ///< an input report
     Request,  ///< the vendor request in the output report that follows in the record
-    Debug,    ///< a text for the debugger
+    Debug,    ///< a text for a debugger
   };
 
   Kind kind;
   std::uint64_t timeUs = 0;
-  DevInst instance = 0;     ///< 0 when none is concerned
-  std::string name = {};    ///< Call: the service; Debug: the text, UTF-8
-  std::uint32_t value = 0;  ///< Call: index, string index or milliseconds
-  Bytes data = {};          ///< Output, Input: the whole report; Request: its OUT data stage
+  DevInst instance = 0;                 ///< 0 when none is concerned
+  std::optional<Service> service = {};  ///< Call
+  std::string text = {};                ///< Debug: UTF-8
+  std::uint32_t value = 0;              ///< Call: node or string index; Sleep: milliseconds
+  Bytes data = {};  ///< Output, Input: the whole report; Request: its OUT data stage
   std::array<std::uint8_t, 11> setup{};  ///< Request: setup packet and I2C configuration
   Result result = {};
 
@@ -35,7 +38,7 @@ struct Record {
   std::uint16_t key() const { return static_cast<std::uint16_t>(setup[0] << 8 | setup[1]); }
 };
 
-/// Keeps records while it is on. Reading is for the time when no call is under way.
+/// Keeps records while it is on. It must only be read while no call is under way.
 class Recorder {
  public:
   void Start() { on_ = true; }
@@ -53,9 +56,9 @@ class Recorder {
   std::vector<std::uint16_t> RequestKeys() const;
 
   /// The calls of one service, in order.
-  std::vector<Record> Calls(std::string_view service) const;
+  std::vector<Record> Calls(Service service) const;
 
-  /// The texts for the debugger, in order.
+  /// The texts for a debugger, in order.
   std::vector<std::string> DebugTexts() const;
 
  private:

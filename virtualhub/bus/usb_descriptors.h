@@ -15,7 +15,7 @@ inline constexpr std::uint8_t kInterruptOutEndpoint = 0x01;
 inline constexpr std::uint16_t kDeviceRelease = 0x0100;  ///< bcdDevice
 
 /// String indices. Manufacturer and product are those of the device descriptor; there is no serial
-/// number, so that hosts tell devices by their port.
+/// number, so that hosts distinguish devices by their port.
 inline constexpr std::uint8_t kManufacturerString = 1;
 inline constexpr std::uint8_t kProductString = 2;
 inline constexpr std::uint8_t kProductTextString = 52;
@@ -32,7 +32,7 @@ enum class DescriptorType : std::uint8_t {
 };
 
 Bytes DeviceDescriptor(UsbIds ids);
-/// What differs at the other speed, full speed; the device runs at high speed.
+/// What is different at full speed; the device runs at high speed.
 Bytes DeviceQualifier();
 /// The whole configuration: one HID interface with one interrupt IN endpoint, and one interrupt OUT
 /// endpoint if the reports say so. `type` is Configuration or OtherSpeedConfiguration.
@@ -41,11 +41,11 @@ Bytes HidDescriptor(const ReportConfig& reports);
 
 /// One vendor-defined collection with an input and an output report of the declared lengths. With
 /// channel 1 alone the reports have no ID. With channel 2 the output report has ID 0xF0 and the
-/// input report 0xF1; reports of channel 1 are then taken all the same, but cannot be declared,
-/// because a device either numbers all its reports or none.
+/// input report 0xF1; the device also takes reports of channel 1, but cannot declare them, because
+/// either all reports of a device have an ID or none.
 Bytes ReportDescriptor(const ReportConfig& reports);
 
-/// A string descriptor; a text of more than 126 UTF-16 units is cut behind a whole character.
+/// A string descriptor; a text of more than 126 UTF-16 units is cut after a whole character.
 Bytes StringDescriptor(std::string_view utf8);
 /// String descriptor 0, the list of languages.
 Bytes LanguageDescriptor();

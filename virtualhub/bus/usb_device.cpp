@@ -173,7 +173,7 @@ Result UsbDevice::GetString(const SetupPacket& setup, Bytes& answer) {
 
 // Goes through the machine, where faults may strike it.
 Result UsbDevice::GetProductText(Bytes& answer) {
-  return machine_.Call("GetIndexedString", device_.hid.number, kProductTextString,
+  return machine_.Call(Service::GetIndexedString, device_.hid.number, kProductTextString,
                        [&](const Machine::View& view) -> Result {
                          if (view.FindHid(device_.hid) == nullptr) return {Error::CutOff};
                          if (!device_.productText) return kStall;
@@ -218,8 +218,7 @@ Result UsbDevice::SetInterface(const SetupPacket& setup, ByteView, Bytes&) {
 
 // ---- Class requests -----------------------------------------------------------------------------
 
-// A report with an ID travels with it; a report without one travels without the byte that stands
-// for it in the machine.
+// Only a report with an ID has it on the wire; in the machine byte 0 of every report is its ID.
 Result UsbDevice::GetReport(const SetupPacket& setup, ByteView, Bytes& answer) {
   if (High(setup.value) != kInputReport) return kStall;
   const std::uint8_t id = Low(setup.value);
@@ -249,7 +248,7 @@ Result UsbDevice::InterruptOut(ByteView data) {
   if (!IsPresent()) return {Error::Gone};
   const bool* const halted = HaltOf(kInterruptOutEndpoint);
   if (halted == nullptr || *halted) return kStall;
-  if (device_.reports.outEndpoint == OutEndpoint::Deaf) return kStall;
+  if (device_.reports.outEndpoint == OutEndpoint::Ignored) return kStall;
   const bool isNumbered = device_.reports.channel2 && !data.empty() && data[0] == kNumberedReport;
   const Result result = TakeOutputReport(isNumbered ? kNumberedReport : 0, data);
   return result.error == Error::BadReport ? kStall : result;

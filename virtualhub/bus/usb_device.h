@@ -22,11 +22,11 @@ struct SetupPacket {
   std::uint16_t value, index, length;
 };
 
-/// One device from its arrival on the bus until it leaves: a device that comes back is another one.
-/// It is not configured at first. The host's side gives it an address, so SET_ADDRESS has no
+/// One device from its arrival on the bus until it leaves; a device that comes back is another one.
+/// At first it is not configured. The host's side gives it an address, so SET_ADDRESS has no
 /// effect.
 ///
-/// For one thread at a time.
+/// Only one thread at a time may use it.
 class UsbDevice {
  public:
   UsbDevice(Machine& machine, const BusDevice& device);
@@ -34,19 +34,19 @@ class UsbDevice {
   /// Whether it is still on the bus.
   bool IsPresent() { return machine_.IsPresent(device_.hid); }
 
-  /// One control transfer; it takes the time that the device takes. `data` is the data stage of an
-  /// OUT transfer. `answer` becomes that of an IN transfer, at most the setup packet's length.
-  /// Requests that the device does not know or that its state does not allow fail with Stall.
+  /// One control transfer; it takes as long as the device takes. `data` is the data stage of an OUT
+  /// transfer; `answer` becomes that of an IN transfer, at most the setup packet's length. Unknown
+  /// requests and those that the device's state does not allow fail with Stall.
   Result Control(const SetupPacket& setup, ByteView data, Bytes& answer);
 
   /// One transfer to the interrupt OUT endpoint: an output report, with its ID if it is numbered.
   Result InterruptOut(ByteView data);
 
-  /// Whether the interrupt IN endpoint is halted: its transfers then stall. They find it with
-  /// nothing to send otherwise, because answers are fetched with GET_REPORT.
+  /// Whether the interrupt IN endpoint is halted: its transfers then stall. Otherwise it never has
+  /// anything to send, because the host reads answers with GET_REPORT.
   bool IsHalted() const { return inHalted_; }
 
-  /// What enumeration by a host amounts to: a reset of the port, then the one configuration.
+  /// What enumeration by a host does: it resets the port, then sets the configuration.
   void Enumerate();
 
  private:
@@ -72,7 +72,7 @@ class UsbDevice {
   Result SetProtocol(const SetupPacket& setup, ByteView data, Bytes& answer);
 
   void BusReset();
-  /// Whether the interrupt endpoint of that address is halted; null when there is none now.
+  /// Whether the interrupt endpoint with that address is halted; null when there is none now.
   bool* HaltOf(std::uint16_t endpoint);
   Result TakeOutputReport(std::uint8_t id, ByteView data);
   Result GetString(const SetupPacket& setup, Bytes& answer);

@@ -52,7 +52,7 @@ UsbTree::UsbTree(InstanceNumbers numbers, std::vector<NodeOverrides> roots,
 DevInst UsbTree::NumberFor(const std::string& deviceId) {
   if (numbers_ == InstanceNumbers::ByArrival) return ++lastNumber_;
   DevInst& number = numberOfId_[deviceId];
-  // Only the texts of a scenario give two nodes one id.
+  // Two nodes have the same id only when the scenario says so.
   if (number == 0 || nodes_.contains(number)) number = ++lastNumber_;
   return number;
 }

@@ -1,4 +1,4 @@
-// The device nodes of the virtual machine: host controllers, root hubs, hubs, USB devices, their
+// The device nodes of the machine: host controllers, root hubs, hubs, USB devices, their
 // interfaces, and the HID nodes below.
 #pragma once
 
@@ -16,8 +16,8 @@ using DevInst = std::uint32_t;
 
 /// Which number a node gets when its device comes back on the bus.
 enum class InstanceNumbers {
-  ById,      ///< as on Windows: the one that a node of the same device id had before
-  ByArrival  ///< as on Linux: a new one; none is used twice
+  ById,      ///< as on Windows: the one that a node with the same device id had before
+  ByArrival  ///< as on Linux: always a new one
 };
 
 /// Properties that replace a node's own. All texts are UTF-8.
@@ -36,7 +36,7 @@ struct NodeOverrides {
 struct DeviceNodes {
   std::string part;                   ///< of the HID node that takes the device's reports
   std::vector<std::string> siblings;  ///< parts of the other HID nodes
-  NodeOverrides usb, hid;             ///< the latter of the node that takes the reports
+  NodeOverrides usb, hid;             ///< hid: of the node that takes the reports
 };
 
 /// One present node. A property without value does not exist on the node.
@@ -55,10 +55,10 @@ struct UsbIds {
 
 class UsbTree {
  public:
-  /// The nodes of an attached device; none when there is none.
+  /// The nodes of an attached device; all 0 for none.
   struct Instance {
     DevInst usb = 0;
-    DevInst hid = 0;                ///< that takes the device's reports
+    DevInst hid = 0;                ///< takes the device's reports
     std::vector<DevInst> hidNodes;  ///< all of them, in the order of their names
     std::vector<DevInst> interfaces;
   };
@@ -67,7 +67,7 @@ class UsbTree {
   UsbTree(InstanceNumbers numbers, std::vector<NodeOverrides> roots,
           std::map<PortPath, NodeOverrides> hubs);
 
-  /// Adds the nodes of a device, and those of the hubs above it that are not there yet.
+  /// Adds the nodes of a device, and those of hubs above it that do not exist yet.
   Instance Attach(const PortPath& place, UsbIds ids, const DeviceNodes& nodes);
   void Detach(Instance& instance);
 
@@ -95,7 +95,7 @@ class UsbTree {
   std::map<PortPath, NodeOverrides> hubOverrides_;
   std::map<PortPath, HubPlace> hubs_;
   std::map<DevInst, Node> nodes_;
-  std::map<std::string, DevInst> numberOfId_;  ///< of nodes that have been there
+  std::map<std::string, DevInst> numberOfId_;  ///< of all nodes so far
   DevInst lastNumber_ = 0;
 };
 

@@ -5,9 +5,9 @@
 namespace virtualhub {
 
 struct BlockTargetConfig {
-  std::size_t size = 0x10000;    ///< bytes of memory behind it, a power of two not needed
-  std::uint32_t busyPolls = 0;   ///< status reads that say busy after each command
-  std::uint8_t finalStatus = 1;  ///< what the status says then: 1 complete, 2 or 3 error
+  std::size_t size = 0x10000;    ///< bytes of its memory, not necessarily a power of two
+  std::uint32_t busyPolls = 0;   ///< busy status reads after each command
+  std::uint8_t finalStatus = 1;  ///< the status after them: 1 complete, 2 or 3 error
 };
 
 /// A target that takes block commands. A write without address bytes is a command: its code, the

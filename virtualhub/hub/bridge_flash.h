@@ -6,11 +6,11 @@ namespace virtualhub {
 
 struct BridgeFlashConfig {
   std::size_t size = 0x100000;  ///< bytes
-  std::uint32_t busyPolls = 0;  ///< status reads that say busy after each write or erase
+  std::uint32_t busyPolls = 0;  ///< busy status reads after each write or erase
 };
 
 /// The flash memory behind the hub's flash bridge (requests 0xF1, 0xCF, 0xF4, 0xF3). It is NOR
-/// flash: writes clear bits only. While it is busy it refuses writes and erases.
+/// flash: writes clear bits only. While it is busy it rejects writes and erases.
 class BridgeFlash {
  public:
   static constexpr std::uint8_t kReady = 0, kBusy = 1;

@@ -1,4 +1,4 @@
-// One bank of NOR flash, and what it remembers of how it was written.
+// One bank of NOR flash, and how it was written.
 #pragma once
 
 #include "virtualhub/base/bytes.h"
@@ -7,12 +7,12 @@ namespace virtualhub {
 
 class FlashBank {
  public:
-  /// What decides, besides the contents, whether a bank holds a whole image.
+  /// What, besides the contents, decides whether a bank holds a whole image.
   struct History {
-    std::uint32_t writtenTo = 0;   ///< end of the gapless run of writes from address 0
-    std::uint32_t generation = 0;  ///< the bank written last has the higher one
+    std::uint32_t writtenTo = 0;   ///< end of the writes without a gap from address 0
+    std::uint32_t generation = 0;  ///< higher in the bank that was written last
     bool sessionOpen = false;      ///< written to since the last erase or proper end
-    bool cut = false;              ///< a session was cut since the last erase
+    bool cut = false;              ///< a session was cut off since the last erase
   };
 
   /// An erased bank.
@@ -21,26 +21,26 @@ class FlashBank {
   /// Sets every byte to 0xFF and forgets the history, except for the generation.
   void Erase();
 
-  /// Clears the bits that are 0 in `data`. `generation` is taken when this opens a session. False,
-  /// and nothing written, when the range leaves the bank.
+  /// Clears the bits that are 0 in `data`. A write that opens a session sets the generation. False,
+  /// and nothing is written, when the range is not inside the bank.
   bool Program(std::uint32_t address, ByteView data, std::uint32_t generation);
 
-  /// False when the range leaves the bank.
+  /// False when the range is not inside the bank.
   bool Read(std::uint32_t address, MutableBytes data) const;
 
-  /// Ends an open write session, by a reset to flash code or by whatever cuts it.
+  /// Ends an open write session, by a reset to flash code or by cutting it off.
   void EndSession();
   void CutSession();
 
-  /// Whether a whole image is in the bank. A sealed one is whole when length and checksum match;
-  /// one without seal when it was written gaplessly through all identity fields and no session was
-  /// cut.
+  /// Whether a whole image is in the bank. With a seal it is whole when length and checksum match;
+  /// without one when it was written without a gap up to the end of the identity fields and no
+  /// session was cut off.
   bool HoldsCompleteImage() const;
 
   ByteView contents() const { return contents_; }
   const History& history() const { return history_; }
 
-  /// Puts back what was saved; `contents` has the bank's size.
+  /// Restores what was saved; `contents` has the bank's size.
   void Restore(ByteView contents, const History& history);
 
  private:

@@ -1,4 +1,4 @@
-// The hub controller: its two programs, its flash and everything behind it, driven by vendor
+// The hub controller: its two programs, its flash and everything behind it, controlled by vendor
 // requests.
 #pragma once
 
@@ -19,28 +19,28 @@ namespace virtualhub {
 struct Effects {
   std::uint32_t delayMs = 0;  ///< the request takes that long
   bool reset = false;         ///< the hub now leaves the bus and comes back
-  bool save = false;          ///< the flash is worth saving
+  bool save = false;          ///< the flash is to be saved
 };
 
 class Hub {
  public:
   explicit Hub(const HubConfig& config);
 
-  /// Carries out one request. `answer` is the room for the answer of an IN request and arrives
-  /// zeroed. Unknown requests, wrong arguments and requests that the enable value or the running
-  /// code do not allow are stalls without effect.
+  /// Carries out one request. `answer` is the buffer for the answer of an IN request, filled with
+  /// zeros. Unknown requests, wrong arguments and requests that the enable value or the running
+  /// code do not allow stall without effect.
   Result Execute(const VendorRequest& request, MutableBytes answer, Effects& effects);
 
-  /// The supply went off and on: flash code runs if there is a complete image. An open write
-  /// session is cut.
+  /// The power went off and on: flash code runs if there is a complete image. An open write session
+  /// is cut off.
   void PowerLoss();
 
-  /// The upstream plug was pulled: the code goes on running, the enable value is lost, an open
-  /// write session is cut.
+  /// The hub was unplugged: it still runs the same code, the enable value is lost, an open write
+  /// session is cut off.
   void Unplug();
 
-  /// What the hub says of itself now: the image's identity in flash code, that of the ROM
-  /// otherwise.
+  /// What the hub says about itself now: the image's identity in flash code, otherwise that of the
+  /// ROM code.
   ImageIdentity Identity() const;
 
   Code code() const { return code_; }
@@ -61,8 +61,8 @@ class Hub {
   Eeprom* eeprom(std::uint8_t slave);
   BlockTarget* blockTarget(std::uint8_t slave);
 
-  /// Flash contents with their history, and the way back, which is a power-up. LoadFlash leaves
-  /// everything as it is and returns false when the bytes do not describe this hub's flash.
+  /// Flash contents with their history, to be saved and loaded. LoadFlash is a power-up as well; it
+  /// returns false and changes nothing when the bytes do not describe this hub's flash.
   Bytes SaveFlash() const;
   bool LoadFlash(ByteView saved);
 

@@ -1,4 +1,4 @@
-// Everything that can be set of one hub.
+// All settings of one hub.
 #pragma once
 
 #include <array>
@@ -20,11 +20,11 @@ enum class Code { Rom, Flash };
 
 /// What a flash bank holds at the start.
 struct BankConfig {
-  Bytes image;                           ///< empty: an erased bank
-  std::optional<std::size_t> cutBehind;  ///< writing it was cut behind that many bytes
+  Bytes image;                          ///< empty: an erased bank
+  std::optional<std::size_t> cutAfter;  ///< writing it was cut off after that many bytes
 };
 
-/// What the ROM code says of itself.
+/// What the ROM code says about itself.
 struct RomIdentity {
   std::uint16_t vid = 0x2E7C, pid = 0x0810, version = 0x0001;
 };
@@ -37,9 +37,9 @@ struct HubTiming {
   std::uint32_t readyMs = 100;    ///< from back on the bus until it answers requests
 };
 
-/// An interrupt OUT endpoint, and where the firmware then takes output reports: with SET_REPORT, at
-/// the endpoint, or at both. What it does not take it stalls.
-enum class OutEndpoint { None, Deaf, Only, Both };
+/// An interrupt OUT endpoint, and where the firmware then takes output reports: by SET_REPORT
+/// (Ignored), at the endpoint (Only), or at both. Elsewhere it stalls them.
+enum class OutEndpoint { None, Ignored, Only, Both };
 
 /// Report channels and the declared report lengths in bytes, the report ID included.
 struct ReportConfig {
@@ -57,7 +57,7 @@ struct HubConfig {
   bool dualBank = false;
   BankConfig image;            ///< the bank written last
   BankConfig secondImage;      ///< the other bank of a dual-bank hub
-  Code running = Code::Flash;  ///< at the start; without a complete image it is ROM code
+  Code running = Code::Flash;  ///< at the start; ROM code without a complete image
   RomIdentity rom;
   bool ispSupported = false;
   HubTiming timing;

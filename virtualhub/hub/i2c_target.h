@@ -1,4 +1,4 @@
-// What answers behind the hub's I2C master.
+// What the hub's I2C master reaches.
 #pragma once
 
 #include "virtualhub/base/bytes.h"

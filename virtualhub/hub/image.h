@@ -1,5 +1,5 @@
-// Firmware images: identity fields at fixed offsets, and the seal that tells a whole image from a
-// partly written one.
+// Firmware images: identity fields at fixed offsets, and the seal that distinguishes a whole image
+// from a partly written one.
 #pragma once
 
 #include <optional>
@@ -8,10 +8,10 @@
 
 namespace virtualhub {
 
-/// First byte behind the identity fields; the smallest size of a usable image.
+/// The first byte after the identity fields; the smallest size of a usable image.
 inline constexpr std::size_t kIdentityEnd = 0x7FA8;
 
-/// What an image says of itself. `version` reads as major.minor in two hex digits each.
+/// What an image says about itself. `version` is major.minor, two hexadecimal digits each.
 struct ImageIdentity {
   std::uint16_t vid = 0x2E7C;
   std::uint16_t pid = 0x0818;
@@ -21,11 +21,11 @@ struct ImageIdentity {
   bool operator==(const ImageIdentity&) const = default;
 };
 
-/// Where the two bytes of the version lie for a chip code.
+/// Where the two bytes of the version are for a chip code.
 std::size_t VersionOffset(std::uint16_t chip);
 
 /// An image of `size` bytes with that identity: everything else is pseudo-random, the same for the
-/// same arguments, and different for every identity. It carries an intact seal. Throws
+/// same arguments and different for every identity. It has an intact seal. Throws
 /// std::invalid_argument when `size` is below kIdentityEnd.
 Bytes BuildImage(const ImageIdentity& identity, std::size_t size);
 

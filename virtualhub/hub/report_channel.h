@@ -19,18 +19,17 @@ class ReportChannel {
  public:
   explicit ReportChannel(const ReportConfig& config);
 
-  /// Unpacks a request and drops any older answer. Fails with BadReport when ID or length are not
-  /// those of a declared output report, with Stall when the data stage does not fit the report.
+  /// Unpacks a request and drops any older answer. Fails with BadReport when no declared output
+  /// report has that ID and length, with Stall when the data stage does not fit the report.
   Result Decode(ByteView report, VendorRequest& request);
 
-  /// Room for the answer to the request decoded last, zeroed: its length, or what the channel's
-  /// input report can carry if that is less.
+  /// A buffer of zeros for the answer to the last request: of its length, or less if the channel's
+  /// input report cannot carry that.
   MutableBytes PrepareAnswer(std::size_t length);
   void DropAnswer() { answerLength_.reset(); }
 
-  /// Fills an input report with the waiting answer, which is then gone. Fails with BadReport when
-  /// the ID in byte 0 is not that of the waiting answer's channel or the report does not fit, with
-  /// Stall when no answer waits.
+  /// Moves the waiting answer into an input report. Fails with BadReport when the ID in byte 0 is
+  /// not that of the answer's channel or the report is too short, with Stall when no answer waits.
   Result Encode(MutableBytes report);
 
  private:

@@ -1,26 +1,26 @@
-// Outcome of anything that a host asks of the virtual machine.
+// The result of anything that a host asks of the machine.
 #pragma once
 
 #include <cstdint>
 
 namespace virtualhub {
 
-/// What went wrong, without any system's number for it.
+/// What went wrong, without a system's number for it.
 enum class Error {
   None,
-  Stall,           ///< the device refused the request
+  Stall,           ///< the device stalled the request
   Gone,            ///< the device instance is no longer on the bus
   CutOff,          ///< the device left the bus during the exchange
   BadReport,       ///< report ID or length differ from what the device declares
   NoSuchNode,      ///< no present device node has that number
   NoSuchPath,      ///< the interface path names no present device
-  HeldByOther,     ///< another program has opened the device for itself alone
+  HeldByOther,     ///< another program has opened the device exclusively
   NoSuchProperty,  ///< the node does not have that property
   NoParent,        ///< the node is the top of the tree
-  NoMoreNodes,     ///< the index lies behind the last node
+  NoMoreNodes,     ///< the index is after the last node
   TextTooLong,     ///< a device id or property does not fit the buffer
   StringTooLong,   ///< a string descriptor does not fit the buffer
-  SystemCode,      ///< fails with the number that a fault prescribes
+  SystemCode,      ///< fails with the code of a fault
 };
 
 struct Result {

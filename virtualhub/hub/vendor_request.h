@@ -10,7 +10,7 @@ namespace virtualhub {
 /// Views into the output report that carried the request.
 struct VendorRequest {
   ByteView header;    ///< the report's whole header area: setup packet, then I2C configuration
-  ByteView dataArea;  ///< everything behind the header area
+  ByteView dataArea;  ///< everything after the header area
 
   std::uint8_t type() const { return header[0]; }
   std::uint8_t request() const { return header[1]; }
@@ -19,10 +19,10 @@ struct VendorRequest {
   std::uint16_t index() const { return LittleEndian16(header, 4); }
   std::uint32_t address() const { return LittleEndian32(header, 2); }
 
-  /// 0x40F2 and 0x40F5 carry a raw block in place of a setup packet.
+  /// 0x40F2 and 0x40F5 carry a raw block instead of a setup packet.
   bool IsRaw() const { return key() == 0x40F2 || key() == 0x40F5; }
 
-  /// The I2C read 0x40D6 answers although its direction bit says otherwise.
+  /// The I2C read 0x40D6 has an answer although its direction bit says otherwise.
   bool IsIn() const { return (type() & 0x80) != 0 || key() == 0x40D6; }
 
   /// I2C transfers use byte 7 of the header as their fifth address byte.

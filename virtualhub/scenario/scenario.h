@@ -1,4 +1,4 @@
-// A scenario: the virtual machine at its start. docs/virtual-hub.md describes the JSON form.
+// A scenario: the machine at its start. docs/virtual-hub.md describes the JSON form.
 #pragma once
 
 #include <filesystem>
@@ -15,7 +15,7 @@
 
 namespace virtualhub {
 
-/// One HID device: a hub, or another one that stalls every report.
+/// One HID device: a hub, or another device, which stalls every report.
 struct DeviceConfig : DeviceNodes {
   std::string name;
   PortPath port;
@@ -28,7 +28,7 @@ struct DeviceConfig : DeviceNodes {
 
 enum class HostArchitecture { OfTheBuild, Unknown, X86, X64, Arm64 };
 
-/// What the machine says of itself; a field without value cannot be read.
+/// What the machine says about itself; a field without a value cannot be read.
 struct HostConfig {
   bool hasVersionStore = true;
   std::optional<std::string> productName = "Virtual Host";
@@ -39,7 +39,7 @@ struct HostConfig {
 
 struct Scenario {
   std::optional<Clock::Mode> time;  ///< none: virtual for tests, real for a host program
-  std::optional<InstanceNumbers> instanceNumbers;  ///< none: as the system gives them
+  std::optional<InstanceNumbers> instanceNumbers;  ///< none: as the system does
   HostConfig host;
   std::vector<NodeOverrides> rootHubs;
   std::map<PortPath, NodeOverrides> hubs;
@@ -47,10 +47,10 @@ struct Scenario {
   std::vector<std::string> enumerationOrder;  ///< device names; empty: as in `devices`
   std::vector<Fault> faults;
   bool record = false;
-  std::filesystem::path stateFolder;  ///< empty: flash contents end with the process
+  std::filesystem::path stateFolder;  ///< empty: flash contents are not saved
 };
 
-/// Why a scenario is refused: the place (JSON pointer, or line and column) and the reason.
+/// Why a scenario is rejected: the place (JSON pointer, or line and column) and the reason.
 class ScenarioError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -58,6 +58,9 @@ class ScenarioError : public std::runtime_error {
 
 /// Reads a scenario from JSON text. Relative paths in it start at `folder`. Throws ScenarioError.
 Scenario ReadScenario(const std::string& text, const std::filesystem::path& folder = {});
+
+/// The environment variable that names the scenario file of a process.
+inline constexpr const char* kScenarioVariable = "QZ_VIRTUAL_HUB";
 
 /// Reads a scenario file; relative paths in it start at its folder. Throws ScenarioError.
 Scenario ReadScenarioFile(const std::filesystem::path& file);

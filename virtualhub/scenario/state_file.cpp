@@ -4,9 +4,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "virtualhub/base/atomic_file.h"
 #include "virtualhub/base/crc32.h"
-#include "virtualhub/base/whole_file.h"
 
 namespace virtualhub {
 
@@ -29,27 +27,29 @@ std::filesystem::path StateFilePath(const std::filesystem::path& folder, const s
   return folder / (name + ".flash");
 }
 
-std::string LoadStateFile(const std::filesystem::path& file, Hub& hub) {
+void LoadStateFile(const std::filesystem::path& file, Hub& hub) {
   std::error_code error;
-  if (!std::filesystem::exists(file, error)) return {};
-  const auto bytes = ReadWholeFile(file, kLongestState);
-  if (!bytes || !IsIntact(*bytes)) return "the state file is damaged";
+  if (!std::filesystem::exists(file, error)) return;
+  const Bytes bytes = ReadWholeFile(file, kLongestState);
+  if (!IsIntact(bytes)) throw FileError("is damaged");
   const ByteView flash =
-      ByteView(*bytes).subspan(kMagic.size(), bytes->size() - kMagic.size() - kChecksumSize);
-  return hub.LoadFlash(flash) ? "" : "the state file belongs to a hub with another flash size";
+      ByteView(bytes).subspan(kMagic.size(), bytes.size() - kMagic.size() - kChecksumSize);
+  if (!hub.LoadFlash(flash)) {
+    throw FileError("belongs to a hub with another flash size");
+  }
 }
 
-std::string SaveStateFile(const std::filesystem::path& file, const Hub& hub) {
+void SaveStateFile(const std::filesystem::path& file, const Hub& hub) {
   std::error_code error;
   std::filesystem::create_directories(file.parent_path(), error);
-  if (error) return "cannot create the state folder: " + error.message();
+  if (error) throw FileError("is in a folder that cannot be created: " + error.message());
   Bytes bytes(kMagic.begin(), kMagic.end());
   const Bytes flash = hub.SaveFlash();
   bytes.insert(bytes.end(), flash.begin(), flash.end());
   bytes.resize(bytes.size() + kChecksumSize);
   const std::size_t checksum = bytes.size() - kChecksumSize;
   PutLittleEndian32(bytes, checksum, Crc32(ByteView(bytes).first(checksum)));
-  return WriteFileAtomically(file, bytes);
+  WriteFileAtomically(file, bytes);
 }
 
 }  // namespace virtualhub

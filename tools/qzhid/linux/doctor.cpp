@@ -59,11 +59,11 @@ bool IsRuleInstalled() {
   return false;
 }
 
-// Hubs may be opened by other means, so a missing rule is no fault in itself.
+// Hubs can be opened by other means, so a missing rule is not a problem by itself.
 Finding ExamineRule() {
   const std::string what = std::string("the udev rule ") + kRule + " is ";
   if (IsRuleInstalled()) return {true, what + "installed", ""};
-  return {true, what + "not installed", "install it if others than root are to open hubs"};
+  return {true, what + "not installed", "install it so that users other than root can open hubs"};
 }
 
 Finding ExamineNode(const std::string& file, const std::string& hub) {
@@ -76,7 +76,7 @@ Finding ExamineNode(const std::string& file, const std::string& hub) {
             std::string("install the udev rule ") + kRule + ", then plug the hub in again"};
   }
   return {false, "there is no permission for " + hub + " although the udev rule is installed",
-          "plug the hub in again, or log in at the machine itself: the rule is for its user there"};
+          "plug the hub in again, or log in at the machine itself: the rule is for the user there"};
 }
 
 // The HID nodes below a USB device.
@@ -119,7 +119,7 @@ bool HasInterruptOut(const fs::path& node) {
   return false;
 }
 
-// Hubs may well listen there, so the endpoint is no fault in itself.
+// Hubs may take reports there, so the endpoint is not a problem by itself.
 Finding ExamineEndpoint(const fs::path& device, const std::string& hub) {
   const std::string what = hub + " has an interrupt OUT endpoint";
   if (IsQuirkSet(device)) return {true, what + ", which the kernel leaves alone", ""};
@@ -134,8 +134,8 @@ void ExamineDevice(const fs::path& device, std::vector<Finding>& findings) {
   const std::vector<std::string> nodes = NodesOf(device);
   if (nodes.empty()) {
     findings.push_back({false, hub + " has no hidraw node",
-                        "give it back to the kernel's usbhid driver: plug it in again, and end "
-                        "virtual machines and programs that have taken it"});
+                        "return it to the kernel's usbhid driver: plug it in again, and end "
+                        "virtual machines and programs that use it"});
   }
   for (const std::string& node : nodes) {
     std::string name = hub;

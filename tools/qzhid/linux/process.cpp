@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "common/descriptor.h"
+
 namespace qzhid {
 
 namespace {
@@ -18,31 +20,14 @@ constexpr int kPatienceMs = 100;
 
 [[noreturn]] void Fail(int error) { throw NotStarted(std::strerror(error)); }
 
-class Descriptor {
- public:
-  Descriptor() = default;
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() { Close(); }
-  int Get() const { return number_; }
-  void Set(int number) { number_ = number; }
-  void Close() {
-    if (number_ >= 0) close(number_);
-    number_ = -1;
-  }
-
- private:
-  int number_ = -1;
-};
-
-/// Both ends stay in this process unless they are handed on.
+/// Both ends stay in this process unless they are passed on.
 struct Pipe {
-  Descriptor readEnd, writeEnd;
+  tools::Descriptor readEnd, writeEnd;
   Pipe() {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) Fail(errno);
-    readEnd.Set(ends[0]);
-    writeEnd.Set(ends[1]);
+    readEnd = tools::Descriptor(ends[0]);
+    writeEnd = tools::Descriptor(ends[1]);
   }
 };
 
@@ -53,42 +38,34 @@ struct Process::Data {
   pid_t id = 0;
 };
 
-Process::Process(const std::vector<std::string>& arguments, Errors errors)
-    : data_(std::make_unique<Data>()) {
-  std::string name = "qzhid";
-  std::vector<std::string> texts = arguments;
-  std::vector<char*> words = {name.data()};
-  for (std::string& text : texts) words.push_back(text.data());
-  words.push_back(nullptr);
+Process::Process(const std::string& command) : data_(std::make_unique<Data>()) {
+  std::string name = "qzhid", argument = command;
+  char* words[] = {name.data(), argument.data(), nullptr};
 
   posix_spawn_file_actions_t files;
   posix_spawn_file_actions_init(&files);
-  posix_spawn_file_actions_adddup2(&files, data_->input.readEnd.Get(), STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&files, data_->output.writeEnd.Get(), STDOUT_FILENO);
-  if (errors == Errors::Taken) {
-    posix_spawn_file_actions_adddup2(&files, STDOUT_FILENO, STDERR_FILENO);
-  }
+  posix_spawn_file_actions_adddup2(&files, data_->input.readEnd.get(), STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&files, data_->output.writeEnd.get(), STDOUT_FILENO);
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
   posix_spawnattr_setpgroup(&attributes, 0);
-  const int error =
-      posix_spawn(&data_->id, "/proc/self/exe", &files, &attributes, words.data(), environ);
+  const int error = posix_spawn(&data_->id, "/proc/self/exe", &files, &attributes, words, environ);
   posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&files);
   if (error != 0) Fail(error);
   data_->input.readEnd.Close();
   data_->output.writeEnd.Close();
-  fcntl(data_->output.readEnd.Get(), F_SETFL, O_NONBLOCK);
+  fcntl(data_->output.readEnd.get(), F_SETFL, O_NONBLOCK);
 }
 
 Process::Process(Process&&) noexcept = default;
 Process::~Process() = default;
 
 void Process::Write(const std::string& text) {
-  // Whoever has ended shows that on its output.
+  // When it has ended, the end of its output shows that.
   [[maybe_unused]] const auto written =
-      write(data_->input.writeEnd.Get(), text.data(), text.size());
+      write(data_->input.writeEnd.get(), text.data(), text.size());
 }
 
 void Process::CloseInput() { data_->input.writeEnd.Close(); }
@@ -96,7 +73,7 @@ void Process::CloseInput() { data_->input.writeEnd.Close(); }
 bool Process::Read(std::string& text) {
   std::array<char, 4096> part{};
   for (;;) {
-    const ssize_t size = read(data_->output.readEnd.Get(), part.data(), part.size());
+    const ssize_t size = read(data_->output.readEnd.get(), part.data(), part.size());
     if (size == 0) return false;
     if (size < 0 && errno == EINTR) continue;
     if (size < 0) return errno == EAGAIN;
@@ -116,7 +93,7 @@ void Process::AwaitOutput(const std::vector<const Process*>& processes) {
   std::vector<pollfd> files;
   files.reserve(processes.size());
   for (const Process* process : processes) {
-    files.push_back({process->data_->output.readEnd.Get(), POLLIN, 0});
+    files.push_back({process->data_->output.readEnd.get(), POLLIN, 0});
   }
   poll(files.data(), files.size(), kPatienceMs);
 }

@@ -17,7 +17,7 @@ std::vector<std::string> LibraryFiles(const std::filesystem::path& folder, bool 
     return {(built / "virtual" / kName).string(),
             (folder / QZHID_VIRTUAL_LIBRARY_FOLDER / kName).string()};
   }
-  // Behind the files beside the program comes the one that the system's loader finds.
+  // After the files that come with the program, the one that the system's loader finds.
   return {(built / kName).string(), (folder / QZHID_LIBRARY_FOLDER / kName).string(), kName};
 }
 

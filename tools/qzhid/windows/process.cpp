@@ -30,34 +30,13 @@ class Handle {
   HANDLE handle_ = nullptr;
 };
 
-/// Both ends stay in this process unless they are handed on.
+/// Both ends stay in this process unless they are passed on.
 struct Pipe {
   Handle readEnd, writeEnd;
   Pipe() {
     if (CreatePipe(readEnd.Place(), writeEnd.Place(), nullptr, 0) == 0) Fail();
   }
 };
-
-std::wstring Wide(const std::string& text) {
-  const int size = static_cast<int>(text.size());
-  std::wstring wide(text.size(), L'\0');
-  wide.resize(static_cast<std::size_t>(
-      MultiByteToWideChar(CP_ACP, 0, text.data(), size, wide.data(), size)));
-  return wide;
-}
-
-// A word of a command line, so that it is read back as it is.
-std::string Quoted(const std::string& text) {
-  std::string quoted = "\"";
-  std::size_t backslashes = 0;
-  for (const char c : text) {
-    if (c == '"') quoted.append(backslashes + 1, '\\');
-    backslashes = c == '\\' ? backslashes + 1 : 0;
-    quoted += c;
-  }
-  quoted.append(backslashes, '\\');
-  return quoted + '"';
-}
 
 }  // namespace
 
@@ -66,27 +45,22 @@ struct Process::Data {
   Handle process;
 };
 
-Process::Process(const std::vector<std::string>& arguments, Errors errors)
-    : data_(std::make_unique<Data>()) {
+Process::Process(const std::string& command) : data_(std::make_unique<Data>()) {
   std::wstring file(32768, L'\0');
   file.resize(GetModuleFileNameW(nullptr, file.data(), static_cast<DWORD>(file.size())));
-  std::string line = "qzhid";
-  for (const std::string& argument : arguments) line += ' ' + Quoted(argument);
-  std::wstring command = Wide(line);
+  std::wstring line = L"qzhid " + std::wstring(command.begin(), command.end());
 
   STARTUPINFOW start{};
   start.cb = sizeof(start);
   start.dwFlags = STARTF_USESTDHANDLES;
   start.hStdInput = data_->input.readEnd.Get();
   start.hStdOutput = data_->output.writeEnd.Get();
-  // A console of this process is none of the other's.
-  start.hStdError = errors == Errors::Taken ? start.hStdOutput : nullptr;
   for (HANDLE handle : {start.hStdInput, start.hStdOutput}) {
     SetHandleInformation(handle, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
   }
   PROCESS_INFORMATION started{};
-  if (CreateProcessW(file.c_str(), command.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
-                     nullptr, nullptr, &start, &started) == 0) {
+  if (CreateProcessW(file.c_str(), line.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr,
+                     nullptr, &start, &started) == 0) {
     Fail();
   }
   CloseHandle(started.hThread);
@@ -99,7 +73,7 @@ Process::Process(Process&&) noexcept = default;
 Process::~Process() = default;
 
 void Process::Write(const std::string& text) {
-  // Whoever has ended shows that on its output.
+  // When it has ended, the end of its output shows that.
   DWORD written = 0;
   WriteFile(data_->input.writeEnd.Get(), text.data(), static_cast<DWORD>(text.size()), &written,
             nullptr);

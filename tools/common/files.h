@@ -1,0 +1,21 @@
+// Files that a user names.
+#pragma once
+
+#include <string>
+
+#include "virtualhub/base/files.h"
+
+namespace tools {
+
+using virtualhub::Bytes;
+using virtualhub::ByteView;
+using virtualhub::FileError;
+
+/// The contents of a file, or of standard input for "-". Throws FileError when it cannot be read or
+/// has more than `most` bytes.
+Bytes ReadFile(const std::string& path, std::size_t most);
+
+/// Replaces a file as a whole. Throws FileError; then the old file stays.
+void WriteFile(const std::string& path, ByteView bytes);
+
+}  // namespace tools

@@ -1,0 +1,93 @@
+// The messages between the program and the workers that it starts, one for each hub it writes.
+//
+// A message is one line: a JSON object whose member "message" names its kind, and which has exactly
+// the other members that are listed here. Versions are numbers (0x0210 is 2.10), null for a hub in
+// its loader. Paths are the hexadecimal digits of their bytes, because they need not be UTF-8.
+//
+// To the worker, on its standard input:
+//
+//   job       what it is to do, in the members of WorkerJob
+//   write     sent after "ready": now it writes the hub. When its input ends instead, it ends
+//             without having touched the hub.
+//
+// From the worker, on its standard output:
+//
+//   before    "version": what the hub runs
+//   ready     the hub can be written
+//   progress  "percent": how far the update is
+//   after     "version": what the hub runs now, if that could be found out
+//   done      the hub is written; the last message
+//   failed    "status": exit status, "what" failed, "next": what to do, "log": the last lines of
+//             the log; the last message
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "qzhid/failure.h"
+
+namespace qzhid {
+
+/// Why a line is not one of the messages.
+class MessageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// What a worker is to do.
+struct WorkerJob {
+  std::string library = {};  ///< path; empty: the one beside the program
+  bool isVirtual = false;
+  bool isVerbose = false;
+  std::string log = {};  ///< path of its own log; empty: none
+  std::optional<int> logLevel = {};
+  std::string image = {};     ///< path
+  std::string location = {};  ///< of the hub; empty: the only hub
+  bool isRecovery = false;
+  bool isForced = false;
+  bool isReinstall = false;
+  bool staysInLoader = false;
+
+  bool operator==(const WorkerJob&) const = default;
+};
+
+std::string ToLine(const WorkerJob& job);
+/// Throws MessageError.
+WorkerJob ReadJob(const std::string& line);
+
+/// The "write" message.
+std::string WriteLine();
+bool IsWriteLine(const std::string& line);
+
+/// What a hub runs: a version, or none in its loader.
+using RunningVersion = std::optional<std::uint16_t>;
+
+struct ReportBefore {
+  RunningVersion version;
+};
+struct ReportReady {};
+struct ReportProgress {
+  std::int32_t percent;
+};
+struct ReportAfter {
+  RunningVersion version;
+};
+struct ReportDone {};
+struct ReportFailed {
+  Exit status;
+  std::string what;
+  std::string next;
+  std::vector<std::string> log;
+};
+using WorkerReport =
+    std::variant<ReportBefore, ReportReady, ReportProgress, ReportAfter, ReportDone, ReportFailed>;
+
+std::string ToLine(const WorkerReport& report);
+/// Throws MessageError.
+WorkerReport ReadReport(const std::string& line);
+
+}  // namespace qzhid

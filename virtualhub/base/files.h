@@ -1,0 +1,29 @@
+// Files that are read and written as a whole.
+#pragma once
+
+#include <filesystem>
+#include <istream>
+#include <stdexcept>
+
+#include "virtualhub/base/bytes.h"
+
+namespace virtualhub {
+
+/// Why a file could not be read or written, without its name.
+class FileError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// What is left of a stream. Throws FileError when it cannot be read or has more than `most` bytes,
+/// as files of devices have that never end.
+Bytes ReadWholeStream(std::istream& stream, std::size_t most);
+
+/// The contents of a file, by the same rules. A folder cannot be read.
+Bytes ReadWholeFile(const std::filesystem::path& path, std::size_t most);
+
+/// Replaces a file as a whole: the bytes go to a temporary file beside it that is then renamed, so
+/// that the path never names a part of them. Throws FileError; then no temporary file is left.
+void WriteFileAtomically(const std::filesystem::path& path, ByteView bytes);
+
+}  // namespace virtualhub
