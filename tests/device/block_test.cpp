@@ -139,7 +139,8 @@ TEST_F(BlockTest, StatusPollsTimeOutsAndFailures) {
     Target(busy, status, failing, slow, ms);
     std::string outcome = std::to_string(isOut ? Out(4) : In(3)) + ", ";
     std::uint32_t pauses = 0;
-    for (const auto& call : machine->recorder().Calls("SleepMs")) pauses += call.value;
+    for (const auto& call : machine->recorder().Of(virtualhub::Record::Kind::Sleep))
+      pauses += call.value;
     outcome += std::to_string(std::count(property.sent.begin(), property.sent.end(), kPoll));
     outcome += " polls, " + std::to_string(pauses) + " ms, ";
     if (buffer[0] == 0x08) outcome += "delivered, ";

@@ -10,7 +10,7 @@ namespace qzhid::platform::test {
 
 namespace {
 
-using virtualhub::Fault, virtualhub::HandleKind;
+using virtualhub::Fault, virtualhub::HandleKind, virtualhub::Service;
 
 class VirtualBackendTest : public ::testing::Test {
  protected:
@@ -34,7 +34,8 @@ TEST_F(VirtualBackendTest, SystemCodes) {
   const auto send = [&] { return SetOutputReport(device, report, 321); };
   machine.AddFault({.on = Fault::On::Output, .nth = 3, .action = Fault::Action::Fail, .code = 0});
   machine.AddFault({.on = Fault::On::Output, .nth = 4, .action = Fault::Action::Unplug});
-  machine.AddFault({.on = Fault::On::Call, .service = "GetDeviceIdW", .nth = 2, .code = 4711});
+  machine.AddFault(
+      {.on = Fault::On::Call, .service = Service::GetDeviceIdW, .nth = 2, .code = 4711});
   const std::pair<std::uint32_t, Status> cases[] = {
       {EPIPE, send()},
       {EINVAL, SetOutputReport(device, report, 320)},

@@ -9,6 +9,7 @@
 namespace qzhid::test {
 
 using virtualhub::Fault;
+using virtualhub::Service;
 
 /// A property object is installed and has nothing open.
 class ProxyTest : public LibraryTest {
@@ -27,7 +28,8 @@ class ProxyTest : public LibraryTest {
   /// How long the library slept each time, in milliseconds.
   std::vector<std::uint32_t> Pauses() const {
     std::vector<std::uint32_t> pauses;
-    for (const auto& call : machine->recorder().Calls("SleepMs")) pauses.push_back(call.value);
+    for (const auto& call : machine->recorder().Of(virtualhub::Record::Kind::Sleep))
+      pauses.push_back(call.value);
     return pauses;
   }
   /// The whole log, each line as "level tag: text".
@@ -42,8 +44,7 @@ class ProxyTest : public LibraryTest {
 };
 
 /// Calls of a platform service fail with code 13, from the n-th on, `count` of them.
-inline Fault FailingCall(const std::string& service, std::uint32_t nth = 1,
-                         std::uint32_t count = 1) {
+inline Fault FailingCall(Service service, std::uint32_t nth = 1, std::uint32_t count = 1) {
   return {.on = Fault::On::Call, .service = service, .nth = nth, .count = count, .code = 13};
 }
 

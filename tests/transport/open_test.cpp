@@ -10,6 +10,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using virtualhub::Fault;
+using virtualhub::Service;
 using virtualhub::HandleKind;
 
 constexpr const char* kTag = "CHidTransfers::Yv_OpenDeviceByDevInst";
@@ -40,23 +41,24 @@ class OpenTest : public LibraryTest {
 
 TEST_F(OpenTest, EachFailingStepHasItsMessageAndCode) {
   const struct {
-    const char* service;
+    Service service;
     const char* message;  // of code 26
     const char* open;
   } rows[] = {
-      {"FirstInterface", "SetupDiEnumDeviceInterfaces FAIL,ErrorCode is 0000001a\n", "0000"},
-      {"InterfacePath", "SetupDiGetDeviceInterfaceDetail FAIL,ErrorCode is 0000001a\n", "0000"},
-      {"OpenHidDevice", "CreateFile failed,ErrorCode is 0000001a\n", "0000"},
-      {"CreateReportEvent", "Create Event failed.Error Code is 26\n", "0000"},
-      {"GetPreparsedData", "HidD_GetPreparsedData failed,ErrorCode:26\n", "1100"},
-      {"GetCaps", "HidP_GetCaps failed,Error Code is 26\n", "1100"},
-      {"GetLibraryPath", "Get Dll Path Fail\n", "1100"},
-      {"GetDeviceIdA", "CM_Get_Device_IDA Fail\n", "1100"},
-      {"GetIndexedString", "HidD_GetIndexedString failed,Error Code:26\n", "1100"},
+      {Service::FirstInterface, "SetupDiEnumDeviceInterfaces FAIL,ErrorCode is 0000001a\n", "0000"},
+      {Service::InterfacePath, "SetupDiGetDeviceInterfaceDetail FAIL,ErrorCode is 0000001a\n",
+       "0000"},
+      {Service::OpenHidDevice, "CreateFile failed,ErrorCode is 0000001a\n", "0000"},
+      {Service::CreateReportEvent, "Create Event failed.Error Code is 26\n", "0000"},
+      {Service::GetPreparsedData, "HidD_GetPreparsedData failed,ErrorCode:26\n", "1100"},
+      {Service::GetCaps, "HidP_GetCaps failed,Error Code is 26\n", "1100"},
+      {Service::GetLibraryPath, "Get Dll Path Fail\n", "1100"},
+      {Service::GetDeviceIdA, "CM_Get_Device_IDA Fail\n", "1100"},
+      {Service::GetIndexedString, "HidD_GetIndexedString failed,Error Code:26\n", "1100"},
   };
   for (const auto& row : rows) {
     for (const std::uint32_t code : {0u, 26u}) {  // a failure without a code is one, too
-      SCOPED_TRACE(row.service);
+      SCOPED_TRACE(NameOf(row.service));
       InstallForeign("HID\\VID_045E&PID_0750", "WQ HID");
       const std::uint32_t hub = machine->HidInstance("hub");
       machine->AddFault({.on = Fault::On::Call, .service = row.service, .code = code});
@@ -77,10 +79,10 @@ TEST_F(OpenTest, EachFailingStepHasItsMessageAndCode) {
 
 TEST_F(OpenTest, NodesThatAreNotFoundAreRefusedWithoutAMessage) {
   const std::uint32_t hub = machine->HidInstance("hub"), usb = machine->UsbInstance("hub");
-  const std::pair<const char*, std::uint32_t> rows[] = {
-      {"", 0}, {"", 0xFFFFFFFF}, {"", usb}, {"EnumNode", hub}, {"OpenNodeSet", hub}};
+  const std::pair<std::optional<Service>, std::uint32_t> rows[] = {
+      {{}, 0}, {{}, 0xFFFFFFFF}, {{}, usb}, {Service::EnumNode, hub}, {Service::OpenNodeSet, hub}};
   for (const auto& [failing, devInst] : rows) {
-    machine->AddFault({.on = Fault::On::Call, .service = failing, .code = 5});
+    if (failing) machine->AddFault({.on = Fault::On::Call, .service = failing, .code = 5});
     EXPECT_EQ(kRefused, CHidTransfers().Yv_OpenDeviceByDevInst(devInst));
     EXPECT_THAT(log.lines, IsEmpty());
     EXPECT_EQ("0000", Open());
@@ -116,7 +118,7 @@ TEST_F(OpenTest, VendorIdElseProductTextDecides) {
     const std::string node = "DevInst:" + std::to_string(devInst) + ",VID/PID:";
     EXPECT_EQ((LogLine{0, kTag, node + row.ids + "\n"}), log.lines.at(0));
     EXPECT_EQ("1100", Open());  // also when refused
-    const auto asked = machine->recorder().Calls("GetIndexedString");
+    const auto asked = machine->recorder().Calls(Service::GetIndexedString);
     EXPECT_TRUE(asked.empty() || asked[0].value == 52);
   }
 }
