@@ -6,15 +6,11 @@
 #include <regex>
 #include <string>
 
-#include "export_log.h"
 #include "support/machine_test.h"
 #include "test_system.h"
 #include "virtualhub/hub/image.h"
 
 namespace qzhid::test {
-
-using virtualhub::Bytes;
-using virtualhub::Fault;
 
 inline constexpr std::uint32_t kStatusRefused = 0xFFFFFFFF;
 
@@ -52,12 +48,6 @@ inline std::ostream& operator<<(std::ostream& out, const Transcript& said) {
 class ApiTest : public MachineTest {
  protected:
   ~ApiTest() override { QZ_CloseDev(handle); }
-
-  /// Forgets what was logged and recorded so far.
-  void ClearRecords() {
-    log.Clear();
-    machine->recorder().Clear();
-  }
 
   /// Fills the library's list; the number of devices in it.
   static std::uint32_t List() {
@@ -110,7 +100,6 @@ class ApiTest : public MachineTest {
 
   virtualhub::Hub& hub() { return machine->hub("hub"); }
 
-  ExportLog log;
   void* handle = nullptr;
 
  private:

@@ -23,7 +23,7 @@ TEST_F(BridgeTest, EachCallSendsItsOneReportAndPassesCodesThrough) {
       EXPECT_EQ(call.Result(isStruck ? 0x4321 : 0), call.call(handle));
       const auto data = call.report.begin() + 11;
       EXPECT_EQ(
-          std::vector<Bytes>{Channel1({call.report.begin(), data}, {data, call.report.end()})},
+          std::vector<Bytes>{Report(1, {call.report.begin(), data}, {data, call.report.end()})},
           Outputs());
       if (call.IsGpio()) continue;
       std::string said = isStruck ? Text("3 %s,ErrorCode:0x00004321\n", call.failure) : "";
@@ -66,7 +66,7 @@ TEST_F(BridgeTest, AddressBytesGoWhereTheHubWantsThem) {
     EXPECT_EQ(0u, QZ_HidI2CConfig(handle, 0xA2, count, 2));
     EXPECT_EQ(kStalled, QZ_HidI2CRead2(handle, g_address, count, g_room, 1));
     const Bytes header = {0x40, 0xD6, a[0], a[1], a[2], a[3], 1, a[4], 0xA2, count, 0x82};
-    EXPECT_EQ(std::vector<Bytes>{Channel1(header, {0xB0})}, Outputs());
+    EXPECT_EQ(std::vector<Bytes>{Report(1, header, {0xB0})}, Outputs());
   }
 }
 
@@ -77,7 +77,7 @@ TEST_F(BridgeTest, TheLongestRawBlockFillsTheHeaderArea) {
   EXPECT_EQ(0u, QZ_MST_HidI2CBlock(handle, 1, 2, 3, 0x44332211, 0x01020304, pool.data(), 54));
   Bytes block = {0x40, 0xF2, 1, 2, 0, 3, 0x15, 0x25, 0x35, 0x45};
   block.insert(block.end(), pool.begin(), pool.end());
-  EXPECT_EQ(std::vector<Bytes>{Channel1(block)}, Outputs());
+  EXPECT_EQ(std::vector<Bytes>{Report(1, block)}, Outputs());
 }
 
 TEST_F(BridgeTest, GpioLinesAreReadAndDriven) {

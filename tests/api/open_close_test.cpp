@@ -18,8 +18,8 @@ TEST_F(OpenCloseTest, OpeningEnablesCommandsAndRaisesTheFrequency) {
     ClearRecords();
     handle = QZ_OpenHid(number);
     ASSERT_NE(nullptr, handle) << "a failure is only a warning";
-    EXPECT_EQ(std::vector<Bytes>({Channel1({0x40, 0x02, 0x01, 0x00, 0x7C, 0x2E, 0x00, 0x00}),
-                                  Channel1({0x40, 0x06, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00})}),
+    EXPECT_EQ(std::vector<Bytes>({Report(1, {0x40, 0x02, 0x01, 0x00, 0x7C, 0x2E, 0x00, 0x00}),
+                                  Report(1, {0x40, 0x06, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00})}),
               Outputs());
     EXPECT_EQ(Text("1 Open Hid Success,Hid DevInst is %d,DevObject is HANDLE\n"
                    "%s0 Open Hid Dev is HANDLE\n",
@@ -127,7 +127,7 @@ TEST_F(OpenCloseTest, AnyCollectionOfItsInterfaceOpensAHubAndNoOtherInterface) {
 TEST_F(OpenCloseTest, ClosingReducesTheFrequencyBeforeTheDeviceGoesAndTwiceDoesNothing) {
   Open();
   QZ_CloseDev(handle);
-  EXPECT_EQ(std::vector<Bytes>({Channel1({0x40, 0x06, 0, 0, 0, 0, 0, 0})}), Outputs());
+  EXPECT_EQ(std::vector<Bytes>({Report(1, {0x40, 0x06, 0, 0, 0, 0, 0, 0})}), Outputs());
   EXPECT_EQ(
       "3 QZ_CloseDev: Frequency reduction Result is 0\n"
       "0 CUSBDev::Remove: Old State is UnknownState\n"

@@ -159,8 +159,8 @@ TEST_F(UpdateTest, AFileThatCannotBeLoadedNeverCostsTheFirmware) {
     // What an earlier job loaded must not be written instead.
     ASSERT_EQ(1, QZ_ReadBinVersion(handle, good.path(), &version));
     Start(path.c_str(), 0, {0, 10, 0});
-    EXPECT_EQ(1u, log.Count(notLoaded));
-    EXPECT_EQ(1u, log.Count({3, kFlow, "\nfail to write flash\n"}));
+    EXPECT_EQ(1u, Count(notLoaded));
+    EXPECT_EQ(1u, Count({3, kFlow, "\nfail to write flash\n"}));
     EXPECT_EQ("3 Notify Progress\n3 Update Fail\n", Said("QZ_UpdateDev"));
     EXPECT_EQ((std::vector<std::uint16_t>{0x4002, 0xC009}), Keys());
     ExpectOldFirmware();
@@ -197,7 +197,7 @@ TEST_F(UpdateTest, ReconfiguringTheLogInTheCallbackEndsTheProgressOnly) {
 TEST_F(UpdateTest, ClosingInTheCallbackFailsTheUpdateInTime) {
   g_atTen = [&] { QZ_CloseDev(handle); };
   Start(good.path(), 0, {0, 10, 0});
-  EXPECT_EQ(1u, log.Count({3, kFlow, "fail to reset to rom\n"}));
+  EXPECT_EQ(1u, Count({3, kFlow, "fail to reset to rom\n"}));
   EXPECT_EQ(0, OpenHandles());
   EXPECT_EQ(kStatusRefused, QZ_HidI2CConfig(handle, 0xA0, 2, 1));
   ExpectOldFirmware();

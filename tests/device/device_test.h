@@ -5,14 +5,13 @@
 #include <span>
 
 #include "device/hid_dev.h"
-#include "support/library_test.h"
+#include "support/layer_test.h"
 
 namespace qzhid::test {
 
-using virtualhub::Bytes;
 using Strings = std::vector<std::string>;
 
-inline std::string Hex(std::span<const std::uint8_t> bytes) {
+inline std::string HexText(std::span<const std::uint8_t> bytes) {
   std::string text;
   for (std::uint8_t byte : bytes) {
     if (!text.empty()) text += ' ';
@@ -68,8 +67,8 @@ class PropertyDouble final : public IPropertyEx {
  private:
   std::uint32_t Take(std::span<const std::uint8_t> setup, const std::string& timeout, bool isOut,
                      std::uint8_t* data, std::uint32_t length) {
-    sent.push_back(Hex(setup) + timeout);
-    keys += Hex(setup.first(1)) + Hex(setup.subspan(1, 1)) + " ";
+    sent.push_back(HexText(setup) + timeout);
+    keys += HexText(setup.first(1)) + HexText(setup.subspan(1, 1)) + " ";
     if (onRequest) onRequest(static_cast<int>(sent.size()));
     if (isOut) {
       written.insert(written.end(), data, data + length);
@@ -83,7 +82,7 @@ class PropertyDouble final : public IPropertyEx {
   }
 };
 
-class DeviceTest : public LibraryTest {
+class DeviceTest : public LayerTest {
  protected:
   DeviceTest() { Renew(); }
   ~DeviceTest() override { CRequestCMD::Instance().SetProperty(nullptr); }
@@ -98,7 +97,7 @@ class DeviceTest : public LibraryTest {
   /// What was logged under `tag`, or by all: level, blank and text of each line.
   std::string Said(const std::string& tag = "") const {
     std::string said;
-    for (const LogLine& line : tag.empty() ? log.lines : log.Of(tag)) {
+    for (const LogLine& line : tag.empty() ? log.Lines() : Logged(tag)) {
       said += std::to_string(line.level) + " " + line.text;
     }
     return said;

@@ -81,11 +81,11 @@ TEST_F(FlashTest, AFailedStepFailsTheTransferButForTheClock) {
       {&hid, 300, 5, false, 5, "0 ", kFast},
       {&hid, 300, 6, false, 6, "0 42 ", kFast},
       {&hid, 300, 7, false, 7, "0 42 100 ", kFast}};
-  for (const auto& [dev, size, failing, result, requests, percents, said] : cases) {
+  for (const auto& [dev, size, failing, result, count, percents, said] : cases) {
     SCOPED_TRACE(::testing::Message() << size << ", request " << failing);
     Renew(std::uint64_t{1} << (failing - 1));
     EXPECT_EQ(result, dev->WriteFlashEx(FwBuffer(size)));
-    EXPECT_EQ(requests, property.sent.size());
+    EXPECT_EQ(count, property.sent.size());
     EXPECT_EQ(percents, Percents("write"));
     EXPECT_EQ(said, Said("CHidDev::WriteFlashEx"));
     const int start = dev == &hid ? 4 : 1;
@@ -95,7 +95,7 @@ TEST_F(FlashTest, AFailedStepFailsTheTransferButForTheClock) {
     dev->SetFwBuffer(property.flash);
     FwBuffer buffer;
     EXPECT_FALSE(dev->ReadFlash(buffer));
-    EXPECT_EQ(requests - static_cast<std::size_t>(start), property.sent.size());
+    EXPECT_EQ(count - static_cast<std::size_t>(start), property.sent.size());
     EXPECT_EQ(percents, Percents("read"));
   }
 }

@@ -24,7 +24,7 @@ TEST_F(DeviceTest, VersionStatusAndEraseEnableTheHubsCommandsFirst) {
     }
   }
   EXPECT_EQ(0x474E, version);
-  EXPECT_EQ(Hex(Image(20)) + " 55", Hex(block));
+  EXPECT_EQ(HexText(Image(20)) + " 55", HexText(block));
 }
 
 TEST_F(DeviceTest, ResetsAndTheDownloadSlaveAreSingleRequests) {

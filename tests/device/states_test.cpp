@@ -58,7 +58,7 @@ TEST_F(StatesTest, EachOperationIsCarriedOutOrRefusedAsTheStateSays) {
       EXPECT_EQ("false " + usb.GetStateById(state)->name, Run(operation, state));
       EXPECT_EQ((std::vector{LogLine{1, tag + "::" + operation.name,
                                      name + " not support " + operation.refusal + "\n"}}),
-                log.lines);
+                log.Lines());
     }
     EXPECT_EQ(operation.rom, Run(operation, kStateRom));
     EXPECT_EQ(operation.refusal == "read version" ? "0 Current Version is RomCode\n" : "",

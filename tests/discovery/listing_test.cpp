@@ -1,6 +1,6 @@
 // The exported records.
 #include "discovery/hid_find.h"
-#include "support/proxy_test.h"
+#include "support/layer_test.h"
 
 namespace qzhid::test {
 namespace {
@@ -17,7 +17,7 @@ std::u16string Text(const QZ_Utf16 (&field)[N]) {
   return all.substr(0, all.find_last_not_of(u'\0') + 1);
 }
 
-class ListingTest : public ProxyTest {
+class ListingTest : public LayerTest {
  protected:
   ~ListingTest() override { Forget(); }
   void Forget() {
@@ -46,9 +46,9 @@ TEST_F(ListingTest, ARecordHoldsTheNodesIdsAndThePlaceOfTheUsbNodeAboveIt) {
   EXPECT_EQ(u"1", Text(list->PID));
   EXPECT_EQ(std::tuple(1u, 4000000000u, 4u, 4u),
             std::tuple(list->Level, list->Port, list->dwDevType, list->dwDevSubType));
-  EXPECT_THAT(log.Of(kTag), ElementsAre(LogLine{1, kTag, "List All Hid Device\n"},
+  EXPECT_THAT(Logged(kTag), ElementsAre(LogLine{1, kTag, "List All Hid Device\n"},
                                         LogLine{1, kTag, "Index:0,HwID:HID\\VID_AB&PID_1\n"}));
-  EXPECT_EQ(0, OpenDevices());
+  EXPECT_EQ(0, Handles()[0]);
 }
 
 TEST_F(ListingTest, WithoutVendorIdThereIsNoProductId) {
@@ -78,12 +78,12 @@ TEST_F(ListingTest, AFailingStepTakesTheListBackAndKeepsTheCount) {
         std::tuple{Service::LocationPaths, 2u, "Get Dev Path Fail,ErrorCode:0xd\n"}}) {
     SCOPED_TRACE(NameOf(service));
     InstallJson(R"({"devices": [{"name": "a", "port": "1"}, {"name": "b", "port": "2"}]})");
-    machine->AddFault(FailingCall(service, nth));
+    machine->AddFault(CallFault(service, nth));
     list = &marker;
     EXPECT_EQ(0, find.ListHidDevice(0x2E7C, 0x0818, &list, &count));
     EXPECT_EQ(nullptr, list);
     EXPECT_EQ(2u, count);
-    EXPECT_THAT(log.From(3), ElementsAre(LogLine{3, kTag, message}));
+    EXPECT_THAT(Failures(), ElementsAre(LogLine{3, kTag, message}));
   }
 }
 
@@ -123,7 +123,7 @@ TEST_F(ListingTest, OfManyForeignDevicesOneWithoutAddressOrPathFailsTheFilteredL
     EXPECT_EQ(0, find.ListHidDevice(0x45E, 0x750, &list, &count));
     EXPECT_EQ(24u, count);
     EXPECT_EQ(nullptr, list);
-    EXPECT_THAT(log.From(3), ElementsAre(LogLine{3, kTag, message}));
+    EXPECT_THAT(Failures(), ElementsAre(LogLine{3, kTag, message}));
     ClearRecords();
     EXPECT_EQ(1, List());
     EXPECT_EQ(1u, count);
@@ -159,7 +159,7 @@ TEST_F(ListingTest, AListWithItsTwoTerminatorsMustFit512Characters) {
       EXPECT_EQ(1u, count);
       EXPECT_EQ(length == 511, list == nullptr);
       const char* failure = isPath ? "Get Dev Path Fail" : "Get Dev Hw Id";
-      EXPECT_EQ(length == 511, log.lines.back().text.find(failure) == 0);
+      EXPECT_EQ(length == 511, log.Lines().back().text.find(failure) == 0);
       if (length == 510) {
         EXPECT_EQ(std::u16string(510, u'x'), Text(isPath ? list->LocationPath : list->HwID));
       }

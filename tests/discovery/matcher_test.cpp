@@ -2,7 +2,7 @@
 #include "device/hid_dev.h"
 #include "discovery/dev_property.h"
 #include "discovery/hid_find.h"
-#include "support/proxy_test.h"
+#include "support/layer_test.h"
 
 namespace qzhid::test {
 namespace {
@@ -13,7 +13,7 @@ using virtualhub::PortPath;
 
 const std::string kTopo = "CTopoMatch::Match: ", kPlace = "CDevProperty::IsSuitTopology: ";
 
-class MatchTest : public ProxyTest {
+class MatchTest : public LayerTest {
  protected:
   /// Installs the default machine with changes to the hub's device. Returns its USB node.
   template <class Change>
@@ -63,7 +63,7 @@ TEST_F(MatchTest, IdsAreReadAsProductThenVendorInUpperCaseWithFourDigits) {
     EXPECT_EQ(c.matches ? "0 CVidPidMatch::Match: match id return true.\n"
                         : "1 CVidPidMatch::Match: match id return false.\n",
               Told());
-    machine->AddFault(FailingCall(Service::HardwareIds, 1, 0));
+    machine->AddFault(CallFault(Service::HardwareIds, 1, 0));
     EXPECT_FALSE(dev.IsMatch(node)) << "with ids that cannot be read";
   }
 }
@@ -77,7 +77,7 @@ TEST_F(MatchTest, ALocationPathMustBeTheNodesFirstOneLetterForLetter) {
         std::tuple{path, false, false}}) {
     SCOPED_TRACE(wanted);
     const auto node = InstallHub([](auto&, auto&) {});
-    if (!isReadable) machine->AddFault(FailingCall(Service::LocationPaths));
+    if (!isReadable) machine->AddFault(CallFault(Service::LocationPaths));
     CHidDev dev;
     dev.SetPosition(1, 1);  // does not count beside a path
     dev.SetTopology(std::wstring(wanted.begin(), wanted.end()));
@@ -131,9 +131,9 @@ TEST_F(MatchTest, APositionIsALevelAndFromTheSecondOnAPort) {
     EXPECT_EQ(c.refusal.empty(), dev.IsMatch(node));
     EXPECT_THAT(Told(), StartsWith("1 " + kTopo + "Port & Level Topo Match\n" + c.refusal));
     EXPECT_THAT(Told(), EndsWith(Answer(c.refusal.empty())));
-    EXPECT_EQ(c.refusal.empty() ? 2u : 3u, log.lines.size());
+    EXPECT_EQ(c.refusal.empty() ? 2u : 3u, log.Lines().size());
     ClearRecords();
-    machine->AddFault(FailingCall(Service::LocationInfo));
+    machine->AddFault(CallFault(Service::LocationInfo));
     EXPECT_EQ(c.level == 0, dev.IsMatch(node)) << "with a text that cannot be read";
     EXPECT_EQ(c.level != 0, Told().find(unread + "13\n") != std::string::npos);
   }

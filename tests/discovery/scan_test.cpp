@@ -5,7 +5,7 @@
 
 #include "device/dev.h"
 #include "discovery/hid_find.h"
-#include "support/proxy_test.h"
+#include "support/layer_test.h"
 
 namespace qzhid::test {
 namespace {
@@ -55,7 +55,7 @@ struct ProbeDev final : IDev {
 
 /// Hubs enumerated in another order than that of their numbers. Their HID nodes are a, b and c, the
 /// USB nodes above them A, B and C.
-class ScanTest : public ProxyTest {
+class ScanTest : public LayerTest {
  protected:
   ScanTest() {
     InstallJson(R"({"devices": [{"name": "a", "port": "1"}, {"name": "b", "port": "2.2"},
@@ -83,7 +83,7 @@ class ScanTest : public ProxyTest {
     diary.text.clear();
     log.Clear();
     (*find.*scan)();
-    for (const LogLine& line : log.Of("CUSBDevFind::ArriveAllDevsEx")) {
+    for (const LogLine& line : Logged("CUSBDevFind::ArriveAllDevsEx")) {
       diary.text += std::to_string(line.level) + ' ' + line.text;
     }
     return diary.text;
@@ -95,9 +95,9 @@ class ScanTest : public ProxyTest {
     return names;
   }
   /// That many enable requests to a hub stall from now on.
-  void Stall(std::uint32_t requests) {
+  void Stall(std::uint32_t count) {
     machine->ClearFaults();
-    if (requests > 0) machine->AddFault(RequestFault(0x4002, 1, requests));
+    if (count > 0) machine->AddFault(RequestFault(0x4002, 1, count));
     ClearRecords();
   }
 
@@ -205,21 +205,21 @@ TEST_F(ScanTest, AFailedEnumerationChangesNothing) {
   Watch({""});
   Scan();
   machine->Unplug("c");
-  machine->AddFault(FailingCall(Service::OpenNodeSet, 1, 2));
+  machine->AddFault(CallFault(Service::OpenNodeSet, 1, 2));
   EXPECT_EQ("", Scan());
   EXPECT_FALSE(find->EnumAllDevsWithFilter(0x2E7C, 0x0818));
   const std::string text = "SetupDiGetClassDevs failed 13\n";
-  EXPECT_THAT(log.lines, ElementsAre(LogLine{1, "CHidFind::EnumAllDevs", text},
-                                     LogLine{1, "CUSBDevFind::EnumAllDevsWithFilter", text}));
+  EXPECT_THAT(log.Lines(), ElementsAre(LogLine{1, "CHidFind::EnumAllDevs", text},
+                                       LogLine{1, "CUSBDevFind::EnumAllDevsWithFilter", text}));
   EXPECT_EQ("abc", Nodes());
-  machine->AddFault(FailingCall(Service::CloseNodeSet));
+  machine->AddFault(CallFault(Service::CloseNodeSet));
   EXPECT_FALSE(find->EnumAllDevs());
   EXPECT_EQ("ab", Nodes());
   EXPECT_EQ(0, machine->openHandles(HandleKind::NodeSet));
 }
 
 TEST_F(ScanTest, TheFilterLooksForBothIdsAnywhereInTheFirstHardwareIdItCanRead) {
-  machine->AddFault(FailingCall(Service::HardwareIds));  // of c, which is enumerated first
+  machine->AddFault(CallFault(Service::HardwareIds));  // of c, which is enumerated first
   EXPECT_TRUE(find->EnumAllDevsWithFilter(0x2E7C, 0x0818));
   EXPECT_EQ("ab", Nodes());
   EXPECT_EQ("3 CUSBDevFind::EnumAllDevsWithFilter: Get Dev Hw Id Fail,ErrorCode:0xd\n", Told());
@@ -255,9 +255,9 @@ TEST_F(ScanTest, ADepartureClosesTheDeviceAndRemovesTheFirstObjectOnIt) {
 
 TEST_F(ScanTest, AHidNodeWithoutParentEndsTheArrivals) {
   Watch({"B"});
-  machine->AddFault(FailingCall(Service::GetParent));
+  machine->AddFault(CallFault(Service::GetParent));
   EXPECT_EQ("", Scan());
-  EXPECT_EQ(1u, log.Count({3, "CHidFind::ArriveAllDevs", "Get Hid parent devinst fail\n"}));
+  EXPECT_EQ(1u, Count({3, "CHidFind::ArriveAllDevs", "Get Hid parent devinst fail\n"}));
   EXPECT_EQ("", Scan());
 }
 
@@ -268,8 +268,8 @@ TEST_F(ScanTest, AHubHas50AttemptsAndIsLeftForTheNextNodeWithoutALine) {
     EXPECT_EQ(stalls == 49 ? "1?A 1+a " : "1?A 1?B 1+b ", Scan());
     EXPECT_EQ(std::vector<std::uint16_t>(stalls + 1, 0x4002), Keys());
     EXPECT_EQ(std::vector<std::uint32_t>(stalls, 100), Pauses());  // after the last one, too
-    EXPECT_EQ(1, OpenDevices());
-    for (const LogLine& line : log.lines) EXPECT_EQ(line.text.npos, line.text.find("Polling"));
+    EXPECT_EQ(1, Handles()[0]);
+    for (const LogLine& line : log.Lines()) EXPECT_EQ(line.text.npos, line.text.find("Polling"));
   }
 }
 
@@ -282,8 +282,8 @@ TEST_F(ScanTest, AtMostOneObjectArrivesAScanAndTheOtherNodesAreOldThen) {
 
   Watch({"A", "", "A"});
   machine->AddFault(
-      FailingCall(Service::OpenHidDevice, 4));  // the three hubs were asked for their family
-  EXPECT_EQ("1?A 2?A 3?A 3+a ", Scan());        // offered to the next object that matches
+      CallFault(Service::OpenHidDevice, 4));  // the three hubs were asked for their family
+  EXPECT_EQ("1?A 2?A 3?A 3+a ", Scan());      // offered to the next object that matches
 }
 
 TEST_F(ScanTest, ForgettingTheNodesMakesThemNewAgain) {
@@ -291,11 +291,11 @@ TEST_F(ScanTest, ForgettingTheNodesMakesThemNewAgain) {
   Scan();
   EXPECT_EQ(1, find->DummyRemove(&devs[0]));
   EXPECT_EQ("1?A 1+a 1-1 ", diary.text);  // closing is the device object's affair
-  EXPECT_EQ(1u, log.Count({0, "CUSBDevFind::DummyRemove", "Into dummy remove function\n"}));
+  EXPECT_EQ(1u, Count({0, "CUSBDevFind::DummyRemove", "Into dummy remove function\n"}));
   EXPECT_EQ("1?A 1+a ", Scan());
   EXPECT_EQ(1, find->ForceRemove(&devs[0]));
   EXPECT_EQ("1?A 1+a 1!0 ", diary.text);
-  EXPECT_EQ(1u, log.Count({0, "CUSBDevFind::ForceRemove", "Into force remove function\n"}));
+  EXPECT_EQ(1u, Count({0, "CUSBDevFind::ForceRemove", "Into force remove function\n"}));
   EXPECT_EQ("1?A 1+a ", Scan());
 }
 
@@ -329,9 +329,9 @@ TEST_F(ScanTest, AQueuedNodeHasTenAttemptsAndTheUseOfTheLastOneIsTold) {
 
 TEST_F(ScanTest, AQueuedNodeThatCannotBeOpenedGoesToTheNextObjectOrIsDropped) {
   Watch({"ab", ""});
-  machine->AddFault(FailingCall(Service::OpenHidDevice, 4, 2));
+  machine->AddFault(CallFault(Service::OpenHidDevice, 4, 2));
   EXPECT_EQ("1?a 2?a 1?b 2?b 1?c 2?c " + Suit(2), ScanEx());  // a: fails for both
-  machine->AddFault(FailingCall(Service::OpenHidDevice, 4));
+  machine->AddFault(CallFault(Service::OpenHidDevice, 4));
   EXPECT_EQ("2+b " + Suit(1), ScanEx());  // b: fails for the first
 }
 

@@ -1,7 +1,7 @@
 // The waits: how often they scan, how long they pause, what they tell.
 #include "device/dev.h"
 #include "discovery/dev_finder.h"
-#include "support/proxy_test.h"
+#include "support/layer_test.h"
 
 namespace qzhid::test {
 namespace {
@@ -20,7 +20,7 @@ struct WaitedDev final : IDev, IDevFinder {
   std::string scans;
 };
 
-TEST_F(ProxyTest, WaitsScanEightTimesASecondAndPauseAfterEachFailure) {
+TEST_F(LayerTest, WaitsScanEightTimesASecondAndPauseAfterEachFailure) {
   struct Case {
     std::string wait;
     int timeout;

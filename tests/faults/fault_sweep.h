@@ -10,12 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "support/library_test.h"
+#include "support/layer_test.h"
 #include "virtualhub/hub/image.h"
 
 namespace qzhid::test {
-
-using virtualhub::Fault;
 
 /// What goes wrong, and at each of what.
 struct FaultKind {

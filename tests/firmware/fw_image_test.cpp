@@ -2,12 +2,12 @@
 #include "firmware/fw_image.h"
 
 #include "device/hid_dev.h"
-#include "support/library_test.h"
+#include "support/layer_test.h"
 
 namespace qzhid::test {
 namespace {
 
-class FwImageTest : public LibraryTest {
+class FwImageTest : public LayerTest {
  protected:
   /// An image whose every field has a value of its own.
   static FwBuffer Image(std::uint32_t chip, std::size_t size) {
@@ -26,7 +26,7 @@ class FwImageTest : public LibraryTest {
   /// The lines since the last call, which stand for an image of that size.
   void ExpectTooShort(const char* tag, std::size_t size) {
     const std::string text = "Fw image is too short,size:" + std::to_string(size) + "\n";
-    EXPECT_EQ((std::vector{LogLine{3, tag, text}}), log.lines);
+    EXPECT_EQ((std::vector{LogLine{3, tag, text}}), log.Lines());
     log.Clear();
   }
 };

@@ -5,7 +5,7 @@
 
 #include <filesystem>
 
-#include "support/library_test.h"
+#include "support/layer_test.h"
 
 namespace qzhid::test {
 namespace {
@@ -14,12 +14,12 @@ using ::testing::ElementsAre;
 
 constexpr const char* kTag = "CHubFwFinder::LoadFwbin2Buf";
 
-class HubFwFinderTest : public LibraryTest {
+class HubFwFinderTest : public LayerTest {
  protected:
   bool Load(const std::string& path) {
     log.Clear();
     const bool loaded = CHubFwFinder(path).LoadFwbin2Buf(image);
-    EXPECT_THAT(log.lines,
+    EXPECT_THAT(log.Lines(),
                 ElementsAre(LogLine{0, kTag, "Current fw path is " + path + ".\n"},
                             loaded ? LogLine{0, kTag, "load fw to buf return success.\n"}
                                    : LogLine{1, kTag, "load fw to buf return failed.\n"}));

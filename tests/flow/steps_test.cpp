@@ -4,7 +4,7 @@
 
 #include "device/hid_dev.h"
 #include "flow/universal_flow.h"
-#include "support/proxy_test.h"
+#include "support/layer_test.h"
 #include "virtualhub/hub/image.h"
 
 namespace qzhid::test {
@@ -165,7 +165,7 @@ const Job kEraseJob = {"DevErase", [](Flow& flow) { return flow.DevErase(); },
                            kBack + "Judge, Erase, P100, Remove, <1 Erase flash success$>, P0, "};
 const Job* const kUpdates[] = {&kUpdate, &kReconn, &kSwitchOn};
 
-class StepsTest : public ProxyTest {
+class StepsTest : public LayerTest {
  protected:
   /// Runs a job on a fresh hub and leaves its steps.
   bool Run(const Job& job, const Failing& failing = {}) {
@@ -321,7 +321,7 @@ TEST_F(StepsTest, BoardStepsAreTakenWhereTheJobHasThem) {
     hasGpio = call != "no driver";
     EXPECT_TRUE(Run(kUpdate, {call, 1, 0}));
     std::string lines;
-    for (const LogLine& line : log.From(3)) lines += line.text;
+    for (const LogLine& line : Failures()) lines += line.text;
     EXPECT_EQ(failures, lines);
   }
 }

@@ -4,7 +4,7 @@
 #include "device/hid_dev.h"
 #include "discovery/hid_find.h"
 #include "flow/universal_flow.h"
-#include "support/proxy_test.h"
+#include "support/layer_test.h"
 #include "virtualhub/hub/image.h"
 
 namespace qzhid::test {
@@ -21,7 +21,7 @@ const auto kOldImage = virtualhub::BuildImage({.version = 0x0102}, 0x7FA8);
 const auto kNewImage = virtualhub::BuildImage({.version = 0x0210}, 0x7FA8);
 
 /// One hub alone, which is there and answers as soon as it is back.
-class UpdateTest : public ProxyTest {
+class UpdateTest : public LayerTest {
  protected:
   UpdateTest() { InstallHub(); }
   void InstallHub(const std::function<void(HubConfig&)>& change = {},
@@ -63,7 +63,7 @@ class UpdateTest : public ProxyTest {
     EXPECT_EQ(0x0210, hub().Identity().version);
     EXPECT_EQ(bank, hub().activeBank());
     ExpectBank(bank, kNewImage);
-    EXPECT_EQ(0, OpenDevices());
+    EXPECT_EQ(0, Handles()[0]);
   }
 
   std::unique_ptr<CHidDev> dev;
@@ -133,13 +133,13 @@ TEST_F(UpdateTest, AFaultFailsItClearlyAndItCanBeRepeated) {
     machine->AddFault(c.fault);
     EXPECT_FALSE(Update());
     std::string lines;
-    for (const LogLine& line : log.Of("CUniversalFlow::DevUpdate")) {
+    for (const LogLine& line : Logged("CUniversalFlow::DevUpdate")) {
       if (line.level > 0) lines += std::to_string(line.level) + line.text;
     }
     EXPECT_EQ((c.failure.empty() ? "" : "3" + c.failure) + "1Update Fw Fail\n", lines);
     EXPECT_EQ(0, log.progress.back());
     EXPECT_EQ(c.reached, log.progress[log.progress.size() - 2]);
-    EXPECT_EQ(0, OpenDevices());
+    EXPECT_EQ(0, Handles()[0]);
     EXPECT_EQ(0, machine->openHandles(virtualhub::HandleKind::Event));
     if (c.isDualBank) ExpectBank(0, kOldImage);
 
@@ -177,7 +177,7 @@ TEST_F(UpdateTest, NumbersThatStayOrChangeAndAShortAbsenceOnlyCostTime) {
     // One disconnect wait for each of the two resets; a missed absence costs 80 scans.
     const LogLine missed = {1, "IDevFinder::WaitDevUnconnect",
                             "wait dev unconnect return false.\n"};
-    EXPECT_EQ(isSeenAway ? 0u : 2u, log.Count(missed));
+    EXPECT_EQ(isSeenAway ? 0u : 2u, Count(missed));
     const auto pauses = Pauses();
     EXPECT_EQ(isSeenAway ? 12 : 160, std::count(pauses.begin(), pauses.end(), 128u));
   }

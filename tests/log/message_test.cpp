@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "support/library_test.h"
+#include "support/layer_test.h"
 
 namespace qzhid::test {
 namespace {
@@ -31,7 +31,7 @@ struct Receiver final : SilentReceiver {
   std::function<void()> act;
 };
 
-class MessageTest : public LibraryTest {
+class MessageTest : public LayerTest {
  protected:
   ~MessageTest() override { Hub().ClearResponders(); }
 
@@ -73,7 +73,7 @@ TEST_F(MessageTest, NarrowMessagesAreCutBehind1023CharactersButTheLineIsNot) {
 // The prefix "[2024-03-07, 09:05:02]  t, " takes 27 of the 1023 bytes of a wide line.
 TEST_F(MessageTest, WideLinesThatDoNotFitAreARangeErrorAndNotDelivered) {
   Hub().Log(1, "t", L"%ls", L"\u00FC\u20AC\U0001F600");
-  EXPECT_EQ("\xC3\xBC\xE2\x82\xAC\xF0\x9F\x98\x80", log.lines.at(0).text);
+  EXPECT_EQ("\xC3\xBC\xE2\x82\xAC\xF0\x9F\x98\x80", log.Lines().at(0).text);
   const auto send = [](std::size_t tagLength, const std::wstring& message) {
     Hub().Log(0, std::string(tagLength, 't').c_str(), L"%ls", message.c_str());
   };

@@ -6,7 +6,7 @@
 
 namespace qzhid::test {
 
-/// The level of a line that was read from a file, where it does not stand; equals every level.
+/// The level of a line that was read from a file, which does not hold it; equals every level.
 inline constexpr int kAnyLevel = -1;
 
 /// A log line without its time stamp.

@@ -11,7 +11,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using virtualhub::Fault;
 
 class RequestFailureTest : public TransportTest {
  protected:
@@ -41,17 +40,17 @@ TEST_F(RequestFailureTest, FailedReportsReturnTheirCodeAndSayEverything) {
       log.Clear();
       EXPECT_EQ(row.result, Send(channel, row.type, 0x09, data.data(), 20, 0x1234));
       EXPECT_EQ(Bytes(21, 0x5A), data);
-      EXPECT_EQ((LogLine{3, Tag(row.operation, channel), row.text}), log.From(3).back());
+      EXPECT_EQ((LogLine{3, Tag(row.operation, channel), row.text}), Failures().back());
     }
     std::vector<LogLine> expected{
         {3, Tag("Hid_GetReport", channel), "Get Report Fail,Last Error Code is 0x000001f7\n"},
-        log.From(3).back()};
+        Failures().back()};
     for (const char* text : {"RequestType: 0xc0, Request: 0x09", "wValue: 0x1122, wIndex: 0x3344",
                              "dwLength: 0x14", "ulTimeout: 0x1234", "return 503"}) {
       const std::string line = std::string("YvHub_SendVDCmd -> ") + text + "\n";
       expected.push_back({0, Tag("Yv_SendVDCmd", channel), line});
     }
-    EXPECT_EQ(expected, log.lines);
+    EXPECT_EQ(expected, log.Lines());
 
     // A read that fails without a code delivers its report, which was cleared before.
     FailNext(kInput, 0);
@@ -66,12 +65,12 @@ TEST_F(RequestFailureTest, RefusalLossAndClosingReturnTheSystemsCode) {
   EXPECT_EQ(kStalled, Send(1, 0x40, 0x77, nullptr, 0));
   machine->Unplug("hub");
   EXPECT_EQ(static_cast<std::uint32_t>(ENODEV), requests.Yv_ISPValidation());
-  EXPECT_EQ(1u, log.Count({0, "CHidTransfers::Yv_SendVDCmd",
-                           "YvHub_SendVDCmd -> ulTimeout: 0xc350\n"}));  // ten times the usual
+  EXPECT_EQ(1u, Count({0, "CHidTransfers::Yv_SendVDCmd",
+                       "YvHub_SendVDCmd -> ulTimeout: 0xc350\n"}));  // ten times the usual
   property->Yv_CloseDevice();
   log.Clear();
   EXPECT_EQ(static_cast<std::uint32_t>(EBADF), requests.Yv_CtlPipeOut({0x40, 0xC6}, nullptr));
-  EXPECT_EQ(1u, log.lines.size());  // packets have no trace
+  EXPECT_EQ(1u, log.Lines().size());  // packets have no trace
 }
 
 TEST_F(RequestFailureTest, RequestsWithoutAPropertyObjectAreRefusedWithOneLine) {
@@ -86,9 +85,9 @@ TEST_F(RequestFailureTest, RequestsWithoutAPropertyObjectAreRefusedWithOneLine) 
         CHidProperty(nullptr).Yv_SendVDCmd(0x40, 2, 0, 0, data, 0, 0)}) {
     EXPECT_EQ(kRefused, result);
   }
-  EXPECT_EQ(9u, log.lines.size());
+  EXPECT_EQ(9u, log.Lines().size());
   EXPECT_EQ((LogLine{3, "CRequestCMD::QZ_OpenDevice", "Property Object is null!!\n"}),
-            log.lines[0]);
+            log.Lines()[0]);
 }
 
 /// Another thread's request that stays in its exchange until it is let go.
@@ -124,7 +123,7 @@ TEST_F(RequestFailureTest, HeldDeviceIsPolledEvery100MsUntilTheTimeOutIsExceeded
         EXPECT_EQ(kRefused, Send(channel, type, 0x09, data.data(), 20, timeoutMs));
         std::vector<LogLine> expected(tries, {3, tag, "Can't Obtain Lock!\n"});
         expected.push_back({3, tag, "WqHIDDataIn Timeout Fail! \n"});
-        EXPECT_EQ(expected, log.From(3));
+        EXPECT_EQ(expected, Failures());
         EXPECT_EQ(tries, machine->recorder().Of(virtualhub::Record::Kind::Sleep).size());
         EXPECT_EQ(100u, machine->recorder().Of(virtualhub::Record::Kind::Sleep).back().value);
       }
@@ -176,7 +175,7 @@ TEST_F(ReportLimitsTest, DataStageFillsTheDeclaredOutputReportAndNoMore) {
 
       ClearRecords();
       EXPECT_EQ(kRefused, Send(channel, 0xC0, 0xFE, data.data(), limit + 1));
-      EXPECT_EQ(TooLong("Set", channel, limit + 1, limit), log.From(3));
+      EXPECT_EQ(TooLong("Set", channel, limit + 1, limit), Failures());
       if (limit < 128) {  // longer OUT stages are cut
         EXPECT_EQ(kRefused, Send(channel, 0x40, 0xFE, data.data(), limit + 1));
       }
@@ -203,7 +202,7 @@ TEST_F(ReportLimitsTest, AnswerMustFitTheDeclaredInputReportLessItsId) {
       EXPECT_EQ(1u, Outputs().size());
       EXPECT_EQ(0u, InputCount());
       EXPECT_EQ(Bytes(257, 0x5A), data);
-      EXPECT_EQ(TooLong("Get", channel, row.input, row.printed), log.From(3));
+      EXPECT_EQ(TooLong("Get", channel, row.input, row.printed), Failures());
     }
   }
 }

@@ -19,7 +19,7 @@ class RequestWireTest : public TransportTest {
     EXPECT_EQ(expected, result);
     EXPECT_THAT(Outputs(), ElementsAre(Report(channel, Hex(header), CountUp(1, length))));
     EXPECT_EQ(result == 0 && header[0] == 'C' ? 1u : 0u, InputCount());
-    EXPECT_EQ(result == 0, log.Of(Tag("Yv_SendVDCmd", channel)).empty() && log.From(1).empty());
+    EXPECT_EQ(result == 0, Logged(Tag("Yv_SendVDCmd", channel)).empty() && Failures().empty());
     ClearRecords();
     std::iota(buffer.begin(), buffer.end(), std::uint8_t{1});
   }
@@ -76,16 +76,16 @@ TEST_F(RequestWireTest, RawRequestsCarryTheCallersBlockOnChannel1) {
     return Outputs();
   };
   const Bytes whole = CountUp(9, 64), behind = CountUp(73, 128);
-  EXPECT_THAT(raw(0xF2, 0), ElementsAre(Channel1({})));
-  EXPECT_THAT(raw(0xF2, 7), ElementsAre(Channel1(CountUp(9, 7))));
-  EXPECT_THAT(raw(0xF2, 64), ElementsAre(Channel1(whole)));
+  EXPECT_THAT(raw(0xF2, 0), ElementsAre(Report(1, {})));
+  EXPECT_THAT(raw(0xF2, 7), ElementsAre(Report(1, CountUp(9, 7))));
+  EXPECT_THAT(raw(0xF2, 64), ElementsAre(Report(1, whole)));
   EXPECT_THAT(raw(0xF2, 65), IsEmpty());
-  EXPECT_THAT(raw(0xF2, 0x340), ElementsAre(Channel1(whole)));  // the length is cut to 8 bits
+  EXPECT_THAT(raw(0xF2, 0x340), ElementsAre(Report(1, whole)));  // the length is cut to 8 bits
   EXPECT_THAT(raw(0xF5, 191), IsEmpty());
-  EXPECT_THAT(raw(0xF5, 192), ElementsAre(Channel1(whole, behind)));
-  EXPECT_THAT(raw(0xF5, 300), ElementsAre(Channel1(whole, behind)));
+  EXPECT_THAT(raw(0xF5, 192), ElementsAre(Report(1, whole, behind)));
+  EXPECT_THAT(raw(0xF5, 300), ElementsAre(Report(1, whole, behind)));
   Send(2, 0x40, 0xF2, block.data(), 3);
-  EXPECT_EQ(Channel2(Hex("40 F2 22 11 44 33 03 00"), {9, 10, 11}), Outputs().back());
+  EXPECT_EQ(Report(2, Hex("40 F2 22 11 44 33 03 00"), {9, 10, 11}), Outputs().back());
 }
 
 /// Keeps value, index, length and data of the requests, and fails those of index 0xBAE.

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -40,10 +39,6 @@ class ExportLog {
       }
     }
     return lines;
-  }
-  std::size_t Count(const LogLine& line) const {
-    const std::vector<LogLine> lines = Lines();
-    return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
   }
   void Clear() { m_Begin = std::ifstream(Path(), std::ios::ate).tellg(); }
 

@@ -126,7 +126,7 @@ TEST_F(CrossingCallsTest, EveryExportInTheMiddleOfAnUpdateHasItsOutcome) {
           if (percent != moment || std::exchange(isCalled, true)) return;
           const auto call = [&] { result = crossing.call(); };
           isOther ? std::thread(call).join() : call();
-          refusals = log.Count({3, crossing.name, kRunning});
+          refusals = Count({3, crossing.name, kRunning});
         });
         EXPECT_EQ(effect != Effect::Fails, isUpdated);
         EXPECT_EQ(effect == Effect::Fails          ? 0
@@ -250,8 +250,8 @@ TEST_F(CrossingCallsTest, CallsThatOnlySendMeetAtTheTransferLockWhichGivesUpInTi
   slow.join();
   machine->SetExchangeHook(nullptr);
   constexpr const char* kTag = "CHidTransfers::HidDataIn";
-  EXPECT_EQ(51u, log.Count({3, kTag, "Can't Obtain Lock!\n"})) << "every 100 ms up to 5000 ms";
-  EXPECT_EQ(1u, log.Count({3, kTag, "WqHIDDataIn Timeout Fail! \n"}));
+  EXPECT_EQ(51u, Count({3, kTag, "Can't Obtain Lock!\n"})) << "every 100 ms up to 5000 ms";
+  EXPECT_EQ(1u, Count({3, kTag, "WqHIDDataIn Timeout Fail! \n"}));
 }
 
 TEST_F(CrossingCallsTest, ARefusedListingLeavesItsOutputsAsOneThatFindsNothing) {

@@ -3,7 +3,7 @@
 #include <thread>
 
 #include "log/dll_responder.h"
-#include "support/library_test.h"
+#include "support/layer_test.h"
 
 namespace qzhid::test {
 namespace {
@@ -12,7 +12,7 @@ using ::testing::ElementsAre;
 
 CMsg& Hub() { return CMsg::Instance(); }
 
-class ConcurrencyTest : public LibraryTest {
+class ConcurrencyTest : public LayerTest {
  protected:
   ConcurrencyTest() {
     static const TempFile file({}, "log.txt");  // the library chooses its log file once a process
@@ -136,7 +136,7 @@ TEST_F(ConcurrencyTest, ProgressCallbackMayLogCallExportsAndWaitForAThreadThatCo
   std::thread([] { Hub().Progress(30); }).join();
   Hub().AddResponder(&log);
   Hub().Progress(40);  // the configuration has dropped the callback
-  EXPECT_THAT(log.lines,
+  EXPECT_THAT(log.Lines(),
               ElementsAre(LogLine{2, "host", "at 30"},
                           LogLine{1, "QZ_FreeDevList", "In QZ_FreeAllDevice,Free Memory\n"}));
 }

@@ -96,8 +96,8 @@ TEST_F(EndingThreadTest, AThreadThatEndsInTheCallbackEndsTheUpdateAsFailedAndRel
     g_progress.clear();
     EXPECT_EQ(row.isEnded ? PTHREAD_CANCELED : nullptr, Update(row.end));
     EXPECT_EQ(row.progress, g_progress);
-    EXPECT_EQ(1u, log.Count({1, "CUniversalFlow::DevUpdate", "Update Fw Fail\n"}));
-    EXPECT_EQ(1u, log.Count({3, "QZ_UpdateDev", row.lastLine}));
+    EXPECT_EQ(1u, Count({1, "CUniversalFlow::DevUpdate", "Update Fw Fail\n"}));
+    EXPECT_EQ(1u, Count({3, "QZ_UpdateDev", row.lastLine}));
     EXPECT_EQ(0, OpenHandles());
     Open();
     EXPECT_NE(nullptr, Update([] {})) << "another thread can update the hub after that";
