@@ -132,8 +132,7 @@ typedef void (*QZ_ExceptionFilter)(int);
 /** Progress of an update in percent, 0 to 100; called on the updating thread. */
 typedef void (*QZ_ProgressCallback)(int32_t percent);
 
-/* ---- Listing and opening ----------------------------------------------------------------------
- */
+/* ---- Listing and opening --------------------------------------------------------------------- */
 
 /**
  * Lists the attached HID devices that are hubs of the family and remembers them for QZ_OpenHid.
@@ -191,8 +190,7 @@ QZ_API void QZ_CloseDev(void* pDev);
  */
 QZ_API void QZ_DllPassPara(uint32_t value);
 
-/* ---- Firmware ----------------------------------------------------------------------------------
- */
+/* ---- Firmware -------------------------------------------------------------------------------- */
 
 /**
  * Writes a firmware image to the hub's flash, checks it and starts it. Blocks for the whole update,

@@ -52,7 +52,6 @@ CCallGate::Entry CCallGate::EnterAgain(ConnectionUse use) {
 }
 
 void CCallGate::Leave(ConnectionUse use, Entry entry) {
-  if (entry == Refused || entry == Deferred) return;
   const std::lock_guard<std::mutex> lock(m_Lock);
   if (entry == Shared) {
     --m_nShared;

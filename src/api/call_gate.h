@@ -12,10 +12,11 @@ namespace qzhid {
 
 /// What a call does to the connection.
 enum class ConnectionUse {
-  Share,     ///< sends requests to the hub that is open
-  TakeOver,  ///< opens and closes devices for a purpose of its own
-  Close,     ///< gives the connection up
-  Update,    ///< a take-over that no other call may cross
+  Untouched,  ///< nothing: the call never waits and is never refused
+  Share,      ///< sends requests to the hub that is open
+  TakeOver,   ///< opens and closes devices for a purpose of its own
+  Close,      ///< closes it
+  Update,     ///< a take-over that no other call may cross
 };
 
 /// Calls that share the connection run side by side; the others have it for themselves and wait for
@@ -31,6 +32,7 @@ class CCallGate {
 
   /// How a call was received.
   enum class Entry {
+    Free,      ///< the call does not touch the connection
     Refused,   ///< an update is running
     Shared,    ///< the call is one of those that run side by side
     Owned,     ///< the connection is this thread's
@@ -42,12 +44,16 @@ class CCallGate {
    public:
     /// `closing` is the handle that a call with ConnectionUse::Close closes.
     explicit CPass(ConnectionUse use, void* closing = nullptr)
-        : m_Use(use), m_Entry(Instance().Enter(use, closing)) {}
-    ~CPass() { Instance().Leave(m_Use, m_Entry); }
+        : m_Use(use),
+          m_Entry(use == ConnectionUse::Untouched ? Entry::Free : Instance().Enter(use, closing)) {}
+    ~CPass() {
+      if (m_Entry == Entry::Shared || m_Entry == Entry::Owned) Instance().Leave(m_Use, m_Entry);
+    }
     CPass(const CPass&) = delete;
     CPass& operator=(const CPass&) = delete;
 
-    explicit operator bool() const { return m_Entry == Entry::Shared || m_Entry == Entry::Owned; }
+    /// Whether the call may run.
+    explicit operator bool() const { return !IsDeferred() && m_Entry != Entry::Refused; }
     bool IsDeferred() const { return m_Entry == Entry::Deferred; }
 
    private:

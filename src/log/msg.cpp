@@ -69,9 +69,15 @@ class CLine {
 
 }  // namespace
 
-CMsg& CMsg::Instance() {
-  static constinit platform::CProcessObject<CMsg> instance;
-  return instance.Get();
+platform::CProcessObject<CMsg>& CMsg::Object() {
+  static constinit platform::CProcessObject<CMsg> object;
+  return object;
+}
+
+CMsg& CMsg::Instance() { return Object().Get(); }
+
+void CMsg::TryClearResponders() noexcept {
+  if (CMsg* const made = Object().IfMade(); made != nullptr) made->m_Responders.TryClear();
 }
 
 template <class Call>

@@ -38,8 +38,9 @@ class CMsg {
   /// Removes all receivers. Waits for no delivery; one that is under way may still reach a receiver
   /// while this returns.
   void ClearResponders() noexcept { m_Responders.Clear(); }
-  /// The same in a process whose other threads may be gone, with the locks that they had.
-  void TryClearResponders() noexcept { m_Responders.TryClear(); }
+  /// The same for a process whose other threads may be gone, with the locks that they had. Waits
+  /// for no lock: while another thread has the list, the receivers stay.
+  static void TryClearResponders() noexcept;
 
   /// Whether any receiver takes lines; for callers that have work with what they log.
   bool IsHeard() { return m_Responders.Takes(kLines); }
@@ -71,6 +72,8 @@ class CMsg {
 
   CMsg() = default;
   ~CMsg() = default;
+
+  static platform::CProcessObject<CMsg>& Object();
 
   /// Calls the receivers that take that kind, in its turn.
   template <class Call>

@@ -36,9 +36,12 @@ class CProcessObject final : public CProcessObjectBase {
 
   /// Throws what the constructor of T throws.
   T& Get() {
-    if (T* const made = m_pObject.load(std::memory_order_acquire); made != nullptr) return *made;
-    return Make();
+    T* const made = IfMade();
+    return made != nullptr ? *made : Make();
   }
+
+  /// The object; null before its first use. Waits for nothing.
+  T* IfMade() { return m_pObject.load(std::memory_order_acquire); }
 
  private:
   T& Make();

@@ -72,8 +72,10 @@ TEST_F(ListTest, FindingNothingKeepsTheListPointerAndTheCountOfTheCache) {
 }
 
 TEST_F(ListTest, AnUnreadableRecordFailsTheListingAndKeepsTheCount) {
-  machine->AddFault(
-      {.on = Fault::On::Call, .service = "LocationPaths", .device = "near", .code = 5});
+  machine->AddFault({.on = Fault::On::Call,
+                     .service = virtualhub::Service::LocationPaths,
+                     .device = "near",
+                     .code = 5});
   EXPECT_EQ(0, QZ_ListAllHidDev(&list, &count));
   EXPECT_EQ(nullptr, list);
   EXPECT_EQ(2u, count);

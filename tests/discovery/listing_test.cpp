@@ -71,12 +71,12 @@ TEST_F(ListingTest, WithoutVendorIdThereIsNoProductId) {
 TEST_F(ListingTest, AFailingStepTakesTheListBackAndKeepsTheCount) {
   // The number of the call is the first that concerns the second record.
   for (const auto& [service, nth, message] :
-       {std::tuple{"HardwareIds", 4u, "Get Dev Hw Id Fail,ErrorCode:0xd\n"},
-        std::tuple{"GetParent", 3u, "Get Parent Devinst fail,Error:0xd\n"},
-        std::tuple{"GetAddressProperty", 2u, "Get Dev Port Fail,ErrorCode:0xd\n"},
-        std::tuple{"GetDeviceIdA", 2u, "Get Dev Level Fail\n"},
-        std::tuple{"LocationPaths", 2u, "Get Dev Path Fail,ErrorCode:0xd\n"}}) {
-    SCOPED_TRACE(service);
+       {std::tuple{Service::HardwareIds, 4u, "Get Dev Hw Id Fail,ErrorCode:0xd\n"},
+        std::tuple{Service::GetParent, 3u, "Get Parent Devinst fail,Error:0xd\n"},
+        std::tuple{Service::GetAddressProperty, 2u, "Get Dev Port Fail,ErrorCode:0xd\n"},
+        std::tuple{Service::GetDeviceIdA, 2u, "Get Dev Level Fail\n"},
+        std::tuple{Service::LocationPaths, 2u, "Get Dev Path Fail,ErrorCode:0xd\n"}}) {
+    SCOPED_TRACE(NameOf(service));
     InstallJson(R"({"devices": [{"name": "a", "port": "1"}, {"name": "b", "port": "2"}]})");
     machine->AddFault(CallFault(service, nth));
     list = &marker;
@@ -127,7 +127,8 @@ TEST_F(ListingTest, OfManyForeignDevicesOneWithoutAddressOrPathFailsTheFilteredL
     ClearRecords();
     EXPECT_EQ(1, List());
     EXPECT_EQ(1u, count);
-    EXPECT_EQ(25u, machine->recorder().Calls("OpenHidDevice").size()) << "each is opened once";
+    EXPECT_EQ(25u, machine->recorder().Calls(Service::OpenHidDevice).size())
+        << "each is opened once";
     Forget();
   }
 }
@@ -135,7 +136,7 @@ TEST_F(ListingTest, OfManyForeignDevicesOneWithoutAddressOrPathFailsTheFilteredL
 TEST_F(ListingTest, AHubThatLeavesWhileItIsReadTakesTheListBackForTheOthers) {
   InstallJson(R"({"devices": [{"name": "a", "port": "1"}, {"name": "b", "port": "2"}]})");
   machine->AddFault({.on = Fault::On::Call,
-                     .service = "HardwareIds",
+                     .service = Service::HardwareIds,
                      .device = "b",
                      .action = Fault::Action::Unplug});
   EXPECT_EQ(0, List());

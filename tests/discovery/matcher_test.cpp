@@ -63,7 +63,7 @@ TEST_F(MatchTest, IdsAreReadAsProductThenVendorInUpperCaseWithFourDigits) {
     EXPECT_EQ(c.matches ? "0 CVidPidMatch::Match: match id return true.\n"
                         : "1 CVidPidMatch::Match: match id return false.\n",
               Told());
-    machine->AddFault(CallFault("HardwareIds", 1, 0));
+    machine->AddFault(CallFault(Service::HardwareIds, 1, 0));
     EXPECT_FALSE(dev.IsMatch(node)) << "with ids that cannot be read";
   }
 }
@@ -77,7 +77,7 @@ TEST_F(MatchTest, ALocationPathMustBeTheNodesFirstOneLetterForLetter) {
         std::tuple{path, false, false}}) {
     SCOPED_TRACE(wanted);
     const auto node = InstallHub([](auto&, auto&) {});
-    if (!isReadable) machine->AddFault(CallFault("LocationPaths"));
+    if (!isReadable) machine->AddFault(CallFault(Service::LocationPaths));
     CHidDev dev;
     dev.SetPosition(1, 1);  // does not count beside a path
     dev.SetTopology(std::wstring(wanted.begin(), wanted.end()));
@@ -133,7 +133,7 @@ TEST_F(MatchTest, APositionIsALevelAndFromTheSecondOnAPort) {
     EXPECT_THAT(Told(), EndsWith(Answer(c.refusal.empty())));
     EXPECT_EQ(c.refusal.empty() ? 2u : 3u, log.Lines().size());
     ClearRecords();
-    machine->AddFault(CallFault("LocationInfo"));
+    machine->AddFault(CallFault(Service::LocationInfo));
     EXPECT_EQ(c.level == 0, dev.IsMatch(node)) << "with a text that cannot be read";
     EXPECT_EQ(c.level != 0, Told().find(unread + "13\n") != std::string::npos);
   }

@@ -179,7 +179,7 @@ TEST_F(ScanTest, ANodeThatVanishesOrIsTakenBetweenTwoOpensIsLeftForTheNext) {
     Name("b", 'b');
     Watch({"AB"});
     machine->AddFault({.on = Fault::On::Call,
-                       .service = "OpenHidDevice",
+                       .service = Service::OpenHidDevice,
                        .device = "a",
                        .nth = c.open,
                        .action = c.action,
@@ -205,21 +205,21 @@ TEST_F(ScanTest, AFailedEnumerationChangesNothing) {
   Watch({""});
   Scan();
   machine->Unplug("c");
-  machine->AddFault(CallFault("OpenNodeSet", 1, 2));
+  machine->AddFault(CallFault(Service::OpenNodeSet, 1, 2));
   EXPECT_EQ("", Scan());
   EXPECT_FALSE(find->EnumAllDevsWithFilter(0x2E7C, 0x0818));
   const std::string text = "SetupDiGetClassDevs failed 13\n";
   EXPECT_THAT(log.Lines(), ElementsAre(LogLine{1, "CHidFind::EnumAllDevs", text},
                                        LogLine{1, "CUSBDevFind::EnumAllDevsWithFilter", text}));
   EXPECT_EQ("abc", Nodes());
-  machine->AddFault(CallFault("CloseNodeSet"));
+  machine->AddFault(CallFault(Service::CloseNodeSet));
   EXPECT_FALSE(find->EnumAllDevs());
   EXPECT_EQ("ab", Nodes());
   EXPECT_EQ(0, machine->openHandles(HandleKind::NodeSet));
 }
 
 TEST_F(ScanTest, TheFilterLooksForBothIdsAnywhereInTheFirstHardwareIdItCanRead) {
-  machine->AddFault(CallFault("HardwareIds"));  // of c, which is enumerated first
+  machine->AddFault(CallFault(Service::HardwareIds));  // of c, which is enumerated first
   EXPECT_TRUE(find->EnumAllDevsWithFilter(0x2E7C, 0x0818));
   EXPECT_EQ("ab", Nodes());
   EXPECT_EQ("3 CUSBDevFind::EnumAllDevsWithFilter: Get Dev Hw Id Fail,ErrorCode:0xd\n", Told());
@@ -240,7 +240,8 @@ TEST_F(ScanTest, TheFilterLooksForBothIdsAnywhereInTheFirstHardwareIdItCanRead) 
     Install(scenario);
     EXPECT_TRUE(find->EnumAllDevsWithFilter(vid, pid));
     EXPECT_EQ(isKept ? 1u : 0u, find->CurrentDevInsts().size());
-    EXPECT_THAT(machine->recorder().Calls("OpenHidDevice"), IsEmpty()) << "the family is not asked";
+    EXPECT_THAT(machine->recorder().Calls(Service::OpenHidDevice), IsEmpty())
+        << "the family is not asked";
   }
 }
 
@@ -254,7 +255,7 @@ TEST_F(ScanTest, ADepartureClosesTheDeviceAndRemovesTheFirstObjectOnIt) {
 
 TEST_F(ScanTest, AHidNodeWithoutParentEndsTheArrivals) {
   Watch({"B"});
-  machine->AddFault(CallFault("GetParent"));
+  machine->AddFault(CallFault(Service::GetParent));
   EXPECT_EQ("", Scan());
   EXPECT_EQ(1u, Count({3, "CHidFind::ArriveAllDevs", "Get Hid parent devinst fail\n"}));
   EXPECT_EQ("", Scan());
@@ -280,8 +281,9 @@ TEST_F(ScanTest, AtMostOneObjectArrivesAScanAndTheOtherNodesAreOldThen) {
   EXPECT_EQ("1~b 2~b 1?X 2?X 2+x ", Scan());
 
   Watch({"A", "", "A"});
-  machine->AddFault(CallFault("OpenHidDevice", 4));  // the three hubs were asked for their family
-  EXPECT_EQ("1?A 2?A 3?A 3+a ", Scan());             // offered to the next object that matches
+  machine->AddFault(
+      CallFault(Service::OpenHidDevice, 4));  // the three hubs were asked for their family
+  EXPECT_EQ("1?A 2?A 3?A 3+a ", Scan());      // offered to the next object that matches
 }
 
 TEST_F(ScanTest, ForgettingTheNodesMakesThemNewAgain) {
@@ -327,9 +329,9 @@ TEST_F(ScanTest, AQueuedNodeHasTenAttemptsAndTheUseOfTheLastOneIsTold) {
 
 TEST_F(ScanTest, AQueuedNodeThatCannotBeOpenedGoesToTheNextObjectOrIsDropped) {
   Watch({"ab", ""});
-  machine->AddFault(CallFault("OpenHidDevice", 4, 2));
+  machine->AddFault(CallFault(Service::OpenHidDevice, 4, 2));
   EXPECT_EQ("1?a 2?a 1?b 2?b 1?c 2?c " + Suit(2), ScanEx());  // a: fails for both
-  machine->AddFault(CallFault("OpenHidDevice", 4));
+  machine->AddFault(CallFault(Service::OpenHidDevice, 4));
   EXPECT_EQ("2+b " + Suit(1), ScanEx());  // b: fails for the first
 }
 

@@ -130,11 +130,12 @@ std::vector<FaultSweep::Place> FaultSweep::FindPlaces(const Job& job, const Faul
   const std::uint64_t allocations = EndScarcity();
 
   std::vector<Place> places;
-  std::map<std::string, std::uint32_t> seen;
+  std::map<std::optional<virtualhub::Service>, std::uint32_t> seen;
   std::uint16_t key = 0;
-  const auto add = [&](bool isWanted, Fault::On on, const std::string& service = "") {
+  const auto add = [&](bool isWanted, Fault::On on,
+                       std::optional<virtualhub::Service> service = {}) {
     if (!isWanted) return;
-    places.push_back({kind.fault, 0, service.empty() ? key : std::uint16_t{0}});
+    places.push_back({kind.fault, 0, service ? std::uint16_t{0} : key});
     Fault& fault = places.back().fault;
     fault.on = on;
     fault.service = service;
@@ -153,9 +154,9 @@ std::vector<FaultSweep::Place> FaultSweep::FindPlaces(const Job& job, const Faul
     add(kind.at == At::Input && isInput, Fault::On::Input);
     add(kind.at == At::Exchange && (isOutput || isInput), Fault::On::Exchange);
     const bool isOfKeyboard = record.instance == keyboardHid || record.instance == keyboardUsb;
-    if (record.kind == Record::Kind::Call && record.name != "SleepMs") {
+    if (record.kind == Record::Kind::Call) {
       add(kind.at == At::Call && !(isOfKeyboard && IsBusAction(kind.fault)), Fault::On::Call,
-          record.name);
+          record.service);
     }
   }
   if (countsMemory) {
@@ -246,7 +247,8 @@ int FaultSweep::OpenHandles() const {
 
 void FaultSweep::Check(bool isMet, const char* claim, const Place& place) {
   if (isMet || ++m_nComplaints > kMostComplaints) return;
-  ADD_FAILURE() << "not so: " << claim << ", with the fault at " << place.fault.service << ' '
+  ADD_FAILURE() << "not so: " << claim << ", with the fault at "
+                << (place.fault.service ? NameOf(*place.fault.service) : "an event") << ' '
                 << place.fault.nth << ", allocation " << place.allocation << ", request "
                 << std::hex << place.key;
 }

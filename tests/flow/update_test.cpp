@@ -13,6 +13,7 @@ namespace {
 using virtualhub::Code;
 using virtualhub::HubConfig;
 using virtualhub::InstanceNumbers;
+using virtualhub::Service;
 using enum Fault::Action;
 
 /// 255 chunks of 128 bytes and 40 bytes more.
@@ -89,7 +90,7 @@ Fault AtReset(std::uint32_t nth, Fault::Action action, const std::string& port =
 /// Another program has the hub for that time, from the n-th open on that the library tries.
 Fault TakenAtOpen(std::uint32_t nth, std::uint32_t releaseMs) {
   return {.on = Fault::On::Call,
-          .service = "OpenHidDevice",
+          .service = Service::OpenHidDevice,
           .nth = nth,
           .action = Hold,
           .releaseMs = releaseMs};

@@ -84,19 +84,22 @@ class ExportCalls {
   /// A fault of any kind, at one of the next 256 events that it watches.
   void AddFault() {
     using virtualhub::Fault;
+    using virtualhub::Service;
     using enum Fault::Action;
     constexpr Fault::On kEvents[] = {Fault::On::Exchange, Fault::On::Output, Fault::On::Input,
                                      Fault::On::Request,  Fault::On::Call,   Fault::On::Reset};
     constexpr Fault::Action kActions[] = {Fail,         Stall,     AnswerZeros, AnswerOnes,
                                           AnswerRandom, LoseWrite, Unplug,      PowerLoss};
-    constexpr const char* kServices[] = {"OpenNodeSet",   "EnumNode",         "FirstInterface",
-                                         "InterfacePath", "CloseNodeSet",     "OpenHidDevice",
-                                         "GetCaps",       "GetParent",        "CreateReportEvent",
-                                         "GetDeviceIdA",  "GetPreparsedData", "LocationInfo",
-                                         "HardwareIds",   "LocationPaths",    "GetAddressProperty"};
+    constexpr Service kServices[] = {
+        Service::OpenNodeSet,   Service::EnumNode,         Service::FirstInterface,
+        Service::InterfacePath, Service::CloseNodeSet,     Service::OpenHidDevice,
+        Service::GetCaps,       Service::GetParent,        Service::CreateReportEvent,
+        Service::GetDeviceIdA,  Service::GetPreparsedData, Service::LocationInfo,
+        Service::HardwareIds,   Service::LocationPaths,    Service::GetAddressProperty};
     constexpr std::uint8_t kRequests[] = {0x02, 0x09, 0xC8, 0xD8, 0xE8, 0x00, 0xE9};
     Fault fault{.on = input_.Choice(kEvents)};
-    fault.service = input_.Choice(kServices);
+    const Service service = input_.Choice(kServices);
+    if (fault.on == Fault::On::Call) fault.service = service;
     fault.request = input_.Choice(kRequests);
     fault.requestType = fault.request == 0x09 || fault.request == 0xD8 ? 0xC0 : 0x40;
     fault.nth = input_.Byte() + 1u;

@@ -2,16 +2,15 @@
 // after it, `count` in all; a count of 0 is for ever.
 #pragma once
 
-#include <string>
-
 #include "virtualhub/bus/faults.h"
 
 namespace qzhid::test {
 
 using virtualhub::Fault;
+using virtualhub::Service;
 
 /// Calls of a platform service fail with that system code.
-inline Fault CallFault(const std::string& service, std::uint32_t nth = 1, std::uint32_t count = 1,
+inline Fault CallFault(Service service, std::uint32_t nth = 1, std::uint32_t count = 1,
                        std::uint32_t code = 13) {
   return {.on = Fault::On::Call, .service = service, .nth = nth, .count = count, .code = code};
 }

@@ -82,7 +82,8 @@ class MachineTest : public ::testing::Test {
   /// How long the library slept each time, in milliseconds.
   std::vector<std::uint32_t> Pauses() const {
     std::vector<std::uint32_t> pauses;
-    for (const auto& call : machine->recorder().Calls("SleepMs")) pauses.push_back(call.value);
+    for (const auto& call : machine->recorder().Of(virtualhub::Record::Kind::Sleep))
+      pauses.push_back(call.value);
     return pauses;
   }
 

@@ -28,23 +28,23 @@ class OpenTest : public LayerTest {
 
 TEST_F(OpenTest, EachFailingStepHasItsMessageAndCodeAndClosingCleansUpAfterIt) {
   const struct {
-    const char* service;
+    Service service;
     const char* message;  // with code 26
     std::vector<int> open = kNoHandles;
   } rows[] = {
-      {"FirstInterface", "SetupDiEnumDeviceInterfaces FAIL,ErrorCode is 0000001a\n"},
-      {"InterfacePath", "SetupDiGetDeviceInterfaceDetail FAIL,ErrorCode is 0000001a\n"},
-      {"OpenHidDevice", "CreateFile failed,ErrorCode is 0000001a\n"},
-      {"CreateReportEvent", "Create Event failed.Error Code is 26\n"},
-      {"GetPreparsedData", "HidD_GetPreparsedData failed,ErrorCode:26\n", kOneDevice},
-      {"GetCaps", "HidP_GetCaps failed,Error Code is 26\n", kOneDevice},
-      {"GetLibraryPath", "Get Dll Path Fail\n", kOneDevice},
-      {"GetDeviceIdA", "CM_Get_Device_IDA Fail\n", kOneDevice},
-      {"GetIndexedString", "HidD_GetIndexedString failed,Error Code:26\n", kOneDevice},
+      {Service::FirstInterface, "SetupDiEnumDeviceInterfaces FAIL,ErrorCode is 0000001a\n"},
+      {Service::InterfacePath, "SetupDiGetDeviceInterfaceDetail FAIL,ErrorCode is 0000001a\n"},
+      {Service::OpenHidDevice, "CreateFile failed,ErrorCode is 0000001a\n"},
+      {Service::CreateReportEvent, "Create Event failed.Error Code is 26\n"},
+      {Service::GetPreparsedData, "HidD_GetPreparsedData failed,ErrorCode:26\n", kOneDevice},
+      {Service::GetCaps, "HidP_GetCaps failed,Error Code is 26\n", kOneDevice},
+      {Service::GetLibraryPath, "Get Dll Path Fail\n", kOneDevice},
+      {Service::GetDeviceIdA, "CM_Get_Device_IDA Fail\n", kOneDevice},
+      {Service::GetIndexedString, "HidD_GetIndexedString failed,Error Code:26\n", kOneDevice},
   };
   for (const auto& row : rows) {
     for (const std::uint32_t code : {0u, 26u}) {  // a failure without a code is one, too
-      SCOPED_TRACE(row.service);
+      SCOPED_TRACE(NameOf(row.service));
       const std::uint32_t hub = InstallWithId("HID\\VID_045E&PID_0750");
       machine->AddFault(CallFault(row.service, 1, 1, code));
       EXPECT_EQ(code == 0 ? kRefused : code, property->Yv_OpenDeviceByDevInst(hub));
@@ -65,10 +65,10 @@ TEST_F(OpenTest, EachFailingStepHasItsMessageAndCodeAndClosingCleansUpAfterIt) {
 
 TEST_F(OpenTest, NodesThatAreNotFoundAreRefusedWithoutAMessage) {
   const std::uint32_t hub = machine->HidInstance("hub"), usb = machine->UsbInstance("hub");
-  const std::pair<const char*, std::uint32_t> rows[] = {
-      {"", 0}, {"", 0xFFFFFFFF}, {"", usb}, {"EnumNode", hub}, {"OpenNodeSet", hub}};
+  const std::pair<std::optional<Service>, std::uint32_t> rows[] = {
+      {{}, 0}, {{}, 0xFFFFFFFF}, {{}, usb}, {Service::EnumNode, hub}, {Service::OpenNodeSet, hub}};
   for (const auto& [failing, devInst] : rows) {
-    machine->AddFault(CallFault(failing));
+    if (failing) machine->AddFault(CallFault(*failing));
     EXPECT_EQ(kRefused, transfers->Yv_OpenDeviceByDevInst(devInst));
     EXPECT_THAT(log.Lines(), IsEmpty());
     EXPECT_EQ(kNoHandles, Handles());
@@ -102,7 +102,7 @@ TEST_F(OpenTest, TheVendorIdDecidesAndElseTheProductText) {
     const std::string text = "DevInst:" + std::to_string(hub) + ",VID/PID:" + row.ids + "\n";
     EXPECT_EQ((LogLine{0, kTag, text}), log.Lines().at(0));
     EXPECT_EQ(kOneDevice, Handles()) << "refused devices are closed by the caller";
-    const auto asked = machine->recorder().Calls("GetIndexedString");
+    const auto asked = machine->recorder().Calls(Service::GetIndexedString);
     EXPECT_EQ(row.ids.starts_with("0x2e7c") ? 0u : 1u, asked.size());
     for (const auto& call : asked) EXPECT_EQ(52u, call.value) << "the number of the text";
     transfers->Yv_CloseDevice();

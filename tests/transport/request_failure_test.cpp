@@ -124,8 +124,8 @@ TEST_F(RequestFailureTest, HeldDeviceIsPolledEvery100MsUntilTheTimeOutIsExceeded
         std::vector<LogLine> expected(tries, {3, tag, "Can't Obtain Lock!\n"});
         expected.push_back({3, tag, "WqHIDDataIn Timeout Fail! \n"});
         EXPECT_EQ(expected, Failures());
-        EXPECT_EQ(tries, machine->recorder().Calls("SleepMs").size());
-        EXPECT_EQ(100u, machine->recorder().Calls("SleepMs").back().value);
+        EXPECT_EQ(tries, machine->recorder().Of(virtualhub::Record::Kind::Sleep).size());
+        EXPECT_EQ(100u, machine->recorder().Of(virtualhub::Record::Kind::Sleep).back().value);
       }
     }
   }
@@ -135,7 +135,9 @@ TEST_F(RequestFailureTest, HeldDeviceIsPolledEvery100MsUntilTheTimeOutIsExceeded
         transfers->SendPacketOut2({}, nullptr), transfers->SendPacketIn2({}, nullptr)}) {
     EXPECT_EQ(kRefused, result);
   }
-  EXPECT_EQ(4u * 51, machine->recorder().Calls("SleepMs").size());  // packets wait five seconds
+  EXPECT_EQ(
+      4u * 51,
+      machine->recorder().Of(virtualhub::Record::Kind::Sleep).size());  // packets wait five seconds
   EXPECT_EQ(2u, machine->exchanges());  // that of the fixture and the one that is held
   holder.Release();
   EXPECT_EQ(0u, Send(1, 0xC0, 0x09, data.data(), 20, 0));

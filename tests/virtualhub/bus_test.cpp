@@ -10,7 +10,7 @@ class BusTest : public HubBench {
   /// All present HID nodes.
   std::vector<DevInst> Nodes() {
     std::vector<DevInst> nodes;
-    machine->Call("OpenNodeSet", 0, 0, [&](const Machine::View& view) {
+    machine->Call(Service::OpenNodeSet, 0, 0, [&](const Machine::View& view) {
       nodes = *view.HidNodes();
       return Result{};
     });
@@ -22,7 +22,7 @@ using Texts = std::vector<std::string>;
 // A node and those above it: the device id without its place, location, path and address if any.
 Texts Chain(Machine& machine, DevInst number) {
   Texts chain;
-  machine.Call("GetParent", number, 0, [&](const Machine::View& view) {
+  machine.Call(Service::GetParent, number, 0, [&](const Machine::View& view) {
     for (const Node* node = view.FindNode(number); node; node = view.FindNode(node->parent)) {
       const std::string& id = node->deviceId;
       chain.push_back(id.substr(0, std::min(id.rfind('\\'), id.find("&SUBSYS"))));
@@ -103,6 +103,15 @@ TEST_F(BusTest, NumbersAreThoseOfTheIdsOrNew) {
     EXPECT_EQ(c.later, inRom + " " + compare());
     EXPECT_EQ(Error::Gone, machine->SetOutputReport(first, Bytes(321)).error) << "a handle's stay";
   }
+}
+
+TEST_F(BusTest, AFaultThatCannotStrikeIsRejected) {
+  Install(OneHub());
+  EXPECT_THROW(machine->AddFault({.on = Fault::On::Call}), std::invalid_argument) << "no service";
+  EXPECT_THROW(machine->AddFault({.on = Fault::On::Input, .service = Service::GetCaps}),
+               std::invalid_argument);
+  EXPECT_THROW(machine->AddFault({.device = "nobody"}), std::out_of_range);
+  EXPECT_THROW(machine->AddFault({.port = "3.x"}), std::out_of_range);
 }
 
 TEST_F(BusTest, AnExchangeIsCutOffEvenIfTheDeviceIsBackUnderTheSameNumber) {

@@ -24,7 +24,7 @@ TEST_F(FirmwareTest, StatusBlockSaysWhatRuns) {
   const std::pair<std::string, std::string> cases[] = {
       {identity + R"(, "version": "0x0315")",
        "12 34 00 00 56 78 00 00 00 00 03 15 00 02 00 82 00 00 00 00"},
-      {R"("cut_behind": 65535)", "2E 7C 00 00 08 10 00 00 00 00 00 01 00 02 00 80 00 00 00 00"}};
+      {R"("cut_after": 65535)", "2E 7C 00 00 08 10 00 00 00 00 00 01 00 02 00 80 00 00 00 00"}};
   for (const auto& [image, status] : cases) {
     Install(OneHub(R"("isp_supported": true, "dual_bank": true, "image": {)" + image + "}"));
     ASSERT_TRUE(Enable(1));

@@ -24,10 +24,10 @@ TEST_F(ScenarioTest, RefusalsNamePlaceAndReason) {
       {"{",
        "}",
        {{"\n\"time\":\n", "parse error at line 3, column 1"},
-        {R"("tiem": "real")", "/: unknown key \"tiem\""},
+        {R"("tiem": "real")", "/: unknown or unused key \"tiem\""},
         {R"("record": 9e999)", "number overflow"},
-        {R"("instance_numbers": "random")", "/instance_numbers: \"random\" is none of by_id"},
-        {R"("time": "slow")", "/time: \"slow\" is none of virtual, real"}}},
+        {R"("instance_numbers": "random")", "/instance_numbers: \"random\" is not one of by_id"},
+        {R"("time": "slow")", "/time: \"slow\" is not one of virtual, real"}}},
       {R"({"devices": [{"name": "a", "port": "1")",
        "]}",
        {{R"(}, {"name": "b", "port": "0.1"})", "/devices/1/port: "},
@@ -35,7 +35,7 @@ TEST_F(ScenarioTest, RefusalsNamePlaceAndReason) {
         {R"(}, {"port": "2"})", "/devices/1: \"name\" is missing"},
         {R"(}, {"name": "a", "port": "2"})", "/devices/1/name: two devices"},
         {R"(}, {"name": "b", "port": "1.2"})", "/devices/1/port: the device \"a\" is in the way"},
-        {R"(, "kind": "other", "image": null})", "/devices/0: unknown key \"image\""},
+        {R"(, "kind": "other", "image": null})", "/devices/0: unknown or unused key \"image\""},
         {R"(}], "enumeration_order": ["b")", "/enumeration_order/0: there is no device \"b\""},
         {R"(, "image": {"version": "0x10000"}})", "/devices/0/image/version: 65536 is not"},
         {R"(, "image": {"version": -1}})", "/devices/0/image/version: a non-negative"},
@@ -43,6 +43,12 @@ TEST_F(ScenarioTest, RefusalsNamePlaceAndReason) {
         {R"(, "image": {"file": "/"}})", "/devices/0/image/file: "},
         {R"(, "image": {"file": "/dev/zero"}})", "/devices/0/image/file: "},
         {R"(, "image": {"size": 131073}})", "/devices/0/image: the image is larger"},
+        {R"(, "kind": "other", "channels": [1]})",
+         "/devices/0: unknown or unused key \"channels\""},
+        {R"(, "timing": {"erase_s": 1}})", "/devices/0/timing: unknown or unused key \"erase_s\""},
+        {R"(, "timing": 3})", "/devices/0/timing: an object is needed"},
+        {R"(, "image": {"file": ")" QZ_SOURCE_DIR R"(/README.md", "vid": 1}})",
+         "/devices/0/image: unknown or unused key \"vid\""},
         {R"(, "timing": {"erase_ms": true}})", "/devices/0/timing/erase_ms: "},
         {R"(, "part": "MI_1"})", "/devices/0/part: a part is written as"},
         {R"(, "part": "MI_01&Col0g"})", "/devices/0/part: a part is written as"},
@@ -65,8 +71,13 @@ TEST_F(ScenarioTest, RefusalsNamePlaceAndReason) {
         {R"("input", "action": "hold")", "/faults/0: \"release_ms\" is missing"},
         {R"("call", "service": "OpenNodeSet", "action": "hold", "release_ms": null)",
          "/faults/0: \"device\" is missing"},
-        {R"("request", "action": "stall")", "/faults/0: \"request\" goes with"},
-        {R"("call", "service": "Open", "action": "stall")", "/faults/0/service: "}}}};
+        {R"("input", "action": "stall", "code": 5)", "/faults/0: unknown or unused key \"code\""},
+        {R"("input", "action": "stall", "request": "40/C8")",
+         "/faults/0: unknown or unused key \"request\""},
+        {R"("call", "action": "stall")", "/faults/0: \"service\" is missing"},
+        {R"("request", "action": "stall")", "/faults/0: \"request\" is missing"},
+        {R"("call", "service": "Open", "action": "stall")",
+         "/faults/0/service: there is no service \"Open\""}}}};
   for (const auto& [open, close, cases] : groups) {
     for (const auto& [members, reason] : cases) {
       std::string refusal = "accepted";
@@ -109,6 +120,17 @@ TEST_F(ScenarioTest, EveryExampleOfTheDocumentationLoads) {
     ++blocks;
   }
   EXPECT_GE(blocks, 10);
+}
+
+TEST(ServiceTest, EachHasANameThatAScenarioMayUseAndTheDocumentationLists) {
+  const std::string text = ReadText(QZ_SOURCE_DIR "/docs/virtual-hub.md");
+  for (int i = 0; i <= static_cast<int>(Service::NativeArchitecture); ++i) {
+    const auto service = static_cast<Service>(i);
+    const std::string name(NameOf(service));
+    EXPECT_EQ(service, ServiceNamed(name)) << name;
+    EXPECT_NE(std::string::npos, text.find('`' + name + '`')) << name;
+  }
+  EXPECT_EQ(std::nullopt, ServiceNamed("OpenNode"));
 }
 
 TEST(ImageTest, FieldsAreWhereTheChipHasThem) {

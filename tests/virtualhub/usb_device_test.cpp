@@ -82,7 +82,7 @@ TEST_F(UsbDeviceTest, OutputReportsAreTakenWhereTheFirmwareListens) {
   const struct {
     std::string endpoint, viaControl, viaEndpoint, halt;
   } rows[] = {{"none", "ok", "stall", "stall"},
-              {"deaf", "ok", "stall", "ok"},
+              {"ignored", "ok", "stall", "ok"},
               {"only", "stall", "ok", "ok"},
               {"both", "ok", "ok", "ok"}};
   for (const auto& row : rows) {
@@ -128,7 +128,8 @@ TEST_F(UsbDeviceTest, ProductTextTravelsAsUtf16) {
   for (const char* bad : {"\x80", "\xC3", "\xC0\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xFF"}) {
     EXPECT_EQ(std::u16string(std::strlen(bad), u'\uFFFD'), ToUtf16(bad));
   }
-  machine->AddFault({.on = Fault::On::Call, .service = "GetIndexedString", .nth = 2, .code = 5});
+  machine->AddFault(
+      {.on = Fault::On::Call, .service = Service::GetIndexedString, .nth = 2, .code = 5});
   EXPECT_EQ("code 5", (Transfer(fetch), Transfer(fetch)));
 }
 

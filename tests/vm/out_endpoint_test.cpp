@@ -63,7 +63,7 @@ std::string FindingOf(const std::string& endpoint) {
 
 TEST(OutEndpoint, GetsTheReportsUnlessTheQuirkIsSet) {
   ExpectHub("none", true, false);
-  ExpectHub("deaf", false, true);
+  ExpectHub("ignored", false, true);
   ExpectHub("only", true, true);
   ExpectHub("both", true, true);
   EXPECT_EQ("", FindingOf("none"));
@@ -72,17 +72,17 @@ TEST(OutEndpoint, GetsTheReportsUnlessTheQuirkIsSet) {
       "qzhidapi-usbhid.conf to /etc/modprobe.d and start again",
       FindingOf("both"));
   LoadUsbhid(ShippedOptions());
-  ExpectHub("deaf", true, false);
+  ExpectHub("ignored", true, false);
   ExpectHub("only", false, false);
   ExpectHub("both", true, false);
-  EXPECT_EQ(" has an interrupt OUT endpoint, which the kernel leaves alone", FindingOf("deaf"));
+  EXPECT_EQ(" has an interrupt OUT endpoint, which the kernel leaves alone", FindingOf("ignored"));
   LoadUsbhid("");
 }
 
 TEST(OutEndpoint, AnUpdateFindsTheQuirkInTheLoaderToo) {
   LoadUsbhid(ShippedOptions());
   {
-    const Attached attached(HubScenario(R"(, "out_endpoint": "deaf")"));
+    const Attached attached(HubScenario(R"(, "out_endpoint": "ignored")"));
     const Outcome update = RunProgram({"update_hub", MakeImage("0210")});
     EXPECT_EQ(0, update.status) << update.output;
   }

@@ -42,15 +42,16 @@ TEST_F(ProcessTest, TheSystemIsAskedForEachOpenedNodeOnlyWhatItTakes) {
   const LoadedCopy library(folder);
   machine->recorder().Start();
   EXPECT_EQ(1u, library.List());
-  std::map<std::string, int> calls;
+  using virtualhub::Service;
+  std::map<Service, int> calls;
   for (const auto& record : machine->recorder().all()) {
-    if (record.kind == virtualhub::Record::Kind::Call) ++calls[record.name];
+    if (record.service) ++calls[*record.service];
   }
   // One walk over the hub and the keyboard, up to the end; a set for each of the two, which is
   // walked as far as the node. The path is asked for with its size first.
   EXPECT_EQ((std::array{3, 6, 2, 4}),
-            (std::array{calls["OpenNodeSet"], calls["EnumNode"], calls["FirstInterface"],
-                        calls["InterfacePath"]}));
+            (std::array{calls[Service::OpenNodeSet], calls[Service::EnumNode],
+                        calls[Service::FirstInterface], calls[Service::InterfacePath]}));
 }
 
 }  // namespace

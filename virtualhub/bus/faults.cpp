@@ -1,46 +1,10 @@
 #include "virtualhub/bus/faults.h"
 
 #include <algorithm>
-#include <array>
 
 namespace virtualhub {
 
 namespace {
-
-struct Service {
-  std::string_view name;
-  bool concernsDevice;
-};
-constexpr Service kServices[] = {
-    {"OpenNodeSet", false},
-    {"EnumNode", true},
-    {"FirstInterface", true},
-    {"InterfacePath", true},
-    {"CloseNodeSet", false},
-    {"OpenHidDevice", true},
-    {"CreateReportEvent", false},
-    {"GetPreparsedData", true},
-    {"GetCaps", true},
-    {"GetIndexedString", true},
-    {"GetParent", true},
-    {"GetDeviceIdA", true},
-    {"GetDeviceIdW", true},
-    {"HardwareIds", true},
-    {"LocationInfo", true},
-    {"LocationPaths", true},
-    {"GetAddressProperty", true},
-    {"GetLibraryPath", false},
-    {"DescribeHost.VersionStore", false},
-    {"DescribeHost.ProductName", false},
-    {"DescribeHost.UpdateRevision", false},
-    {"NativeArchitecture", false},
-};
-
-const Service* FindService(std::string_view name) {
-  const auto found = std::find_if(std::begin(kServices), std::end(kServices),
-                                  [&](const Service& service) { return service.name == name; });
-  return found == std::end(kServices) ? nullptr : found;
-}
 
 bool Watches(const Fault& fault, const FaultEvent& event) {
   if (!fault.device.empty() && !event.device.empty() && fault.device != event.device) return false;
@@ -70,13 +34,6 @@ const Fault* Faults::Strike(const FaultEvent& event) {
     if (striking == nullptr && due && !over) striking = &fault;
   }
   return striking;
-}
-
-bool IsPlatformService(std::string_view name) { return FindService(name) != nullptr; }
-
-bool ConcernsDevice(std::string_view service) {
-  const Service* found = FindService(service);
-  return found != nullptr && found->concernsDevice;
 }
 
 void Garble(const Fault& fault, MutableBytes data) {

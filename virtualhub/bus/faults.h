@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "virtualhub/base/bytes.h"
+#include "virtualhub/bus/service.h"
 
 namespace virtualhub {
 
@@ -20,7 +21,7 @@ struct Fault {
     Output,    ///< an output report
     Input,     ///< an input report
     Request,   ///< a decoded vendor request of `requestType` and `request`
-    Call,      ///< a call of the platform service named `service`
+    Call,      ///< a call of `service`
     Reset,     ///< a reset that a hub has accepted
   };
   enum class Action {
@@ -39,7 +40,7 @@ struct Fault {
 
   On on = On::Exchange;
   std::uint8_t requestType = 0, request = 0;
-  std::string service = {};
+  std::optional<Service> service = {};  ///< for On::Call, which needs one
   std::string device = {};  ///< watches, and strikes, only this device; empty: the one concerned
   std::uint32_t nth = 1;
   std::uint32_t count = 1;  ///< 0: for ever
@@ -56,7 +57,7 @@ struct Fault {
 struct FaultEvent {
   Fault::On on = Fault::On::Exchange;
   std::string_view device;  ///< empty when no device is concerned
-  std::string_view service = {};
+  std::optional<Service> service = {};
   std::uint8_t requestType = 0, request = 0;
 };
 
@@ -75,12 +76,6 @@ class Faults {
   };
   std::vector<Watched> watched_;
 };
-
-/// The names of the services that Fault::On::Call may watch.
-bool IsPlatformService(std::string_view name);
-
-/// Whether calls of that service concern one device.
-bool ConcernsDevice(std::string_view service);
 
 /// Overwrites answer data as one of the Answer... actions says; any other action leaves it.
 void Garble(const Fault& fault, MutableBytes data);

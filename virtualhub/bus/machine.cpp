@@ -247,7 +247,7 @@ bool Machine::View::IsHeld(DevInst node) const {
   return device != nullptr && machine_.clock_.NowUs() < device->heldUntilUs;
 }
 
-Result Machine::BeginCall(std::string_view service, DevInst node) {
+Result Machine::BeginCall(Service service, DevInst node) {
   CatchUp();
   Device* concerned = OfNode(node);
   const Fault* fault =
@@ -261,13 +261,12 @@ Result Machine::BeginCall(std::string_view service, DevInst node) {
   return {};
 }
 
-void Machine::EndCall(std::string_view service, DevInst node, std::uint32_t value,
-                      const Result& result) {
+void Machine::EndCall(Service service, DevInst node, std::uint32_t value, const Result& result) {
   if (!recorder_.IsOn()) return;
   recorder_.Add({.kind = Record::Kind::Call,
                  .timeUs = clock_.NowUs(),
                  .instance = node,
-                 .name = std::string(service),
+                 .service = service,
                  .value = value,
                  .result = result});
 }
@@ -307,7 +306,9 @@ bool Machine::IsPresent(const HidNode& node) {
 void Machine::SleepMs(std::uint32_t milliseconds) {
   {
     const std::lock_guard<std::mutex> guard(mutex_);
-    EndCall("SleepMs", 0, milliseconds, {});
+    if (recorder_.IsOn()) {
+      recorder_.Add({.kind = Record::Kind::Sleep, .timeUs = clock_.NowUs(), .value = milliseconds});
+    }
   }
   clock_.SleepUs(milliseconds * kUsPerMs);
 }
@@ -317,7 +318,7 @@ void Machine::DebugText(std::string text) {
   if (!recorder_.IsOn()) return;
   recorder_.Add({.kind = Record::Kind::Debug,
                  .timeUs = clock_.NowUs(),
-                 .name = std::move(text),
+                 .text = std::move(text),
                  .result = {}});
 }
 
@@ -362,6 +363,9 @@ void Machine::Plug(std::string_view device, const std::string& port) {
 void Machine::AddFault(const Fault& fault) {
   const std::lock_guard<std::mutex> guard(mutex_);
   // A fault that could not act is a mistake of whoever adds it.
+  if ((fault.on == Fault::On::Call) != fault.service.has_value()) {
+    throw std::invalid_argument("a service goes with Fault::On::Call, and only with it");
+  }
   if (!fault.device.empty()) Named(fault.device);
   if (!fault.port.empty()) ParsePort(fault.port);
   faults_.Add(fault);

@@ -75,9 +75,9 @@ class Machine {
     Machine& machine_;
   };
 
-  /// One call of a platform service: faults first, then body(View), then the record.
+  /// One call of a service: faults first, then body(View), then the record.
   template <typename Body>
-  Result Call(std::string_view service, DevInst node, std::uint32_t value, Body&& body) {
+  Result Call(Service service, DevInst node, std::uint32_t value, Body&& body) {
     const std::lock_guard<std::mutex> guard(mutex_);
     Result result = BeginCall(service, node);
     if (result.ok()) result = body(View(*this));
@@ -163,8 +163,8 @@ class Machine {
     Bytes savedFlash;               ///< as it was last loaded or saved
   };
 
-  Result BeginCall(std::string_view service, DevInst node);
-  void EndCall(std::string_view service, DevInst node, std::uint32_t value, const Result& result);
+  Result BeginCall(Service service, DevInst node);
+  void EndCall(Service service, DevInst node, std::uint32_t value, const Result& result);
 
   void CatchUp();
   void Schedule(std::uint64_t atUs) { nextChangeUs_ = std::min(nextChangeUs_, atUs); }

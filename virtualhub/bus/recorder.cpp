@@ -20,11 +20,11 @@ std::vector<std::uint16_t> Recorder::RequestKeys() const {
   return keys;
 }
 
-std::vector<Record> Recorder::Calls(std::string_view service) const {
+std::vector<Record> Recorder::Calls(Service service) const {
   std::vector<Record> found;
   std::copy_if(records_.begin(), records_.end(), std::back_inserter(found),
                [&](const Record& record) {
-                 return record.kind == Record::Kind::Call && record.name == service;
+                 return record.kind == Record::Kind::Call && record.service == service;
                });
   return found;
 }
@@ -32,7 +32,7 @@ std::vector<Record> Recorder::Calls(std::string_view service) const {
 std::vector<std::string> Recorder::DebugTexts() const {
   std::vector<std::string> texts;
   for (const Record& record : records_) {
-    if (record.kind == Record::Kind::Debug) texts.push_back(record.name);
+    if (record.kind == Record::Kind::Debug) texts.push_back(record.text);
   }
   return texts;
 }

@@ -2,11 +2,12 @@
 #pragma once
 
 #include <array>
+#include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "virtualhub/base/bytes.h"
+#include "virtualhub/bus/service.h"
 #include "virtualhub/bus/usb_tree.h"
 #include "virtualhub/hub/result.h"
 
@@ -15,7 +16,8 @@ namespace virtualhub {
 /// One thing that happened.
 struct Record {
   enum class Kind {
-    Call,     ///< a call of a platform service
+    Call,     ///< a call of a service
+    Sleep,    ///< a sleep of the host
     Output,   ///< an output report
     Input,    ///< an input report
     Request,  ///< the vendor request in the output report that follows in the record
@@ -24,10 +26,11 @@ struct Record {
 
   Kind kind;
   std::uint64_t timeUs = 0;
-  DevInst instance = 0;     ///< 0 when none is concerned
-  std::string name = {};    ///< Call: the service; Debug: the text, UTF-8
-  std::uint32_t value = 0;  ///< Call: index, string index or milliseconds
-  Bytes data = {};          ///< Output, Input: the whole report; Request: its OUT data stage
+  DevInst instance = 0;                 ///< 0 when none is concerned
+  std::optional<Service> service = {};  ///< Call
+  std::string text = {};                ///< Debug: UTF-8
+  std::uint32_t value = 0;              ///< Call: node or string index; Sleep: milliseconds
+  Bytes data = {};  ///< Output, Input: the whole report; Request: its OUT data stage
   std::array<std::uint8_t, 11> setup{};  ///< Request: setup packet and I2C configuration
   Result result = {};
 
@@ -53,7 +56,7 @@ class Recorder {
   std::vector<std::uint16_t> RequestKeys() const;
 
   /// The calls of one service, in order.
-  std::vector<Record> Calls(std::string_view service) const;
+  std::vector<Record> Calls(Service service) const;
 
   /// The texts for the debugger, in order.
   std::vector<std::string> DebugTexts() const;

@@ -174,7 +174,7 @@ Result UsbDevice::GetString(const SetupPacket& setup, Bytes& answer) {
 
 // Goes through the machine, where faults may strike it.
 Result UsbDevice::GetProductText(Bytes& answer) {
-  return machine_.Call("GetIndexedString", device_.hid.number, kProductTextString,
+  return machine_.Call(Service::GetIndexedString, device_.hid.number, kProductTextString,
                        [&](const Machine::View& view) -> Result {
                          if (view.FindHid(device_.hid) == nullptr) return {Error::CutOff};
                          if (!device_.productText) return kStall;
@@ -251,7 +251,7 @@ Result UsbDevice::InterruptOut(ByteView data) {
   if (!IsPresent()) return {Error::Gone};
   const bool* const halted = HaltOf(kInterruptOutEndpoint);
   if (halted == nullptr || *halted) return kStall;
-  if (device_.reports.outEndpoint == OutEndpoint::Deaf) return kStall;
+  if (device_.reports.outEndpoint == OutEndpoint::Ignored) return kStall;
   const bool isNumbered = device_.reports.channel2 && !data.empty() && data[0] == kNumberedReport;
   const Result result = TakeOutputReport(isNumbered ? kNumberedReport : 0, data);
   return result.error == Error::BadReport ? kStall : result;

@@ -12,12 +12,12 @@ constexpr std::size_t kHistorySize = 12;
 FlashBank MakeBank(std::size_t size, const BankConfig& config, std::uint32_t generation) {
   FlashBank bank(size);
   const ByteView image = config.image;
-  if (image.size() > size || config.cutBehind.value_or(0) > image.size()) {
+  if (image.size() > size || config.cutAfter.value_or(0) > image.size()) {
     throw std::invalid_argument("image does not fit the flash bank");
   }
   if (image.empty()) return bank;
-  bank.Program(0, image.first(config.cutBehind.value_or(image.size())), generation);
-  if (config.cutBehind) {
+  bank.Program(0, image.first(config.cutAfter.value_or(image.size())), generation);
+  if (config.cutAfter) {
     bank.CutSession();
   } else {
     bank.EndSession();

@@ -20,8 +20,8 @@ enum class Code { Rom, Flash };
 
 /// What a flash bank holds at the start.
 struct BankConfig {
-  Bytes image;                           ///< empty: an erased bank
-  std::optional<std::size_t> cutBehind;  ///< writing it was cut behind that many bytes
+  Bytes image;                          ///< empty: an erased bank
+  std::optional<std::size_t> cutAfter;  ///< writing it was cut after that many bytes
 };
 
 /// What the ROM code says of itself.
@@ -39,7 +39,7 @@ struct HubTiming {
 
 /// An interrupt OUT endpoint, and where the firmware then takes output reports: with SET_REPORT, at
 /// the endpoint, or at both. What it does not take it stalls.
-enum class OutEndpoint { None, Deaf, Only, Both };
+enum class OutEndpoint { None, Ignored, Only, Both };
 
 /// Report channels and the declared report lengths in bytes, the report ID included.
 struct ReportConfig {

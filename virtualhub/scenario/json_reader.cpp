@@ -1,6 +1,5 @@
 #include "virtualhub/scenario/json_reader.h"
 
-#include <algorithm>
 #include <charconv>
 
 #include "virtualhub/scenario/scenario.h"
@@ -24,25 +23,39 @@ void JsonReader::Fail(const std::string& reason) const {
   throw ScenarioError((place_.empty() ? "/" : place_) + ": " + reason);
 }
 
-void JsonReader::AllowKeys(std::initializer_list<const char*> keys) const {
-  if (!value_.is_object()) Fail("an object is needed");
-  for (const auto& item : value_.items()) {
-    if (std::find(keys.begin(), keys.end(), item.key()) == keys.end()) {
-      Fail("unknown key \"" + item.key() + "\"");
-    }
+JsonReader JsonReader::Below(const nlohmann::json& value, const std::string& key) const {
+  return {value, place_ + "/" + key, asked_};
+}
+
+void JsonReader::RejectUnread() const {
+  if (value_.is_array()) {
+    for (const JsonReader& item : Items()) item.RejectUnread();
   }
+  if (!value_.is_object()) return;
+  for (const auto& [key, member] : value_.items()) {
+    if (!asked_->contains(&member)) Fail("unknown or unused key \"" + key + "\"");
+    Below(member, key).RejectUnread();
+  }
+}
+
+bool JsonReader::Has(const char* key) const {
+  if (!value_.is_object()) Fail("an object is needed");
+  const auto member = value_.find(key);
+  if (member == value_.end()) return false;
+  asked_->insert(&*member);
+  return true;
 }
 
 JsonReader JsonReader::Member(const char* key) const {
   if (!Has(key)) Fail(std::string("\"") + key + "\" is missing");
-  return {value_.at(key), place_ + "/" + key};
+  return Below(value_.at(key), key);
 }
 
 std::vector<JsonReader> JsonReader::Items() const {
   if (!value_.is_array()) Fail("an array is needed");
   std::vector<JsonReader> items;
   for (std::size_t i = 0; i < value_.size(); ++i) {
-    items.emplace_back(value_.at(i), place_ + "/" + std::to_string(i));
+    items.push_back(Below(value_.at(i), std::to_string(i)));
   }
   return items;
 }

@@ -1,10 +1,13 @@
-// Checked access to JSON values: whatever is wrong is reported with its place.
+// Checked access to JSON values: whatever is wrong is reported with its place, and so is what
+// nobody read.
 #pragma once
 
 #include <initializer_list>
 #include <limits>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,18 +15,20 @@
 namespace virtualhub {
 
 /// One JSON value and its place, a JSON pointer. Every function throws ScenarioError for a value of
-/// the wrong kind. The reads with a key leave `out` alone when the object has no such member.
+/// the wrong kind. The reads with a key leave `out` alone when the object has no such member. The
+/// readers of one document remember together which members they were asked for.
 class JsonReader {
  public:
-  JsonReader(const nlohmann::json& value, std::string place)
-      : value_(value), place_(std::move(place)) {}
+  /// Of a whole document, which must live as long as its readers.
+  explicit JsonReader(const nlohmann::json& document)
+      : JsonReader(document, "", std::make_shared<Members>()) {}
 
   [[noreturn]] void Fail(const std::string& reason) const;
 
-  /// Requires an object with no other members than these.
-  void AllowKeys(std::initializer_list<const char*> keys) const;
+  /// Fails at the first member, here or below, that no reader was asked for.
+  void RejectUnread() const;
 
-  bool Has(const char* key) const { return value_.contains(key); }
+  bool Has(const char* key) const;
   bool IsNull() const { return value_.is_null(); }
   JsonReader Member(const char* key) const;
   std::vector<JsonReader> Items() const;
@@ -46,7 +51,7 @@ class JsonReader {
     if (Has(key)) out = Member(key).Text();
   }
 
-  /// The value that goes with the member's text; other texts are refused.
+  /// The value that goes with the member's text; other texts are rejected.
   template <typename T>
   void Choice(const char* key, T& out,
               std::initializer_list<std::pair<const char*, T>> choices) const {
@@ -61,12 +66,19 @@ class JsonReader {
       }
       known += std::string(known.empty() ? "" : ", ") + name;
     }
-    member.Fail("\"" + text + "\" is none of " + known);
+    member.Fail("\"" + text + "\" is not one of " + known);
   }
 
  private:
+  using Members = std::set<const nlohmann::json*>;
+
+  JsonReader(const nlohmann::json& value, std::string place, std::shared_ptr<Members> asked)
+      : value_(value), place_(std::move(place)), asked_(std::move(asked)) {}
+  JsonReader Below(const nlohmann::json& value, const std::string& key) const;
+
   const nlohmann::json& value_;
   std::string place_;
+  std::shared_ptr<Members> asked_;
 };
 
 }  // namespace virtualhub

@@ -28,7 +28,8 @@ bool HasValue(const JsonReader& in, const char* key, bool& isAbsent) {
   return in.Has(key) && !isAbsent;
 }
 
-void ReadNodeMembers(const JsonReader& in, NodeOverrides& node) {
+NodeOverrides ReadNode(const JsonReader& in) {
+  NodeOverrides node;
   if (in.Has("device_id")) node.deviceId = in.Member("device_id").Text();
   if (in.Has("hardware_ids")) node.hardwareIds = in.Member("hardware_ids").Texts();
   if (HasValue(in, "location_info", node.noLocationInfo)) {
@@ -41,29 +42,18 @@ void ReadNodeMembers(const JsonReader& in, NodeOverrides& node) {
     node.address = static_cast<std::uint32_t>(in.Member("address").Number(0, 0xFFFFFFFF));
   }
   in.Flag("no_parent", node.noParent);
-}
-
-NodeOverrides ReadNode(const JsonReader& in) {
-  in.AllowKeys(
-      {"device_id", "hardware_ids", "location_info", "location_paths", "address", "no_parent"});
-  NodeOverrides node;
-  ReadNodeMembers(in, node);
   return node;
 }
 
 void ReadHubNode(const JsonReader& in, Scenario& scenario) {
-  in.AllowKeys({"port", "device_id", "hardware_ids", "location_info", "location_paths", "address",
-                "no_parent"});
-  NodeOverrides node;
-  ReadNodeMembers(in, node);
   const JsonReader port = in.Member("port");
-  if (!scenario.hubs.emplace(ReadPort(port), node).second) port.Fail("two hubs are at this port");
+  if (!scenario.hubs.emplace(ReadPort(port), ReadNode(in)).second) {
+    port.Fail("two hubs are at this port");
+  }
 }
 
 HostConfig ReadHost(const JsonReader& in) {
   HostConfig host;
-  in.AllowKeys({"version_store", "product_name", "major", "minor", "build", "update_revision",
-                "architecture"});
   in.Flag("version_store", host.hasVersionStore);
   if (in.Has("product_name")) {
     const JsonReader name = in.Member("product_name");
@@ -102,35 +92,9 @@ void ReadKind(const JsonReader& in, const std::filesystem::path& folder, DeviceC
   bool isHub = true;
   in.Choice<bool>("kind", isHub, {{"hub", true}, {"other", false}});
   if (isHub) {
-    in.AllowKeys({"name",
-                  "kind",
-                  "port",
-                  "plugged",
-                  "product_text",
-                  "usb",
-                  "hid",
-                  "part",
-                  "siblings",
-                  "bank_size",
-                  "dual_bank",
-                  "image",
-                  "second_image",
-                  "running",
-                  "rom",
-                  "isp_supported",
-                  "timing",
-                  "channels",
-                  "out_endpoint",
-                  "output_report_length",
-                  "input_report_length",
-                  "i2c",
-                  "bridge_flash",
-                  "gpio_high"});
     device.productText = kDefaultProduct;
     device.hub = ReadHub(in, folder);
   } else {
-    in.AllowKeys({"name", "kind", "port", "plugged", "product_text", "usb", "hid", "part",
-                  "siblings", "vid", "pid", "output_report_length", "input_report_length"});
     in.Number("vid", device.ids.vid);
     in.Number("pid", device.ids.pid);
     device.reports = ReadReports(in);
@@ -231,8 +195,6 @@ void ReadOrder(const JsonReader& in, Scenario& scenario) {
 
 Scenario ReadRoot(const JsonReader& in, const std::filesystem::path& folder) {
   Scenario scenario;
-  in.AllowKeys({"time", "host", "instance_numbers", "root_hubs", "hubs", "devices",
-                "enumeration_order", "faults", "record", "state_folder"});
   if (in.Has("time")) {
     in.Choice<std::optional<Clock::Mode>>(
         "time", scenario.time, {{"virtual", Clock::Mode::Virtual}, {"real", Clock::Mode::Real}});
@@ -278,7 +240,10 @@ Scenario ReadScenario(const std::string& text, const std::filesystem::path& fold
   } catch (const nlohmann::json::exception& error) {
     throw ScenarioError(PlainMessage(error.what()));
   }
-  return ReadRoot(JsonReader(root, ""), folder);
+  const JsonReader in(root);
+  Scenario scenario = ReadRoot(in, folder);
+  in.RejectUnread();
+  return scenario;
 }
 
 Scenario ReadScenarioFile(const std::filesystem::path& file) {

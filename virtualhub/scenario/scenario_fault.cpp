@@ -26,6 +26,13 @@ void ReadRequestCode(const JsonReader& in, Fault& fault) {
   }
 }
 
+Service ReadService(const JsonReader& in) {
+  const std::string name = in.Text();
+  const auto service = ServiceNamed(name);
+  if (!service) in.Fail("there is no service \"" + name + "\"");
+  return *service;
+}
+
 void ReadTrigger(const JsonReader& in, Fault& fault) {
   in.Member("on");
   in.Choice<On>("on", fault.on,
@@ -38,17 +45,8 @@ void ReadTrigger(const JsonReader& in, Fault& fault) {
   in.Number("nth", fault.nth, 1);
   in.Number("count", fault.count);
   in.Text("device", fault.device);
-  if (in.Has("request") != (fault.on == On::Request)) {
-    in.Fail("\"request\" goes with \"on\": \"request\", and only with it");
-  }
-  if (in.Has("service") != (fault.on == On::Call)) {
-    in.Fail("\"service\" goes with \"on\": \"call\", and only with it");
-  }
   if (fault.on == On::Request) ReadRequestCode(in.Member("request"), fault);
-  in.Text("service", fault.service);
-  if (fault.on == On::Call && !IsPlatformService(fault.service)) {
-    in.Member("service").Fail("there is no service \"" + fault.service + "\"");
-  }
+  if (fault.on == On::Call) fault.service = ReadService(in.Member("service"));
 }
 
 void ReadAction(const JsonReader& in, Fault& fault) {
@@ -65,24 +63,18 @@ void ReadAction(const JsonReader& in, Fault& fault) {
                      {"hold", Action::Hold},
                      {"never_return", Action::NeverReturn},
                      {"return_at", Action::ReturnAt}});
-  in.Number("seed", fault.seed);
-  in.Text("port", fault.port);
-  if (!fault.port.empty() && !PortPath::Parse(fault.port)) in.Member("port").Fail("not a port");
-  if (fault.action == Action::Fail) {
-    fault.code = static_cast<std::uint32_t>(in.Member("code").Number(0, 0xFFFFFFFF));
-  }
-  if (fault.action == Action::ReturnAt) in.Member("port");
 }
+
+bool TakesOff(Action action) { return action == Action::Unplug || action == Action::PowerLoss; }
 
 // Whether an event of that kind can take that action.
 bool Fits(On on, Action action) {
-  const bool bus = action == Action::Unplug || action == Action::PowerLoss;
   if (action == Action::Hold) return true;
   switch (on) {
     case On::Reset:
       return action == Action::NeverReturn || action == Action::ReturnAt;
     case On::Call:
-      return bus || action == Action::Fail || action == Action::Stall;
+      return TakesOff(action) || action == Action::Fail || action == Action::Stall;
     default:
       return action != Action::NeverReturn && action != Action::ReturnAt;
   }
@@ -94,20 +86,43 @@ std::optional<std::uint32_t> ReadEnd(const JsonReader& in) {
   return static_cast<std::uint32_t>(in.Number(0, 0xFFFFFFFF));
 }
 
+// What the action needs to know.
+void ReadDetails(const JsonReader& in, Fault& fault) {
+  switch (fault.action) {
+    case Action::Fail:
+      fault.code = static_cast<std::uint32_t>(in.Member("code").Number(0, 0xFFFFFFFF));
+      break;
+    case Action::AnswerRandom:
+      in.Number("seed", fault.seed);
+      break;
+    case Action::Unplug:
+    case Action::PowerLoss:
+      fault.returnMs = ReadEnd(in.Member("return_ms"));
+      in.Text("port", fault.port);
+      break;
+    case Action::Hold:
+      fault.releaseMs = ReadEnd(in.Member("release_ms"));
+      break;
+    case Action::ReturnAt:
+      fault.port = in.Member("port").Text();
+      break;
+    default:
+      break;
+  }
+  if (!fault.port.empty() && !PortPath::Parse(fault.port)) in.Member("port").Fail("not a port");
+}
+
 }  // namespace
 
 Fault ReadFault(const JsonReader& in) {
-  in.AllowKeys({"on", "request", "service", "device", "nth", "count", "action", "code", "seed",
-                "return_ms", "release_ms", "port"});
   Fault fault;
   ReadTrigger(in, fault);
   ReadAction(in, fault);
   if (!Fits(fault.on, fault.action)) in.Fail("\"on\" and \"action\" do not go together");
-  const bool takesOff = fault.action == Action::Unplug || fault.action == Action::PowerLoss;
-  if (takesOff) fault.returnMs = ReadEnd(in.Member("return_ms"));
-  if (fault.action == Action::Hold) fault.releaseMs = ReadEnd(in.Member("release_ms"));
-  if ((takesOff || fault.action == Action::Hold) && fault.on == On::Call && fault.device.empty() &&
-      !ConcernsDevice(fault.service)) {
+  ReadDetails(in, fault);
+  const bool actsOnDevice = TakesOff(fault.action) || fault.action == Action::Hold;
+  if (actsOnDevice && fault.on == On::Call && fault.device.empty() &&
+      !ConcernsDevice(*fault.service)) {
     in.Fail("\"device\" is missing: this service concerns no device");
   }
   return fault;

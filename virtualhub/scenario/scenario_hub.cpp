@@ -32,22 +32,19 @@ BankConfig ReadBank(const JsonReader& in, const std::filesystem::path& folder,
   BankConfig bank;
   if (in.IsNull()) return bank;
   if (in.Has("file")) {
-    in.AllowKeys({"file", "cut_behind"});
     bank.image = LoadImageFile(in.Member("file"), folder);
   } else {
-    in.AllowKeys({"vid", "pid", "chip", "version", "size", "cut_behind"});
     bank.image = GenerateImage(in);
   }
   if (bank.image.size() > bankSize) in.Fail("the image is larger than the flash bank");
-  if (in.Has("cut_behind")) {
-    bank.cutBehind = in.Member("cut_behind").Number(1, bank.image.size());
+  if (in.Has("cut_after")) {
+    bank.cutAfter = in.Member("cut_after").Number(1, bank.image.size());
   }
   return bank;
 }
 
 RomIdentity ReadRom(const JsonReader& in) {
   RomIdentity rom;
-  in.AllowKeys({"vid", "pid", "version"});
   in.Number("vid", rom.vid);
   in.Number("pid", rom.pid);
   in.Number("version", rom.version);
@@ -56,7 +53,6 @@ RomIdentity ReadRom(const JsonReader& in) {
 
 HubTiming ReadTiming(const JsonReader& in) {
   HubTiming timing;
-  in.AllowKeys({"latency_us", "erase_ms", "leave_ms", "return_ms", "ready_ms"});
   in.Number("latency_us", timing.latencyUs);
   in.Number("erase_ms", timing.eraseMs);
   in.Number("leave_ms", timing.leaveMs);
@@ -67,7 +63,6 @@ HubTiming ReadTiming(const JsonReader& in) {
 
 EepromConfig ReadEeprom(const JsonReader& in) {
   EepromConfig eeprom;
-  in.AllowKeys({"kind", "address", "size", "page_size", "address_bytes"});
   in.Number("size", eeprom.size, 1, kLargestMemory);
   in.Number("page_size", eeprom.pageSize, 1, eeprom.size);
   if (eeprom.size % eeprom.pageSize != 0) in.Fail("\"page_size\" does not divide \"size\"");
@@ -77,7 +72,6 @@ EepromConfig ReadEeprom(const JsonReader& in) {
 
 BlockTargetConfig ReadBlockTarget(const JsonReader& in) {
   BlockTargetConfig target;
-  in.AllowKeys({"kind", "address", "size", "busy_polls", "final_status"});
   in.Number("size", target.size, 1, kLargestMemory);
   in.Number("busy_polls", target.busyPolls);
   in.Number("final_status", target.finalStatus, 1, 3);
@@ -99,7 +93,6 @@ void ReadI2cTarget(const JsonReader& in, HubConfig& hub) {
 
 BridgeFlashConfig ReadBridgeFlash(const JsonReader& in) {
   BridgeFlashConfig bridge;
-  in.AllowKeys({"size", "busy_polls"});
   in.Number("size", bridge.size, 1, kLargestMemory);
   in.Number("busy_polls", bridge.busyPolls);
   return bridge;
@@ -124,6 +117,18 @@ ReportConfig ReadReports(const JsonReader& in) {
   ReportConfig reports;
   in.Number("output_report_length", reports.outputLength);
   in.Number("input_report_length", reports.inputLength);
+  return reports;
+}
+
+namespace {
+
+ReportConfig ReadHubReports(const JsonReader& in) {
+  ReportConfig reports = ReadReports(in);
+  in.Choice<OutEndpoint>("out_endpoint", reports.outEndpoint,
+                         {{"none", OutEndpoint::None},
+                          {"ignored", OutEndpoint::Ignored},
+                          {"only", OutEndpoint::Only},
+                          {"both", OutEndpoint::Both}});
   if (!in.Has("channels")) return reports;
   reports.channel1 = reports.channel2 = false;
   for (const JsonReader& item : in.Member("channels").Items()) {
@@ -132,6 +137,8 @@ ReportConfig ReadReports(const JsonReader& in) {
   return reports;
 }
 
+}  // namespace
+
 HubConfig ReadHub(const JsonReader& in, const std::filesystem::path& folder) {
   HubConfig hub;
   ReadBanks(in, folder, hub);
@@ -139,12 +146,7 @@ HubConfig ReadHub(const JsonReader& in, const std::filesystem::path& folder) {
   if (in.Has("rom")) hub.rom = ReadRom(in.Member("rom"));
   in.Flag("isp_supported", hub.ispSupported);
   if (in.Has("timing")) hub.timing = ReadTiming(in.Member("timing"));
-  hub.reports = ReadReports(in);
-  in.Choice<OutEndpoint>("out_endpoint", hub.reports.outEndpoint,
-                         {{"none", OutEndpoint::None},
-                          {"deaf", OutEndpoint::Deaf},
-                          {"only", OutEndpoint::Only},
-                          {"both", OutEndpoint::Both}});
+  hub.reports = ReadHubReports(in);
   if (in.Has("i2c")) {
     for (const JsonReader& item : in.Member("i2c").Items()) ReadI2cTarget(item, hub);
   }

@@ -1,5 +1,5 @@
-// What the names of folders in sysfs tell of a device's place, and the texts made from them. Pure
-// functions of texts.
+// What the names of folders in sysfs say of a device's place, and the texts made from them. These
+// functions look at texts only.
 #pragma once
 
 #include <cstdint>

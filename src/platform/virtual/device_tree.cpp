@@ -9,12 +9,13 @@ namespace qzhid::platform {
 using virtualhub::Error;
 using virtualhub::Node;
 using virtualhub::Result;
+using virtualhub::Service;
 
 namespace {
 
 // One call for a node that must be present.
 template <typename Body>
-Status CallForNode(DevInst node, const char* service, Body body) {
+Status CallForNode(DevInst node, Service service, Body body) {
   const auto machine = HoldMachine();
   return ToStatus(
       machine->Call(service, node, 0, [&](const virtualhub::Machine::View& view) -> Result {
@@ -23,14 +24,14 @@ Status CallForNode(DevInst node, const char* service, Body body) {
       }));
 }
 
-const char* ServiceOf(TextProperty property) {
+Service ServiceOf(TextProperty property) {
   switch (property) {
     case TextProperty::HardwareIds:
-      return "HardwareIds";
+      return Service::HardwareIds;
     case TextProperty::LocationInfo:
-      return "LocationInfo";
+      return Service::LocationInfo;
     default:
-      return "LocationPaths";
+      return Service::LocationPaths;
   }
 }
 
@@ -52,7 +53,7 @@ bool FindText(const Node& node, TextProperty property, std::wstring& text) {
 }  // namespace
 
 Status GetParent(DevInst node, DevInst& parent) {
-  return CallForNode(node, "GetParent", [&](const Node& found) -> Result {
+  return CallForNode(node, Service::GetParent, [&](const Node& found) -> Result {
     if (found.parent == 0) return {Error::NoParent};
     parent = found.parent;
     return {};
@@ -60,7 +61,7 @@ Status GetParent(DevInst node, DevInst& parent) {
 }
 
 Status GetDeviceIdA(DevInst node, std::size_t capacity, std::string& id) {
-  return CallForNode(node, "GetDeviceIdA", [&](const Node& found) -> Result {
+  return CallForNode(node, Service::GetDeviceIdA, [&](const Node& found) -> Result {
     std::string narrow = ToNarrow(ToWide(found.deviceId));
     if (narrow.size() + 1 > capacity) return {Error::TextTooLong};
     id = std::move(narrow);
@@ -69,7 +70,7 @@ Status GetDeviceIdA(DevInst node, std::size_t capacity, std::string& id) {
 }
 
 Status GetDeviceIdW(DevInst node, std::size_t capacity, std::wstring& id) {
-  return CallForNode(node, "GetDeviceIdW", [&](const Node& found) -> Result {
+  return CallForNode(node, Service::GetDeviceIdW, [&](const Node& found) -> Result {
     std::wstring wide = ToWide(found.deviceId);
     if (Utf16Units(wide) + 1 > capacity) return {Error::TextTooLong};
     id = std::move(wide);
@@ -89,7 +90,7 @@ Status GetTextProperty(DevInst node, TextProperty property, std::size_t capacity
 }
 
 Status GetAddressProperty(DevInst node, std::uint32_t& address) {
-  return CallForNode(node, "GetAddressProperty", [&](const Node& found) -> Result {
+  return CallForNode(node, Service::GetAddressProperty, [&](const Node& found) -> Result {
     if (!found.address) return {Error::NoSuchProperty};
     address = *found.address;
     return {};

@@ -13,6 +13,7 @@ using virtualhub::Error;
 using virtualhub::HandleKind;
 using virtualhub::HidNode;
 using virtualhub::Result;
+using virtualhub::Service;
 using View = virtualhub::Machine::View;
 
 struct HidDeviceData {
@@ -53,8 +54,7 @@ DevInst NodeOfPath(const std::wstring& path) {
 
 // One call on an opened device that must still be there.
 template <typename Body>
-Result CallForDevice(const HidDeviceData& device, const char* service, std::uint32_t value,
-                     Body body) {
+Result CallForDevice(const HidDeviceData& device, Service service, std::uint32_t value, Body body) {
   return device.handle.machine().Call(
       service, device.node.number, value, [&](const View& view) -> Result {
         const virtualhub::DeviceConfig* found = view.FindHid(device.node);
@@ -69,11 +69,12 @@ OpenStatus OpenHidDevice(const std::wstring& path, HidDevice& device) {
   const auto machine = HoldMachine();
   const DevInst number = NodeOfPath(path);
   HidNode node;
-  const Result result = machine->Call("OpenHidDevice", number, 0, [&](const View& view) -> Result {
-    node = view.PresentHid(number);
-    if (node.stay == 0) return {Error::NoSuchPath};
-    return {view.IsHeld(number) ? Error::HeldByOther : Error::None};
-  });
+  const Result result =
+      machine->Call(Service::OpenHidDevice, number, 0, [&](const View& view) -> Result {
+        node = view.PresentHid(number);
+        if (node.stay == 0) return {Error::NoSuchPath};
+        return {view.IsHeld(number) ? Error::HeldByOther : Error::None};
+      });
   if (result.ok()) device.reset(new HidDeviceData{{machine, HandleKind::HidDevice}, node});
   return ToStatus(result);
 }
@@ -82,7 +83,7 @@ Status CreateReportEvent(Event& event) {
   event.reset();
   const auto machine = HoldMachine();
   const Result result =
-      machine->Call("CreateReportEvent", 0, 0, [](const View&) -> Result { return {}; });
+      machine->Call(Service::CreateReportEvent, 0, 0, [](const View&) -> Result { return {}; });
   if (result.ok()) event.reset(new EventData{{machine, HandleKind::Event}});
   return ToStatus(result);
 }
@@ -92,7 +93,7 @@ Status GetPreparsedData(const HidDevice& device, PreparsedData& preparsed) {
   if (!device) return InvalidHandle();
   HidCaps caps;
   const Result result = CallForDevice(
-      *device, "GetPreparsedData", 0, [&](const virtualhub::DeviceConfig& config) -> Result {
+      *device, Service::GetPreparsedData, 0, [&](const virtualhub::DeviceConfig& config) -> Result {
         caps = {config.reports.outputLength, config.reports.inputLength};
         return {};
       });
@@ -105,8 +106,8 @@ Status GetPreparsedData(const HidDevice& device, PreparsedData& preparsed) {
 
 Status GetCaps(const PreparsedData& preparsed, HidCaps& caps) {
   if (!preparsed) return InvalidHandle();
-  const Result result = preparsed->handle.machine().Call("GetCaps", preparsed->node.number, 0,
-                                                         [&](const View&) -> Result {
+  const Result result = preparsed->handle.machine().Call(Service::GetCaps, preparsed->node.number,
+                                                         0, [&](const View&) -> Result {
                                                            caps = preparsed->caps;
                                                            return {};
                                                          });
@@ -116,7 +117,7 @@ Status GetCaps(const PreparsedData& preparsed, HidCaps& caps) {
 OpenStatus GetIndexedString(const HidDevice& device, std::uint32_t index, std::size_t capacity,
                             std::wstring& text) {
   if (!device) return InvalidHandle();
-  const Result result = CallForDevice(*device, "GetIndexedString", index,
+  const Result result = CallForDevice(*device, Service::GetIndexedString, index,
                                       [&](const virtualhub::DeviceConfig& config) -> Result {
                                         if (index != kProductTextIndex || !config.productText)
                                           return {Error::Stall};

@@ -8,6 +8,7 @@ namespace qzhid::platform {
 
 using virtualhub::HostArchitecture;
 using virtualhub::Result;
+using virtualhub::Service;
 
 namespace {
 
@@ -39,7 +40,7 @@ Architecture ToArchitecture(HostArchitecture architecture) {
 }
 
 // Whether a part of the host's description can be read, as far as faults go.
-bool CanRead(virtualhub::Machine& machine, const char* service) {
+bool CanRead(virtualhub::Machine& machine, Service service) {
   return machine.Call(service, 0, 0, [](const virtualhub::Machine::View&) -> Result { return {}; })
       .ok();
 }
@@ -61,14 +62,14 @@ LocalTime GetLocalTime() {
 
 Status GetLibraryPath(std::string& path) {
   const auto machine = HoldMachine();
-  const auto result = machine->Call("GetLibraryPath", 0, 0,
+  const auto result = machine->Call(Service::GetLibraryPath, 0, 0,
                                     [](const virtualhub::Machine::View&) -> Result { return {}; });
   return result.ok() ? SystemLibraryPath(path) : ToStatus(result);
 }
 
 Architecture NativeArchitecture() {
   const auto machine = HoldMachine();
-  if (!CanRead(*machine, "NativeArchitecture")) return Architecture::Unknown;
+  if (!CanRead(*machine, Service::NativeArchitecture)) return Architecture::Unknown;
   return ToArchitecture(machine->host().architecture);
 }
 
@@ -81,10 +82,10 @@ HostDescription DescribeHost() {
   description.build = host.build;
   description.architecture = NativeArchitecture();
   description.hasVersionStore =
-      host.hasVersionStore && CanRead(*machine, "DescribeHost.VersionStore");
+      host.hasVersionStore && CanRead(*machine, Service::HostVersionStore);
   if (!description.hasVersionStore) return description;
-  if (CanRead(*machine, "DescribeHost.ProductName")) description.productName = host.productName;
-  if (CanRead(*machine, "DescribeHost.UpdateRevision")) {
+  if (CanRead(*machine, Service::HostProductName)) description.productName = host.productName;
+  if (CanRead(*machine, Service::HostUpdateRevision)) {
     description.updateRevision = host.updateRevision;
   }
   return description;

@@ -11,6 +11,7 @@ namespace qzhid::platform {
 
 using virtualhub::Error;
 using virtualhub::Result;
+using virtualhub::Service;
 using View = virtualhub::Machine::View;
 
 struct NodeSetData {
@@ -24,7 +25,7 @@ namespace {
 
 // One call for the node at `index` of a set, which `body` works on.
 template <typename Body>
-Status CallForNode(const NodeSet& set, const char* service, std::uint32_t index, Body body) {
+Status CallForNode(const NodeSet& set, Service service, std::uint32_t index, Body body) {
   if (!set) return InvalidHandle();
   const DevInst node = index < set->nodes->size() ? (*set->nodes)[index] : 0;
   return ToStatus(set->handle.machine().Call(service, node, index, [&](const View& view) -> Result {
@@ -38,7 +39,7 @@ Status OpenNodeSet(const Guid& interfaceClass, NodeSet& set) {
   set.reset();
   const auto machine = HoldMachine();
   auto nodes = std::make_shared<const std::vector<DevInst>>();
-  const Result result = machine->Call("OpenNodeSet", 0, 0, [&](const View& view) -> Result {
+  const Result result = machine->Call(Service::OpenNodeSet, 0, 0, [&](const View& view) -> Result {
     if (IsHidClass(interfaceClass)) nodes = view.HidNodes();
     return {};
   });
@@ -49,23 +50,24 @@ Status OpenNodeSet(const Guid& interfaceClass, NodeSet& set) {
 }
 
 Status EnumNode(const NodeSet& set, std::uint32_t index, DevInst& devInst) {
-  return CallForNode(set, "EnumNode", index, [&](const View&, DevInst node) -> Result {
+  return CallForNode(set, Service::EnumNode, index, [&](const View&, DevInst node) -> Result {
     devInst = node;
     return {};
   });
 }
 
 Status FirstInterface(const NodeSet& set, std::uint32_t index, DeviceInterface& found) {
-  return CallForNode(set, "FirstInterface", index, [&](const View& view, DevInst node) -> Result {
-    if (view.PresentHid(node).stay == 0) return {Error::NoMoreNodes};
-    found = {index, node};
-    return {};
-  });
+  return CallForNode(set, Service::FirstInterface, index,
+                     [&](const View& view, DevInst node) -> Result {
+                       if (view.PresentHid(node).stay == 0) return {Error::NoMoreNodes};
+                       found = {index, node};
+                       return {};
+                     });
 }
 
 Status InterfacePath(const NodeSet& set, const DeviceInterface& deviceInterface,
                      std::wstring& path) {
-  return CallForNode(set, "InterfacePath", deviceInterface.node,
+  return CallForNode(set, Service::InterfacePath, deviceInterface.node,
                      [&](const View& view, DevInst node) -> Result {
                        if (view.PresentHid(node).stay == 0) return {Error::NoSuchNode};
                        path = L"virtualhub:" + std::to_wstring(node);
@@ -75,8 +77,8 @@ Status InterfacePath(const NodeSet& set, const DeviceInterface& deviceInterface,
 
 Status CloseNodeSet(NodeSet& set) {
   if (!set) return InvalidHandle();
-  const Result result =
-      set->handle.machine().Call("CloseNodeSet", 0, 0, [](const View&) -> Result { return {}; });
+  const Result result = set->handle.machine().Call(Service::CloseNodeSet, 0, 0,
+                                                   [](const View&) -> Result { return {}; });
   set.reset();
   return ToStatus(result);
 }

@@ -2,13 +2,11 @@
 #include <gtest/gtest.h>
 
 #include "platform/linux/hid_path.h"
-#include "platform/linux/hidraw_requests.h"
 #include "platform/linux/host_facts.h"
 #include "platform/linux/out_endpoint.h"
 #include "platform/linux/report_descriptor.h"
 #include "platform/linux/string_descriptor.h"
 #include "platform/linux/sysfs_names.h"
-#include "support/linux/old_kernel.h"
 
 namespace qzhid::platform::test {
 
@@ -192,22 +190,6 @@ TEST(OutEndpoint, IsLeftAloneWhereTheQuirkSaysSo) {
                                                {"", false}};
   for (const auto& [quirks, isSet] : rows) {
     EXPECT_EQ(isSet, KeepsOffEndpoint(quirks, 0x2E7C, 0x0818)) << quirks;
-  }
-}
-
-TEST(HidrawRequests, AKernelThatDoesNotKnowThemIsNamed) {
-  const CFileHandle file = OpenFile("/dev/null", O_RDWR);
-  const std::string remark = "The kernel cannot send reports to hubs, update it to Linux 5.11";
-  const std::tuple<unsigned, OpenStatus> rows[] = {{EFAULT, {}},  // it has looked for the report
-                                                   {EINVAL, {Status::Failure(ENOSYS), remark}},
-                                                   {ENOTTY, {Status::Failure(ENOSYS), remark}},
-                                                   {ENODEV, Status::Failure(ENODEV)}};
-  for (const auto& [answer, expected] : rows) {
-    qzhid::test::WithReportRequestsFailing(answer, [&, &wanted = expected] {
-      const OpenStatus status = CheckReportRequests(file);
-      EXPECT_EQ(std::tuple(wanted.ok, wanted.code, wanted.remark),
-                std::tuple(status.ok, status.code, status.remark));
-    });
   }
 }
 

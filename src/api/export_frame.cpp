@@ -1,25 +1,12 @@
-#include "api/export_guard.h"
+#include "api/export_frame.h"
 
 #include <cstdarg>
 #include <cwchar>
 #include <exception>
 
 #include "log/msg.h"
-#include "platform/forced_unwinding.h"
 
 namespace qzhid {
-
-namespace {
-
-void LogEndOfThread(const char* exportName) noexcept {
-  try {
-    CMsg::Instance().Log(3, exportName, "The calling thread is being ended\n");
-  } catch (...) {
-    // Out of memory for a line that only explains.
-  }
-}
-
-}  // namespace
 
 void LogException(const char* exportName) noexcept {
   // Null for an exception that another language's runtime has thrown.
@@ -34,21 +21,15 @@ void LogException(const char* exportName) noexcept {
     }
     CMsg::Instance().Log(3, exportName, "Unknown exception\n");
   } catch (...) {
-    // Out of memory for the line itself: the export's result has to say it.
+    // Out of memory for the line itself: only the export's result says it.
   }
 }
 
-QZ_CATCHES_FORCED_UNWINDING void GuardExport(const char* exportName, void (*body)(void* context),
-                                             void* context) {
-  const platform::CCancellationShield shield;
-  platform::CoverThread();
+void LogEndOfThread(const char* exportName) noexcept {
   try {
-    body(context);
-  } catch (const platform::ForcedUnwinding&) {
-    LogEndOfThread(exportName);
-    throw;
+    CMsg::Instance().Log(3, exportName, "The calling thread is being ended\n");
   } catch (...) {
-    LogException(exportName);
+    // Out of memory for a line that only explains.
   }
 }
 
@@ -56,11 +37,11 @@ void LogUpdateIsRunning(const char* exportName) {
   CMsg::Instance().Log(3, exportName, "An update is running\n");
 }
 
-void TellDebugger(const wchar_t* text) noexcept {
+void WriteToDebugger(const wchar_t* text) noexcept {
   try {
     platform::DebugOutput(text);
   } catch (...) {
-    // No export fails because nobody can be told its name.
+    // No export fails because its name cannot be shown.
   }
 }
 
@@ -70,7 +51,7 @@ void DebugPrint(const wchar_t* format, ...) noexcept {
   va_start(arguments, format);
   std::vswprintf(text, sizeof(text) / sizeof(text[0]), format, arguments);
   va_end(arguments);
-  TellDebugger(text);
+  WriteToDebugger(text);
 }
 
 }  // namespace qzhid
