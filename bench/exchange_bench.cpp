@@ -3,6 +3,7 @@
 
 #include "QzHidAPI.h"
 #include "device/hid_dev.h"
+#include "discovery/node_matchers.h"
 #include "machine.h"
 #include "rows.h"
 #include "virtualhub/hub/image.h"
@@ -56,7 +57,7 @@ void SwitchLog(bool isOn) {
 void WritePhase(benchmark::State& state, const char* name, std::uint32_t latencyUs, bool isLogging,
                 double limit) {
   COpenHub hub(HubScenario(latencyUs, kWritten));
-  CHidDev device;
+  CHidDev device{NodeMatchers()};
   const FwBuffer image = virtualhub::BuildImage({}, kWritten);
   const auto write = [&] {
     if (!device.WriteFlashEx(image)) Fail("a write phase failed");

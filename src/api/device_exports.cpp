@@ -9,6 +9,7 @@
 #include "api/pass_para.h"
 #include "api/proxy_driver.h"
 #include "discovery/hid_find.h"
+#include "discovery/node_matchers.h"
 #include "discovery/record_text.h"
 #include "log/msg.h"
 #include "platform/scope_guard.h"
@@ -31,7 +32,7 @@ std::uint32_t SetFrequency(std::uint16_t value) {
 void* OpenListed(const char* tag, const HidDevRecord& record) {
   CMsg& msg = CMsg::Instance();
   CHidFind finder;
-  const auto dev = std::make_shared<CHidDev>();
+  const auto dev = std::make_shared<CHidDev>(NodeMatchers());
   finder.AddDev(dev.get());
   dev->SetTopology(ReadText(record.LocationPath, QZ_RECORD_TEXT_UNITS));
   CProxyDriver::Instance().QZ_InitProxyDriver();

@@ -103,7 +103,7 @@ class IDev {
   virtual std::int32_t I2CReadImpl(std::uint32_t, std::uint8_t*, std::uint16_t) { return -1; }
 
  protected:
-  std::list<IMatch*> m_MatchList;  // all of them must accept a node; owned by derived classes
+  std::list<const IMatch*> m_MatchList;  // all of them must accept a node; not owned
   FwBuffer m_FwBuf;
   bool m_bLongRead = false;
 

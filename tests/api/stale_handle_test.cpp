@@ -1,6 +1,7 @@
 // A closed handle whose place in memory was taken again, by a device that is no handle.
 #include "api/api_test.h"
 #include "api/handle_table.h"
+#include "discovery/node_matchers.h"
 
 namespace qzhid::test {
 namespace {
@@ -8,7 +9,7 @@ namespace {
 TEST_F(ApiTest, AClosedHandleIsRefusedWhateverStandsInItsPlace) {
   Open();
   QZ_CloseDev(handle);
-  const auto occupant = std::make_shared<CHidDev>();
+  const auto occupant = std::make_shared<CHidDev>(NodeMatchers());
   void* const closed = handle;
   handle = nullptr;
   Open();
