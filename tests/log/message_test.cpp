@@ -146,5 +146,16 @@ TEST_F(MessageTest, ReceiversMayChangeTheListFromInsideADelivery) {
   }
 }
 
+TEST_F(MessageTest, AReceiverMayRemoveAndDestroyItselfInItsDelivery) {
+  auto leaving = std::make_unique<Receiver>("c", calls);
+  Register({leaving.get(), &a});
+  leaving->act = [&] {
+    Hub().RemoveResponder(leaving.get());
+    leaving.reset();
+  };
+  EXPECT_EQ("ca", Reached());
+  EXPECT_EQ("a", Reached());
+}
+
 }  // namespace
 }  // namespace qzhid::test
