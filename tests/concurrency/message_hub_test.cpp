@@ -100,7 +100,7 @@ struct Stay {
   std::atomic<bool> entered{false}, mayLeave{false}, left{false};
 };
 
-/// Stays in a delivery until it is told to leave, and then some more.
+/// Stays in a delivery until it may leave, and then some more.
 struct StayingReceiver final : SilentReceiver {
   explicit StayingReceiver(Stay& where) : stay(where) {}
   void OnLog(const char*, int) override { Linger(); }

@@ -215,5 +215,12 @@ TEST_F(MatchTest, AHubWithoutReadableIdIsNotCountedAndTheOnesAboveItAre) {
   }
 }
 
+TEST_F(MatchTest, ANodeWithNothingAboveItHasNoLevel) {
+  std::uint32_t level = 7;
+  machine->AddFault(CallFault(Service::GetParent));
+  EXPECT_FALSE(GetDevLevel(machine->UsbInstance("hub"), level));
+  EXPECT_EQ(0u, level);
+}
+
 }  // namespace
 }  // namespace qzhid::test

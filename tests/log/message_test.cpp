@@ -146,6 +146,14 @@ TEST_F(MessageTest, ReceiversMayChangeTheListFromInsideADelivery) {
   }
 }
 
+TEST_F(MessageTest, EachRemovalTakesOutOneRegistration) {
+  Register({&a, &b, &a});
+  for (const char* reached : {"ba", "b", "b"}) {
+    Hub().RemoveResponder(&a);
+    EXPECT_EQ(reached, Reached());
+  }
+}
+
 TEST_F(MessageTest, AReceiverMayRemoveAndDestroyItselfInItsDelivery) {
   auto leaving = std::make_unique<Receiver>("c", calls);
   Register({leaving.get(), &a});
