@@ -40,7 +40,7 @@ bool MatchPosition(std::uint32_t node, IDev& dev, platform::Architecture archite
 
 }  // namespace
 
-bool CTopoMatch::Match(std::uint32_t node, IDev* dev) {
+bool CTopoMatch::Match(std::uint32_t node, IDev* dev) const {
   const platform::Architecture architecture = platform::NativeArchitecture();
   const std::wstring topology = dev->GetTopology();
   const bool isMatch = !topology.empty() ? MatchLocationPath(node, topology)

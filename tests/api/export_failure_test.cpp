@@ -72,7 +72,15 @@ TEST_F(ExportFailureTest, JobsOnAHandleLetOtherThreadsInAgain) {
   const auto check = [](std::uint8_t result) { EXPECT_LE(result, 1); };
   Sweep([&] { return QZ_ReadDevVersion(handle, &version); }, check);
   Sweep([&] { return QZ_ReadBinVersion(handle, image.path(), &version); }, check);
-  Sweep([&] { return QZ_CloseDev(handle), 0; }, [](int) {});
+}
+
+TEST_F(ExportFailureTest, AClosingClosesTheDeviceAndForgetsTheHandle) {
+  prepare = [this] { Open(); };
+  Sweep([&] { return QZ_CloseDev(handle), 0; },
+        [&](int) {
+          EXPECT_EQ(kNoHandles, Handles());
+          EXPECT_EQ(kRejected, QZ_HidI2CConfig(handle, 0xA0, 2, 1));
+        });
 }
 
 TEST_F(ExportFailureTest, AnUpdateLetsOtherThreadsInAgainAndNoLongerReportsProgress) {

@@ -2,6 +2,7 @@
 #include "api/api_test.h"
 #include "api/dev_list_cache.h"
 #include "api/handle_table.h"
+#include "discovery/node_matchers.h"
 
 namespace qzhid::test {
 namespace {
@@ -11,7 +12,7 @@ using SharedStateTest = ApiTest;
 TEST_F(SharedStateTest, AClosedHandleIsRejectedWhateverIsInItsPlaceInMemory) {
   Open();
   QZ_CloseDev(handle);
-  const auto occupant = std::make_shared<CHidDev>();
+  const auto occupant = std::make_shared<CHidDev>(NodeMatchers());
   void* const closed = std::exchange(handle, nullptr);
   Open();
   EXPECT_EQ(kRejected, QZ_HidI2CConfig(closed, 0xA0, 2, 1));
@@ -21,7 +22,7 @@ TEST_F(SharedStateTest, AClosedHandleIsRejectedWhateverIsInItsPlaceInMemory) {
 
 TEST_F(SharedStateTest, AHandleIsFoundUntilItIsTakenAndItsDeviceOutlivesThat) {
   CHandleTable& table = CHandleTable::Instance();
-  const auto dev = std::make_shared<CHidDev>();
+  const auto dev = std::make_shared<CHidDev>(NodeMatchers());
   void* const added = table.Add(dev);
   EXPECT_EQ(dev.get(), added);
   EXPECT_EQ(dev, table.Find(added));
@@ -34,7 +35,7 @@ TEST_F(SharedStateTest, AHandleIsFoundUntilItIsTakenAndItsDeviceOutlivesThat) {
 
 TEST_F(SharedStateTest, ADeviceOfAnotherClassIsNoHidDevice) {
   CHandleTable& table = CHandleTable::Instance();
-  void* const added = table.Add(std::make_shared<CUSBDev>());
+  void* const added = table.Add(std::make_shared<CUSBDev>(NodeMatchers()));
   EXPECT_EQ(nullptr, table.FindHidDev("tag", added));
   EXPECT_EQ((Lines{{3, "tag", "Unknow Dev!!\n"}}), Logged());
   EXPECT_NE(nullptr, table.Take(added));

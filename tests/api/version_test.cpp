@@ -29,7 +29,6 @@ TEST_F(VersionTest, AHubsVersionIsReadFromItsFirmwareAndAFailureKeepsTheOutput) 
   Expect(kTag, 1, QZ_ReadDevVersion(handle, &version), {{0, "Hid Dev\n"}}, keys);
   EXPECT_EQ(0xA1B2, version);
   EXPECT_EQ(kNoHandles, Handles());
-  Open();
   machine->AddFault(RequestFault(0xC009, 1, 0, Fault::Action::Fail, 5));
   Expect(kTag, 0, QZ_ReadDevVersion(handle, &version),
          {{0, "Hid Dev\n"}, {3, "Read Dev Version Fail\n"}}, keys);

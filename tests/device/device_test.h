@@ -5,6 +5,7 @@
 #include <span>
 
 #include "device/hid_dev.h"
+#include "discovery/node_matchers.h"
 #include "support/layer_test.h"
 
 namespace qzhid::test {
@@ -104,8 +105,8 @@ class DeviceTest : public LayerTest {
   }
 
   PropertyDouble property;
-  CUSBDev usb;
-  CHidDev hid;
+  CUSBDev usb{NodeMatchers()};
+  CHidDev hid{NodeMatchers()};
 };
 
 }  // namespace qzhid::test

@@ -2,6 +2,7 @@
 #include "device/hid_dev.h"
 #include "discovery/dev_property.h"
 #include "discovery/hid_find.h"
+#include "discovery/node_matchers.h"
 #include "support/layer_test.h"
 
 namespace qzhid::test {
@@ -56,7 +57,7 @@ TEST_F(MatchTest, IdsAreReadAsProductThenVendorInUpperCaseWithFourDigits) {
     SCOPED_TRACE(::testing::PrintToString(c.pairs) + ::testing::PrintToString(c.hardwareIds));
     const auto node =
         InstallHub([&](auto&, auto& device) { device.usb.hardwareIds = c.hardwareIds; });
-    CHidDev dev;
+    CHidDev dev{NodeMatchers()};
     dev.SetDevVidPid(0x1A2B, 0x3C4D);  // these ids are kept, not matched
     for (const auto& [pid, vid] : c.pairs) dev.AddVidPid(pid, vid);
     EXPECT_EQ(c.matches, dev.IsMatch(node));
@@ -78,7 +79,7 @@ TEST_F(MatchTest, ALocationPathMustBeTheNodesFirstOneLetterForLetter) {
     SCOPED_TRACE(wanted);
     const auto node = InstallHub([](auto&, auto&) {});
     if (!isReadable) machine->AddFault(CallFault(Service::LocationPaths));
-    CHidDev dev;
+    CHidDev dev{NodeMatchers()};
     dev.SetPosition(1, 1);  // does not count beside a path
     dev.SetTopology(std::wstring(wanted.begin(), wanted.end()));
     EXPECT_EQ(matches, dev.IsMatch(node));
@@ -126,7 +127,7 @@ TEST_F(MatchTest, APositionIsALevelAndFromTheSecondOnAPort) {
       device.port = *PortPath::Parse(c.place);
       device.usb.locationInfo = c.location;
     });
-    CHidDev dev;
+    CHidDev dev{NodeMatchers()};
     dev.SetPosition(c.level, c.port);
     EXPECT_EQ(c.refusal.empty(), dev.IsMatch(node));
     EXPECT_THAT(Told(), StartsWith("1 " + kTopo + "Port & Level Topo Match\n" + c.refusal));

@@ -1,5 +1,6 @@
 // The identity fields of firmware images, at the borders of what is there.
 #include "firmware/fw_image.h"
+#include "discovery/node_matchers.h"
 
 #include "device/hid_dev.h"
 #include "support/layer_test.h"
@@ -61,7 +62,7 @@ TEST_F(FwImageTest, TheIdsAreReadTogetherOrNotAtAll) {
 }
 
 TEST_F(FwImageTest, ADeviceReadsTheVersionOfItsFirmwareBuffer) {
-  CHidDev dev;
+  CHidDev dev{NodeMatchers()};
   std::uint16_t version = 0xBEEF;
   EXPECT_FALSE(dev.GetBinVersion(&version, 0));  // nothing is said of an empty buffer
   dev.SetFwBuffer(Image(0x4A26, 0x7F6F));

@@ -3,6 +3,7 @@
 #include <regex>
 
 #include "device/hid_dev.h"
+#include "discovery/node_matchers.h"
 #include "flow/universal_flow.h"
 #include "support/layer_test.h"
 #include "virtualhub/hub/image.h"
@@ -109,7 +110,7 @@ class Script final : public IDev, public IDevFinder, public IGpioDriver, public 
     return true;
   }
   int m_nSeen = 0;
-  CHidDev m_Owner;
+  CHidDev m_Owner{NodeMatchers()};
   StateTable m_States = MakeStates(m_Owner);
 };
 

@@ -3,6 +3,7 @@
 
 #include "device/hid_dev.h"
 #include "discovery/hid_find.h"
+#include "discovery/node_matchers.h"
 #include "flow/universal_flow.h"
 #include "support/layer_test.h"
 #include "virtualhub/hub/image.h"
@@ -34,7 +35,7 @@ class UpdateTest : public LayerTest {
     hub.timing.readyMs = 0;
     if (change) change(hub);
     Install(scenario);
-    dev = std::make_unique<CHidDev>();
+    dev = std::make_unique<CHidDev>(NodeMatchers());
     dev->SetTopology(L"PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)#USB(1)");
     ClearRecords();
   }
@@ -199,7 +200,7 @@ TEST_F(UpdateTest, AHubThatLosesPowerBeforeTheEraseKeepsItsFirmwareAndNeedsANewD
   machine->Plug("hub");
   EXPECT_FALSE(Update());  // the object still stands for a hub in its ROM code
   ExpectBank(0, kOldImage);
-  dev = std::make_unique<CHidDev>();
+  dev = std::make_unique<CHidDev>(NodeMatchers());
   dev->SetPosition(2, 1);
   EXPECT_TRUE(Update());
   ExpectUpdated(0);

@@ -1,4 +1,4 @@
-// Files and texts of a Linux system, as both backends use them.
+// Files of a Linux system, as both backends use them.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -11,7 +11,6 @@
 #include <fstream>
 
 #include "platform/platform.h"
-#include "platform/system/wide_text.h"
 
 namespace qzhid::platform::test {
 
@@ -131,30 +130,6 @@ TEST_F(SystemTest, AFileThatReachesItsLimitKeepsWhatFits) {
   WriteTextFile(file, "12345678\n");  // SIGXFSZ would end the process
   setrlimit(RLIMIT_FSIZE, &before);
   EXPECT_EQ("12345678\n1", Contents("log"));
-}
-
-TEST(NarrowText, IsUtf8AtEveryLengthAndAQuestionMarkForWhatIsNoCharacter) {
-  const std::pair<std::wstring, std::string> rows[] = {
-      {L"\x7F", "\x7F"},
-      {L"\x80", "\xC2\x80"},
-      {L"\x7FF", "\xDF\xBF"},
-      {L"\x800", "\xE0\xA0\x80"},
-      {L"\xFFFF", "\xEF\xBF\xBF"},
-      {std::wstring(1, 0x10000), "\xF0\x90\x80\x80"},
-      {std::wstring(1, 0x10FFFF), "\xF4\x8F\xBF\xBF"},
-      {std::wstring(1, 0x110000), "?"},
-      {std::wstring(1, static_cast<wchar_t>(0xD800)), "?"},
-      {std::wstring(1, static_cast<wchar_t>(0xDFFF)), "?"}};
-  for (const auto& [wide, narrow] : rows) {
-    EXPECT_EQ(narrow, ToNarrow(wide));
-    EXPECT_EQ(narrow == "?" ? L"?" : wide, ToWide(narrow));
-  }
-  EXPECT_EQ(L"a\uFFFDb", ToWide("a\xFF"
-                                "b"));
-  EXPECT_EQ(L"\uFFFDb", ToWide("\xE2\x82"
-                               "b"))
-      << "cut";
-  EXPECT_EQ(3u, Utf16Units(L"a\U0001F50C"));
 }
 
 }  // namespace
