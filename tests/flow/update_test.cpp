@@ -11,10 +11,10 @@
 namespace qzhid::test {
 namespace {
 
+using ::testing::ElementsAreArray;
 using virtualhub::Code;
 using virtualhub::HubConfig;
 using virtualhub::InstanceNumbers;
-using virtualhub::Service;
 using enum Fault::Action;
 
 /// 255 chunks of 128 bytes and 40 bytes more.
@@ -30,14 +30,13 @@ class UpdateTest : public LayerTest {
     virtualhub::Scenario scenario = RecordedScenario();
     scenario.instanceNumbers = numbers;
     scenario.devices.pop_back();
-    HubConfig& hub = *scenario.devices[0].hub;
-    hub.image.image = kOldImage;
-    hub.timing.readyMs = 0;
-    if (change) change(hub);
+    HubConfig& config = *scenario.devices[0].hub;
+    config.image.image = kOldImage;
+    config.timing.readyMs = 0;
+    if (change) change(config);
     Install(scenario);
     dev = std::make_unique<CHidDev>(NodeMatchers());
     dev->SetTopology(L"PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)#USB(1)");
-    ClearRecords();
   }
 
   /// Runs a job with a finder of its own.
@@ -52,36 +51,35 @@ class UpdateTest : public LayerTest {
 
   virtualhub::Hub& hub() { return machine->hub("hub"); }
   /// A bank holds exactly the image.
-  void ExpectBank(std::size_t number, const virtualhub::Bytes& image) {
+  void ExpectBank(std::size_t number, const Bytes& image) {
     const auto contents = hub().bank(number).contents();
-    EXPECT_TRUE(std::equal(image.begin(), image.end(), contents.begin()));
-    EXPECT_TRUE(std::all_of(contents.begin() + static_cast<std::ptrdiff_t>(image.size()),
-                            contents.end(), [](std::uint8_t byte) { return byte == 0xFF; }));
+    Bytes expected = image;
+    expected.resize(contents.size(), 0xFF);
+    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), contents.begin()));
   }
-  /// The hub runs the new firmware, and the library has let go of it.
+  /// The hub runs the new firmware, and the library has released it.
   void ExpectUpdated(std::size_t bank) {
     EXPECT_EQ(Code::Flash, hub().code());
     EXPECT_EQ(0x0210, hub().Identity().version);
     EXPECT_EQ(bank, hub().activeBank());
     ExpectBank(bank, kNewImage);
-    EXPECT_EQ(0, Handles()[0]);
+    EXPECT_EQ(kNoHandles, Handles());
   }
 
   std::unique_ptr<CHidDev> dev;
 };
 
 TEST_F(UpdateTest, ProgressFollowsTheChunksAndTheHubMayTakeItsTimeToAnswer) {
-  InstallHub([](HubConfig& hub) { hub.timing.readyMs = 2000; });
+  InstallHub([](HubConfig& config) { config.timing.readyMs = 2000; });
   EXPECT_TRUE(Update());
   ExpectUpdated(0);
-  // Each of the 255 full chunks tells its share of the 40 % that the write is of the update.
-  std::vector<int> values = log.progress, expected = {0, 10, 20};
-  ASSERT_EQ(4u + 255 + 3, values.size());
-  EXPECT_EQ(50, values[4 + 128]);
-  values.erase(std::unique(values.begin(), values.end()), values.end());
-  for (int percent = 30; percent <= 70; ++percent) expected.push_back(percent);
-  expected.insert(expected.end(), {90, 100});
-  EXPECT_EQ(expected, values);
+  // Each of the 255 full chunks reports its share of the 40 % that the write is of the update.
+  std::vector<int> expected = {0, 10, 20, 30};
+  for (int chunk = 0; chunk < 255; ++chunk) {
+    expected.push_back(30 + chunk * 128 * 100 / 0x7FA8 * 4 / 10);
+  }
+  expected.insert(expected.end(), {70, 90, 100});
+  EXPECT_THAT(log.progress, ElementsAreArray(expected));
 }
 
 Fault AtReset(std::uint32_t nth, Fault::Action action, const std::string& port = {}) {
@@ -90,14 +88,13 @@ Fault AtReset(std::uint32_t nth, Fault::Action action, const std::string& port =
 
 /// Another program has the hub for that time, from the n-th open on that the library tries.
 Fault TakenAtOpen(std::uint32_t nth, std::uint32_t releaseMs) {
-  return {.on = Fault::On::Call,
-          .service = Service::OpenHidDevice,
-          .nth = nth,
-          .action = Hold,
-          .releaseMs = releaseMs};
+  Fault fault = CallFault(Service::OpenHidDevice, nth);
+  fault.action = Hold;
+  fault.releaseMs = releaseMs;
+  return fault;
 }
 
-TEST_F(UpdateTest, AFaultFailsItClearlyAndItCanBeRepeated) {
+TEST_F(UpdateTest, AFaultFailsTheUpdateClearlyAndItCanBeRepeated) {
   const std::string notErased = "fail to erase flash\n", notWritten = "\nfail to write flash\n";
   const std::string notChecked = "\nfail to check flash\n";
   struct Case {
@@ -130,18 +127,17 @@ TEST_F(UpdateTest, AFaultFailsItClearlyAndItCanBeRepeated) {
         Case{"dual bank: validation", RequestFault(0x40D9), notChecked, 70, true},
         Case{"dual bank: lost", RequestFault(0x40C8, 9, 1, LoseWrite), notChecked, 70, true}}) {
     SCOPED_TRACE(c.name);
-    InstallHub([&](HubConfig& hub) { hub.dualBank = hub.ispSupported = c.isDualBank; });
+    InstallHub([&](HubConfig& config) { config.dualBank = config.ispSupported = c.isDualBank; });
     machine->AddFault(c.fault);
     EXPECT_FALSE(Update());
-    std::string lines;
-    for (const LogLine& line : Logged("CUniversalFlow::DevUpdate")) {
-      if (line.level > 0) lines += std::to_string(line.level) + line.text;
-    }
-    EXPECT_EQ((c.failure.empty() ? "" : "3" + c.failure) + "1Update Fw Fail\n", lines);
+    std::vector<std::pair<int, std::string>> lines = {{1, "Update Fw Fail\n"}};
+    if (!c.failure.empty()) lines.insert(lines.begin(), {3, c.failure});
+    auto logged = Logged("CUniversalFlow::DevUpdate");
+    std::erase_if(logged, [](const LogLine& line) { return line.level == 0; });
+    EXPECT_EQ(LinesOf("CUniversalFlow::DevUpdate", lines), logged);
     EXPECT_EQ(0, log.progress.back());
     EXPECT_EQ(c.reached, log.progress[log.progress.size() - 2]);
-    EXPECT_EQ(0, Handles()[0]);
-    EXPECT_EQ(0, machine->openHandles(virtualhub::HandleKind::Event));
+    EXPECT_EQ(kNoHandles, Handles());
     if (c.isDualBank) ExpectBank(0, kOldImage);
 
     machine->ClearFaults();
@@ -152,35 +148,27 @@ TEST_F(UpdateTest, AFaultFailsItClearlyAndItCanBeRepeated) {
   }
 }
 
-TEST_F(UpdateTest, NumbersThatStayOrChangeAndAShortAbsenceOnlyCostTime) {
-  using enum InstanceNumbers;
-  struct Case {
-    const char* name;
-    InstanceNumbers numbers;
-    std::uint16_t romPid;    // of the firmware: 0x0818
-    std::uint32_t returnMs;  // 50 ms: away only between two scans
-  };
-  for (const Case& c :
-       {Case{"same numbers", ById, 0x0818, 700}, Case{"same numbers, short", ById, 0x0818, 50},
-        Case{"back and forth", ById, 0x0810, 700}, Case{"back and forth, short", ById, 0x0810, 50},
-        Case{"new numbers", ByArrival, 0x0818, 700},
-        Case{"new numbers, short", ByArrival, 0x0818, 50}}) {
-    SCOPED_TRACE(c.name);
-    const bool isSeenAway = c.returnMs == 700;
-    InstallHub(
-        [&](HubConfig& hub) {
-          hub.rom.pid = c.romPid;
-          hub.timing.returnMs = c.returnMs;
-        },
-        c.numbers);
-    EXPECT_TRUE(Update());
-    ExpectUpdated(0);
-    // One disconnect wait for each of the two resets; a missed absence costs 80 scans.
-    const LogLine missed = {1, "IDevFinder::WaitDevUnconnect",
-                            "wait dev unconnect return false.\n"};
-    EXPECT_EQ(isSeenAway ? 0u : 2u, Count(missed));
-    const auto pauses = Pauses();
-    EXPECT_EQ(isSeenAway ? 12 : 160, std::count(pauses.begin(), pauses.end(), 128u));
+TEST_F(UpdateTest, NodeNumbersAndAShortAbsenceCostTimeAtMost) {
+  for (const auto numbers : {InstanceNumbers::ById, InstanceNumbers::ByArrival}) {
+    for (const std::uint16_t romPid :
+         {std::uint16_t{0x0818}, std::uint16_t{0x0810}}) {  // of the firmware: 0x0818
+      for (const std::uint32_t returnMs : {50u, 700u}) {    // 50 ms: away only between two scans
+        SCOPED_TRACE(::testing::Message() << int(numbers) << ' ' << romPid << ' ' << returnMs);
+        const auto change = [&](HubConfig& config) {
+          config.rom.pid = romPid;
+          config.timing.returnMs = returnMs;
+        };
+        InstallHub(change, numbers);
+        EXPECT_TRUE(Update());
+        ExpectUpdated(0);
+        // One disconnect wait for each of the two resets; a missed absence costs 80 scans.
+        const bool isSeenAway = returnMs == 700;
+        EXPECT_EQ(isSeenAway ? 0u : 2u,
+                  Count({1, "IDevFinder::WaitDevUnconnect", "wait dev unconnect return false.\n"}));
+        const auto pauses = Pauses();
+        EXPECT_EQ(isSeenAway ? 12 : 160, std::count(pauses.begin(), pauses.end(), 128u));
+      }
+    }
   }
 }
 
@@ -206,14 +194,27 @@ TEST_F(UpdateTest, AHubThatLosesPowerBeforeTheEraseKeepsItsFirmwareAndNeedsANewD
   ExpectUpdated(0);
 }
 
+TEST_F(UpdateTest, AnImageThatCannotBeLoadedLeavesTheDeviceWithoutOne) {
+  CHidFind find;
+  CUniversalFlow flow(find, *dev);
+  EXPECT_TRUE(flow.InitFwFinder(TempFile(kNewImage).path()));
+  EXPECT_EQ(kNewImage, dev->GetFwBuffer());
+  std::uint16_t version = 0;
+  EXPECT_TRUE(flow.DevHidCmd(&version, 0));
+  EXPECT_EQ(0x0210, version);
+  EXPECT_FALSE(flow.InitFwFinder(UniquePath("missing").c_str()));
+  EXPECT_TRUE(dev->GetFwBuffer().empty());
+  EXPECT_EQ(1u, Count({1, "CUniversalFlow::InitFwFinder", "fail to load fw file to buf.\n"}));
+}
+
 TEST_F(UpdateTest, EraseLeavesAnEmptyHubInItsRomCodeAndResetStartsTheFlash) {
-  InstallHub([](HubConfig& hub) { hub.running = Code::Rom; });
+  InstallHub([](HubConfig& config) { config.running = Code::Rom; });
   EXPECT_TRUE(Run(&CUniversalFlow::ResetDeviceonly));
   EXPECT_EQ(Code::Flash, hub().code());
   EXPECT_TRUE(Run(&CUniversalFlow::DevErase));
   EXPECT_EQ(Code::Rom, hub().code());
   ExpectBank(0, {});
-  EXPECT_EQ((std::vector{0, 30, 100, 0}), log.progress);
+  EXPECT_THAT(log.progress, ::testing::ElementsAre(0, 30, 100, 0));
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 
 #include <ostream>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace qzhid::test {
 
@@ -23,6 +25,14 @@ struct LogLine {
 
 inline std::ostream& operator<<(std::ostream& out, const LogLine& line) {
   return out << line.level << ' ' << line.tag << ": " << line.text;
+}
+
+/// Lines of one tag, each given as level and text.
+inline std::vector<LogLine> LinesOf(const std::string& tag,
+                                    const std::vector<std::pair<int, std::string>>& texts) {
+  std::vector<LogLine> lines;
+  for (const auto& [level, text] : texts) lines.push_back({level, tag, text});
+  return lines;
 }
 
 /// Takes the time stamp off a line as it was delivered.

@@ -1,15 +1,11 @@
-// What the tests of the transport share.
+// A hub on both report channels, and requests to it.
 #pragma once
 
-#include <numeric>
-#include <sstream>
-
 #include "support/layer_test.h"
-#include "test_system.h"
 
 namespace qzhid::test {
 
-/// The name of an operation of that channel as it stands in log lines.
+/// The name of an operation of channel 1 or 2 as log lines have it.
 inline std::string Tag(const std::string& operation, int channel) {
   return "CHidTransfers::" + operation + (channel == 1 ? "" : "2");
 }
