@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "platform/code_of.h"
 #include "platform/platform.h"
 
 namespace qzhid::platform::test {
@@ -17,8 +18,6 @@ namespace qzhid::platform::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::uint32_t CodeOf(const Status& status) { return status ? 0 : status.code; }
 
 bool IsPending(int signal) {
   sigset_t pending;
@@ -50,7 +49,7 @@ TEST_F(SystemTest, OnlyARegularFileIsReadAndNothingElseIsOpened) {
   fs::create_symlink("/dev/zero", Path("device"));
   ASSERT_EQ(0, mkfifo(Path("fifo").c_str(), 0600));  // opening it would wait
   ASSERT_EQ(0, mknod(Path("socket").c_str(), S_IFSOCK | 0600, 0));
-  const std::pair<std::string, std::uint32_t> rows[] = {
+  const std::pair<std::string, int> rows[] = {
       {Path("file"), 0},           {Path("link"), 0},
       {Path("folder"), EISDIR},    {Path("device"), EINVAL},
       {Path("fifo"), EINVAL},      {Path("socket"), EINVAL},
@@ -66,7 +65,7 @@ TEST_F(SystemTest, OnlyARegularFileIsReadAndNothingElseIsOpened) {
 TEST_F(SystemTest, ATextFileReplacesWhatWasThereAndIsNotInherited) {
   std::ofstream(Path("log")) << "a longer earlier text";
   TextFile file;
-  EXPECT_EQ(0u, CodeOf(CreateTextFile(Path("log").c_str(), file)));
+  EXPECT_EQ(0, CodeOf(CreateTextFile(Path("log").c_str(), file)));
   WriteTextFile(file, "one\n");
   WriteTextFile(file, "");
   WriteTextFile(file, "two\n");
@@ -77,8 +76,8 @@ TEST_F(SystemTest, ATextFileReplacesWhatWasThereAndIsNotInherited) {
     const int number = std::stoi(entry.path().filename().string());
     EXPECT_EQ(FD_CLOEXEC, fcntl(number, F_GETFD));
   }
-  EXPECT_EQ(0u, CodeOf(CloseTextFile(file)));
-  EXPECT_EQ(static_cast<std::uint32_t>(EBADF), CodeOf(CloseTextFile(file)));
+  EXPECT_EQ(0, CodeOf(CloseTextFile(file)));
+  EXPECT_EQ(EBADF, CodeOf(CloseTextFile(file)));
   WriteTextFile(file, "three\n");
   EXPECT_EQ("one\ntwo\n", Contents("log"));
 }
@@ -86,8 +85,8 @@ TEST_F(SystemTest, ATextFileReplacesWhatWasThereAndIsNotInherited) {
 TEST_F(SystemTest, ATextFileThatCannotBeCreatedFailsAtOnce) {
   ASSERT_EQ(0, mkfifo(Path("fifo").c_str(), 0600));
   TextFile file;
-  EXPECT_EQ(static_cast<std::uint32_t>(ENXIO), CodeOf(CreateTextFile(Path("fifo").c_str(), file)));
-  EXPECT_EQ(static_cast<std::uint32_t>(EISDIR), CodeOf(CreateTextFile(folder.c_str(), file)));
+  EXPECT_EQ(ENXIO, CodeOf(CreateTextFile(Path("fifo").c_str(), file)));
+  EXPECT_EQ(EISDIR, CodeOf(CreateTextFile(folder.c_str(), file)));
   EXPECT_FALSE(file);
 }
 
@@ -98,7 +97,7 @@ TEST_F(SystemTest, WhatCannotBeWrittenRaisesNoSignalAndKeepsTheSignalsOfTheHost)
   sigaddset(&pipes, SIGPIPE);
   const int reader = open(Path("fifo").c_str(), O_RDONLY | O_NONBLOCK);
   TextFile file;
-  ASSERT_EQ(0u, CodeOf(CreateTextFile(Path("fifo").c_str(), file)));
+  ASSERT_EQ(0, CodeOf(CreateTextFile(Path("fifo").c_str(), file)));
   close(reader);
   WriteTextFile(file, "nobody reads this\n");  // SIGPIPE would end the process
 
@@ -120,7 +119,7 @@ TEST_F(SystemTest, WhatCannotBeWrittenRaisesNoSignalAndKeepsTheSignalsOfTheHost)
 
 TEST_F(SystemTest, AFileThatReachesItsLimitKeepsWhatFits) {
   TextFile file;
-  ASSERT_EQ(0u, CodeOf(CreateTextFile(Path("log").c_str(), file)));
+  ASSERT_EQ(0, CodeOf(CreateTextFile(Path("log").c_str(), file)));
   rlimit before{};
   getrlimit(RLIMIT_FSIZE, &before);
   rlimit small = before;
