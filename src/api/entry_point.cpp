@@ -33,7 +33,7 @@ void OnForkEnd(bool isChild) noexcept {
   CCallGate& gate = CCallGate::Instance();
   gate.ForkLock().unlock();
   if (!isChild || !gate.DropOtherThreads()) return;
-  // A call of another thread was under way; what it worked on may be in any state.
+  // Another thread was inside a call, and what it worked on may be in any state.
   CDevListCache::Instance().Abandon();
   CProxyDriver::Instance().Abandon();
 }

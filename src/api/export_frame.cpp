@@ -17,7 +17,7 @@ void LogException(const char* exportName) noexcept {
     } catch (const std::exception& e) {
       return CMsg::Instance().Log(3, exportName, "Exception:%s\n", e.what());
     } catch (...) {
-      // No standard exception either.
+      // Not a standard exception.
     }
     CMsg::Instance().Log(3, exportName, "Unknown exception\n");
   } catch (...) {

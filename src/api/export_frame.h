@@ -7,8 +7,8 @@
 
 namespace qzhid {
 
-/// Log under the export's name the exception that is being handled; that the calling thread is
-/// being ended; that an update keeps the export from running.
+/// Log, under the export's name, the exception that is being handled; that the calling thread is
+/// being ended; that an update prevents the call.
 void LogException(const char* exportName) noexcept;
 void LogEndOfThread(const char* exportName) noexcept;
 void LogUpdateIsRunning(const char* exportName);

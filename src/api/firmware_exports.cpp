@@ -33,8 +33,8 @@ class CFlowJob {
   CUniversalFlow m_Flow;
 };
 
-/// Hands progress to the host; at 100 % the hub runs what it should, and the host may turn to it. A
-/// callback in which the thread ends, or is cancelled, is not called again.
+/// Passes progress to the host. At 100 % the update is done with the hub, and the host can use it.
+/// A callback in which the thread ended or was cancelled is not called again.
 class CUpdateResponder final : public CDllResponder {
  public:
   using CDllResponder::CDllResponder;
@@ -55,7 +55,7 @@ class CUpdateResponder final : public CDllResponder {
   bool m_bThreadEnds = false;
 };
 
-/// Closes what other threads wanted closed while the update was still to return.
+/// Closes the handles that other threads wanted to close before the update returned.
 void CloseDeferred() noexcept {
   while (void* const handle = CCallGate::Instance().TakeDeferredClose()) QZ_CloseDev(handle);
 }
@@ -79,7 +79,7 @@ bool DoesImageExist(const char* tag, const char* path) {
   return DoesFileExist(tag, "Fw File is Not Exist,FWPath:%s\n", path);
 }
 
-/// The device behind a handle for the exports that read a version.
+/// The device of a handle for the exports that read a version.
 std::shared_ptr<CHidDev> FindReader(const char* tag, void* pDev, const std::uint16_t* pVersion) {
   if (pVersion == nullptr) {
     Refuse(tag, "Invalidate parameter\n");

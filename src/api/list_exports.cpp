@@ -71,7 +71,7 @@ std::uint8_t ListDevices(const char* tag, HidDevRecord** ppList, std::uint32_t* 
   return isListed && *pCount != 0 ? 1 : 0;
 }
 
-/// A listing that is refused leaves its outputs as one that finds nothing.
+/// A refused listing sets its outputs like one that finds nothing.
 template <class Body>
 std::uint8_t RunListing(const char* name, std::uint32_t* pCount, const Body& body) {
   return Run({name, L"List Hid Device", TakeOver}, std::uint8_t{0}, body, [&] {

@@ -7,7 +7,7 @@ namespace qzhid {
 
 class IDev;
 
-/// A test whether a device node is a given device. It has no state and outlives all devices.
+/// Tests whether a device node is a given device. Has no state, and outlives all devices.
 class IMatch {
  public:
   virtual bool Match(std::uint32_t node, IDev* dev) const = 0;

@@ -30,9 +30,9 @@ void Store(QZ_Utf16 (&field)[N], const std::wstring& text) {
   StoreText(field, N, text);
 }
 
-/// Stores the characters behind the marker. Returns whether the marker is there.
+/// Stores the characters after the marker. Returns whether the marker is there.
 template <std::size_t N>
-bool StoreBehind(QZ_Utf16 (&field)[N], const std::wstring& text, const std::wstring& marker) {
+bool StoreAfter(QZ_Utf16 (&field)[N], const std::wstring& text, const std::wstring& marker) {
   const std::size_t position = text.find(marker);
   if (position == std::wstring::npos) return false;
   Store(field, text.substr(position + marker.size(), kIdDigits));
@@ -46,7 +46,7 @@ bool FillIds(HidDevRecord& record, int index) {
   const std::wstring id = FirstString(ids);
   CMsg::Instance().Log(1, kTag, L"Index:%d,HwID:%ls\n", index, id.c_str());
   // Without a vendor id the product id is not looked for.
-  if (StoreBehind(record.VID, id, L"VID_")) StoreBehind(record.PID, id, L"PID_");
+  if (StoreAfter(record.VID, id, L"VID_")) StoreAfter(record.PID, id, L"PID_");
   return true;
 }
 

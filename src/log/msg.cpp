@@ -43,7 +43,7 @@ char* PutPrefix(char* line, std::string_view func) {
   return Put(Put(Put(at, "]  "), func), ", ");
 }
 
-/// Room for one line. A line that tells of a lack of memory must not need any.
+/// Room for one line. A line that reports a lack of memory must not need any.
 class CLine {
  public:
   // cppcheck-suppress uninitMemberVar ; clearing the room would take longer than filling it

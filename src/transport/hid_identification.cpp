@@ -31,8 +31,8 @@ std::uint32_t CHidTransfers::Identify(std::uint32_t devInst) {
     return ErrorOf(status);
   }
   UpperCase(deviceId);
-  const std::uint32_t pid = HexBehind(deviceId, "PID_");
-  const std::uint32_t vid = HexBehind(deviceId, "VID_");
+  const std::uint32_t pid = HexAfter(deviceId, "PID_");
+  const std::uint32_t vid = HexAfter(deviceId, "VID_");
   CMsg::Instance().Log(0, kTag, "DevInst:%d,VID/PID:0x%04x/0x%04x\n", static_cast<int>(devInst),
                        vid, pid);
   if (vid == kFamilyVendorId) return 0;

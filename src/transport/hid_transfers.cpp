@@ -11,8 +11,8 @@ namespace {
 
 constexpr const char* kTag = "CHidTransfers::Yv_OpenDeviceByDevInst";
 
-/// The node's index in the set; no such node is a failure. The search starts at `index` and goes
-/// round, so that opening all nodes of a set in turn costs no more for each the more there are.
+/// The node's index in the set; no such node is a failure. The search starts at `index` and wraps
+/// around, so that opening all nodes of a set in turn takes the same time for each of them.
 bool FindNode(const platform::NodeSet& set, platform::DevInst wanted, std::uint32_t& index) {
   const std::uint32_t first = index;
   platform::DevInst devInst = 0;
@@ -78,8 +78,8 @@ std::uint32_t CHidTransfers::OpenPath(const std::wstring& path) {
 }
 
 void CHidTransfers::LogRemarkOnce(std::uint32_t devInst) {
-  // Scans open the same devices many times over, and this object lives for one of them. Where there
-  // are remarks, devices get higher numbers the later they arrive.
+  // Scans open the same devices again and again, and this object lives for one scan. On systems
+  // with remarks, devices that arrive later have higher numbers.
   static std::atomic<std::uint32_t> last{0};
   if (m_OpenStatus.remark.empty() || devInst <= last || !CMsg::Instance().IsHeard()) return;
   last = devInst;

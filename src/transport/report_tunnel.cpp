@@ -186,9 +186,9 @@ std::uint32_t CHidTransfers::Hid_GetReport(const Channel& channel, std::uint8_t*
   return 0;
 }
 
-std::unique_lock<CTransferTurn> CHidTransfers::LockTransfer(const char* operation,
-                                                            std::uint32_t timeoutMs) {
-  std::unique_lock<CTransferTurn> lock(m_TransferTurn, std::defer_lock);
+std::unique_lock<std::mutex> CHidTransfers::LockTransfer(const char* operation,
+                                                         std::uint32_t timeoutMs) {
+  std::unique_lock<std::mutex> lock(m_TransferLock, std::defer_lock);
   for (std::uint64_t waited = 0; !lock.try_lock();) {
     CMsg::Instance().Log(3, operation, "Can't Obtain Lock!\n");
     platform::SleepMs(kLockPollMs);

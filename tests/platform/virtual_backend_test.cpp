@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <functional>
 
-#include "platform/platform.h"
+#include "platform/code_of.h"
 #include "virtualhub/bus/current_machine.h"
 
 namespace qzhid::platform::test {
@@ -20,15 +20,13 @@ constexpr const char* kMachine = R"({
     "host": {"architecture": "x86", "product_name": "Test", "major": 11, "minor": 12, "build": 13, "update_revision": 14},
     "devices": [{"name": "hub", "port": "1"}]})";
 
-std::uint32_t CodeOf(const Status& status) { return status ? 0 : status.code; }
-
 class VirtualBackendTest : public ::testing::Test {
  protected:
   ~VirtualBackendTest() override { virtualhub::UninstallMachine(); }
 
   HidDevice Open() {
     HidDevice device;
-    EXPECT_EQ(0u, CodeOf(OpenHidDevice(path, device)));
+    EXPECT_EQ(0, CodeOf(OpenHidDevice(path, device)));
     return device;
   }
 
@@ -44,9 +42,9 @@ TEST_F(VirtualBackendTest, EachServiceFailsAsItsFaultSaysAndOnlyThat) {
   NodeSet set;
   PreparsedData preparsed;
   DeviceInterface found;
-  ASSERT_EQ(0u, CodeOf(OpenNodeSet(HidClassGuid(), set)));
-  ASSERT_EQ(0u, CodeOf(FirstInterface(set, 0, found)));
-  ASSERT_EQ(0u, CodeOf(GetPreparsedData(device, preparsed)));
+  ASSERT_EQ(0, CodeOf(OpenNodeSet(HidClassGuid(), set)));
+  ASSERT_EQ(0, CodeOf(FirstInterface(set, 0, found)));
+  ASSERT_EQ(0, CodeOf(GetPreparsedData(device, preparsed)));
   NodeSet otherSet;
   HidDevice otherDevice;
   Event event;
@@ -87,10 +85,10 @@ TEST_F(VirtualBackendTest, EachServiceFailsAsItsFaultSaysAndOnlyThat) {
     machine.AddFault({.on = Fault::On::Call, .service = struck, .count = 0, .code = 4711});
     for (const auto& [service, call] : rows) {
       if (service == Service::CloseNodeSet) continue;  // the last one, once
-      EXPECT_EQ(service == struck ? 4711u : 0u, CodeOf(call())) << NameOf(service);
+      EXPECT_EQ(service == struck ? 4711 : 0, CodeOf(call())) << NameOf(service);
     }
   }
-  EXPECT_EQ(4711u, CodeOf(CloseNodeSet(set)));
+  EXPECT_EQ(4711, CodeOf(CloseNodeSet(set)));
   EXPECT_FALSE(set) << "given back all the same";
 }
 
@@ -124,8 +122,8 @@ TEST_F(VirtualBackendTest, FailuresOfTheMachineHaveTheSystemsCodes) {
   DeviceInterface found;
   std::uint32_t address = 0;
   const auto send = [&] { return SetOutputReport(device, report, 321); };
-  ASSERT_EQ(0u, CodeOf(OpenNodeSet(HidClassGuid(), set)));
-  ASSERT_EQ(0u, CodeOf(FirstInterface(set, 0, found)));
+  ASSERT_EQ(0, CodeOf(OpenNodeSet(HidClassGuid(), set)));
+  ASSERT_EQ(0, CodeOf(FirstInterface(set, 0, found)));
   machine.AddFault({.on = Fault::On::Output, .nth = 3, .action = Fault::Action::Fail, .code = 0});
   machine.AddFault({.on = Fault::On::Output, .nth = 4, .action = Fault::Action::Hold});
   machine.AddFault({.on = Fault::On::Output, .nth = 5, .action = Fault::Action::Unplug});
@@ -196,13 +194,13 @@ TEST_F(VirtualBackendTest, EachOpenHandleIsCountedUnderItsKind) {
     const auto device = Open();
     EXPECT_EQ((std::array{1, 0, 0, 0}), counts());
     platform::Event event;
-    EXPECT_EQ(0u, CodeOf(CreateReportEvent(event)));
+    EXPECT_EQ(0, CodeOf(CreateReportEvent(event)));
     EXPECT_EQ((std::array{1, 1, 0, 0}), counts());
     platform::NodeSet set;
-    EXPECT_EQ(0u, CodeOf(OpenNodeSet(HidClassGuid(), set)));
+    EXPECT_EQ(0, CodeOf(OpenNodeSet(HidClassGuid(), set)));
     EXPECT_EQ((std::array{1, 1, 1, 0}), counts());
     platform::PreparsedData preparsed;
-    EXPECT_EQ(0u, CodeOf(GetPreparsedData(device, preparsed)));
+    EXPECT_EQ(0, CodeOf(GetPreparsedData(device, preparsed)));
     EXPECT_EQ((std::array{1, 1, 1, 1}), counts());
   }
   EXPECT_EQ((std::array{0, 0, 0, 0}), counts());

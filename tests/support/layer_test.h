@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "support/machine_test.h"
-#include "test_system.h"
 #include "transport/hid_property.h"
 #include "transport/hid_transfers.h"
 #include "transport/request_cmd.h"

@@ -21,10 +21,10 @@
 #include <vector>
 
 #include "QzHidAPI.h"
-#include "export_log.h"
 #include "support/bytes.h"
 #include "support/faults.h"
 #include "support/temp_file.h"
+#include "test_system.h"
 #include "virtualhub/bus/current_machine.h"
 
 namespace qzhid::test {

@@ -100,8 +100,7 @@ void Machine::SaveState(Device& device) {
   }
 }
 
-// ---- The bus
-// -------------------------------------------------------------------------------------
+// ---- The bus ---------------------------------------------------------------------------------
 
 void Machine::CatchUp() {
   const std::uint64_t now = clock_.NowUs();
@@ -215,8 +214,7 @@ Machine::Device* Machine::OfHidNode(const HidNode& node) {
   return device != nullptr && device->stay == node.stay ? device : nullptr;
 }
 
-// ---- What a host does
-// ----------------------------------------------------------------------------
+// ---- What a host does ------------------------------------------------------------------------
 
 const Node* Machine::View::FindNode(DevInst node) const { return machine_.tree_.Find(node); }
 
@@ -322,8 +320,7 @@ void Machine::DebugText(std::string text) {
                  .result = {}});
 }
 
-// ---- What a test does
-// ----------------------------------------------------------------------------
+// ---- What a test does ------------------------------------------------------------------------
 
 DevInst Machine::HidInstance(std::string_view device) {
   const std::lock_guard<std::mutex> guard(mutex_);

@@ -95,8 +95,7 @@ Result UsbDevice::Control(const SetupPacket& setup, ByteView data, Bytes& answer
   return result;
 }
 
-// ---- Standard requests
-// ---------------------------------------------------------------------------
+// ---- Standard requests -----------------------------------------------------------------------
 
 Result UsbDevice::GetDeviceStatus(const SetupPacket&, ByteView, Bytes& answer) {
   answer = {kSelfPoweredStatus, 0};
@@ -217,8 +216,7 @@ Result UsbDevice::SetInterface(const SetupPacket& setup, ByteView, Bytes&) {
   return kDone;
 }
 
-// ---- Class requests
-// ------------------------------------------------------------------------------
+// ---- Class requests --------------------------------------------------------------------------
 
 // A report with an ID travels with it; a report without one travels without the byte that stands
 // for it in the machine.

@@ -3,7 +3,8 @@
 
 #include "platform/linux/node_registry.h"
 #include "platform/linux/sysfs.h"
-#include "platform/system/wide_text.h"
+#include "platform/system/property_text.h"
+#include "platform/unicode.h"
 
 namespace qzhid::platform {
 
@@ -47,7 +48,7 @@ Status GetDeviceIdA(DevInst node, std::size_t capacity, std::string& id) {
 Status GetDeviceIdW(DevInst node, std::size_t capacity, std::wstring& id) {
   std::string narrow;
   Status status = GetDeviceIdA(node, capacity, narrow);
-  if (status) id = ToWide(narrow);
+  if (status) id = WideFromUtf8(narrow);
   return status;
 }
 

@@ -1,12 +1,12 @@
 #include "platform/linux/hid_path.h"
 
 #include "platform/linux/sysfs_names.h"
-#include "platform/system/wide_text.h"
+#include "platform/unicode.h"
 
 namespace qzhid::platform {
 
 std::wstring HidPath(const std::string& deviceFile, DevInst node) {
-  return ToWide(deviceFile + '#' + std::to_string(node));
+  return WideFromUtf8(deviceFile + '#' + std::to_string(node));
 }
 
 bool ParseHidPath(const std::wstring& path, std::string& deviceFile, DevInst& node) {

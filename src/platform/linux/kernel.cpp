@@ -54,8 +54,8 @@ HostDescription DescribeHost() {
   return description;
 }
 
-// Linux has no channel to an attached debugger; what everybody reads, such as standard error or the
-// system's log, belongs to the host.
+// Linux has no channel to an attached debugger, and what everybody can read, such as standard error
+// or the system's log, belongs to the host.
 void DebugOutput(const std::wstring&) {}
 
 }  // namespace qzhid::platform

@@ -44,7 +44,7 @@ std::optional<std::string> CSysfsFolder::Read(const char* attribute) const {
   return text;
 }
 
-// Needs no descriptor, so that devices that are known stay known when there are none.
+// Needs no descriptor, so that known devices stay known when no descriptor is left.
 std::uint64_t InstanceOf(const std::string& path) {
   struct stat facts {};
   return stat(path.c_str(), &facts) == 0 ? facts.st_ino : 0;

@@ -62,7 +62,7 @@ bool ParseHidName(std::string_view name, HidPlace& place) {
   return true;
 }
 
-/// Takes over the folder if it is that of a USB interface, below its device's.
+/// Stores the folder if it is that of a USB interface, below its device's.
 bool ParseInterfaceFolder(std::string_view folder, HidPlace& place) {
   const std::string_view name = LastPart(folder), device = FolderOf(folder);
   std::string_view number = name.substr(std::min(name.size(), name.find(':')));
@@ -110,7 +110,7 @@ std::string_view WithoutAutomaticNumber(std::string_view name) {
   return numbered.substr(0, dot);
 }
 
-/// One component of a controller's folder. Bus numbers of PCI bridges are left out: they change.
+/// One component of a controller's folder. Bus numbers of PCI bridges are omitted: they change.
 std::string ControllerStep(std::string_view name) {
   if (auto step = PciRootStep(name)) return *step;
   if (auto step = PciStep(name)) return *step;

@@ -1,6 +1,7 @@
 // Parents, ids and properties of device nodes.
 #include "platform/platform.h"
-#include "platform/system/wide_text.h"
+#include "platform/system/property_text.h"
+#include "platform/unicode.h"
 #include "platform/virtual/error_codes.h"
 #include "platform/virtual/machine.h"
 
@@ -62,7 +63,7 @@ Status GetParent(DevInst node, DevInst& parent) {
 
 Status GetDeviceIdA(DevInst node, std::size_t capacity, std::string& id) {
   return CallForNode(node, Service::GetDeviceIdA, [&](const Node& found) -> Result {
-    std::string narrow = ToNarrow(ToWide(found.deviceId));
+    std::string narrow = ToNarrow(WideFromUtf8(found.deviceId));
     if (narrow.size() + 1 > capacity) return {Error::TextTooLong};
     id = std::move(narrow);
     return {};
@@ -71,7 +72,7 @@ Status GetDeviceIdA(DevInst node, std::size_t capacity, std::string& id) {
 
 Status GetDeviceIdW(DevInst node, std::size_t capacity, std::wstring& id) {
   return CallForNode(node, Service::GetDeviceIdW, [&](const Node& found) -> Result {
-    std::wstring wide = ToWide(found.deviceId);
+    std::wstring wide = WideFromUtf8(found.deviceId);
     if (Utf16Units(wide) + 1 > capacity) return {Error::TextTooLong};
     id = std::move(wide);
     return {};

@@ -2,7 +2,8 @@
 #include <string_view>
 
 #include "platform/platform.h"
-#include "platform/system/wide_text.h"
+#include "platform/system/property_text.h"
+#include "platform/unicode.h"
 #include "platform/virtual/error_codes.h"
 #include "platform/virtual/machine.h"
 #include "platform/virtual/open_handle.h"
@@ -37,7 +38,7 @@ namespace {
 
 constexpr std::uint32_t kProductTextIndex = 52;
 
-// The node in an interface path, 0 when the text is no such path.
+// The node in an interface path, 0 when the text is not such a path.
 DevInst NodeOfPath(const std::wstring& path) {
   constexpr std::wstring_view kPrefix = L"virtualhub:";
   constexpr std::size_t kMostDigits = 9;
@@ -121,7 +122,7 @@ OpenStatus GetIndexedString(const HidDevice& device, std::uint32_t index, std::s
                                       [&](const virtualhub::DeviceConfig& config) -> Result {
                                         if (index != kProductTextIndex || !config.productText)
                                           return {Error::Stall};
-                                        std::wstring found = ToWide(*config.productText);
+                                        std::wstring found = WideFromUtf8(*config.productText);
                                         if ((Utf16Units(found) + 1) * 2 > capacity)
                                           return {Error::StringTooLong};
                                         text = std::move(found);

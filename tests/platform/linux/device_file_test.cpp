@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "platform/code_of.h"
 #include "platform/linux/hidraw_requests.h"
 #include "platform/linux/kernel_double.h"
 
@@ -19,8 +20,6 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using Bytes = std::vector<std::uint8_t>;
-
-std::uint32_t CodeOf(const Status& status) { return status ? 0 : status.code; }
 
 /// The request that the double knows the reports by, before it looks at them.
 constexpr auto kProbe = HIDIOCGINPUT(2);
@@ -44,18 +43,18 @@ class DeviceFileTest : public ::testing::Test {
     NodeSet set;
     DeviceInterface found;
     std::wstring path;
-    EXPECT_EQ(0u, CodeOf(OpenNodeSet(HidClassGuid(), set)));
-    EXPECT_EQ(0u, CodeOf(FirstInterface(set, 0, found)));
-    EXPECT_EQ(0u, CodeOf(InterfacePath(set, found, path)));
+    EXPECT_EQ(0, CodeOf(OpenNodeSet(HidClassGuid(), set)));
+    EXPECT_EQ(0, CodeOf(FirstInterface(set, 0, found)));
+    EXPECT_EQ(0, CodeOf(InterfacePath(set, found, path)));
     return path;
   }
   HidDevice Open() {
     HidDevice device;
-    EXPECT_EQ(0u, CodeOf(OpenHidDevice(InterfaceOfFirst(), device)));
+    EXPECT_EQ(0, CodeOf(OpenHidDevice(InterfaceOfFirst(), device)));
     return device;
   }
   /// How opening fails: code and remark.
-  std::pair<std::uint32_t, std::string> Failure() {
+  std::pair<int, std::string> Failure() {
     HidDevice device;
     const OpenStatus status = OpenHidDevice(InterfaceOfFirst(), device);
     EXPECT_EQ(status.ok, device != nullptr);
@@ -70,8 +69,8 @@ class DeviceFileTest : public ::testing::Test {
 };
 
 TEST_F(DeviceFileTest, AnotherFileThanThatOfTheNodeIsNotOpened) {
-  EXPECT_EQ(std::pair(0u, std::string()), Failure());
-  const auto noDevice = std::pair(static_cast<std::uint32_t>(ENODEV), std::string());
+  EXPECT_EQ(std::pair(0, std::string()), Failure());
+  const auto noDevice = std::pair(ENODEV, std::string());
   fs::remove(file);
   fs::create_symlink("/dev/urandom", file);
   EXPECT_EQ(noDevice, Failure());
@@ -79,40 +78,41 @@ TEST_F(DeviceFileTest, AnotherFileThanThatOfTheNodeIsNotOpened) {
   kernel.Write("/dev/hidraw3", "");
   EXPECT_EQ(noDevice, Failure()) << "no device file at all";
   fs::remove(file);
-  EXPECT_EQ(std::pair(static_cast<std::uint32_t>(ENOENT), std::string()), Failure());
+  EXPECT_EQ(std::pair(ENOENT, std::string()), Failure());
 }
 
 TEST_F(DeviceFileTest, APathThatNamesNoPresentNodeIsNotOpened) {
   const std::wstring path = InterfaceOfFirst();
   HidDevice device;
   const std::wstring number = path.substr(path.find(L'#'));
-  EXPECT_EQ(static_cast<std::uint32_t>(ENOENT), CodeOf(OpenHidDevice(L"/dev/hidraw3", device)));
-  EXPECT_EQ(static_cast<std::uint32_t>(ENODEV),
-            CodeOf(OpenHidDevice(L"/dev/hidraw4" + number, device)));
+  EXPECT_EQ(ENOENT, CodeOf(OpenHidDevice(L"/dev/hidraw3", device)));
+  EXPECT_EQ(ENODEV, CodeOf(OpenHidDevice(L"/dev/hidraw4" + number, device)));
   kernel.Unplug("1");
-  EXPECT_EQ(static_cast<std::uint32_t>(ENODEV), CodeOf(OpenHidDevice(path, device)));
+  EXPECT_EQ(ENODEV, CodeOf(OpenHidDevice(path, device)));
 }
 
-TEST_F(DeviceFileTest, AFileWithoutPermissionIsNamed) {
-  fs::remove(file);
-  kernel.Write("/dev/hidraw3", "");
-  fs::permissions(file, fs::perms::none);
+TEST_F(DeviceFileTest, AFileWithoutPermissionToReadAndWriteIsNamed) {
   fs::permissions(kernel.Path(""), fs::perms::all);
   constexpr uid_t kNobody = 65534;
   const uid_t user = geteuid();
-  ASSERT_EQ(0, seteuid(user == 0 ? kNobody : user)) << "root needs no permission";
-  const auto failure = Failure();
-  ASSERT_EQ(0, seteuid(user));
-  EXPECT_EQ(std::pair(static_cast<std::uint32_t>(EACCES), "No permission for " + file), failure);
+  for (const fs::perms permissions : {fs::perms::none, fs::perms(0444)}) {
+    fs::remove(file);
+    kernel.Write("/dev/hidraw3", "");
+    fs::permissions(file, permissions);
+    ASSERT_EQ(0, seteuid(user == 0 ? kNobody : user)) << "root needs no permission";
+    const auto failure = Failure();
+    ASSERT_EQ(0, seteuid(user));
+    EXPECT_EQ(std::pair(EACCES, "No permission for " + file), failure);
+  }
 }
 
 TEST_F(DeviceFileTest, AKernelWithoutTheReportRequestsIsNamed) {
   const std::string remark = "The kernel cannot send reports to hubs, update it to Linux 5.11";
-  const std::tuple<int, std::uint32_t, std::string> rows[] = {{EFAULT, 0, ""},
-                                                              {0, 0, ""},
-                                                              {EINVAL, ENOSYS, remark},
-                                                              {ENOTTY, ENOSYS, remark},
-                                                              {ENODEV, ENODEV, ""}};
+  const std::tuple<int, int, std::string> rows[] = {{EFAULT, 0, ""},
+                                                    {0, 0, ""},
+                                                    {EINVAL, ENOSYS, remark},
+                                                    {ENOTTY, ENOSYS, remark},
+                                                    {ENODEV, ENODEV, ""}};
   for (const auto& [answered, code, text] : rows) {
     probe = answered;
     EXPECT_EQ(std::pair(code, text), Failure());
@@ -154,8 +154,8 @@ TEST_F(DeviceFileTest, ReportsGoWithTheRequestOfTheirLengthAndAreTriedAgainAfter
     requests.push_back(request);
     return requests.size() % 2 == 1 ? -EINTR : 5;
   };
-  EXPECT_EQ(0u, CodeOf(SetOutputReport(device, report, 300)));
-  EXPECT_EQ(0u, CodeOf(GetInputReport(device, report, 2)));
+  EXPECT_EQ(0, CodeOf(SetOutputReport(device, report, 300)));
+  EXPECT_EQ(0, CodeOf(GetInputReport(device, report, 2)));
   EXPECT_THAT(requests, ElementsAre(HIDIOCSOUTPUT(300), HIDIOCSOUTPUT(300), HIDIOCGINPUT(2),
                                     HIDIOCGINPUT(2)));
 }
@@ -164,23 +164,22 @@ TEST_F(DeviceFileTest, ReportsThatNoRequestCanCarryAreRejectedAndCodesPassedOn) 
   const HidDevice device = Open();
   const std::uint32_t longest = (1u << 14) - 1;
   Bytes report(longest + 1);
-  EXPECT_EQ(0u, CodeOf(SetOutputReport(device, report.data(), longest)));
-  EXPECT_EQ(0u, CodeOf(GetInputReport(device, report.data(), 1)));
+  EXPECT_EQ(0, CodeOf(SetOutputReport(device, report.data(), longest)));
+  EXPECT_EQ(0, CodeOf(GetInputReport(device, report.data(), 1)));
   answer = [](auto...) { return -EPIPE; };
-  const std::uint32_t invalid = EINVAL, stalled = EPIPE;
   for (const std::uint32_t length : {0u, longest + 1}) {
-    EXPECT_EQ(invalid, CodeOf(SetOutputReport(device, report.data(), length)));
-    EXPECT_EQ(invalid, CodeOf(GetInputReport(device, report.data(), length)));
+    EXPECT_EQ(EINVAL, CodeOf(SetOutputReport(device, report.data(), length)));
+    EXPECT_EQ(EINVAL, CodeOf(GetInputReport(device, report.data(), length)));
   }
-  EXPECT_EQ(stalled, CodeOf(SetOutputReport(device, report.data(), 1)));
-  EXPECT_EQ(stalled, CodeOf(GetInputReport(device, report.data(), longest)));
+  EXPECT_EQ(EPIPE, CodeOf(SetOutputReport(device, report.data(), 1)));
+  EXPECT_EQ(EPIPE, CodeOf(GetInputReport(device, report.data(), longest)));
 }
 
 TEST_F(DeviceFileTest, TheReportDescriptorIsReadInItsSizeOrFailsWithTheKernelsCode) {
   const Bytes descriptor = {0x75, 8, 0x95, 4, 0x91, 2, 0x95, 8, 0x81, 2};
   const struct {
     int size, sizeResult, result;  // what the kernel answers
-    std::uint32_t code;
+    int code;
   } rows[] = {{10, 0, 0, 0},       {10, -EIO, 0, EIO},    {10, 0, -EIO, EIO},
               {-1, 0, 0, EBADMSG}, {4097, 0, 0, EBADMSG}, {9, 0, 0, EBADMSG}};
   const HidDevice device = Open();
@@ -214,7 +213,7 @@ struct StringRequest {
 class UsbStringTest : public DeviceFileTest {
  protected:
   /// Asks for string 52; the code. The device is asked exactly these requests.
-  std::uint32_t Ask(const std::vector<StringRequest>& expected, std::size_t capacity = 512) {
+  int Ask(const std::vector<StringRequest>& expected, std::size_t capacity = 512) {
     std::size_t asked = 0;
     answer = [&](unsigned long request, void* argument) {
       EXPECT_EQ(USBDEVFS_CONTROL, request);
@@ -231,7 +230,7 @@ class UsbStringTest : public DeviceFileTest {
       return row.failure != 0 ? -row.failure : static_cast<int>(row.descriptor.size());
     };
     text = L"kept";
-    const std::uint32_t code = CodeOf(GetIndexedString(device, 52, capacity, text));
+    const int code = CodeOf(GetIndexedString(device, 52, capacity, text));
     EXPECT_EQ(expected.size(), asked);
     EXPECT_EQ(code == 0 ? L"ab" : L"kept", text);
     return code;
@@ -243,42 +242,39 @@ class UsbStringTest : public DeviceFileTest {
 };
 
 TEST_F(UsbStringTest, AStringIsAskedInTheFirstLanguageOfTheDeviceOrInEnglish) {
-  const std::uint32_t malformed = EBADMSG, failed = EIO;
-  EXPECT_EQ(0u, Ask({{0x0300, 0, german}, {0x0334, 0x0407, ab}}));
-  EXPECT_EQ(0u, Ask({{0x0300, 0, {2, 3}}, {0x0334, 0x0409, ab}}));
-  EXPECT_EQ(0u, Ask({{0x0300, 0, {}, EPIPE}, {0x0334, 0x0409, ab}}));
-  EXPECT_EQ(failed, Ask({{0x0300, 0, {}, EIO}}));
-  EXPECT_EQ(failed, Ask({{0x0300, 0, german}, {0x0334, 0x0407, {}, EIO}}));
-  EXPECT_EQ(malformed, Ask({{0x0300, 0, german}, {0x0334, 0x0407, {6, 2, 'a', 0, 'b', 0}}}));
-  EXPECT_EQ(malformed, Ask({{0x0300, 0, german}, {0x0334, 0x0407, {6, 3, 'a', 0}}}));
+  EXPECT_EQ(0, Ask({{0x0300, 0, german}, {0x0334, 0x0407, ab}}));
+  EXPECT_EQ(0, Ask({{0x0300, 0, {2, 3}}, {0x0334, 0x0409, ab}}));
+  EXPECT_EQ(0, Ask({{0x0300, 0, {}, EPIPE}, {0x0334, 0x0409, ab}}));
+  EXPECT_EQ(EIO, Ask({{0x0300, 0, {}, EIO}}));
+  EXPECT_EQ(EIO, Ask({{0x0300, 0, german}, {0x0334, 0x0407, {}, EIO}}));
+  EXPECT_EQ(EBADMSG, Ask({{0x0300, 0, german}, {0x0334, 0x0407, {6, 2, 'a', 0, 'b', 0}}}));
+  EXPECT_EQ(EBADMSG, Ask({{0x0300, 0, german}, {0x0334, 0x0407, {6, 3, 'a', 0}}}));
 }
 
 TEST_F(UsbStringTest, AStringMustFitItsCapacityWithItsTerminator) {
-  EXPECT_EQ(0u, Ask({{0x0300, 0, german}, {0x0334, 0x0407, ab}}, 6));
-  EXPECT_EQ(static_cast<std::uint32_t>(ENOBUFS),
-            Ask({{0x0300, 0, german}, {0x0334, 0x0407, ab}}, 5));
+  EXPECT_EQ(0, Ask({{0x0300, 0, german}, {0x0334, 0x0407, ab}}, 6));
+  EXPECT_EQ(ENOBUFS, Ask({{0x0300, 0, german}, {0x0334, 0x0407, ab}}, 5));
 }
 
 TEST_F(UsbStringTest, AnIndexOfNoStringIsRejectedWithoutARequest) {
   answer = [](auto...) { return ADD_FAILURE() << "a request", 0; };
   for (const std::uint32_t index : {0u, 256u}) {
-    EXPECT_EQ(static_cast<std::uint32_t>(EINVAL),
-              CodeOf(GetIndexedString(device, index, 512, text)));
+    EXPECT_EQ(EINVAL, CodeOf(GetIndexedString(device, index, 512, text)));
   }
   kernel.Unplug("1");
-  EXPECT_EQ(static_cast<std::uint32_t>(ENODEV), CodeOf(GetIndexedString(device, 52, 512, text)));
+  EXPECT_EQ(ENODEV, CodeOf(GetIndexedString(device, 52, 512, text)));
 }
 
 TEST_F(UsbStringTest, AnotherDeviceThatHasTheUsbFileIsNotAsked) {
   answer = [](auto...) { return ADD_FAILURE() << "a request", 0; };
   fs::remove(usbFile);
   fs::create_symlink("/dev/urandom", usbFile);
-  EXPECT_EQ(static_cast<std::uint32_t>(ENODEV), CodeOf(GetIndexedString(device, 52, 512, text)));
+  EXPECT_EQ(ENODEV, CodeOf(GetIndexedString(device, 52, 512, text)));
 }
 
 TEST(ReportEvent, DoesNotWaitAndIsNotInherited) {
   Event event;
-  EXPECT_EQ(0u, CodeOf(CreateReportEvent(event)));
+  EXPECT_EQ(0, CodeOf(CreateReportEvent(event)));
   EXPECT_TRUE(event);
 }
 

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <filesystem>
 
+#include "platform/code_of.h"
 #include "platform/linux/kernel_double.h"
 #include "platform/linux/node_registry.h"
 #include "platform/linux/sysfs.h"
@@ -18,9 +19,6 @@ namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// The error code; 0 after success.
-std::uint32_t CodeOf(const Status& status) { return status ? 0 : status.code; }
-
 /// A list of strings without its terminators, separated by spaces.
 std::string Flat(const std::wstring& text) {
   std::string flat;
@@ -32,7 +30,7 @@ class DeviceTreeTest : public ::testing::Test {
  protected:
   static NodeSet OpenSet() {
     NodeSet set;
-    EXPECT_EQ(0u, CodeOf(OpenNodeSet(HidClassGuid(), set)));
+    EXPECT_EQ(0, CodeOf(OpenNodeSet(HidClassGuid(), set)));
     return set;
   }
   static std::vector<DevInst> List() {
@@ -58,7 +56,7 @@ class DeviceTreeTest : public ::testing::Test {
   }
   static DevInst ParentOf(DevInst node) {
     DevInst parent = 0;
-    EXPECT_EQ(0u, CodeOf(GetParent(node, parent)));
+    EXPECT_EQ(0, CodeOf(GetParent(node, parent)));
     return parent;
   }
   /// A plain hub with other attributes.
@@ -101,7 +99,7 @@ TEST_F(DeviceTreeTest, ASystemWithoutTheHidrawClassHasNoNodesAndOneWithoutSysfsF
   fs::remove(kernel.Path("/sys/class/hidraw"));
   EXPECT_THAT(List(), IsEmpty());
   fs::remove_all(kernel.Path("/sys/class"));
-  EXPECT_EQ(static_cast<std::uint32_t>(ENOENT), CodeOf(OpenNodeSet(HidClassGuid(), set)));
+  EXPECT_EQ(ENOENT, CodeOf(OpenNodeSet(HidClassGuid(), set)));
   EXPECT_FALSE(set);
 }
 
@@ -109,8 +107,8 @@ TEST_F(DeviceTreeTest, ASetOfAnotherClassIsEmpty) {
   kernel.Plug({.ports = "1"});
   NodeSet set;
   DevInst node = 0;
-  EXPECT_EQ(0u, CodeOf(OpenNodeSet({}, set)));
-  EXPECT_EQ(static_cast<std::uint32_t>(ENOENT), CodeOf(EnumNode(set, 0, node)));
+  EXPECT_EQ(0, CodeOf(OpenNodeSet({}, set)));
+  EXPECT_EQ(ENOENT, CodeOf(EnumNode(set, 0, node)));
 }
 
 TEST_F(DeviceTreeTest, ASetEndsAfterItsLastNodeAndWithItsClosing) {
@@ -119,20 +117,19 @@ TEST_F(DeviceTreeTest, ASetEndsAfterItsLastNodeAndWithItsClosing) {
   DeviceInterface found;
   DevInst node = 0;
   std::wstring path;
-  EXPECT_EQ(0u, CodeOf(FirstInterface(set, 0, found)));
+  EXPECT_EQ(0, CodeOf(FirstInterface(set, 0, found)));
   EXPECT_EQ(List(), std::vector<DevInst>{found.devInst});
   EXPECT_EQ(0u, found.node);
-  EXPECT_EQ(0u, CodeOf(InterfacePath(set, found, path)));
+  EXPECT_EQ(0, CodeOf(InterfacePath(set, found, path)));
   EXPECT_EQ(kernel.Path("/dev/hidraw4#") + std::to_string(found.devInst), ToNarrow(path));
-  const std::uint32_t none = ENOENT, closed = EBADF, gone = ENODEV;
-  EXPECT_EQ(none, CodeOf(EnumNode(set, 1, node)));
-  EXPECT_EQ(none, CodeOf(FirstInterface(set, 1, found)));
-  EXPECT_EQ(none, CodeOf(InterfacePath(set, {1, 0}, path)));
+  EXPECT_EQ(ENOENT, CodeOf(EnumNode(set, 1, node)));
+  EXPECT_EQ(ENOENT, CodeOf(FirstInterface(set, 1, found)));
+  EXPECT_EQ(ENOENT, CodeOf(InterfacePath(set, {1, 0}, path)));
   kernel.Unplug("1");
-  EXPECT_EQ(gone, CodeOf(InterfacePath(set, found, path)));
-  EXPECT_EQ(0u, CodeOf(CloseNodeSet(set)));
-  EXPECT_EQ(closed, CodeOf(CloseNodeSet(set)));
-  EXPECT_EQ(closed, CodeOf(EnumNode(set, 0, node)));
+  EXPECT_EQ(ENODEV, CodeOf(InterfacePath(set, found, path)));
+  EXPECT_EQ(0, CodeOf(CloseNodeSet(set)));
+  EXPECT_EQ(EBADF, CodeOf(CloseNodeSet(set)));
+  EXPECT_EQ(EBADF, CodeOf(EnumNode(set, 0, node)));
 }
 
 TEST_F(DeviceTreeTest, EachNodeUpToTheRootHubHasItsIdsItsPlaceAndItsAddress) {
@@ -161,11 +158,11 @@ TEST_F(DeviceTreeTest, EachNodeUpToTheRootHubHasItsIdsItsPlaceAndItsAddress) {
     EXPECT_EQ(row.hardwareIds, TextOf(node, HardwareIds));
     EXPECT_EQ(row.info, TextOf(node, LocationInfo));
     EXPECT_EQ(row.path, TextOf(node, LocationPaths));
-    EXPECT_EQ(row.address == 0 ? ENOENT : 0u, CodeOf(GetAddressProperty(node, address)));
+    EXPECT_EQ(row.address == 0 ? ENOENT : 0, CodeOf(GetAddressProperty(node, address)));
     EXPECT_EQ(row.address, address);
     const DevInst child = node;
     const bool isTop = row.id.find("ROOT") != std::string::npos;
-    EXPECT_EQ(isTop ? ENOENT : 0u, CodeOf(GetParent(child, node)));
+    EXPECT_EQ(isTop ? ENOENT : 0, CodeOf(GetParent(child, node)));
   }
 }
 
@@ -214,7 +211,7 @@ TEST_F(DeviceTreeTest, ANodeOnAnotherBusHasItsHidNameAndNoParent) {
   EXPECT_THAT(ListedIds(), ElementsAre("HID\\VID_1234&PID_5678\\0005:1234:5678.0001"));
   EXPECT_EQ("HID\\VID_1234&PID_5678", TextOf(List().at(0), TextProperty::HardwareIds));
   DevInst parent = 0;
-  EXPECT_EQ(static_cast<std::uint32_t>(ENOENT), CodeOf(GetParent(List().at(0), parent)));
+  EXPECT_EQ(ENOENT, CodeOf(GetParent(List().at(0), parent)));
 }
 
 TEST_F(DeviceTreeTest, TextsMustFitTheirCapacityWithTheirTerminators) {
@@ -222,18 +219,17 @@ TEST_F(DeviceTreeTest, TextsMustFitTheirCapacityWithTheirTerminators) {
   const DevInst node = List().at(0);
   const std::size_t id = IdOf(node).size() + 1;
   const std::size_t list = (TextOf(node, TextProperty::HardwareIds).size() + 2) * 2;
-  const std::uint32_t tooSmall = ENOBUFS;
   std::string narrow = "kept";
   std::wstring wide = L"kept";
-  EXPECT_EQ(tooSmall, CodeOf(GetDeviceIdA(node, id - 1, narrow)));
-  EXPECT_EQ(tooSmall, CodeOf(GetDeviceIdW(node, id - 1, wide)));
-  EXPECT_EQ(tooSmall, CodeOf(GetTextProperty(node, TextProperty::HardwareIds, list - 1, wide)));
+  EXPECT_EQ(ENOBUFS, CodeOf(GetDeviceIdA(node, id - 1, narrow)));
+  EXPECT_EQ(ENOBUFS, CodeOf(GetDeviceIdW(node, id - 1, wide)));
+  EXPECT_EQ(ENOBUFS, CodeOf(GetTextProperty(node, TextProperty::HardwareIds, list - 1, wide)));
   EXPECT_EQ("kept", narrow);
   EXPECT_EQ(L"kept", wide);
-  EXPECT_EQ(0u, CodeOf(GetDeviceIdA(node, id, narrow)));
-  EXPECT_EQ(0u, CodeOf(GetDeviceIdW(node, id, wide)));
+  EXPECT_EQ(0, CodeOf(GetDeviceIdA(node, id, narrow)));
+  EXPECT_EQ(0, CodeOf(GetDeviceIdW(node, id, wide)));
   EXPECT_EQ(narrow, ToNarrow(wide));
-  EXPECT_EQ(0u, CodeOf(GetTextProperty(node, TextProperty::HardwareIds, list, wide)));
+  EXPECT_EQ(0, CodeOf(GetTextProperty(node, TextProperty::HardwareIds, list, wide)));
 }
 
 TEST_F(DeviceTreeTest, ANumberStandsForOneStayAndIsNeverUsedAgain) {
@@ -257,17 +253,16 @@ TEST_F(DeviceTreeTest, NothingIsKnownOfANodeThatIsNotPresent) {
   kernel.Plug({.ports = "1"});
   const DevInst gone = List().at(0);
   kernel.Unplug("1");
-  const std::uint32_t noDevice = ENODEV;
   for (const DevInst node : {gone, DevInst{0}, DevInst{0x7FFFFFFF}}) {
     DevInst parent = 77;
     std::uint32_t address = 77;
     std::string narrow;
     std::wstring wide;
-    EXPECT_EQ(noDevice, CodeOf(GetParent(node, parent)));
-    EXPECT_EQ(noDevice, CodeOf(GetDeviceIdA(node, 200, narrow)));
-    EXPECT_EQ(noDevice, CodeOf(GetDeviceIdW(node, 200, wide)));
-    EXPECT_EQ(noDevice, CodeOf(GetTextProperty(node, TextProperty::HardwareIds, 4096, wide)));
-    EXPECT_EQ(noDevice, CodeOf(GetAddressProperty(node, address)));
+    EXPECT_EQ(ENODEV, CodeOf(GetParent(node, parent)));
+    EXPECT_EQ(ENODEV, CodeOf(GetDeviceIdA(node, 200, narrow)));
+    EXPECT_EQ(ENODEV, CodeOf(GetDeviceIdW(node, 200, wide)));
+    EXPECT_EQ(ENODEV, CodeOf(GetTextProperty(node, TextProperty::HardwareIds, 4096, wide)));
+    EXPECT_EQ(ENODEV, CodeOf(GetAddressProperty(node, address)));
     EXPECT_EQ(77u, parent);
     EXPECT_EQ(77u, address);
   }
@@ -285,9 +280,9 @@ TEST_F(DeviceTreeTest, AnotherDeviceThatCameWhileOneWasReadIsNotTakenForIt) {
     return ReadUsbNode(folder, node);
   };
   const std::string folder = kernel.Path(kernel.UsbFolder("1"));
-  EXPECT_EQ(static_cast<std::uint32_t>(ENODEV), CodeOf(registry.NumberOf(folder, replace, number)));
+  EXPECT_EQ(ENODEV, CodeOf(registry.NumberOf(folder, replace, number)));
   EXPECT_EQ(0u, number);
-  EXPECT_EQ(0u, CodeOf(registry.NumberOf(folder, &ReadUsbNode, number)));
+  EXPECT_EQ(0, CodeOf(registry.NumberOf(folder, &ReadUsbNode, number)));
   EXPECT_EQ(1u, number);
 }
 

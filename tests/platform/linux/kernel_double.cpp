@@ -127,7 +127,8 @@ int KernelDouble::Answer(unsigned deviceFile, unsigned long request, void* argum
       return present.device.requests(request, argument);
     }
   }
-  return -ENODEV;
+  const bool wasPlugged = deviceFile > 0 && deviceFile < g_kernel->plugged_;
+  return wasPlugged ? -ENODEV : -ENOTTY;
 }
 
 int AnswerRequest(int file, unsigned long request, void* argument) {

@@ -1,4 +1,4 @@
-// Files and texts of a Linux system, as both backends use them.
+// Files of a Linux system, as both backends use them.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -10,16 +10,14 @@
 #include <filesystem>
 #include <fstream>
 
+#include "platform/code_of.h"
 #include "platform/platform.h"
-#include "platform/system/wide_text.h"
 
 namespace qzhid::platform::test {
 
 namespace {
 
 namespace fs = std::filesystem;
-
-std::uint32_t CodeOf(const Status& status) { return status ? 0 : status.code; }
 
 bool IsPending(int signal) {
   sigset_t pending;
@@ -51,7 +49,7 @@ TEST_F(SystemTest, OnlyARegularFileIsReadAndNothingElseIsOpened) {
   fs::create_symlink("/dev/zero", Path("device"));
   ASSERT_EQ(0, mkfifo(Path("fifo").c_str(), 0600));  // opening it would wait
   ASSERT_EQ(0, mknod(Path("socket").c_str(), S_IFSOCK | 0600, 0));
-  const std::pair<std::string, std::uint32_t> rows[] = {
+  const std::pair<std::string, int> rows[] = {
       {Path("file"), 0},           {Path("link"), 0},
       {Path("folder"), EISDIR},    {Path("device"), EINVAL},
       {Path("fifo"), EINVAL},      {Path("socket"), EINVAL},
@@ -67,7 +65,7 @@ TEST_F(SystemTest, OnlyARegularFileIsReadAndNothingElseIsOpened) {
 TEST_F(SystemTest, ATextFileReplacesWhatWasThereAndIsNotInherited) {
   std::ofstream(Path("log")) << "a longer earlier text";
   TextFile file;
-  EXPECT_EQ(0u, CodeOf(CreateTextFile(Path("log").c_str(), file)));
+  EXPECT_EQ(0, CodeOf(CreateTextFile(Path("log").c_str(), file)));
   WriteTextFile(file, "one\n");
   WriteTextFile(file, "");
   WriteTextFile(file, "two\n");
@@ -78,8 +76,8 @@ TEST_F(SystemTest, ATextFileReplacesWhatWasThereAndIsNotInherited) {
     const int number = std::stoi(entry.path().filename().string());
     EXPECT_EQ(FD_CLOEXEC, fcntl(number, F_GETFD));
   }
-  EXPECT_EQ(0u, CodeOf(CloseTextFile(file)));
-  EXPECT_EQ(static_cast<std::uint32_t>(EBADF), CodeOf(CloseTextFile(file)));
+  EXPECT_EQ(0, CodeOf(CloseTextFile(file)));
+  EXPECT_EQ(EBADF, CodeOf(CloseTextFile(file)));
   WriteTextFile(file, "three\n");
   EXPECT_EQ("one\ntwo\n", Contents("log"));
 }
@@ -87,8 +85,8 @@ TEST_F(SystemTest, ATextFileReplacesWhatWasThereAndIsNotInherited) {
 TEST_F(SystemTest, ATextFileThatCannotBeCreatedFailsAtOnce) {
   ASSERT_EQ(0, mkfifo(Path("fifo").c_str(), 0600));
   TextFile file;
-  EXPECT_EQ(static_cast<std::uint32_t>(ENXIO), CodeOf(CreateTextFile(Path("fifo").c_str(), file)));
-  EXPECT_EQ(static_cast<std::uint32_t>(EISDIR), CodeOf(CreateTextFile(folder.c_str(), file)));
+  EXPECT_EQ(ENXIO, CodeOf(CreateTextFile(Path("fifo").c_str(), file)));
+  EXPECT_EQ(EISDIR, CodeOf(CreateTextFile(folder.c_str(), file)));
   EXPECT_FALSE(file);
 }
 
@@ -99,7 +97,7 @@ TEST_F(SystemTest, WhatCannotBeWrittenRaisesNoSignalAndKeepsTheSignalsOfTheHost)
   sigaddset(&pipes, SIGPIPE);
   const int reader = open(Path("fifo").c_str(), O_RDONLY | O_NONBLOCK);
   TextFile file;
-  ASSERT_EQ(0u, CodeOf(CreateTextFile(Path("fifo").c_str(), file)));
+  ASSERT_EQ(0, CodeOf(CreateTextFile(Path("fifo").c_str(), file)));
   close(reader);
   WriteTextFile(file, "nobody reads this\n");  // SIGPIPE would end the process
 
@@ -121,7 +119,7 @@ TEST_F(SystemTest, WhatCannotBeWrittenRaisesNoSignalAndKeepsTheSignalsOfTheHost)
 
 TEST_F(SystemTest, AFileThatReachesItsLimitKeepsWhatFits) {
   TextFile file;
-  ASSERT_EQ(0u, CodeOf(CreateTextFile(Path("log").c_str(), file)));
+  ASSERT_EQ(0, CodeOf(CreateTextFile(Path("log").c_str(), file)));
   rlimit before{};
   getrlimit(RLIMIT_FSIZE, &before);
   rlimit small = before;
@@ -131,30 +129,6 @@ TEST_F(SystemTest, AFileThatReachesItsLimitKeepsWhatFits) {
   WriteTextFile(file, "12345678\n");  // SIGXFSZ would end the process
   setrlimit(RLIMIT_FSIZE, &before);
   EXPECT_EQ("12345678\n1", Contents("log"));
-}
-
-TEST(NarrowText, IsUtf8AtEveryLengthAndAQuestionMarkForWhatIsNoCharacter) {
-  const std::pair<std::wstring, std::string> rows[] = {
-      {L"\x7F", "\x7F"},
-      {L"\x80", "\xC2\x80"},
-      {L"\x7FF", "\xDF\xBF"},
-      {L"\x800", "\xE0\xA0\x80"},
-      {L"\xFFFF", "\xEF\xBF\xBF"},
-      {std::wstring(1, 0x10000), "\xF0\x90\x80\x80"},
-      {std::wstring(1, 0x10FFFF), "\xF4\x8F\xBF\xBF"},
-      {std::wstring(1, 0x110000), "?"},
-      {std::wstring(1, static_cast<wchar_t>(0xD800)), "?"},
-      {std::wstring(1, static_cast<wchar_t>(0xDFFF)), "?"}};
-  for (const auto& [wide, narrow] : rows) {
-    EXPECT_EQ(narrow, ToNarrow(wide));
-    EXPECT_EQ(narrow == "?" ? L"?" : wide, ToWide(narrow));
-  }
-  EXPECT_EQ(L"a\uFFFDb", ToWide("a\xFF"
-                                "b"));
-  EXPECT_EQ(L"\uFFFDb", ToWide("\xE2\x82"
-                               "b"))
-      << "cut";
-  EXPECT_EQ(3u, Utf16Units(L"a\U0001F50C"));
 }
 
 }  // namespace
