@@ -36,14 +36,17 @@ void* OpenListed(const char* tag, const HidDevRecord& record) {
   finder.AddDev(dev.get());
   dev->SetTopology(ReadText(record.LocationPath, QZ_RECORD_TEXT_UNITS));
   CProxyDriver::Instance().QZ_InitProxyDriver();
-  // Unless the hub answers, what was opened for it is closed again.
-  platform::CScopeGuard closing([] { CRequestCMD::Instance().Yv_CloseDevice(); });
+  // Unless the host gets the handle, it is forgotten and what was opened for it is closed again.
+  void* handle = nullptr;
+  platform::CScopeGuard undoing([&handle] {
+    CHandleTable::Instance().Take(handle);
+    CRequestCMD::Instance().Yv_CloseDevice();
+  });
   if (!finder.WaitDevConnect(dev.get(), kConnectWait)) {
     msg.Log(3, tag, "Open Hid failed\n");
     return nullptr;
   }
-  void* const handle = CHandleTable::Instance().Add(dev);
-  closing.Dismiss();
+  handle = CHandleTable::Instance().Add(dev);
   const auto devInst = static_cast<int>(record.dwInst);
   DebugPrint(L"Open Hid Success, Hid DevInst is %d, DevObject is %p\n", devInst, handle);
   msg.Log(1, tag, "Open Hid Success,Hid DevInst is %d,DevObject is %p\n", devInst, handle);
@@ -52,6 +55,7 @@ void* OpenListed(const char* tag, const HidDevRecord& record) {
             static_cast<int>(result));
   }
   msg.Log(0, tag, "Open Hid Dev is %p\n", handle);
+  undoing.Dismiss();
   return handle;
 }
 
@@ -69,6 +73,10 @@ void* QZ_OpenHid(uint32_t DevInst) {
 void QZ_CloseDev(void* pDev) {
   Run({"QZ_CloseDev", L"QZ CloseDevice", Close, pDev}, 0, [&](const char* tag) {
     CProxyDriver& proxy = CProxyDriver::Instance();
+    // Whatever stops the closing, the device does not stay open.
+    const platform::CScopeGuard closing([&proxy] {
+      if (proxy.IsInitialised()) CRequestCMD::Instance().Yv_CloseDevice();
+    });
     const std::shared_ptr<IDev> dev = CHandleTable::Instance().Take(pDev);
     if (proxy.IsInitialised()) {
       const std::uint32_t result = SetFrequency(kDownFrequency);

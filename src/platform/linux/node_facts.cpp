@@ -7,6 +7,7 @@
 #include "platform/linux/out_endpoint.h"
 #include "platform/linux/sysfs.h"
 #include "platform/linux/sysfs_names.h"
+#include "platform/linux/system_path.h"
 
 namespace qzhid::platform {
 
@@ -105,7 +106,7 @@ bool DescribeHidNode(const std::string& folder, NodeFacts& node, Status& shortag
   if (!self || !place) return false;
   node = {.folder = folder,
           .instance = self.Instance(),
-          .deviceFile = "/dev/" + std::string(LastPart(folder)),
+          .deviceFile = SystemPath("/dev/") + std::string(LastPart(folder)),
           .parentFolder = place->usbFolder,
           .vid = place->vid,
           .pid = place->pid};
@@ -138,7 +139,7 @@ bool DescribeUsbNode(const std::string& folder, NodeFacts& node, Status& shortag
   const std::uint32_t speed = ReadSpeed(rootHub);
   node = {.folder = folder,
           .instance = self.Instance(),
-          .deviceFile = file,
+          .deviceFile = SystemPath(file),
           .locationPath = LocationPath(*place, speed >= kFirstSuperSpeed)};
   if (place->ports.empty()) {
     DescribeRootHub(identity, *place, speed, node);

@@ -1,5 +1,5 @@
 // What the names of folders in sysfs say about a device's place, and the texts made from them. Pure
-// functions of texts.
+// functions of texts, and of SystemPath.
 #pragma once
 
 #include <cstdint>

@@ -1,19 +1,19 @@
 // Requests of several threads to one device.
 #include <thread>
 
-#include "support/library_test.h"
+#include "support/layer_test.h"
 
 namespace qzhid::test {
 namespace {
 
-using RequestConcurrencyTest = OpenTransportTest;
+using RequestsTest = LayerTest;
 
 // Threads read different places of the flash; an answer that another thread's request came in
 // between of would be the wrong one.
-TEST_F(RequestConcurrencyTest, EachRequestGetsItsOwnAnswer) {
+TEST_F(RequestsTest, EachRequestOfManyThreadsGetsItsOwnAnswer) {
   CMsg::Instance().ClearResponders();  // waiting for the lock on the virtual clock logs a lot
+  OpenHub();
   machine->recorder().Stop();
-  CRequestCMD& requests = CRequestCMD::Instance();
   ASSERT_EQ(0u, requests.Yv_VdCmdEnable(kEnableCommands));
   const auto flash = machine->hub("hub").bank(0).contents();
 

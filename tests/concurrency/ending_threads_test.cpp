@@ -29,7 +29,7 @@ void ThrowForeign() {
 class EndingThreadTest : public ApiTest {
  protected:
   EndingThreadTest() {
-    OpenHub("");
+    OpenHub();
     g_progress.clear();
   }
 
@@ -92,13 +92,13 @@ TEST_F(EndingThreadTest, AThreadThatEndsInTheCallbackEndsTheUpdateAsFailedAndRel
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.how);
-    OpenHub("");
+    OpenHub();
     g_progress.clear();
     EXPECT_EQ(row.isEnded ? PTHREAD_CANCELED : nullptr, Update(row.end));
     EXPECT_EQ(row.progress, g_progress);
-    EXPECT_EQ(1u, log.Count({1, "CUniversalFlow::DevUpdate", "Update Fw Fail\n"}));
-    EXPECT_EQ(1u, log.Count({3, "QZ_UpdateDev", row.lastLine}));
-    EXPECT_EQ(0, OpenHandles());
+    EXPECT_EQ(1u, Count({1, "CUniversalFlow::DevUpdate", "Update Fw Fail\n"}));
+    EXPECT_EQ(1u, Count({3, "QZ_UpdateDev", row.lastLine}));
+    EXPECT_EQ(kNoHandles, Handles());
     Open();
     EXPECT_NE(nullptr, Update([] {})) << "another thread can update the hub after that";
   }

@@ -1,9 +1,17 @@
-// The log as tests of the exports see it, of a library that is a DLL of its own: its log file.
+// What differs between the systems that tests run on; the other one is support/linux. Here:
+// Windows, with the library in its DLL.
 #pragma once
+
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+#undef far  // left over from 16-bit times, and good names
+#undef near
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <cstdint>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -13,8 +21,8 @@
 
 namespace qzhid::test {
 
-/// All levels are logged while it lives. The file is one for the whole process, as the library
-/// keeps the one that it opened first.
+/// What the library logs while it lives: its log file, which says nothing of levels. The file is
+/// one for the whole process, as the library keeps the one that it opened first.
 class ExportLog {
  public:
   ExportLog() {
@@ -41,10 +49,6 @@ class ExportLog {
     }
     return lines;
   }
-  std::size_t Count(const LogLine& line) const {
-    const std::vector<LogLine> lines = Lines();
-    return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
-  }
   void Clear() { m_Begin = std::ifstream(Path(), std::ios::ate).tellg(); }
 
  private:
@@ -53,6 +57,24 @@ class ExportLog {
     return path;
   }
   std::streampos m_Begin;
+};
+
+inline constexpr std::uint32_t kStalled = ERROR_GEN_FAILURE;  // the device refuses a request
+inline constexpr std::uint32_t kGone = ERROR_DEVICE_NOT_CONNECTED;
+inline constexpr std::uint32_t kInvalidHandle = ERROR_INVALID_HANDLE;
+
+/// A file that exists and that nobody can open.
+class UnopenableFile {
+ public:
+  explicit UnopenableFile(const std::string& path)
+      : m_File(CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                           FILE_FLAG_DELETE_ON_CLOSE, nullptr)) {}
+  ~UnopenableFile() { CloseHandle(m_File); }
+  UnopenableFile(const UnopenableFile&) = delete;
+  UnopenableFile& operator=(const UnopenableFile&) = delete;
+
+ private:
+  const HANDLE m_File;
 };
 
 }  // namespace qzhid::test
