@@ -6,11 +6,11 @@
 namespace qzhid::test {
 namespace {
 
-using RequestConcurrencyTest = LayerTest;
+using RequestsTest = LayerTest;
 
 // Threads read different places of the flash; an answer that another thread's request came in
 // between of would be the wrong one.
-TEST_F(RequestConcurrencyTest, EachRequestGetsItsOwnAnswer) {
+TEST_F(RequestsTest, EachRequestOfManyThreadsGetsItsOwnAnswer) {
   CMsg::Instance().ClearResponders();  // waiting for the lock on the virtual clock logs a lot
   OpenHub();
   machine->recorder().Stop();

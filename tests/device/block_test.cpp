@@ -176,41 +176,27 @@ struct Polling {
   bool isDelivered = false;
   std::vector<std::string> failures = {};
 };
+using Texts = std::vector<std::string>;
 const std::string kTimeout = "Polling I2C Status Timeout\n",
                   kLate = "Write Data To Hub Timeout!!\n";
 const std::string kError11 = "I2C Status Error,Status Value:11\n";
-const std::string kNotWritten = "Write Data Fail,ErrorCode:0x0000001f\n";
+const std::string kNoPoll = "Polling I2C Status Failed,Error Code:31";
+const std::string kNoWrite = "Write Data Fail,ErrorCode:0x0000001f\n",
+                  kPacket = "steup pkt:0x40 0xc6";
+const Texts kTwoMissed = {kNoPoll + ", retry:0\n", kNoPoll + ", retry:1\n"};
+const Texts kNotOut = {kNoWrite, kPacket + " 0x00 0x00 0x00 0x00 0x07 0x00 0x50 0x00 0x82\n",
+                       "Buf:0x04 0x05 0x11 0x22 0x02 0xd0 0xd1 0x00 0x00 0x00 0x00\n"};
+const Texts kNotIn = {kNoWrite, kPacket + " 0x00 0x00 0x00 0x00 0x05 0x00 0x50 0x00 0x82\n",
+                      "Buf:0x03 0x03 0x11 0x22 0x04 0x00\n"};
 const Polling kPollings[] = {
     // A command is polled ten times, whatever its time-out.
     {true, 9, 0x01, 0, 0, 0, 0, 10, 900},
     {true, 10, 0x01, 0, 0, 0, 1, 10, 1000, false, {kTimeout}},
     {true, 8, 0x0B, 0, 0, 0, 1, 10, 1000, false, {kError11, kError11, kTimeout}},
-    {true,
-     0,
-     0x01,
-     6,
-     0,
-     0,
-     0,
-     3,
-     200,
-     false,
-     {"Polling I2C Status Failed,Error Code:31, retry:0\n",
-      "Polling I2C Status Failed,Error Code:31, retry:1\n"}},
+    {true, 0, 0x01, 6, 0, 0, 0, 3, 200, false, kTwoMissed},
     {true, 0, 0x01, 0, 1, 109, 0, 1, 0},
     {true, 0, 0x01, 0, 1, 110, 1, 0, 0, false, {kLate}},
-    {true,
-     0,
-     0x01,
-     1,
-     0,
-     0,
-     31,
-     0,
-     0,
-     false,
-     {kNotWritten, "steup pkt:0x40 0xc6 0x00 0x00 0x00 0x00 0x07 0x00 0x50 0x00 0x82\n",
-      "Buf:0x04 0x05 0x11 0x22 0x02 0xd0 0xd1 0x00 0x00 0x00 0x00\n"}},
+    {true, 0, 0x01, 1, 0, 0, 31, 0, 0, false, kNotOut},
     // A read is polled while there is time; a target that is busy to the end is no error.
     {false, 3, 0x41, 0, 0, 0, 0, 4, 30, true},
     {false, 10, 0x01, 0, 0, 0, 0, 10, 100, true},
@@ -221,20 +207,9 @@ const Polling kPollings[] = {
     {false, 0, 0x01, 0, 2, 109, 0, 1, 0, true},
     {false, 0, 0x01, 0, 2, 110, 1, 1, 0, false, {kTimeout}},
     {false, 0, 0x01, 0, 3, 110, 1, 1, 0, true, {"Read Data Timeout\n"}},
-    {false, 0, 0x01, 2, 0, 0, 31, 1, 0, false, {"Polling I2C Status Failed,Error Code:31\n"}},
+    {false, 0, 0x01, 2, 0, 0, 31, 1, 0, false, {kNoPoll + "\n"}},
     {false, 0, 0x01, 4, 0, 0, 31, 1, 0, false, {"Read Data Failed,Error Code:31\n"}},
-    {false,
-     0,
-     0x01,
-     1,
-     0,
-     0,
-     31,
-     0,
-     0,
-     false,
-     {kNotWritten, "steup pkt:0x40 0xc6 0x00 0x00 0x00 0x00 0x05 0x00 0x50 0x00 0x82\n",
-      "Buf:0x03 0x03 0x11 0x22 0x04 0x00\n"}}};
+    {false, 0, 0x01, 1, 0, 0, 31, 0, 0, false, kNotIn}};
 
 TEST_F(BlockTest, TheTargetIsPolledUntilItIsDoneOrTheTimeIsUp) {
   for (const Polling& p : kPollings) {

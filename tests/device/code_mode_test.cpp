@@ -45,6 +45,8 @@ TEST_F(DeviceTest, TheStatusBlockSaysWhichCodeRunsAndHowManyBanksThereAre) {
 
 TEST_F(DeviceTest, AHubThatDoesNotAnswerHasNoCodeModeAndOneBank) {
   usb.SetState(usb.GetStateById(kStateUnknown));
+  hub.answer = Pattern(64);
+  EXPECT_EQ(1, usb.IsRomCode());  // leaves a status where the next one is read to
   Renew(7);
   hub.answer = {};
   EXPECT_EQ(-1, usb.IsRomCode());

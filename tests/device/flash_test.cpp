@@ -14,21 +14,16 @@ struct Image {
   std::vector<int> percents;  // that are printed
   std::vector<int> progress;  // of the update when it is written
 };
+using Chunks = std::vector<std::string>;
+const Chunks kLong = {"00 00 00 00 00 10", "00 10 00 00 00 10", "00 20 00 00 10 07"};
+const Chunks kShort = {"00 00 00 00 80 00", "80 00 00 00 80 00", "00 01 00 00 2C 00"};
 const Image kImages[] = {{false, 0, {}, {100}, {}},
-                         {false,
-                          10000,
-                          {"00 00 00 00 00 10", "00 10 00 00 00 10", "00 20 00 00 10 07"},
-                          {0, 40, 100},
-                          {30, 46}},
+                         {false, 10000, kLong, {0, 40, 100}, {30, 46}},
                          {true, 0, {}, {100}, {}},
                          {true, 127, {"00 00 00 00 7F 00"}, {100}, {}},
                          {true, 128, {"00 00 00 00 80 00"}, {0, 100}, {30}},
                          {true, 129, {"00 00 00 00 80 00", "80 00 00 00 01 00"}, {0, 100}, {30}},
-                         {true,
-                          300,
-                          {"00 00 00 00 80 00", "80 00 00 00 80 00", "00 01 00 00 2C 00"},
-                          {0, 42, 100},
-                          {30, 46}}};
+                         {true, 300, kShort, {0, 42, 100}, {30, 46}}};
 
 class FlashTest : public DeviceTest {
  protected:
@@ -42,14 +37,6 @@ class FlashTest : public DeviceTest {
     return prints;
   }
   CUSBDev& Device(bool isHid) { return isHid ? hid : usb; }
-
-  /// Requests before the first chunk.
-  static std::vector<Bytes> Start(bool isHid) {
-    const std::string enable = "40 02 03 00 7C 2E 00 00";
-    return isHid ? Requests(enable, "C0 09 00 00 00 00 14 00", "40 06 01 00 00 00 00 00",
-                            "40 E8 00 01 00 00 00 00")
-                 : Requests(enable);
-  }
 };
 
 TEST_F(FlashTest, AnImageIsWrittenInChunksWithProgress) {
@@ -57,7 +44,11 @@ TEST_F(FlashTest, AnImageIsWrittenInChunksWithProgress) {
     SCOPED_TRACE(image.size);
     Renew();
     EXPECT_TRUE(Device(image.isHid).WriteFlashEx(Pattern(image.size)));
-    std::vector<Bytes> sent = Start(image.isHid);
+    auto sent = Requests("40 02 03 00 7C 2E 00 00");
+    if (image.isHid) {
+      sent = Requests("40 02 03 00 7C 2E 00 00", "C0 09 00 00 00 00 14 00",
+                      "40 06 01 00 00 00 00 00", "40 E8 00 01 00 00 00 00");
+    }
     for (const std::string& chunk : image.chunks) sent.push_back(Hex("40 C8 " + chunk));
     EXPECT_EQ(sent, hub.sent);
     EXPECT_EQ(Pattern(image.size), hub.written);

@@ -62,56 +62,53 @@ TEST_F(DeviceTest, TheDownloadSlaveIsOneRequestThatReturnsTrueForAFailure) {
   EXPECT_TRUE(usb.SetDLSlaveAddr(0x03, 0xA6));
 }
 
-/// An I2C transfer, its request, how many bytes it moves, and what its failure logs.
-struct Transfer {
-  std::function<std::int32_t()> run;
-  std::string request;
-  std::size_t moved;
-  std::vector<LogLine> failure;
-};
-
-TEST_F(DeviceTest, AnI2CTransferIsOneRequestAndItsFailureIsLogged) {
-  Bytes data = Pattern(0x103), room;
-  const std::string packet = " 0x34 0x12 0x00 0x00 0x01 0x00 0xa8 0x04 0x82\n";
-  const Transfer cases[] = {
-      {[&] { return usb.I2CConfigImpl(0x12, 0x34, 0x02); }, "40 F6 34 12 82 80 00 00", 0,
-       LinesOf("CUSBDev::I2CConfigImpl",
-               {{3, "Config Data Fail,steup pkt:0x40,0xf6,0x34,0x12,0x82,0x80,0x00,0x00\n"}})},
-      {[&] { return usb.I2CWriteImpl(0xA1B2C3D4, data.data(), 0x103); },
-       "40 C6 D4 C3 B2 A1 03 01 00 00 00", 0x103,
-       LinesOf("CUSBDev::I2CWriteImpl", {{3,
-                                          "Write Data Fail,ErrorCode:0x0000001f,steup pkt:"
-                                          "0x40,0xc6,0xd4,0xc3,0xb2,0xa1,0x03,0x01\n"}})},
-      {[&] { return usb.I2CReadImpl(0xA1B2C3D4, room.data(), 0x103); },
-       "C0 D6 D4 C3 B2 A1 03 01 00 00 00", 0x103,
-       LinesOf("CUSBDev::I2CReadImpl", {{3,
-                                         "Read Data Fail,ErrorCode:0x0000001f,steup pkt:"
-                                         "0xc0,0xd6,0xd4,0xc3,0xb2,0xa1,0x03,0x01\n"}})},
-      {[&] { return hid.I2CConfigImpl(0xA8, 4, 2) + hid.I2CWriteImpl(0x1234, data.data(), 1); },
-       "40 C6 34 12 00 00 01 00 A8 04 82", 1,
-       LinesOf("CHidDev::I2CWriteImpl", {{3, "Write Data Fail,ErrorCode:0x0000001f\n"},
-                                         {3, "steup pkt:0x40 0xc6" + packet}})},
-      {[&] { return hid.I2CReadImpl(0x1234, room.data(), 1); }, "40 D6 34 12 00 00 01 00 A8 04 82",
-       1,
-       LinesOf("CHidDev::I2CReadImpl", {{3, "Read Data Fail,ErrorCode:0x0000001f\n"},
-                                        {3, "steup pkt:0x40 0xd6" + packet}})}};
-  for (const Transfer& transfer : cases) {
-    SCOPED_TRACE(transfer.request);
+class I2CTest : public DeviceTest {
+ protected:
+  /// The transfer is that request and moves so many bytes; when it fails, it logs those lines.
+  void Expect(const std::function<std::int32_t()>& transfer, const char* request, std::size_t moved,
+              const std::vector<LogLine>& failure) {
+    SCOPED_TRACE(request);
     for (const std::uint64_t failing : {0u, 1u}) {
       Renew(failing);
       hub.answer = Pattern(0x200);
       room.assign(0x104, 0xEE);
-      EXPECT_EQ(failing != 0 ? 31 : 0, transfer.run());
-      EXPECT_EQ(Requests(transfer.request), hub.sent);
-      EXPECT_EQ(failing != 0 ? transfer.failure : LinesOf("", {}), Logged());
-      const Bytes& moved = hub.written.empty() ? room : hub.written;
-      EXPECT_EQ(Part(data, 0, transfer.moved), Part(moved, 0, transfer.moved));
+      EXPECT_EQ(failing != 0 ? 31 : 0, transfer());
+      EXPECT_EQ(Requests(request), hub.sent);
+      EXPECT_EQ(failing != 0 ? failure : LinesOf("", {}), Logged());
+      EXPECT_EQ(Part(data, 0, moved), Part(hub.written.empty() ? room : hub.written, 0, moved));
     }
   }
+
+  Bytes data = Pattern(0x103), room;
+};
+
+TEST_F(I2CTest, ATransferIsOneRequestAndItsFailureIsLogged) {
+  const std::string noWrite = "Write Data Fail,ErrorCode:0x0000001f";
+  const std::string noRead = "Read Data Fail,ErrorCode:0x0000001f";
+  const std::string packet = " 0x34 0x12 0x00 0x00 0x01 0x00 0xa8 0x04 0x82\n";
+  Expect([&] { return usb.I2CConfigImpl(0x12, 0x34, 0x02); }, "40 F6 34 12 82 80 00 00", 0,
+         LinesOf("CUSBDev::I2CConfigImpl",
+                 {{3, "Config Data Fail,steup pkt:0x40,0xf6,0x34,0x12,0x82,0x80,0x00,0x00\n"}}));
+  Expect([&] { return usb.I2CWriteImpl(0xA1B2C3D4, data.data(), 0x103); },
+         "40 C6 D4 C3 B2 A1 03 01 00 00 00", 0x103,
+         LinesOf("CUSBDev::I2CWriteImpl",
+                 {{3, noWrite + ",steup pkt:0x40,0xc6,0xd4,0xc3,0xb2,0xa1,0x03,0x01\n"}}));
+  Expect([&] { return usb.I2CReadImpl(0xA1B2C3D4, room.data(), 0x103); },
+         "C0 D6 D4 C3 B2 A1 03 01 00 00 00", 0x103,
+         LinesOf("CUSBDev::I2CReadImpl",
+                 {{3, noRead + ",steup pkt:0xc0,0xd6,0xd4,0xc3,0xb2,0xa1,0x03,0x01\n"}}));
+  EXPECT_EQ(0, hid.I2CConfigImpl(0xA8, 4, 2));
+  Expect(
+      [&] { return hid.I2CWriteImpl(0x1234, data.data(), 1); }, "40 C6 34 12 00 00 01 00 A8 04 82",
+      1,
+      LinesOf("CHidDev::I2CWriteImpl", {{3, noWrite + "\n"}, {3, "steup pkt:0x40 0xc6" + packet}}));
+  Expect(
+      [&] { return hid.I2CReadImpl(0x1234, room.data(), 1); }, "40 D6 34 12 00 00 01 00 A8 04 82",
+      1,
+      LinesOf("CHidDev::I2CReadImpl", {{3, noRead + "\n"}, {3, "steup pkt:0x40 0xd6" + packet}}));
 }
 
-TEST_F(DeviceTest, I2CTransfersOutsideTheirLimitsAreRefusedWithALine) {
-  Bytes data(200);
+TEST_F(I2CTest, TransfersOutsideTheirLimitsAreRefusedWithALine) {
   EXPECT_EQ(0, hid.I2CWriteImpl(1, data.data(), 128));
   EXPECT_EQ(0, hid.I2CReadImpl(1, data.data(), 192));
   Renew();

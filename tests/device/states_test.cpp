@@ -19,53 +19,33 @@ struct Outcome {
   int next;
 };
 
+using Keys = std::vector<int>;
+Outcome Done(int next, const Keys& keys) { return {keys, true, next}; }
+Outcome Fails(const Keys& keys) { return {keys, false, kStateFlash}; }
+const Outcome kNotInRom{{}, false, kStateRom}, kRead = Done(kStateFlash, {0x4002, 0xC009});
+
 struct Operation {
   std::string name, refusal;
   std::function<bool(IDev&)> run;
   Outcome inRom, inFlash, failing;  // the last in flash code, when every request fails
 };
-const Operation kOperations[] = {{"Reset2Rom",
-                                  "reset2rom",
-                                  &IDev::Reset2Rom,
-                                  {{}, true, kStateRom},
-                                  {{0xC009, 0x4000}, true, kStateWait},
-                                  {{0xC009, 0x4000}, false, kStateFlash}},
-                                 {"Reset2Flash",
-                                  "reset2flash",
-                                  &IDev::Reset2Flash,
-                                  {{0x40E9}, true, kStateWait},
-                                  {{0x40E9}, true, kStateWait},
-                                  {{0x40E9}, false, kStateFlash}},
-                                 {"WriteFlash",
-                                  "write flash",
-                                  &IDev::WriteFlash,
-                                  {{0x4002, 0x40C8}, true, kStateRom},
-                                  {{0x4002, 0x40C8}, true, kStateFlash},
-                                  {{0x4002, 0x40C8}, false, kStateFlash}},
-                                 {"CheckFlash",
-                                  "check flash",
-                                  &IDev::CheckFlash,
-                                  {{0xC0D8}, true, kStateRom},
-                                  {{0xC009, 0x40D9}, true, kStateFlash},
-                                  {{0xC009, 0xC0D8}, false, kStateFlash}},
-                                 {"DevReadVersion",
-                                  "read version",
-                                  [](IDev& dev) { return dev.DevReadVersion(&g_version); },
-                                  {{}, false, kStateRom},
-                                  {{0x4002, 0xC009}, true, kStateFlash},
-                                  {{0x4002}, false, kStateFlash}},
-                                 {"DveGetICStatus",
-                                  "read version",
-                                  [](IDev& dev) { return dev.DveGetICStatus(g_status); },
-                                  {{}, false, kStateRom},
-                                  {{0x4002, 0xC009}, true, kStateFlash},
-                                  {{0x4002}, false, kStateFlash}},
-                                 {"DevErase",
-                                  "erase flash",
-                                  &IDev::DevErase,
-                                  {{0x4002, 0x40E8}, true, kStateRom},
-                                  {{0x4002, 0x40E8}, true, kStateFlash},
-                                  {{0x4002}, false, kStateFlash}}};
+const Operation kOperations[] = {
+    Operation{"Reset2Rom", "reset2rom", &IDev::Reset2Rom, Done(kStateRom, {}),
+              Done(kStateWait, {0xC009, 0x4000}), Fails({0xC009, 0x4000})},
+    Operation{"Reset2Flash", "reset2flash", &IDev::Reset2Flash, Done(kStateWait, {0x40E9}),
+              Done(kStateWait, {0x40E9}), Fails({0x40E9})},
+    Operation{"WriteFlash", "write flash", &IDev::WriteFlash, Done(kStateRom, {0x4002, 0x40C8}),
+              Done(kStateFlash, {0x4002, 0x40C8}), Fails({0x4002, 0x40C8})},
+    Operation{"CheckFlash", "check flash", &IDev::CheckFlash, Done(kStateRom, {0xC0D8}),
+              Done(kStateFlash, {0xC009, 0x40D9}), Fails({0xC009, 0xC0D8})},
+    Operation{"DevReadVersion", "read version",
+              [](IDev& dev) { return dev.DevReadVersion(&g_version); }, kNotInRom, kRead,
+              Fails({0x4002})},
+    Operation{"DveGetICStatus", "read version",
+              [](IDev& dev) { return dev.DveGetICStatus(g_status); }, kNotInRom, kRead,
+              Fails({0x4002})},
+    Operation{"DevErase", "erase flash", &IDev::DevErase, Done(kStateRom, {0x4002, 0x40E8}),
+              Done(kStateFlash, {0x4002, 0x40E8}), Fails({0x4002})}};
 
 class StatesTest : public DeviceTest {
  protected:

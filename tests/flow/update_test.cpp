@@ -82,10 +82,6 @@ TEST_F(UpdateTest, ProgressFollowsTheChunksAndTheHubMayTakeItsTimeToAnswer) {
   EXPECT_THAT(log.progress, ElementsAreArray(expected));
 }
 
-Fault AtReset(std::uint32_t nth, Fault::Action action, const std::string& port = {}) {
-  return {.on = Fault::On::Reset, .nth = nth, .action = action, .port = port};
-}
-
 /// Another program has the hub for that time, from the n-th open on that the library tries.
 Fault TakenAtOpen(std::uint32_t nth, std::uint32_t releaseMs) {
   Fault fault = CallFault(Service::OpenHidDevice, nth);
@@ -94,55 +90,36 @@ Fault TakenAtOpen(std::uint32_t nth, std::uint32_t releaseMs) {
   return fault;
 }
 
-TEST_F(UpdateTest, AFaultFailsTheUpdateClearlyAndItCanBeRepeated) {
-  const std::string notErased = "fail to erase flash\n", notWritten = "\nfail to write flash\n";
-  const std::string notChecked = "\nfail to check flash\n";
+// What each failing step logs is in steps_test.cpp; the fault sweep has a fault at every place.
+TEST_F(UpdateTest, AFaultEndsTheUpdateWhereItStrikesAndItCanBeRepeated) {
   struct Case {
     const char* name;
     Fault fault;
-    std::string failure;  // the flow's own line; empty: there is none
-    int reached;          // progress before it falls back to 0
+    int reached;  // progress before it falls back to 0
     bool isDualBank = false;
   };
   // The hub is enabled on arrival (1st 0x4002), after the reset (2nd), to erase (3rd) and to write
   // (4th), and erased by the erase step (1st 0x40E8) and the write step (2nd).
-  for (const Case& c :
-       {Case{"silent", RequestFault(0x4002, 1, 0), "", 0},
-        Case{"lost in ROM", AtReset(1, NeverReturn), "", 20},
-        Case{"elsewhere in ROM", AtReset(1, ReturnAt, "4"), "", 20},
-        Case{"taken for long", TakenAtOpen(4, 30000), "", 20},
-        // After the scan that finds the hub has learnt its family: it is no longer new to the next.
-        Case{"taken for a moment", TakenAtOpen(5, 1), "", 20},
-        Case{"silent in ROM", RequestFault(0x4002, 2, 0), "", 20},
-        Case{"erase", RequestFault(0x40E8), notErased, 20},
-        Case{"second erase", RequestFault(0x40E8, 2), notWritten, 30},
-        Case{"last bytes", RequestFault(0x40C8, 256), notWritten, 69},
-        Case{"power loss", RequestFault(0x40C8, 129, 1, PowerLoss), notWritten, 50},
-        Case{"unplugged", RequestFault(0x40C8, 129, 1, Unplug), notWritten, 50},
-        Case{"read back", RequestFault(0xC0D8, 200), notChecked, 70},
-        Case{"reset to flash", RequestFault(0x40E9), "fail to reset to flash\n", 90},
-        Case{"lost in flash", AtReset(2, NeverReturn), "fail to connect dev after reset\n", 90},
-        Case{"dual bank: erase", RequestFault(0x40E8), notWritten, 30, true},
-        Case{"dual bank: power loss", RequestFault(0x40C8, 9, 1, PowerLoss), notWritten, 31, true},
-        Case{"dual bank: validation", RequestFault(0x40D9), notChecked, 70, true},
-        Case{"dual bank: lost", RequestFault(0x40C8, 9, 1, LoseWrite), notChecked, 70, true}}) {
+  for (const Case& c : {Case{"silent", RequestFault(0x4002, 1, 0), 0},
+                        Case{"taken for long", TakenAtOpen(4, 30000), 20},
+                        // After the scan that finds the hub: it is no longer new to the next.
+                        Case{"taken for a moment", TakenAtOpen(5, 1), 20},
+                        Case{"second erase", RequestFault(0x40E8, 2), 30},
+                        Case{"last bytes", RequestFault(0x40C8, 256), 69},
+                        Case{"unplugged", RequestFault(0x40C8, 129, 1, Unplug), 50},
+                        Case{"dual bank: erase", RequestFault(0x40E8), 30, true},
+                        Case{"dual bank: lost", RequestFault(0x40C8, 9, 1, LoseWrite), 70, true}}) {
     SCOPED_TRACE(c.name);
     InstallHub([&](HubConfig& config) { config.dualBank = config.ispSupported = c.isDualBank; });
     machine->AddFault(c.fault);
     EXPECT_FALSE(Update());
-    std::vector<std::pair<int, std::string>> lines = {{1, "Update Fw Fail\n"}};
-    if (!c.failure.empty()) lines.insert(lines.begin(), {3, c.failure});
-    auto logged = Logged("CUniversalFlow::DevUpdate");
-    std::erase_if(logged, [](const LogLine& line) { return line.level == 0; });
-    EXPECT_EQ(LinesOf("CUniversalFlow::DevUpdate", lines), logged);
     EXPECT_EQ(0, log.progress.back());
     EXPECT_EQ(c.reached, log.progress[log.progress.size() - 2]);
     EXPECT_EQ(kNoHandles, Handles());
     if (c.isDualBank) ExpectBank(0, kOldImage);
 
     machine->ClearFaults();
-    if (c.fault.action == ReturnAt) machine->Unplug("hub");
-    machine->Plug("hub", "3.1");
+    machine->Plug("hub");
     EXPECT_TRUE(Update());
     ExpectUpdated(c.isDualBank ? 1 : 0);
   }

@@ -36,13 +36,6 @@ class LayerTest : public MachineTest {
     return lines;
   }
 
-  /// The whole log, each line as "level tag: text".
-  std::string Told() const {
-    std::ostringstream text;
-    for (const LogLine& line : log.Lines()) text << line;
-    return text.str();
-  }
-
   CRequestCMD& requests = CRequestCMD::Instance();
   CHidTransfers* transfers = nullptr;
   std::unique_ptr<CHidProperty> property;

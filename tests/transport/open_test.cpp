@@ -1,6 +1,7 @@
 // Opening a device: which devices are accepted, what each failing step says and what stays open.
 #include "support/layer_test.h"
 #include "support/private_library.h"
+#include "transport/vid_pid_list.h"
 
 namespace qzhid::test {
 namespace {
@@ -153,22 +154,33 @@ TEST_F(OpenTest, AskingForTheFamilyLeavesNothingOpen) {
   EXPECT_THAT(Logged(tag), ElementsAre(LogLine{3, tag, "DevInst: 0, Not WQ Hid Device\n"}));
 }
 
-TEST_F(OpenTest, TheHostIsDescribedInOneLineWithWhatCanBeRead) {
-  const std::string line = "[2024-03-07, 09:05:02]  CRequestCMD::CRequestCMD, ";
-  const std::pair<std::string, std::string> rows[] = {
-      {R"("product_name": "W", "major": 10, "update_revision": 28, "architecture": "x64")",
-       "\n" + line + "OS Type:W OS Version:10.0.22631.28 Platform:x64\n"},
+TEST_F(OpenTest, AnIdListReplacesTheOneBefore) {
+  VidPidList list = {{1, 2}};
+  const TempFile file({'V', 'I', 'D', ':', '3', ' ', 'P', 'I', 'D', ':', '4'}, "ids.ini");
+  EXPECT_TRUE(ReadVidPidList(file.path(), list));
+  EXPECT_EQ((VidPidList{{3, 4}}), list);
+  EXPECT_FALSE(ReadVidPidList(UniquePath("missing"), list));
+  EXPECT_THAT(list, IsEmpty());
+}
+
+TEST_F(OpenTest, TheHostIsDescribedInOneLineWithWhatCanBeReadAndTheRestIsAFailure) {
+  const std::string stamp = "[2024-03-07, 09:05:02]  CRequestCMD::CRequestCMD, ";
+  const std::tuple<std::string, std::string, std::string> rows[] = {
+      {R"("product_name": "W", "major": 10, "update_revision": 28, "architecture": "x64")", "",
+       "OS Type:W OS Version:10.0.22631.28 Platform:x64\n"},
       {R"("product_name": null, "major": 9, "architecture": "arm64")",
-       line + "Query Product Name Failed\n" + line +
-           "OS Type: OS Version:9.0.22631 Platform:ARM64\n"},
+       "Query Product Name Failed\n", "OS Type: OS Version:9.0.22631 Platform:ARM64\n"},
       {R"("product_name": "W", "update_revision": null, "architecture": "x86")",
-       line + "Query UBR failed.\n" + line + "OS Type:W OS Version:10.0.22631 Platform:x86\n"},
-      {R"("version_store": false, "architecture": "unknown")",
-       line + "RegOpenKeyEx failed.\n" + line + "Unknown Platform\n"}};
-  for (const auto& [host, lines] : rows) {
+       "Query UBR failed.\n", "OS Type:W OS Version:10.0.22631 Platform:x86\n"},
+      {R"("version_store": false, "architecture": "unknown")", "RegOpenKeyEx failed.\n",
+       "Unknown Platform\n"}};
+  for (const auto& [host, failure, description] : rows) {
     const PrivateLibrary library(R"({"time": "virtual", "devices": [], "host": {)" + host + "}}");
+    const std::string failed = failure.empty() ? "" : stamp + failure;
     library.List(0);
-    EXPECT_THAT(ReadText(library.folder.At("info.txt")), HasSubstr(lines));
+    EXPECT_THAT(ReadText(library.folder.At("info.txt")), HasSubstr(failed + stamp + description));
+    library.List(3);
+    EXPECT_THAT(ReadText(library.folder.At("info.txt")), HasSubstr(failed + "["));
   }
 }
 

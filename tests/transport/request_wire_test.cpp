@@ -78,6 +78,7 @@ TEST_F(RequestWireTest, RawRequestsCarryTheCallersBlockOnChannel1Only) {
   };
   const Bytes block64 = CountUp(9, 64), rest = CountUp(73, 128);
   EXPECT_THAT(raw(0xF2, 0), ElementsAre(Report(1, {})));
+  EXPECT_EQ(kStalled, Send(1, 0x40, 0xF2, nullptr, 0)) << "nothing needs no pointer";
   EXPECT_THAT(raw(0xF2, 7), ElementsAre(Report(1, CountUp(9, 7))));
   EXPECT_THAT(raw(0xF2, 64), ElementsAre(Report(1, block64)));
   EXPECT_THAT(raw(0xF2, 65), IsEmpty());
