@@ -41,7 +41,7 @@ virtualhub::Scenario MakeScenario(Input& input) {
   return scenario;
 }
 
-/// The matchers, which no export tells everything of. A log line that does not fit ends the call.
+/// The matchers, which no export shows in full. A log line that does not fit ends the call.
 void Match(Input& input, std::uint32_t usbNode) {
   const std::uint16_t kind = input.Byte(), first = input.Word(), second = input.Word();
   qzhid::CHidDev dev{qzhid::NodeMatchers()};

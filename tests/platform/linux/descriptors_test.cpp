@@ -1,18 +1,34 @@
 // File descriptors: which ones the Linux backend takes, and what it says when there are none.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <cerrno>
 
+#include "platform/code_of.h"
 #include "platform/linux/kernel_double.h"
 #include "platform/linux/node_registry.h"
 #include "platform/linux/sysfs.h"
-#include "support/linux/few_descriptors.h"
 
 namespace qzhid::platform::test {
 
 namespace {
 
-using qzhid::test::FewDescriptors;
+/// As long as this lives no descriptor of that number or a higher one can be had.
+class FewDescriptors {
+ public:
+  explicit FewDescriptors(int end) {
+    getrlimit(RLIMIT_NOFILE, &m_Before);
+    rlimit few = m_Before;
+    few.rlim_cur = static_cast<rlim_t>(end);
+    setrlimit(RLIMIT_NOFILE, &few);
+  }
+  ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &m_Before); }
+  FewDescriptors(const FewDescriptors&) = delete;
+  FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+ private:
+  rlimit m_Before{};
+};
 
 std::string TextOf(const NodeFacts& node) {
   std::string text = node.deviceId + ' ' + node.locationPath + ' ' + node.locationInfo;
@@ -27,11 +43,6 @@ template <class Task>
 Status WithDescriptors(int spare, const Task& task) {
   const FewDescriptors few(OpenFile("/dev/null", O_RDONLY).get() + spare);
   return task();
-}
-
-std::string Verdict(const Status& status) {
-  if (status) return "done";
-  return status.code == EMFILE ? "EMFILE" : std::to_string(status.code);
 }
 
 TEST(Descriptors, FilesStayClearOfStandardInputOutputAndError) {
@@ -83,7 +94,7 @@ TEST_F(DescriptorTest, ANodeIsReadWholeOrTheShortageIsNamed) {
     for (int spare = 0; spare <= row.needed; ++spare) {
       NodeFacts node;
       const Status status = WithDescriptors(spare, [&] { return row.read(row.folder, node); });
-      EXPECT_EQ(spare == row.needed ? "done" : "EMFILE", Verdict(status)) << row.folder << spare;
+      EXPECT_EQ(spare == row.needed ? 0 : EMFILE, CodeOf(status)) << row.folder << spare;
       if (!status) continue;
       EXPECT_EQ(TextOf(whole), TextOf(node));
     }
@@ -100,18 +111,18 @@ TEST_F(DescriptorTest, WithoutAnyKnownNodesKeepTheirNumbers) {
   };
   ASSERT_TRUE(look());
   const DevInst before = number;
-  EXPECT_EQ("done", Verdict(WithDescriptors(0, look)));
+  EXPECT_EQ(0, CodeOf(WithDescriptors(0, look)));
   EXPECT_EQ(before, number);
   const auto lookAtRoot = [&] { return registry.NumberOf(root, &ReadUsbNode, rootNumber); };
-  EXPECT_EQ("EMFILE", Verdict(WithDescriptors(0, lookAtRoot)));
-  EXPECT_EQ("done", Verdict(lookAtRoot()));
+  EXPECT_EQ(EMFILE, CodeOf(WithDescriptors(0, lookAtRoot)));
+  EXPECT_EQ(0, CodeOf(lookAtRoot()));
 }
 
 TEST_F(DescriptorTest, DevicesThatCouldNotBeOpenedAreNotListed) {
   NodeSet set;
   const auto list = [&] { return OpenNodeSet(HidClassGuid(), set); };
   for (int spare = 0; spare <= 6; ++spare) {
-    EXPECT_EQ(spare == 6 ? "done" : "EMFILE", Verdict(WithDescriptors(spare, list))) << spare;
+    EXPECT_EQ(spare == 6 ? 0 : EMFILE, CodeOf(WithDescriptors(spare, list))) << spare;
     DevInst node = 0;
     EXPECT_EQ(spare == 6, EnumNode(set, 0, node).ok);
   }

@@ -1,4 +1,4 @@
-// What the Linux backend sees of the kernel: a folder that stands for /sys, /dev and /etc, and
+// What the Linux backend sees of the kernel: a folder in place of /sys, /dev and /etc, and
 // device files that answer requests.
 #pragma once
 
