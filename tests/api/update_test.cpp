@@ -12,7 +12,7 @@ namespace {
 
 using ::testing::Contains;
 
-constexpr const char* kTag = "QZ_UpdateDev";
+constexpr const char* kUpdate = "QZ_UpdateDev";
 constexpr const char* kFlow = "CUniversalFlow::DevUpdate";
 
 std::vector<int> g_progress;
@@ -132,7 +132,7 @@ TEST_P(UpdateWayTest, AHubTakesTheImageAndStartsItWithEachPercentReportedInOrder
     EXPECT_EQ(values, std::set<int>(g_progress.begin(), g_progress.end()));
     EXPECT_TRUE(std::is_sorted(g_progress.begin(), g_progress.end()));
   }
-  EXPECT_EQ((Lines{{3, kTag, "Notify Progress\n"}}), Logged(kTag));
+  EXPECT_EQ((Lines{{3, kUpdate, "Notify Progress\n"}}), Logged(kUpdate));
   EXPECT_EQ(kNoHandles, Handles());
   EXPECT_TRUE(Holds(image, way.isDual ? 1 : 0));
   EXPECT_EQ(virtualhub::Code::Flash, hub().code());
@@ -148,7 +148,7 @@ TEST_P(UpdateWayTest, AHubTakesTheImageAndIsNotStartedWhenTheHostWantsThatWithou
   EXPECT_EQ(1, QZ_UpdateDev(handle, good.path(), nullptr));
   EXPECT_EQ(way.conversation, Conversation(machine->recorder()));
   EXPECT_THAT(g_progress, IsEmpty());
-  EXPECT_EQ(Lines{}, Logged(kTag));
+  EXPECT_EQ(Lines{}, Logged(kUpdate));
   EXPECT_EQ(kNoHandles, Handles());
   EXPECT_TRUE(Holds(image, way.isDual ? 1 : 0));
   EXPECT_EQ(way.isDual ? virtualhub::Code::Flash : virtualhub::Code::Rom, hub().code());
@@ -167,9 +167,9 @@ TEST_F(UpdateTest, AMissingFileIsReportedBeforeTheHubIsTouched) {
   const std::string missing = UniquePath("missing.bin");
   for (const char* path : {missing.c_str(), ""}) {
     Start(path, 0, {});
-    EXPECT_EQ((Lines{{3, kTag, "Notify Progress\n"},
-                     {3, kTag, Text("Fw File is Not Exist,FWPath:%s\n", path)}}),
-              Logged(kTag));
+    EXPECT_EQ((Lines{{3, kUpdate, "Notify Progress\n"},
+                     {3, kUpdate, Text("Fw File is Not Exist,FWPath:%s\n", path)}}),
+              Logged(kUpdate));
     EXPECT_THAT(Outputs(), IsEmpty());
   }
   EXPECT_EQ(kOneDevice, Handles()) << "the device is still open";
@@ -190,7 +190,8 @@ TEST_F(UpdateTest, AFileThatCannotBeLoadedNeverCostsTheFirmware) {
     Start(path.c_str(), 0, {0, 10, 0});
     EXPECT_EQ(1u, Count(notLoaded));
     EXPECT_EQ(1u, Count({3, kFlow, "\nfail to write flash\n"}));
-    EXPECT_EQ((Lines{{3, kTag, "Notify Progress\n"}, {3, kTag, "Update Fail\n"}}), Logged(kTag));
+    EXPECT_EQ((Lines{{3, kUpdate, "Notify Progress\n"}, {3, kUpdate, "Update Fail\n"}}),
+              Logged(kUpdate));
     EXPECT_THAT(Keys(), ElementsAre(0x4002, 0xC009));
     ExpectOldFirmware();
   }
