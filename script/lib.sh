@@ -5,13 +5,22 @@ cd "$(dirname "$0")/.."
 say() { printf '==> %s\n' "$*" >&2; }
 die() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
 
-# configure PRESET: on first use.
-configure() {
-  local preset=$1 log="build/$1.log"
-  [ ! -f "build/$preset/build.ninja" ] || return 0
-  say "configuring $preset"
+# configure PRESET [SETTING=VALUE...]: on first use, and again when a setting has another value.
+configure() { configure_in "build/$1" "$@"; }
+
+# configure_in FOLDER PRESET [SETTING=VALUE...]: the same in a folder other than the preset's own.
+configure_in() {
+  local folder=$1 preset=$2 log="$1.log" setting complete=yes
+  shift 2
+  [ -f "$folder/build.ninja" ] || complete=
+  for setting in "$@"; do
+    grep -qE "^${setting%%=*}:[A-Z]+=${setting#*=}$" "$folder/CMakeCache.txt" 2>/dev/null || complete=
+  done
+  [ -z "$complete" ] || return 0
+  say "configuring $folder"
   mkdir -p build
-  cmake --preset "$preset" >"$log" 2>&1 || { cat "$log" >&2; die "cannot configure $preset"; }
+  cmake --preset "$preset" -B "$folder" "${@/#/-D}" >"$log" 2>&1 ||
+    { cat "$log" >&2; die "cannot configure $folder"; }
 }
 
 # build PRESET [TARGET...]: configures on first use and builds, quietly unless something is wrong.

@@ -38,7 +38,7 @@ CCallGate::Entry CCallGate::Enter(ConnectionUse use, void* closing) {
   m_Owner = std::this_thread::get_id();
   if (use == ConnectionUse::Update) {
     m_Phase = Phase::Protected;
-    m_Free.notify_all();  // for those that wait no longer but are refused
+    m_Free.notify_all();  // those that wait are refused now
   }
   return Owned;
 }
@@ -52,7 +52,6 @@ CCallGate::Entry CCallGate::EnterAgain(ConnectionUse use) {
 }
 
 void CCallGate::Leave(ConnectionUse use, Entry entry) {
-  if (entry == Refused || entry == Deferred) return;
   const std::lock_guard<std::mutex> lock(m_Lock);
   if (entry == Shared) {
     --m_nShared;
@@ -71,7 +70,7 @@ void CCallGate::EndProtection() {
 
 void* CCallGate::TakeDeferredClose() noexcept {
   const std::lock_guard<std::mutex> lock(m_Lock);
-  if (m_nCalls > 1) return nullptr;  // the update outside goes on
+  if (m_nCalls > 1) return nullptr;  // the outer update continues
   if (m_Deferred.empty()) {
     m_Phase = Phase::Returning;
     return nullptr;

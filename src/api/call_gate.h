@@ -1,4 +1,4 @@
-// Who may use the connection, and what has to wait.
+// Which calls can use the connection, and which must wait.
 #pragma once
 
 #include <condition_variable>
@@ -12,16 +12,18 @@ namespace qzhid {
 
 /// What a call does to the connection.
 enum class ConnectionUse {
-  Share,     ///< sends requests to the hub that is open
-  TakeOver,  ///< opens and closes devices for a purpose of its own
-  Close,     ///< gives the connection up
-  Update,    ///< a take-over that no other call may cross
+  Untouched,  ///< nothing: the call never waits and is never refused
+  Share,      ///< sends requests to the hub that is open
+  TakeOver,   ///< opens and closes devices for its own purpose
+  Close,      ///< closes it
+  Update,     ///< a take-over that no other call may cross
 };
 
-/// Calls that share the connection run side by side; the others have it for themselves and wait for
-/// their turn. No call of another thread waits for an update: its progress callback may be waiting
-/// for that very thread. They are refused, and so is a take-over from the callback itself, so that
-/// no update is led to another hub. Other calls inside a call of the same thread pass.
+/// Calls that share the connection run side by side; the others wait until they have it for
+/// themselves. No call of another thread waits for an update, because its progress callback may be
+/// waiting for that very thread: such calls are refused. So is a take-over from the callback
+/// itself, because it would redirect the update to another hub. Other calls inside a call of the
+/// same thread pass.
 class CCallGate {
  public:
   static CCallGate& Instance();
@@ -31,10 +33,11 @@ class CCallGate {
 
   /// How a call was received.
   enum class Entry {
+    Free,      ///< the call does not touch the connection
     Refused,   ///< an update is running
     Shared,    ///< the call is one of those that run side by side
     Owned,     ///< the connection is this thread's
-    Deferred,  ///< a close that the update will make up for: it is done with its hub
+    Deferred,  ///< a close that the update makes when it returns: it is done with its hub
   };
 
   /// One call's stay; throws std::system_error, and std::bad_alloc for a close.
@@ -42,12 +45,16 @@ class CCallGate {
    public:
     /// `closing` is the handle that a call with ConnectionUse::Close closes.
     explicit CPass(ConnectionUse use, void* closing = nullptr)
-        : m_Use(use), m_Entry(Instance().Enter(use, closing)) {}
-    ~CPass() { Instance().Leave(m_Use, m_Entry); }
+        : m_Use(use),
+          m_Entry(use == ConnectionUse::Untouched ? Entry::Free : Instance().Enter(use, closing)) {}
+    ~CPass() {
+      if (m_Entry == Entry::Shared || m_Entry == Entry::Owned) Instance().Leave(m_Use, m_Entry);
+    }
     CPass(const CPass&) = delete;
     CPass& operator=(const CPass&) = delete;
 
-    explicit operator bool() const { return m_Entry == Entry::Shared || m_Entry == Entry::Owned; }
+    /// Whether the call may run.
+    explicit operator bool() const { return !IsDeferred() && m_Entry != Entry::Refused; }
     bool IsDeferred() const { return m_Entry == Entry::Deferred; }
 
    private:
@@ -55,12 +62,13 @@ class CCallGate {
     const Entry m_Entry;
   };
 
-  /// The running update is done with the hub: calls from its callback may take over, and handles
-  /// that other threads close are kept for the end of the update.
+  /// The running update is done with the hub: calls from its callback can take over, and handles
+  /// that other threads close are collected until the update ends.
   void EndProtection();
 
-  /// A handle that was to be closed during the running update, of this thread; null when there is
-  /// none left, and from then on other threads wait for the update, whose callback is over.
+  /// A handle that another thread wanted to close during the running update, which is this
+  /// thread's. Null when none is left; from then on other threads wait for the update, whose
+  /// callback is not called any more.
   void* TakeDeferredClose() noexcept;
 
   /// Held by the thread that forks the process.
@@ -72,7 +80,7 @@ class CCallGate {
  private:
   friend class platform::CProcessObject<CCallGate>;
 
-  /// Of the update that has the connection, as other threads see it.
+  /// The update that has the connection, as other threads see it.
   enum class Phase {
     None,       ///< there is no update
     Protected,  ///< calls are refused

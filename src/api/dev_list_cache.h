@@ -20,7 +20,7 @@ class CDevListCache {
   /// Drops the records. The count stays until a listing that finds devices.
   void Clear() { m_Records.clear(); }
 
-  /// Takes over what a listing found: the count if it is not 0, and the records if there are any.
+  /// Stores what a listing found: the count if it is not 0, and the records if there are any.
   void Store(const HidDevRecord* records, std::uint32_t count) {
     if (count != 0) m_nCount = count;
     if (records != nullptr) m_Records.assign(records, records + count);
@@ -32,7 +32,7 @@ class CDevListCache {
     m_nCount = 0;
   }
 
-  /// The first record of that number; null when there is none.
+  /// The first record with that number; null when there is none.
   const HidDevRecord* Find(std::uint32_t devInst) const {
     const auto count = std::min<std::size_t>(m_nCount, m_Records.size());
     const auto end = m_Records.begin() + static_cast<std::ptrdiff_t>(count);

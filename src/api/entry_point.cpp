@@ -2,7 +2,7 @@
 #include "QzHidAPI.h"
 #include "api/call_gate.h"
 #include "api/dev_list_cache.h"
-#include "api/export_guard.h"
+#include "api/export_frame.h"
 #include "api/handle_table.h"
 #include "api/proxy_driver.h"
 #include "log/log_control.h"
@@ -13,8 +13,8 @@ namespace qzhid::platform {
 void OnThreadAttach() noexcept { QZ_ConfigLog(1, 0); }
 
 void OnProcessDetach() noexcept {
-  RunExport("OnProcessDetach", L"Create Log", 0, [] {
-    CMsg::Instance().TryClearResponders();
+  Run({"OnProcessDetach", L"Create Log"}, 0, [](const char*) {
+    CMsg::TryClearResponders();
     return 0;
   });
 }
@@ -33,7 +33,7 @@ void OnForkEnd(bool isChild) noexcept {
   CCallGate& gate = CCallGate::Instance();
   gate.ForkLock().unlock();
   if (!isChild || !gate.DropOtherThreads()) return;
-  // A call of another thread was under way; what it worked on may be in any state.
+  // Another thread was inside a call, and what it worked on may be in any state.
   CDevListCache::Instance().Abandon();
   CProxyDriver::Instance().Abandon();
 }

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "QzHidAPI.h"
-#include "api/export_guard.h"
+#include "api/export_frame.h"
 #include "api/handle_table.h"
 #include "api/pass_para.h"
 #include "discovery/hid_find.h"
@@ -11,7 +11,7 @@
 #include "flow/universal_flow.h"
 #include "log/dll_responder.h"
 #include "log/msg.h"
-#include "platform/forced_unwinding.h"
+#include "platform/scope_guard.h"
 #include "transport/request_cmd.h"
 
 using namespace qzhid;
@@ -33,8 +33,8 @@ class CFlowJob {
   CUniversalFlow m_Flow;
 };
 
-/// Hands progress to the host; at 100 % the hub runs what it should, and the host may turn to it. A
-/// callback in which the thread ends, or is cancelled, is not called again.
+/// Passes progress to the host. At 100 % the update is done with the hub, and the host can use it.
+/// A callback in which the thread ended or was cancelled is not called again.
 class CUpdateResponder final : public CDllResponder {
  public:
   using CDllResponder::CDllResponder;
@@ -55,36 +55,10 @@ class CUpdateResponder final : public CDllResponder {
   bool m_bThreadEnds = false;
 };
 
-/// The host's progress callback at the message hub.
-class CProgressRegistration {
- public:
-  CProgressRegistration(const char* tag, QZ_ProgressCallback callback) : m_Responder(callback) {
-    if (callback == nullptr) return;
-    CMsg::Instance().Log(3, tag, "Notify Progress\n");
-    CMsg::Instance().AddResponder(&m_Responder);
-    m_bRegistered = true;
-  }
-  ~CProgressRegistration() {
-    if (m_bRegistered) CMsg::Instance().RemoveResponder(&m_Responder);
-  }
-  CProgressRegistration(const CProgressRegistration&) = delete;
-  CProgressRegistration& operator=(const CProgressRegistration&) = delete;
-
- private:
-  CUpdateResponder m_Responder;
-  bool m_bRegistered = false;
-};
-
-/// Closes at its end what other threads wanted closed while the update was still to return.
-class CDeferredCloses {
- public:
-  CDeferredCloses() = default;
-  ~CDeferredCloses() {
-    while (void* const handle = CCallGate::Instance().TakeDeferredClose()) QZ_CloseDev(handle);
-  }
-  CDeferredCloses(const CDeferredCloses&) = delete;
-  CDeferredCloses& operator=(const CDeferredCloses&) = delete;
-};
+/// Closes the handles that other threads wanted to close before the update returned.
+void CloseDeferred() noexcept {
+  while (void* const handle = CCallGate::Instance().TakeDeferredClose()) QZ_CloseDev(handle);
+}
 
 bool Refuse(const char* tag, const char* text) {
   CMsg::Instance().Log(3, tag, "%s", text);
@@ -105,7 +79,7 @@ bool DoesImageExist(const char* tag, const char* path) {
   return DoesFileExist(tag, "Fw File is Not Exist,FWPath:%s\n", path);
 }
 
-/// The device behind a handle for the exports that read a version.
+/// The device of a handle for the exports that read a version.
 std::shared_ptr<CHidDev> FindReader(const char* tag, void* pDev, const std::uint16_t* pVersion) {
   if (pVersion == nullptr) {
     Refuse(tag, "Invalidate parameter\n");
@@ -116,14 +90,21 @@ std::shared_ptr<CHidDev> FindReader(const char* tag, void* pDev, const std::uint
   return dev;
 }
 
-bool Update(const char* tag, void* pDev, const char* path, QZ_ProgressCallback callback) {
+bool UpdateHub(const char* tag, void* pDev, const char* path, QZ_ProgressCallback callback) {
   if (!IsHandleGiven(tag, pDev)) return false;
-  const CProgressRegistration progress(tag, callback);
+  CUpdateResponder responder(callback);
+  if (callback != nullptr) {
+    CMsg::Instance().Log(3, tag, "Notify Progress\n");
+    CMsg::Instance().AddResponder(&responder);
+  }
+  const platform::CScopeGuard removal([&] {
+    if (callback != nullptr) CMsg::Instance().RemoveResponder(&responder);
+  });
   if (!DoesImageExist(tag, path)) return false;
   const auto dev = CHandleTable::Instance().FindHidDev(tag, pDev);
   if (!dev) return false;
   CFlowJob job(*dev);
-  job.Flow().InitFwFinder(path);  // the flow tells a missing image
+  job.Flow().InitFwFinder(path);  // the flow reports a missing image
   job.Flow().SetResetToFlash(PassPara() == 0);
   return job.Flow().DevUpdate() || Refuse(tag, "Update Fail\n");
 }
@@ -161,26 +142,11 @@ bool ReadFileIds(const char* tag, const char* path, std::uint32_t* pVID, std::ui
   return true;
 }
 
-/// A device that is open while the object lives.
-class COpenDevice {
- public:
-  explicit COpenDevice(std::uint32_t devInst) : m_pDev(QZ_OpenHid(devInst)) {}
-  ~COpenDevice() {
-    if (m_pDev != nullptr) QZ_CloseDev(m_pDev);
-  }
-  COpenDevice(const COpenDevice&) = delete;
-  COpenDevice& operator=(const COpenDevice&) = delete;
-  bool IsOpen() const { return m_pDev != nullptr; }
-
- private:
-  void* m_pDev;
-};
-
 bool ReadHubIds(const char* tag, std::uint32_t devInst, std::uint32_t* pVID, std::uint32_t* pPID) {
   CMsg& msg = CMsg::Instance();
   if (pVID == nullptr || pPID == nullptr) return Refuse(tag, "Invalidate parameter\n");
-  const COpenDevice device(devInst);
-  if (!device.IsOpen()) {
+  const std::unique_ptr<void, decltype(&QZ_CloseDev)> device(QZ_OpenHid(devInst), &QZ_CloseDev);
+  if (!device) {
     msg.Log(3, tag, "Open hid device failed,DevInst:%d\n", static_cast<int>(devInst));
     return false;
   }
@@ -195,42 +161,36 @@ bool ReadHubIds(const char* tag, std::uint32_t devInst, std::uint32_t* pVID, std
   return true;
 }
 
-/// Runs a body with a boolean result.
-template <class Body>
-uint8_t RunJob(ConnectionUse use, const char* exportName, const wchar_t* debugName,
-               const Body& body) {
-  return RunDeviceExport(use, exportName, debugName, uint8_t{0},
-                         [&] { return static_cast<uint8_t>(body(exportName) ? 1 : 0); });
-}
+uint8_t AsResult(bool isDone) { return isDone ? 1 : 0; }
 
 }  // namespace
 
 uint8_t QZ_UpdateDev(void* pDev, const char* path, QZ_ProgressCallback callback) {
-  return RunJob(ConnectionUse::Update, "QZ_UpdateDev", L"QZ UpdateDev", [&](const char* tag) {
-    const CDeferredCloses closes;
-    return Update(tag, pDev, path, callback);
-  });
+  return Run({"QZ_UpdateDev", L"QZ UpdateDev", ConnectionUse::Update}, uint8_t{0},
+             [&](const char* tag) {
+               const platform::CScopeGuard closing(CloseDeferred);
+               return AsResult(UpdateHub(tag, pDev, path, callback));
+             });
 }
 
 uint8_t QZ_ReadBinVersion(void* pDev, const char* path, uint16_t* pVersion) {
-  return RunJob(ConnectionUse::TakeOver, "QZ_ReadBinVersion", L"QZ_ReadBinVersion",
-                [&](const char* tag) { return ReadBinVersion(tag, pDev, path, pVersion); });
+  return Run({"QZ_ReadBinVersion", L"QZ_ReadBinVersion", ConnectionUse::TakeOver}, uint8_t{0},
+             [&](const char* tag) { return AsResult(ReadBinVersion(tag, pDev, path, pVersion)); });
 }
 
 uint8_t QZ_ReadDevVersion(void* pDev, uint16_t* pVersion) {
-  return RunJob(ConnectionUse::TakeOver, "QZ_ReadDevVersion", L"QZ_ReadDevVersion",
-                [&](const char* tag) { return ReadDevVersion(tag, pDev, pVersion); });
+  return Run({"QZ_ReadDevVersion", L"QZ_ReadDevVersion", ConnectionUse::TakeOver}, uint8_t{0},
+             [&](const char* tag) { return AsResult(ReadDevVersion(tag, pDev, pVersion)); });
 }
 
 uint8_t QZ_GetHidBinFileVIDPID(const char* path, uint32_t* pVID, uint32_t* pPID) {
-  constexpr const char* kTag = "QZ_GetHidBinFileVIDPID";
-  return RunExport(kTag, L"QZ_GetHidBinFileVIDPID", uint8_t{0}, [&] {
-    return static_cast<uint8_t>(ReadFileIds(kTag, path, pVID, pPID) ? 1 : 0);
-  });
+  return Run({"QZ_GetHidBinFileVIDPID", L"QZ_GetHidBinFileVIDPID"}, uint8_t{0},
+             [&](const char* tag) { return AsResult(ReadFileIds(tag, path, pVID, pPID)); });
 }
 
 uint8_t QZ_GetHubVIDPIDFromHidDevice(uint32_t DevInst, uint32_t* pVID, uint32_t* pPID) {
-  return RunJob(ConnectionUse::TakeOver, "QZ_GetHubVIDPIDFromHidDevice",
-                L"QZ_GetHubVIDPIDFromHidDevice",
-                [&](const char* tag) { return ReadHubIds(tag, DevInst, pVID, pPID); });
+  constexpr ExportCall kCall{"QZ_GetHubVIDPIDFromHidDevice", L"QZ_GetHubVIDPIDFromHidDevice",
+                             ConnectionUse::TakeOver};
+  return Run(kCall, uint8_t{0},
+             [&](const char* tag) { return AsResult(ReadHubIds(tag, DevInst, pVID, pPID)); });
 }

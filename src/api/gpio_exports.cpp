@@ -2,21 +2,21 @@
 #include <memory>
 
 #include "QzHidAPI.h"
-#include "api/export_guard.h"
+#include "api/export_frame.h"
 #include "api/handle_table.h"
 #include "log/msg.h"
 #include "transport/request_cmd.h"
+#include "transport/transfers.h"
 
 using namespace qzhid;
 using enum ConnectionUse;
 
 namespace {
 
-constexpr std::uint32_t kTimeoutMs = 5000;
 constexpr std::uint32_t kLines = 24;
 constexpr std::uint32_t kRefusedLine = 1;
 
-/// Whether a line may be used through that handle; says why not.
+/// Whether a line can be used through that handle; logs why not.
 bool IsLineUsable(const char* tag, void* pDev, std::uint32_t gpio) {
   CMsg& msg = CMsg::Instance();
   if (pDev == nullptr) {
@@ -40,7 +40,7 @@ std::uint8_t SetHubGpio(const char* tag, std::uint32_t gpio, std::uint8_t level)
   msg.Log(0, tag, "------>\n");
   const auto value = static_cast<std::uint16_t>(level * 256 + 1);
   const std::uint32_t result = CRequestCMD::Instance().Yv_SendVDCmd(
-      0x40, 0x04, value, static_cast<std::uint16_t>(gpio), nullptr, 0, kTimeoutMs);
+      0x40, 0x04, value, static_cast<std::uint16_t>(gpio), nullptr, 0, kRequestTimeoutMs);
   if (result == 0) {
     msg.Log(1, tag, "Set GPIO %d %d sucess\n", static_cast<int>(gpio), level);
   } else {
@@ -53,37 +53,38 @@ std::uint8_t SetHubGpio(const char* tag, std::uint32_t gpio, std::uint8_t level)
 }  // namespace
 
 uint32_t QZ_HidGPIOR(void* pDev, uint32_t gpio, uint8_t* pBuf, uint32_t length) {
-  constexpr const char* kTag = "QZ_HidGPIOR";
-  return RunDeviceExport(Share, kTag, L"QZ_HidGPIOR", kRefusedLine, [&]() -> std::uint32_t {
-    if (!IsLineUsable(kTag, pDev, gpio)) return kRefusedLine;
-    const std::uint32_t wLength = length & 0xFFFF;
-    if (pBuf == nullptr && wLength != 0) {
-      CMsg::Instance().Log(3, kTag, "Check Fail,pBuf is %p,length is %d\n",
-                           static_cast<void*>(pBuf), static_cast<int>(wLength));
-      return kRefusedLine;
-    }
-    return CRequestCMD::Instance().Yv_SendVDCmd(0xC0, 0x04, static_cast<std::uint16_t>(gpio * 256),
-                                                0, pBuf, wLength, kTimeoutMs);
-  });
+  return Run({"QZ_HidGPIOR", L"QZ_HidGPIOR", Share}, kRefusedLine,
+             [&](const char* tag) -> std::uint32_t {
+               if (!IsLineUsable(tag, pDev, gpio)) return kRefusedLine;
+               const std::uint32_t wLength = length & 0xFFFF;
+               if (pBuf == nullptr && wLength != 0) {
+                 CMsg::Instance().Log(3, tag, "Check Fail,pBuf is %p,length is %d\n",
+                                      static_cast<void*>(pBuf), static_cast<int>(wLength));
+                 return kRefusedLine;
+               }
+               return CRequestCMD::Instance().Yv_SendVDCmd(0xC0, 0x04,
+                                                           static_cast<std::uint16_t>(gpio * 256),
+                                                           0, pBuf, wLength, kRequestTimeoutMs);
+             });
 }
 
 uint32_t QZ_HidGPIOW(void* pDev, uint32_t gpio, uint32_t level) {
-  constexpr const char* kTag = "QZ_HidGPIOW";
-  return RunDeviceExport(Share, kTag, L"QZ_HidGPIOW", kRefusedLine, [&]() -> std::uint32_t {
-    if (!IsLineUsable(kTag, pDev, gpio)) return kRefusedLine;
-    return CRequestCMD::Instance().Yv_SendVDCmd(0x40, 0x0C, static_cast<std::uint16_t>(gpio * 256),
-                                                static_cast<std::uint16_t>((level & 0xFF) * 256),
-                                                nullptr, 0, kTimeoutMs);
-  });
+  return Run({"QZ_HidGPIOW", L"QZ_HidGPIOW", Share}, kRefusedLine,
+             [&](const char* tag) -> std::uint32_t {
+               if (!IsLineUsable(tag, pDev, gpio)) return kRefusedLine;
+               return CRequestCMD::Instance().Yv_SendVDCmd(
+                   0x40, 0x0C, static_cast<std::uint16_t>(gpio * 256),
+                   static_cast<std::uint16_t>((level & 0xFF) * 256), nullptr, 0, kRequestTimeoutMs);
+             });
 }
 
 uint8_t QZ_HidSetHubGPIO(void* pDev, uint32_t gpio, uint8_t level) {
-  constexpr const char* kTag = "QZ_HidSetHubGPIO";
-  return RunDeviceExport(Share, kTag, L"QZ_HidSetHubGPIO", uint8_t{0}, [&]() -> std::uint8_t {
-    if (pDev == nullptr) {
-      CMsg::Instance().Log(3, kTag, "pDev is NULL\n");
-      return 0;
-    }
-    return SetHubGpio(kTag, gpio, level);
-  });
+  return Run({"QZ_HidSetHubGPIO", L"QZ_HidSetHubGPIO", Share}, uint8_t{0},
+             [&](const char* tag) -> std::uint8_t {
+               if (pDev == nullptr) {
+                 CMsg::Instance().Log(3, tag, "pDev is NULL\n");
+                 return 0;
+               }
+               return SetHubGpio(tag, gpio, level);
+             });
 }

@@ -10,18 +10,18 @@
 
 namespace qzhid {
 
-/// A handle is the address of a device object. The table owns the object, so that a handle that was
-/// closed, or never given out, is told without looking behind it, and an object in use outlives its
+/// A handle is the address of a device object. The table owns the objects, so that a closed or
+/// made-up handle is recognised without a look at its memory, and an object in use outlives its
 /// closing.
 class CHandleTable {
  public:
   static CHandleTable& Instance();
 
-  /// Takes a device over and returns its handle.
+  /// Adds a device and returns its handle.
   void* Add(std::shared_ptr<IDev> dev);
-  /// Forgets a handle. Returns its device; null when it is none.
+  /// Forgets a handle. Returns its device; null for an invalid handle.
   std::shared_ptr<IDev> Take(void* handle);
-  /// The handle's device; null when it is none.
+  /// The handle's device; null for an invalid handle.
   std::shared_ptr<IDev> Find(void* handle);
   /// The same for handles whose device is exactly a CHidDev; logs "Unknow Dev!!" under `tag` for
   /// others.

@@ -1,15 +1,15 @@
 // Listing of attached devices.
 #include <cstdlib>
-#include <optional>
 #include <string>
 
 #include "QzHidAPI.h"
 #include "api/dev_list_cache.h"
-#include "api/export_guard.h"
+#include "api/export_frame.h"
 #include "api/proxy_driver.h"
 #include "discovery/hid_find.h"
 #include "discovery/record_text.h"
 #include "log/msg.h"
+#include "platform/scope_guard.h"
 
 using namespace qzhid;
 using enum ConnectionUse;
@@ -29,24 +29,15 @@ void LogRecords(const char* tag, const HidDevRecord* records, std::uint32_t coun
   }
 }
 
-/// Takes a list that the host was to get back, unless it is handed over.
-class CListGuard {
- public:
-  explicit CListGuard(HidDevRecord** ppList) : m_ppList(ppList) {}
-  ~CListGuard() {
-    if (m_ppList == nullptr) return;
-    std::free(*m_ppList);
-    *m_ppList = nullptr;
+void ReleaseConnection() noexcept {
+  try {
+    CProxyDriver::Instance().QZ_UnInitProxyDriver();
+  } catch (...) {
+    LogException("CRequestCMD::QZ_UnInitProxyDriver");
   }
-  CListGuard(const CListGuard&) = delete;
-  CListGuard& operator=(const CListGuard&) = delete;
-  void HandOver() { m_ppList = nullptr; }
+}
 
- private:
-  HidDevRecord** m_ppList;
-};
-
-/// What both listings share; `list` asks the finder and `logFilter` tells what for.
+/// What both listings share; `list` asks the finder and `logFilter` logs what for.
 template <class LogFilter, class List>
 std::uint8_t ListDevices(const char* tag, HidDevRecord** ppList, std::uint32_t* pCount,
                          const LogFilter& logFilter, const List& list) {
@@ -54,67 +45,63 @@ std::uint8_t ListDevices(const char* tag, HidDevRecord** ppList, std::uint32_t* 
   CDevListCache& cache = CDevListCache::Instance();
   cache.Clear();
   msg.Log(1, tag, "Enter --->\n");
-  logFilter(tag);
+  logFilter();
   if (ppList == nullptr || pCount == nullptr) {
     msg.Log(3, tag, "Invalidate parameter\n");
     return 0;
   }
   CHidFind finder;
-  std::optional<CProxySession> session(std::in_place);
+  CProxyDriver::Instance().QZ_InitProxyDriver();
+  platform::CScopeGuard connection(ReleaseConnection);
   const bool isListed = list(finder) != 0;
-  CListGuard guard(isListed ? ppList : nullptr);
+  platform::CScopeGuard freeList([&] {
+    if (!isListed) return;
+    std::free(*ppList);
+    *ppList = nullptr;
+  });
   if (isListed) {
     LogRecords(tag, *ppList, *pCount);
   } else {
     msg.Log(3, tag, "List Hid Device Fail\n");
   }
-  session.reset();
+  connection.RunNow();
   cache.Store(isListed ? *ppList : nullptr, *pCount);
   msg.Log(1, tag, "<--- Exit\n");
-  guard.HandOver();
+  freeList.Dismiss();
   return isListed && *pCount != 0 ? 1 : 0;
 }
 
-/// The frame of both: a listing that is refused leaves its outputs as one that finds nothing.
+/// A refused listing sets its outputs like one that finds nothing.
 template <class Body>
-std::uint8_t RunListing(const char* tag, std::uint32_t* pCount, const Body& body) {
-  return RunExport(tag, L"List Hid Device", std::uint8_t{0}, [&]() -> std::uint8_t {
-    const CCallGate::CPass pass(TakeOver);
-    if (pass) return body();
-    LogUpdateIsRunning(tag);
+std::uint8_t RunListing(const char* name, std::uint32_t* pCount, const Body& body) {
+  return Run({name, L"List Hid Device", TakeOver}, std::uint8_t{0}, body, [&] {
     if (pCount != nullptr) *pCount = 0;
-    return 0;
   });
 }
 
 }  // namespace
 
 uint8_t QZ_ListAllHidDev(HidDevRecord** ppList, uint32_t* pCount) {
-  constexpr const char* kTag = "QZ_ListAllHidDev";
-  return RunListing(kTag, pCount, [&] {
+  return RunListing("QZ_ListAllHidDev", pCount, [&](const char* tag) {
     return ListDevices(
-        kTag, ppList, pCount, [](const char*) {},
+        tag, ppList, pCount, [] {},
         [&](CHidFind& finder) { return finder.ListHidDevice(ppList, pCount); });
   });
 }
 
 uint8_t QZ_ListAllHidDevByVIDPID(uint32_t wVID, uint32_t wPID, HidDevRecord** ppList,
                                  uint32_t* pCount) {
-  constexpr const char* kTag = "QZ_ListAllHidDevByVIDPID";
-  return RunListing(kTag, pCount, [&] {
+  return RunListing("QZ_ListAllHidDevByVIDPID", pCount, [&](const char* tag) {
     return ListDevices(
-        kTag, ppList, pCount,
-        [&](const char* tag) {
-          CMsg::Instance().Log(0, tag, "Filter VID:%04x,PID:%04x\n", wVID, wPID);
-        },
+        tag, ppList, pCount,
+        [&] { CMsg::Instance().Log(0, tag, "Filter VID:%04x,PID:%04x\n", wVID, wPID); },
         [&](CHidFind& finder) { return finder.ListHidDevice(wVID, wPID, ppList, pCount); });
   });
 }
 
 void QZ_FreeDevList(HidDevRecord* pList) {
-  constexpr const char* kTag = "QZ_FreeDevList";
-  RunExport(kTag, L"QZ FreeAllDevice", 0, [&] {
-    CMsg::Instance().Log(1, kTag, "In QZ_FreeAllDevice,Free Memory\n");
+  Run({"QZ_FreeDevList", L"QZ FreeAllDevice"}, 0, [&](const char* tag) {
+    CMsg::Instance().Log(1, tag, "In QZ_FreeAllDevice,Free Memory\n");
     std::free(pList);
     return 0;
   });

@@ -6,7 +6,7 @@
 
 namespace qzhid {
 
-/// 0 at first: updates start the new firmware. Any other value: they leave the hub in its loader.
+/// 0 at first: updates start the new firmware. Any other value: the hub stays in its ROM code.
 inline std::atomic<std::uint32_t>& PassPara() {
   static std::atomic<std::uint32_t> value{0};
   return value;

@@ -1,6 +1,5 @@
 #include "api/proxy_driver.h"
 
-#include "api/export_guard.h"
 #include "log/msg.h"
 #include "transport/hid_transfers.h"
 #include "transport/request_cmd.h"
@@ -35,14 +34,6 @@ void CProxyDriver::QZ_UnInitProxyDriver() {
 
 void CProxyDriver::Abandon() noexcept {
   if (m_pProxy.release() != nullptr) CRequestCMD::Instance().SetProperty(nullptr);
-}
-
-CProxySession::~CProxySession() {
-  try {
-    CProxyDriver::Instance().QZ_UnInitProxyDriver();
-  } catch (...) {
-    LogException("CRequestCMD::QZ_UnInitProxyDriver");
-  }
 }
 
 }  // namespace qzhid

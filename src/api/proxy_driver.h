@@ -31,13 +31,4 @@ class CProxyDriver {
   std::unique_ptr<CHidProperty> m_pProxy;
 };
 
-/// A fresh connection for as long as the object lives.
-class CProxySession {
- public:
-  CProxySession() { CProxyDriver::Instance().QZ_InitProxyDriver(); }
-  ~CProxySession();
-  CProxySession(const CProxySession&) = delete;
-  CProxySession& operator=(const CProxySession&) = delete;
-};
-
 }  // namespace qzhid

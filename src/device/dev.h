@@ -26,7 +26,7 @@ class IDev {
   // State; ids as in states.h.
   virtual void SetState(CState*) {}
   virtual CState* GetState() { return nullptr; }
-  /// The state of that id; null when there is none.
+  /// The state with that id; null when there is none.
   virtual CState* GetStateById(int) { return nullptr; }
 
   // Values that the device keeps for its user.
@@ -47,7 +47,8 @@ class IDev {
   /// Adds a pair that the device may show; the first is the product id, the second the vendor id.
   virtual void AddVidPid(std::uint32_t, std::uint32_t) {}
   virtual void RemoveVidPid(std::uint32_t, std::uint32_t) {}
-  /// The pair at that index, in the order of AddVidPid; false and nothing written behind the last.
+  /// The pair at that index, in the order of AddVidPid; false, and nothing is written, after the
+  /// last.
   virtual bool GetVidPid(std::uint32_t&, std::uint32_t&, std::size_t) { return false; }
   /// The location path of the device's USB node.
   virtual void SetTopology(const std::wstring&) {}
@@ -73,10 +74,10 @@ class IDev {
 
   // Operations that do not ask the state.
   virtual bool ForceReset2Rom() { return false; }
-  /// Asks the hub which code it runs and tells `dev`'s state.
+  /// Asks the hub which code it runs and informs the state of `dev`.
   virtual bool JudgeCodeMode(IDev*) { return false; }
   virtual bool SetReconnectOption(std::uint8_t) { return false; }
-  /// Whether the device may be waited for; `flag` is the device's flag.
+  /// Whether a wait for the device makes sense; `flag` is the device's flag.
   virtual bool IsPresent(std::uint8_t) { return true; }
   virtual bool UnInit(std::uint8_t) { return true; }
   /// Returns true when the request FAILED.
@@ -103,7 +104,7 @@ class IDev {
   virtual std::int32_t I2CReadImpl(std::uint32_t, std::uint8_t*, std::uint16_t) { return -1; }
 
  protected:
-  std::list<IMatch*> m_MatchList;  // all of them must accept a node; owned by derived classes
+  std::list<const IMatch*> m_MatchList;  // all of them must accept a node; not owned
   FwBuffer m_FwBuf;
   bool m_bLongRead = false;
 

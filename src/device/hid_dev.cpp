@@ -3,6 +3,7 @@
 
 #include "firmware/fw_image.h"
 #include "log/msg.h"
+#include "transport/transfers.h"
 
 namespace qzhid {
 
@@ -10,7 +11,6 @@ namespace {
 
 constexpr std::uint32_t kChunkSize = 128;  // a chunk and its header fit one report
 constexpr std::uint32_t kEraseAddress = 0x100;
-constexpr std::uint32_t kTimeoutMs = 5000;
 constexpr std::uint16_t kMaxI2CWrite = 128;
 constexpr std::uint16_t kMaxI2CRead = 192;
 
@@ -60,7 +60,7 @@ bool CHidDev::WriteFlashEx(const FwBuffer& image) {
     msg.Log(3, kTag, "Read Status Fail\n");
     return false;
   }
-  const bool isFast = request.Yv_SendVDCmd(0x40, 0x06, 1, 0, nullptr, 0, kTimeoutMs) == 0;
+  const bool isFast = request.Yv_SendVDCmd(0x40, 0x06, 1, 0, nullptr, 0, kRequestTimeoutMs) == 0;
   msg.Log(0, kTag, "Enable High Clock Mode return %s\n", isFast ? "true" : "false");
   if (request.Yv_EraseFlash2(kEraseAddress) != 0) {
     msg.Log(3, kTag, "Erase Flash Fail\n");

@@ -23,6 +23,8 @@ inline constexpr const char* kReadFailure = "Read Data Fail,ErrorCode:0x%08x\n";
 
 class CHidDev final : public CUSBDev {
  public:
+  using CUSBDev::CUSBDev;
+
   /// The last I2CConfigImpl's; any thread may call both.
   I2CConfig GetI2CConfig() const;
 

@@ -137,7 +137,7 @@ std::int32_t PollOutStatus(const char* tag, const CBlockTarget& target) {
   return 1;
 }
 
-/// Polls until the target is done or the time is up, which is no failure here.
+/// Polls until the target is done or the time is up, which is not a failure here.
 std::int32_t PollInStatus(const char* tag, const CBlockTarget& target, const CDeadline& deadline) {
   for (std::uint64_t polls = deadline.Remaining() / kInPollMs; polls > 0; --polls) {
     std::uint8_t status = 0;

@@ -7,7 +7,7 @@ namespace qzhid {
 
 namespace {
 
-/// Ignores every event; the states below take up those that concern them.
+/// Ignores every event; the states below handle those that concern them.
 class CPassiveState : public CState {
  public:
   using CState::CState;

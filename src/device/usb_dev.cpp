@@ -3,15 +3,13 @@
 
 #include <algorithm>
 
-#include "discovery/topo_match.h"
-#include "discovery/vid_pid_match.h"
 #include "log/msg.h"
 
 namespace qzhid {
 
 namespace {
 
-constexpr std::uint32_t kChunkSize = 4096;
+constexpr std::uint32_t kUsbChunkSize = 4096;
 constexpr std::uint8_t kFlashCodeBit = 0x02;      // of status byte 15
 constexpr std::uint8_t kDualBankBit = 0x80;       // of status byte 15
 constexpr std::uint8_t kISPValidationBit = 0x02;  // of status byte 13
@@ -28,45 +26,36 @@ int Percent(std::size_t done, std::size_t total) {
 
 }  // namespace
 
-CUSBDev::CUSBDev() = default;
-CUSBDev::~CUSBDev() = default;
-
-void CUSBDev::NeedVidPidMatch() {
-  if (m_pVidPidMatch) return;
-  m_pVidPidMatch = std::make_unique<CVidPidMatch>();
-  m_MatchList.push_back(m_pVidPidMatch.get());
-}
-
-void CUSBDev::NeedTopoMatch() {
-  if (m_pTopoMatch) return;
-  m_pTopoMatch = std::make_unique<CTopoMatch>();
-  m_MatchList.push_back(m_pTopoMatch.get());
+void CUSBDev::Require(const IMatch& match) {
+  if (std::find(m_MatchList.begin(), m_MatchList.end(), &match) == m_MatchList.end()) {
+    m_MatchList.push_back(&match);
+  }
 }
 
 void CUSBDev::AddVidPid(std::uint32_t first, std::uint32_t second) {
-  NeedVidPidMatch();
+  Require(m_Matchers.byIds);
   CKmoHubPDDev::AddVidPid(first, second);
 }
 
 void CUSBDev::SetTopology(const std::wstring& topology) {
-  NeedTopoMatch();
+  Require(m_Matchers.byPlace);
   CKmoHubPDDev::SetTopology(topology);
 }
 
 void CUSBDev::SetPosition(std::uint32_t pos1, std::uint32_t pos2) {
-  NeedTopoMatch();
+  Require(m_Matchers.byPlace);
   CKmoHubPDDev::SetPosition(pos1, pos2);
 }
 
 void CUSBDev::SetDevVidPid(std::uint32_t vid, std::uint32_t pid) {
-  NeedVidPidMatch();
+  Require(m_Matchers.byIds);
   m_nDevVid = vid;
   m_nDevPid = pid;
 }
 
 bool CUSBDev::IsMatch(std::uint32_t devInst) {
   return std::all_of(m_MatchList.begin(), m_MatchList.end(),
-                     [&](IMatch* match) { return match->Match(devInst, this); });
+                     [&](const IMatch* match) { return match->Match(devInst, this); });
 }
 
 bool CUSBDev::Arrive(std::uint32_t devInst) {
@@ -135,10 +124,10 @@ bool CUSBDev::Reset2FlashEx() {
 }
 
 bool CUSBDev::WriteFlashEx(const FwBuffer& image) {
-  return WriteChunks(image, kChunkSize, VdCmdEnable(kEnableFlashWrite));
+  return WriteChunks(image, kUsbChunkSize, VdCmdEnable(kEnableFlashWrite));
 }
 
-bool CUSBDev::ReadFlash(FwBuffer& buffer) { return ReadChunks(buffer, kChunkSize); }
+bool CUSBDev::ReadFlash(FwBuffer& buffer) { return ReadChunks(buffer, kUsbChunkSize); }
 
 bool CUSBDev::WriteChunks(const FwBuffer& image, std::uint32_t chunkSize, bool resultIfEmpty) {
   CRequestCMD& request = CRequestCMD::Instance();

@@ -2,9 +2,9 @@
 #pragma once
 
 #include <array>
-#include <memory>
 
 #include "device/kmo_hub_pd_dev.h"
+#include "device/match.h"
 #include "transport/request_cmd.h"
 
 namespace qzhid {
@@ -15,8 +15,7 @@ using StatusBlock = std::array<std::uint8_t, kStatusBlockSize>;
 
 class CUSBDev : public CKmoHubPDDev {
  public:
-  CUSBDev();
-  ~CUSBDev() override;
+  explicit CUSBDev(const Matchers& matchers) : m_Matchers(matchers) {}
 
   void AddVidPid(std::uint32_t first, std::uint32_t second) override;
   void SetTopology(const std::wstring& topology) override;
@@ -66,11 +65,10 @@ class CUSBDev : public CKmoHubPDDev {
   std::uint32_t FlashAddress(std::size_t offset) const {
     return m_nFlashBase + static_cast<std::uint32_t>(offset);
   }
-  void NeedVidPidMatch();
-  void NeedTopoMatch();
+  /// From now on a node must pass that test, too.
+  void Require(const IMatch& match);
 
-  std::unique_ptr<IMatch> m_pVidPidMatch;
-  std::unique_ptr<IMatch> m_pTopoMatch;
+  const Matchers m_Matchers;
 };
 
 }  // namespace qzhid

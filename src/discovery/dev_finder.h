@@ -1,4 +1,4 @@
-// Finds device nodes and tells registered device objects that they arrive and go.
+// Finds device nodes and informs registered device objects that they arrive and go.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@ namespace qzhid {
 
 class IDev;
 
-/// Claims device nodes that a finder shall leave alone.
+/// Claims device nodes that a finder must ignore.
 class IDevFilter {
  public:
   virtual ~IDevFilter() = default;
@@ -42,7 +42,7 @@ class IDevFinder {
   virtual const platform::Guid* GetClassGuid() { return nullptr; }
 
   virtual void AddDev(IDev* dev) { m_DevObjects.push_back(dev); }
-  /// Takes every registration of the device out.
+  /// Removes every registration of the device.
   virtual void DelDev(IDev* dev) { m_DevObjects.remove(dev); }
 
   /// Forgets the present nodes, so that the next scan finds them new, and removes the device in the

@@ -8,7 +8,7 @@ namespace qzhid {
 
 namespace {
 
-constexpr int kArriveAttempts = 50;
+constexpr int kHidArriveAttempts = 50;
 
 }  // namespace
 
@@ -25,7 +25,7 @@ void CHidFind::ArriveAllDevs() {
       CMsg::Instance().Log(3, "CHidFind::ArriveAllDevs", "Get Hid parent devinst fail\n");
       return;
     }
-    if (ArriveNode(usbNode, node, kArriveAttempts)) return;
+    if (ArriveNode(usbNode, node, kHidArriveAttempts)) return;
   }
 }
 

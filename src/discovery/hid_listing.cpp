@@ -14,10 +14,10 @@ namespace qzhid {
 
 namespace {
 
-constexpr const char* kTag = "CHidFind::ListHidDevice";
+constexpr const char* kListTag = "CHidFind::ListHidDevice";
 constexpr const char* kRootHubMarker = "ROOT_HUB";
 constexpr std::size_t kTextCapacity = 1024;      // bytes of a text property
-constexpr std::size_t kDeviceIdCapacity = 1024;  // characters
+constexpr std::size_t kParentIdCapacity = 1024;  // characters
 constexpr std::size_t kIdDigits = 4;
 
 struct FreeRecords {
@@ -30,9 +30,9 @@ void Store(QZ_Utf16 (&field)[N], const std::wstring& text) {
   StoreText(field, N, text);
 }
 
-/// Stores the characters behind the marker. Returns whether the marker is there.
+/// Stores the characters after the marker. Returns whether the marker is there.
 template <std::size_t N>
-bool StoreBehind(QZ_Utf16 (&field)[N], const std::wstring& text, const std::wstring& marker) {
+bool StoreAfter(QZ_Utf16 (&field)[N], const std::wstring& text, const std::wstring& marker) {
   const std::size_t position = text.find(marker);
   if (position == std::wstring::npos) return false;
   Store(field, text.substr(position + marker.size(), kIdDigits));
@@ -41,34 +41,34 @@ bool StoreBehind(QZ_Utf16 (&field)[N], const std::wstring& text, const std::wstr
 
 bool FillIds(HidDevRecord& record, int index) {
   std::wstring ids;
-  if (!ReadHardwareIds(kTag, record.dwInst, ids)) return false;
+  if (!ReadHardwareIds(kListTag, record.dwInst, ids)) return false;
   Store(record.HwID, ids);
   const std::wstring id = FirstString(ids);
-  CMsg::Instance().Log(1, kTag, L"Index:%d,HwID:%ls\n", index, id.c_str());
+  CMsg::Instance().Log(1, kListTag, L"Index:%d,HwID:%ls\n", index, id.c_str());
   // Without a vendor id the product id is not looked for.
-  if (StoreBehind(record.VID, id, L"VID_")) StoreBehind(record.PID, id, L"PID_");
+  if (StoreAfter(record.VID, id, L"VID_")) StoreAfter(record.PID, id, L"PID_");
   return true;
 }
 
 bool FillPlace(HidDevRecord& record) {
   platform::DevInst usbNode = 0;
   if (const auto status = platform::GetParent(record.dwInst, usbNode); !status) {
-    CMsg::Instance().Log(3, kTag, "Get Parent Devinst fail,Error:0x%x\n", status.code);
+    CMsg::Instance().Log(3, kListTag, "Get Parent Devinst fail,Error:0x%x\n", status.code);
     return false;
   }
   if (const auto status = platform::GetAddressProperty(usbNode, record.Port); !status) {
-    CMsg::Instance().Log(3, kTag, "Get Dev Port Fail,ErrorCode:0x%x\n", status.code);
+    CMsg::Instance().Log(3, kListTag, "Get Dev Port Fail,ErrorCode:0x%x\n", status.code);
     return false;
   }
   if (!GetDevLevel(usbNode, record.Level)) {
-    CMsg::Instance().Log(3, kTag, "Get Dev Level Fail\n");
+    CMsg::Instance().Log(3, kListTag, "Get Dev Level Fail\n");
     return false;
   }
   std::wstring paths;
   const auto status = platform::GetTextProperty(usbNode, platform::TextProperty::LocationPaths,
                                                 kTextCapacity, paths);
   if (!status) {
-    CMsg::Instance().Log(3, kTag, "Get Dev Path Fail,ErrorCode:0x%x\n", status.code);
+    CMsg::Instance().Log(3, kListTag, "Get Dev Path Fail,ErrorCode:0x%x\n", status.code);
     return false;
   }
   Store(record.LocationPath, paths);
@@ -85,14 +85,14 @@ bool FillRecord(HidDevRecord& record, int index) {
 }  // namespace
 
 int CHidFind::ListHidDevice(HidDevRecord** ppList, std::uint32_t* pCount) {
-  CMsg::Instance().Log(1, kTag, "List All Hid Device\n");
+  CMsg::Instance().Log(1, kListTag, "List All Hid Device\n");
   EnumAllDevs();
   return ListNodes(ppList, pCount);
 }
 
 int CHidFind::ListHidDevice(std::uint32_t vid, std::uint32_t pid, HidDevRecord** ppList,
                             std::uint32_t* pCount) {
-  CMsg::Instance().Log(1, kTag, "List All Hid Device\n");
+  CMsg::Instance().Log(1, kListTag, "List All Hid Device\n");
   EnumAllDevsWithFilter(vid, pid);
   return ListNodes(ppList, pCount);
 }
@@ -116,7 +116,7 @@ bool GetDevLevel(std::uint32_t node, std::uint32_t& level) {
   level = 0;
   for (platform::DevInst parent = 0; platform::GetParent(node, parent); node = parent) {
     std::string id;
-    if (!platform::GetDeviceIdA(parent, kDeviceIdCapacity, id)) return false;
+    if (!platform::GetDeviceIdA(parent, kParentIdCapacity, id)) return false;
     UpperCase(id);
     ++level;
     if (id.find(kRootHubMarker) != std::string::npos) break;

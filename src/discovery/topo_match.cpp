@@ -11,15 +11,15 @@ namespace qzhid {
 
 namespace {
 
-constexpr const char* kTag = "CTopoMatch::Match";
+constexpr const char* kMatchTag = "CTopoMatch::Match";
 
 bool MatchLocationPath(std::uint32_t node, const std::wstring& wanted) {
   CMsg& msg = CMsg::Instance();
-  msg.Log(1, kTag, "LocationPath Topo Match\n");
+  msg.Log(1, kMatchTag, "LocationPath Topo Match\n");
   const std::wstring path = CDevProperty::Instance().GetLocationPath(node);
   if (path == wanted) return true;
-  msg.Log(1, kTag, "CurrentDevLocationPath:%s\n", platform::ToNarrow(wanted).c_str());
-  msg.Log(1, kTag, "EnumDevLocationPath:%s\n", platform::ToNarrow(path).c_str());
+  msg.Log(1, kMatchTag, "CurrentDevLocationPath:%s\n", platform::ToNarrow(wanted).c_str());
+  msg.Log(1, kMatchTag, "EnumDevLocationPath:%s\n", platform::ToNarrow(path).c_str());
   return false;
 }
 
@@ -31,7 +31,7 @@ std::wstring PortText(std::int32_t level, std::int32_t port, platform::Architect
 }
 
 bool MatchPosition(std::uint32_t node, IDev& dev, platform::Architecture architecture) {
-  CMsg::Instance().Log(1, kTag, "Port & Level Topo Match\n");
+  CMsg::Instance().Log(1, kMatchTag, "Port & Level Topo Match\n");
   const auto level = static_cast<std::int32_t>(dev.GetPos1());
   if (level < 1) return true;
   const auto port = static_cast<std::int32_t>(dev.GetPos2());
@@ -40,15 +40,15 @@ bool MatchPosition(std::uint32_t node, IDev& dev, platform::Architecture archite
 
 }  // namespace
 
-bool CTopoMatch::Match(std::uint32_t node, IDev* dev) {
+bool CTopoMatch::Match(std::uint32_t node, IDev* dev) const {
   const platform::Architecture architecture = platform::NativeArchitecture();
   const std::wstring topology = dev->GetTopology();
   const bool isMatch = !topology.empty() ? MatchLocationPath(node, topology)
                                          : MatchPosition(node, *dev, architecture);
   if (isMatch) {
-    CMsg::Instance().Log(0, kTag, "match topology return true.\n");
+    CMsg::Instance().Log(0, kMatchTag, "match topology return true.\n");
   } else {
-    CMsg::Instance().Log(1, kTag, "match topology return false.\n");
+    CMsg::Instance().Log(1, kMatchTag, "match topology return false.\n");
   }
   return isMatch;
 }

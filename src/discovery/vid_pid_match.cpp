@@ -9,7 +9,7 @@
 
 namespace qzhid {
 
-bool CVidPidMatch::Match(std::uint32_t node, IDev* dev) {
+bool CVidPidMatch::Match(std::uint32_t node, IDev* dev) const {
   constexpr const char* kTag = "CVidPidMatch::Match";
   std::uint32_t pid = 0;
   std::uint32_t vid = 0;

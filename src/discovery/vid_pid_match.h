@@ -1,7 +1,7 @@
 // Recognises a node by the device's vendor and product ids.
 #pragma once
 
-#include "discovery/match.h"
+#include "device/match.h"
 
 namespace qzhid {
 
@@ -9,7 +9,7 @@ namespace qzhid {
 /// as (product id, vendor id).
 class CVidPidMatch final : public IMatch {
  public:
-  bool Match(std::uint32_t node, IDev* dev) override;
+  bool Match(std::uint32_t node, IDev* dev) const override;
 };
 
 }  // namespace qzhid

@@ -9,8 +9,8 @@ class IFwFinder {
  public:
   virtual ~IFwFinder() = default;
 
-  /// Replaces the contents of `out` with the image. Returns false, with `out` untouched, when there
-  /// is none.
+  /// Replaces the contents of `out` with the image. Returns false, with `out` unchanged, when there
+  /// is no image.
   virtual bool LoadFwbin2Buf(FwBuffer& out) = 0;
 };
 

@@ -9,7 +9,7 @@ namespace qzhid {
 /// A flat image, byte 0 for flash address 0.
 using FwBuffer = std::vector<std::uint8_t>;
 
-/// Which of an image's versions is asked for.
+/// Which version of an image to read.
 inline constexpr std::uint8_t kImageVersion = 0;      ///< at the place that the chip code names
 inline constexpr std::uint8_t kAlternateVersion = 1;  ///< the alternate version
 
@@ -19,8 +19,8 @@ struct FwImageIds {
   std::uint16_t hspid = 0;
 };
 
-/// Read big-endian fields. An image that is too short for a field that has to be read is logged
-/// under `tag`; the result is then false and the output untouched.
+/// Read big-endian fields. When the image is too short for a field, that is logged under `tag`,
+/// the result is false and the output unchanged.
 bool ReadImageVersion(const char* tag, const FwBuffer& image, std::uint8_t mode,
                       std::uint16_t& version);
 bool ReadImageIds(const char* tag, const FwBuffer& image, FwImageIds& ids);

@@ -1,4 +1,4 @@
-// Takes the image from a file.
+// Loads the image from a file.
 #pragma once
 
 #include <string>

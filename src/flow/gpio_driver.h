@@ -1,4 +1,4 @@
-// Drives a GPIO of the board around an update.
+// Sets a GPIO line of the board around an update.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@ namespace qzhid {
 class IGpioDriver {
  public:
   virtual ~IGpioDriver() = default;
-  /// Drives the line, or with `restore` 1 gives it back. Returns whether that worked.
+  /// Sets the line, or with `restore` 1 restores it. Returns whether that worked.
   virtual bool SetGpio(std::uint8_t num, std::uint8_t level, std::uint8_t restore) = 0;
 };
 

@@ -50,7 +50,7 @@ bool CUniversalFlow::DevUpdateReconn(std::uint8_t option) {
   const Run run = Begin("CUniversalFlow::DevUpdateReconn", false);
   return RunReleased(run, [&] {
     if (!WriteImage(run)) return false;
-    // No device class knows the option, and the line is written whatever it answers.
+    // No device class has the option, and the line is written whatever the result.
     m_pDev->SetReconnectOption(option);
     CMsg::Instance().Log(3, run.tag, "fail to set tpc reconnect\n");
     return StartFirmware(run) && (!IsInState(kStateWait) || ReturnFromReset(run, kGpioFailure));
@@ -81,7 +81,7 @@ bool CUniversalFlow::WriteImage(const Run& run) {
   return HasImage(run) && EnterLoader(run) && Program(run);
 }
 
-// Without an image the hub must keep what it runs: nothing is reset or erased for it.
+// Without an image the hub must keep its firmware: nothing is reset or erased.
 bool CUniversalFlow::HasImage(const Run& run) {
   if (!m_pDev->GetFwBuffer().empty()) return true;
   CMsg::Instance().Log(3, run.tag, kWriteFailure);

@@ -37,7 +37,7 @@ class CUniversalFlow final : public IMpFlow {
   static constexpr std::uint32_t kConnectWait = 20;  // seconds
   static constexpr const char* kGpioFailure = "Set GPIO %d %d Fail\n";
 
-  /// What one run of an update carries along: the tag it logs under, whether it has the board's
+  /// The facts of one run of an update: the tag it logs under, whether it has the board's
   /// GPIO and I2C speed steps, and when it began.
   struct Run {
     const char* tag;
@@ -62,7 +62,7 @@ class CUniversalFlow final : public IMpFlow {
   bool ConcludeFailure(const Run& run);
   void LogSuccess(const Run& run, std::uint64_t endMs);
 
-  /// Runs the steps of a job. One that throws ends the job as a failure does.
+  /// Runs the steps of a job. A step that throws ends the job like one that fails.
   template <class Steps, class End>
   static bool RunToItsEnd(const Steps& steps, const End& endFailure) {
     try {

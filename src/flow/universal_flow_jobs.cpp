@@ -39,7 +39,7 @@ bool CUniversalFlow::InitFwFinder(const char* path) {
   IFwFinder* const finder = m_pDev->GetFwFinder();
   FwBuffer image;
   const bool isLoaded = finder != nullptr && finder->LoadFwbin2Buf(image);
-  // Without success an image of an earlier load must not be taken for this one.
+  // After a failure an image that was loaded earlier must not remain.
   m_pDev->SetFwBuffer(std::move(image));
   if (!isLoaded) {
     CMsg::Instance().Log(1, "CUniversalFlow::InitFwFinder", "fail to load fw file to buf.\n");
@@ -127,7 +127,7 @@ bool CUniversalFlow::DevErase() {
 }
 
 /// Returns whether success is to be shown, and in `result` the job's result. Both are true for a
-/// device that does not come back from the reset: its erase is passed over.
+/// device that does not come back from the reset: its erase is skipped.
 bool CUniversalFlow::EraseFromRom(bool& result) {
   constexpr const char* kTag = "CUniversalFlow::DevErase";
   CMsg& msg = CMsg::Instance();

@@ -19,7 +19,7 @@ void CDeliveryTurn::unlock() {
 
 void CDeliveryTurn::EndFork(bool isChild) noexcept {
   if (isChild) {
-    new (&m_Free) std::condition_variable;  // nobody waits here
+    new (&m_Free) std::condition_variable;  // no thread of the child waits
     if (m_Owner != std::this_thread::get_id()) m_nDepth = 0;
   }
   m_Lock.unlock();

@@ -1,4 +1,4 @@
-// Whose turn it is to deliver.
+// The lock of a delivery.
 #pragma once
 
 #include <condition_variable>
@@ -7,8 +7,8 @@
 
 namespace qzhid {
 
-/// A lock that its owner may take again, as std::recursive_mutex is one, for std::lock_guard.
-/// Unlike that, it can be given back in a forked child whose parent has the owner.
+/// A lock that its owner can take again, like std::recursive_mutex, for std::lock_guard. Unlike
+/// that, it can be released in a forked child when its owner is a thread of the parent.
 class CDeliveryTurn {
  public:
   CDeliveryTurn() = default;

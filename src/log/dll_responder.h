@@ -1,4 +1,4 @@
-// Hands progress values to the host's callback.
+// Passes progress values to the host's callback.
 #pragma once
 
 #include "log/responder.h"

@@ -10,18 +10,18 @@
 
 namespace qzhid {
 
-/// Any thread may call at any time, also from inside a delivery of the hub.
+/// Any thread can call at any time, also from inside a delivery.
 class CLogControl {
  public:
   static CLogControl& Instance();
 
-  /// Chooses the log file. It must name a file, existing or not, in a folder given in the path that
-  /// may be read and written. Returns whether it was accepted; null is not.
+  /// Chooses the log file. It must name a file, existing or not, in a folder that the path names
+  /// and that can be read and written. Returns whether it was accepted; null is not.
   bool SetPath(const char* path);
 
-  /// Takes all receivers out of the hub; with `enable` set, registers the log file with the given
-  /// threshold: the chosen file, else "info.txt" beside the library. Each of the two is opened,
-  /// and emptied, on its first use and stays for the life of the process.
+  /// Removes all receivers of the message hub; with `enable` set, registers the log file with the
+  /// given threshold: the chosen file, else "info.txt" in the library's folder. Each of the two is
+  /// opened, and emptied, on its first use and stays for the life of the process.
   void Configure(bool enable, int level);
 
   /// Held by the thread that forks the process, so that the child finds its files whole.

@@ -43,7 +43,7 @@ char* PutPrefix(char* line, std::string_view func) {
   return Put(Put(Put(at, "]  "), func), ", ");
 }
 
-/// Room for one line. A line that tells of a lack of memory must not need any.
+/// Room for one line. A line that reports a lack of memory must not need any.
 class CLine {
  public:
   // cppcheck-suppress uninitMemberVar ; clearing the room would take longer than filling it
@@ -69,9 +69,15 @@ class CLine {
 
 }  // namespace
 
-CMsg& CMsg::Instance() {
-  static constinit platform::CProcessObject<CMsg> instance;
-  return instance.Get();
+platform::CProcessObject<CMsg>& CMsg::Object() {
+  static constinit platform::CProcessObject<CMsg> object;
+  return object;
+}
+
+CMsg& CMsg::Instance() { return Object().Get(); }
+
+void CMsg::TryClearResponders() noexcept {
+  if (CMsg* const made = Object().IfMade(); made != nullptr) made->m_Responders.TryClear();
 }
 
 template <class Call>

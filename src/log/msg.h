@@ -17,9 +17,9 @@
 namespace qzhid {
 
 /// Levels: 0 trace, 1 and 2 information, 3 failure. Any thread may use the hub. Deliveries of
-/// different threads never overlap, but for progress, which is taken in turn by itself: the host's
-/// callback may be waiting for a thread that logs. A receiver's call back into the hub on the same
-/// thread is delivered at once.
+/// different threads never overlap, except that progress has a lock of its own: the host's callback
+/// may be waiting for a thread that logs. A receiver's call back into the hub on the same
+/// thread is delivered immediately.
 class CMsg {
  public:
   static CMsg& Instance();
@@ -27,21 +27,22 @@ class CMsg {
   CMsg(const CMsg&) = delete;
   CMsg& operator=(const CMsg&) = delete;
 
-  /// Registers a receiver behind the others; it must stay alive until it is removed. Takes effect
+  /// Registers a receiver after the others; it must stay alive until it is removed. Takes effect
   /// with the next delivery and waits for none.
   void AddResponder(IResponder* responder) { m_Responders.Add(responder); }
 
-  /// Removes the first registration of the receiver. On return no delivery to it is under way, but
-  /// for one that this call was made from.
+  /// Removes the first registration of the receiver. On return no delivery to it is under way,
+  /// except one that this call was made from.
   void RemoveResponder(IResponder* responder);
 
-  /// Removes all receivers. Waits for no delivery; one that is under way may still reach a receiver
-  /// while this returns.
+  /// Removes all receivers. Waits for no delivery: one that is under way may still reach a receiver
+  /// after this has returned.
   void ClearResponders() noexcept { m_Responders.Clear(); }
-  /// The same in a process whose other threads may be gone, with the locks that they had.
-  void TryClearResponders() noexcept { m_Responders.TryClear(); }
+  /// The same for a process whose other threads may be gone while they had locks. Waits
+  /// for no lock: while another thread has the list, the receivers stay.
+  static void TryClearResponders() noexcept;
 
-  /// Whether any receiver takes lines; for callers that have work with what they log.
+  /// Whether any receiver takes lines; for callers that must prepare what they log.
   bool IsHeard() { return m_Responders.Takes(kLines); }
 
   /// Delivers one line: "[time]  func, message". The message carries its own line end and is cut at
@@ -72,7 +73,9 @@ class CMsg {
   CMsg() = default;
   ~CMsg() = default;
 
-  /// Calls the receivers that take that kind, in its turn.
+  static platform::CProcessObject<CMsg>& Object();
+
+  /// Calls the receivers that take that kind, under its lock.
   template <class Call>
   void Deliver(unsigned kind, const Call& call);
 

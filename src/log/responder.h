@@ -10,8 +10,8 @@ inline constexpr unsigned kNotices = 4;
 inline constexpr unsigned kProgress = 8;
 
 /// The hub calls these one at a time, never two at once on one receiver from different threads;
-/// only OnProgress may run beside another one. A receiver may call back into the library from any
-/// of them.
+/// only OnProgress may run at the same time as another. A receiver may call back into the library
+/// from any of them.
 class IResponder {
  public:
   virtual ~IResponder() = default;
@@ -26,8 +26,8 @@ class IResponder {
   virtual void OnProgress(int value) = 0;
   /// Sets the level below which lines are dropped.
   virtual void SetLevel(int level) = 0;
-  /// The kinds that the receiver does not ignore; always the same. What no receiver takes is not
-  /// even formatted.
+  /// The kinds that the receiver does not ignore; never changes. What no receiver takes is not even
+  /// formatted.
   virtual unsigned Takes() const { return kLines | kTexts | kNotices | kProgress; }
 };
 

@@ -8,7 +8,7 @@ namespace qzhid {
 void CResponderList::Add(IResponder* responder) {
   auto added = std::make_shared<Registration>(*responder, responder->Takes());
   auto next = std::make_shared<Receivers>();
-  std::shared_ptr<const Receivers> old;  // destroyed after the lock is given back
+  std::shared_ptr<const Receivers> old;  // destroyed after the lock is released
   const std::lock_guard<std::mutex> lock(m_Lock);
   if (m_pCurrent) {
     std::copy_if(m_pCurrent->begin(), m_pCurrent->end(), std::back_inserter(*next),

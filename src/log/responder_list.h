@@ -10,9 +10,9 @@
 
 namespace qzhid {
 
-/// Registration order is kept. The lock is held for a look at the list or its replacement only, so
-/// a receiver can be registered or the list emptied while a delivery is under way, even from a
-/// thread that the delivering thread waits for. Receivers are not owned.
+/// Registration order is kept. The lock is held only while the list is read or replaced, so a
+/// receiver can be registered or the list emptied during a delivery, even on a thread that the
+/// delivering thread waits for. Receivers are not owned.
 class CResponderList {
  public:
   struct Registration {
@@ -33,9 +33,9 @@ class CResponderList {
   /// Removes the first entry of that receiver, if there is one. Needs no memory.
   void Remove(const IResponder* responder);
   void Clear() noexcept;
-  /// Clears, unless another thread has the lock, which may be gone and never give it back.
+  /// Clears, unless another thread has the lock: it may be gone without having released it.
   void TryClear() noexcept;
-  /// Whether any receiver takes what is of that kind.
+  /// Whether any receiver takes that kind.
   bool Takes(unsigned kind);
   /// The list as it is now; null when there is none. It may hold entries that were removed.
   std::shared_ptr<const Receivers> Get();

@@ -1,4 +1,4 @@
-// Letters of ids, whatever the locale.
+// Letters of ids, in any locale.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// What a thread unwinds with that is being ended.
+// The exception with which a thread unwinds that is being ended.
 #pragma once
 
 #if __has_include(<bits/cxxabi_forced.h>)
@@ -7,8 +7,8 @@
 
 namespace qzhid::platform {
 
-/// Unwinds a thread that was cancelled, or that ended itself in a callback. Whoever catches it must
-/// throw it on, or the process ends.
+/// Unwinds a thread that was cancelled, or that ended itself in a callback. Code that catches it
+/// must rethrow it, or the process ends.
 #if __has_include(<bits/cxxabi_forced.h>)
 using ForcedUnwinding = abi::__forced_unwind;
 #else

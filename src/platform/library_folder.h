@@ -1,4 +1,4 @@
-// Paths of files that stand beside the library or beside each other.
+// Paths of files in the library's folder or in the folder of another file.
 #pragma once
 
 #include <string>

@@ -1,6 +1,6 @@
-// What the library needs of an operating system: plain functions and small value types, one
+// What the library needs from an operating system: plain functions and small value types, one
 // function per service. A backend (windows/, linux/, virtual/) defines all of them; the linker
-// chooses it.
+// chooses the backend.
 //
 // Failures carry the system's own error code (Windows error codes on Windows, errno values on
 // Linux), because the library prints and returns that code unchanged. No function throws anything
@@ -22,9 +22,8 @@
 
 namespace qzhid::platform {
 
-/// Outcome of one system call. `code` is the system's error code and means something only when `ok`
-/// is false; a failed call may carry the code 0, which some drivers do. Every report exchange
-/// returns one, so it fits a register.
+/// Outcome of one system call. `code` is the system's error code, valid only when `ok` is false.
+/// Some drivers fail with the code 0.
 struct Status {
   bool ok = true;
   std::uint32_t code = 0;
@@ -33,8 +32,8 @@ struct Status {
   static Status Failure(std::uint32_t code) { return {false, code}; }
 };
 
-/// Outcome of a call that opens a device. `remark` is what the system has to say about it for the
-/// log, such as the file that this process may not open: one line without its end, or empty.
+/// Outcome of a call that opens a device. `remark` is the system's remark on it for the log, such
+/// as which file this process has no permission to open: one line without its end, or empty.
 struct OpenStatus : Status {
   OpenStatus() = default;
   OpenStatus(const Status& status) : Status(status) {}
@@ -43,8 +42,8 @@ struct OpenStatus : Status {
   std::string remark;
 };
 
-/// Number of a present device node; 0 is never one. Whether a node that comes back has the same
-/// number is up to the system: on Windows when its device id is the same, on Linux never.
+/// Number of a present device node, never 0. A node that comes back has the same number on Windows
+/// if its device id is the same, and never on Linux.
 using DevInst = std::uint32_t;
 
 /// Identifier of a device-interface class, in the order of its text form's fields.
@@ -77,7 +76,7 @@ Guid HidClassGuid();
 /// success.
 Status OpenNodeSet(const Guid& interfaceClass, NodeSet& set);
 
-/// The node at `index` (0, 1, 2 ...) in the system's order; fails behind the last one.
+/// The node at `index` (0, 1, 2 ...) in the system's order; fails after the last one.
 Status EnumNode(const NodeSet& set, std::uint32_t index, DevInst& devInst);
 
 /// The first interface of the set's class that the node at `index` exposes.
@@ -87,7 +86,7 @@ Status FirstInterface(const NodeSet& set, std::uint32_t index, DeviceInterface& 
 Status InterfacePath(const NodeSet& set, const DeviceInterface& deviceInterface,
                      std::wstring& path);
 
-/// Gives the snapshot back early, with the system's verdict; the owner is empty afterwards.
+/// Releases the snapshot early and returns the system's result; the owner is empty afterwards.
 Status CloseNodeSet(NodeSet& set);
 
 // ---- HID class ---------------------------------------------------------------------------------
@@ -113,7 +112,7 @@ struct PreparsedDataCloser {
 /// Owner of a device's parsed report descriptor.
 using PreparsedData = std::unique_ptr<PreparsedDataBlock, PreparsedDataCloser>;
 
-/// Sizes in bytes of a device's longest reports, the report ID byte included; 0 when the device
+/// Sizes in bytes of a device's longest reports, including the report ID byte; 0 when the device
 /// has no report of that kind.
 struct HidCaps {
   std::uint16_t outputReportLength = 0;
@@ -137,11 +136,11 @@ Status GetCaps(const PreparsedData& preparsed, HidCaps& caps);
 OpenStatus GetIndexedString(const HidDevice& device, std::uint32_t index, std::size_t capacity,
                             std::wstring& text);
 
-/// Sends one output report of `length` bytes; byte 0 is the report ID. May be called by any thread.
+/// Sends one output report of `length` bytes; byte 0 is the report ID. Any thread can call this.
 Status SetOutputReport(const HidDevice& device, const std::uint8_t* report, std::uint32_t length);
 
 /// Reads one input report of at most `length` bytes; byte 0 names the report ID wanted. Bytes
-/// behind a shorter report stay as they are. May be called by any thread.
+/// after a shorter report stay as they are. Any thread can call this.
 Status GetInputReport(const HidDevice& device, std::uint8_t* report, std::uint32_t length);
 
 // ---- Device tree -------------------------------------------------------------------------------
@@ -160,16 +159,16 @@ Status GetParent(DevInst node, DevInst& parent);
 Status GetDeviceIdA(DevInst node, std::size_t capacity, std::string& id);
 Status GetDeviceIdW(DevInst node, std::size_t capacity, std::wstring& id);
 
-/// A text property, with the terminators that the system stores: a string ends in one NUL, a list
-/// is its strings, each with its NUL, and one NUL more. `capacity` is the size in bytes of the
-/// UTF-16 buffer that all of it must fit; a longer value is a failure.
+/// A text property, with the terminators that the system stores: a string ends with one NUL; in a
+/// list each string ends with a NUL, and one more NUL follows. `capacity` is the size in bytes of
+/// the UTF-16 buffer that all of it must fit; a longer value is a failure.
 Status GetTextProperty(DevInst node, TextProperty property, std::size_t capacity,
                        std::wstring& text);
 
 /// The node's address on its bus: for a USB device the port number on its hub.
 Status GetAddressProperty(DevInst node, std::uint32_t& address);
 
-// ---- Kernel services; any thread may call these ------------------------------------------------
+// ---- Kernel services; any thread can call these ------------------------------------------------
 
 enum class Architecture { Unknown, X86, X64, Arm64 };
 
@@ -178,7 +177,7 @@ struct LocalTime {
   int year = 1970, month = 1, day = 1, hour = 0, minute = 0, second = 0;
 };
 
-/// What the system says of itself. A field without value could not be read.
+/// The system's description of itself. A field without a value could not be read.
 struct HostDescription {
   bool hasVersionStore = false;  ///< false: the store of version facts could not be opened
   std::optional<std::string> productName;
@@ -207,61 +206,62 @@ HostDescription DescribeHost();
 /// Writes one text to an attached debugger, if the system has such a channel.
 void DebugOutput(const std::wstring& text);
 
-/// Narrow form of a wide text in the system's own encoding: the ANSI code page on Windows, UTF-8
-/// on Linux. What has no narrow form becomes the encoding's default character.
+/// Narrow form of a wide text in the system's own encoding: the ANSI code page on Windows, where
+/// what has no narrow form becomes the page's default character, and UTF-8 on Linux.
 std::string ToNarrow(const std::wstring& text);
 
 /// The separator of path components: '\' or '/'.
 char PathSeparator();
 
-/// A narrow path for the standard library's streams, which open it however long it is.
+/// A narrow path in the form for the standard library's streams, which can open it at any length.
 std::filesystem::path FilePath(const std::string& path);
 
 bool PathExists(const char* path);
 bool IsDirectory(const char* path);
 
-/// Whether the path exists and may be read and written by this process. An empty path does not.
+/// Whether the path exists and this process can read and write it. False for an empty path.
 bool IsReadableAndWritable(const char* path);
 
 struct TextFileData;
 struct TextFileCloser {
   void operator()(TextFileData* data) const noexcept;
 };
-/// Owner of one text file that is being written. Child processes do not inherit it.
+/// Owner of one text file for writing. Child processes do not inherit it.
 using TextFile = std::unique_ptr<TextFileData, TextFileCloser>;
 
-/// Creates the file or empties it. Waits for nobody: a pipe without a reader is a failure.
+/// Creates the file or empties it. Does not wait: a pipe without a reader is a failure.
 Status CreateTextFile(const char* path, TextFile& file);
 
-/// Writes text whose lines end in "\n" at the file's end; it is the system's when this returns.
-/// What cannot be written is dropped, and raises no signal.
+/// Appends text whose lines end in "\n"; the system has it when this returns. Text that cannot be
+/// written is dropped and raises no signal.
 void WriteTextFile(const TextFile& file, std::string_view text);
 
-/// Closes the file early, with the system's verdict; the owner is empty afterwards.
+/// Closes the file early and returns the system's result; the owner is empty afterwards.
 Status CloseTextFile(TextFile& file);
 
-/// Reads a regular file whole into `bytes`, which a failure leaves as it is. What is no regular
-/// file is not opened, so nothing blocks; a file that grows or shrinks meanwhile is a failure, too.
+/// Reads a whole regular file into `bytes`, which a failure leaves unchanged. Fails for anything
+/// else without opening it, so that nothing blocks, and when the file grows or shrinks while it is
+/// read.
 Status ReadRegularFile(const char* path, std::vector<std::uint8_t>& bytes);
 
-/// Makes the process leave a crash record in its current directory when it dies of an unhandled
-/// exception or fatal signal; the system's own handling follows. Returns the handler that was
-/// installed before, null when there was none.
+/// Makes the process write a crash record to its current directory when an unhandled exception or a
+/// fatal signal ends it; the system's own handling follows. Returns the handler that was installed
+/// before, null when there was none.
 QZ_ExceptionFilter InstallCrashHandler();
 
-/// Gives room to crash records of the calling thread for when its stack has overflowed; does
-/// nothing before a crash handler is installed, or a second time.
+/// Reserves the memory that a crash record needs when the calling thread's stack has overflowed;
+/// does nothing before a crash handler is installed, or a second time.
 void CoverThread() noexcept;
 
-/// Takes the crash handler away, for a library that is being unloaded: puts back what was there,
-/// and where another handler was installed since, lets it go on calling this one, which then leads
-/// to what was there before.
+/// Removes the crash handler when the library is unloaded, and restores what was installed before.
+/// If another handler was installed since, it can continue to call this one, which then calls what
+/// was installed before.
 void RemoveCrashHandler() noexcept;
 
 // ---- The calling thread ------------------------------------------------------------------------
 
-/// While it lives, the calling thread is not cancelled where the system has such a thing: a thread
-/// that is ended between any two steps could leave a hub without firmware.
+/// While it lives, the calling thread is not cancelled, on systems that can do that: a thread that
+/// ends between any two steps could leave a hub without firmware.
 class CCancellationShield {
  public:
   CCancellationShield() noexcept;
@@ -270,11 +270,12 @@ class CCancellationShield {
   CCancellationShield& operator=(const CCancellationShield&) = delete;
 
  private:
-  [[maybe_unused]] const int m_nOuter;  // of the shield outside, where there is such a thing
+  [[maybe_unused]] const int
+      m_nOuter;  // the host's state of the outer shield, on systems that have one
 };
 
 /// While it lives, inside a shield, the calling thread runs code of the host and can be cancelled
-/// as the host wants it. Throws what a cancelled thread unwinds with.
+/// as the host has chosen. Throws what a cancelled thread unwinds with.
 class CCancellationWindow {
  public:
   CCancellationWindow();
@@ -283,10 +284,9 @@ class CCancellationWindow {
   CCancellationWindow& operator=(const CCancellationWindow&) = delete;
 };
 
-// ---- What a system says to the library; defined above the seam ---------------------------------
+// ---- Events of the system; defined by the library above the seam -------------------------------
 //
-// A system that informs its libraries of threads calls these, perhaps under a lock of its own
-// loader: they wait for no other thread.
+// The system calls these, perhaps under a lock of its own loader, so they wait for no other thread.
 
 /// A thread of the process starts.
 void OnThreadAttach() noexcept;
@@ -294,8 +294,8 @@ void OnThreadAttach() noexcept;
 /// The library is being unloaded or the process ends; its other threads may be gone already.
 void OnProcessDetach() noexcept;
 
-// Around a fork of the process, on the thread that forks. The child can go on using the library,
-// whatever the other threads of the process were doing.
+// Around a fork of the process, on the thread that forks. The child can continue to use the
+// library, whatever the other threads of the process were doing.
 void OnForkBegin() noexcept;
 void OnForkEnd(bool isChild) noexcept;
 

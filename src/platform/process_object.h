@@ -8,7 +8,7 @@
 
 namespace qzhid::platform {
 
-/// What the unloading of the library knows of an object that it is to destroy.
+/// An object that unloading the library destroys.
 class CProcessObjectBase {
  public:
   using Destroy = void (*)(CProcessObjectBase& object) noexcept;
@@ -16,7 +16,7 @@ class CProcessObjectBase {
  protected:
   constexpr CProcessObjectBase() = default;
 
-  /// Has the object destroyed when the library is unloaded.
+  /// From now on unloading the library destroys the object.
   void Register(Destroy destroy) noexcept;
 
  private:
@@ -27,8 +27,8 @@ class CProcessObjectBase {
 };
 
 /// One object of the process, made on first use by any thread. The end of the process does not
-/// destroy it, because threads may be using it until then; the unloading of the library does.
-/// For objects of static storage duration only.
+/// destroy it, because threads may be using it until then; unloading the library does. For objects
+/// of static storage duration only.
 template <class T>
 class CProcessObject final : public CProcessObjectBase {
  public:
@@ -36,9 +36,12 @@ class CProcessObject final : public CProcessObjectBase {
 
   /// Throws what the constructor of T throws.
   T& Get() {
-    if (T* const made = m_pObject.load(std::memory_order_acquire); made != nullptr) return *made;
-    return Make();
+    T* const made = IfMade();
+    return made != nullptr ? *made : Make();
   }
+
+  /// The object; null before its first use. Waits for nothing.
+  T* IfMade() { return m_pObject.load(std::memory_order_acquire); }
 
  private:
   T& Make();
@@ -51,8 +54,9 @@ class CProcessObject final : public CProcessObjectBase {
   alignas(T) std::byte m_Room[sizeof(T)]{};
 };
 
-/// Held while an object is made, whose constructor may not need another one. Not the lock that the
-/// compiler makes for a static object: a child process forked meanwhile could not give that back.
+/// Held while an object is made, whose constructor must not need another one. Not the lock that the
+/// compiler makes for a static object: a child process that is forked at that moment could not
+/// release that.
 std::mutex& MakingLock() noexcept;
 
 template <class T>
@@ -65,8 +69,8 @@ T& CProcessObject<T>::Make() {
   return *object;
 }
 
-/// Destroys all of them, the youngest first. For the unloading of the library: no thread may be
-/// inside it any more.
+/// Destroys all of them, the youngest first, when the library is unloaded: no thread is inside it
+/// any more.
 void DestroyProcessObjects() noexcept;
 
 }  // namespace qzhid::platform

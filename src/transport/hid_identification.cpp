@@ -10,7 +10,6 @@ namespace qzhid {
 
 namespace {
 
-constexpr const char* kTag = "CHidTransfers::Yv_OpenDeviceByDevInst";
 constexpr std::uint32_t kFamilyVendorId = 0x2E7C;
 constexpr std::size_t kDeviceIdCapacity = 1024;
 constexpr std::uint32_t kProductTextIndex = 52;
@@ -22,18 +21,18 @@ constexpr const char* kIdListName = "VidPid.ini";
 std::uint32_t CHidTransfers::Identify(std::uint32_t devInst) {
   std::string idList;
   if (const auto status = PathBesideLibrary(kIdListName, idList); !status) {
-    CMsg::Instance().Log(3, kTag, "Get Dll Path Fail\n");
+    CMsg::Instance().Log(3, kOpenTag, "Get Dll Path Fail\n");
     return ErrorOf(status);
   }
   std::string deviceId;
   if (const auto status = platform::GetDeviceIdA(devInst, kDeviceIdCapacity, deviceId); !status) {
-    CMsg::Instance().Log(3, kTag, "CM_Get_Device_IDA Fail\n");
+    CMsg::Instance().Log(3, kOpenTag, "CM_Get_Device_IDA Fail\n");
     return ErrorOf(status);
   }
   UpperCase(deviceId);
-  const std::uint32_t pid = HexBehind(deviceId, "PID_");
-  const std::uint32_t vid = HexBehind(deviceId, "VID_");
-  CMsg::Instance().Log(0, kTag, "DevInst:%d,VID/PID:0x%04x/0x%04x\n", static_cast<int>(devInst),
+  const std::uint32_t pid = HexAfter(deviceId, "PID_");
+  const std::uint32_t vid = HexAfter(deviceId, "VID_");
+  CMsg::Instance().Log(0, kOpenTag, "DevInst:%d,VID/PID:0x%04x/0x%04x\n", static_cast<int>(devInst),
                        vid, pid);
   if (vid == kFamilyVendorId) return 0;
   if (GetVidPidList(idList) == 0) return IdentifyByProductText();
@@ -47,7 +46,7 @@ std::uint32_t CHidTransfers::IdentifyByProductText() {
   const auto status =
       platform::GetIndexedString(m_Device, kProductTextIndex, m_Reports.InputLength(), text);
   if (!status) {
-    CMsg::Instance().Log(3, kTag, "HidD_GetIndexedString failed,Error Code:%d\n",
+    CMsg::Instance().Log(3, kOpenTag, "HidD_GetIndexedString failed,Error Code:%d\n",
                          static_cast<int>(status.code));
     LogRemark(status);
     return ErrorOf(status);

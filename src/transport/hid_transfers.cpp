@@ -9,10 +9,8 @@ namespace qzhid {
 
 namespace {
 
-constexpr const char* kTag = "CHidTransfers::Yv_OpenDeviceByDevInst";
-
-/// The node's index in the set; no such node is a failure. The search starts at `index` and goes
-/// round, so that opening all nodes of a set in turn costs no more for each the more there are.
+/// The node's index in the set; no such node is a failure. The search starts at `index` and wraps
+/// around, so that opening all nodes of a set in turn takes the same time for each of them.
 bool FindNode(const platform::NodeSet& set, platform::DevInst wanted, std::uint32_t& index) {
   const std::uint32_t first = index;
   platform::DevInst devInst = 0;
@@ -49,13 +47,13 @@ std::uint32_t CHidTransfers::OpenInterface(std::uint32_t devInst) {
 
   platform::DeviceInterface deviceInterface;
   if (const auto status = platform::FirstInterface(set, m_nLastIndex, deviceInterface); !status) {
-    CMsg::Instance().Log(3, kTag, L"SetupDiEnumDeviceInterfaces FAIL,ErrorCode is %08x\n",
+    CMsg::Instance().Log(3, kOpenTag, L"SetupDiEnumDeviceInterfaces FAIL,ErrorCode is %08x\n",
                          status.code);
     return ErrorOf(status);
   }
   std::wstring path;
   if (const auto status = platform::InterfacePath(set, deviceInterface, path); !status) {
-    CMsg::Instance().Log(3, kTag, L"SetupDiGetDeviceInterfaceDetail FAIL,ErrorCode is %08x\n",
+    CMsg::Instance().Log(3, kOpenTag, L"SetupDiGetDeviceInterfaceDetail FAIL,ErrorCode is %08x\n",
                          status.code);
     return ErrorOf(status);
   }
@@ -65,12 +63,12 @@ std::uint32_t CHidTransfers::OpenInterface(std::uint32_t devInst) {
 std::uint32_t CHidTransfers::OpenPath(const std::wstring& path) {
   m_OpenStatus = platform::OpenHidDevice(path, m_Device);
   if (!m_OpenStatus) {
-    CMsg::Instance().Log(3, kTag, "CreateFile failed,ErrorCode is %08x\n", m_OpenStatus.code);
+    CMsg::Instance().Log(3, kOpenTag, "CreateFile failed,ErrorCode is %08x\n", m_OpenStatus.code);
     LogRemark(m_OpenStatus);
     return ErrorOf(m_OpenStatus);
   }
   if (const auto status = platform::CreateReportEvent(m_ReportEvent); !status) {
-    CMsg::Instance().Log(3, kTag, L"Create Event failed.Error Code is %d\n", status.code);
+    CMsg::Instance().Log(3, kOpenTag, L"Create Event failed.Error Code is %d\n", status.code);
     m_Device.reset();
     return ErrorOf(status);
   }
@@ -78,8 +76,8 @@ std::uint32_t CHidTransfers::OpenPath(const std::wstring& path) {
 }
 
 void CHidTransfers::LogRemarkOnce(std::uint32_t devInst) {
-  // Scans open the same devices many times over, and this object lives for one of them. Where there
-  // are remarks, devices get higher numbers the later they arrive.
+  // Scans open the same devices again and again, and this object lives for one scan. On systems
+  // with remarks, devices that arrive later have higher numbers.
   static std::atomic<std::uint32_t> last{0};
   if (m_OpenStatus.remark.empty() || devInst <= last || !CMsg::Instance().IsHeard()) return;
   last = devInst;
@@ -88,19 +86,19 @@ void CHidTransfers::LogRemarkOnce(std::uint32_t devInst) {
 
 void CHidTransfers::LogRemark(const platform::OpenStatus& status) {
   if (status.remark.empty()) return;
-  CMsg::Instance().Log(3, kTag, "%s\n", status.remark.c_str());
+  CMsg::Instance().Log(3, kOpenTag, "%s\n", status.remark.c_str());
 }
 
 std::uint32_t CHidTransfers::ReadReportLengths() {
   platform::PreparsedData preparsed;
   if (const auto status = platform::GetPreparsedData(m_Device, preparsed); !status) {
-    CMsg::Instance().Log(3, kTag, "HidD_GetPreparsedData failed,ErrorCode:%d\n",
+    CMsg::Instance().Log(3, kOpenTag, "HidD_GetPreparsedData failed,ErrorCode:%d\n",
                          static_cast<int>(status.code));
     return ErrorOf(status);
   }
   platform::HidCaps caps;
   if (const auto status = platform::GetCaps(preparsed, caps); !status) {
-    CMsg::Instance().Log(3, kTag, "HidP_GetCaps failed,Error Code is %d\n",
+    CMsg::Instance().Log(3, kOpenTag, "HidP_GetCaps failed,Error Code is %d\n",
                          static_cast<int>(status.code));
     return ErrorOf(status);
   }

@@ -7,13 +7,14 @@
 
 #include "platform/platform.h"
 #include "transport/report_buffers.h"
-#include "transport/transfer_turn.h"
 #include "transport/transfers.h"
 #include "transport/vid_pid_list.h"
 
 namespace qzhid {
 
-/// Opening and closing is for one thread at a time; requests may come from any thread.
+/// Opening and closing is for one thread at a time; requests may come from any thread. A child
+/// process that was forked during a request must make its own object: in this one the request never
+/// ends.
 class CHidTransfers final : public ITransfers {
  public:
   CHidTransfers() = default;
@@ -21,12 +22,12 @@ class CHidTransfers final : public ITransfers {
   CHidTransfers& operator=(const CHidTransfers&) = delete;
 
   /// Opens the HID device of that number and accepts it when its vendor id is the family's, when
-  /// "VidPid.ini" beside the library lists its ids, or, where that lists nothing, when its product
+  /// "VidPid.ini" in the library's folder lists its ids, or, without such a list, when its product
   /// text names the family. Returns 0 when opened and accepted, else an error; what was opened
   /// stays open until Yv_CloseDevice.
   std::uint32_t Yv_OpenDeviceByDevInst(std::uint32_t devInst) override;
 
-  /// Closes what is open. Returns 0, also when nothing is.
+  /// Closes what is open. Returns 0, also when nothing is open.
   std::uint32_t Yv_CloseDevice() override;
 
   std::uint32_t Yv_SendVDCmd(std::uint8_t bmRequestType, std::uint8_t bRequest,
@@ -45,6 +46,9 @@ class CHidTransfers final : public ITransfers {
   std::uint32_t GetVidPidList(const std::string& path);
 
  private:
+  /// The tag of the log lines of opening.
+  static constexpr const char* kOpenTag = "CHidTransfers::Yv_OpenDeviceByDevInst";
+
   struct Channel;
   static const Channel kFirst;
   static const Channel kSecond;
@@ -54,7 +58,7 @@ class CHidTransfers final : public ITransfers {
   std::uint32_t ReadReportLengths();
   std::uint32_t Identify(std::uint32_t devInst);
   std::uint32_t IdentifyByProductText();
-  /// Logs what the system has to say of the opened device, once for each device.
+  /// Logs the system's remark on the opened device, once for each device.
   void LogRemarkOnce(std::uint32_t devInst);
   static void LogRemark(const platform::OpenStatus& status);
 
@@ -70,7 +74,7 @@ class CHidTransfers final : public ITransfers {
   std::uint32_t Hid_SetReport(const Channel& channel, const std::uint8_t* data,
                               std::uint32_t length);
   std::uint32_t Hid_GetReport(const Channel& channel, std::uint8_t* buffer, std::uint32_t length);
-  std::unique_lock<CTransferTurn> LockTransfer(const char* operation, std::uint32_t timeoutMs);
+  std::unique_lock<std::mutex> LockTransfer(const char* operation, std::uint32_t timeoutMs);
 
   VidPidList m_AcceptedIds;
   platform::OpenStatus m_OpenStatus;  // of the device that was opened last
@@ -78,7 +82,7 @@ class CHidTransfers final : public ITransfers {
   platform::Event m_ReportEvent;
   CReportBuffers m_Reports;
   std::uint32_t m_nLastIndex = 0;  // where the device was found that was looked for last
-  CTransferTurn m_TransferTurn;
+  std::mutex m_TransferLock;       // held for one request; only tried, so a wait has a limit
 };
 
 }  // namespace qzhid

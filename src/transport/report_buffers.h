@@ -21,7 +21,7 @@ struct ReportChannel {
   std::uint8_t inputReportId;  ///< the ID that they name
   std::size_t headerCapacity;  ///< bytes of the header area, which begins at byte 1
   std::size_t answerOffset;    ///< where the answer's data begins in the input report
-  std::size_t outputPosition;  ///< where the output report stands in the report block
+  std::size_t outputPosition;  ///< where the output report is in the report block
 
   constexpr std::size_t DataOffset() const { return 1 + headerCapacity; }
   constexpr std::size_t OutputSize() const { return DataOffset() + kMaxReportData; }
@@ -34,19 +34,19 @@ inline constexpr ReportChannel kChannel2{0xF0, true, 0xF1,
                                          63,   64,   kInputReportPosition + kInputReportSize};
 
 /// Output report of channel 1, input report, and output report of channel 2, in one block in this
-/// order: an answer that is longer than the input report continues in the bytes behind it.
+/// order: an answer that is longer than the input report continues in the bytes after it.
 class CReportBuffers {
  public:
-  /// Takes over the report lengths that a device declares, the report ID byte included.
+  /// Adopts the report lengths that a device declares, the report ID byte included.
   void SetLengths(const platform::HidCaps& caps);
 
   std::uint16_t InputLength() const { return m_nInputLength; }
 
   /// Bytes of data that fit an output report; 0 to 256.
   std::int64_t OutputLimit(const ReportChannel& channel) const;
-  /// Bytes of data that may be asked for; negative when the device has no input report.
+  /// Bytes of data that can be requested; negative when the device has no input report.
   std::int64_t InputLimit() const { return std::int64_t{m_nInputLength} - 1; }
-  /// The limit that failed reads report: the room that the output report of channel 1 declares.
+  /// The limit that failed reads log: the room that the output report of channel 1 declares.
   std::int64_t PrintedInputLimit() const;
 
   /// Fills the header area, zero-padded. `length` is at most the header's capacity.
@@ -55,7 +55,7 @@ class CReportBuffers {
   /// is 0.
   void PlaceData(const ReportChannel& channel, const std::uint8_t* data, std::size_t length);
 
-  /// Exchange the reports as they stand, in the declared lengths.
+  /// Exchange the reports as they are, in the declared lengths.
   platform::Status Send(const platform::HidDevice& device, const ReportChannel& channel);
   platform::Status Receive(const platform::HidDevice& device, const ReportChannel& channel);
 

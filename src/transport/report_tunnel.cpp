@@ -7,7 +7,6 @@ namespace qzhid {
 
 namespace {
 
-constexpr std::uint32_t kPacketTimeoutMs = 5000;
 constexpr std::uint32_t kLockPollMs = 100;
 constexpr std::uint32_t kMaxOutStage = 128;  // a longer OUT stage of channel 1 is cut to one byte
 constexpr std::uint32_t kRawHeaderSize = 64;
@@ -89,19 +88,19 @@ std::uint32_t CHidTransfers::Yv_SendVDCmd2(std::uint8_t bmRequestType, std::uint
 }
 
 std::uint32_t CHidTransfers::SendPacketOut(const PacketHeader& header, std::uint8_t* data) {
-  return HidDataOut(kFirst, header.data(), header.size(), data, header[6], kPacketTimeoutMs);
+  return HidDataOut(kFirst, header.data(), header.size(), data, header[6], kRequestTimeoutMs);
 }
 
 std::uint32_t CHidTransfers::SendPacketIn(const PacketHeader& header, std::uint8_t* buffer) {
-  return HidDataIn(kFirst, header.data(), header.size(), buffer, header[6], kPacketTimeoutMs);
+  return HidDataIn(kFirst, header.data(), header.size(), buffer, header[6], kRequestTimeoutMs);
 }
 
 std::uint32_t CHidTransfers::SendPacketOut2(const PacketHeader& header, std::uint8_t* data) {
-  return HidDataOut(kSecond, header.data(), header.size(), data, header[6], kPacketTimeoutMs);
+  return HidDataOut(kSecond, header.data(), header.size(), data, header[6], kRequestTimeoutMs);
 }
 
 std::uint32_t CHidTransfers::SendPacketIn2(const PacketHeader& header, std::uint8_t* buffer) {
-  return HidDataIn(kSecond, header.data(), header.size(), buffer, header[6], kPacketTimeoutMs);
+  return HidDataIn(kSecond, header.data(), header.size(), buffer, header[6], kRequestTimeoutMs);
 }
 
 std::uint32_t CHidTransfers::SendRaw(const std::uint8_t* block, std::uint32_t wLength,
@@ -186,9 +185,9 @@ std::uint32_t CHidTransfers::Hid_GetReport(const Channel& channel, std::uint8_t*
   return 0;
 }
 
-std::unique_lock<CTransferTurn> CHidTransfers::LockTransfer(const char* operation,
-                                                            std::uint32_t timeoutMs) {
-  std::unique_lock<CTransferTurn> lock(m_TransferTurn, std::defer_lock);
+std::unique_lock<std::mutex> CHidTransfers::LockTransfer(const char* operation,
+                                                         std::uint32_t timeoutMs) {
+  std::unique_lock<std::mutex> lock(m_TransferLock, std::defer_lock);
   for (std::uint64_t waited = 0; !lock.try_lock();) {
     CMsg::Instance().Log(3, operation, "Can't Obtain Lock!\n");
     platform::SleepMs(kLockPollMs);

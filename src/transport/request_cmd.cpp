@@ -5,12 +5,12 @@
 
 #include "log/msg.h"
 #include "platform/platform.h"
+#include "transport/transfers.h"
 
 namespace qzhid {
 
 namespace {
 
-constexpr std::uint32_t kTimeoutMs = 5000;
 constexpr std::uint32_t kValidationTimeoutMs = 50000;
 constexpr std::uint32_t kMaxFlashWrite = 4096;
 constexpr std::uint16_t kEnableIndex = 0x2E7C;
@@ -70,7 +70,7 @@ struct CRequestCMD::RequestCode {
 struct CRequestCMD::Stage {
   std::uint8_t* data = nullptr;
   std::uint32_t length = 0;
-  std::uint32_t timeoutMs = kTimeoutMs;
+  std::uint32_t timeoutMs = kRequestTimeoutMs;
 };
 
 CRequestCMD& CRequestCMD::Instance() {

@@ -8,6 +8,9 @@
 
 namespace qzhid {
 
+/// How long a request waits for the device to be free, in milliseconds.
+inline constexpr std::uint32_t kRequestTimeoutMs = 5000;
+
 /// A transport implements what it can; the rest answers as here. All results are 0 for success or
 /// an error as in result.h.
 class ITransfers {

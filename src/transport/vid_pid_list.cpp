@@ -7,7 +7,7 @@
 
 namespace qzhid {
 
-std::uint32_t HexBehind(const std::string& text, const std::string& marker) {
+std::uint32_t HexAfter(const std::string& text, const std::string& marker) {
   const std::size_t position = text.find(marker);
   if (position == std::string::npos) return 0;
   const std::string digits = text.substr(position + marker.size(), 4);
@@ -19,8 +19,8 @@ bool ReadVidPidList(const std::string& path, VidPidList& list) {
   std::ifstream file(platform::FilePath(path));
   if (!file.is_open()) return false;
   for (std::string line; std::getline(file, line);) {
-    const std::uint32_t vid = HexBehind(line, "VID:");
-    const std::uint32_t pid = HexBehind(line, "PID:");
+    const std::uint32_t vid = HexAfter(line, "VID:");
+    const std::uint32_t pid = HexAfter(line, "PID:");
     if (vid != 0 && pid != 0) list.emplace_back(vid, pid);
   }
   return true;

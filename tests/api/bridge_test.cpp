@@ -1,4 +1,4 @@
-// What the bridge and GPIO exports send and pass through, and what they reach behind the hub.
+// What the bridge and GPIO exports send and pass through, and what they reach beyond the hub.
 #include "api/api_calls.h"
 
 namespace qzhid::test {
@@ -9,28 +9,29 @@ using BridgeTest = ApiTest;
 TEST_F(BridgeTest, EachCallSendsItsOneReportAndPassesCodesThrough) {
   OpenHub(R"(, "i2c": [{"kind": "eeprom", "address": "0xA0"}])");
   EXPECT_EQ(0u, QZ_HidI2CConfig(handle, 0xA0, 2, 1));
-  EXPECT_TRUE(Outputs().empty()) << "settings send nothing";
+  EXPECT_THAT(Outputs(), IsEmpty()) << "settings send nothing";
   // What fails: nothing that happens here, all reports, or the answers.
   for (const Fault::On on : {Fault::On::Reset, Fault::On::Output, Fault::On::Input}) {
     machine->ClearFaults();
-    machine->AddFault(Failing(on, 0x4321));
+    machine->AddFault(ReportFault(on, 0x4321, 0));
     for (const ApiCall& call : kApiCalls) {
       SCOPED_TRACE(call.name);
       std::fill_n(g_room, sizeof(g_room), std::uint8_t{0xB0});
       ClearRecords();
-      const bool isIn = call.report[0] == 0xC0 || call.report[1] == 0xD6;
+      const Bytes header = Hex(call.header);
+      const bool isIn = header[0] == 0xC0 || header[1] == 0xD6;
       const bool isStruck = on == Fault::On::Output || (on == Fault::On::Input && isIn);
       EXPECT_EQ(call.Result(isStruck ? 0x4321 : 0), call.call(handle));
-      const auto data = call.report.begin() + 11;
-      EXPECT_EQ(
-          std::vector<Bytes>{Channel1({call.report.begin(), data}, {data, call.report.end()})},
-          Outputs());
+      EXPECT_THAT(Outputs(), ElementsAre(Report(1, header, Hex(call.data))));
       if (call.IsGpio()) continue;
-      std::string said = isStruck ? Text("3 %s,ErrorCode:0x00004321\n", call.failure) : "";
+      Lines lines;
+      if (isStruck)
+        lines.push_back({3, call.name, Text("%s,ErrorCode:0x00004321\n", call.failure)});
       if (isStruck && call.name == "QZ_HidI2CRead2") {
-        said += "3 steup pkt:0x40 0xd6 0x01 0x02 0x00 0x00 0x03 0x00 0xa0 0x02 0x81\n";
+        lines.push_back(
+            {3, call.name, "steup pkt:0x40 0xd6 0x01 0x02 0x00 0x00 0x03 0x00 0xa0 0x02 0x81\n"});
       }
-      EXPECT_EQ(said, Said(call.name));
+      EXPECT_EQ(lines, Logged(call.name));
     }
   }
 }
@@ -39,7 +40,7 @@ TEST_F(BridgeTest, ListsAndJobsCloseTheDeviceUntilItIsOpenedAgain) {
   const TempFile image(virtualhub::BuildImage({.version = 0x0210}, 0x7FA8));
   std::uint16_t version = 0;
   const std::pair<std::uint32_t, std::function<std::uint32_t()>> cases[] = {
-      {kStatusRefused, [] { return List(); }},
+      {kRejected, [] { return List(); }},
       {kInvalidHandle, [&] { return QZ_ReadBinVersion(handle, image.path(), &version); }},
       {kInvalidHandle, [&] { return QZ_ReadDevVersion(handle, &version); }},
       {kInvalidHandle, [&] { return QZ_UpdateDev(handle, image.path(), nullptr); }}};
@@ -47,12 +48,13 @@ TEST_F(BridgeTest, ListsAndJobsCloseTheDeviceUntilItIsOpenedAgain) {
     Open();
     EXPECT_EQ(0u, QZ_HidI2CBlockEraseFlash(handle));
     EXPECT_EQ(1u, close());
+    EXPECT_EQ(kNoHandles, Handles());
     const auto before = machine->exchanges();
     for (const ApiCall& call : kApiCalls) {
       EXPECT_EQ(call.Result(code), call.call(handle)) << call.name;
     }
     EXPECT_EQ(before, machine->exchanges());
-    EXPECT_EQ(0, OpenHandles());
+    EXPECT_EQ(kNoHandles, Handles());
   }
 }
 
@@ -66,18 +68,17 @@ TEST_F(BridgeTest, AddressBytesGoWhereTheHubWantsThem) {
     EXPECT_EQ(0u, QZ_HidI2CConfig(handle, 0xA2, count, 2));
     EXPECT_EQ(kStalled, QZ_HidI2CRead2(handle, g_address, count, g_room, 1));
     const Bytes header = {0x40, 0xD6, a[0], a[1], a[2], a[3], 1, a[4], 0xA2, count, 0x82};
-    EXPECT_EQ(std::vector<Bytes>{Channel1(header, {0xB0})}, Outputs());
+    EXPECT_THAT(Outputs(), ElementsAre(Report(1, header, {0xB0})));
   }
 }
 
 TEST_F(BridgeTest, TheLongestRawBlockFillsTheHeaderArea) {
   Open();
-  Bytes pool(54, 0x5A);
-  pool[53] = 0xA5;
+  Bytes pool = CountUp(0x11, 54);
   EXPECT_EQ(0u, QZ_MST_HidI2CBlock(handle, 1, 2, 3, 0x44332211, 0x01020304, pool.data(), 54));
-  Bytes block = {0x40, 0xF2, 1, 2, 0, 3, 0x15, 0x25, 0x35, 0x45};
+  Bytes block = Hex("40 F2 01 02 00 03 15 25 35 45");
   block.insert(block.end(), pool.begin(), pool.end());
-  EXPECT_EQ(std::vector<Bytes>{Channel1(block)}, Outputs());
+  EXPECT_THAT(Outputs(), ElementsAre(Report(1, block)));
 }
 
 TEST_F(BridgeTest, GpioLinesAreReadAndDriven) {
@@ -90,13 +91,23 @@ TEST_F(BridgeTest, GpioLinesAreReadAndDriven) {
       EXPECT_EQ(high, hub().gpio()[line]);
     }
   }
+}
+
+TEST_F(BridgeTest, TheHubsOwnGpioCommandDrivesALineOfTheHubOrReportsItsFailure) {
+  Open();
+  constexpr const char* kTag = "QZ_HidSetHubGPIO";
+  const auto logged = [&](int level, const char* text) {
+    return Lines{{0, kTag, "------>\n"}, {level, kTag, text}, {0, kTag, "<------\n"}};
+  };
   EXPECT_EQ(1, QZ_HidSetHubGPIO(handle, 7, 2));
   EXPECT_TRUE(hub().gpio()[7]);
+  EXPECT_EQ(logged(1, "Set GPIO 7 2 sucess\n"), Logged(kTag));
+  ClearRecords();
+  EXPECT_EQ(1, QZ_HidSetHubGPIO(handle, 7, 0));
+  EXPECT_FALSE(hub().gpio()[7]);
+  ClearRecords();
   EXPECT_EQ(0, QZ_HidSetHubGPIO(handle, 24, 1)) << "the hub knows its lines";
-  EXPECT_EQ(
-      "0 ------>\n1 Set GPIO 7 2 sucess\n0 <------\n"
-      "0 ------>\n3 Set GPIO 24 1 fail\n0 <------\n",
-      Said("QZ_HidSetHubGPIO"));
+  EXPECT_EQ(logged(3, "Set GPIO 24 1 fail\n"), Logged(kTag));
 }
 
 }  // namespace

@@ -1,4 +1,6 @@
 // The crash record, left by processes that die.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -6,9 +8,10 @@
 
 #include <csignal>
 #include <filesystem>
+#include <functional>
 #include <sstream>
 
-#include "api/api_test.h"
+#include "support/temp_file.h"
 
 namespace qzhid::test {
 namespace {
@@ -27,14 +30,6 @@ constexpr int kSignals[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGSYS, SIGABRT};
 /// Runs the crasher on each of the libraries, in a folder that is removed again.
 class CrashRecordTest : public ::testing::TestWithParam<const char*> {
  protected:
-  CrashRecordTest() { Empty(); }
-  ~CrashRecordTest() override { fs::remove_all(folder); }
-
-  void Empty() const {
-    fs::remove_all(folder);
-    fs::create_directories(folder);
-  }
-
   /// Takes the steps; the signal that ended the process, or -1 - its exit code. A process that
   /// stops is sent SIGBUS.
   int Crash(const std::string& steps) const {
@@ -50,15 +45,12 @@ class CrashRecordTest : public ::testing::TestWithParam<const char*> {
     return WIFSIGNALED(status) ? WTERMSIG(status) : -1 - WEXITSTATUS(status);
   }
 
-  std::string Read(const char* name) const {
-    std::ifstream file(folder + "/" + name);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
-  /// What the record says: "", if there is none.
-  std::string Record() const { return Read("ConsoleApplication1.dmp"); }
-  std::string RecordPath() const { return folder + "/ConsoleApplication1.dmp"; }
+  /// What a file in the folder holds: "", if there is none.
+  std::string Read(const char* name) const { return ReadText(folder.At(name)); }
+  std::string Record() const { return ReadText(record); }
 
-  const std::string folder = UniquePath("folder");
+  const ScratchFolder folder;
+  const std::string record = folder.At("ConsoleApplication1.dmp");
 
  private:
   [[noreturn]] void Become(const std::string& steps) const {
@@ -72,14 +64,14 @@ class CrashRecordTest : public ::testing::TestWithParam<const char*> {
     std::vector<char*> arguments;
     for (std::string& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
-    if (chdir(folder.c_str()) == 0) execv(QZ_CRASHER, arguments.data());
+    if (chdir(folder.path.c_str()) == 0) execv(QZ_CRASHER, arguments.data());
     _exit(127);
   }
 };
 
 TEST_P(CrashRecordTest, EachCrashReplacesTheRecordAndEndsTheProcessAsBefore) {
   EXPECT_EQ(-1, Crash("as-new record record"));
-  EXPECT_TRUE(fs::is_empty(folder));
+  EXPECT_TRUE(fs::is_empty(folder.path));
   const std::tuple<const char*, int, std::string> cases[] = {
       {"null", SIGSEGV, "Signal: 11 \\(SIGSEGV\\)\nFault address: 0x0\n"},
       {"abort", SIGABRT, "Signal: 6 \\(SIGABRT\\)\nSent by process: [0-9]+\n"},
@@ -89,11 +81,18 @@ TEST_P(CrashRecordTest, EachCrashReplacesTheRecordAndEndsTheProcessAsBefore) {
   for (const auto& [how, signal, begin] : cases) {
     SCOPED_TRACE(how);
     EXPECT_EQ(signal, Crash(std::string("record ") + how));
-    const std::string record = Record();
-    EXPECT_THAT(record, MatchesRegex(begin + ".*\nBacktrace:\n.*qz_crasher\\(.*"
-                                             "\nModules:\n.*libQzHidAPI\\.so.*"));
-    EXPECT_EQ(0u, record.rfind("Signal:")) << "only one";
+    const std::string text = Record();
+    EXPECT_THAT(text, MatchesRegex(begin + ".*\nBacktrace:\n.*qz_crasher\\(.*"
+                                           "\nModules:\n.*libQzHidAPI\\.so.*"));
+    EXPECT_EQ(0u, text.rfind("Signal:")) << "only one";
   }
+}
+
+TEST_P(CrashRecordTest, NothingOfALongerEarlierRecordIsLeft) {
+  WriteText(record, std::string(1 << 20, '~'));
+  EXPECT_EQ(SIGSEGV, Crash("record null"));
+  EXPECT_EQ(std::string::npos, Record().find("~~"));
+  EXPECT_THAT(Record(), HasSubstr("Signal: 11"));
 }
 
 TEST_P(CrashRecordTest, ASignalFromAnotherProcessIsRecordedWithItsSender) {
@@ -122,13 +121,13 @@ TEST_P(CrashRecordTest, HandlersOfTheHostAreCalledAsBeforeAndAfterTheLibraryIsGo
     for (const int signal : kSignals) {
       const std::string steps = row.steps + ' ' + std::to_string(signal);
       SCOPED_TRACE(steps);
-      Empty();
+      folder.Renew();
       EXPECT_EQ(signal, Crash(steps));
       EXPECT_EQ(row.marks, Read("marks"));
-      EXPECT_EQ(row.hasRecord, fs::exists(RecordPath()));
+      EXPECT_EQ(row.hasRecord, fs::exists(record));
     }
     SCOPED_TRACE(row.steps);
-    Empty();
+    folder.Renew();
     EXPECT_EQ(SIGSEGV, Crash(row.steps + " null")) << "a fault, not a signal that was sent";
     EXPECT_EQ(row.marks, Read("marks"));
   }
@@ -147,27 +146,27 @@ TEST_P(CrashRecordTest, ThreadsHaveASignalStackFromTheirFirstCallToTheirEndOrThe
 }
 
 TEST_P(CrashRecordTest, WhateverHasTheNameOfTheRecordIsReplacedAndNeverFollowed) {
-  const std::string other = folder + "/other";
+  const std::string other = folder.At("other");
   const std::pair<const char*, std::function<void()>> rows[] = {
-      {"a FIFO", [&] { mkfifo(RecordPath().c_str(), 0600); }},
-      {"a link", [&] { fs::create_symlink(other, RecordPath()); }},
-      {"a link to nothing", [&] { fs::create_symlink(folder + "/nothing", RecordPath()); }},
-      {"a second name", [&] { fs::create_hard_link(other, RecordPath()); }}};
+      {"a FIFO", [&] { mkfifo(record.c_str(), 0600); }},
+      {"a link", [&] { fs::create_symlink(other, record); }},
+      {"a link to nothing", [&] { fs::create_symlink(folder.At("nothing"), record); }},
+      {"a second name", [&] { fs::create_hard_link(other, record); }}};
   for (const auto& [what, make] : rows) {
     SCOPED_TRACE(what);
-    Empty();
-    std::ofstream(other) << "kept";
+    folder.Renew();
+    WriteText(other, "kept");
     make();
     EXPECT_EQ(SIGSEGV, Crash("record null"));
-    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(RecordPath())));
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(record)));
     EXPECT_THAT(Record(), HasSubstr("Signal: 11"));
     EXPECT_EQ("kept", Read("other"));
-    EXPECT_FALSE(fs::exists(folder + "/nothing"));
+    EXPECT_FALSE(fs::exists(folder.At("nothing")));
   }
-  Empty();
-  fs::create_directories(RecordPath());
+  folder.Renew();
+  fs::create_directories(record);
   EXPECT_EQ(SIGSEGV, Crash("record null"));
-  EXPECT_TRUE(fs::is_directory(RecordPath()));
+  EXPECT_TRUE(fs::is_directory(record));
 }
 
 TEST_P(CrashRecordTest, StandardStreamsAreNotWrittenToAndLimitsDoNotChangeHowTheProcessEnds) {

@@ -1,7 +1,6 @@
 /*
- * crasher LIBRARY STEP...: takes the steps one after the other, see `steps`. The exit code is the
- * position of the step that found something else than it expected, 0 when there was none. The
- * handlers of the host write one character each to the file "marks".
+ * crasher LIBRARY STEP...: see crasher_steps.h. A number sends that signal; the steps up to "}" run
+ * on a thread of their own. The handlers of the host write one character each to the file "marks".
  */
 #include <dlfcn.h>
 #include <errno.h>
@@ -12,7 +11,6 @@
 #include <signal.h>
 #include <stddef.h>
 #include <stdlib.h>
-#include <string.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -20,6 +18,7 @@
 #include <unistd.h>
 
 #include "QzHidAPI.h"
+#include "support/crasher_steps.h"
 
 enum { SIGNALS = 6 };
 static const int g_signals[SIGNALS] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGSYS, SIGABRT};
@@ -28,11 +27,8 @@ static const char* g_path;
 static void* g_library;
 static QZ_ExceptionFilter (*g_generateDumplog)(void);
 static int32_t (*g_setLogPath)(const char*);
-static char** g_next;
-static int g_position;
 static struct sigaction g_chained[SIGNALS];
 static void* g_stack;
-static volatile char g_sink;
 
 static void mark(const char* text) {
   const int file = open("marks", O_WRONLY | O_CREAT | O_APPEND, 0644);
@@ -111,7 +107,6 @@ static int stackIsGone(void) {
   return mincore(g_stack, 1, &isResident) != 0 && errno == ENOMEM;
 }
 
-static int run(void);
 static void* runThread(void* good) { return run() == 0 ? good : NULL; }
 /* The steps up to "}" on a thread of its own. */
 static int thread(void) {
@@ -145,27 +140,10 @@ static int forbidNewCode(void) {
          prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
 }
 
-static int null(void) {
-  volatile int* volatile nowhere = NULL;
-  // cppcheck-suppress nullPointer
-  *nowhere = 1; /* NOLINT: it is meant to crash */
-  return 0;
-}
-static int recurse(int depth) {
-  volatile char room[4096];
-  room[0] = (char)depth;
-  if (depth < 0) return 0;
-  g_sink = room[0];
-  return recurse(depth + 1) + room[0];
-}
-static int overflow(void) { return recurse(0); }
 static int doAbort(void) { abort(); }
 static int stop(void) { return raise(SIGSTOP) == 0; }
 
-static const struct {
-  const char* name;
-  int (*take)(void);
-} steps[] = {
+static const struct step steps[] = {
     {"before", before},
     {"after", after},
     {"as-new", asNew},
@@ -187,26 +165,12 @@ static const struct {
     {"overflow", overflow},
     {"abort", doAbort},
     {"stop", stop},
+    {NULL, NULL},
 };
 
 static int take(const char* name) {
   const int number = atoi(name);
-  if (number != 0) return raise(number) == 0;
-  for (size_t i = 0; i < sizeof(steps) / sizeof(*steps); ++i) {
-    if (strcmp(steps[i].name, name) == 0) return steps[i].take();
-  }
-  return 0;
-}
-
-/* The position of the step that failed; ends at the last step, or at "}". */
-static int run(void) {
-  while (*g_next != NULL) {
-    const char* const name = *g_next++;
-    const int position = ++g_position;
-    if (strcmp(name, "}") == 0) return 0;
-    if (!take(name)) return position;
-  }
-  return 0;
+  return number != 0 ? raise(number) == 0 : takeOneOf(steps, name);
 }
 
 int main(int argc, char** argv) {

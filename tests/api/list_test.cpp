@@ -8,19 +8,29 @@ namespace {
 class ListTest : public ApiTest {
  protected:
   ListTest() {
-    Install(virtualhub::ReadScenario(R"({"record": true, "devices": [
+    InstallJson(R"({"devices": [
         {"name": "keyboard", "kind": "other", "port": "5", "vid": "0x045E", "pid": "0x0750"},
         {"name": "near", "port": "4", "image": {"pid": "0x0AB9"}},
         {"name": "far", "port": "2-3.1.7"}],
-      "enumeration_order": ["far", "keyboard", "near"]})"));
+      "enumeration_order": ["far", "keyboard", "near"]})");
     far = machine->HidInstance("far");
     near = machine->HidInstance("near");
+  }
+
+  /// The lines of a listing between its first and its last one.
+  static Lines Framed(const char* tag, Lines lines) {
+    lines.insert(lines.begin(), {1, tag, "Enter --->\n"});
+    lines.push_back({1, tag, "<--- Exit\n"});
+    return lines;
   }
 
   HidDevRecord untouched{};
   HidDevRecord* list = &untouched;
   std::uint32_t count = 77, far = 0, near = 0;
 };
+
+constexpr const char* kAll = "QZ_ListAllHidDev";
+constexpr const char* kFiltered = "QZ_ListAllHidDevByVIDPID";
 
 TEST_F(ListTest, HubsAreListedInTheSystemsOrderAndCanBeOpened) {
   ASSERT_GT(far, near);
@@ -30,16 +40,22 @@ TEST_F(ListTest, HubsAreListedInTheSystemsOrderAndCanBeOpened) {
   EXPECT_EQ(near, list[1].dwInst);
   QZ_FreeDevList(list);
   constexpr const char* kLine =
-      "1 Index:%d,dwInst:%u,Port:%d,Level:%d,HwID:HID\\VID_2E7C&PID_%s&REV_0100,\n";
-  EXPECT_EQ("1 Enter --->\n1 List Device Success,Hid Count is 2\n" +
-                Text(kLine, 0, far, 7, 3, "0818") + Text(kLine, 1, near, 4, 1, "0AB9") +
-                "1 <--- Exit\n",
-            Said("QZ_ListAllHidDev"));
-  EXPECT_EQ(0, OpenHandles());
+      "Index:%d,dwInst:%u,Port:%d,Level:%d,HwID:HID\\VID_2E7C&PID_%s&REV_0100,\n";
+  EXPECT_EQ(Framed(kAll, {{1, kAll, "List Device Success,Hid Count is 2\n"},
+                          {1, kAll, Text(kLine, 0, far, 7, 3, "0818")},
+                          {1, kAll, Text(kLine, 1, near, 4, 1, "0AB9")}}),
+            Logged(kAll));
+  EXPECT_EQ(kNoHandles, Handles());
   handle = QZ_OpenHid(near);
   EXPECT_NE(nullptr, handle);
-  EXPECT_EQ(nullptr, QZ_OpenHid(machine->HidInstance("keyboard"))) << "not listed";
+}
+
+TEST_F(ListTest, WhatIsNotListedCannotBeOpened) {
+  EXPECT_EQ(2u, List());
+  ClearRecords();
+  EXPECT_EQ(nullptr, QZ_OpenHid(machine->HidInstance("keyboard")));
   EXPECT_EQ(nullptr, QZ_OpenHid(machine->UsbInstance("near")));
+  EXPECT_THAT(Outputs(), IsEmpty());
 }
 
 TEST_F(ListTest, TheFilterTakesIdsAsTextAndAnyFamily) {
@@ -52,12 +68,13 @@ TEST_F(ListTest, TheFilterTakesIdsAsTextAndAnyFamily) {
   for (const auto& [vid, pid, found] : cases) {
     SCOPED_TRACE(Text("%x %x", vid, pid));
     ASSERT_EQ(1, QZ_ListAllHidDevByVIDPID(vid, pid, &list, &count));
-    ASSERT_EQ(found.size(), count);
-    for (std::size_t i = 0; i < count; ++i)
-      EXPECT_EQ(machine->HidInstance(found[i]), list[i].dwInst);
+    std::vector<std::uint32_t> listed, expected;
+    for (std::size_t i = 0; i < count; ++i) listed.push_back(list[i].dwInst);
+    for (const char* name : found) expected.push_back(machine->HidInstance(name));
+    EXPECT_EQ(expected, listed);
     QZ_FreeDevList(list);
   }
-  EXPECT_EQ(0, OpenHandles());
+  EXPECT_EQ(kNoHandles, Handles());
 }
 
 TEST_F(ListTest, FindingNothingKeepsTheListPointerAndTheCountOfTheCache) {
@@ -65,29 +82,28 @@ TEST_F(ListTest, FindingNothingKeepsTheListPointerAndTheCountOfTheCache) {
   EXPECT_EQ(0, QZ_ListAllHidDevByVIDPID(0x2E7C, 0x4711, &list, &count));
   EXPECT_EQ(0u, count);
   EXPECT_EQ(&untouched, list);
-  EXPECT_EQ("1 Enter --->\n0 Filter VID:2e7c,PID:4711\n3 List Hid Device Fail\n1 <--- Exit\n",
-            Said("QZ_ListAllHidDevByVIDPID"));
-  EXPECT_EQ(0, OpenHandles());
+  EXPECT_EQ(Framed(kFiltered, {{0, kFiltered, "Filter VID:2e7c,PID:4711\n"},
+                               {3, kFiltered, "List Hid Device Fail\n"}}),
+            Logged(kFiltered));
+  EXPECT_EQ(kNoHandles, Handles());
   EXPECT_EQ(nullptr, QZ_OpenHid(far)) << "the records of the last list are gone";
 }
 
 TEST_F(ListTest, AnUnreadableRecordFailsTheListingAndKeepsTheCount) {
-  machine->AddFault({.on = Fault::On::Call,
-                     .service = virtualhub::Service::LocationPaths,
-                     .device = "near",
-                     .code = 5});
+  machine->AddFault(
+      {.on = Fault::On::Call, .service = Service::LocationPaths, .device = "near", .code = 5});
   EXPECT_EQ(0, QZ_ListAllHidDev(&list, &count));
   EXPECT_EQ(nullptr, list);
   EXPECT_EQ(2u, count);
-  EXPECT_EQ("1 Enter --->\n3 List Hid Device Fail\n1 <--- Exit\n", Said("QZ_ListAllHidDev"));
-  EXPECT_EQ(0, OpenHandles());
+  EXPECT_EQ(Framed(kAll, {{3, kAll, "List Hid Device Fail\n"}}), Logged(kAll));
+  EXPECT_EQ(kNoHandles, Handles());
   EXPECT_EQ(nullptr, QZ_OpenHid(far)) << "two are counted, none is kept";
 }
 
 TEST_F(ListTest, PlacesWithAnyCharacterAreFoundAgain) {
   OpenHub(R"(, "usb": {"location_paths": ["ROOT#\uD83D\uDD0C#\u00BD"]})");
-  const HidDevRecord* const record = (QZ_ListAllHidDev(&list, &count), list);
-  EXPECT_EQ(std::u16string(u"ROOT#\xD83D\xDD0C#\xBD"), record->LocationPath);
+  ASSERT_EQ(1, QZ_ListAllHidDev(&list, &count));
+  EXPECT_EQ(std::u16string(u"ROOT#\xD83D\xDD0C#\xBD"), list->LocationPath);
   QZ_FreeDevList(list);
 }
 

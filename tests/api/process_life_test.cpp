@@ -10,10 +10,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
 #include "QzHidAPI.h"
+#include "support/temp_file.h"
 
 // A child that exits with threads in it leaves what they have; the sanitizer asks this.
 static bool g_isChild = false;
@@ -25,6 +25,7 @@ extern "C" int __lsan_is_turned_off() { return g_isChild ? 1 : 0; }
 namespace {
 
 namespace fs = std::filesystem;
+using namespace qzhid::test;
 
 /// The exports that the tests use, of one library file.
 class Library {
@@ -65,25 +66,15 @@ class Library {
   void* const m_pHandle;
 };
 
-enum class Job { List, Update, Gpio };
-
-struct Situation {
-  const char* name;
-  const char* file;
-  Job job;
-  bool isLogging;
-};
+constexpr const char* kNative = QZ_NATIVE_LIBRARY;
+constexpr const char* kVirtual = QZ_VIRTUAL_LIBRARY;
 
 class ProcessLifeTest : public ::testing::Test {
  protected:
   ProcessLifeTest() {
-    std::ofstream(image, std::ios::binary) << std::string(0x1000, 'i');
-    std::ofstream(scenario) << R"({"time": "virtual", "devices": [{"name": "hub", "port": "1"}]})";
+    WriteText(image, std::string(0x1000, 'i'));
+    WriteText(scenario, R"({"time": "virtual", "devices": [{"name": "hub", "port": "1"}]})");
     setenv("QZ_VIRTUAL_HUB", scenario.c_str(), 1);
-  }
-  ~ProcessLifeTest() override {
-    std::error_code none;
-    fs::remove_all(folder, none);
   }
 
   /// Runs that in a child process; its wait status, 0 after success.
@@ -101,27 +92,27 @@ class ProcessLifeTest : public ::testing::Test {
     return status;
   }
 
-  const fs::path folder = [] {
-    std::string name = ::testing::TempDir() + "process_life.XXXXXX";
-    return fs::path(mkdtemp(name.data()));
-  }();
-  const fs::path image = folder / "image.bin", scenario = folder / "machine.json",
-                 log = folder / "log.txt";
+  const ScratchFolder folder;
+  const std::string image = folder.At("image.bin"), scenario = folder.At("machine.json"),
+                    log = folder.At("log.txt");
 };
+
+enum class Job { List, Update, Gpio };
+using Situation = std::tuple<const char*, Job, bool>;  // library, what the thread does, logging
 
 class ExitTest : public ProcessLifeTest, public ::testing::WithParamInterface<Situation> {
  protected:
   [[noreturn]] void ExitWithAThreadInside(const Library& library, int run) {
-    const Situation& situation = GetParam();
-    if (situation.isLogging) library.LogTo(log.string());
-    void* const dev = situation.job == Job::List ? nullptr : library.Open();
+    const auto [file, job, isLogging] = GetParam();
+    if (isLogging) library.LogTo(log);
+    void* const dev = job == Job::List ? nullptr : library.Open();
     static std::atomic<bool> s_isInside;
     // The thread outlives all objects of this program but these copies.
     const auto list = library.Find<decltype(QZ_ListAllHidDev)>("QZ_ListAllHidDev");
     const auto update = library.Find<decltype(QZ_UpdateDev)>("QZ_UpdateDev");
     const auto set = library.Find<decltype(QZ_HidSetHubGPIO)>("QZ_HidSetHubGPIO");
     const char* const path = strdup(image.c_str());
-    std::thread([=, job = situation.job] {
+    std::thread([=, job = job] {
       for (;; s_isInside = true) {
         HidDevRecord* records = nullptr;
         std::uint32_t count = 0;
@@ -140,30 +131,24 @@ class ExitTest : public ProcessLifeTest, public ::testing::WithParamInterface<Si
 
 TEST_P(ExitTest, AProcessMayExitWhileAThreadIsInside) {
   constexpr int kRuns = 200;
-  const Library library(GetParam().file);
+  const Library library(std::get<0>(GetParam()));
   for (int run = 0; run < kRuns; ++run) {
     ASSERT_EQ(0, InChild([&] { ExitWithAThreadInside(library, run); })) << "run " << run;
   }
 }
 
-constexpr const char* kNative = QZ_NATIVE_LIBRARY;
-constexpr const char* kVirtual = QZ_VIRTUAL_LIBRARY;
+std::string NameOf(const ::testing::TestParamInfo<Situation>& info) {
+  const auto [file, job, isLogging] = info.param;
+  constexpr const char* kJobs[] = {"Listing", "Update", "Gpio"};
+  return std::string(file == kNative ? "Native" : "Virtual") + kJobs[static_cast<int>(job)] +
+         (isLogging ? "Logged" : "");
+}
 
-INSTANTIATE_TEST_SUITE_P(
-    All, ExitTest,
-    ::testing::Values(Situation{"NativeListing", kNative, Job::List, false},
-                      Situation{"NativeListingLogged", kNative, Job::List, true},
-                      Situation{"NativeUpdate", kNative, Job::Update, false},
-                      Situation{"NativeUpdateLogged", kNative, Job::Update, true},
-                      Situation{"NativeGpio", kNative, Job::Gpio, false},
-                      Situation{"NativeGpioLogged", kNative, Job::Gpio, true},
-                      Situation{"VirtualListing", kVirtual, Job::List, false},
-                      Situation{"VirtualListingLogged", kVirtual, Job::List, true},
-                      Situation{"VirtualUpdate", kVirtual, Job::Update, false},
-                      Situation{"VirtualUpdateLogged", kVirtual, Job::Update, true},
-                      Situation{"VirtualGpio", kVirtual, Job::Gpio, false},
-                      Situation{"VirtualGpioLogged", kVirtual, Job::Gpio, true}),
-    [](const auto& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(All, ExitTest,
+                         ::testing::Combine(::testing::Values(kNative, kVirtual),
+                                            ::testing::Values(Job::List, Job::Update, Job::Gpio),
+                                            ::testing::Bool()),
+                         NameOf);
 
 std::ptrdiff_t OpenDescriptors() {
   return std::distance(fs::directory_iterator("/proc/self/fd"), {});
@@ -176,7 +161,7 @@ TEST_F(ProcessLifeTest, AnUnloadedLibraryLeavesNothingAlthoughAHubIsOpenAndTheLo
     SCOPED_TRACE(file);
     {
       const Library library(file);
-      library.LogTo(log.string());
+      library.LogTo(log);
       EXPECT_EQ(file == kVirtual, library.Open() != nullptr);
     }
     EXPECT_EQ(nullptr, dlopen(file, RTLD_NOW | RTLD_NOLOAD));
@@ -189,7 +174,7 @@ TEST_F(ProcessLifeTest, TheLibraryTakesNoStandardDescriptorAndLetsNoProgramInher
     const Library library(file);
     EXPECT_EQ(0, InChild([&] {
                 for (int number = 0; number < 3; ++number) close(number);
-                library.LogTo(log.string());
+                library.LogTo(log);
                 library.Open();
                 const bool isFree =
                     fcntl(0, F_GETFD) < 0 && fcntl(1, F_GETFD) < 0 && fcntl(2, F_GETFD) < 0;
@@ -212,7 +197,7 @@ TEST_F(ProcessLifeTest, AChildForkedWhileAThreadIsInsideGoesOn) {
   for (const char* const file : {kNative, kVirtual}) {
     SCOPED_TRACE(file);
     const Library library(file);
-    library.LogTo(log.string());
+    library.LogTo(log);
     void* const dev = library.Open();
     std::atomic<bool> stop{false};
     std::thread inside([&] {

@@ -10,67 +10,59 @@
 namespace qzhid::test {
 namespace {
 
+using ::testing::Contains;
+
+constexpr const char* kUpdate = "QZ_UpdateDev";
 constexpr const char* kFlow = "CUniversalFlow::DevUpdate";
 
 std::vector<int> g_progress;
-std::function<void()> g_atTen, g_atThirty;
+std::function<void(int percent)> g_onProgress;
 void OnProgress(std::int32_t percent) {
   g_progress.push_back(percent);
-  if (percent == 10 && g_atTen) g_atTen();
-  if (percent == 30 && g_atThirty) std::exchange(g_atThirty, nullptr)();
+  if (g_onProgress) g_onProgress(percent);
 }
 
-/// The conversation with the hub, a line for each request: key, length, value and index; "!" marks
-/// a refused one. Requests whose address moves on by their length count as one.
-std::string Conversation(const virtualhub::Recorder& recorder) {
-  std::string all, last;
-  std::size_t begin = 0;  // of the last line
+/// The conversation with the hub: key, length, value and index of each request; "!" marks a refused
+/// one. Requests whose address moves on by their length count as one.
+std::vector<std::string> Conversation(const virtualhub::Recorder& recorder) {
+  std::vector<std::string> steps;
+  std::string last;
   std::uint32_t first = 0, next = 0, count = 0;
   for (const auto& record : recorder.Of(virtualhub::Record::Kind::Request)) {
     const std::uint32_t address = virtualhub::LittleEndian32(record.setup, 2);
     const std::uint32_t length = virtualhub::LittleEndian16(record.setup, 6);
-    const auto kind = Text("%s%04X +%u @", record.result.ok() ? "" : "!", record.key(), length);
-    if (kind != last || address != next) {
-      begin = all.size();
+    const auto kind = Text("%s%04X +%u", record.result.ok() ? "" : "!", record.key(), length);
+    const bool goesOn = kind == last && address == next;
+    if (!goesOn) {
+      steps.emplace_back();
       first = address;
       count = 0;
     }
-    all.resize(begin);
-    all += kind + Text("%08X", first) + (++count > 1 ? Text(" x%u\n", count) : "\n");
+    steps.back() = kind + Text(" @%X", first) + (++count > 1 ? Text(" x%u", count) : "");
     last = kind;
     next = address + length;
   }
-  return all;
+  return steps;
 }
 
-const std::string kArrive = "4002 +0 @2E7C0001\n", kStatus = "C009 +20 @00000000\n";
-const std::string kToRom = "4000 +0 @00000000\n", kValidate = "40D9 +0 @00000001\n";
-// Back after 750 ms, found by the scan at 768 ms, ready after 850 ms.
-const std::string kReturn = "!4002 +0 @2E7C0001\n4002 +0 @2E7C0001\n";
-const std::string kErase = "4002 +0 @2E7C0001\n40E8 +0 @00000000\n";
-const std::string kWrite =
-    "4002 +0 @2E7C0003\nC009 +20 @00000000\n4006 +0 @00000001\n40E8 +0 @00000100\n"
-    "40C8 +128 @00000000 x255\n40C8 +40 @00007F80\n";
-const std::string kCompare = "C0D8 +128 @00000000 x255\nC0D8 +40 @00007F80\n";
-const std::string kStart = "40E9 +0 @00000101\n" + kReturn;
-
-const struct {
-  const char* hub;  ///< more members of the hub
-  bool isDual;
-  std::string conversation;  ///< without the start of the new firmware
-} kCases[] = {
-    {"", false,
-     kArrive + kStatus + kStatus + kToRom + kReturn + kStatus + kErase + kWrite + kCompare},
-    {R"(, "running": "rom")", false, kArrive + kStatus + kErase + kWrite + kCompare},
-    {R"(, "dual_bank": true)", true, kArrive + kStatus + kStatus + kWrite + kStatus + kCompare},
-    {R"(, "dual_bank": true, "isp_supported": true)", true,
-     kArrive + kStatus + kStatus + kWrite + kStatus + kValidate}};
+const std::string kArrive = "4002 +0 @2E7C0001", kTooEarly = "!4002 +0 @2E7C0001";
+const std::string kStatus = "C009 +20 @0", kToRom = "4000 +0 @0", kErase = "40E8 +0 @0";
+const std::string kStartFirmware = "40E9 +0 @101";
 
 class UpdateTest : public ApiTest {
  protected:
   UpdateTest() {
-    g_atTen = g_atThirty = nullptr;
+    g_progress.clear();
+    g_onProgress = nullptr;
     Open();
+  }
+  ~UpdateTest() override { g_onProgress = nullptr; }
+
+  /// Calls this at that percentage, once.
+  static void At(int moment, std::function<void()> call) {
+    g_onProgress = [moment, call = std::move(call)](int percent) {
+      if (percent == moment) std::exchange(g_onProgress, nullptr), call();
+    };
   }
 
   void Start(const char* path, std::uint8_t expected, const std::vector<int>& progress) {
@@ -80,24 +72,10 @@ class UpdateTest : public ApiTest {
     EXPECT_EQ(progress, g_progress);
   }
 
-  /// Whether the bank begins with the image.
-  bool Holds(std::size_t bank, const Bytes& expected) {
-    const auto contents = hub().bank(bank).contents();
-    return std::equal(expected.begin(), expected.end(), contents.begin());
-  }
-
-  /// That the callback was told of a whole update: each percent of the write, upwards.
-  static void ExpectWholeProgress() {
-    std::set<int> values = {0, 10, 20, 90, 100};
-    for (int percent = 30; percent <= 70; ++percent) values.insert(percent);
-    EXPECT_EQ(values, std::set<int>(g_progress.begin(), g_progress.end()));
-    EXPECT_TRUE(std::is_sorted(g_progress.begin(), g_progress.end()));
-  }
-
-  /// Neither reset nor erased.
+  /// The hub was neither reset nor erased.
   void ExpectOldFirmware() {
     EXPECT_EQ(instance, machine->HidInstance("hub"));
-    EXPECT_TRUE(Holds(0, virtualhub::BuildImage({}, 0x10000)));
+    EXPECT_TRUE(Holds(virtualhub::BuildImage({}, 0x10000)));
   }
 
   const Bytes image = virtualhub::BuildImage({.version = 0x0210}, 0x7FA8);  // 255 x 128 + 40
@@ -105,28 +83,78 @@ class UpdateTest : public ApiTest {
   const virtualhub::DevInst instance = machine->HidInstance("hub");
 };
 
-TEST_F(UpdateTest, HubsInAnyModeTakeTheImageInTheirConversation) {
-  for (const auto& [members, isDual, conversation] : kCases) {
-    for (const bool starts : {true, false}) {
-      SCOPED_TRACE(Text("%s, starts: %d", members, starts));
-      OpenHub(members);
-      QZ_DllPassPara(starts ? 0 : 5);
-      g_progress.clear();
-      EXPECT_EQ(1, QZ_UpdateDev(handle, good.path(), starts ? OnProgress : nullptr));
-      EXPECT_EQ(conversation + (starts ? kStart : ""), Conversation(machine->recorder()));
-      // Where a thread that starts switches the log on, one of the system's own ends the reports.
-      const bool areReportsEnded = DebugTexts().find("Create Log") != std::string::npos;
-      if (starts && !areReportsEnded) ExpectWholeProgress();
-      EXPECT_EQ(starts, !g_progress.empty()) << "nobody is told after the call";
-      EXPECT_EQ(starts ? "3 Notify Progress\n" : "", Said("QZ_UpdateDev"));
-      EXPECT_EQ(0, OpenHandles());
-      EXPECT_TRUE(Holds(isDual ? 1 : 0, image));
-      EXPECT_EQ(starts || isDual, hub().code() == virtualhub::Code::Flash);
-      std::uint16_t version = 0;  // the handle finds the hub again
-      EXPECT_EQ(starts || isDual ? 1 : 0, QZ_ReadDevVersion(handle, &version));
-      EXPECT_EQ(starts ? 0x0210 : isDual ? 0x0102 : 0, version);
-    }
+/// A way in which hubs are updated.
+struct Way {
+  const char* members;  ///< more JSON members of the hub
+  bool isDual;
+  std::vector<std::string> conversation;  ///< before the start of the new firmware
+};
+
+class UpdateWayTest : public UpdateTest, public ::testing::WithParamInterface<Way> {};
+
+const std::vector<std::string> kWrite = {"4002 +0 @2E7C0003", kStatus,
+                                         "4006 +0 @1",        "40E8 +0 @100",
+                                         "40C8 +128 @0 x255", "40C8 +40 @7F80"};
+const std::vector<std::string> kCompare = {"C0D8 +128 @0 x255", "C0D8 +40 @7F80"};
+
+std::vector<std::string> Joined(const std::vector<std::vector<std::string>>& parts) {
+  std::vector<std::string> all;
+  for (const auto& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+// Back after 750 ms, found by the scan at 768 ms, ready after 850 ms.
+INSTANTIATE_TEST_SUITE_P(
+    Hubs, UpdateWayTest,
+    ::testing::Values(Way{"", false,
+                          Joined({{kArrive, kStatus, kStatus, kToRom, kTooEarly, kArrive, kStatus,
+                                   kArrive, kErase},
+                                  kWrite,
+                                  kCompare})},
+                      Way{R"(, "running": "rom")", false,
+                          Joined({{kArrive, kStatus, kArrive, kErase}, kWrite, kCompare})},
+                      Way{R"(, "dual_bank": true)", true,
+                          Joined({{kArrive, kStatus, kStatus}, kWrite, {kStatus}, kCompare})},
+                      Way{R"(, "dual_bank": true, "isp_supported": true)", true,
+                          Joined({{kArrive, kStatus, kStatus}, kWrite, {kStatus, "40D9 +0 @1"}})}));
+
+TEST_P(UpdateWayTest, AHubTakesTheImageAndStartsItWithEachPercentReportedInOrder) {
+  const Way& way = GetParam();
+  OpenHub(way.members);
+  EXPECT_EQ(1, QZ_UpdateDev(handle, good.path(), OnProgress));
+  EXPECT_EQ(Joined({way.conversation, {kStartFirmware, kTooEarly, kArrive}}),
+            Conversation(machine->recorder()));
+  // Where a thread that starts switches the log on, one of the system's own ends the reports.
+  const std::vector<std::string> texts = DebugTexts();
+  if (std::count(texts.begin(), texts.end(), "Create Log") == 0) {
+    std::set<int> values = {0, 10, 20, 90, 100};
+    for (int percent = 30; percent <= 70; ++percent) values.insert(percent);
+    EXPECT_EQ(values, std::set<int>(g_progress.begin(), g_progress.end()));
+    EXPECT_TRUE(std::is_sorted(g_progress.begin(), g_progress.end()));
   }
+  EXPECT_EQ((Lines{{3, kUpdate, "Notify Progress\n"}}), Logged(kUpdate));
+  EXPECT_EQ(kNoHandles, Handles());
+  EXPECT_TRUE(Holds(image, way.isDual ? 1 : 0));
+  EXPECT_EQ(virtualhub::Code::Flash, hub().code());
+  std::uint16_t version = 0;
+  EXPECT_EQ(1, QZ_ReadDevVersion(handle, &version)) << "the handle finds the hub again";
+  EXPECT_EQ(0x0210, version);
+}
+
+TEST_P(UpdateWayTest, AHubTakesTheImageAndIsNotStartedWhenTheHostWantsThatWithoutProgress) {
+  const Way& way = GetParam();
+  OpenHub(way.members);
+  QZ_DllPassPara(5);
+  EXPECT_EQ(1, QZ_UpdateDev(handle, good.path(), nullptr));
+  EXPECT_EQ(way.conversation, Conversation(machine->recorder()));
+  EXPECT_THAT(g_progress, IsEmpty());
+  EXPECT_EQ(Lines{}, Logged(kUpdate));
+  EXPECT_EQ(kNoHandles, Handles());
+  EXPECT_TRUE(Holds(image, way.isDual ? 1 : 0));
+  EXPECT_EQ(way.isDual ? virtualhub::Code::Flash : virtualhub::Code::Rom, hub().code());
+  std::uint16_t version = 0;
+  EXPECT_EQ(way.isDual ? 1 : 0, QZ_ReadDevVersion(handle, &version));
+  EXPECT_EQ(way.isDual ? 0x0102 : 0, version) << "the old firmware, or the loader";
 }
 
 TEST_F(UpdateTest, AHubInACompositeDeviceIsUpdatedLikeAnyOther) {
@@ -135,15 +163,16 @@ TEST_F(UpdateTest, AHubInACompositeDeviceIsUpdatedLikeAnyOther) {
   EXPECT_EQ(0x0210, hub().Identity().version);
 }
 
-TEST_F(UpdateTest, AMissingFileIsToldBeforeTheHubIsTouched) {
+TEST_F(UpdateTest, AMissingFileIsReportedBeforeTheHubIsTouched) {
   const std::string missing = UniquePath("missing.bin");
   for (const char* path : {missing.c_str(), ""}) {
     Start(path, 0, {});
-    EXPECT_EQ(Text("3 Notify Progress\n3 Fw File is Not Exist,FWPath:%s\n", path),
-              Said("QZ_UpdateDev"));
-    EXPECT_TRUE(Outputs().empty());
+    EXPECT_EQ((Lines{{3, kUpdate, "Notify Progress\n"},
+                     {3, kUpdate, Text("Fw File is Not Exist,FWPath:%s\n", path)}}),
+              Logged(kUpdate));
+    EXPECT_THAT(Outputs(), IsEmpty());
   }
-  EXPECT_EQ(0u, QZ_HidGPIOW(handle, 1, 1)) << "the device is still open";
+  EXPECT_EQ(kOneDevice, Handles()) << "the device is still open";
   ExpectOldFirmware();
 }
 
@@ -151,7 +180,7 @@ TEST_F(UpdateTest, AFileThatCannotBeLoadedNeverCostsTheFirmware) {
   const TempFile empty({}, "empty");
   const std::string unreadable = UniquePath("closed");
   const UnopenableFile closed(unreadable);
-  ASSERT_TRUE(closed.made());
+  ASSERT_TRUE(std::filesystem::exists(unreadable));
   const LogLine notLoaded = {1, "CHubFwFinder::LoadFwbin2Buf", "load fw to buf return failed.\n"};
   std::uint16_t version = 0;
   for (const std::string& path : {std::string(empty.path()), ::testing::TempDir(), unreadable}) {
@@ -159,63 +188,62 @@ TEST_F(UpdateTest, AFileThatCannotBeLoadedNeverCostsTheFirmware) {
     // What an earlier job loaded must not be written instead.
     ASSERT_EQ(1, QZ_ReadBinVersion(handle, good.path(), &version));
     Start(path.c_str(), 0, {0, 10, 0});
-    EXPECT_EQ(1u, log.Count(notLoaded));
-    EXPECT_EQ(1u, log.Count({3, kFlow, "\nfail to write flash\n"}));
-    EXPECT_EQ("3 Notify Progress\n3 Update Fail\n", Said("QZ_UpdateDev"));
-    EXPECT_EQ((std::vector<std::uint16_t>{0x4002, 0xC009}), Keys());
+    EXPECT_EQ(1u, Count(notLoaded));
+    EXPECT_EQ(1u, Count({3, kFlow, "\nfail to write flash\n"}));
+    EXPECT_EQ((Lines{{3, kUpdate, "Notify Progress\n"}, {3, kUpdate, "Update Fail\n"}}),
+              Logged(kUpdate));
+    EXPECT_THAT(Keys(), ElementsAre(0x4002, 0xC009));
     ExpectOldFirmware();
   }
 }
 
-TEST_F(UpdateTest, AnyImageThatWasLoadedIsWritten) {
+TEST_F(UpdateTest, AnImageOfAnyLengthThatWasLoadedIsWritten) {
   const std::pair<std::size_t, std::string> cases[] = {
-      {1, "40C8 +1 @00000000\n"},
-      {300, "40C8 +128 @00000000 x2\n40C8 +44 @00000100\n"},
-      {0x7F53, "40C8 +128 @00000000 x254\n40C8 +83 @00007F00\n"}};
+      {1, "40C8 +1 @0"}, {300, "40C8 +128 @0 x2"}, {0x7F53, "40C8 +83 @7F00"}};
   for (const auto& [size, written] : cases) {
     SCOPED_TRACE(size);
-    OpenHub("");
+    OpenHub();
     const Bytes part(image.begin(), image.begin() + static_cast<std::ptrdiff_t>(size));
     EXPECT_EQ(1, QZ_UpdateDev(handle, TempFile(part).path(), nullptr));
-    EXPECT_THAT(Conversation(machine->recorder()), ::testing::HasSubstr(written));
-    EXPECT_TRUE(Holds(0, part));
+    EXPECT_THAT(Conversation(machine->recorder()), Contains(written));
+    EXPECT_TRUE(Holds(part));
   }
+}
+
+TEST_F(UpdateTest, AnImageThatTheHubHasNoRoomForIsRefusedByTheHub) {
   const TempFile tooLong({}, "long");
   std::filesystem::resize_file(tooLong.path(), 17 * 1024 * 1024);
-  OpenHub("");
   EXPECT_EQ(0, QZ_UpdateDev(handle, tooLong.path(), nullptr));
-  EXPECT_THAT(Conversation(machine->recorder()), ::testing::HasSubstr("\n!40C8 +128 @"))
-      << "the hub is what has no room for it";
+  EXPECT_THAT(Conversation(machine->recorder()), Contains(::testing::StartsWith("!40C8 +128 @")));
 }
 
 TEST_F(UpdateTest, ReconfiguringTheLogInTheCallbackEndsTheProgressOnly) {
-  g_atTen = [] { EXPECT_EQ(1, QZ_ConfigLog(0, 0)); };
+  At(10, [] { EXPECT_EQ(1, QZ_ConfigLog(0, 0)); });
   Start(good.path(), 1, {0, 10});
   EXPECT_EQ(0x0210, hub().Identity().version);
 }
 
 TEST_F(UpdateTest, ClosingInTheCallbackFailsTheUpdateInTime) {
-  g_atTen = [&] { QZ_CloseDev(handle); };
+  At(10, [&] { QZ_CloseDev(handle); });
   Start(good.path(), 0, {0, 10, 0});
-  EXPECT_EQ(1u, log.Count({3, kFlow, "fail to reset to rom\n"}));
-  EXPECT_EQ(0, OpenHandles());
-  EXPECT_EQ(kStatusRefused, QZ_HidI2CConfig(handle, 0xA0, 2, 1));
+  EXPECT_EQ(1u, Count({3, kFlow, "fail to reset to rom\n"}));
+  EXPECT_EQ(kNoHandles, Handles());
+  EXPECT_EQ(kRejected, QZ_HidI2CConfig(handle, 0xA0, 2, 1));
   ExpectOldFirmware();
 }
 
-TEST_F(UpdateTest, AnImageLoadedInTheCallbackIsNotTheOneThatIsWritten) {
+TEST_F(UpdateTest, AnImageThatTheCallbackLoadsIsNotTheOneThatIsWritten) {
   void* reopened = nullptr;
-  g_atThirty = [&] {
+  At(30, [&] {
     const TempFile empty({}, "empty");
     std::uint16_t version = 0;
     EXPECT_EQ(0, QZ_ReadBinVersion(handle, empty.path(), &version));
     List();
     reopened = QZ_OpenHid(machine->HidInstance("hub"));
-  };
+  });
   EXPECT_EQ(1, QZ_UpdateDev(handle, good.path(), OnProgress));
-  g_atThirty = nullptr;
-  EXPECT_TRUE(Holds(0, image));
-  QZ_CloseDev(reopened);
+  EXPECT_TRUE(Holds(image));
+  EXPECT_EQ(nullptr, reopened) << "an update is running";
 }
 
 }  // namespace

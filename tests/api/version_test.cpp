@@ -4,15 +4,16 @@
 namespace qzhid::test {
 namespace {
 
-using RequestKeys = std::vector<std::uint16_t>;
-
 class VersionTest : public ApiTest {
  protected:
-  /// A call that succeeds or fails with these lines of its own and sends these requests.
-  void Expect(const char* name, std::uint8_t expected, std::uint8_t result, const std::string& said,
-              const RequestKeys& keys = {}) {
+  /// A call that has returned `result` and logged these lines under its name, and the keys of its
+  /// requests.
+  void Expect(const char* name, std::uint8_t expected, std::uint8_t result,
+              const std::vector<std::pair<int, std::string>>& lines, const Keys16& keys = {}) {
+    Lines logged;
+    for (const auto& [level, text] : lines) logged.push_back({level, name, text});
     EXPECT_EQ(expected, result);
-    EXPECT_EQ(said, Said(name));
+    EXPECT_EQ(logged, Logged(name));
     EXPECT_EQ(keys, Keys());
     ClearRecords();
   }
@@ -21,56 +22,62 @@ class VersionTest : public ApiTest {
   std::uint32_t vid = 0, pid = 0;
 };
 
-TEST_F(VersionTest, OfTheHub) {
+TEST_F(VersionTest, AHubsVersionIsReadFromItsFirmwareAndAFailureKeepsTheOutput) {
   constexpr const char* kTag = "QZ_ReadDevVersion";
-  constexpr const char* kFailure = "0 Hid Dev\n3 Read Dev Version Fail\n";
-  const RequestKeys keys = {0x4002, 0xC009, 0x4002, 0xC009};
+  const Keys16 keys = {0x4002, 0xC009, 0x4002, 0xC009};
   OpenHub(R"(, "image": {"version": "0xA1B2"})");
-  Expect(kTag, 1, QZ_ReadDevVersion(handle, &version), "0 Hid Dev\n", keys);
+  Expect(kTag, 1, QZ_ReadDevVersion(handle, &version), {{0, "Hid Dev\n"}}, keys);
   EXPECT_EQ(0xA1B2, version);
-  EXPECT_EQ(0, OpenHandles());
-  machine->AddFault(Failing(Fault::On::Request, 5, 0xC009));
-  Expect(kTag, 0, QZ_ReadDevVersion(handle, &version), kFailure, keys);
-  Expect(kTag, 0, QZ_ReadDevVersion(handle, nullptr), "3 Invalidate parameter\n");
+  EXPECT_EQ(kNoHandles, Handles());
+  machine->AddFault(RequestFault(0xC009, 1, 0, Fault::Action::Fail, 5));
+  Expect(kTag, 0, QZ_ReadDevVersion(handle, &version),
+         {{0, "Hid Dev\n"}, {3, "Read Dev Version Fail\n"}}, keys);
+  EXPECT_EQ(kNoHandles, Handles());
+  Expect(kTag, 0, QZ_ReadDevVersion(handle, nullptr), {{3, "Invalidate parameter\n"}});
   OpenHub(R"(, "running": "rom")");
-  Expect(kTag, 0, QZ_ReadDevVersion(handle, &version), kFailure, {0x4002, 0xC009});
-  EXPECT_EQ(0xA1B2, version) << "a failure leaves it as it is";
+  Expect(kTag, 0, QZ_ReadDevVersion(handle, &version),
+         {{0, "Hid Dev\n"}, {3, "Read Dev Version Fail\n"}}, {0x4002, 0xC009});
+  EXPECT_EQ(0xA1B2, version);
 }
 
-TEST_F(VersionTest, OfAnImage) {
+TEST_F(VersionTest, AnImagesVersionNeedsNoRequestAndAFailureKeepsTheOutput) {
   constexpr const char* kTag = "QZ_ReadBinVersion";
-  Bytes image(0x7F60, 0);  // of no known chip: it ends behind the version
+  Bytes image(0x7F60, 0);  // of no known chip: it ends after the version
   virtualhub::PutBigEndian16(image, 0x7F5E, 0xA1B2);
   const TempFile whole(image, "whole"), empty({}, "empty");
   const auto ask = [&](const char* path) { return QZ_ReadBinVersion(handle, path, &version); };
   Open();
-  Expect(kTag, 1, ask(whole.path()), "0 Hid Dev\n");
-  Expect(kTag, 0, ask(empty.path()), "0 Hid Dev\n3 Read Bin Version Fail\n");
-  Expect(kTag, 0, ask(missing.c_str()), "3 Fw File is Not Exist,FWPath:" + missing + "\n");
-  Expect(kTag, 0, ask(nullptr), "3 Fw File is Not Exist,FWPath:(null)\n");
-  Expect(kTag, 0, QZ_ReadBinVersion(handle, whole.path(), nullptr), "3 Invalidate parameter\n");
-  EXPECT_EQ(0xA1B2, version) << "a failure leaves it as it is";
+  Expect(kTag, 1, ask(whole.path()), {{0, "Hid Dev\n"}});
+  EXPECT_EQ(0xA1B2, version);
+  Expect(kTag, 0, ask(empty.path()), {{0, "Hid Dev\n"}, {3, "Read Bin Version Fail\n"}});
+  Expect(kTag, 0, ask(missing.c_str()), {{3, "Fw File is Not Exist,FWPath:" + missing + "\n"}});
+  Expect(kTag, 0, ask(nullptr), {{3, "Fw File is Not Exist,FWPath:(null)\n"}});
+  Expect(kTag, 0, QZ_ReadBinVersion(handle, whole.path(), nullptr),
+         {{3, "Invalidate parameter\n"}});
+  EXPECT_EQ(0xA1B2, version);
 }
 
-TEST_F(VersionTest, IdsOfTheHub) {
+TEST_F(VersionTest, AHubsIdsAreReadOnAConnectionOfTheirOwnAndAFailureKeepsTheOutputs) {
   constexpr const char* kTag = "QZ_GetHubVIDPIDFromHidDevice";
-  const RequestKeys keys = {0x4002, 0x4006, 0xC009, 0x4006};
+  const Keys16 keys = {0x4002, 0x4006, 0xC009, 0x4006};
   OpenHub(R"(, "image": {"vid": "0xA1B2", "pid": "0x0C0D"})");
   QZ_CloseDev(handle);
   const auto number = machine->HidInstance("hub");
   const auto ask = QZ_GetHubVIDPIDFromHidDevice;
   ClearRecords();
-  Expect(kTag, 1, ask(number, &vid, &pid), "0 Device VID/PID:A1B2/0C0D\n", keys);
-  EXPECT_EQ(0, OpenHandles());
-  machine->AddFault(Failing(Fault::On::Request, 77, 0xC009));
-  Expect(kTag, 0, ask(number, &vid, &pid), "3 Get status failed,Error Code:77\n", keys);
-  Expect(kTag, 0, ask(4711, &vid, &pid), "3 Open hid device failed,DevInst:4711\n");
-  Expect(kTag, 0, ask(number, nullptr, &pid), "3 Invalidate parameter\n");
-  Expect(kTag, 0, ask(number, &vid, nullptr), "3 Invalidate parameter\n");
-  EXPECT_TRUE(vid == 0xA1B2 && pid == 0x0C0D) << "a failure leaves them as they are";
+  Expect(kTag, 1, ask(number, &vid, &pid), {{0, "Device VID/PID:A1B2/0C0D\n"}}, keys);
+  EXPECT_EQ(kNoHandles, Handles());
+  machine->AddFault(RequestFault(0xC009, 1, 0, Fault::Action::Fail, 77));
+  Expect(kTag, 0, ask(number, &vid, &pid), {{3, "Get status failed,Error Code:77\n"}}, keys);
+  EXPECT_EQ(kNoHandles, Handles());
+  Expect(kTag, 0, ask(4711, &vid, &pid), {{3, "Open hid device failed,DevInst:4711\n"}});
+  Expect(kTag, 0, ask(number, nullptr, &pid), {{3, "Invalidate parameter\n"}});
+  Expect(kTag, 0, ask(number, &vid, nullptr), {{3, "Invalidate parameter\n"}});
+  EXPECT_EQ(0xA1B2u, vid);
+  EXPECT_EQ(0x0C0Du, pid);
 }
 
-TEST_F(VersionTest, IdsOfAnImage) {
+TEST_F(VersionTest, AnImagesIdsAreReadWithoutAHubAndAFailureKeepsTheOutputs) {
   constexpr const char* kTag = "QZ_GetHidBinFileVIDPID";
   Bytes image(0x7F18, 0xAA);
   virtualhub::PutBigEndian16(image, 0x7F12, 0x1234);
@@ -78,16 +85,18 @@ TEST_F(VersionTest, IdsOfAnImage) {
   const TempFile whole(image, "whole"), empty({}, "empty");
   const auto ask = QZ_GetHidBinFileVIDPID;
   Open();
-  Expect(kTag, 1, ask(whole.path(), &vid, &pid), "0 VID:1234,HSPID:5678\n");
-  Expect(kTag, 0, ask(empty.path(), &vid, &pid), "3 Fw image is too short,size:0\n");
+  Expect(kTag, 1, ask(whole.path(), &vid, &pid), {{0, "VID:1234,HSPID:5678\n"}});
+  Expect(kTag, 0, ask(empty.path(), &vid, &pid), {{3, "Fw image is too short,size:0\n"}});
   Expect(kTag, 0, ask(::testing::TempDir().c_str(), &vid, &pid),
-         Text("3 Exception:%s\n", std::ios_base::failure("ios_base::failbit set").what()));
-  Expect(kTag, 0, ask(missing.c_str(), &vid, &pid), "3 Invalidate fw path,path:" + missing + "\n");
-  Expect(kTag, 0, ask(nullptr, &vid, &pid), "3 Invalidate parameter\n");
-  Expect(kTag, 0, ask(whole.path(), nullptr, &pid), "3 Invalidate parameter\n");
-  Expect(kTag, 0, ask(whole.path(), &vid, nullptr), "3 Invalidate parameter\n");
-  EXPECT_TRUE(vid == 0x1234 && pid == 0x5678) << "a failure leaves them as they are";
-  EXPECT_EQ(0u, QZ_HidGPIOW(handle, 1, 1)) << "the device stays open";
+         {{3, Text("Exception:%s\n", std::ios_base::failure("ios_base::failbit set").what())}});
+  Expect(kTag, 0, ask(missing.c_str(), &vid, &pid),
+         {{3, "Invalidate fw path,path:" + missing + "\n"}});
+  Expect(kTag, 0, ask(nullptr, &vid, &pid), {{3, "Invalidate parameter\n"}});
+  Expect(kTag, 0, ask(whole.path(), nullptr, &pid), {{3, "Invalidate parameter\n"}});
+  Expect(kTag, 0, ask(whole.path(), &vid, nullptr), {{3, "Invalidate parameter\n"}});
+  EXPECT_EQ(0x1234u, vid);
+  EXPECT_EQ(0x5678u, pid);
+  EXPECT_EQ(kOneDevice, Handles()) << "the device stays open";
 }
 
 }  // namespace

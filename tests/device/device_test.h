@@ -1,31 +1,20 @@
-// Devices in front of a property object that records. Requests are compared as hexadecimal text.
+// Device objects that send their requests to a hub that takes anything and keeps it.
 #pragma once
 
 #include <functional>
 #include <span>
 
 #include "device/hid_dev.h"
-#include "support/library_test.h"
+#include "discovery/node_matchers.h"
+#include "support/layer_test.h"
 
 namespace qzhid::test {
 
-using virtualhub::Bytes;
-using Strings = std::vector<std::string>;
-
-inline std::string Hex(std::span<const std::uint8_t> bytes) {
-  std::string text;
-  for (std::uint8_t byte : bytes) {
-    if (!text.empty()) text += ' ';
-    for (int digit : {byte / 16, byte % 16}) text += "0123456789ABCDEF"[digit];
-  }
-  return text;
-}
-
 /// Bytes that repeat in no simple pattern.
-inline Bytes Image(std::size_t size) {
-  Bytes image(size);
-  for (std::size_t i = 0; i < size; ++i) image[i] = static_cast<std::uint8_t>(i * 7 + i / 253 + 1);
-  return image;
+inline Bytes Pattern(std::size_t size) {
+  Bytes bytes(size);
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::uint8_t>(i * 7 + i / 253 + 1);
+  return bytes;
 }
 
 inline Bytes Part(std::span<const std::uint8_t> bytes, std::size_t offset, std::size_t length) {
@@ -33,9 +22,15 @@ inline Bytes Part(std::span<const std::uint8_t> bytes, std::size_t offset, std::
   return {part.begin(), part.end()};
 }
 
-/// A device that takes requests of any length and fails those whose bit is set in `failing` with
-/// 31. It fills the buffers of IN requests, even of those that it fails.
-class PropertyDouble final : public IPropertyEx {
+/// Setup packets, each written in hexadecimal.
+template <class... Texts>
+std::vector<Bytes> Requests(const Texts&... texts) {
+  return {Hex(texts)...};
+}
+
+/// Takes requests of any length and fails those whose bit is set in `failing` with 31. It fills the
+/// buffers of IN requests, even of those that it fails.
+class FakeHub final : public IPropertyEx {
  public:
   std::uint32_t Init() override { return 1; }
   std::uint32_t UnInit() override { return 1; }
@@ -43,34 +38,32 @@ class PropertyDouble final : public IPropertyEx {
   std::uint32_t Yv_SendVDCmd(std::uint8_t type, std::uint8_t request, std::uint16_t value,
                              std::uint16_t index, std::uint8_t* data, std::uint32_t length,
                              std::uint32_t timeoutMs) override {
-    const SetupPacket setup =
-        MakeSetup(type, request, value, index, static_cast<std::uint16_t>(length));
-    return Take(setup, " " + std::to_string(timeoutMs), type < 0x80, data, length);
+    timeouts.push_back(timeoutMs);
+    return Take(MakeSetup(type, request, value, index, length), type < 0x80, data, length);
   }
   std::uint32_t CtlPipeNoDataOut(const SetupPacket& setup) override {
-    return Take(setup, "", true, nullptr, 0);
+    return Take(setup, true, nullptr, 0);
   }
   std::uint32_t CtlPipeOut(const PacketHeader& header, std::uint8_t* data) override {
-    return Take(header, "", true, data, header[6] + header[7] * 256u);
+    return Take(header, true, data, header[6] + header[7] * 256u);
   }
   std::uint32_t CtlPipeIn(const PacketHeader& header, std::uint8_t* data) override {
-    return Take(header, "", false, data, header[6] + header[7] * 256u);
+    return Take(header, false, data, header[6] + header[7] * 256u);
   }
 
-  Strings sent;                        // setup packets; with the time-out if there is one
-  std::string keys;                    // types and codes of the requests
-  Bytes written;                       // all OUT data
-  Bytes answer = Bytes(64, 0), flash;  // what IN requests deliver; what flash reads do
-  std::uint64_t failing = 0;           // bit 0: the first request
-  std::function<void(int)> onRequest;  // with the request's number, from 1
+  std::vector<Bytes> sent;                  // setup packets or headers
+  std::vector<std::uint32_t> timeouts;      // of those that have one
+  Bytes written;                            // all OUT data
+  Bytes answer = Bytes(64, 0), flash;       // what IN requests deliver; what flash reads do
+  std::uint64_t failing = 0;                // bit 0: the first request
+  std::function<void(std::size_t)> onSent;  // with the request's number, from 1
   std::uint32_t closes = 0;
 
  private:
-  std::uint32_t Take(std::span<const std::uint8_t> setup, const std::string& timeout, bool isOut,
-                     std::uint8_t* data, std::uint32_t length) {
-    sent.push_back(Hex(setup) + timeout);
-    keys += Hex(setup.first(1)) + Hex(setup.subspan(1, 1)) + " ";
-    if (onRequest) onRequest(static_cast<int>(sent.size()));
+  std::uint32_t Take(std::span<const std::uint8_t> setup, bool isOut, std::uint8_t* data,
+                     std::uint32_t length) {
+    sent.emplace_back(setup.begin(), setup.end());
+    if (onSent) onSent(sent.size());
     if (isOut) {
       written.insert(written.end(), data, data + length);
     } else {
@@ -83,30 +76,21 @@ class PropertyDouble final : public IPropertyEx {
   }
 };
 
-class DeviceTest : public LibraryTest {
+class DeviceTest : public LayerTest {
  protected:
   DeviceTest() { Renew(); }
-  ~DeviceTest() override { CRequestCMD::Instance().SetProperty(nullptr); }
 
+  /// A new hub that fails these requests; nothing was logged or sent yet.
   void Renew(std::uint64_t failing = 0) {
-    property = PropertyDouble();
-    property.failing = failing;
-    CRequestCMD::Instance().SetProperty(&property);
+    hub = FakeHub();
+    hub.failing = failing;
+    requests.SetProperty(&hub);
     ClearRecords();
   }
 
-  /// What was logged under `tag`, or by all: level, blank and text of each line.
-  std::string Said(const std::string& tag = "") const {
-    std::string said;
-    for (const LogLine& line : tag.empty() ? log.lines : log.Of(tag)) {
-      said += std::to_string(line.level) + " " + line.text;
-    }
-    return said;
-  }
-
-  PropertyDouble property;
-  CUSBDev usb;
-  CHidDev hid;
+  FakeHub hub;
+  CUSBDev usb{NodeMatchers()};
+  CHidDev hid{NodeMatchers()};
 };
 
 }  // namespace qzhid::test

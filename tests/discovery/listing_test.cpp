@@ -1,23 +1,29 @@
 // The exported records.
 #include "discovery/hid_find.h"
-#include "support/proxy_test.h"
+#include "discovery/record_text.h"
+#include "support/layer_test.h"
 
 namespace qzhid::test {
 namespace {
 
-using ::testing::ElementsAre;
 using namespace std::string_literals;
 
 constexpr const char* kTag = "CHidFind::ListHidDevice";
 
 /// The whole field without the zeros at its end.
 template <std::size_t N>
-std::u16string Text(const QZ_Utf16 (&field)[N]) {
+std::u16string FieldText(const QZ_Utf16 (&field)[N]) {
   const std::u16string all(field, N);
   return all.substr(0, all.find_last_not_of(u'\0') + 1);
 }
 
-class ListingTest : public ProxyTest {
+/// The first string of a list.
+template <std::size_t N>
+std::u16string FirstOf(const QZ_Utf16 (&field)[N]) {
+  return field;
+}
+
+class ListingTest : public LayerTest {
  protected:
   ~ListingTest() override { Forget(); }
   void Forget() {
@@ -32,7 +38,7 @@ class ListingTest : public ProxyTest {
   CHidFind find;
 };
 
-TEST_F(ListingTest, ARecordHoldsTheNodesIdsAndThePlaceOfTheUsbNodeAboveIt) {
+TEST_F(ListingTest, ARecordHoldsTheIdsOfTheNodeAndThePlaceOfTheUsbNodeAboveIt) {
   InstallJson(R"({"devices": [
       {"name": "keyboard", "kind": "other", "port": "5", "vid": "0x045E", "pid": "0x0750"},
       {"name": "odd", "port": "2-7", "usb": {"address": 4000000000, "location_paths": ["\ud83d\ude00"]},
@@ -40,18 +46,20 @@ TEST_F(ListingTest, ARecordHoldsTheNodesIdsAndThePlaceOfTheUsbNodeAboveIt) {
   ASSERT_EQ(1, List());
   ASSERT_EQ(1u, count);
   EXPECT_EQ(machine->HidInstance("odd"), list->dwInst);
-  EXPECT_EQ(u"HID\\VID_AB&PID_1\0second"s, Text(list->HwID));
-  EXPECT_EQ(u"\U0001F600", Text(list->LocationPath));
-  EXPECT_EQ(u"AB&P", Text(list->VID));
-  EXPECT_EQ(u"1", Text(list->PID));
-  EXPECT_EQ(std::tuple(1u, 4000000000u, 4u, 4u),
-            std::tuple(list->Level, list->Port, list->dwDevType, list->dwDevSubType));
-  EXPECT_THAT(log.Of(kTag), ElementsAre(LogLine{1, kTag, "List All Hid Device\n"},
-                                        LogLine{1, kTag, "Index:0,HwID:HID\\VID_AB&PID_1\n"}));
-  EXPECT_EQ(0, OpenDevices());
+  EXPECT_EQ(u"HID\\VID_AB&PID_1\0second"s, FieldText(list->HwID));
+  EXPECT_EQ(u"\U0001F600", FieldText(list->LocationPath));
+  EXPECT_EQ(u"AB&P", FieldText(list->VID));
+  EXPECT_EQ(u"1", FieldText(list->PID));
+  EXPECT_EQ(1u, list->Level);
+  EXPECT_EQ(4000000000u, list->Port);
+  EXPECT_EQ(4u, list->dwDevType);
+  EXPECT_EQ(4u, list->dwDevSubType);
+  EXPECT_EQ(LinesOf(kTag, {{1, "List All Hid Device\n"}, {1, "Index:0,HwID:HID\\VID_AB&PID_1\n"}}),
+            Logged(kTag));
+  EXPECT_EQ(kNoHandles, Handles());
 }
 
-TEST_F(ListingTest, WithoutVendorIdThereIsNoProductId) {
+TEST_F(ListingTest, WithoutAVendorIdTheProductIdIsNotLookedFor) {
   for (const auto& [id, vid, pid] :
        {std::tuple{"HID\\PID_0818&2E7C", u"", u""}, std::tuple{"HID\\VID_2E7C&0818", u"2E7C", u""},
         std::tuple{"HID\\PID_0818&VID_2E7C", u"2E7C", u"0818"},
@@ -62,13 +70,13 @@ TEST_F(ListingTest, WithoutVendorIdThereIsNoProductId) {
     scenario.devices[0].hid.hardwareIds = {id, "HID\\VID_1111&PID_2222"};
     Install(scenario);
     ASSERT_EQ(1, List());
-    EXPECT_EQ(vid, Text(list->VID));
-    EXPECT_EQ(pid, Text(list->PID));
+    EXPECT_EQ(vid, FieldText(list->VID));
+    EXPECT_EQ(pid, FieldText(list->PID));
     Forget();
   }
 }
 
-TEST_F(ListingTest, AFailingStepTakesTheListBackAndKeepsTheCount) {
+TEST_F(ListingTest, AFailedStepReturnsNoListButTheCount) {
   // The number of the call is the first that concerns the second record.
   for (const auto& [service, nth, message] :
        {std::tuple{Service::HardwareIds, 4u, "Get Dev Hw Id Fail,ErrorCode:0xd\n"},
@@ -78,12 +86,12 @@ TEST_F(ListingTest, AFailingStepTakesTheListBackAndKeepsTheCount) {
         std::tuple{Service::LocationPaths, 2u, "Get Dev Path Fail,ErrorCode:0xd\n"}}) {
     SCOPED_TRACE(NameOf(service));
     InstallJson(R"({"devices": [{"name": "a", "port": "1"}, {"name": "b", "port": "2"}]})");
-    machine->AddFault(FailingCall(service, nth));
+    machine->AddFault(CallFault(service, nth));
     list = &marker;
     EXPECT_EQ(0, find.ListHidDevice(0x2E7C, 0x0818, &list, &count));
     EXPECT_EQ(nullptr, list);
     EXPECT_EQ(2u, count);
-    EXPECT_THAT(log.From(3), ElementsAre(LogLine{3, kTag, message}));
+    EXPECT_EQ(LinesOf(kTag, {{3, message}}), Failures());
   }
 }
 
@@ -92,20 +100,23 @@ TEST_F(ListingTest, AHubIsListedOnceForEachCollectionAtThePlaceOfItsInterface) {
       {"name": "mouse", "kind": "other", "port": "1", "part": "Col01", "siblings": ["Col02"]},
       {"name": "hub", "port": "3.2", "part": "MI_01&Col02", "siblings": ["MI_00", "MI_01&Col01"]}]})");
   ASSERT_EQ(1, List());
-  std::vector<std::u16string> told;
-  for (std::uint32_t i = 0; i < count; ++i) {
-    const std::u16string id = Text(list[i].HwID), path = Text(list[i].LocationPath);
-    told.push_back(id.substr(0, id.find(u'\0')) + u" " + path.substr(0, path.find(u'\0')));
-    EXPECT_EQ(std::tuple(3u, i == 0 ? 0u : 1u), std::tuple(list[i].Level, list[i].Port));
-    EXPECT_EQ(std::pair(u"2E7C"s, u"0818"s), std::pair(Text(list[i].VID), Text(list[i].PID)));
-  }
+  ASSERT_EQ(3u, count);
   const std::u16string id = u"HID\\VID_2E7C&PID_0818&REV_0100&MI_0";
-  const std::u16string place = u" PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)#USB(2)#USBMI(";
-  EXPECT_THAT(told, ElementsAre(id + u"0" + place + u"0)", id + u"1&Col01" + place + u"1)",
-                                id + u"1&Col02" + place + u"1)"));
+  const std::u16string place = u"PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)#USB(2)#USBMI(";
+  const std::pair<std::u16string, std::u16string> expected[] = {{id + u"0", place + u"0)"},
+                                                                {id + u"1&Col01", place + u"1)"},
+                                                                {id + u"1&Col02", place + u"1)"}};
+  for (std::uint32_t i = 0; i < count; ++i) {
+    EXPECT_EQ(expected[i].first, FirstOf(list[i].HwID));
+    EXPECT_EQ(expected[i].second, FirstOf(list[i].LocationPath));
+    EXPECT_EQ(3u, list[i].Level);
+    EXPECT_EQ(i == 0 ? 0u : 1u, list[i].Port) << "the number of the interface";
+    EXPECT_EQ(u"2E7C", FieldText(list[i].VID));
+    EXPECT_EQ(u"0818", FieldText(list[i].PID));
+  }
 }
 
-TEST_F(ListingTest, OfManyForeignDevicesOneWithoutAddressOrPathFailsTheFilteredListingOnly) {
+TEST_F(ListingTest, ADeviceWithoutAddressOrPathFailsOnlyTheListingThatItIsPartOf) {
   for (const auto& [absent, message] :
        {std::pair{"address", "Get Dev Port Fail,ErrorCode:0x2\n"},
         std::pair{"location_paths", "Get Dev Path Fail,ErrorCode:0x2\n"}}) {
@@ -123,7 +134,7 @@ TEST_F(ListingTest, OfManyForeignDevicesOneWithoutAddressOrPathFailsTheFilteredL
     EXPECT_EQ(0, find.ListHidDevice(0x45E, 0x750, &list, &count));
     EXPECT_EQ(24u, count);
     EXPECT_EQ(nullptr, list);
-    EXPECT_THAT(log.From(3), ElementsAre(LogLine{3, kTag, message}));
+    EXPECT_EQ(LinesOf(kTag, {{3, message}}), Failures());
     ClearRecords();
     EXPECT_EQ(1, List());
     EXPECT_EQ(1u, count);
@@ -133,7 +144,7 @@ TEST_F(ListingTest, OfManyForeignDevicesOneWithoutAddressOrPathFailsTheFilteredL
   }
 }
 
-TEST_F(ListingTest, AHubThatLeavesWhileItIsReadTakesTheListBackForTheOthers) {
+TEST_F(ListingTest, AHubThatLeavesWhileItIsReadFailsTheListingOnce) {
   InstallJson(R"({"devices": [{"name": "a", "port": "1"}, {"name": "b", "port": "2"}]})");
   machine->AddFault({.on = Fault::On::Call,
                      .service = Service::HardwareIds,
@@ -146,7 +157,7 @@ TEST_F(ListingTest, AHubThatLeavesWhileItIsReadTakesTheListBackForTheOthers) {
   EXPECT_EQ(1u, count) << "the next listing finds the one that is there";
 }
 
-TEST_F(ListingTest, AListWithItsTwoTerminatorsMustFit512Characters) {
+TEST_F(ListingTest, ATextListMustFit512CharactersWithItsTwoTerminators) {
   for (const std::size_t length : {510u, 511u}) {
     for (const bool isPath : {false, true}) {
       SCOPED_TRACE(::testing::Message() << length << " of a path: " << isPath);
@@ -159,12 +170,25 @@ TEST_F(ListingTest, AListWithItsTwoTerminatorsMustFit512Characters) {
       EXPECT_EQ(1u, count);
       EXPECT_EQ(length == 511, list == nullptr);
       const char* failure = isPath ? "Get Dev Path Fail" : "Get Dev Hw Id";
-      EXPECT_EQ(length == 511, log.lines.back().text.find(failure) == 0);
+      EXPECT_EQ(length == 511, log.Lines().back().text.find(failure) == 0);
       if (length == 510) {
-        EXPECT_EQ(std::u16string(510, u'x'), Text(isPath ? list->LocationPath : list->HwID));
+        EXPECT_EQ(std::u16string(510, u'x'), FieldText(isPath ? list->LocationPath : list->HwID));
       }
       Forget();
     }
+  }
+}
+
+TEST_F(ListingTest, AFieldKeepsAZeroAfterItsTextAndPairsWhole) {
+  const std::pair<std::wstring, std::wstring> rows[] = {{L"abc", L"abc"},
+                                                        {L"abcd", L"abc"},
+                                                        {L"a\U0001F600", L"a\U0001F600"},
+                                                        {L"ab\U0001F600", L"ab"}};
+  for (const auto& [text, stored] : rows) {
+    QZ_Utf16 field[5] = {0, 0, 0, 0, u'x'};
+    StoreText(field, 4, text);
+    EXPECT_EQ(stored, qzhid::ReadText(field, 4));
+    EXPECT_EQ(u'x', field[4]) << "beyond the field";
   }
 }
 

@@ -1,7 +1,7 @@
-// The waits: how often they scan, how long they pause, what they tell.
+// Waits: how often they scan, how long they pause, what they report.
 #include "device/dev.h"
 #include "discovery/dev_finder.h"
-#include "support/proxy_test.h"
+#include "support/layer_test.h"
 
 namespace qzhid::test {
 namespace {
@@ -20,7 +20,9 @@ struct WaitedDev final : IDev, IDevFinder {
   std::string scans;
 };
 
-TEST_F(ProxyTest, WaitsScanEightTimesASecondAndPauseAfterEachFailure) {
+using WaitTest = LayerTest;
+
+TEST_F(WaitTest, AWaitScansEightTimesASecondAndPausesAfterEachScanThatFindsNothing) {
   struct Case {
     std::string wait;
     int timeout;
@@ -51,14 +53,15 @@ TEST_F(ProxyTest, WaitsScanEightTimesASecondAndPauseAfterEachFailure) {
     EXPECT_EQ(std::string(c.scans, isEx ? 'x' : 's'), dev.scans);
     EXPECT_EQ(std::vector<std::uint32_t>(c.pauses, 128), Pauses());
 
-    const std::string tag = " IDevFinder::WaitDev" + c.wait + ": ";
-    std::string lines;
-    if (c.wait == "Connect" && c.timeout == 0) lines = "0" + tag + "iTimeout is 0\n";
-    if (!lines.empty() && c.isPresent) lines += "0" + tag + "Check is Present\n";
-    EXPECT_EQ(lines + (c.result ? "0" : "1") + tag + "wait dev " +
-                  (isUnconnect ? "unconnect" : "connect") + " return " +
-                  (c.result ? "true.\n" : "false.\n"),
-              Told());
+    const std::string wait = isUnconnect ? "wait dev unconnect" : "wait dev connect";
+    std::vector<std::pair<int, std::string>> lines;
+    if (c.wait == "Connect" && c.timeout == 0) {
+      lines.emplace_back(0, "iTimeout is 0\n");
+      if (c.isPresent) lines.emplace_back(0, "Check is Present\n");
+    }
+    lines.emplace_back(c.result ? 0 : 1,
+                       wait + (c.result ? " return true.\n" : " return false.\n"));
+    EXPECT_EQ(LinesOf("IDevFinder::WaitDev" + c.wait, lines), Logged());
     EXPECT_EQ(std::vector<LogLine>(isUnconnect ? 0 : 1, {2, "", "\n"}), log.prints);
     // The first eight scans of two seconds have one second left, the last eight none.
     std::vector<LogLine> notices;

@@ -1,21 +1,13 @@
 // A job of the library, repeated with one fault at every place where one can strike.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-#include <cstdint>
 #include <functional>
-#include <string>
-#include <vector>
 
-#include "support/library_test.h"
+#include "support/log_capture.h"
+#include "support/machine_test.h"
 #include "virtualhub/hub/image.h"
 
 namespace qzhid::test {
-
-using virtualhub::Fault;
 
 /// What goes wrong, and at each of what.
 struct FaultKind {
@@ -28,7 +20,7 @@ struct FaultKind {
 };
 extern const std::vector<FaultKind> kFaultKinds;
 
-/// Whether the library is told what is not so; the key does not matter.
+/// Whether the fault gives the library a false answer; the key does not matter.
 bool IsLie(const FaultKind& kind, std::uint16_t key);
 
 /// The hub at the start: named "hub", with I2C targets, at port 3.1; a keyboard is there, too.
@@ -62,7 +54,7 @@ struct Job {
   std::function<bool(const FaultKind&, std::uint16_t key)> mayLie = IsLie;
 };
 
-class FaultSweep : public ::testing::Test {
+class FaultSweep : public MachineTest {
  protected:
   FaultSweep();
   ~FaultSweep() override;
@@ -79,7 +71,6 @@ class FaultSweep : public ::testing::Test {
 
   const virtualhub::Bytes image = virtualhub::BuildImage({.version = 0x0210}, 0x8000);
   const TempFile file{image};
-  virtualhub::Machine* machine = nullptr;
 
  private:
   /// One place of the sweep.
@@ -88,7 +79,7 @@ class FaultSweep : public ::testing::Test {
     std::uint64_t allocation = 0;  ///< 0: the fault strikes
     std::uint16_t key = 0;         ///< of the request that is struck
   };
-  /// Counts the failures in the log.
+  /// Counts the failures in the log, without memory of its own.
   class Listener final : public SilentReceiver {
    public:
     void OnLog(const char*, int level) override { failures += level >= 3 ? 1 : 0; }
@@ -102,7 +93,6 @@ class FaultSweep : public ::testing::Test {
   void Inject(const Start& start, const Job& job, const FaultKind& kind, const Place& place);
   bool RunStruck(const Job& job, const FaultKind& kind, const Place& place, void* handle);
   void Recover(const FaultKind& kind, const Place& place);
-  int OpenHandles() const;
   void Check(bool isMet, const char* claim, const Place& place);
 
   Listener m_Listener;

@@ -67,7 +67,7 @@ class JobSweep : public FaultSweep {
   std::array<std::uint8_t, 9> m_Room{};
 };
 
-TEST_F(JobSweep, ListingAndOpening) {
+TEST_F(JobSweep, ListingAndOpeningSurviveAFaultAnywhere) {
   HidDevRecord* records = nullptr;
   const auto take = [&](std::uint8_t result) {
     EXPECT_EQ(result == 1, records != nullptr);
@@ -90,7 +90,7 @@ TEST_F(JobSweep, ListingAndOpening) {
                    Always});
 }
 
-TEST_F(JobSweep, Versions) {
+TEST_F(JobSweep, ReadingVersionsAndIdsSurvivesAFaultAnywhere) {
   const auto isOld = [this] { return std::exchange(m_nVersion, 0) == 0x0102; };
   const auto isNew = [this] { return std::exchange(m_nVersion, 0) == 0x0210; };
   const auto areIds = [this] { return std::exchange(m_nVid, 0) == 0x2E7C && m_nPid == 0x0818; };
@@ -113,13 +113,13 @@ TEST_F(JobSweep, Versions) {
                    areIds});
 }
 
-TEST_F(JobSweep, Bridges) {
+TEST_F(JobSweep, BridgesSurviveAFaultAnywhere) {
   SweepQuickKinds({"bridges", Job::Opens::ForIt, [this](void* dev) { return CrossBridges(dev); },
                    [this] { return IsCrossed(); }});
 }
 
 // Jobs that no export offers yet.
-TEST_F(JobSweep, EraseAndReset) {
+TEST_F(JobSweep, EraseAndResetSurviveAFaultAnywhere) {
   const auto isErased = [this] {
     return machine->hub("hub").bank(0).contents()[0x7F12] == 0xFF;  // of the vendor id
   };

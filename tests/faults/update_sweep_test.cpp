@@ -1,5 +1,5 @@
-// Updates that meet one fault, wherever it may strike: the host is told, and the hub can be updated
-// again.
+// Updates that meet one fault, wherever it may strike: the host learns of it, and the hub can be
+// updated again.
 #include "fault_sweep.h"
 
 namespace qzhid::test {

@@ -1,13 +1,14 @@
-// The identity fields of firmware images, at the borders of what is there.
+// The identity fields of firmware images of any length.
 #include "firmware/fw_image.h"
 
 #include "device/hid_dev.h"
-#include "support/library_test.h"
+#include "discovery/node_matchers.h"
+#include "support/layer_test.h"
 
 namespace qzhid::test {
 namespace {
 
-class FwImageTest : public LibraryTest {
+class FwImageTest : public LayerTest {
  protected:
   /// An image whose every field has a value of its own.
   static FwBuffer Image(std::uint32_t chip, std::size_t size) {
@@ -23,10 +24,10 @@ class FwImageTest : public LibraryTest {
     return image;
   }
 
-  /// The lines since the last call, which stand for an image of that size.
+  /// What was logged since the last call is that an image of that size is too short.
   void ExpectTooShort(const char* tag, std::size_t size) {
     const std::string text = "Fw image is too short,size:" + std::to_string(size) + "\n";
-    EXPECT_EQ((std::vector{LogLine{3, tag, text}}), log.lines);
+    EXPECT_EQ(LinesOf(tag, {{3, text}}), Logged());
     log.Clear();
   }
 };
@@ -55,19 +56,23 @@ TEST_F(FwImageTest, TheIdsAreReadTogetherOrNotAtAll) {
   EXPECT_TRUE(ReadImageIds("Tag", Image(0, 0x7F18), ids));
   for (std::size_t size : {0x7F17u, 0x7F14u, 0x7F13u, 0u}) {
     EXPECT_FALSE(ReadImageIds("Tag", FwBuffer(size), ids));
-    EXPECT_TRUE(ids.vid == 0x1234 && ids.hspid == 0xFEDC);
+    EXPECT_EQ(0x1234, ids.vid);
+    EXPECT_EQ(0xFEDC, ids.hspid);
     ExpectTooShort("Tag", size);
   }
 }
 
 TEST_F(FwImageTest, ADeviceReadsTheVersionOfItsFirmwareBuffer) {
-  CHidDev dev;
+  CHidDev dev{NodeMatchers()};
   std::uint16_t version = 0xBEEF;
-  EXPECT_FALSE(dev.GetBinVersion(&version, 0));  // nothing is said of an empty buffer
+  EXPECT_FALSE(dev.GetBinVersion(&version, 0));
+  EXPECT_THAT(Logged(), ::testing::IsEmpty()) << "an empty buffer is worth no line";
   dev.SetFwBuffer(Image(0x4A26, 0x7F6F));
   EXPECT_FALSE(dev.GetBinVersion(&version, 0));
   ExpectTooShort("CHidDev::GetBinVersion", 0x7F6F);
-  EXPECT_TRUE(dev.GetBinVersion(&version, 1) && version == 0xA1A2);
+  EXPECT_EQ(0xBEEF, version);
+  EXPECT_TRUE(dev.GetBinVersion(&version, 1));
+  EXPECT_EQ(0xA1A2, version);
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 
 #include <filesystem>
 
-#include "support/library_test.h"
+#include "support/layer_test.h"
 
 namespace qzhid::test {
 namespace {
@@ -14,27 +14,28 @@ using ::testing::ElementsAre;
 
 constexpr const char* kTag = "CHubFwFinder::LoadFwbin2Buf";
 
-class HubFwFinderTest : public LibraryTest {
+class HubFwFinderTest : public LayerTest {
  protected:
   bool Load(const std::string& path) {
     log.Clear();
     const bool loaded = CHubFwFinder(path).LoadFwbin2Buf(image);
-    EXPECT_THAT(log.lines,
-                ElementsAre(LogLine{0, kTag, "Current fw path is " + path + ".\n"},
-                            loaded ? LogLine{0, kTag, "load fw to buf return success.\n"}
-                                   : LogLine{1, kTag, "load fw to buf return failed.\n"}));
+    const std::pair<int, std::string> first{0, "Current fw path is " + path + ".\n"};
+    EXPECT_EQ(loaded ? LinesOf(kTag, {first, {0, "load fw to buf return success.\n"}})
+                     : LinesOf(kTag, {first, {1, "load fw to buf return failed.\n"}}),
+              Logged());
     return loaded;
   }
 
   FwBuffer image = {1, 2, 3};
 };
 
-TEST_F(HubFwFinderTest, AFileReplacesTheOldContentsWhole) {
+TEST_F(HubFwFinderTest, AFileReplacesTheOldImage) {
   for (std::size_t size : {1u, 2u, 4096u, 65535u, 65536u, 65537u, 300000u}) {
     SCOPED_TRACE(size);
     virtualhub::Bytes bytes(size);  // with every byte value, line ends and end-of-file marks too
     for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::uint8_t>(26 - i - i / 256);
-    EXPECT_TRUE(Load(TempFile(bytes).path()) && bytes == image);
+    EXPECT_TRUE(Load(TempFile(bytes).path()));
+    EXPECT_EQ(bytes, image);
   }
 }
 
@@ -45,7 +46,7 @@ TEST_F(HubFwFinderTest, AFileMayBeOfAnyLength) {
   EXPECT_EQ(17u * 1024 * 1024 + 1, image.size());
 }
 
-TEST_F(HubFwFinderTest, WhatIsNoWholeRegularFileLeavesTheOldContents) {
+TEST_F(HubFwFinderTest, AnythingButAWholeRegularFileIsRejectedAndKeepsTheOldImage) {
   const TempFile empty({});
   const std::string pipe = UniquePath("pipe"), link = UniquePath("link");
   std::remove(pipe.c_str());  // of a run that was stopped

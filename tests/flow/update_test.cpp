@@ -1,19 +1,20 @@
-// The jobs on a hub.
+// The jobs on a hub. What a fault at any place comes to is in the fault sweep.
 #include <functional>
 
 #include "device/hid_dev.h"
 #include "discovery/hid_find.h"
+#include "discovery/node_matchers.h"
 #include "flow/universal_flow.h"
-#include "support/proxy_test.h"
+#include "support/layer_test.h"
 #include "virtualhub/hub/image.h"
 
 namespace qzhid::test {
 namespace {
 
+using ::testing::ElementsAreArray;
 using virtualhub::Code;
 using virtualhub::HubConfig;
 using virtualhub::InstanceNumbers;
-using virtualhub::Service;
 using enum Fault::Action;
 
 /// 255 chunks of 128 bytes and 40 bytes more.
@@ -21,7 +22,7 @@ const auto kOldImage = virtualhub::BuildImage({.version = 0x0102}, 0x7FA8);
 const auto kNewImage = virtualhub::BuildImage({.version = 0x0210}, 0x7FA8);
 
 /// One hub alone, which is there and answers as soon as it is back.
-class UpdateTest : public ProxyTest {
+class UpdateTest : public LayerTest {
  protected:
   UpdateTest() { InstallHub(); }
   void InstallHub(const std::function<void(HubConfig&)>& change = {},
@@ -29,14 +30,13 @@ class UpdateTest : public ProxyTest {
     virtualhub::Scenario scenario = RecordedScenario();
     scenario.instanceNumbers = numbers;
     scenario.devices.pop_back();
-    HubConfig& hub = *scenario.devices[0].hub;
-    hub.image.image = kOldImage;
-    hub.timing.readyMs = 0;
-    if (change) change(hub);
+    HubConfig& config = *scenario.devices[0].hub;
+    config.image.image = kOldImage;
+    config.timing.readyMs = 0;
+    if (change) change(config);
     Install(scenario);
-    dev = std::make_unique<CHidDev>();
+    dev = std::make_unique<CHidDev>(NodeMatchers());
     dev->SetTopology(L"PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)#USB(1)");
-    ClearRecords();
   }
 
   /// Runs a job with a finder of its own.
@@ -51,145 +51,59 @@ class UpdateTest : public ProxyTest {
 
   virtualhub::Hub& hub() { return machine->hub("hub"); }
   /// A bank holds exactly the image.
-  void ExpectBank(std::size_t number, const virtualhub::Bytes& image) {
+  void ExpectBank(std::size_t number, const Bytes& image) {
     const auto contents = hub().bank(number).contents();
-    EXPECT_TRUE(std::equal(image.begin(), image.end(), contents.begin()));
-    EXPECT_TRUE(std::all_of(contents.begin() + static_cast<std::ptrdiff_t>(image.size()),
-                            contents.end(), [](std::uint8_t byte) { return byte == 0xFF; }));
+    Bytes expected = image;
+    expected.resize(contents.size(), 0xFF);
+    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), contents.begin()));
   }
-  /// The hub runs the new firmware, and the library has let go of it.
+  /// The hub runs the new firmware, and the library has released it.
   void ExpectUpdated(std::size_t bank) {
     EXPECT_EQ(Code::Flash, hub().code());
     EXPECT_EQ(0x0210, hub().Identity().version);
     EXPECT_EQ(bank, hub().activeBank());
     ExpectBank(bank, kNewImage);
-    EXPECT_EQ(0, OpenDevices());
+    EXPECT_EQ(kNoHandles, Handles());
   }
 
   std::unique_ptr<CHidDev> dev;
 };
 
 TEST_F(UpdateTest, ProgressFollowsTheChunksAndTheHubMayTakeItsTimeToAnswer) {
-  InstallHub([](HubConfig& hub) { hub.timing.readyMs = 2000; });
+  InstallHub([](HubConfig& config) { config.timing.readyMs = 2000; });
   EXPECT_TRUE(Update());
   ExpectUpdated(0);
-  // Each of the 255 full chunks tells its share of the 40 % that the write is of the update.
-  std::vector<int> values = log.progress, expected = {0, 10, 20};
-  ASSERT_EQ(4u + 255 + 3, values.size());
-  EXPECT_EQ(50, values[4 + 128]);
-  values.erase(std::unique(values.begin(), values.end()), values.end());
-  for (int percent = 30; percent <= 70; ++percent) expected.push_back(percent);
-  expected.insert(expected.end(), {90, 100});
-  EXPECT_EQ(expected, values);
+  // Each of the 255 full chunks reports its share of the 40 % that the write is of the update.
+  std::vector<int> expected = {0, 10, 20, 30};
+  for (int chunk = 0; chunk < 255; ++chunk) {
+    expected.push_back(30 + chunk * 128 * 100 / 0x7FA8 * 4 / 10);
+  }
+  expected.insert(expected.end(), {70, 90, 100});
+  EXPECT_THAT(log.progress, ElementsAreArray(expected));
 }
 
-Fault AtReset(std::uint32_t nth, Fault::Action action, const std::string& port = {}) {
-  return {.on = Fault::On::Reset, .nth = nth, .action = action, .port = port};
-}
-
-/// Another program has the hub for that time, from the n-th open on that the library tries.
-Fault TakenAtOpen(std::uint32_t nth, std::uint32_t releaseMs) {
-  return {.on = Fault::On::Call,
-          .service = Service::OpenHidDevice,
-          .nth = nth,
-          .action = Hold,
-          .releaseMs = releaseMs};
-}
-
-TEST_F(UpdateTest, AFaultFailsItClearlyAndItCanBeRepeated) {
-  const std::string notErased = "fail to erase flash\n", notWritten = "\nfail to write flash\n";
-  const std::string notChecked = "\nfail to check flash\n";
-  struct Case {
-    const char* name;
-    Fault fault;
-    std::string failure;  // the flow's own line; empty: there is none
-    int reached;          // progress before it falls back to 0
-    bool isDualBank = false;
-  };
-  // The hub is enabled on arrival (1st 0x4002), after the reset (2nd), to erase (3rd) and to write
-  // (4th), and erased by the erase step (1st 0x40E8) and the write step (2nd).
-  for (const Case& c :
-       {Case{"silent", RequestFault(0x4002, 1, 0), "", 0},
-        Case{"lost in ROM", AtReset(1, NeverReturn), "", 20},
-        Case{"elsewhere in ROM", AtReset(1, ReturnAt, "4"), "", 20},
-        Case{"taken for long", TakenAtOpen(4, 30000), "", 20},
-        // After the scan that finds the hub has learnt its family: it is no longer new to the next.
-        Case{"taken for a moment", TakenAtOpen(5, 1), "", 20},
-        Case{"silent in ROM", RequestFault(0x4002, 2, 0), "", 20},
-        Case{"erase", RequestFault(0x40E8), notErased, 20},
-        Case{"second erase", RequestFault(0x40E8, 2), notWritten, 30},
-        Case{"last bytes", RequestFault(0x40C8, 256), notWritten, 69},
-        Case{"power loss", RequestFault(0x40C8, 129, 1, PowerLoss), notWritten, 50},
-        Case{"unplugged", RequestFault(0x40C8, 129, 1, Unplug), notWritten, 50},
-        Case{"read back", RequestFault(0xC0D8, 200), notChecked, 70},
-        Case{"reset to flash", RequestFault(0x40E9), "fail to reset to flash\n", 90},
-        Case{"lost in flash", AtReset(2, NeverReturn), "fail to connect dev after reset\n", 90},
-        Case{"dual bank: erase", RequestFault(0x40E8), notWritten, 30, true},
-        Case{"dual bank: power loss", RequestFault(0x40C8, 9, 1, PowerLoss), notWritten, 31, true},
-        Case{"dual bank: validation", RequestFault(0x40D9), notChecked, 70, true},
-        Case{"dual bank: lost", RequestFault(0x40C8, 9, 1, LoseWrite), notChecked, 70, true}}) {
-    SCOPED_TRACE(c.name);
-    InstallHub([&](HubConfig& hub) { hub.dualBank = hub.ispSupported = c.isDualBank; });
-    machine->AddFault(c.fault);
-    EXPECT_FALSE(Update());
-    std::string lines;
-    for (const LogLine& line : log.Of("CUniversalFlow::DevUpdate")) {
-      if (line.level > 0) lines += std::to_string(line.level) + line.text;
+TEST_F(UpdateTest, NodeNumbersAndAShortAbsenceCostTimeAtMost) {
+  for (const auto numbers : {InstanceNumbers::ById, InstanceNumbers::ByArrival}) {
+    for (const std::uint16_t romPid :
+         {std::uint16_t{0x0818}, std::uint16_t{0x0810}}) {  // of the firmware: 0x0818
+      for (const std::uint32_t returnMs : {50u, 700u}) {    // 50 ms: away only between two scans
+        SCOPED_TRACE(::testing::Message() << int(numbers) << ' ' << romPid << ' ' << returnMs);
+        const auto change = [&](HubConfig& config) {
+          config.rom.pid = romPid;
+          config.timing.returnMs = returnMs;
+        };
+        InstallHub(change, numbers);
+        EXPECT_TRUE(Update());
+        ExpectUpdated(0);
+        // One disconnect wait for each of the two resets; a missed absence costs 80 scans.
+        const bool isSeenAway = returnMs == 700;
+        EXPECT_EQ(isSeenAway ? 0u : 2u,
+                  Count({1, "IDevFinder::WaitDevUnconnect", "wait dev unconnect return false.\n"}));
+        const auto pauses = Pauses();
+        EXPECT_EQ(isSeenAway ? 12 : 160, std::count(pauses.begin(), pauses.end(), 128u));
+      }
     }
-    EXPECT_EQ((c.failure.empty() ? "" : "3" + c.failure) + "1Update Fw Fail\n", lines);
-    EXPECT_EQ(0, log.progress.back());
-    EXPECT_EQ(c.reached, log.progress[log.progress.size() - 2]);
-    EXPECT_EQ(0, OpenDevices());
-    EXPECT_EQ(0, machine->openHandles(virtualhub::HandleKind::Event));
-    if (c.isDualBank) ExpectBank(0, kOldImage);
-
-    machine->ClearFaults();
-    if (c.fault.action == ReturnAt) machine->Unplug("hub");
-    machine->Plug("hub", "3.1");
-    EXPECT_TRUE(Update());
-    ExpectUpdated(c.isDualBank ? 1 : 0);
   }
-}
-
-TEST_F(UpdateTest, NumbersThatStayOrChangeAndAShortAbsenceOnlyCostTime) {
-  using enum InstanceNumbers;
-  struct Case {
-    const char* name;
-    InstanceNumbers numbers;
-    std::uint16_t romPid;    // of the firmware: 0x0818
-    std::uint32_t returnMs;  // 50 ms: away only between two scans
-  };
-  for (const Case& c :
-       {Case{"same numbers", ById, 0x0818, 700}, Case{"same numbers, short", ById, 0x0818, 50},
-        Case{"back and forth", ById, 0x0810, 700}, Case{"back and forth, short", ById, 0x0810, 50},
-        Case{"new numbers", ByArrival, 0x0818, 700},
-        Case{"new numbers, short", ByArrival, 0x0818, 50}}) {
-    SCOPED_TRACE(c.name);
-    const bool isSeenAway = c.returnMs == 700;
-    InstallHub(
-        [&](HubConfig& hub) {
-          hub.rom.pid = c.romPid;
-          hub.timing.returnMs = c.returnMs;
-        },
-        c.numbers);
-    EXPECT_TRUE(Update());
-    ExpectUpdated(0);
-    // One disconnect wait for each of the two resets; a missed absence costs 80 scans.
-    const LogLine missed = {1, "IDevFinder::WaitDevUnconnect",
-                            "wait dev unconnect return false.\n"};
-    EXPECT_EQ(isSeenAway ? 0u : 2u, log.Count(missed));
-    const auto pauses = Pauses();
-    EXPECT_EQ(isSeenAway ? 12 : 160, std::count(pauses.begin(), pauses.end(), 128u));
-  }
-}
-
-TEST_F(UpdateTest, AReadBackThatDiffersPassesAndTheHubRefusesToStartTheImage) {
-  machine->AddFault(RequestFault(0x40C8, 9, 1, LoseWrite));
-  EXPECT_TRUE(Update());
-  EXPECT_EQ(Code::Rom, hub().code());
-  machine->ClearFaults();
-  EXPECT_TRUE(Update());
-  ExpectUpdated(0);
 }
 
 TEST_F(UpdateTest, AHubThatLosesPowerBeforeTheEraseKeepsItsFirmwareAndNeedsANewDeviceObject) {
@@ -197,22 +111,35 @@ TEST_F(UpdateTest, AHubThatLosesPowerBeforeTheEraseKeepsItsFirmwareAndNeedsANewD
   EXPECT_FALSE(Update());
   machine->ClearFaults();
   machine->Plug("hub");
-  EXPECT_FALSE(Update());  // the object still stands for a hub in its ROM code
+  EXPECT_FALSE(Update());  // the object still represents a hub in its ROM code
   ExpectBank(0, kOldImage);
-  dev = std::make_unique<CHidDev>();
+  dev = std::make_unique<CHidDev>(NodeMatchers());
   dev->SetPosition(2, 1);
   EXPECT_TRUE(Update());
   ExpectUpdated(0);
 }
 
+TEST_F(UpdateTest, AnImageThatCannotBeLoadedLeavesTheDeviceWithoutOne) {
+  CHidFind find;
+  CUniversalFlow flow(find, *dev);
+  EXPECT_TRUE(flow.InitFwFinder(TempFile(kNewImage).path()));
+  EXPECT_EQ(kNewImage, dev->GetFwBuffer());
+  std::uint16_t version = 0;
+  EXPECT_TRUE(flow.DevHidCmd(&version, 0));
+  EXPECT_EQ(0x0210, version);
+  EXPECT_FALSE(flow.InitFwFinder(UniquePath("missing").c_str()));
+  EXPECT_TRUE(dev->GetFwBuffer().empty());
+  EXPECT_EQ(1u, Count({1, "CUniversalFlow::InitFwFinder", "fail to load fw file to buf.\n"}));
+}
+
 TEST_F(UpdateTest, EraseLeavesAnEmptyHubInItsRomCodeAndResetStartsTheFlash) {
-  InstallHub([](HubConfig& hub) { hub.running = Code::Rom; });
+  InstallHub([](HubConfig& config) { config.running = Code::Rom; });
   EXPECT_TRUE(Run(&CUniversalFlow::ResetDeviceonly));
   EXPECT_EQ(Code::Flash, hub().code());
   EXPECT_TRUE(Run(&CUniversalFlow::DevErase));
   EXPECT_EQ(Code::Rom, hub().code());
   ExpectBank(0, {});
-  EXPECT_EQ((std::vector{0, 30, 100, 0}), log.progress);
+  EXPECT_THAT(log.progress, ::testing::ElementsAre(0, 30, 100, 0));
 }
 
 }  // namespace

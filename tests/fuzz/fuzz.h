@@ -27,7 +27,7 @@ inline void Require(bool holds, const char* promise) {
   std::abort();
 }
 
-/// Takes values off an input, from the front. Behind its end everything is 0 or empty.
+/// Takes values off an input, from the front. After its end everything is 0 or empty.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size) : rest_(data, size) {}

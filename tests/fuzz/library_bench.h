@@ -8,7 +8,7 @@
 
 namespace qzhid::fuzz {
 
-/// A hub with all that there can be behind one, named "hub". It runs ROM code, with next to no
+/// A hub with all that can be attached to one, named "hub". It runs ROM code, with next to no
 /// flash: memory takes time.
 inline virtualhub::DeviceConfig HubDevice() {
   virtualhub::DeviceConfig device;
@@ -28,7 +28,7 @@ inline virtualhub::Scenario ScenarioOf(const virtualhub::DeviceConfig& hub) {
   return scenario;
 }
 
-/// The machine, with somebody who takes what is logged. At its end the library is as in a fresh
+/// The machine, with a receiver of what is logged. At its end the library is as in a fresh
 /// process, and holds nothing any more.
 class LibraryBench {
  public:

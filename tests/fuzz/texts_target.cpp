@@ -2,6 +2,7 @@
 #include <stdexcept>
 
 #include "device/hid_dev.h"
+#include "discovery/node_matchers.h"
 #include "fuzz/library_bench.h"
 
 using namespace qzhid::fuzz;
@@ -40,10 +41,10 @@ virtualhub::Scenario MakeScenario(Input& input) {
   return scenario;
 }
 
-/// The matchers, which no export tells everything of. A log line that does not fit ends the call.
+/// The matchers, which no export shows in full. A log line that does not fit ends the call.
 void Match(Input& input, std::uint32_t usbNode) {
   const std::uint16_t kind = input.Byte(), first = input.Word(), second = input.Word();
-  qzhid::CHidDev dev;
+  qzhid::CHidDev dev{qzhid::NodeMatchers()};
   if ((kind & 1) != 0) dev.SetPosition(first % 8, second);
   if ((kind & 2) != 0) dev.AddVidPid(first, second);
   if ((kind & 4) != 0) dev.SetDevVidPid(first, second);

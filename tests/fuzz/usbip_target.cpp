@@ -1,4 +1,4 @@
-// The wire of USB/IP: what is decoded before an import, and the stream of commands behind it.
+// The wire of USB/IP: what is decoded before an import, and the stream of commands after it.
 #include <future>
 #include <map>
 #include <mutex>
@@ -45,7 +45,7 @@ Bytes LastCommand() {
   return last;
 }
 
-/// The stream with its last command filled up, then one that is answered behind all others. Tells
+/// The stream with its last command filled up, then one that is answered after all others. Shows
 /// the client what it sends.
 Bytes Stream(Bytes stream, Client& client) {
   const std::size_t end = stream.size();

@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "support/library_test.h"
+#include "support/layer_test.h"
 
 namespace qzhid::test {
 namespace {
@@ -11,27 +11,30 @@ namespace {
 using ::testing::ElementsAre;
 
 CMsg& Hub() { return CMsg::Instance(); }
+using Calls = std::vector<std::string>;
 
 /// Writes down under its name what it receives, and acts the first time.
 struct Receiver final : SilentReceiver {
-  Receiver(char receiverName, std::string& list) : name(receiverName), calls(list) {}
+  Receiver(std::string receiverName, Calls& list) : name(std::move(receiverName)), calls(list) {}
 
   void OnLog(const char* line, int level) override { Note("log", line + 27, level); }
   void OnPrint(const char* text, int level) override { Note("print", text, level); }
   void OnNotify(const char* text, int remaining, int) override { Note("notify", text, remaining); }
   void OnProgress(int value) override { Note("progress", "", value); }
+  unsigned Takes() const override { return kinds; }
 
   void Note(const std::string& kind, const std::string& text, int number) {
-    calls += name + (" " + kind) + text + std::to_string(number) + ";";
+    calls.push_back(name + ' ' + kind + ' ' + text + std::to_string(number));
     if (const auto action = std::exchange(act, nullptr)) action();
   }
 
-  char name;
-  std::string& calls;
+  std::string name;
+  Calls& calls;
   std::function<void()> act;
+  unsigned kinds = kLines | kTexts | kNotices | kProgress;
 };
 
-class MessageTest : public LibraryTest {
+class MessageTest : public LayerTest {
  protected:
   ~MessageTest() override { Hub().ClearResponders(); }
 
@@ -40,19 +43,29 @@ class MessageTest : public LibraryTest {
     Hub().ClearResponders();
     for (IResponder* receiver : receivers) Hub().AddResponder(receiver);
   }
-  /// The names of those that one delivery reaches.
+  /// Delivers one of each kind; what the receivers wrote down.
+  Calls DeliverAll() {
+    calls.clear();
+    Hub().Log(2, "t", L"x");
+    Hub().Print(1, "p%d", 5);
+    Hub().Notify("Wait", 9);
+    Hub().Progress(50);
+    return calls;
+  }
+  /// The names of those that one delivery of progress reaches.
   std::string Reached() {
     calls.clear();
     Hub().Progress(1);
-    std::erase_if(calls, [](char c) { return c != 'a' && c != 'b'; });
-    return calls;
+    std::string names;
+    for (const std::string& call : calls) names += call[0];
+    return names;
   }
 
-  std::string calls;
-  Receiver a{'a', calls}, b{'b', calls};
+  Calls calls;
+  Receiver a{"a", calls}, b{"b", calls};
 };
 
-TEST_F(MessageTest, LineIsLocalTimeTagAndMessageWithNothingAdded) {
+TEST_F(MessageTest, ALineIsLocalTimeTagAndMessageWithNothingAdded) {
   Hub().Log(3, "CHidProperty", "Open Fail,ErrorCode:%d\n", -1);
   machine->clock().SleepUs(53698000000);
   Hub().Log(1, "", L"Index:%d,HwID:%ls\n", 7, L"HID\\VID_2E7C");
@@ -60,7 +73,7 @@ TEST_F(MessageTest, LineIsLocalTimeTagAndMessageWithNothingAdded) {
                                    "[2024-03-08, 00:00:00]  , Index:7,HwID:HID\\VID_2E7C\n"));
 }
 
-TEST_F(MessageTest, NarrowMessagesAreCutBehind1023CharactersButTheLineIsNot) {
+TEST_F(MessageTest, NarrowMessagesAreCutAfter1023CharactersButTheTagIsNot) {
   const std::string tag(2000, 'T'), fits(1023, 'm'), line = "[2024-03-07, 09:05:02]  " + tag + ", ";
   for (const std::string& message : {fits, fits + "m"}) {
     Hub().Log(0, tag.c_str(), "%s", message.c_str());
@@ -73,7 +86,7 @@ TEST_F(MessageTest, NarrowMessagesAreCutBehind1023CharactersButTheLineIsNot) {
 // The prefix "[2024-03-07, 09:05:02]  t, " takes 27 of the 1023 bytes of a wide line.
 TEST_F(MessageTest, WideLinesThatDoNotFitAreARangeErrorAndNotDelivered) {
   Hub().Log(1, "t", L"%ls", L"\u00FC\u20AC\U0001F600");
-  EXPECT_EQ("\xC3\xBC\xE2\x82\xAC\xF0\x9F\x98\x80", log.lines.at(0).text);
+  EXPECT_EQ("\xC3\xBC\xE2\x82\xAC\xF0\x9F\x98\x80", log.Lines().at(0).text);
   const auto send = [](std::size_t tagLength, const std::wstring& message) {
     Hub().Log(0, std::string(tagLength, 't').c_str(), L"%ls", message.c_str());
   };
@@ -86,17 +99,34 @@ TEST_F(MessageTest, WideLinesThatDoNotFitAreARangeErrorAndNotDelivered) {
   EXPECT_EQ(3u, log.raw.size());
 }
 
-TEST_F(MessageTest, EachKindOfMessageReachesAllInOrderOfRegistrationAlsoFromInsideADelivery) {
+TEST_F(MessageTest, EachKindOfMessageReachesAllInOrderOfRegistration) {
   Register({&b, &a, &b});
+  EXPECT_THAT(DeliverAll(),
+              ElementsAre("b log x2", "a log x2", "b log x2", "b print p51", "a print p51",
+                          "b print p51", "b notify Wait9", "a notify Wait9", "b notify Wait9",
+                          "b progress 50", "a progress 50", "b progress 50"));
+}
+
+TEST_F(MessageTest, AReceiverGetsOnlyTheKindsThatItTakes) {
+  const std::pair<unsigned, const char*> rows[] = {{kLines, "a log x2"},
+                                                   {kTexts, "a print p51"},
+                                                   {kNotices, "a notify Wait9"},
+                                                   {kProgress, "a progress 50"}};
+  for (const auto& [kind, call] : rows) {
+    a.kinds = kind;
+    Register({&a});
+    EXPECT_THAT(DeliverAll(), ElementsAre(call));
+    EXPECT_EQ(kind == kLines, Hub().IsHeard());
+  }
+  Register({});
+  EXPECT_FALSE(Hub().IsHeard());
+}
+
+TEST_F(MessageTest, AMessageFromInsideADeliveryIsDeliveredAtOnce) {
+  Register({&a, &b});
   a.act = [] { Hub().Log(1, "t", "inner"); };
-  Hub().Log(2, "t", L"x");
-  Hub().Print(1, "p%d", 5);
-  Hub().Notify("Wait", 9);
-  Hub().Progress(50);
-  EXPECT_EQ(calls,
-            "b logx2;a logx2;b loginner1;a loginner1;b loginner1;b logx2;"
-            "b printp51;a printp51;b printp51;b notifyWait9;a notifyWait9;b notifyWait9;"
-            "b progress50;a progress50;b progress50;");
+  Hub().Log(2, "t", "outer");
+  EXPECT_THAT(calls, ElementsAre("a log outer2", "a log inner1", "b log inner1", "b log outer2"));
 }
 
 TEST_F(MessageTest, ReceiversMayChangeTheListFromInsideADelivery) {
@@ -114,6 +144,25 @@ TEST_F(MessageTest, ReceiversMayChangeTheListFromInsideADelivery) {
     EXPECT_EQ(row.now, Reached());
     EXPECT_EQ(row.next, Reached());
   }
+}
+
+TEST_F(MessageTest, EachRemovalTakesOutOneRegistration) {
+  Register({&a, &b, &a});
+  for (const char* reached : {"ba", "b", "b"}) {
+    Hub().RemoveResponder(&a);
+    EXPECT_EQ(reached, Reached());
+  }
+}
+
+TEST_F(MessageTest, AReceiverMayRemoveAndDestroyItselfInItsDelivery) {
+  auto leaving = std::make_unique<Receiver>("c", calls);
+  Register({leaving.get(), &a});
+  leaving->act = [&] {
+    Hub().RemoveResponder(leaving.get());
+    leaving.reset();
+  };
+  EXPECT_EQ("ca", Reached());
+  EXPECT_EQ("a", Reached());
 }
 
 }  // namespace

@@ -28,7 +28,7 @@ class CVirtualSeamBench final : public ISeamBench {
             hub(L"VID_1A2B&PID_3C4D&REV_0100", L"WQ HID Gr\u00F6\u00DFe", {200, 300}, 1, 0x1A2B)};
   }
   std::wstring OtherHardwareId() override { return L"HID\\VID_045E&PID_0750&REV_0100"; }
-  Architecture NativeArchitecture() override { return Architecture::QZ_HOST_ARCHITECTURE; }
+  Architecture NativeArchitecture() override { return Architecture::QZ_PROCESSOR; }
   bool KeepsNumbers() override { return true; }
   void Unplug(std::size_t hub) override { m_Machine.Unplug(Name(hub)); }
   void Plug(std::size_t hub) override {

@@ -75,7 +75,7 @@ class SeamTest : public ::testing::Test {
   const std::vector<ExpectedDevice> hubs = bench->Hubs();
 };
 
-TEST_F(SeamTest, NodesOfAClass) {
+TEST_F(SeamTest, TheNodesOfAClassAreEnumeratedInAnOrderThatStays) {
   EXPECT_NE(0u, FindNode(bench->OtherHardwareId()));
   const std::vector<DevInst> nodes = PresentNodes();
   EXPECT_EQ(nodes, PresentNodes()) << "numbers and order stay";
@@ -86,18 +86,20 @@ TEST_F(SeamTest, NodesOfAClass) {
   unknown.data4[7] ^= 1;
   ASSERT_TRUE(OpenNodeSet(unknown, set)) << "an empty set is a success";
   EXPECT_FALSE(EnumNode(set, 0, node));
-  EXPECT_TRUE(CloseNodeSet(set) && !set);
+  EXPECT_TRUE(CloseNodeSet(set));
+  EXPECT_FALSE(set);
   EXPECT_FALSE(EnumNode(set, 0, node)) << "no set";
 }
 
-TEST_F(SeamTest, NodesAndTheirParentsUpToTheRootHub) {
+TEST_F(SeamTest, ANodeHasItsIdsAndItsPlaceAndParentsUpToTheRootHub) {
   for (const ExpectedDevice& hub : hubs) {
     const DevInst usb = ParentOf(FindNode(hub.hidHardwareId));
     EXPECT_EQ(hub.usbHardwareId, First(Text(usb, TextProperty::HardwareIds)));
     const std::wstring port = std::to_wstring(hub.port);
     const std::wstring where = Text(usb, TextProperty::LocationInfo);
     std::uint32_t address = 0;
-    EXPECT_TRUE(GetAddressProperty(usb, address) && address == hub.port);
+    EXPECT_TRUE(GetAddressProperty(usb, address));
+    EXPECT_EQ(hub.port, address);
     EXPECT_EQ(L"Port_#000" + port, where.substr(0, 10));
     EXPECT_EQ(where.size() - 1, where.find(L'\0')) << "one terminator";
     const std::wstring path = First(Text(usb, TextProperty::LocationPaths));
@@ -113,15 +115,16 @@ TEST_F(SeamTest, NodesAndTheirParentsUpToTheRootHub) {
   }
 }
 
-TEST_F(SeamTest, CapacitiesAreExact) {
+TEST_F(SeamTest, CapacitiesOfTextsAreExact) {
   const DevInst node = HubNode(0);
   std::string narrow;
   std::wstring wide, ids;
-  ASSERT_TRUE(GetDeviceIdA(node, 1024, narrow) && GetDeviceIdW(node, narrow.size() + 1, wide));
+  ASSERT_TRUE(GetDeviceIdA(node, 1024, narrow));
+  ASSERT_TRUE(GetDeviceIdW(node, narrow.size() + 1, wide));
   EXPECT_EQ(narrow, ToNarrow(wide));
   EXPECT_EQ(0u, wide.find(hubs[0].hidHardwareId.substr(0, 21)));
-  EXPECT_FALSE(GetDeviceIdW(node, narrow.size(), wide) ||
-               GetDeviceIdA(node, narrow.size(), narrow));
+  EXPECT_FALSE(GetDeviceIdW(node, narrow.size(), wide));
+  EXPECT_FALSE(GetDeviceIdA(node, narrow.size(), narrow));
 
   ASSERT_TRUE(GetTextProperty(node, TextProperty::HardwareIds, 4096, ids));
   EXPECT_EQ(std::wstring(2, L'\0'), ids.substr(ids.size() - 2)) << "last string, then the list";
@@ -131,31 +134,35 @@ TEST_F(SeamTest, CapacitiesAreExact) {
   EXPECT_FALSE(GetTextProperty(node, TextProperty::HardwareIds, bytes - 2, ids));
 }
 
-TEST_F(SeamTest, OpenedDevicesAndTheirReports) {
+TEST_F(SeamTest, AnOpenedDeviceReportsItsLengthsAndItsStringAndExchangesReports) {
   for (const ExpectedDevice& hub : hubs) {
     const HidDevice device = Open(FindNode(hub.hidHardwareId));
     Event event;
     PreparsedData preparsed;
     HidCaps caps;
-    EXPECT_TRUE(CreateReportEvent(event) && event);
-    ASSERT_TRUE(GetPreparsedData(device, preparsed) && GetCaps(preparsed, caps));
+    EXPECT_TRUE(CreateReportEvent(event));
+    EXPECT_TRUE(event);
+    ASSERT_TRUE(GetPreparsedData(device, preparsed));
+    ASSERT_TRUE(GetCaps(preparsed, caps));
     EXPECT_EQ(std::pair(hub.caps.outputReportLength, hub.caps.inputReportLength),
               std::pair(caps.outputReportLength, caps.inputReportLength));
 
     std::wstring text;
     const std::size_t bytes = (hub.productText.size() + 1) * 2;
-    EXPECT_TRUE(GetIndexedString(device, 52, bytes, text) && text == hub.productText);
+    EXPECT_TRUE(GetIndexedString(device, 52, bytes, text));
+    EXPECT_EQ(hub.productText, text);
     EXPECT_FALSE(GetIndexedString(device, 52, bytes - 2, text));
     EXPECT_FALSE(GetIndexedString(device, 199, 512, text)) << "no such string";
 
     const std::vector<std::uint8_t> status = {0xC0, 0x09, 0, 0, 0, 0, 20, 0};
     EXPECT_FALSE(Send(device, caps, status)) << "refused before it is enabled";
-    ASSERT_TRUE(Enable(device, caps) && Send(device, caps, status));
+    ASSERT_TRUE(Enable(device, caps));
+    ASSERT_TRUE(Send(device, caps, status));
     std::vector<std::uint8_t> answer(caps.inputReportLength + 3u, 0xEE);
     answer[0] = 0;
     ASSERT_TRUE(GetInputReport(device, answer.data(), caps.inputReportLength));
     EXPECT_EQ(hub.vid, answer[1] * 256 + answer[2]);
-    EXPECT_EQ(0xEE, answer[caps.inputReportLength]) << "nothing behind the report";
+    EXPECT_EQ(0xEE, answer[caps.inputReportLength]) << "nothing after the report";
     EXPECT_FALSE(Send(device, {5, 0}, {})) << "another length than the declared one";
   }
 }
@@ -172,8 +179,10 @@ TEST_F(SeamTest, AHandleEndsWithTheStayOfItsDeviceWhateverNumberThatHasWhenItRet
   EXPECT_EQ(0u, HubNode(0));
   HidDevice again;
   std::wstring text;
-  EXPECT_FALSE(OpenHidDevice(path, again) || Enable(device, hubs[0].caps));
-  EXPECT_FALSE(GetDeviceIdW(before, 200, text) || ParentOf(before) != 0);
+  EXPECT_FALSE(OpenHidDevice(path, again));
+  EXPECT_FALSE(Enable(device, hubs[0].caps));
+  EXPECT_FALSE(GetDeviceIdW(before, 200, text));
+  EXPECT_EQ(0u, ParentOf(before));
   EXPECT_FALSE(GetTextProperty(usb, TextProperty::LocationPaths, 4096, text));
 
   bench->Plug(0);
@@ -199,34 +208,44 @@ TEST_F(SeamTest, AHandleEndsWithTheStayOfItsDeviceWhateverNumberThatHasWhenItRet
 TEST_F(SeamTest, WhatIsNotThereFails) {
   std::wstring text;
   std::uint32_t address = 0;
-  EXPECT_FALSE(GetDeviceIdW(0, 200, text) || GetAddressProperty(0x7FFFFFFF, address));
+  EXPECT_FALSE(GetDeviceIdW(0, 200, text));
+  EXPECT_FALSE(GetAddressProperty(0x7FFFFFFF, address));
   EXPECT_FALSE(GetTextProperty(0, TextProperty::HardwareIds, 4096, text));
   HidDevice device;
   for (const wchar_t* path : {L"", L"nowhere", L"virtualhub:", L"/nowhere/hidraw0"}) {
-    EXPECT_FALSE(OpenHidDevice(path, device) || device);
+    EXPECT_FALSE(OpenHidDevice(path, device));
+    EXPECT_FALSE(device);
   }
   std::uint8_t report[321] = {};
   PreparsedData preparsed;
-  EXPECT_FALSE(SetOutputReport(device, report, 321) || GetInputReport(device, report, 321));
-  EXPECT_FALSE(GetIndexedString(device, 52, 512, text) || GetPreparsedData(device, preparsed));
+  EXPECT_FALSE(SetOutputReport(device, report, 321));
+  EXPECT_FALSE(GetInputReport(device, report, 321));
+  EXPECT_FALSE(GetIndexedString(device, 52, 512, text));
+  EXPECT_FALSE(GetPreparsedData(device, preparsed));
 }
 
-TEST_F(SeamTest, KernelServices) {
+TEST_F(SeamTest, TheKernelReportsTheTimeTheProcessorAndTheHost) {
   const std::uint64_t before = ClockMs();
   SleepMs(20);
   EXPECT_GE(ClockMs() - before, 20u);
   const LocalTime now = GetLocalTime();
-  EXPECT_TRUE(now.year >= 2024 && now.month >= 1 && now.month <= 12 && now.hour < 24);
+  EXPECT_LE(2024, now.year);
+  EXPECT_LE(1, now.month);
+  EXPECT_GE(12, now.month);
+  EXPECT_GT(24, now.hour);
   const HostDescription host = DescribeHost();
   EXPECT_EQ(bench->NativeArchitecture(), NativeArchitecture());
   EXPECT_EQ(bench->NativeArchitecture(), host.architecture);
-  EXPECT_TRUE(host.hasVersionStore && host.major > 0 && !host.productName.value_or("").empty());
+  EXPECT_TRUE(host.hasVersionStore);
+  EXPECT_LT(0u, host.major);
+  EXPECT_NE("", host.productName.value_or(""));
   DebugOutput(L"seam test\n");
   std::string library;
-  EXPECT_TRUE(GetLibraryPath(library) && PathExists(library.c_str()));
+  EXPECT_TRUE(GetLibraryPath(library));
+  EXPECT_TRUE(PathExists(library.c_str()));
 }
 
-TEST_F(SeamTest, Paths) {
+TEST_F(SeamTest, PathsSayWhatIsThereAndWhatItIs) {
   const std::string folder = ::testing::TempDir();
   const std::string file = folder + "seam.txt";
   std::ofstream(file) << "x";
@@ -242,7 +261,7 @@ TEST_F(SeamTest, Paths) {
   EXPECT_EQ(std::filesystem::path::preferred_separator, PathSeparator());
 }
 
-TEST_F(SeamTest, RegularFiles) {
+TEST_F(SeamTest, OnlyRegularFilesAreRead) {
   const std::string folder = ::testing::TempDir(), file = folder + "seam.bin";
   std::vector<std::uint8_t> bytes = {1};
   for (const std::string& contents : {std::string("\r\n\x1A\0\n", 5), std::string()}) {

@@ -1,7 +1,6 @@
-// A receiver that keeps what the message hub delivers.
+// Receivers of what the message hub delivers.
 #pragma once
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -10,7 +9,7 @@
 
 namespace qzhid::test {
 
-/// A receiver that ignores everything; tests override what they need.
+/// Ignores everything; tests override what they need.
 class SilentReceiver : public IResponder {
  public:
   void OnLog(const char*, int) override {}
@@ -20,8 +19,8 @@ class SilentReceiver : public IResponder {
   void SetLevel(int) override {}
 };
 
-/// Registered with the hub while it lives.
-class LogCapture final : public IResponder {
+/// Keeps everything; registered while it lives.
+class LogCapture final : public SilentReceiver {
  public:
   LogCapture() { CMsg::Instance().AddResponder(this); }
   ~LogCapture() override { CMsg::Instance().RemoveResponder(this); }
@@ -30,48 +29,30 @@ class LogCapture final : public IResponder {
 
   void OnLog(const char* line, int level) override {
     raw.emplace_back(line);
-    lines.push_back(ParseLogLine(line, level));
+    m_Lines.push_back(ParseLogLine(line, level));
   }
   void OnPrint(const char* text, int level) override { prints.push_back({level, "", text}); }
   void OnNotify(const char* text, int remaining, int) override {
     notices.push_back({remaining, "", text});
   }
   void OnProgress(int value) override { progress.push_back(value); }
-  void SetLevel(int) override {}
 
-  const std::vector<LogLine>& Lines() const { return lines; }
+  const std::vector<LogLine>& Lines() const { return m_Lines; }
   void Clear() {
+    m_Lines.clear();
     raw.clear();
-    lines.clear();
     prints.clear();
     notices.clear();
     progress.clear();
   }
 
-  /// How often exactly that line was logged.
-  std::size_t Count(const LogLine& line) const {
-    return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
-  }
-  /// The lines of one tag, in order.
-  std::vector<LogLine> Of(const std::string& tag) const {
-    std::vector<LogLine> found;
-    std::copy_if(lines.begin(), lines.end(), std::back_inserter(found),
-                 [&](const LogLine& line) { return line.tag == tag; });
-    return found;
-  }
-  /// All lines of at least that level.
-  std::vector<LogLine> From(int level) const {
-    std::vector<LogLine> found;
-    std::copy_if(lines.begin(), lines.end(), std::back_inserter(found),
-                 [&](const LogLine& line) { return line.level >= level; });
-    return found;
-  }
-
-  std::vector<std::string> raw;  // with time stamp
-  std::vector<LogLine> lines;
+  std::vector<std::string> raw;  // lines with their time stamps
   std::vector<LogLine> prints;   // level and text
   std::vector<LogLine> notices;  // the remaining seconds in place of the level
   std::vector<int> progress;
+
+ private:
+  std::vector<LogLine> m_Lines;
 };
 
 }  // namespace qzhid::test

@@ -3,10 +3,12 @@
 
 #include <ostream>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace qzhid::test {
 
-/// The level of a line that was read from a file, where it does not stand; equals every level.
+/// The level of a line that was read from a file, which does not hold it; equals every level.
 inline constexpr int kAnyLevel = -1;
 
 /// A log line without its time stamp.
@@ -23,6 +25,14 @@ struct LogLine {
 
 inline std::ostream& operator<<(std::ostream& out, const LogLine& line) {
   return out << line.level << ' ' << line.tag << ": " << line.text;
+}
+
+/// Lines of one tag, each given as level and text.
+inline std::vector<LogLine> LinesOf(const std::string& tag,
+                                    const std::vector<std::pair<int, std::string>>& texts) {
+  std::vector<LogLine> lines;
+  for (const auto& [level, text] : texts) lines.push_back({level, tag, text});
+  return lines;
 }
 
 /// Takes the time stamp off a line as it was delivered.

@@ -1,46 +1,77 @@
-// The frame of tests on a virtual machine, on the virtual clock.
+// The base of the two fixtures that serve almost all tests of the library: LayerTest
+// (support/layer_test.h) for its layers and ApiTest (api/api_test.h) for its exports. Both run on a
+// virtual machine on a virtual clock: what a test installs is there at once and no test waits.
+//
+//   TEST_F(LayerTest, AStatusRequestFailsWithTheCodeOfItsReport) {
+//     OpenHub();                                               // "hub" of the recorded machine
+//     machine->AddFault(ReportFault(Fault::On::Output, 5));    // support/faults.h
+//     EXPECT_EQ(5u, requests.Yv_Status(block));
+//     EXPECT_THAT(Outputs(), ElementsAre(Report(1, Hex("C0 09 00 00 00 00 14 00"))));
+//     EXPECT_THAT(Logged("CHidTransfers::HidDataIn"), ElementsAre(...));
+//   }
 #pragma once
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
+#include <algorithm>
 #include <cstdint>
-#include <fstream>
 #include <iterator>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "QzHidAPI.h"
+#include "support/bytes.h"
+#include "support/faults.h"
+#include "support/temp_file.h"
+#include "test_system.h"
 #include "virtualhub/bus/current_machine.h"
 
 namespace qzhid::test {
 
-/// A hub named "hub" at port 3.1 running flash code 1.02 and a keyboard, recording.
+/// A hub named "hub" at port 3.1 that runs firmware 1.02, and a keyboard; the machine records.
 inline virtualhub::Scenario RecordedScenario() {
   virtualhub::Scenario scenario = virtualhub::DefaultScenario();
   scenario.record = true;
   return scenario;
 }
 
-/// Installs a machine; leaves the library as a fresh process has it.
+/// A machine, and what the library logs on it. At the end the library is as in a fresh process.
 class MachineTest : public ::testing::Test {
  protected:
-  MachineTest() { Install(RecordedScenario()); }
-  ~MachineTest() override {
-    QZ_CloseDev(nullptr);
-    QZ_DllPassPara(0);
-    virtualhub::UninstallMachine();
-  }
-
+  /// Replaces the machine; nothing was logged or recorded on the new one.
   void Install(const virtualhub::Scenario& scenario) {
     machine = &virtualhub::InstallMachine(scenario);
+    log.Clear();
+  }
+  /// The same, recording.
+  void InstallJson(const std::string& json) {
+    virtualhub::Scenario scenario = virtualhub::ReadScenario(json);
+    scenario.record = true;
+    Install(scenario);
+  }
+
+  /// Forgets what was logged and recorded so far.
+  void ClearRecords() {
+    log.Clear();
+    machine->recorder().Clear();
+  }
+
+  /// The lines that were logged under that tag, or all.
+  std::vector<LogLine> Logged(const std::string& tag = "") const {
+    std::vector<LogLine> lines = log.Lines();
+    std::erase_if(lines, [&](const LogLine& line) { return !tag.empty() && line.tag != tag; });
+    return lines;
+  }
+  /// How often exactly that line was logged.
+  std::size_t Count(const LogLine& line) const {
+    const std::vector<LogLine> lines = log.Lines();
+    return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
   }
 
   /// The output reports on the wire so far, and the keys (type x 256 + request) of the requests.
-  std::vector<virtualhub::Bytes> Outputs() const {
-    std::vector<virtualhub::Bytes> reports;
+  std::vector<Bytes> Outputs() const {
+    std::vector<Bytes> reports;
     for (const auto& record : machine->recorder().Of(virtualhub::Record::Kind::Output)) {
       reports.push_back(record.data);
     }
@@ -48,54 +79,34 @@ class MachineTest : public ::testing::Test {
   }
   std::vector<std::uint16_t> Keys() const { return machine->recorder().RequestKeys(); }
 
-  virtualhub::Machine* machine = nullptr;
-};
-
-/// A path in the temporary folder that no other test uses.
-inline std::string UniquePath(const std::string& name) {
-  const ::testing::TestInfo& info = *::testing::UnitTest::GetInstance()->current_test_info();
-  std::string path = std::string(info.test_suite_name()) + "." + info.name() + "." + name;
-  std::replace(path.begin(), path.end(), '/', '_');
-  return ::testing::TempDir() + path;
-}
-
-/// A file that is removed again.
-class TempFile {
- public:
-  explicit TempFile(const virtualhub::Bytes& contents, const std::string& name = "image.bin")
-      : m_strPath(UniquePath(name)) {
-    std::ofstream file(m_strPath, std::ios::binary);
-    std::copy(contents.begin(), contents.end(), std::ostreambuf_iterator<char>(file));
+  /// How long the library slept each time, in milliseconds.
+  std::vector<std::uint32_t> Pauses() const {
+    std::vector<std::uint32_t> pauses;
+    for (const auto& call : machine->recorder().Of(virtualhub::Record::Kind::Sleep))
+      pauses.push_back(call.value);
+    return pauses;
   }
-  ~TempFile() { std::remove(m_strPath.c_str()); }
-  TempFile(const TempFile&) = delete;
-  TempFile& operator=(const TempFile&) = delete;
 
-  const char* path() const { return m_strPath.c_str(); }
+  /// What the library holds open: devices, report events, node sets and parsed descriptors.
+  std::vector<int> Handles() const {
+    using enum virtualhub::HandleKind;
+    return {machine->openHandles(HidDevice), machine->openHandles(Event),
+            machine->openHandles(NodeSet), machine->openHandles(PreparsedData)};
+  }
 
- private:
-  std::string m_strPath;
+  /// At the end, after the log.
+  struct FreshLibrary {
+    ~FreshLibrary() {
+      QZ_CloseDev(nullptr);
+      QZ_DllPassPara(0);
+      virtualhub::UninstallMachine();
+    }
+  } m_Fresh;
+  virtualhub::Machine* machine = &virtualhub::InstallMachine(RecordedScenario());
+  ExportLog log;
 };
 
-/// An output report as the wire must carry it: report ID, header, zeros up to the data, data, zeros
-/// up to `length`.
-inline virtualhub::Bytes OutputReport(std::uint8_t id, std::size_t dataOffset,
-                                      const virtualhub::Bytes& header,
-                                      const virtualhub::Bytes& data = {},
-                                      std::size_t length = 321) {
-  virtualhub::Bytes report(length, 0);
-  report[0] = id;
-  std::copy(header.begin(), header.end(), report.begin() + 1);
-  std::copy(data.begin(), data.end(), report.begin() + static_cast<std::ptrdiff_t>(dataOffset));
-  return report;
-}
-inline virtualhub::Bytes Channel1(const virtualhub::Bytes& header,
-                                  const virtualhub::Bytes& data = {}, std::size_t length = 321) {
-  return OutputReport(0x00, 65, header, data, length);
-}
-inline virtualhub::Bytes Channel2(const virtualhub::Bytes& header,
-                                  const virtualhub::Bytes& data = {}, std::size_t length = 321) {
-  return OutputReport(0xF0, 64, header, data, length);
-}
+/// MachineTest::Handles() while nothing is open, and while one device is.
+inline const std::vector<int> kNoHandles{0, 0, 0, 0}, kOneDevice{1, 1, 0, 0};
 
 }  // namespace qzhid::test

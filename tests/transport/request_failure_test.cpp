@@ -1,6 +1,7 @@
 // Requests that fail: results and log lines, what happens while another thread holds the device,
 // and how much data fits the reports that a device declares.
 #include <atomic>
+#include <functional>
 #include <future>
 #include <thread>
 
@@ -11,18 +12,13 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using virtualhub::Fault;
 
 class RequestFailureTest : public TransportTest {
  protected:
   RequestFailureTest() { EXPECT_EQ(0u, requests.Yv_VdCmdEnable(1)); }
-
-  void FailNext(Fault::On on, std::uint32_t code) {
-    machine->AddFault({.on = on, .action = Fault::Action::Fail, .code = code});
-  }
 };
 
-TEST_F(RequestFailureTest, FailedReportsReturnTheirCodeAndSayEverything) {
+TEST_F(RequestFailureTest, AFailedReportReturnsItsCodeAndLogsTheRequest) {
   constexpr auto kOutput = Fault::On::Output, kInput = Fault::On::Input;
   const struct {
     Fault::On on;
@@ -37,26 +33,29 @@ TEST_F(RequestFailureTest, FailedReportsReturnTheirCodeAndSayEverything) {
   for (const int channel : {1, 2}) {
     Bytes data(21, 0x5A);
     for (const auto& row : rows) {
-      FailNext(row.on, row.code);
+      machine->AddFault(ReportFault(row.on, row.code));
       log.Clear();
       EXPECT_EQ(row.result, Send(channel, row.type, 0x09, data.data(), 20, 0x1234));
       EXPECT_EQ(Bytes(21, 0x5A), data);
-      EXPECT_EQ((LogLine{3, Tag(row.operation, channel), row.text}), log.From(3).back());
+      EXPECT_EQ((LogLine{3, Tag(row.operation, channel), row.text}), Failures().back());
     }
     std::vector<LogLine> expected{
         {3, Tag("Hid_GetReport", channel), "Get Report Fail,Last Error Code is 0x000001f7\n"},
-        log.From(3).back()};
+        Failures().back()};
     for (const char* text : {"RequestType: 0xc0, Request: 0x09", "wValue: 0x1122, wIndex: 0x3344",
                              "dwLength: 0x14", "ulTimeout: 0x1234", "return 503"}) {
       const std::string line = std::string("YvHub_SendVDCmd -> ") + text + "\n";
       expected.push_back({0, Tag("Yv_SendVDCmd", channel), line});
     }
-    EXPECT_EQ(expected, log.lines);
+    EXPECT_EQ(expected, log.Lines());
+  }
+}
 
-    // A read that fails without a code delivers its report, which was cleared before.
-    FailNext(kInput, 0);
-    Bytes cleared(21, 0);
+TEST_F(RequestFailureTest, AReadThatFailsWithoutACodeDeliversAnEmptyReport) {
+  for (const int channel : {1, 2}) {
+    Bytes data(21, 0x5A), cleared(21, 0);
     cleared[20] = 0x5A;
+    machine->AddFault(ReportFault(Fault::On::Input, 0));
     EXPECT_EQ(0u, Send(channel, 0xC0, 0x09, data.data(), 20));
     EXPECT_EQ(cleared, data);
   }
@@ -65,33 +64,37 @@ TEST_F(RequestFailureTest, FailedReportsReturnTheirCodeAndSayEverything) {
 TEST_F(RequestFailureTest, RefusalLossAndClosingReturnTheSystemsCode) {
   EXPECT_EQ(kStalled, Send(1, 0x40, 0x77, nullptr, 0));
   machine->Unplug("hub");
-  EXPECT_EQ(static_cast<std::uint32_t>(ENODEV), requests.Yv_ISPValidation());
-  EXPECT_EQ(1u, log.Count({0, "CHidTransfers::Yv_SendVDCmd",
-                           "YvHub_SendVDCmd -> ulTimeout: 0xc350\n"}));  // ten times the usual
+  EXPECT_EQ(kGone, requests.Yv_ISPValidation());
+  EXPECT_EQ(1u, Count({0, "CHidTransfers::Yv_SendVDCmd", "YvHub_SendVDCmd -> ulTimeout: 0xc350\n"}))
+      << "ten times the usual";
   property->Yv_CloseDevice();
   log.Clear();
-  EXPECT_EQ(static_cast<std::uint32_t>(EBADF), requests.Yv_CtlPipeOut({0x40, 0xC6}, nullptr));
-  EXPECT_EQ(1u, log.lines.size());  // packets have no trace
+  EXPECT_EQ(kInvalidHandle, requests.Yv_CtlPipeOut({0x40, 0xC6}, nullptr));
+  EXPECT_EQ(1u, log.Lines().size()) << "packets have no trace";
 }
 
 TEST_F(RequestFailureTest, RequestsWithoutAPropertyObjectAreRefusedWithOneLine) {
   requests.SetProperty(nullptr);
-  log.Clear();
   std::uint8_t data[kStatusBlockSize] = {};
-  for (const std::uint32_t result :
-       {requests.QZ_OpenDevice(1), requests.Yv_CloseDevice(), requests.Yv_Status(data),
-        requests.Yv_WriteFlash2(0, data, 0), requests.Yv_FWReset(0),
-        requests.Yv_SetDLSlaveAddr(0, 0), requests.Yv_CtlPipeNoDataOut({}),
-        requests.Yv_CtlPipeOut({}, data), requests.Yv_CtlPipeIn({}, data),
-        CHidProperty(nullptr).Yv_SendVDCmd(0x40, 2, 0, 0, data, 0, 0)}) {
-    EXPECT_EQ(kRefused, result);
+  const std::pair<std::string, std::function<std::uint32_t()>> calls[] = {
+      {"QZ_OpenDevice", [&] { return requests.QZ_OpenDevice(1); }},
+      {"Yv_CloseDevice", [&] { return requests.Yv_CloseDevice(); }},
+      {"Yv_Status", [&] { return requests.Yv_Status(data); }},
+      {"Yv_WriteFlash2", [&] { return requests.Yv_WriteFlash2(0, data, 0); }},
+      {"Yv_FWReset", [&] { return requests.Yv_FWReset(0); }},
+      {"Yv_SetDLSlaveAddr", [&] { return requests.Yv_SetDLSlaveAddr(0, 0); }},
+      {"Yv_CtlPipeNoDataOut", [&] { return requests.Yv_CtlPipeNoDataOut({}); }},
+      {"Yv_CtlPipeOut", [&] { return requests.Yv_CtlPipeOut({}, data); }},
+      {"Yv_CtlPipeIn", [&] { return requests.Yv_CtlPipeIn({}, data); }}};
+  for (const auto& [name, call] : calls) {
+    log.Clear();
+    EXPECT_EQ(kRefused, call());
+    EXPECT_EQ(LinesOf("CRequestCMD::" + name, {{3, "Property Object is null!!\n"}}), Logged());
   }
-  EXPECT_EQ(9u, log.lines.size());
-  EXPECT_EQ((LogLine{3, "CRequestCMD::QZ_OpenDevice", "Property Object is null!!\n"}),
-            log.lines[0]);
+  EXPECT_EQ(kRefused, CHidProperty(nullptr).Yv_SendVDCmd(0x40, 2, 0, 0, data, 0, 0));
 }
 
-/// Another thread's request that stays in its exchange until it is let go.
+/// Another thread's request that stays in its exchange until it is released.
 struct Holder {
   Holder(virtualhub::Machine& machine, ITransfers& transfers) {
     machine.SetExchangeHook([this](const virtualhub::Exchange&) {
@@ -112,7 +115,7 @@ struct Holder {
   std::thread thread;
 };
 
-TEST_F(RequestFailureTest, HeldDeviceIsPolledEvery100MsUntilTheTimeOutIsExceeded) {
+TEST_F(RequestFailureTest, AHeldDeviceIsTriedEvery100MsUntilTheTimeOutIsExceeded) {
   const std::pair<std::uint32_t, std::size_t> rows[] = {{0, 1}, {99, 1}, {100, 2}, {250, 3}};
   Bytes data(20);
   Holder holder(*machine, *transfers);
@@ -124,9 +127,8 @@ TEST_F(RequestFailureTest, HeldDeviceIsPolledEvery100MsUntilTheTimeOutIsExceeded
         EXPECT_EQ(kRefused, Send(channel, type, 0x09, data.data(), 20, timeoutMs));
         std::vector<LogLine> expected(tries, {3, tag, "Can't Obtain Lock!\n"});
         expected.push_back({3, tag, "WqHIDDataIn Timeout Fail! \n"});
-        EXPECT_EQ(expected, log.From(3));
-        EXPECT_EQ(tries, machine->recorder().Of(virtualhub::Record::Kind::Sleep).size());
-        EXPECT_EQ(100u, machine->recorder().Of(virtualhub::Record::Kind::Sleep).back().value);
+        EXPECT_EQ(expected, Failures());
+        EXPECT_EQ(std::vector<std::uint32_t>(tries, 100), Pauses());
       }
     }
   }
@@ -136,10 +138,8 @@ TEST_F(RequestFailureTest, HeldDeviceIsPolledEvery100MsUntilTheTimeOutIsExceeded
         transfers->SendPacketOut2({}, nullptr), transfers->SendPacketIn2({}, nullptr)}) {
     EXPECT_EQ(kRefused, result);
   }
-  EXPECT_EQ(
-      4u * 51,
-      machine->recorder().Of(virtualhub::Record::Kind::Sleep).size());  // packets wait five seconds
-  EXPECT_EQ(2u, machine->exchanges());  // that of the fixture and the one that is held
+  EXPECT_EQ(4u * 51, Pauses().size()) << "packets wait five seconds";
+  EXPECT_EQ(2u, machine->exchanges()) << "that of the fixture and the one that is held";
   holder.Release();
   EXPECT_EQ(0u, Send(1, 0xC0, 0x09, data.data(), 20, 0));
 }
@@ -155,7 +155,7 @@ std::vector<LogLine> TooLong(const std::string& kind, int channel, std::size_t l
           {3, Tag("HidDataIn", channel), kind + " Report Fail,ErrorCode:-1\n"}};
 }
 
-TEST_F(ReportLimitsTest, DataStageFillsTheDeclaredOutputReportAndNoMore) {
+TEST_F(ReportLimitsTest, ADataStageFillsTheDeclaredOutputReportAndNoMore) {
   const struct {
     std::uint16_t declared;
     std::uint32_t limits[2];
@@ -176,7 +176,7 @@ TEST_F(ReportLimitsTest, DataStageFillsTheDeclaredOutputReportAndNoMore) {
 
       ClearRecords();
       EXPECT_EQ(kRefused, Send(channel, 0xC0, 0xFE, data.data(), limit + 1));
-      EXPECT_EQ(TooLong("Set", channel, limit + 1, limit), log.From(3));
+      EXPECT_EQ(TooLong("Set", channel, limit + 1, limit), Failures());
       if (limit < 128) {  // longer OUT stages are cut
         EXPECT_EQ(kRefused, Send(channel, 0x40, 0xFE, data.data(), limit + 1));
       }
@@ -187,7 +187,7 @@ TEST_F(ReportLimitsTest, DataStageFillsTheDeclaredOutputReportAndNoMore) {
 
 // The check comes before the read and after the request went out; its message prints the room of
 // channel 1's output report.
-TEST_F(ReportLimitsTest, AnswerMustFitTheDeclaredInputReportLessItsId) {
+TEST_F(ReportLimitsTest, AnAnswerMustFitTheDeclaredInputReportWithoutItsId) {
   const struct {
     std::uint16_t output, input;
     std::size_t printed;
@@ -203,7 +203,7 @@ TEST_F(ReportLimitsTest, AnswerMustFitTheDeclaredInputReportLessItsId) {
       EXPECT_EQ(1u, Outputs().size());
       EXPECT_EQ(0u, InputCount());
       EXPECT_EQ(Bytes(257, 0x5A), data);
-      EXPECT_EQ(TooLong("Get", channel, row.input, row.printed), log.From(3));
+      EXPECT_EQ(TooLong("Get", channel, row.input, row.printed), Failures());
     }
   }
 }

@@ -1,42 +1,16 @@
-// What the tests of the transport share.
+// A hub on both report channels, and requests to it.
 #pragma once
 
-#include <numeric>
-#include <sstream>
-
-#include "support/library_test.h"
-#include "test_system.h"
+#include "support/layer_test.h"
 
 namespace qzhid::test {
 
-using virtualhub::Bytes;
-
-/// Bytes written in hexadecimal, with blanks between them.
-inline Bytes Hex(const std::string& text) {
-  std::istringstream in(text);
-  Bytes bytes;
-  for (unsigned byte = 0; in >> std::hex >> byte;) bytes.push_back(LowByte(byte));
-  return bytes;
-}
-
-/// The bytes first, first + 1, ...
-inline Bytes CountUp(std::uint8_t first, std::size_t count) {
-  Bytes bytes(count);
-  std::iota(bytes.begin(), bytes.end(), first);
-  return bytes;
-}
-
-/// An output report of channel 1 or 2.
-inline Bytes Report(int channel, const Bytes& header, const Bytes& data, std::size_t length = 321) {
-  return channel == 1 ? Channel1(header, data, length) : Channel2(header, data, length);
-}
-
-/// The name of an operation of that channel as it stands in log lines.
+/// The name of an operation of channel 1 or 2 as log lines have it.
 inline std::string Tag(const std::string& operation, int channel) {
   return "CHidTransfers::" + operation + (channel == 1 ? "" : "2");
 }
 
-class TransportTest : public OpenTransportTest {
+class TransportTest : public LayerTest {
  protected:
   TransportTest() { OpenWithLengths(321, 257); }
 
@@ -58,8 +32,6 @@ class TransportTest : public OpenTransportTest {
     return (static_cast<ITransfers*>(transfers)->*send)(type, request, 0x1122, 0x3344, data, length,
                                                         timeoutMs);
   }
-
-  CRequestCMD& requests = CRequestCMD::Instance();
 };
 
 }  // namespace qzhid::test

@@ -39,7 +39,9 @@ TEST_F(FirmwareTest, ARequestNeedsItsEnableValue) {
   const std::pair<const char*, int> gated[] = {
       {kStatus, 1}, {"C0 D8 0 0 0 0 1 0", 1}, {kErase, 1}, {"40 C8 0 0 0 0 1 0: AA", 3}};
   for (int value = 0; value < 4; ++value) {
-    if (value > 0) Enable(value);
+    if (value > 0) {
+      ASSERT_TRUE(Enable(value));
+    }
     for (const auto& [request, least] : gated) {
       EXPECT_EQ(value < least, Ask(request) == "stall") << request << " with " << value;
     }

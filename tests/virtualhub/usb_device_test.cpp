@@ -9,7 +9,7 @@ namespace {
 
 const std::string kConfiguration =
     "22 00 01 01 00 C0 00 09 04 00 00 01 03 00 00 00 09 21 11 01 00 01 22 1D 00 07 05 81 03 40 00 ";
-const std::string kEnable1 = "40 02 01 00 7C 2E 00 00";
+const std::string kEnableStatus = "40 02 01 00 7C 2E 00 00";
 const std::string kSetReport = "21 09 00 02 00 00 40 01", kGetReport = "A1 01 00 01 00 00 00 01";
 
 class UsbDeviceTest : public HubBench {
@@ -86,12 +86,12 @@ TEST_F(UsbDeviceTest, OutputReportsAreTakenWhereTheFirmwareListens) {
     SCOPED_TRACE(row.endpoint);
     Enumerate(OneHub(R"("channels": [1, 2], "out_endpoint": ")" + row.endpoint + '"'));
     const auto toEndpoint = [&](std::uint8_t id, std::size_t length) {
-      Bytes data = FromHex(kEnable1);
+      Bytes data = FromHex(kEnableStatus);
       if (id != 0) data.insert(data.begin(), id);
       data.resize(length);
       return std::string(device->InterruptOut(data).ok() ? "ok" : "stall");
     };
-    EXPECT_EQ(row.viaControl, Send(kEnable1));
+    EXPECT_EQ(row.viaControl, Send(kEnableStatus));
     EXPECT_EQ(row.viaEndpoint, toEndpoint(0, 320));
     EXPECT_EQ(row.viaEndpoint, toEndpoint(0xF0, 321));
     EXPECT_EQ("stall", toEndpoint(0, 64)) << "not the declared length";
@@ -167,7 +167,7 @@ TEST_F(UsbDeviceTest, ReportsCarryVendorRequests) {
   Enumerate(OneHub(R"("channels": [1, 2])"));
   const std::string identity = "2E 7C 00 00 08 18";
   EXPECT_EQ("stall", Send(kStatus)) << "not enabled";
-  EXPECT_EQ("ok", Send(kEnable1));
+  EXPECT_EQ("ok", Send(kEnableStatus));
   EXPECT_EQ("ok", Send(kStatus));
   EXPECT_EQ(256u * 3 - 1, Transfer("A1 01 00 01 00 00 FF FF").size());
   ASSERT_EQ("ok", Send(kStatus));
@@ -189,7 +189,7 @@ TEST_F(UsbDeviceTest, AnInstanceLivesUntilItLeavesTheBus) {
   machine->AddFault({.on = Fault::On::Output, .nth = 2, .code = 13});
   machine->AddFault({.on = Fault::On::Output, .nth = 3, .action = Fault::Action::Unplug});
   for (const char* outcome : {"ok", "code 13", "gone", "gone"}) {
-    EXPECT_EQ(outcome, Send(kEnable1));
+    EXPECT_EQ(outcome, Send(kEnableStatus));
   }
   machine->Plug("hub");
   EXPECT_FALSE(device->IsPresent()) << "it is another instance";

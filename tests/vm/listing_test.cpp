@@ -3,15 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/uhid.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstring>
 #include <thread>
 
-#include "support/linux/few_descriptors.h"
-#include "support/linux/old_kernel.h"
 #include "vm/host.h"
 
 namespace qzhid::vm {
@@ -19,7 +16,6 @@ namespace {
 
 using ::testing::AllOf;
 using ::testing::EndsWith;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
@@ -56,22 +52,6 @@ TEST(Listing, TwoHubsAndAForeignDevice) {
   QZ_FreeDevList(list);
 }
 
-TEST(Listing, ADeviceThatReturnsIsAnotherOneAtTheSamePlace) {
-  const auto listed = [] {
-    const Attached attached(HubScenario());
-    const auto records = List();
-    EXPECT_THAT(records, SizeIs(1));
-    EXPECT_EQ((std::vector<std::string>{"hidraw0"}), HidrawDevices());
-    return records.at(0);
-  };
-  const HidDevRecord before = listed();
-  EXPECT_THAT(List(), IsEmpty());
-  EXPECT_EQ(nullptr, QZ_OpenHid(before.dwInst));
-  const HidDevRecord after = listed();
-  EXPECT_NE(before.dwInst, after.dwInst) << "hidraw0 both times";
-  EXPECT_EQ(Plain(before.LocationPath), Plain(after.LocationPath));
-}
-
 TEST(Listing, AnotherVendorIsAcceptedByItsProductText) {
   const std::pair<const char*, std::size_t> rows[] = {{"my WQ HID", 1}, {"W\u00D6 HID", 0}};
   for (const auto& [text, count] : rows) {
@@ -84,54 +64,6 @@ TEST(Listing, AnotherVendorIsAcceptedByItsProductText) {
       EXPECT_EQ("1A2B", Plain(records[0].VID));
     }
   }
-}
-
-TEST(Listing, WithoutDescriptorsItFailsInsteadOfMissingHubs) {
-  const Attached attached(HubScenario());
-  const auto records = List();
-  ASSERT_THAT(records, SizeIs(1));
-  bool hasFailed = false;
-  for (int spare = 0; spare <= 10; ++spare) {
-    HidDevRecord* list = nullptr;
-    std::uint32_t count = 0;
-    const int end = dup(STDIN_FILENO);
-    close(end);
-    const test::FewDescriptors few(end + spare);
-    if (QZ_ListAllHidDev(&list, &count) == 0) {
-      hasFailed = true;
-    } else {
-      EXPECT_EQ(1u, count) << spare;
-      EXPECT_EQ(records[0].dwInst, list[0].dwInst);
-      QZ_FreeDevList(list);
-    }
-  }
-  EXPECT_TRUE(hasFailed);
-}
-
-TEST(Listing, OpenDevicesStayClearOfStandardInputOutputAndError) {
-  const Attached attached(HubScenario());
-  const pid_t host = fork();
-  if (host == 0) {
-    const int standard[] = {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO};
-    for (const int file : standard) close(file);
-    const auto records = List();
-    if (records.size() != 1 || QZ_OpenHid(records[0].dwInst) == nullptr) _exit(99);
-    int taken = 0;
-    for (const int file : standard) taken += fcntl(file, F_GETFD) >= 0 ? 1 : 0;
-    _exit(taken);
-  }
-  int status = 0;
-  EXPECT_EQ(host, waitpid(host, &status, 0));
-  EXPECT_EQ(0, status);
-}
-
-TEST(Listing, AKernelWithoutTheRequestsIsNamed) {
-  const Attached attached(HubScenario());
-  const std::string log = LogOf(
-      [] { test::WithReportRequestsFailing(EINVAL, [] { EXPECT_THAT(List(), IsEmpty()); }); });
-  EXPECT_THAT(log, HasSubstr("CreateFile failed,ErrorCode is 00000026\n"));
-  EXPECT_THAT(log, HasSubstr("The kernel cannot send reports to hubs, update it to Linux 5.11\n"));
-  EXPECT_THAT(List(), SizeIs(1));
 }
 
 TEST(Listing, DevicesOnOtherBusesDoNoHarm) {

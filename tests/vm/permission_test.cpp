@@ -1,4 +1,4 @@
-// Users without rights, with rights, and the udev rule that gives them.
+// Users without permission, with permission, and the udev rule that gives it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>

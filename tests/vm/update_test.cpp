@@ -55,7 +55,7 @@ TEST(Update, FlashHoldsTheImageAndTheHubIsANewKernelDevice) {
     EXPECT_NE(number, ReadFile(numberFile));
     EXPECT_EQ(3u, attached.TimesAttached("hub")) << "firmware, loader, new firmware";
   }
-  // The file holds the whole bank: the image stands in it in one piece, and the rest is erased.
+  // The file holds the whole bank: the image is in it in one piece, and the rest is erased.
   const std::string flash = ReadFile(state + "/hub.flash"), written = ReadFile(image);
   const std::size_t begin = flash.find(written);
   ASSERT_NE(std::string::npos, begin);

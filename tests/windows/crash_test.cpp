@@ -34,11 +34,11 @@ TEST_F(MinidumpTest, EachCrashReplacesTheDumpAndEndsTheProcessAsBefore) {
   EXPECT_EQ(0u, Crash("before load call no-room record record room { call room"));
   EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
   const auto other = folder.path() / L"other";
-  std::ofstream(other) << "xxxx";
+  WriteText(other, "xxxx");
   CreateHardLinkW(dump.wstring().c_str(), other.wstring().c_str(), nullptr);
   EXPECT_EQ(EXCEPTION_ACCESS_VIOLATION, Crash("load record null"));
-  EXPECT_EQ("MDMP", ReadBytes(dump).substr(0, 4));
-  EXPECT_EQ("xxxx", ReadBytes(other)) << "a file with another name as well";
+  EXPECT_EQ("MDMP", ReadText(dump).substr(0, 4));
+  EXPECT_EQ("xxxx", ReadText(other)) << "a file with another name as well";
   std::filesystem::remove(dump);
   std::filesystem::create_directory(dump);
   EXPECT_EQ(EXCEPTION_ACCESS_VIOLATION, Crash("load record null"));
@@ -47,13 +47,13 @@ TEST_F(MinidumpTest, EachCrashReplacesTheDumpAndEndsTheProcessAsBefore) {
 
 TEST_F(MinidumpTest, AnOverflowOfAnyThreadThatHasCalledTheLibraryLeavesADump) {
   Crash("before overflow");
-  const bool areFiltersCalledThen = !ReadBytes(folder.path() / L"marks").empty();
+  const bool areFiltersCalledThen = !ReadText(folder.path() / L"marks").empty();
   if (!areFiltersCalledThen) return;  // as on the emulated processor, not even the host's own
   for (const char* steps : {"load record overflow", "load record { call overflow"}) {
     SCOPED_TRACE(steps);
     std::filesystem::remove(dump);
     EXPECT_EQ(EXCEPTION_STACK_OVERFLOW, Crash(steps));
-    EXPECT_EQ("MDMP", ReadBytes(dump).substr(0, 4));
+    EXPECT_EQ("MDMP", ReadText(dump).substr(0, 4));
   }
 }
 
@@ -73,7 +73,7 @@ TEST_F(MinidumpTest, FiltersOfTheHostAreCalledAsBeforeAndAfterTheLibraryIsGone) 
     std::filesystem::remove(dump);
     std::filesystem::remove(folder.path() / L"marks");
     EXPECT_EQ(EXCEPTION_ACCESS_VIOLATION, Crash(row.steps));
-    EXPECT_EQ(row.marks, ReadBytes(folder.path() / L"marks"));
+    EXPECT_EQ(row.marks, ReadText(folder.path() / L"marks"));
     EXPECT_EQ(row.hasDump, std::filesystem::exists(dump));
   }
 }

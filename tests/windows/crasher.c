@@ -1,18 +1,14 @@
 /*
- * crasher STEP...: takes the steps one after the other, see `steps`, with the library QzHidAPI.dll
- * beside it. The exit code is the position of the step that found something else than it expected,
- * 0 when there was none. The filters of the host write one character each to the file "marks".
+ * crasher STEP...: see crasher_steps.h, with the library QzHidAPI.dll beside it. The filters of the
+ * host write one character each to the file "marks".
  */
-#include <string.h>
 #include <windows.h>
 
 #include "QzHidAPI.h"
+#include "support/crasher_steps.h"
 
 static HMODULE g_library;
-static char** g_next;
-static int g_position;
 static LPTOP_LEVEL_EXCEPTION_FILTER g_chained;
-static volatile char g_sink;
 
 static void mark(const char* text) {
   DWORD written;
@@ -77,7 +73,6 @@ static int hasRoom(void) {
 }
 static int hasNoRoom(void) { return !hasRoom(); }
 
-static int run(void);
 static DWORD WINAPI runThread(void* unused) {
   (void)unused;
   return (DWORD)run();
@@ -91,46 +86,14 @@ static int thread(void) {
   return result == 0;
 }
 
-static int null(void) {
-  volatile int* volatile nowhere = NULL;
-  // cppcheck-suppress nullPointer
-  *nowhere = 1; /* NOLINT: it is meant to crash */
-  return 0;
-}
-static int recurse(int depth) {
-  volatile char room[4096];
-  room[0] = (char)depth;
-  if (depth < 0) return 0;
-  g_sink = room[0];
-  return recurse(depth + 1) + room[0];
-}
-static int overflow(void) { return recurse(0); }
-
-static const struct {
-  const char* name;
-  int (*take)(void);
-} steps[] = {
+static const struct step steps[] = {
     {"before", before},     {"after", after},       {"none", none},     {"earlier", isEarlier},
     {"load", load},         {"unload", unload},     {"record", record}, {"call", call},
     {"room", hasRoom},      {"no-room", hasNoRoom}, {"{", thread},      {"null", null},
-    {"overflow", overflow},
+    {"overflow", overflow}, {NULL, NULL},
 };
 
-static int take(const char* name) {
-  for (size_t i = 0; i < sizeof(steps) / sizeof(*steps); ++i) {
-    if (strcmp(steps[i].name, name) == 0) return steps[i].take();
-  }
-  return 0;
-}
-
-/* The position of the step that failed. */
-static int run(void) {
-  while (*g_next != NULL) {
-    const int position = ++g_position;
-    if (!take(*g_next++)) return position;
-  }
-  return 0;
-}
+static int take(const char* name) { return takeOneOf(steps, name); }
 
 int main(int argc, char** argv) {
   (void)argc;

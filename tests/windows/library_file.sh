@@ -1,7 +1,7 @@
 #!/bin/sh
 # library_file.sh DLL HEADER VERSION MACHINE: the DLL is one for that machine, exports the functions
 # that the header declares, 27 of them, and nothing else, needs DLLs of the system only, is built
-# with the protections of the system, and tells its version.
+# with the protections of the system, and says its version.
 set -eu
 dll=$1 header=$2 version=$3 machine=$4
 fail() { echo "$dll: $*" >&2; exit 1; }

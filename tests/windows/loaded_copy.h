@@ -3,8 +3,6 @@
 #pragma once
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "QzHidAPI.h"
@@ -12,11 +10,6 @@
 #include "windows/kernel_doubles.h"
 
 namespace qzhid::test {
-
-inline std::string ReadBytes(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 /// An empty folder that is removed again.
 class TempFolder {

@@ -16,12 +16,12 @@ TEST_F(WindowsLogTest, AStartingThreadTurnsLoggingOnBesideTheLibrary) {
   EXPECT_FALSE(std::filesystem::exists(log)) << "nothing is logged before";
   for (int i = 0; i < 2; ++i) {
     std::thread([] {}).join();
-    const std::size_t before = ReadBytes(log).size();
+    const std::size_t before = ReadText(log).size();
     library.List();
-    EXPECT_LT(before, ReadBytes(log).size()) << "however it was switched off";
+    EXPECT_LT(before, ReadText(log).size()) << "however it was switched off";
     QZ_EXPORT(library, QZ_ConfigLog)(0, 3);
   }
-  const std::string text = ReadBytes(log);
+  const std::string text = ReadText(log);
   EXPECT_THAT(text, ::testing::HasSubstr("]  CRequestCMD::QZ_InitProxyDriver, YvProxy lib built"))
       << "from level 0 on";
   EXPECT_FALSE(std::regex_search(text, std::regex("[^\r]\n"))) << "a text file";
@@ -32,11 +32,11 @@ TEST_F(WindowsLogTest, AStartingThreadKeepsTheFileThatTheHostChose) {
   EXPECT_EQ(1, QZ_EXPORT(library, QZ_SetLogPath)(folder.Narrow(L"größe.log").c_str()));
   std::thread([] {}).join();
   library.List();
-  EXPECT_NE("", ReadBytes(folder.path() / L"größe.log"));
+  EXPECT_NE("", ReadText(folder.path() / L"größe.log"));
   EXPECT_FALSE(std::filesystem::exists(folder.path() / L"info.txt"));
 }
 
-TEST_F(WindowsLogTest, PathsThatAreAccepted) {
+TEST_F(WindowsLogTest, OnlyAbsolutePathsOfFilesWithBackslashesAreAccepted) {
   const LoadedCopy library(folder);
   const auto setPath = QZ_EXPORT(library, QZ_SetLogPath);
   const std::string existing = folder.Narrow(L"copy.dll"), there = folder.Narrow(L"");
@@ -74,7 +74,7 @@ TEST_F(WindowsLogTest, TheHostIsDescribedOnce) {
     QZ_EXPORT(library, QZ_ConfigLog)(1, 0);
     library.List();
     library.List();
-    const std::string log = ReadBytes(folder.path() / L"info.txt");
+    const std::string log = ReadText(folder.path() / L"info.txt");
     const std::string failure = hasRevision ? "" : "CRequestCMD::CRequestCMD, Query UBR failed.";
     EXPECT_THAT(log, ::testing::HasSubstr(failure));
     EXPECT_TRUE(

@@ -1,4 +1,4 @@
-// The files and events that a host holds open, and the virtual devices behind them.
+// The files and events that a host holds open, and the virtual devices that they lead to.
 //
 // The path of a HID interface is the path of a real file, so that a host's handle is a real one.
 #pragma once
@@ -27,20 +27,20 @@ class OpenFiles {
  public:
   static OpenFiles& Instance();
 
-  /// The file that stands for an interface of the virtual machine; it is made if need be.
+  /// The file in place of an interface of the virtual machine; it is made if need be.
   std::wstring FileOf(const std::wstring& interfacePath);
 
-  /// The interface that a path of such a file stands for; empty when it is none.
+  /// The interface that the path of such a file means; empty when it is none.
   std::wstring InterfaceOf(const std::wstring& filePath) const;
 
-  /// Remembers what stands behind a handle, until Forget.
+  /// Remembers what a handle leads to, until Forget.
   void Remember(HANDLE handle, const std::wstring& interfacePath,
                 qzhid::platform::HidDevice device);
   void Remember(HANDLE handle, qzhid::platform::Event event);
   void Forget(HANDLE handle);
 
-  /// The device behind a handle; empty when it is no handle of a device. Files that a host opened
-  /// and closed behind our back are recognised by their paths.
+  /// The device of a handle; empty when it is no handle of a device. Files that a host opened and
+  /// closed without us are recognised by their paths.
   const qzhid::platform::HidDevice& DeviceOf(HANDLE handle);
 
  private:

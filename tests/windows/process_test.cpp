@@ -34,8 +34,10 @@ TEST_F(ProcessTest, AnOpenDeviceIsReleasedWithTheLibrary) {
     EXPECT_EQ(1u, library.List());
     EXPECT_NE(nullptr, QZ_EXPORT(library, QZ_OpenHid)(machine->HidInstance("hub")));
     EXPECT_EQ(1, machine->openHandles(HidDevice));
+    EXPECT_EQ(1, machine->openHandles(Event));
   }
-  EXPECT_EQ(0, machine->openHandles(HidDevice) + machine->openHandles(Event));
+  EXPECT_EQ(0, machine->openHandles(HidDevice));
+  EXPECT_EQ(0, machine->openHandles(Event));
 }
 
 TEST_F(ProcessTest, TheSystemIsAskedForEachOpenedNodeOnlyWhatItTakes) {

@@ -15,7 +15,7 @@ OpenStatus OpenDeviceFile(const NodeFacts& node, CFileHandle& file) {
     return {failure, isRefused ? "No permission for " + node.deviceFile : ""};
   }
   // Device numbers and file names are used again. The node's own folder, if it is still there, says
-  // which number has been its own all the time.
+  // which number the node has.
   Status shortage;
   const CSysfsFolder folder(node.folder, shortage);
   const std::string number = folder.Read("dev").value_or("");

@@ -3,7 +3,8 @@
 
 #include "platform/linux/node_registry.h"
 #include "platform/linux/sysfs.h"
-#include "platform/system/wide_text.h"
+#include "platform/system/property_text.h"
+#include "platform/unicode.h"
 
 namespace qzhid::platform {
 

@@ -8,7 +8,7 @@
 #include "platform/linux/out_endpoint.h"
 #include "platform/linux/report_descriptor.h"
 #include "platform/linux/usb_string.h"
-#include "platform/system/wide_text.h"
+#include "platform/system/property_text.h"
 
 namespace qzhid::platform {
 

@@ -1,7 +1,7 @@
 #include "platform/linux/hid_path.h"
 
 #include "platform/linux/sysfs_names.h"
-#include "platform/system/wide_text.h"
+#include "platform/unicode.h"
 
 namespace qzhid::platform {
 

@@ -1,5 +1,5 @@
-// Interface paths: the device file and the number of the node that it is meant to be, because
-// another device may have the file by the time it is opened: "/dev/hidraw3#7".
+// Interface paths: the device file and the number of its node, because another device may have the
+// file by the time it is opened: "/dev/hidraw3#7".
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@ namespace qzhid::platform {
 
 std::wstring HidPath(const std::string& deviceFile, DevInst node);
 
-/// False when the text is no such path.
+/// False when the text is not such a path.
 bool ParseHidPath(const std::wstring& path, std::string& deviceFile, DevInst& node);
 
 }  // namespace qzhid::platform

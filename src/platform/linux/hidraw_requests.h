@@ -16,8 +16,8 @@
 
 namespace qzhid::platform {
 
-/// Whether the kernel knows the requests; fails with ENOSYS when it does not. Sends the device
-/// nothing.
+/// Whether the kernel has the requests; fails with ENOSYS when it does not. Sends nothing to the
+/// device.
 OpenStatus CheckReportRequests(const CFileHandle& hidraw);
 
 }  // namespace qzhid::platform

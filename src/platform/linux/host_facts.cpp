@@ -7,7 +7,7 @@ namespace qzhid::platform {
 
 namespace {
 
-/// Takes the number off the front; no value, and nothing taken, when there is none.
+/// Takes the number off the front; no value, and nothing is taken, when there is no number.
 std::optional<std::uint32_t> TakeNumber(std::string_view& text) {
   std::uint32_t number = 0;
   const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -16,7 +16,7 @@ std::optional<std::uint32_t> TakeNumber(std::string_view& text) {
   return number;
 }
 
-/// Takes the separator and the number behind it off the front.
+/// Takes the separator and the number after it off the front.
 std::optional<std::uint32_t> TakeNumberBehind(std::string_view& text, char separator) {
   if (!text.starts_with(separator)) return std::nullopt;
   text.remove_prefix(1);

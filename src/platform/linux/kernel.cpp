@@ -7,6 +7,7 @@
 
 #include "platform/linux/host_facts.h"
 #include "platform/linux/sysfs.h"
+#include "platform/linux/system_path.h"
 #include "platform/system/library_file.h"
 #include "platform/system/system_time.h"
 
@@ -15,8 +16,8 @@ namespace qzhid::platform {
 namespace {
 
 std::optional<std::string> ReadOsRelease() {
-  auto text = ReadTextFile(AT_FDCWD, "/etc/os-release");
-  return text ? text : ReadTextFile(AT_FDCWD, "/usr/lib/os-release");
+  auto text = ReadTextFile(AT_FDCWD, SystemPath("/etc/os-release").c_str());
+  return text ? text : ReadTextFile(AT_FDCWD, SystemPath("/usr/lib/os-release").c_str());
 }
 
 utsname SystemNames() {
@@ -53,8 +54,8 @@ HostDescription DescribeHost() {
   return description;
 }
 
-// Linux has no channel to an attached debugger; what everybody reads, such as standard error or the
-// system's log, belongs to the host.
+// Linux has no channel to an attached debugger, and what everybody can read, such as standard error
+// or the system's log, belongs to the host.
 void DebugOutput(const std::wstring&) {}
 
 }  // namespace qzhid::platform

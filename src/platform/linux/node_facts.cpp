@@ -7,6 +7,7 @@
 #include "platform/linux/out_endpoint.h"
 #include "platform/linux/sysfs.h"
 #include "platform/linux/sysfs_names.h"
+#include "platform/linux/system_path.h"
 
 namespace qzhid::platform {
 
@@ -22,7 +23,7 @@ std::optional<std::uint32_t> ReadNumber(const CSysfsFolder& folder, const char* 
                   base);
 }
 
-/// What a USB device says of itself.
+/// What a USB device says about itself.
 struct UsbIdentity {
   std::uint32_t vid = 0, pid = 0, revision = 0;
 };
@@ -45,7 +46,7 @@ std::uint32_t ReadSpeed(const CSysfsFolder& rootHub) {
   return ToNumber(std::string_view(text).substr(0, text.find('.')), 10).value_or(0);
 }
 
-/// Device ids are looked through for certain words, so a serial number must not bring them along.
+/// Device ids are searched for certain words, so a serial number must not contain them.
 bool IsUsableInId(const std::string& serial) {
   const auto isPlain = [](char c) { return c > ' ' && c <= '~' && c != '\\' && c != ','; };
   std::string upper = serial;
@@ -55,7 +56,7 @@ bool IsUsableInId(const std::string& serial) {
          upper.find("ROOT") == std::string::npos;
 }
 
-/// Bus and number of the USB device that the folder is of.
+/// Bus and number of the USB device in the folder.
 struct UsbAddress {
   std::uint32_t bus = 0, device = 0;
 };
@@ -105,7 +106,7 @@ bool DescribeHidNode(const std::string& folder, NodeFacts& node, Status& shortag
   if (!self || !place) return false;
   node = {.folder = folder,
           .instance = self.Instance(),
-          .deviceFile = "/dev/" + std::string(LastPart(folder)),
+          .deviceFile = SystemPath("/dev/") + std::string(LastPart(folder)),
           .parentFolder = place->usbFolder,
           .vid = place->vid,
           .pid = place->pid};
@@ -138,7 +139,7 @@ bool DescribeUsbNode(const std::string& folder, NodeFacts& node, Status& shortag
   const std::uint32_t speed = ReadSpeed(rootHub);
   node = {.folder = folder,
           .instance = self.Instance(),
-          .deviceFile = file,
+          .deviceFile = SystemPath(file),
           .locationPath = LocationPath(*place, speed >= kFirstSuperSpeed)};
   if (place->ports.empty()) {
     DescribeRootHub(identity, *place, speed, node);
@@ -155,8 +156,8 @@ bool DescribeUsbNode(const std::string& folder, NodeFacts& node, Status& shortag
   return IsPresent(folder, self.Instance());
 }
 
-/// What is not readable for want of descriptors is no proof that the node has left, and what is
-/// optional must not be missing from the facts for that reason.
+/// A fact that cannot be read for lack of descriptors does not prove that the node has left, and an
+/// optional fact must not be missing for that reason.
 template <class Describe>
 Status ReadNode(const Describe& describe, const std::string& folder, NodeFacts& node) {
   Status shortage;

@@ -8,7 +8,7 @@
 
 namespace qzhid::platform {
 
-/// What there is to know of one device node. It stays the same as long as the node is there.
+/// All facts of one device node. They do not change while the node is there.
 struct NodeFacts {
   std::string folder = {};     ///< in sysfs; there as long as the node is
   std::uint64_t instance = 0;  ///< of the folder

@@ -11,9 +11,8 @@
 
 namespace qzhid::platform {
 
-/// The device nodes that this process has seen, and the numbers that it knows them by. A number
-/// stands for one device from its arrival to its departure and is never given again. Any thread may
-/// call.
+/// The device nodes that this process has seen, and their numbers. A number identifies one device
+/// from its arrival to its departure and is never used again. Any thread can call.
 class CNodeRegistry {
  public:
   using Node = std::shared_ptr<const NodeFacts>;
@@ -24,7 +23,7 @@ class CNodeRegistry {
   /// The number of the device that is in the folder now; `read` describes one that is new.
   Status NumberOf(const std::string& folder, Reader read, DevInst& number);
 
-  /// The node of that number if it is present, else null.
+  /// The node with that number if it is present, else null.
   Node Find(DevInst number);
 
   /// Forgets the nodes that have left.

@@ -18,8 +18,8 @@ void NodeSetCloser::operator()(NodeSetData* data) const noexcept { delete data; 
 
 namespace {
 
-/// Fails when there are fewer descriptors left than it takes to open a device and find out what it
-/// is: a device that cannot be opened looks like one that nobody wants.
+/// Fails when fewer descriptors are left than it takes to open a device and identify it: a device
+/// that cannot be opened would look like one that is not a hub.
 Status CheckDescriptors() {
   std::array<CFileHandle, 6> files;  // hidraw, event, three folders in sysfs and an attribute
   for (CFileHandle& file : files) {

@@ -4,6 +4,7 @@
 
 #include "platform/linux/sysfs.h"
 #include "platform/linux/sysfs_names.h"
+#include "platform/linux/system_path.h"
 
 namespace qzhid::platform {
 
@@ -44,7 +45,7 @@ bool KeepsOffEndpoint(std::string_view quirks, std::uint32_t vid, std::uint32_t 
 }
 
 std::string OutEndpointRemark(std::uint32_t vid, std::uint32_t pid) {
-  std::string quirks = ReadTextFile(AT_FDCWD, kQuirks).value_or("");
+  std::string quirks = ReadTextFile(AT_FDCWD, SystemPath(kQuirks).c_str()).value_or("");
   while (!quirks.empty() && quirks.back() == '\n') quirks.pop_back();
   if (KeepsOffEndpoint(quirks, vid, pid)) return "";
   return "The kernel sends reports to the interrupt OUT endpoint; if requests fail, set "

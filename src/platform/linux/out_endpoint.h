@@ -17,7 +17,7 @@ bool HasInterruptOut(const std::string& interfaceFolder, Status& shortage);
 /// usbhid, keeps output reports for that device away from its endpoint.
 bool KeepsOffEndpoint(std::string_view quirks, std::uint32_t vid, std::uint32_t pid);
 
-/// What to say of a device with such an endpoint; nothing when the quirk is set for it.
+/// The remark on a device with such an endpoint; empty when the quirk is set for it.
 std::string OutEndpointRemark(std::uint32_t vid, std::uint32_t pid);
 
 }  // namespace qzhid::platform

@@ -8,8 +8,8 @@
 
 namespace qzhid::platform {
 
-/// The text of a string descriptor, up to its first zero. Halves of surrogate pairs that stand
-/// alone become the replacement character. No value when it is no string descriptor.
+/// The text of a string descriptor, up to its first zero. No value when it is not a string
+/// descriptor.
 std::optional<std::wstring> DecodeString(const std::vector<std::uint8_t>& descriptor);
 
 /// The first language that string descriptor 0 lists.

@@ -8,13 +8,12 @@
 #include <memory>
 
 #include "platform/linux/sysfs_names.h"
+#include "platform/linux/system_path.h"
 
 namespace qzhid::platform {
 
 namespace {
 
-constexpr const char* kClassesFolder = "/sys/class";
-constexpr const char* kHidrawFolder = "/sys/class/hidraw";
 constexpr std::size_t kMostText = 64 * 1024;
 
 struct FolderCloser {
@@ -45,7 +44,7 @@ std::optional<std::string> CSysfsFolder::Read(const char* attribute) const {
   return text;
 }
 
-// Needs no descriptor, so that devices that are known stay known when there are none.
+// Needs no descriptor, so that known devices stay known when no descriptor is left.
 std::uint64_t InstanceOf(const std::string& path) {
   struct stat facts {};
   return stat(path.c_str(), &facts) == 0 ? facts.st_ino : 0;
@@ -53,12 +52,13 @@ std::uint64_t InstanceOf(const std::string& path) {
 
 Status ListHidrawFolders(std::vector<std::string>& folders) {
   folders.clear();
-  CFileHandle opened = OpenFile(kHidrawFolder, O_RDONLY | O_DIRECTORY);
+  const std::string classes = SystemPath("/sys/class"), hidraw = classes + "/hidraw/";
+  CFileHandle opened = OpenFile(hidraw.c_str(), O_RDONLY | O_DIRECTORY);
   const std::unique_ptr<DIR, FolderCloser> devices(opened ? fdopendir(opened.get()) : nullptr);
   if (!devices) {
     Status failure = LastFailure();
     // The class appears with the first driver that needs it.
-    return failure.code == ENOENT && IsDirectory(kClassesFolder) ? Status{} : failure;
+    return failure.code == ENOENT && IsDirectory(classes.c_str()) ? Status{} : failure;
   }
   opened.Release();  // to the owner of the stream
   std::map<std::uint32_t, std::string> found;
@@ -66,8 +66,7 @@ Status ListHidrawFolders(std::vector<std::string>& folders) {
   while (const dirent* const entry = readdir(devices.get())) {
     const auto number = HidrawNumber(entry->d_name);
     std::error_code error;
-    const auto folder =
-        std::filesystem::canonical(std::string(kHidrawFolder) + '/' + entry->d_name, error);
+    const auto folder = std::filesystem::canonical(hidraw + entry->d_name, error);
     if (number && !error) found[*number] = folder.string();
     errno = 0;
   }

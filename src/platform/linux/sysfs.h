@@ -10,8 +10,8 @@
 
 namespace qzhid::platform {
 
-/// The folder of one kernel object. What is read comes from that object: once it is gone nothing
-/// can be read any more, even when another object has taken the path.
+/// The folder of one kernel object. Everything that is read comes from that object: once it is
+/// gone, nothing can be read any more, even when another object has the path.
 class CSysfsFolder {
  public:
   /// Empty when there is no such folder. `shortage` becomes a failure with the system's code when

@@ -4,6 +4,8 @@
 #include <charconv>
 #include <cstdio>
 
+#include "platform/linux/system_path.h"
+
 namespace qzhid::platform {
 
 namespace {
@@ -11,7 +13,6 @@ namespace {
 constexpr std::size_t kMostPorts = 6;  // USB 2.0, 4.1.1: seven tiers, the root hub included
 constexpr std::uint32_t kLastPort = 255;
 constexpr std::uint32_t kUsbBus = 3;  // BUS_USB, as HID devices name it
-constexpr std::string_view kDevicesFolder = "/sys/devices";
 
 /// Takes the text up to the separator off the front; all of it when there is none.
 std::string_view Take(std::string_view& text, char separator) {
@@ -61,7 +62,7 @@ bool ParseHidName(std::string_view name, HidPlace& place) {
   return true;
 }
 
-/// Takes over the folder if it is that of a USB interface, below its device's.
+/// Stores the folder if it is that of a USB interface, below its device's.
 bool ParseInterfaceFolder(std::string_view folder, HidPlace& place) {
   const std::string_view name = LastPart(folder), device = FolderOf(folder);
   std::string_view number = name.substr(std::min(name.size(), name.find(':')));
@@ -109,7 +110,7 @@ std::string_view WithoutAutomaticNumber(std::string_view name) {
   return numbered.substr(0, dot);
 }
 
-/// One component of a controller's folder. Bus numbers of PCI bridges are left out: they change.
+/// One component of a controller's folder. Bus numbers of PCI bridges are omitted: they change.
 std::string ControllerStep(std::string_view name) {
   if (auto step = PciRootStep(name)) return *step;
   if (auto step = PciStep(name)) return *step;
@@ -172,7 +173,8 @@ std::optional<HidPlace> ParseHidrawFolder(std::string_view folder) {
 
 std::string LocationPath(const UsbPlace& place, bool isSuperSpeed) {
   std::string_view controller = place.controllerFolder;
-  if (controller.starts_with(kDevicesFolder)) controller.remove_prefix(kDevicesFolder.size());
+  const std::string devices = SystemPath("/sys/devices");
+  if (controller.starts_with(devices)) controller.remove_prefix(devices.size());
   std::string path;
   while (!controller.empty()) {
     const std::string_view name = Take(controller, '/');

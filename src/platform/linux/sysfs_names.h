@@ -1,5 +1,5 @@
-// What the names of folders in sysfs tell of a device's place, and the texts made from them. Pure
-// functions of texts.
+// What the names of folders in sysfs say about a device's place, and the texts made from them. Pure
+// functions of texts, and of SystemPath.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ std::optional<std::uint32_t> ToNumber(std::string_view text, int base);
 /// N of "hidrawN".
 std::optional<std::uint32_t> HidrawNumber(std::string_view name);
 
-/// The last component of a path, and what is in front of it and its separator.
+/// The last component of a path, and what is before it and its separator.
 std::string_view LastPart(std::string_view path);
 std::string_view FolderOf(std::string_view path);
 
@@ -31,7 +31,7 @@ struct UsbPlace {
 /// The place that the folder of a USB device names, such as ".../usb1/1-3/1-3.2" or ".../usb1".
 std::optional<UsbPlace> ParseUsbFolder(std::string_view folder);
 
-/// Where a HID device stands in the tree.
+/// The place of a HID device in the tree.
 struct HidPlace {
   std::uint32_t bus = 0, vid = 0, pid = 0;
   std::string name;                   ///< "0003:2E7C:0818.0001"
@@ -45,8 +45,8 @@ struct HidPlace {
 std::optional<HidPlace> ParseHidrawFolder(std::string_view folder);
 
 /// The location path of a USB device, from the controller on:
-/// "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)". `isSuperSpeed` tells the two root hubs of one
-/// controller apart.
+/// "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)". `isSuperSpeed` distinguishes the two root hubs of
+/// one controller.
 std::string LocationPath(const UsbPlace& place, bool isSuperSpeed);
 
 /// Upper-case hexadecimal, four digits.

@@ -5,7 +5,7 @@ namespace qzhid::platform {
 
 /// Takes all of them, so that no other thread has one when the process is forked.
 void LockBackend();
-/// Gives them back, in the parent and in the child.
+/// Releases them, in the parent and in the child.
 void UnlockBackend();
 
 }  // namespace qzhid::platform

@@ -1,6 +1,7 @@
 // Parents, ids and properties of device nodes.
 #include "platform/platform.h"
-#include "platform/system/wide_text.h"
+#include "platform/system/property_text.h"
+#include "platform/unicode.h"
 #include "platform/virtual/error_codes.h"
 #include "platform/virtual/machine.h"
 

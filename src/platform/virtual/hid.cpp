@@ -2,7 +2,8 @@
 #include <string_view>
 
 #include "platform/platform.h"
-#include "platform/system/wide_text.h"
+#include "platform/system/property_text.h"
+#include "platform/unicode.h"
 #include "platform/virtual/error_codes.h"
 #include "platform/virtual/machine.h"
 #include "platform/virtual/open_handle.h"
@@ -37,7 +38,7 @@ namespace {
 
 constexpr std::uint32_t kProductTextIndex = 52;
 
-// The node in an interface path, 0 when the text is no such path.
+// The node in an interface path, 0 when the text is not such a path.
 DevInst NodeOfPath(const std::wstring& path) {
   constexpr std::wstring_view kPrefix = L"virtualhub:";
   constexpr std::size_t kMostDigits = 9;

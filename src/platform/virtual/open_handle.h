@@ -6,7 +6,7 @@
 
 namespace qzhid::platform {
 
-/// Keeps the machine alive that a handle belongs to, and counts the handle there.
+/// Keeps the machine of a handle alive, and counts the handle there.
 class COpenHandle {
  public:
   COpenHandle(std::shared_ptr<virtualhub::Machine> machine, virtualhub::HandleKind kind)

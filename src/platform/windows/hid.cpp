@@ -32,7 +32,7 @@ void PreparsedDataCloser::operator()(PreparsedDataBlock* data) const noexcept {
 
 namespace {
 
-// Empties the owner that a failed call was to fill, and tells why it failed.
+// Empties the owner that a failed call was to fill, and returns the failure.
 template <class Owner>
 Status GiveUp(Owner& owner) {
   Status failure = LastFailure();
@@ -66,7 +66,7 @@ Status GetCaps(const PreparsedData& preparsed, HidCaps& caps) {
   if (!preparsed) return InvalidHandle();
   HIDP_CAPS found{};
   const NTSTATUS status = HidP_GetCaps(preparsed->data, &found);
-  // The parser records no last error; its own status tells more than 0 would.
+  // The parser records no last error; its own status says more than 0 would.
   if (status != HIDP_STATUS_SUCCESS) return Status::Failure(static_cast<std::uint32_t>(status));
   caps = {found.OutputReportByteLength, found.InputReportByteLength};
   return {};
@@ -75,7 +75,7 @@ Status GetCaps(const PreparsedData& preparsed, HidCaps& caps) {
 OpenStatus GetIndexedString(const HidDevice& device, std::uint32_t index, std::size_t capacity,
                             std::wstring& text) {
   if (!device) return InvalidHandle();
-  // One unit more than the service is told of ends the text whatever it wrote.
+  // One unit more than the service knows of ends the text, whatever it wrote.
   std::vector<wchar_t> buffer(capacity / sizeof(wchar_t) + 1);
   if (!HidD_GetIndexedString(device->handle, index, buffer.data(), static_cast<ULONG>(capacity))) {
     return LastFailure();

@@ -1,4 +1,4 @@
-// What the system says of itself.
+// The system's description of itself.
 #include <array>
 
 #include "platform/system/library_file.h"
@@ -9,7 +9,7 @@ namespace qzhid::platform {
 namespace {
 
 constexpr const char* kVersionKey = "SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\";
-constexpr DWORD kBuildMask = 0xFFFF;  // the upper half tells how the system was built
+constexpr DWORD kBuildMask = 0xFFFF;  // the upper half says how the system was built
 
 // The registry key of the system's version facts.
 class CVersionKey {
@@ -63,7 +63,7 @@ void ReadVersionNumbers(HostDescription& description) {
 }
 
 // The machine that this process runs on, as the system's loader knows it; no value on a system that
-// cannot tell.
+// does not know.
 std::optional<Architecture> MachineOfProcess() {
   using GetMachines = BOOL(WINAPI*)(HANDLE, USHORT*, USHORT*);
   const auto getMachines =

@@ -9,7 +9,7 @@
 
 namespace qzhid::platform {
 
-/// Keeps what was found last, so that the system is asked for it once.
+/// Keeps what was found last, so that the system is asked only once.
 struct NodeSetData {
   HDEVINFO handle;
   GUID interfaceClass;
@@ -94,7 +94,7 @@ Status InterfacePath(const NodeSet& set, const DeviceInterface& deviceInterface,
   if (!FindInterface(*set, deviceInterface.node)) return LastFailure();
   SP_DEVICE_INTERFACE_DATA& data = set->firstInterface;
   DWORD bytes = 0;
-  // Without a buffer this call fails; it has told the size when that is all that was wrong.
+  // Without a buffer this call fails; if nothing else was wrong, it has returned the size.
   SetupDiGetDeviceInterfaceDetailW(set->handle, &data, nullptr, 0, &bytes, nullptr);
   if (bytes < sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W)) return LastFailure();
   std::vector<std::max_align_t> room(bytes / sizeof(std::max_align_t) + 1);

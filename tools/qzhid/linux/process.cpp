@@ -20,20 +20,20 @@ constexpr int kPatienceMs = 100;
 
 [[noreturn]] void Fail(int error) { throw NotStarted(std::strerror(error)); }
 
-/// Both ends stay in this process unless they are passed on.
-struct Pipe {
-  tools::Descriptor readEnd, writeEnd;
-  Pipe() {
-    std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) Fail(errno);
-    readEnd = tools::Descriptor(ends[0]);
-    writeEnd = tools::Descriptor(ends[1]);
-  }
-};
-
 }  // namespace
 
 struct Process::Data {
+  /// Both ends stay in this process unless they are passed on.
+  struct Pipe {
+    tools::Descriptor readEnd, writeEnd;
+    Pipe() {
+      std::array<int, 2> ends{};
+      if (pipe2(ends.data(), O_CLOEXEC) != 0) Fail(errno);
+      readEnd = tools::Descriptor(ends[0]);
+      writeEnd = tools::Descriptor(ends[1]);
+    }
+  };
+
   Pipe input, output;
   pid_t id = 0;
 };

@@ -22,7 +22,7 @@ struct EntryData {
   struct sigaction actions[kCrashEntrySignals];
 };
 
-// What the code below takes for granted.
+// What the code below relies on.
 static_assert(offsetof(EntryData, target) == 0 && sizeof(EntryData::target) == 8);
 static_assert(offsetof(EntryData, install) == 8 && offsetof(EntryData, send) == 16);
 static_assert(offsetof(EntryData, actions) == 24 && sizeof(struct sigaction) == 152);
@@ -33,7 +33,8 @@ char* CodeOf(SignalHandler entry) { return reinterpret_cast<char*>(entry); }
 
 }  // namespace
 
-// A copy of this code runs, beside its data; it holds no address of the library. Retired, it does
+// A copy of this code runs, next to its data; it holds no address of the library. Once retired, it
+// does
 //   install(number, &actions[number], nullptr);
 //   if (info->si_code <= 0) send(number);
 #if defined(__x86_64__)

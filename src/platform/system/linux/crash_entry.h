@@ -1,6 +1,5 @@
 // The address that is installed for fatal signals: a few instructions in memory of their own, so
-// that they can be called after the library has been unloaded. A handler that somebody installed
-// later may do that.
+// that a handler that was installed later can call them after the library has been unloaded.
 #pragma once
 
 #include <csignal>
@@ -9,8 +8,8 @@ namespace qzhid::platform {
 
 using SignalHandler = void (*)(int, siginfo_t*, void*);
 
-/// Makes an entry that leads to the handler; null on a processor that there is no code for, and
-/// where the system makes no memory executable.
+/// Makes an entry that calls the handler; null on a processor for which there is no code, and when
+/// the system makes no memory executable.
 SignalHandler MakeCrashEntry(SignalHandler handler) noexcept;
 
 /// What an entry does from now on, without the library: it installs the signal's action among
@@ -18,7 +17,7 @@ SignalHandler MakeCrashEntry(SignalHandler handler) noexcept;
 /// again.
 void RetireCrashEntry(SignalHandler entry, const struct sigaction* actions) noexcept;
 
-/// Releases the memory of an entry that nobody knows.
+/// Releases the memory of an entry that is not installed.
 void FreeCrashEntry(SignalHandler entry) noexcept;
 
 inline constexpr int kCrashEntrySignals = 32;

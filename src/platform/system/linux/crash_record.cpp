@@ -40,7 +40,7 @@ FatalSignal g_Signals[] = {
 std::mutex g_Lock;
 SignalHandler g_Handler = nullptr;  // what is installed
 bool g_bPinned = false;             // the library stays loaded
-bool g_bMayBeChained = false;       // somebody else may call what is installed
+bool g_bMayBeChained = false;       // another handler may call what is installed
 
 void Write(int file, const char* text, std::size_t length) {
   while (length > 0) {
@@ -64,8 +64,8 @@ void WriteNumber(int file, std::uint64_t value, unsigned base) {
   Write(file, digits + first, sizeof(digits) - first);
 }
 
-// A new file: what is there is removed, whatever it is, so that no link is followed and no reader
-// of a FIFO is waited for.
+// A new file: anything that has the name is removed, so that no link is followed and there is no
+// wait for the reader of a FIFO.
 CFileHandle CreateRecord() {
   unlink(kRecordName);
   return OpenFile(kRecordName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0644);
@@ -128,7 +128,7 @@ void WriteRecordWithinLimits(const FatalSignal& signal, const siginfo_t& info) {
 void HandleFatalSignal(int number, siginfo_t* info, void*) {
   for (FatalSignal& signal : g_Signals) {
     if (signal.number != number) continue;
-    // A fault while writing the record takes the previous action at once.
+    // A fault while writing the record goes straight to the previous action.
     sigaction(number, &signal.previous, nullptr);
     // That action may call this one, if it was installed between two installations of this one.
     signal.previous = signal.first;
@@ -149,7 +149,7 @@ bool IsOurs(const struct sigaction& action) {
   return (action.sa_flags & SA_SIGINFO) != 0 && action.sa_sigaction == g_Handler;
 }
 
-// For good: this is the way out where there is no entry that outlives the library.
+// Forever: for systems on which no entry can outlive the library.
 void PinLibrary() {
   Dl_info info{};
   if (dladdr(reinterpret_cast<void*>(&PinLibrary), &info) == 0) return;
@@ -213,8 +213,8 @@ QZ_ExceptionFilter InstallCrashHandler() {
 }
 
 void RemoveCrashHandler() noexcept {
-  // Nobody holds the lock when the library is being unloaded. A thread that holds it when the
-  // process ends, or did when the process was forked, is not waited for.
+  // No thread holds the lock when the library is unloaded. There is no wait for a thread that holds
+  // it when the process ends, or held it when the process was forked.
   const std::unique_lock<std::mutex> guard(g_Lock, std::try_to_lock);
   if (!guard || g_Handler == nullptr || g_bPinned) return;
   for (const FatalSignal& signal : g_Signals) Restore(signal);

@@ -38,7 +38,8 @@ LibraryFile ReadLibraryFile() noexcept {
   return file;
 }
 
-// Read while the library is being loaded: a relative path counts from the folder of that time.
+// Read while the library is being loaded: a relative path starts at the current folder of that
+// time.
 const LibraryFile g_LibraryFile = ReadLibraryFile();
 
 }  // namespace

@@ -19,7 +19,7 @@ Status OpenRegularFile(const char* path, CFileHandle& file, std::size_t& size) {
   // Opening alone can block, or do something to a device.
   if (stat(path, &facts) != 0) return LastFailure();
   if (const Status status = RefuseIrregular(facts); !status) return status;
-  // What is there may have been exchanged meanwhile.
+  // Another file may have the path by now.
   file = OpenFile(path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
   if (!file || fstat(file.get(), &facts) != 0) return LastFailure();
   size = static_cast<std::size_t>(facts.st_size);

@@ -15,8 +15,8 @@ namespace {
 
 constexpr std::size_t kStackSize = 64 * 1024;
 
-// A thread's value is its stack from here, or g_HostsStack. The thread gives the stack back at its
-// end by way of the key: a thread_local object with a destructor would keep the library loaded.
+// A thread's value is its stack from here, or g_HostsStack. The thread releases the stack at its
+// end through the key: a thread_local object with a destructor would keep the library loaded.
 std::atomic<bool> g_bStarted{false};
 pthread_key_t g_Key;
 char g_HostsStack;
@@ -41,7 +41,7 @@ void GiveBack(void* stack) {
   if (stack == nullptr || stack == &g_HostsStack) return;
   stack_t current{}, none{};
   none.ss_flags = SS_DISABLE;
-  // It cannot be taken from a thread that is running on it.
+  // It cannot be released while its thread is running on it.
   if (HasStack(current) && current.ss_sp == stack && sigaltstack(&none, nullptr) != 0) return;
   const std::size_t guard = GuardSize();
   munmap(static_cast<char*>(stack) - guard, guard + kStackSize);

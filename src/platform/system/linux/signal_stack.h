@@ -1,13 +1,13 @@
 // Stacks for signal handlers, so that they also run when a thread's own stack has overflowed.
-// Threads are given theirs by CoverThread.
+// CoverThread gives a thread its stack.
 #pragma once
 
 namespace qzhid::platform {
 
-/// From now on threads are given stacks. To be called by one thread at a time.
+/// From now on CoverThread gives threads stacks. One thread at a time can call this.
 void StartSignalStacks() noexcept;
 
-/// Ends that and takes the calling thread's stack back. Those of other threads stay, because the
+/// Ends that and releases the calling thread's stack. Those of other threads stay, because the
 /// kernel may use them as long as the threads live.
 void EndSignalStacks() noexcept;
 

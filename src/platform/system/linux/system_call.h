@@ -11,7 +11,7 @@
 
 namespace qzhid::platform {
 
-/// The failure of the system call that was made last.
+/// The failure of the last system call.
 inline Status LastFailure() { return Status::Failure(static_cast<std::uint32_t>(errno)); }
 
 /// The failure of a call on an empty handle.
@@ -45,17 +45,17 @@ class CFileHandle {
 
   explicit operator bool() const { return m_nFile >= 0; }
   int get() const { return m_nFile; }
-  /// Hands the descriptor on to a new owner.
+  /// Passes the descriptor to a new owner.
   int Release() { return std::exchange(m_nFile, -1); }
 
  private:
   int m_nFile = -1;
 };
 
-/// Takes over a descriptor that was just opened. A host may run with its standard input, output or
-/// error closed, and what it then writes there must not reach a device or a log: a number that low
-/// is exchanged for a higher one, close-on-exec. Empty, with errno saying why, when `file` is
-/// negative or there is no higher number left.
+/// Becomes the owner of a descriptor that was just opened. A host may run with its standard input,
+/// output or error closed, and what it then writes there must not reach a device or a log: such a
+/// low number is replaced by a higher one, close-on-exec. Empty, with the reason in errno, when
+/// `file` is negative or no higher number is left.
 inline CFileHandle TakeDescriptor(int file) {
   CFileHandle taken(file);
   if (file > STDERR_FILENO || !taken) return taken;
@@ -63,7 +63,7 @@ inline CFileHandle TakeDescriptor(int file) {
 }
 
 /// Opens a file relative to an open folder, close-on-exec and never as descriptor 0, 1 or 2. Empty,
-/// with errno saying why, when it cannot be opened.
+/// with the reason in errno, when it cannot be opened.
 inline CFileHandle OpenFileAt(int folder, const char* path, int flags, mode_t mode = 0) {
   return TakeDescriptor(
       Uninterrupted([&] { return openat(folder, path, flags | O_CLOEXEC, mode); }));

@@ -1,4 +1,4 @@
-// Text files that are written, line by line.
+// Writing text files line by line.
 #include <csignal>
 #include <ctime>
 
@@ -19,8 +19,8 @@ bool IsPending(int signal) {
   return sigpending(&pending) == 0 && sigismember(&pending, signal) == 1;
 }
 
-/// While it lives, the signals that a write may raise do not reach the host: that nobody reads a
-/// pipe any more, and that a file has reached its limit. Either would end the process.
+/// While it lives, the signals that a write may raise do not reach the host: a pipe has no reader
+/// any more, or a file has reached its limit. Either would end the process.
 class CSignalShield {
  public:
   CSignalShield() {
@@ -28,7 +28,7 @@ class CSignalShield {
     sigaddset(&m_Raised, SIGPIPE);
     sigaddset(&m_Raised, SIGXFSZ);
     pthread_sigmask(SIG_BLOCK, &m_Raised, &m_Before);
-    // What was there before stays for the host.
+    // Signals that were pending before stay for the host.
     for (const int signal : {SIGPIPE, SIGXFSZ}) {
       if (sigismember(&m_Before, signal) == 1 && IsPending(signal)) sigdelset(&m_Raised, signal);
     }
@@ -37,7 +37,7 @@ class CSignalShield {
   CSignalShield(const CSignalShield&) = delete;
   CSignalShield& operator=(const CSignalShield&) = delete;
 
-  /// Takes back what a failed write has raised.
+  /// Discards the signals that a failed write has raised.
   void Discard() const {
     const timespec noTime{};
     while (sigtimedwait(&m_Raised, nullptr, &noTime) > 0) {

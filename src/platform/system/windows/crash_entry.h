@@ -1,6 +1,5 @@
 // The address that is installed as the crash handler: a few instructions in memory of their own, so
-// that they can be called after the library has been unloaded. A filter that somebody installed
-// later may do that.
+// that a filter that was installed later can call them after the library has been unloaded.
 #pragma once
 
 #include "platform/system/windows/system.h"
@@ -9,15 +8,15 @@ namespace qzhid::platform {
 
 using ExceptionFilter = LPTOP_LEVEL_EXCEPTION_FILTER;
 
-/// Makes an entry that leads to the filter; null on a processor that there is no code for, and
-/// where the system makes no memory executable.
+/// Makes an entry that calls the filter; null on a processor for which there is no code, and when
+/// the system makes no memory executable.
 ExceptionFilter MakeCrashEntry(ExceptionFilter filter) noexcept;
 
-/// From now on the entry leads to that filter, or answers EXCEPTION_CONTINUE_SEARCH by itself when
-/// it is null.
+/// From now on the entry calls that filter, or returns EXCEPTION_CONTINUE_SEARCH itself when the
+/// filter is null.
 void RetireCrashEntry(ExceptionFilter entry, ExceptionFilter filter) noexcept;
 
-/// Releases the memory of an entry that nobody knows.
+/// Releases the memory of an entry that is not installed.
 void FreeCrashEntry(ExceptionFilter entry) noexcept;
 
 }  // namespace qzhid::platform

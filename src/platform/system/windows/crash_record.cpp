@@ -27,9 +27,9 @@ ExceptionFilter g_First = nullptr;     // the filter before the first installati
 ExceptionFilter g_Previous = nullptr;  // the filter before the last one
 std::atomic<bool> g_bInstalled{false};
 bool g_bPinned = false;        // the library stays loaded
-bool g_bMayBeChained = false;  // somebody else may call what is installed
+bool g_bMayBeChained = false;  // another handler may call what is installed
 
-// A new file: what is there is removed, so that no link is followed.
+// A new file: anything that has the name is removed, so that no link is followed.
 HANDLE CreateRecord() {
   DeleteFileW(kRecordName);
   return CreateFileW(kRecordName, GENERIC_WRITE, FILE_SHARE_WRITE, nullptr, CREATE_NEW,
@@ -54,9 +54,9 @@ DWORD WINAPI WriteDumpOnThread(void* crash) {
   return 0;
 }
 
-// Where the stack has overflowed, what is left of it is enough to start a thread, not to write a
-// dump. The thread cannot start when the crash happened under the loader's lock, so it is not
-// waited for without end.
+// After a stack overflow the rest of the stack is enough to start a thread, but not to write a
+// dump. The thread cannot start when the crash happened under the loader's lock, so the wait for it
+// is limited.
 void WriteDumpOnOtherStack(Crash& crash) {
   const HANDLE thread = CreateThread(nullptr, 0, &WriteDumpOnThread, &crash, 0, nullptr);
   if (thread == nullptr) return;
@@ -74,7 +74,7 @@ LONG WINAPI HandleException(EXCEPTION_POINTERS* exception) {
   return EXCEPTION_CONTINUE_SEARCH;
 }
 
-// For good: this is the way out where there is no entry that outlives the library.
+// Forever: for systems on which no entry can outlive the library.
 void PinLibrary() {
   HMODULE module = nullptr;
   GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,

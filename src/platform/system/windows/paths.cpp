@@ -1,4 +1,4 @@
-// Tests of narrow paths, made on wide ones: those may be longer than MAX_PATH.
+// Tests of narrow paths, in their wide form, which can be longer than MAX_PATH.
 #include "platform/system/windows/system.h"
 
 // After the general Windows header.

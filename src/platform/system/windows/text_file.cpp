@@ -1,4 +1,4 @@
-// Text files that are written, line by line.
+// Writing text files line by line.
 #include "platform/system/windows/system.h"
 
 namespace qzhid::platform {
