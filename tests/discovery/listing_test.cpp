@@ -1,5 +1,6 @@
 // The exported records.
 #include "discovery/hid_find.h"
+#include "discovery/record_text.h"
 #include "support/layer_test.h"
 
 namespace qzhid::test {
@@ -175,6 +176,19 @@ TEST_F(ListingTest, ATextListMustFit512CharactersWithItsTwoTerminators) {
       }
       Forget();
     }
+  }
+}
+
+TEST_F(ListingTest, AFieldKeepsAZeroAfterItsTextAndPairsWhole) {
+  const std::pair<std::wstring, std::wstring> rows[] = {{L"abc", L"abc"},
+                                                        {L"abcd", L"abc"},
+                                                        {L"a\U0001F600", L"a\U0001F600"},
+                                                        {L"ab\U0001F600", L"ab"}};
+  for (const auto& [text, stored] : rows) {
+    QZ_Utf16 field[5] = {0, 0, 0, 0, u'x'};
+    StoreText(field, 4, text);
+    EXPECT_EQ(stored, qzhid::ReadText(field, 4));
+    EXPECT_EQ(u'x', field[4]) << "beyond the field";
   }
 }
 
