@@ -63,5 +63,15 @@ TEST_F(SharedStateTest, ADeviceIsSearchedAmongTheRecordsThatAreHeldAndCounted) {
   EXPECT_EQ(nullptr, cache.Find(7));
 }
 
+TEST_F(SharedStateTest, ARecordOfAnotherTypeIsNotOpened) {
+  List();
+  HidDevRecord record = *CDevListCache::Instance().Find(machine->HidInstance("hub"));
+  record.dwDevType = QZ_DEVICE_TYPE_HID + 1;
+  CDevListCache::Instance().Store(&record, 1);
+  ClearRecords();
+  EXPECT_EQ(nullptr, QZ_OpenHid(record.dwInst));
+  EXPECT_THAT(Outputs(), IsEmpty());
+}
+
 }  // namespace
 }  // namespace qzhid::test
