@@ -1,4 +1,5 @@
-// Takes the place of the operator new of the sanitizer or the standard library, for the whole program.
+// Takes the place of the operator new of the sanitizer or the standard library, for the whole
+// program.
 #include "scarce_memory.h"
 
 #include <dlfcn.h>

@@ -13,34 +13,34 @@ constexpr DWORD kPollEveryMs = 20;
 
 [[noreturn]] void Fail() { throw NotStarted("system error " + std::to_string(GetLastError())); }
 
-class Handle {
- public:
-  Handle() = default;
-  Handle(const Handle&) = delete;
-  Handle& operator=(const Handle&) = delete;
-  ~Handle() { Close(); }
-  HANDLE Get() const { return handle_; }
-  HANDLE* Place() { return &handle_; }
-  void Close() {
-    if (handle_ != nullptr) CloseHandle(handle_);
-    handle_ = nullptr;
-  }
-
- private:
-  HANDLE handle_ = nullptr;
-};
-
-/// Both ends stay in this process unless they are passed on.
-struct Pipe {
-  Handle readEnd, writeEnd;
-  Pipe() {
-    if (CreatePipe(readEnd.Place(), writeEnd.Place(), nullptr, 0) == 0) Fail();
-  }
-};
-
 }  // namespace
 
 struct Process::Data {
+  class Handle {
+   public:
+    Handle() = default;
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+    ~Handle() { Close(); }
+    HANDLE Get() const { return handle_; }
+    HANDLE* Place() { return &handle_; }
+    void Close() {
+      if (handle_ != nullptr) CloseHandle(handle_);
+      handle_ = nullptr;
+    }
+
+   private:
+    HANDLE handle_ = nullptr;
+  };
+
+  /// Both ends stay in this process unless they are passed on.
+  struct Pipe {
+    Handle readEnd, writeEnd;
+    Pipe() {
+      if (CreatePipe(readEnd.Place(), writeEnd.Place(), nullptr, 0) == 0) Fail();
+    }
+  };
+
   Pipe input, output;
   Handle process;
 };
