@@ -51,6 +51,7 @@ usr/lib/ARCH/qzhidapi/virtual/libQzHidAPI.so
 usr/share/doc/QzHidAPI/CHANGELOG.md
 usr/share/doc/QzHidAPI/CONTRIBUTING.md
 usr/share/doc/QzHidAPI/README.md
+usr/share/doc/QzHidAPI/SECURITY.md
 usr/share/doc/QzHidAPI/docs/
 usr/share/doc/QzHidAPI/examples/
 usr/share/doc/libqzhidapi-dev/copyright

@@ -29,6 +29,7 @@ share/doc/QzHidAPI/CHANGELOG.md
 share/doc/QzHidAPI/CONTRIBUTING.md
 share/doc/QzHidAPI/LICENSE
 share/doc/QzHidAPI/README.md
+share/doc/QzHidAPI/SECURITY.md
 share/doc/QzHidAPI/docs/
 share/doc/QzHidAPI/examples/
 END
