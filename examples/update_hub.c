@@ -61,8 +61,8 @@ static const char* whyNoImage(const char* path) {
   struct stat facts;
   if (stat(path, &facts) != 0) return "cannot find the image";
   if ((facts.st_mode & S_IFMT) != S_IFREG) return "the image is not a regular file";
-  if (facts.st_size < SHORTEST_IMAGE) return "the image is too short to be a whole one";
-  if (facts.st_size > LONGEST_IMAGE) return "the image is too long to be one";
+  if (facts.st_size < SHORTEST_IMAGE) return "the image is too short";
+  if (facts.st_size > LONGEST_IMAGE) return "the image is too long";
   return NULL;
 }
 

@@ -38,10 +38,10 @@ scenario ', "plugged": false'
 expect 1 'update_hub: no such hub is attached' update_hub "$work/new.bin"
 for size in 0 300 32679; do
   truncate -s $size "$work/odd.bin"
-  expect 1 'update_hub: the image is too short to be a whole one' update_hub "$work/odd.bin"
+  expect 1 'update_hub: the image is too short' update_hub "$work/odd.bin"
 done
 truncate -s 16777217 "$work/odd.bin"
-expect 1 'update_hub: the image is too long to be one' update_hub "$work/odd.bin"
+expect 1 'update_hub: the image is too long' update_hub "$work/odd.bin"
 mkfifo "$work/pipe"
 expect 1 'update_hub: the image is not a regular file' update_hub "$work/pipe"
 expect 1 'i2c_eeprom: no hub answers' i2c_eeprom
