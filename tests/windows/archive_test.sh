@@ -1,6 +1,6 @@
 #!/bin/sh
-# archive_test.sh CMAKE CPACK BUILD ARCHITECTURE: the archive of the build folder holds what users need, and
-# nothing else.
+# archive_test.sh CMAKE CPACK BUILD ARCHITECTURE: the archive of the build folder contains what users need
+# and nothing else.
 set -eu
 cmake=$1 build=$3 architecture=$4
 work=$(mktemp -d)
