@@ -48,7 +48,7 @@ TEST_F(SharedStateTest, ADeviceIsSearchedAmongTheRecordsThatAreHeldAndCounted) {
     records[i].dwInst = i < 2 ? 7 : 9;  // the first of two wins
     records[i].Port = i;
   }
-  cache.Abandon();
+  cache.Clear();
   EXPECT_EQ(nullptr, cache.Find(7));
   cache.Store(records, 3);
   ASSERT_NE(nullptr, cache.Find(7));
@@ -61,9 +61,16 @@ TEST_F(SharedStateTest, ADeviceIsSearchedAmongTheRecordsThatAreHeldAndCounted) {
   EXPECT_NE(nullptr, cache.Find(7)) << "a listing that found none keeps the count";
   cache.Clear();
   EXPECT_EQ(nullptr, cache.Find(7));
-  cache.Store(records, 3);
-  cache.Abandon();
-  EXPECT_EQ(nullptr, cache.Find(7));
+}
+
+TEST_F(SharedStateTest, ARecordOfAnotherTypeIsNotOpened) {
+  List();
+  HidDevRecord record = *CDevListCache::Instance().Find(machine->HidInstance("hub"));
+  record.dwDevType = QZ_DEVICE_TYPE_HID + 1;
+  CDevListCache::Instance().Store(&record, 1);
+  ClearRecords();
+  EXPECT_EQ(nullptr, QZ_OpenHid(record.dwInst));
+  EXPECT_THAT(Outputs(), IsEmpty());
 }
 
 }  // namespace

@@ -356,5 +356,21 @@ TEST_F(CrossingCallsTest, ACloseByAnotherThreadAfter100PercentTakesEffectWhenThe
   EXPECT_EQ(kNoHandles, Handles());
 }
 
+TEST_F(CrossingCallsTest, AnUpdateInsideAnotherLeavesDeferredClosesToTheOuterOne) {
+  std::uint32_t afterInner = kRejected;
+  bool isInner = false;
+  EXPECT_TRUE(Update([&](int percent) {
+    if (percent != 100 || std::exchange(isInner, true)) return;
+    std::thread([this] { QZ_CloseDev(handle); }).join();
+    List();
+    void* const second = QZ_OpenHid(other);
+    EXPECT_EQ(1, QZ_UpdateDev(second, image.path(), OnProgress));
+    afterInner = QZ_HidI2CConfig(handle, 0xA0, 2, 1);
+    QZ_CloseDev(second);
+  }));
+  EXPECT_EQ(0u, afterInner) << "not closed yet";
+  EXPECT_EQ(kRejected, QZ_HidI2CConfig(handle, 0xA0, 2, 1));
+}
+
 }  // namespace
 }  // namespace qzhid::test

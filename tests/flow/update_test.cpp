@@ -1,4 +1,4 @@
-// The jobs on a hub.
+// The jobs on a hub. What a fault at any place comes to is in the fault sweep.
 #include <functional>
 
 #include "device/hid_dev.h"
@@ -82,49 +82,6 @@ TEST_F(UpdateTest, ProgressFollowsTheChunksAndTheHubMayTakeItsTimeToAnswer) {
   EXPECT_THAT(log.progress, ElementsAreArray(expected));
 }
 
-/// Another program has the hub for that time, from the n-th open on that the library tries.
-Fault TakenAtOpen(std::uint32_t nth, std::uint32_t releaseMs) {
-  Fault fault = CallFault(Service::OpenHidDevice, nth);
-  fault.action = Hold;
-  fault.releaseMs = releaseMs;
-  return fault;
-}
-
-// What each failing step logs is in steps_test.cpp; the fault sweep has a fault at every place.
-TEST_F(UpdateTest, AFaultEndsTheUpdateWhereItStrikesAndItCanBeRepeated) {
-  struct Case {
-    const char* name;
-    Fault fault;
-    int reached;  // progress before it falls back to 0
-    bool isDualBank = false;
-  };
-  // The hub is enabled on arrival (1st 0x4002), after the reset (2nd), to erase (3rd) and to write
-  // (4th), and erased by the erase step (1st 0x40E8) and the write step (2nd).
-  for (const Case& c : {Case{"silent", RequestFault(0x4002, 1, 0), 0},
-                        Case{"taken for long", TakenAtOpen(4, 30000), 20},
-                        // After the scan that finds the hub: it is no longer new to the next.
-                        Case{"taken for a moment", TakenAtOpen(5, 1), 20},
-                        Case{"second erase", RequestFault(0x40E8, 2), 30},
-                        Case{"last bytes", RequestFault(0x40C8, 256), 69},
-                        Case{"unplugged", RequestFault(0x40C8, 129, 1, Unplug), 50},
-                        Case{"dual bank: erase", RequestFault(0x40E8), 30, true},
-                        Case{"dual bank: lost", RequestFault(0x40C8, 9, 1, LoseWrite), 70, true}}) {
-    SCOPED_TRACE(c.name);
-    InstallHub([&](HubConfig& config) { config.dualBank = config.ispSupported = c.isDualBank; });
-    machine->AddFault(c.fault);
-    EXPECT_FALSE(Update());
-    EXPECT_EQ(0, log.progress.back());
-    EXPECT_EQ(c.reached, log.progress[log.progress.size() - 2]);
-    EXPECT_EQ(kNoHandles, Handles());
-    if (c.isDualBank) ExpectBank(0, kOldImage);
-
-    machine->ClearFaults();
-    machine->Plug("hub");
-    EXPECT_TRUE(Update());
-    ExpectUpdated(c.isDualBank ? 1 : 0);
-  }
-}
-
 TEST_F(UpdateTest, NodeNumbersAndAShortAbsenceCostTimeAtMost) {
   for (const auto numbers : {InstanceNumbers::ById, InstanceNumbers::ByArrival}) {
     for (const std::uint16_t romPid :
@@ -149,21 +106,12 @@ TEST_F(UpdateTest, NodeNumbersAndAShortAbsenceCostTimeAtMost) {
   }
 }
 
-TEST_F(UpdateTest, AReadBackThatDiffersPassesAndTheHubRefusesToStartTheImage) {
-  machine->AddFault(RequestFault(0x40C8, 9, 1, LoseWrite));
-  EXPECT_TRUE(Update());
-  EXPECT_EQ(Code::Rom, hub().code());
-  machine->ClearFaults();
-  EXPECT_TRUE(Update());
-  ExpectUpdated(0);
-}
-
 TEST_F(UpdateTest, AHubThatLosesPowerBeforeTheEraseKeepsItsFirmwareAndNeedsANewDeviceObject) {
   machine->AddFault(RequestFault(0x40E8, 1, 1, PowerLoss));
   EXPECT_FALSE(Update());
   machine->ClearFaults();
   machine->Plug("hub");
-  EXPECT_FALSE(Update());  // the object still stands for a hub in its ROM code
+  EXPECT_FALSE(Update());  // the object still represents a hub in its ROM code
   ExpectBank(0, kOldImage);
   dev = std::make_unique<CHidDev>(NodeMatchers());
   dev->SetPosition(2, 1);

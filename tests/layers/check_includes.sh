@@ -17,7 +17,7 @@ may_use() {
     src/platform/virtual) echo platform virtualhub QzHidAPI.h ;;
     src/platform*) echo platform QzHidAPI.h ;;
     virtualhub*) echo virtualhub ;;
-    tools/qzhid*) echo qzhid common QzHidAPI.h ;;
+    tools/qzhid*) echo qzhid common virtualhub QzHidAPI.h ;;
   esac
 }
 

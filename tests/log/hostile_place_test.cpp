@@ -15,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A file size limit stands for a disk that is full: what does not fit fails in the same way.
+/// A file size limit acts as a full disk: what does not fit fails in the same way.
 void LimitFileSize(rlim_t bytes) {
   rlimit limit{};
   getrlimit(RLIMIT_FSIZE, &limit);

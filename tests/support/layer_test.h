@@ -14,7 +14,10 @@ namespace qzhid::test {
 /// A machine with the library's layers on it. No device is open at first.
 class LayerTest : public MachineTest {
  protected:
-  LayerTest() { NewProperty(); }
+  LayerTest() {
+    NewProperty();
+    log.Clear();  // the first object of a process says what it runs on
+  }
   ~LayerTest() override { requests.SetProperty(nullptr); }
 
   /// Opens the device "hub" as QZ_OpenHid does, without the device object; forgets the records.

@@ -2,6 +2,7 @@
 #include <fstream>
 
 #include "hub_bench.h"
+#include "support/temp_file.h"
 #include "virtualhub/hub/image.h"
 
 namespace virtualhub::test {
@@ -140,7 +141,7 @@ class StateFolderTest : public HubBench {
     return ::testing::internal::GetCapturedStderr();
   }
 
-  const std::string folder = ::testing::TempDir() + "virtualhub-state";
+  const std::string folder = qzhid::test::UniquePath("state");
   const std::string file = folder + "/hub.flash";
 };
 

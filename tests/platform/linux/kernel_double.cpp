@@ -90,7 +90,7 @@ void KernelDouble::Plug(const PluggedDevice& device) {
   const std::string hub = device.ports.substr(0, dot == std::string::npos ? 0 : dot);
   if (!hub.empty() && present_.count(hub) == 0) Plug({.ports = hub, .hidraw = -1});
 
-  const unsigned file = plugged_ % std::size(kDeviceFiles);
+  const unsigned file = plugged_ % static_cast<unsigned>(std::size(kDeviceFiles));
   present_[device.ports] = {device, file};
   const dev_t number = NumberOf(kDeviceFiles[file]);
   const std::string numberText =
