@@ -19,7 +19,7 @@ constexpr std::size_t kTextCapacity = 1024;
 
 // ---- Listing -----------------------------------------------------------------------------------
 
-/// Everything about a node that a listing asks for once it is open.
+/// Reads everything about an open node that a listing needs.
 void AskProperties(platform::DevInst node) {
   using platform::TextProperty;
   std::wstring text;
@@ -90,7 +90,7 @@ void Listing(benchmark::State& state, const char* name) {
     const auto nodes = [&](const std::vector<double>& seconds) {
       return Text(Median(seconds) / counts[i] * 1e6, "us a node of ") + std::to_string(counts[i]);
     };
-    // The cost of a node in units of what the platform takes for it.
+    // The cost of a node as a multiple of what the platform needs for it.
     const double deviation = (most - least) / (most + least);
     Print({std::string(name) + "/" + std::to_string(counts[i]), nodes(pairs[i].subject),
            nodes(pairs[i].baseline),
@@ -103,7 +103,7 @@ const CRowRunner g_listingRow{"listing", 15, Listing};
 
 // ---- Scanning ----------------------------------------------------------------------------------
 
-/// A finder that sees the nodes that it is told to, and looks at the clock behind the enumeration.
+/// A finder that sees the nodes that it is given, and reads the clock after the enumeration.
 class CWatchedFind final : public CUSBDevFind {
  public:
   const platform::Guid* GetClassGuid() override { return &m_Class; }
@@ -114,7 +114,7 @@ class CWatchedFind final : public CUSBDevFind {
     return isListed;
   }
 
-  /// Seconds of a scan behind the enumeration.
+  /// Seconds that a scan takes after the enumeration.
   double Scan(std::function<bool(std::uint32_t)> isSeen) {
     m_IsSeen = std::move(isSeen);
     ScanDevs();
@@ -128,7 +128,7 @@ class CWatchedFind final : public CUSBDevFind {
   Clock::time_point m_Listed;
 };
 
-/// The same with nothing but the standard library.
+/// The same with the standard library only.
 class CBareScan {
  public:
   double Scan(const Nodes& nodes) {
@@ -149,7 +149,7 @@ class CBareScan {
   Nodes m_Current, m_Last, m_Arrived, m_Removed;
 };
 
-/// Scans of 1000 of 2000 nodes; in every other one `changed` of them have given way to others.
+/// Scans of 1000 of 2000 nodes; in every second scan `changed` of them are replaced by others.
 void Scan(benchmark::State& state, const char* name, std::size_t changed) {
   constexpr std::size_t kSeen = 1000;
   virtualhub::Machine& machine = virtualhub::InstallMachine(DeviceScenario(2 * kSeen));

@@ -1,6 +1,6 @@
 #!/bin/sh
-# eight_hubs.sh QZHID QZHUB: prints the row of the table that compares an update of eight virtual
-# hubs, with their default latency and in real time, with the update of one.
+# eight_hubs.sh QZHID QZHUB: prints the row that compares updating eight virtual hubs with updating
+# one, in real time and with their default latency.
 set -eu
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

@@ -30,7 +30,7 @@ bool SendIn(CRequestCMD& commands) {
   return commands.Yv_ReadFlash2(0x1000, data.data(), data.size()) == 0;
 }
 
-/// One request against its own exchanges.
+/// Compares one request with its own exchanges.
 void Request(benchmark::State& state, const char* name, bool (*send)(CRequestCMD&)) {
   COpenHub hub(HubScenario(0, kWritten));
   CRequestCMD& commands = CRequestCMD::Instance();

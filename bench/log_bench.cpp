@@ -18,7 +18,7 @@ namespace {
 constexpr const char* kTag = "CHidTransfers::HidDataOut";
 constexpr int kLines = 20000;  // of one run
 
-/// Seconds of that many calls, shared out among threads.
+/// Seconds that so many calls take, divided among threads.
 double OnThreads(int threads, const std::function<void(int)>& write) {
   return Seconds([&] {
     std::vector<std::thread> running;
@@ -63,7 +63,7 @@ void Log(benchmark::State& state, const char* name, int threads) {
   msg.RemoveResponder(&own);
   if (threads == 1 && LastText(ownPath) != LastText(peerPath)) Fail("the texts differ");
 
-  // Two more calls of the system a line than the peer, which keep signals away from the host.
+  // Two more system calls for each line than the peer, to keep signals away from the host.
   constexpr double kLeastRate = 0.7;
   const double rate = 1 / pairs.Ratio();
   const auto lines = [](const std::vector<double>& seconds) {

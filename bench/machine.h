@@ -1,4 +1,4 @@
-// Virtual machines to measure on, and the calls of the platform without the library.
+// Machines to measure on, and the calls of the platform interface without the library.
 #pragma once
 
 #include <cstdio>
@@ -15,7 +15,7 @@
 
 namespace qzhid::bench {
 
-/// A scenario with one hub, "hub", that runs ROM code and holds no image.
+/// A scenario with one hub, "hub", that runs ROM code and has no image.
 inline std::string HubScenario(unsigned latencyUs, unsigned bankSize) {
   char text[256];
   std::snprintf(text, sizeof(text),
@@ -25,7 +25,7 @@ inline std::string HubScenario(unsigned latencyUs, unsigned bankSize) {
   return text;
 }
 
-/// A scenario with so many HID devices that pass for members of the family, "d0", "d1", ...
+/// A scenario with so many HID devices with the family's ids, "d0", "d1", ...
 inline std::string DeviceScenario(unsigned count) {
   std::string devices;
   for (unsigned i = 0; i < count; ++i) {
@@ -57,7 +57,7 @@ inline platform::HidDevice OpenNode(std::uint32_t index) {
   return device;
 }
 
-/// Makes all the calls of a listing of devices that all pass for members of the family.
+/// Makes all calls of a listing of devices that all have the family's ids.
 void AskPlatform();
 
 /// The property object and transfers of an update, with the only device of a new machine open.
@@ -78,10 +78,10 @@ class COpenHub {
   CHidProperty m_Property{std::make_unique<CHidTransfers>()};
 };
 
-/// The report exchanges of some work, to be made again without the library.
+/// The exchanges of some work, to be repeated without the library.
 class CBareExchanges {
  public:
-  /// Does the work once on the machine's only device, and takes down what it exchanges.
+  /// Does the work once on the machine's only device, and records its exchanges.
   template <class Work>
   CBareExchanges(virtualhub::Machine& machine, const Work& work) : m_Device(OpenNode(0)) {
     using Kind = virtualhub::Record::Kind;

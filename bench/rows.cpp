@@ -17,7 +17,7 @@ std::string TimeText(double seconds) {
   return Text(seconds * 1e3, "ms");
 }
 
-/// Swallows what the harness would print.
+/// Discards what the harness would print.
 class CSilentReporter final : public benchmark::BenchmarkReporter {
  public:
   bool ReportContext(const Context&) override { return true; }

@@ -1,4 +1,4 @@
-// The rows of the table: what is measured, in pairs with its baseline.
+// The rows of the table: measurements in pairs with their baselines.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -10,7 +10,7 @@
 
 namespace qzhid::bench {
 
-/// Has function(state, name, arguments...) measure the row of that name when the program runs.
+/// Registers function(state, name, arguments...) to measure the row of that name.
 struct CRowRunner {
   template <class Function, class... Arguments>
   CRowRunner(const char* name, int iterations, Function function, Arguments... arguments) {
@@ -21,17 +21,17 @@ struct CRowRunner {
   }
 };
 
-/// One line of the table. `figure` is what is held against the limit.
+/// One line of the table. `figure` is what is compared with the limit.
 struct Row {
   std::string name, measured, baseline, figure, limit;
 };
 void Print(const Row& row, bool isMet);
 
-/// A number with its unit, in three digits or so.
+/// A number with its unit, in about three digits.
 std::string Text(double value, const std::string& unit);
 
-/// Seconds of the processor that the call takes, whatever else the machine does meanwhile: for work
-/// of one thread that waits for nothing, and so long that two looks at that clock do not count.
+/// Processor time of the call in seconds, whatever else the computer does in the meantime. For work
+/// of one thread that waits for nothing, and that is long compared with reading that clock twice.
 double ProcessorSeconds(const std::function<void()>& call);
 
 /// Seconds that the call takes.
@@ -45,18 +45,18 @@ double Seconds(const Call& call) {
 
 double Median(std::vector<double> values);
 
-/// Seconds of many runs, each of the subject beside one of the baseline.
+/// Seconds of many runs, in pairs of subject and baseline.
 struct Pairs {
   void Add(double own, double bare);
-  /// Medians over the pairs, so that what disturbs a pair disturbs both of it.
+  /// Medians of the pairs, because what disturbs a pair disturbs both of its runs.
   double Ratio() const { return Median(ratios); }
   double Difference() const { return Median(differences); }
 
   std::vector<double> subject, baseline, ratios, differences;
 };
 
-/// Runs `subject` and `baseline`, which return their seconds, once an iteration of the state, in
-/// alternating order. A first pair is not counted.
+/// Runs `subject` and `baseline`, which return their seconds, once in each iteration of the state,
+/// in alternating order. The first pair is not counted.
 template <class Subject, class Baseline>
 Pairs RunPairs(benchmark::State& state, const Subject& subject, const Baseline& baseline) {
   Pairs pairs;
@@ -74,14 +74,14 @@ Pairs RunPairs(benchmark::State& state, const Subject& subject, const Baseline& 
 }
 
 /// Print a row whose ratio, or whose seconds above the baseline's, must not exceed the limit. The
-/// times are of one of `count` units of work in a run.
+/// times are those of one of `count` units of work in a run.
 void PrintRatio(const std::string& name, const Pairs& pairs, double count, double limit);
 void PrintDifference(const std::string& name, const Pairs& pairs, double count, double limit);
 
 /// A path in the temporary folder.
 std::string TempPath(const std::string& name);
 
-/// Ends the program: a row that cannot be measured must not look like one that was not asked for.
+/// Ends the program: a row that cannot be measured must not look like one that was not requested.
 [[noreturn]] void Fail(const std::string& why);
 
 }  // namespace qzhid::bench

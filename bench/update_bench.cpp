@@ -1,4 +1,4 @@
-// Whole updates through the exports, time and memory; and the first listing of a process.
+// Time and memory of complete updates through the exports, and the first listing of a process.
 #include <dlfcn.h>
 #include <malloc.h>
 #include <sys/wait.h>
@@ -54,10 +54,10 @@ class CUpdate {
   void* m_pHub = nullptr;
 };
 
-/// The straight line that runs of several sizes lie on, by the least relative deviations.
+/// The straight line through runs of several sizes that has the least relative deviations.
 struct Line {
   double fixed = 0, perByte = 0;
-  double deviation = 0;  // the largest of a run, as a part of its time
+  double deviation = 0;  // the largest of all runs, relative to the run's time
 };
 
 Line Fit(const std::vector<double>& sizes, const std::vector<double>& seconds) {
@@ -125,25 +125,25 @@ double InChild(const Work& work) {
   return value;
 }
 
-/// Memory of this process in bytes: "VmRSS" what it has now, "VmHWM" the most that it ever had.
+/// Memory of this process in bytes: "VmRSS" is what it has now, "VmHWM" the most that it has had.
 double MemoryNow(const std::string& field) {
   std::ifstream status("/proc/self/status");
   for (std::string name; status >> name;) {
     double kib = 0;
     if (name == field + ':' && status >> kib) return kib * kKiB;
   }
-  Fail("the kernel does not tell the memory of a process");
+  Fail("the kernel does not report the memory of a process");
 }
 
-/// How much the process grows at the most, in a process that has updated nothing yet.
+/// How much the process grows at most, in a process that has not updated anything yet.
 void Memory(benchmark::State& state, const char* name) {
   constexpr double kImage = 4 * kKiB * kKiB, kLimit = 2 * kImage + 2 * kKiB * kKiB;
   const auto measure = [] {
     const CUpdate update(static_cast<std::uint32_t>(kImage));
     malloc_trim(0);
-    std::ofstream("/proc/self/clear_refs") << 5 << std::flush;  // the peak begins here
+    std::ofstream("/proc/self/clear_refs") << 5 << std::flush;  // the peak is measured from here on
     const double before = MemoryNow("VmRSS");
-    if (MemoryNow("VmHWM") - before > kKiB * kKiB) Fail("the peak lies before the update");
+    if (MemoryNow("VmHWM") - before > kKiB * kKiB) Fail("the peak was before the update");
     update.Run();
     return MemoryNow("VmHWM") - before;
   };

@@ -1,8 +1,8 @@
-// Measures what the library adds to the write phase of an update on a real kernel: the time of its
-// flash writes against the same ioctls in a bare loop, and against the same reports through the
-// hidapi library where that is installed. They take turns: behind each write of the library the
-// same report is sent again in the other ways, which changes nothing in flash, so that other work
-// on the host disturbs all alike. Medians are compared.
+// Measures what the library adds to the write phase of an update on a real kernel. Compares the
+// time of its flash writes with the same ioctls in a bare loop, and with the same reports through
+// the hidapi library if that is installed. They take turns: after each write of the library, the
+// same report is sent again in the other ways, which changes nothing in the flash. So other work on
+// the computer disturbs all of them alike. The medians are compared.
 #include <dlfcn.h>
 #include <linux/hidraw.h>
 #include <linux/ioctl.h>
@@ -24,7 +24,7 @@ using Clock = std::chrono::steady_clock;
 constexpr int kUpdates = 2;
 constexpr std::size_t kMostWrites = 4096;
 
-/// The calls of hidapi that send a report; without them it is left out.
+/// The calls of hidapi that send a report; without them, hidapi is not measured.
 class CHidapi {
  public:
   CHidapi() {
@@ -34,8 +34,8 @@ class CHidapi {
     Find(library, "hid_write", m_Write);
   }
 
-  /// Sends to the device that is open under that number. After the device has come back as another
-  /// instance, the first call only opens it.
+  /// Sends to the device that is open with that descriptor. After the device has come back as
+  /// another instance, the first call only opens it.
   bool Write(int hidraw, const unsigned char* report, std::size_t size) {
     if (m_Device != nullptr && m_Write(m_Device, report, size) >= 0) return true;
     Open(hidraw);
@@ -110,7 +110,7 @@ void PrintRow(const char* name, const std::vector<double>& others, double limit)
 
 }  // namespace
 
-// Stands in front of the C library's, for the library under test, too.
+// Replaces the function of the C library, also for the library under test.
 extern "C" __attribute__((visibility("default"))) int ioctl(int file, unsigned long request,
                                                             ...) noexcept {
   va_list arguments;
@@ -142,7 +142,7 @@ int main() {
     }
   }
   PrintRow("write_phase/kernel/ioctl", g_Bare, 1.05);
-  // No slower means: not by half a per cent, which is what repeated runs differ by.
+  // "No slower" allows half a per cent, because repeated runs differ by that much.
   if (!g_Hidapi.empty()) PrintRow("write_phase/kernel/hidapi", g_Hidapi, 1.005);
   return 0;
 }

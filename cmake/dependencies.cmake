@@ -1,6 +1,5 @@
-# Libraries of headers only, for the host as well as for the targets of cross builds: there a host
-# package is used through a folder of its own, because its include folder holds the host's system
-# headers as well.
+# Header-only libraries, also for cross builds. These use the package of the build system through a
+# folder of its own, because the package's include folder also contains the headers of that system.
 function(qz_find_headers package target file)
   if(NOT CMAKE_CROSSCOMPILING)
     find_package(${package} REQUIRED GLOBAL)

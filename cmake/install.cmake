@@ -1,7 +1,7 @@
-# What `cmake --install` puts where, in the components "library", "development" and "tools".
+# What `cmake --install` installs and where, in the components "library", "development" and "tools".
 include(CMakePackageConfigHelpers)
 
-# All that is installed of what is built, and no more.
+# Builds everything that is installed, and nothing else.
 add_custom_target(installed)
 
 # qz_install_library(target bindir libdir)
@@ -39,7 +39,7 @@ install(FILES ${folder}/qzhidapi.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfi
   COMPONENT development)
 install(FILES include/QzHidAPI.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
-# The documents link to one another, and to the examples, as they do in the source tree.
+# The links between documents and to the examples work as in the source tree.
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development

@@ -1,10 +1,10 @@
-# The tools, their manual pages and completions, and what lets a user open hubs.
+# The tools with their manual pages and completions, and the rule that lets a user open hubs.
 install(TARGETS qzhub qzhid RUNTIME COMPONENT tools)
 add_dependencies(installed qzhub qzhid)
 if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
-  # udev looks there under /usr and /usr/local.
+  # udev finds it there under /usr and /usr/local.
   install(FILES packaging/70-qzhidapi.rules DESTINATION lib/udev/rules.d COMPONENT tools)
-  # Not in a folder where it would take effect: hubs differ.
+  # Not in a folder where it would take effect, because hubs differ.
   install(FILES packaging/qzhidapi-usbhid.conf DESTINATION ${CMAKE_INSTALL_DATADIR}/qzhidapi
     COMPONENT tools)
 endif()

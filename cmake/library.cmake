@@ -1,6 +1,5 @@
-# qz_add_library(target name backend folder): the library on one platform backend, known to hosts as
-# QzHidAPI::NAME, in a folder of its own under the folder of libraries (or in that folder itself, when
-# the argument is empty).
+# qz_add_library(target name backend folder): the library on one platform backend. Hosts link to it as
+# QzHidAPI::NAME. It is built in `folder` under the folder of libraries; empty for that folder itself.
 function(qz_add_library target name backend folder)
   add_library(${target} SHARED $<TARGET_OBJECTS:qzhid_core> $<TARGET_OBJECTS:${backend}>)
   add_library(QzHidAPI::${name} ALIAS ${target})
@@ -20,7 +19,7 @@ function(qz_add_library target name backend folder)
   endif()
 endfunction()
 
-# Entry point, version resource and name of a Windows DLL.
+# The entry point, version resource and name of a Windows DLL.
 function(qz_finish_dll target)
   set(resource ${PROJECT_BINARY_DIR}/version.rc)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/version.rc.in ${resource} @ONLY)
@@ -31,18 +30,18 @@ function(qz_finish_dll target)
   set_target_properties(${target} PROPERTIES PREFIX "")
 endfunction()
 
-# Nothing but the exports is visible, and nothing is left to be found elsewhere. All backends share
-# the soname and the versions of the symbols, so that a host runs on any of them.
+# Only the exports are visible, and no symbol is unresolved. All backends have the same soname and symbol
+# versions, so that a host runs on any of them.
 function(qz_finish_shared_object target)
   target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src/platform/system/linux/process_life.cpp)
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src)
   target_compile_definitions(${target} PRIVATE QZ_BUILDING_LIBRARY)
   set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)
-  # Standard library templates that were instantiated in the library stay inside.
+  # This also hides templates of the standard library that are instantiated in the library.
   target_link_options(${target} PRIVATE -Wl,--version-script=${exports})
   set_target_properties(${target} PROPERTIES LINK_DEPENDS ${exports}
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
-  # A sanitized library finds the sanitizers' runtime in the program.
+  # A sanitized library gets the sanitizers' runtime from the program.
   if(NOT QZ_SANITIZE)
     target_link_options(${target} PRIVATE -Wl,--no-undefined)
   endif()

@@ -1,11 +1,11 @@
-# What cpack makes: Debian packages by component on Linux, one archive with everything for Windows.
+# What cpack makes: a Debian package for each component on Linux, one archive with everything for Windows.
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGE_VENDOR "The QzHidAPI authors")
 set(CPACK_PACKAGE_CONTACT "${CPACK_PACKAGE_VENDOR}")
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
-# Whatever the umask is.
+# Independent of the umask.
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
@@ -40,16 +40,16 @@ endmacro()
 
 set(library_package libqzhidapi${PROJECT_VERSION_MAJOR})
 qz_debian_package(library ${library_package} libs "service library for USB hub controllers"
-  "Finds USB hub controllers through their vendor HID interface, updates their firmware and reaches I2C peripherals, flash and GPIO lines behind them. Also holds the same library on virtual hubs, for tests without hardware.")
+  "Finds USB hub controllers through their vendor HID interface, updates their firmware and reaches I2C peripherals, flash and GPIO lines behind them. Also contains the same library on virtual hubs, for tests without hardware.")
 qz_debian_package(development libqzhidapi-dev libdevel
   "service library for USB hub controllers: development files"
   "Header, CMake and pkg-config files, documents and examples.")
 qz_debian_package(tools qzhidapi-tools utils "tools for USB hub controllers"
-  "Programs that service hubs and serve virtual ones, and the udev rule that lets the user at the machine open hubs.")
+  "Programs that service hubs and serve virtual hubs, and the udev rule that lets the user at the computer open hubs.")
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS library)
 set(CPACK_COMPONENT_TOOLS_DEPENDS library)  # hosts load it at run time
 
-# A program built against this version runs on all later ones of the same soname.
+# A program that was built with this version runs with all later versions of the same soname.
 set(shlibs ${PROJECT_BINARY_DIR}/install/shlibs)
 file(WRITE ${shlibs}
   "libQzHidAPI ${PROJECT_VERSION_MAJOR} ${library_package} (>= ${PROJECT_VERSION})\n")

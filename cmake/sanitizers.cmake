@@ -1,7 +1,7 @@
-# Every object is built with the chosen sanitizers, so that no report is lost at a library border.
+# All objects are built with the chosen sanitizers, so that no fault is missed between two libraries.
 if(QZ_SANITIZE)
   add_compile_options(-fsanitize=${QZ_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  # What GCC knows of uninitialised memory is not to be trusted in instrumented code.
+  # GCC's warnings about uninitialised memory are not reliable for instrumented code.
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     add_compile_options(-Wno-maybe-uninitialized)
   endif()

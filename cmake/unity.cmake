@@ -1,8 +1,8 @@
-# With CMAKE_UNITY_BUILD on, the C++ files of each folder are compiled together. The headers that they
-# have in common (of GoogleTest, JSON, the command line) then cost once a folder rather than once a
-# file, for the compiler and for clang-tidy.
+# With CMAKE_UNITY_BUILD on, the C++ files of each folder are compiled together. The compiler and
+# clang-tidy then read the headers that they share (GoogleTest, JSON, the command line) once for each
+# folder instead of once for each file.
 
-# qz_group_by_folder(folder): for all targets of a source folder and the folders in it.
+# qz_group_by_folder(folder): groups the sources of all targets of a source folder and its subfolders.
 function(qz_group_by_folder folder)
   get_property(targets DIRECTORY ${folder} PROPERTY BUILDSYSTEM_TARGETS)
   foreach(target IN LISTS targets)
@@ -14,7 +14,7 @@ function(qz_group_by_folder folder)
   endforeach()
 endfunction()
 
-# qz_group_sources(target)
+# qz_group_sources(target): makes the C++ files of a folder one group.
 function(qz_group_sources target)
   get_target_property(sources ${target} SOURCES)
   get_target_property(base ${target} SOURCE_DIR)

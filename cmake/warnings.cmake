@@ -1,4 +1,4 @@
-# qz_warnings carries the flags to each target. The presets make warnings errors.
+# Targets that link to qz_warnings get these flags. The presets turn warnings into errors.
 add_library(qz_warnings INTERFACE)
 if(MSVC)
   target_compile_options(qz_warnings INTERFACE /W4 /permissive- /utf-8)

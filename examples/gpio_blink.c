@@ -3,7 +3,7 @@
  *
  *   gpio_blink [LINE]      default: 5
  *
- * Works on the first hub of the list. Exit status 0 when the line followed.
+ * Works on the first hub of the list. Exit status 0 if the line had each level that was set.
  */
 #include <stdio.h>
 #include <stdlib.h>

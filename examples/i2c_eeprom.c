@@ -3,7 +3,7 @@
  *
  *   i2c_eeprom [SLAVE [ADDRESS_BYTES]]      defaults: 0x50 2
  *
- * Works on the first hub of the list. Exit status 0 when what was read is what was written.
+ * Works on the first hub of the list. Exit status 0 if the bytes read are those written.
  */
 #include <stdio.h>
 #include <stdlib.h>

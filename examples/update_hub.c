@@ -1,12 +1,12 @@
 /*
- * Updates a hub: lists the hubs, opens the first (or the one with the given device-instance
- * number), shows the versions, writes the image and shows what the hub runs afterwards.
+ * Updates a hub: lists the hubs, opens the first one (or the one with the given instance), shows
+ * the versions, writes the image and shows what the hub then runs.
  *
  *   update_hub IMAGE [DEVINST]
  *
- * With the environment variable UPDATE_HUB_LOG every step is logged to the file that it names.
+ * The environment variable UPDATE_HUB_LOG names a file to log every step to.
  *
- * Ends with "updated: OLD -> NEW" and exit status 0, else with one line on standard error and 1.
+ * Ends with "updated: OLD -> NEW" and exit status 0, or with one line on standard error and 1.
  */
 #if !defined(_WIN32)
 #define _XOPEN_SOURCE 700 /* isatty, S_IFMT; NOLINT(bugprone-reserved-identifier) */
@@ -24,7 +24,7 @@
 
 enum { BAR_WIDTH = 40 };
 
-/* Bytes: an image holds its version before the first limit, no flash is larger than the other. */
+/* In bytes. The version of an image is before the first limit; no flash exceeds the second. */
 enum { SHORTEST_IMAGE = 0x7FA8, LONGEST_IMAGE = 0x1000000 };
 
 static int g_isTerminal;
@@ -55,18 +55,18 @@ static int fail(const char* what) {
   return 1;
 }
 
-/* The library writes whatever it is given, so the host refuses what cannot be an image. What is no
- * regular file has no size to look at. */
+/* The library writes whatever it is given, so the host rejects what cannot be an image. Only a
+ * regular file has a size to check. */
 static const char* whyNoImage(const char* path) {
   struct stat facts;
   if (stat(path, &facts) != 0) return "cannot find the image";
   if ((facts.st_mode & S_IFMT) != S_IFREG) return "the image is not a regular file";
-  if (facts.st_size < SHORTEST_IMAGE) return "the image is too short to be a whole one";
-  if (facts.st_size > LONGEST_IMAGE) return "the image is too long to be one";
+  if (facts.st_size < SHORTEST_IMAGE) return "the image is too short";
+  if (facts.st_size > LONGEST_IMAGE) return "the image is too long";
   return NULL;
 }
 
-/* UTF-16 to plain text; what is not ASCII shows as '?'. */
+/* UTF-16 to plain text; a character that is not ASCII becomes '?'. */
 static const char* plainText(const QZ_Utf16* text) {
   static char plain[QZ_RECORD_TEXT_UNITS];
   size_t i;
@@ -75,7 +75,7 @@ static const char* plainText(const QZ_Utf16* text) {
   return plain;
 }
 
-/* Prints the list and returns the number to open, 0 when there is none such. */
+/* Prints the list and returns the instance to open, 0 if it is not there. */
 static uint32_t pickHub(const char* wanted) {
   HidDevRecord* list = NULL;
   uint32_t count = 0;

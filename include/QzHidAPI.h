@@ -185,7 +185,7 @@ QZ_API void QZ_CloseDev(void* pDev);
 
 /**
  * Sets an option for later updates: with 0 (the default) QZ_UpdateDev starts the new firmware at
- * its end, with any other value the hub keeps running its ROM code.
+ * its end, with any other value it does not, and the hub stays in its loader.
  */
 QZ_API void QZ_DllPassPara(uint32_t value);
 
@@ -203,10 +203,10 @@ QZ_API void QZ_DllPassPara(uint32_t value);
  * @param callback  Called with 0, 10, 20, 30 to 70 while writing, 90 and 100; with 0 after a
  *                  failure. May be null.
  * @return 1 when the image is written, checked and (see QZ_DllPassPara) started, else 0. After a
- *         failure the hub may be running its ROM code: list and open it again and repeat
- *         QZ_UpdateDev. This also works on the old handle, unless the hub has left its ROM code in
- *         the meantime. The check finds what the hub rejects or cannot read back; use
- *         QZ_ReadDevVersion to see whether the new firmware runs.
+ *         failure the hub may be in its loader: list and open it again and repeat QZ_UpdateDev.
+ *         This also works on the old handle, unless the hub has left its loader in the meantime.
+ *         The check finds what the hub rejects or cannot read back; use QZ_ReadDevVersion to see
+ *         whether the new firmware runs.
  * The open device: closes the device. Its device-instance number may have changed: list again.
  */
 QZ_API uint8_t QZ_UpdateDev(void* pDev, const char* path, QZ_ProgressCallback callback);
@@ -227,7 +227,7 @@ QZ_API uint8_t QZ_ReadBinVersion(void* pDev, const char* path, uint16_t* pVersio
  *
  * @param pDev      A handle.
  * @param pVersion  Receives the version, major in the high byte; unchanged on failure.
- * @return 1 on success, else 0; also 0 when the hub runs its ROM code.
+ * @return 1 on success, else 0; also 0 when the hub is in its loader.
  * The open device: closes the device.
  */
 QZ_API uint8_t QZ_ReadDevVersion(void* pDev, uint16_t* pVersion);

@@ -1,11 +1,11 @@
-# What the scripts share. Sourced, with the script's own path in $0.
+# What the scripts share. They source it, with their own path in $0.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 say() { printf '==> %s\n' "$*" >&2; }
 die() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
 
-# configure PRESET [SETTING=VALUE...]: on first use, and again when a setting has another value.
+# configure PRESET [SETTING=VALUE...]: configures on first use, and again if a setting has changed.
 configure() { configure_in "build/$1" "$@"; }
 
 # configure_in FOLDER PRESET [SETTING=VALUE...]: the same in a folder other than the preset's own.
@@ -23,7 +23,7 @@ configure_in() {
     { cat "$log" >&2; die "cannot configure $folder"; }
 }
 
-# build PRESET [TARGET...]: configures on first use and builds, quietly unless something is wrong.
+# build PRESET [TARGET...]: configures on first use and builds; prints the log only if that fails.
 build() {
   local preset=$1 log="build/$1.log"
   shift
@@ -35,11 +35,11 @@ build() {
   }
 }
 
-# Downloads that outlive the checkout.
+# Downloads, which are kept when the checkout is deleted.
 cache=${XDG_CACHE_HOME:-$HOME/.cache}/qzhidapi
 
-# Whether ARM64 programs can run here: as root, through the kernel's table of program formats, into
-# which the emulator is put when it is not there yet. Says why not.
+# can_run_arm64: whether ARM64 programs can run here; if not, prints the reason. Needs root: it adds the
+# emulator to the kernel's table of program formats if it is not there yet.
 can_run_arm64() {
   local table=/proc/sys/fs/binfmt_misc
   [ "$(id -u)" -eq 0 ] || { echo "not root"; return 1; }

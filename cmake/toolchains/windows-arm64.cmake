@@ -1,5 +1,5 @@
-# Windows on ARM64, with the Zig toolchain that script/bootstrap puts into the cache folder (or that
-# the environment variable QZ_ZIG_FOLDER names).
+# Windows on ARM64, with the Zig toolchain that script/bootstrap installs in the cache folder, or that
+# is in the folder in the environment variable QZ_ZIG_FOLDER.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR ARM64)
 
@@ -10,7 +10,7 @@ elseif(DEFINED ENV{XDG_CACHE_HOME})
 else()
   set(folder $ENV{HOME}/.cache/qzhidapi/zig)
 endif()
-# The program itself: the script that npm puts before it costs a start of node for each file.
+# The program itself. npm's script that calls it would start node for each file.
 file(GLOB QZ_ZIG ${folder}/node_modules/@zigc/*/bin/zig)
 list(FILTER QZ_ZIG EXCLUDE REGEX "/cli/bin/zig$")
 if(NOT QZ_ZIG)
@@ -35,9 +35,9 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# Zig builds its C++ library for the optimisation level of the link, and drops unused code only when
-# there are no debug records to write: otherwise the DLL is more than twice the size.
+# Zig builds its C++ library for the optimisation level of the link, and removes unused code only if it
+# writes no debug information: otherwise the DLL is more than twice the size.
 add_link_options(-Os -s)
-# The checks that Zig puts into code without optimisation lack their runtime in such a link; CMake's
-# trials of the compiler are such code.
+# Zig adds checks to code without optimisation, such as CMake's trials of the compiler, but a link with
+# these options has no runtime for them.
 add_compile_options(-fno-sanitize=undefined)

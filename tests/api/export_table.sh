@@ -1,6 +1,6 @@
 #!/bin/sh
-# export_table.sh LIBRARY HEADER SONAME: the library goes by that name, exports the functions that the
-# header declares, 27 of them, each with the version of the interface, and nothing else.
+# export_table.sh LIBRARY HEADER SONAME: the library has that soname and exports exactly the 27
+# functions that the header declares, each with the version of the interface.
 set -eu
 version=QZHIDAPI_1.0
 exported=$(nm -D --defined-only "$1" | awk '{ print $NF }' | LC_ALL=C sort)

@@ -1,5 +1,5 @@
 #!/bin/sh
-# examples_test.sh FOLDER QZHUB: the examples in FOLDER on virtual hubs, with an image of QZHUB.
+# examples_test.sh FOLDER QZHUB: the examples in FOLDER work on virtual hubs, with an image from QZHUB.
 set -eu
 examples=$1
 work=$(mktemp -d)
@@ -8,12 +8,12 @@ trap 'rm -rf "$work"' EXIT
 export QZ_VIRTUAL_HUB="$work/scenario.json"
 failures=0
 
-# scenario MEMBERS: the machine of the next runs, a hub with these members.
+# scenario MEMBERS: the next runs have a machine with one hub that has these members.
 scenario() {
   printf '{"time": "virtual", "devices": [{"name": "hub", "port": "3.1"%s}]}\n' "$1" > "$QZ_VIRTUAL_HUB"
 }
 
-# expect STATUS TEXT EXAMPLE ARGUMENT...: it ends with that status, and that line is in its output.
+# expect STATUS TEXT EXAMPLE ARGUMENT...: the example ends with that status and prints that line.
 expect() {
   status=$1 text=$2 program=$3
   shift 3
@@ -38,16 +38,17 @@ scenario ', "plugged": false'
 expect 1 'update_hub: no such hub is attached' update_hub "$work/new.bin"
 for size in 0 300 32679; do
   truncate -s $size "$work/odd.bin"
-  expect 1 'update_hub: the image is too short to be a whole one' update_hub "$work/odd.bin"
+  expect 1 'update_hub: the image is too short' update_hub "$work/odd.bin"
 done
 truncate -s 16777217 "$work/odd.bin"
-expect 1 'update_hub: the image is too long to be one' update_hub "$work/odd.bin"
+expect 1 'update_hub: the image is too long' update_hub "$work/odd.bin"
 mkfifo "$work/pipe"
 expect 1 'update_hub: the image is not a regular file' update_hub "$work/pipe"
 expect 1 'i2c_eeprom: no hub answers' i2c_eeprom
 expect 1 'gpio_blink: no hub answers' gpio_blink
 
-# An update that loses its power leaves the loader and says why, and a second one mends it.
+# After a loss of power during an update, the hub is in its loader, the log says why, and a second
+# update succeeds.
 machine='{"time": "virtual", "state_folder": ".", "devices": [{"name": "hub", "port": "1"}]'
 fault='{"on": "request", "request": "40/C8", "nth": 100, "action": "power_loss", "return_ms": 50}'
 echo "$machine, \"faults\": [$fault]}" > "$QZ_VIRTUAL_HUB"

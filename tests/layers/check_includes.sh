@@ -1,11 +1,10 @@
 #!/usr/bin/env bash
-# Usage: check_includes.sh ROOT. Reports every include under ROOT that runs up the layers of the
-# library, and fails when there is one.
+# check_includes.sh ROOT: reports every include under ROOT of a layer above, and fails if there is one.
 set -euo pipefail
 cd "$1"
 ls -d src virtualhub tools/qzhid >/dev/null
 
-# may_use FOLDER: the folders that files of this one include.
+# may_use FOLDER: prints the folders that its files are allowed to include.
 may_use() {
   case $1 in
     src/api) echo api flow discovery device firmware transport log platform QzHidAPI.h ;;

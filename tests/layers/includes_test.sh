@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Usage: includes_test.sh ROOT. The sources keep the order of the layers, and the check of that
-# order reports each kind of include that does not.
+# includes_test.sh ROOT: no source includes a layer above it, and the check reports each kind of
+# include that does.
 set -euo pipefail
 check=$(dirname "$0")/check_includes.sh
 "$check" "$1"
 
 tree=$(mktemp -d)
 trap 'rm -rf "$tree"' EXIT
-# file PATH INCLUDE...: a source file with these includes.
+# file PATH INCLUDE...: writes a source file with these includes.
 file() {
   local path=$tree/$1
   shift

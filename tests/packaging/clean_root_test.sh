@@ -1,10 +1,10 @@
 #!/bin/sh
-# clean_root_test.sh PACKAGES ROOT: the packages of that folder install in a Debian that holds little
-# more than itself, run there, and leave nothing. What is done to the root folder is not kept.
+# clean_root_test.sh PACKAGES ROOT: the packages in that folder can be installed in a minimal Debian,
+# work there, and leave nothing when they are removed. The changes to the root folder are not kept.
 set -eu
 if [ "${3-}" != inside ]; then
   [ -d "$2" ] || { echo "skipped: no Debian in $2"; exit 77; }
-  unshare -m true || { echo 'skipped: it takes root to mount'; exit 77; }
+  unshare -m true || { echo 'skipped: mounting needs root'; exit 77; }
   exec unshare -m sh "$0" "$1" "$2" inside
 fi
 work=$(mktemp -d)
@@ -35,5 +35,5 @@ says 'runs          firmware 2.10' qzhid --virtual info
 says update bash -c '. /usr/share/bash-completion/completions/qzhid; COMP_WORDS=(qzhid up) COMP_CWORD=1
   _qzhid; echo "${COMPREPLY[@]}"'
 inside dpkg --purge qzhidapi-tools libqzhidapi-dev libqzhidapi1 > "$work/log" 2>&1 || fail "$(cat "$work/log")"
-inside find / -xdev -path /tmp -prune -o -iname '*qz*' -print | grep . && fail 'files stay behind'
+inside find / -xdev -path /tmp -prune -o -iname '*qz*' -print | grep . && fail 'files are left'
 exit 0

@@ -1,6 +1,6 @@
 #!/bin/sh
 # consumer_test.sh CMAKE BUILD PROJECT: installs the build folder, moves what was installed, and builds
-# the hosts of PROJECT against it through CMake and through pkg-config. They run on virtual hubs.
+# the hosts in PROJECT with it, through CMake and through pkg-config. They work on virtual hubs.
 set -eu
 cmake=$1 build=$2 project=$3
 work=$(mktemp -d)
@@ -16,7 +16,7 @@ libraries=$(pkg-config --variable=libdir qzhidapi)
 virtual=$(pkg-config --variable=virtuallibdir qzhidapi)
 
 fail() { echo "$*" >&2; exit 1; }
-# finds_hub PROGRAM [FOLDER]: with the libraries of that folder it finds the virtual hub.
+# finds_hub PROGRAM [FOLDER]: the program finds the virtual hub with the libraries in that folder.
 finds_hub() {
   said=$(LD_LIBRARY_PATH=${2:-} "$1") || fail "$1 failed: $said"
   [ "$said" = '1 hub, 1.02' ] || fail "$1 said '$said'"
@@ -30,11 +30,11 @@ configure 1.0 && "$cmake" --build "$work/1.0" > "$work/log" 2>&1 ||
   fail "$(cat "$work/log")"
 finds_hub "$work/1.0/virtual_host"
 for version in 1.99 2.0 0.9; do
-  if configure $version; then fail "taken for version $version"; fi
+  if configure $version; then fail "accepted as version $version"; fi
   grep -q 'compatible with requested version' "$work/log" || fail "$(cat "$work/log")"
 done
 
-# The flags are words of their own.
+# The flags are separate words.
 # shellcheck disable=SC2046,SC2086
 $CC $CFLAGS $(pkg-config --cflags qzhidapi) "$project/../host.c" $(pkg-config --libs qzhidapi) \
   -o "$work/host"

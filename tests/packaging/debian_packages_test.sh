@@ -1,6 +1,7 @@
 #!/bin/sh
-# debian_packages_test.sh CPACK BUILD VERSION PACKAGES: the Debian packages of the build folder, made in
-# the folder PACKAGES, hold what they should and depend on one another and on the system's libraries.
+# debian_packages_test.sh CPACK BUILD VERSION PACKAGES: makes the Debian packages of the build folder in
+# the folder PACKAGES. They contain the right files, and depend on each other and on the system's
+# libraries.
 set -eu
 command -v dpkg-shlibdeps > /dev/null || { echo 'skipped: no dpkg-shlibdeps'; exit 77; }
 cpack=$1 build=$2 version=$3 packages=$4
@@ -13,15 +14,15 @@ architecture=$(dpkg --print-architecture)
 failures=0
 fail() { echo "$*" >&2; failures=1; }
 
-# contents PACKAGE: holds the files that standard input lists, and nothing else; ARCH is the system's
-# folder, and of documents and examples only the folders count.
+# contents PACKAGE: the package contains exactly the files that standard input lists. ARCH is the folder
+# of the system; for documents and examples, only the folder is compared.
 contents() {
   sort > "$work/expected"
   dpkg-deb --fsys-tarfile "$packages/$1_${version}_$architecture.deb" | tar -t | grep -v '/$' |
     sed -E "s|^\./||; s|[^/]+-linux-gnu[^/]*|ARCH|; s,/(docs|examples)/.*,/\1/," | sort -u |
-    diff -u "$work/expected" - >&2 || fail "$1 does not hold what it should"
+    diff -u "$work/expected" - >&2 || fail "$1 does not contain the right files"
 }
-# field PACKAGE NAME PATTERN
+# field PACKAGE NAME PATTERN: that field of the package matches the pattern.
 field() {
   value=$(dpkg-deb -f "$packages/$1_${version}_$architecture.deb" "$2")
   echo "$value" | grep -qE "$3" || fail "$1: $2 is '$value'"

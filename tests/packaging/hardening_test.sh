@@ -1,6 +1,6 @@
 #!/bin/sh
-# hardening_test.sh TYPE FILE...: the programs and libraries are protected by the linker and, in builds
-# of a TYPE that optimises, by the compiler.
+# hardening_test.sh TYPE FILE...: the programs and libraries have the protections of the linker and, in
+# builds of a TYPE that optimises, of the compiler.
 set -eu
 type=$1
 shift
@@ -10,7 +10,7 @@ for file in "$@"; do
   has() { echo "$headers" | grep -qE "$1"; }
   has '^ *Type: +DYN ' || fail 'is not position-independent'
   has '^ *GNU_RELRO ' || fail 'has no RELRO'
-  has '\((FLAGS|FLAGS_1)\).*NOW' || fail 'is not bound at once'
+  has '\((FLAGS|FLAGS_1)\).*NOW' || fail 'is not bound at start'
   has '^ *GNU_STACK .* RW ' || fail 'has an executable stack'
   [ "$type" != Debug ] || continue
   symbols=$(LC_ALL=C readelf -W --dyn-syms "$file")

@@ -1,13 +1,13 @@
 #!/bin/sh
-# subdirectory_test.sh CMAKE PROJECT SOURCES: a host's project takes the library in through
-# add_subdirectory and through FetchContent. By itself the library needs no package and adds nothing
-# but itself; when asked, the virtual one is there, too, and a host runs on it.
+# subdirectory_test.sh CMAKE PROJECT SOURCES: a host's project includes the library with add_subdirectory
+# and with FetchContent. By default it gets only the library, which needs no package; on request it also
+# gets the virtual library, and a host runs on it.
 set -eu
 cmake=$1 project=$2 sources=$3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "$*" >&2; exit 1; }
-# build FOLDER SETTING...: configures and builds the project there.
+# build FOLDER SETTING...: configures and builds the project in that folder.
 build() {
   folder=$work/$1
   shift
@@ -23,9 +23,9 @@ done
 build alone $without_packages
 find "$work/alone" -name '*.so' > "$work/libraries"
 [ "$(wc -l < "$work/libraries")" -eq 1 ] || fail "built: $(cat "$work/libraries")"
-[ ! -e "$work/alone/QzHidAPI/bin" ] || fail 'tools or tests are built'
+[ ! -e "$work/alone/QzHidAPI/bin" ] || fail 'tools or tests were built'
 DESTDIR=$work/installed "$cmake" --install "$work/alone" > "$work/log"
-[ ! -e "$work/installed" ] || fail 'what the host installs has the library in it'
+[ ! -e "$work/installed" ] || fail 'installing the host also installs the library'
 
 build with_virtual -DFETCH=ON -DQZ_BUILD_VIRTUAL_LIBRARY=ON
 echo '{"time": "virtual", "devices": [{"name": "hub", "port": "1"}]}' > "$work/scenario.json"

@@ -44,8 +44,8 @@ expect 0 '300 bytes written' flash write --address 0x100 --file "$work/300.bin"
   complain 'nothing staged from a pipe'
 expect 1 "$me the transfer after 128 bytes failed with status 32; $next" \
   flash write --address 3968 --file "$work/300.bin"
-# A write is only reported when the flash is ready. For three parts, each of which keeps the flash busy
-# for two reads of the status, that takes ten reads: one, and three after each part.
+# A write is reported only after the flash is ready. Three parts that each keep the flash busy for two
+# reads of the status take ten reads: one, and three after each part.
 for nth in 10 11; do
   machine "$(hub ', "bridge_flash": {"busy_polls": 2}')" \
     "{\"on\": \"request\", \"request\": \"C0/F3\", \"nth\": $nth, \"action\": \"stall\"}"

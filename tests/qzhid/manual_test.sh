@@ -1,14 +1,14 @@
 #!/bin/sh
-# The manual pages and the completions have every command and option that the help shows.
+# The manual pages and the completions contain every command and option that the help shows.
 . "$(dirname "$0")/lib.sh"
 root=$(cd "$(dirname "$0")/../.." && pwd)
 machine "$(hub)"
 
-# names SECTION: what a help on standard input lists there.
+# names SECTION: prints what that section of a help text on standard input lists.
 names() { sed -nE "/^$1:/,/^\$/s/^  (-h,)?([-a-z0-9]+).*/\2/p"; }
 
 # offers WORD...: both completions offer the lines of standard input for the last word, in any order.
-# What zsh does with its offers, and which files there are, is its own business.
+# What zsh does with them, and which files exist, is not tested.
 offers() {
   sort -u > "$work/wanted"
   bash -c '. "$0"; COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)); _qzhid; printf "%s\n" "${COMPREPLY[@]}"' \
@@ -25,7 +25,7 @@ offers() {
   done
 }
 
-# check PROGRAM [COMMAND...]: the manual's section on the command has what its help lists.
+# check PROGRAM [COMMAND...]: the manual's section on the command contains what its help lists.
 check() (
   program=$1 page=$(basename "$1").1
   shift
@@ -55,7 +55,7 @@ for program in "$qzhid" "$qzhub"; do
   done
 done
 
-# Values: hubs of the library that the command line names, files; options and values between commands.
+# Values are hubs (of the library on the command line) or files; options can be between commands.
 echo 5 | offers --virtual info ''
 echo 5 | offers gpio --library "$(dirname "$qzhid")/../lib/virtual/libQzHidAPI.so.1" get --hub ''
 : | offers i2c read --speed ''

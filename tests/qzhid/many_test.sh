@@ -23,7 +23,7 @@ said 6 "qzhid: hub 8 ($root#USB(3)): the update failed, and the hub has left the
   echo '7 of 8 hubs updated to 2.10'
 } | diff -u - "$work/out" >&2 || complain 'the table differs'
 
-# All hubs are checked before any is written; those that are not refused are updated.
+# All hubs are checked before one is written; those that are not refused are updated.
 closed='{"on": "call", "service": "OpenHidDevice", "count": 0, "device": "h4", "action": "fail", "code": 13}'
 machine "$(at 1 ', "running": "rom"'), $(at 2), $(at 3 ', "image": {"version": "0x0210"}'), $(at 4), $(at 5 ', "image": {"pid": "0x0820"}')" "$closed"
 all
@@ -51,7 +51,7 @@ for hub in 4 6; do expect 0 'runs          firmware 2.10' info $hub; done
 expect 0 'runs          firmware 1.02' info 8
 expect 2 "qzhid: HUB excludes --all; see 'qzhid --help'" update 4 --all --image "$work/new.bin"
 
-# When all hubs fail in the same way, that is the exit status; the result as an object.
+# If all hubs fail in the same way, the exit status says so; the result is a JSON object.
 machine "$(at 1 ', "image": {"version": "0x0210"}')"
 all --json
 said 5 "qzhid: hub 4 ($root#USB(1)): the hub already runs 2.10; nothing needs to be done, or add --reinstall to write it again"
@@ -60,7 +60,7 @@ machine ''
 all
 said 3 "qzhid: no hub is attached; see 'qzhid list' for the hubs that are attached"
 
-# When the process that writes a hub is killed, the hub's state is unknown; the other one is updated.
+# If the process that writes a hub is killed, the hub's state is unknown; the other one is updated.
 both="$(at 1 ", $slowness"), $(at 2 ", $slowness")"
 slow "$(at 1 ', "timing": {"latency_us": 2000}'), $(at 2)" ', "state_folder": "killed"'
 start update --all --yes --image "$work/new.bin"
@@ -71,8 +71,8 @@ said 6 '1 of 2 hubs updated to 2.10'
 expect 0 'runs          loader' info 4
 expect 0 'runs          firmware 2.10' info 6
 
-# When a worker sends an invalid message, the state of its hub counts as unknown; the other one is
-# updated. Here this script writes into the worker's pipe, between its own lines.
+# If a worker sends an invalid message, the state of its hub counts as unknown; the other hub is updated.
+# Here, this script writes to the worker's pipe, between the lines of the worker.
 while read -r line reason; do
   slow "$both"
   start update --all --yes --jobs 1 --image "$work/new.bin"
@@ -85,7 +85,7 @@ garbage not a JSON object
 {"message":"ready"} out of turn
 END
 
-# After one interrupt all are written; after two no further one is started.
+# After one interrupt all hubs are written; after two, no further one is started.
 for count in 1 2; do
   slow "$both"
   start update --all --yes --jobs 1 --image "$work/new.bin"
@@ -101,7 +101,8 @@ for count in 1 2; do
   fi
 done
 
-# On a terminal there is one question for all hubs, and a line for each that is drawn in place and fits.
+# On a terminal there is one question for all hubs, and one line for each hub, which is redrawn in place
+# and fits the width.
 machine "$(at 1), $(at 2)"
 shown() {
   echo y | script -qec "stty cols $1 rows 20; env -u NO_COLOR '$qzhid' --virtual update --all --image '$work/new.bin'" /dev/null |

@@ -65,7 +65,7 @@ END
 expect 2 'qzhid: several hubs are attached; name one of these instances: 5 7' info
 expect 3 "qzhid: no hub matches '4711'; see 'qzhid list' for the hubs that are attached" info 4711
 
-# An image of each chip code; the digest is that of the system's own tool.
+# An image of each chip code; the checksum is the same as that of the system's own tool.
 for chip in 4A17 4A26 93E5 1234; do
   "$qzhub" image --out "$work/a.bin" --chip $chip --version 0a15 --vid 2E7D --pid 0819
   golden image "$work/a.bin" <<END
@@ -114,7 +114,7 @@ expect 4 "$refusal" info --log "$work/log.txt" --log-level 0
 grep -q 'QZ_ListAllHidDev, Enter' "$work/log.txt" || complain 'no log'
 expect 1 'qzhid: the log /nowhere/log cannot be written; name a file in a folder that you have permission to write' list --log /nowhere/log
 
-# doctor: each finding with its remedy.
+# doctor says for each problem what to do.
 machine "$(hub), {\"name\": \"rom\", \"port\": \"2\", \"running\": \"rom\"}, {\"name\": \"shut\", \"port\": \"4\"}" \
   '{"on": "call", "service": "OpenHidDevice", "device": "shut", "count": 0, "action": "fail", "code": 13}'
 run doctor

@@ -100,7 +100,7 @@ for job in '' '{"message": "write"}'; do
   grep -q '^qzhid: standard input is not a job for a worker: it is not a' "$work/err" || complain 'no reason'
 done
 
-# An interrupt while the flash is written. Each signal waits for the answer to the one before.
+# An interrupt while the flash is written. Each signal is sent after the answer to the one before.
 for count in 1 2; do
   slow "$(hub ", $slowness")"
   start update --yes --image "$work/new.bin"
@@ -112,7 +112,7 @@ for count in 1 2; do
   ended 0 "$line"
 done
 
-# The update continues when nobody reads its progress any more.
+# The update continues if its progress is no longer read.
 machine "$(hub)"
 "$qzhid" --virtual update --yes --image "$work/new.bin" 2>&1 > "$work/out" | true
 grep -qxF "hub 5 ($usb) runs 2.10 now" "$work/out" || complain 'a broken pipe ended the update'

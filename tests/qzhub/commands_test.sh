@@ -6,7 +6,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
 
-# expect STATUS TEXT ARGUMENT...: qzhub ends with that status, and prints that text.
+# expect STATUS TEXT ARGUMENT...: qzhub ends with that status and prints that text.
 expect() {
   status=$1 text=$2
   shift 2
@@ -28,7 +28,7 @@ expect 2 '' attach --port 1
 expect 1 'empty.json: the scenario has no devices' serve --scenario "$work/empty.json"
 expect 1 '/nowhere.json: the file cannot be opened' attach --scenario /nowhere.json
 
-# It listens, no other process can take its address, and it ends cleanly after either signal.
+# It listens, no other process can listen on its address, and it ends cleanly after either signal.
 for signal in TERM INT; do
   : > "$work/events"
   "$qzhub" serve --listen 127.0.0.1:0 --scenario "$work/hub.json" > "$work/events" &

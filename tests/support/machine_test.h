@@ -1,6 +1,6 @@
 // The base of the two fixtures that serve almost all tests of the library: LayerTest
 // (support/layer_test.h) for its layers and ApiTest (api/api_test.h) for its exports. Both run on a
-// virtual machine on a virtual clock: what a test installs is there at once and no test waits.
+// machine with a virtual clock: what a test installs is there at once and no test waits.
 //
 //   TEST_F(LayerTest, AStatusRequestFailsWithTheCodeOfItsReport) {
 //     OpenHub();                                               // "hub" of the recorded machine

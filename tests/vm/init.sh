@@ -1,6 +1,6 @@
 #!/bin/busybox sh
-# The first process of the virtual machine: runs the programs, sends their reports out through the
-# second serial port, and switches off.
+# The first process in the virtual machine: runs the programs, sends their reports through the second
+# serial port, and switches off.
 /bin/busybox --install -s /bin
 export PATH=/qz/bin:/usr/sbin:/usr/bin:/bin LD_LIBRARY_PATH=/qz/lib
 mount -t proc proc /proc

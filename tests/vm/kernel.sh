@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# kernel.sh: prints the folder that holds Debian's stock kernel, unpacked: boot/ and lib/modules/. Fetches
-# it on first use.
+# kernel.sh: prints the folder with Debian's unpacked kernel (boot/ and lib/modules/). Downloads it on
+# first use.
 set -euo pipefail
 
 cache=${XDG_CACHE_HOME:-$HOME/.cache}/qzhidapi/kernel
@@ -20,7 +20,7 @@ fetch() {
     package=$(package_of_metapackage)
   fi
   [ -n "$package" ] || { echo 'no package linux-image-amd64 for this system' >&2; return 1; }
-  echo "==> fetching $package (70 MB)" >&2
+  echo "==> downloading $package (70 MB)" >&2
   local work
   work=$(mktemp -d "$cache/fetching.XXXXXX")
   (cd "$work" && apt-get download "$package" >"$log" 2>&1 && dpkg -x ./*.deb unpacked &&

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# run.sh BUILD RESULTS PROGRAM...: boots a virtual machine with Debian's stock kernel and runs programs of
-# the folder BUILD in it. Leaves the machine's console and one report of each test program in the folder
+# run.sh BUILD RESULTS PROGRAM...: boots a virtual machine with Debian's kernel and runs these programs of
+# the folder BUILD in it. Writes its console output and a report of each test program to the folder
 # RESULTS.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 build=$1 results=$2
 shift 2
-limit=600 # seconds; more than this is a hang
+limit=600 # seconds; a run that takes longer hangs
 modules=(usb-common usbcore usbip-core vhci-hcd hid usbhid hid-generic uhid)
 
 kernel=$(tests/vm/kernel.sh)
@@ -35,7 +35,7 @@ done
 echo "$*" >"$root/qz/programs"
 cp "$build"/lib/libQzHidAPI.so.? "$root/qz/lib/"
 peer=$(PATH=$PATH:/usr/sbin ldconfig -p | sed -n 's/.*libhidapi-hidraw.so.0 .* => //p')
-[ -z "$peer" ] || add "$peer" /qz/lib # what benchmarks compare with
+[ -z "$peer" ] || add "$peer" /qz/lib # for the benchmark that compares with it
 add "$(PATH=$PATH:/usr/sbin command -v usbip)" /usr/sbin
 add "$(command -v udevadm)" /usr/bin
 cp packaging/70-qzhidapi.rules "$root/etc/udev/rules.d/"
@@ -43,7 +43,7 @@ cp packaging/qzhidapi-usbhid.conf "$root/etc/modprobe.d/"
 cp /etc/os-release "$root/etc/os-release"
 (cd "$root" && find . | busybox cpio -o -H newc 2>/dev/null | gzip -1) >"$work/initrd.gz"
 
-# Without support of the processor for virtual machines a /dev/kvm is of no use.
+# Without a processor that supports virtual machines, /dev/kvm is useless.
 accelerator=tcg,thread=multi
 if grep -qEw 'vmx|svm' /proc/cpuinfo && [ -r /dev/kvm ] && [ -w /dev/kvm ]; then accelerator=kvm; fi
 
@@ -54,6 +54,6 @@ timeout --kill-after=5 "$limit" qemu-system-x86_64 -accel "$accelerator" -smp 2 
   -kernel "$(echo "$kernel"/boot/vmlinuz-*)" -initrd "$work/initrd.gz" \
   -append "console=ttyS0 panic=-1 quiet" -nographic -no-reboot \
   -serial mon:stdio -serial "file:$work/reports.tar" </dev/null >"$results/console.txt" 2>&1 || status=$?
-[ "$status" -ne 124 ] || echo "the machine did not end within $limit seconds" >>"$results/console.txt"
+[ "$status" -ne 124 ] || echo "the virtual machine did not end within $limit seconds" >>"$results/console.txt"
 tar -x -f "$work/reports.tar" -C "$results" 2>/dev/null || true
 [ "$status" -eq 0 ]

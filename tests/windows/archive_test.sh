@@ -1,6 +1,6 @@
 #!/bin/sh
-# archive_test.sh CMAKE CPACK BUILD ARCHITECTURE: the archive of the build folder holds what users need, and
-# nothing else.
+# archive_test.sh CMAKE CPACK BUILD ARCHITECTURE: the archive of the build folder contains what users need
+# and nothing else.
 set -eu
 cmake=$1 build=$3 architecture=$4
 work=$(mktemp -d)
@@ -29,6 +29,7 @@ share/doc/QzHidAPI/CHANGELOG.md
 share/doc/QzHidAPI/CONTRIBUTING.md
 share/doc/QzHidAPI/LICENSE
 share/doc/QzHidAPI/README.md
+share/doc/QzHidAPI/SECURITY.md
 share/doc/QzHidAPI/docs/
 share/doc/QzHidAPI/examples/
 END

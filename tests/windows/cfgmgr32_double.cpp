@@ -1,4 +1,4 @@
-// The device-tree part of cfgmgr32.dll, which setupapi.dll has as well, on the virtual machine.
+// The device-tree part of cfgmgr32.dll, which setupapi.dll has as well, on the machine.
 #include "windows/open_files.h"
 
 // After the general Windows header.

@@ -1,4 +1,4 @@
-// hid.dll, on the virtual machine.
+// hid.dll, on the machine.
 #include "windows/open_files.h"
 
 // After the general Windows header.

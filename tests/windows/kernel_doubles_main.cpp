@@ -1,4 +1,4 @@
-// The library under test, in the program or in its DLL, runs on the virtual machine from the start.
+// The library under test, in the program or in its DLL, runs on the machine from the start.
 #include <gtest/gtest.h>
 
 #include "windows/kernel_doubles.h"

@@ -1,7 +1,7 @@
 #!/bin/sh
-# library_file.sh DLL HEADER VERSION MACHINE: the DLL is one for that machine, exports the functions
-# that the header declares, 27 of them, and nothing else, needs DLLs of the system only, is built
-# with the protections of the system, and says its version.
+# library_file.sh DLL HEADER VERSION MACHINE: the DLL is for that type of processor, exports exactly the
+# 27 functions that the header declares, needs only DLLs of the system, has the system's protections, and
+# has that version.
 set -eu
 dll=$1 header=$2 version=$3 machine=$4
 fail() { echo "$dll: $*" >&2; exit 1; }
@@ -21,7 +21,7 @@ for fact in "Machine: $machine" IMAGE_DLL_CHARACTERISTICS_DYNAMIC_BASE \
   echo "$headers" | grep -q "$fact" || fail "not $fact"
 done
 
-# The toolchain for ARM64 leaves it out.
+# The toolchain for ARM64 does not support it.
 [ "$machine" != IMAGE_FILE_MACHINE_AMD64 ] || llvm-nm "$dll" | grep -q ' __stack_chk_fail$' ||
   fail "no stack protector"
 
@@ -30,6 +30,6 @@ for name in FileVersion ProductVersion; do
   echo "$texts" | grep -A1 -x "$name" | grep -qx "$version" || fail "$name is not $version"
 done
 
-# The one that ships, which has no debug records in it, is below 700 KB.
+# The ARM64 library that ships has no debug information and is smaller than 700 KB.
 size=$(stat -c %s "$dll")
 [ "$machine" != IMAGE_FILE_MACHINE_ARM64 ] || [ "$size" -lt 700000 ] || fail "$size bytes"

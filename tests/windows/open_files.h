@@ -27,7 +27,7 @@ class OpenFiles {
  public:
   static OpenFiles& Instance();
 
-  /// The file in place of an interface of the virtual machine; it is made if need be.
+  /// The file in place of an interface of the machine; it is made if need be.
   std::wstring FileOf(const std::wstring& interfacePath);
 
   /// The interface that the path of such a file means; empty when it is none.

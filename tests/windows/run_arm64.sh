@@ -2,7 +2,7 @@
 # run_arm64.sh ROOT CHECKOUT: runs the ARM64 tests of that checkout in the ARM64 root folder.
 set -eu
 root=$1 checkout=$2
-# A namespace of its own lets go of the mounts however this ends.
+# In a namespace of its own, the mounts are released however this ends.
 exec unshare --mount --propagation private bash -eu -c '
   mount --bind /proc "$1/proc"
   mount --bind /dev "$1/dev"

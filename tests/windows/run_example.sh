@@ -1,5 +1,5 @@
 #!/bin/sh
-# run_example.sh FOLDER: the example program updates a hub through the library in that folder.
+# run_example.sh FOLDER: the example program updates a hub with the library in that folder.
 set -eu
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT

@@ -1,5 +1,5 @@
 #!/bin/sh
-# run_qzhid.sh FOLDER: the command-line host on the virtual library in FOLDER/virtual.
+# run_qzhid.sh FOLDER: qzhid works on the virtual library in FOLDER/virtual.
 set -u
 here=$(cd "$(dirname "$0")" && pwd)
 programs=$(cd "$1" && pwd)
@@ -8,7 +8,7 @@ trap 'rm -rf "$folder"' EXIT
 for program in qzhid qzhub; do
   cat > "$folder/$program" <<END
 #!/bin/sh
-# The test reads what the program writes as it reads that of other systems.
+# Makes the output of the program look as on other systems.
 /usr/lib/wine/wine64 '$programs/$program.exe' "\$@" > '$folder/out' 2> '$folder/err'
 status=\$?
 tr -d '\\r' < '$folder/out'
@@ -20,7 +20,7 @@ done
 set -- "$folder/qzhid" "$folder/qzhub"
 . "$here/../qzhid/lib.sh"
 trap 'rm -rf "$folder" "$work"' EXIT
-# The library's own folders of this system, not the doubles of the library's tests.
+# With the system's own DLLs, not with the replacements for the library's tests.
 export WINEDLLOVERRIDES='winedbg.exe=d'
 
 root='PCIROOT(0)#PCI(1400)#USBROOT(0)'
@@ -37,8 +37,8 @@ END
 expect 0 'runs          firmware 1.02' info 4
 expect 0 'version     2.10' image "$work/new.bin"
 expect 0 "hub 4 ($root#USB(1)) runs 2.10 now" update 4 --yes --image "$work/new.bin"
-# Wine for ARM64 uses the register of the thread's own data, x18, to convert text: after this one the
-# program finds nothing there.
+# To convert text, Wine for ARM64 uses register x18, which holds the thread's data: after this case the
+# program would not find them.
 [ "$(uname -m)" = aarch64 ] ||
   expect 1 'qzhid: the log Z:\nowhere\log cannot be written; name a file in a folder that you have permission to write' list --log /nowhere/log
 expect 2 "qzhid: several hubs are attached; name one of these instances: 4 6 8" info
@@ -56,5 +56,5 @@ said 6 "qzhid: hub 6 ($root#USB(2)): the update failed, and the hub has left the
 machine "$(at 1)" '{"on": "call", "service": "OpenHidDevice", "count": 0, "action": "fail", "code": 5}'
 expect 4 'qzhid: a hub is attached, but it cannot be opened; get permission for it (on Linux: the udev rule) or end the program that has it open' info
 expect 1 '  "problems": 1' doctor --json
-[ ! -e "$programs/virtual/info.txt" ] || complain 'a log beside the library'
+[ ! -e "$programs/virtual/info.txt" ] || complain 'a log in the folder of the library'
 exit $failures

@@ -1,7 +1,7 @@
 #!/bin/sh
-# run_wine.sh FOLDER: runs the Windows tests of that build folder under Wine. Leaves a report of each
-# program in FOLDER/tests/results, in the form of JUnit's. Needs no more than a shell, so that
-# it also runs in a root folder of another processor.
+# run_wine.sh FOLDER: runs the Windows tests of that build folder under Wine. Writes a JUnit report of
+# each program to FOLDER/tests/results. Needs only a shell, so that it also runs in a root folder for
+# another processor.
 set -u
 here=$(cd "$(dirname "$0")" && pwd)
 cd "$1/tests" || exit 1
@@ -12,7 +12,7 @@ trap '/usr/lib/wine/wineserver -k; /usr/lib/wine/wineserver -w; rm -rf "$WINEPRE
 rm -rf results
 mkdir results
 
-# The prefix is made without the doubles.
+# The prefix is made with the system's own DLLs, without the replacements.
 { $wine cmd /c ver && $wine winecfg /v win10; } >results/prefix.log 2>&1 || {
   cat results/prefix.log
   exit 1
@@ -24,9 +24,9 @@ if [ "$(uname -m)" = aarch64 ]; then
   WINEDLLOVERRIDES="$WINEDLLOVERRIDES;dbghelp=n"
 fi
 
-# report NAME COMMAND...: runs a command and reports its tests: those that it counts as GoogleTest
-# does, or itself when it counts none. One that counts no failure and fails all the same has one.
-# (The programs' own reports are of no use: Wine for ARM64 cannot format the numbers in them.)
+# report NAME COMMAND...: runs a command and reports its tests: the number that it prints like
+# GoogleTest, or one if it prints none. If it fails without printing a failure, that counts as one.
+# (The programs' own reports are useless, because Wine for ARM64 cannot format the numbers in them.)
 report() {
   name=$1 log=results/$1.log
   shift

@@ -1,4 +1,4 @@
-// The device-installation part of setupapi.dll, on the virtual machine.
+// The device-installation part of setupapi.dll, on the machine.
 #include "windows/open_files.h"
 
 // After the general Windows header.

@@ -1,4 +1,4 @@
-// The system's numbers for what goes wrong on the virtual machine.
+// The system's numbers for what goes wrong on the machine.
 #pragma once
 
 #include "platform/platform.h"
