@@ -15,7 +15,7 @@ constexpr GUID kDeviceProperties = {
     0xA45C254E, 0xDF1C, 0x4EFD, {0x80, 0x20, 0x67, 0xD1, 0x46, 0xA8, 0x50, 0xE0}};
 constexpr DEVPROPTYPE kNumber = 0x07, kText = 0x12, kTextList = 0x2012;
 
-CONFIGRET Answer(const platform::Status& status) { return status ? CR_SUCCESS : status.code; }
+CONFIGRET ConfigReturn(const platform::Status& status) { return status ? CR_SUCCESS : status.code; }
 
 CONFIGRET ReadAddress(DEVINST node, PBYTE buffer, PULONG bytes) {
   std::uint32_t address = 0;
@@ -23,13 +23,13 @@ CONFIGRET ReadAddress(DEVINST node, PBYTE buffer, PULONG bytes) {
   const platform::Status status = platform::GetAddressProperty(node, address);
   std::memcpy(buffer, &address, sizeof(address));
   *bytes = sizeof(address);
-  return Answer(status);
+  return ConfigReturn(status);
 }
 
 CONFIGRET ReadText(DEVINST node, platform::TextProperty property, PBYTE buffer, PULONG bytes) {
   std::wstring text;
   const platform::Status status = platform::GetTextProperty(node, property, *bytes, text);
-  if (!status) return Answer(status);
+  if (!status) return ConfigReturn(status);
   *bytes = static_cast<ULONG>(text.size() * sizeof(wchar_t));
   std::memcpy(buffer, text.data(), *bytes);
   return CR_SUCCESS;
@@ -43,21 +43,21 @@ CONFIGRET WINAPI CM_Get_Parent(PDEVINST parent, DEVINST node, ULONG) {
   platform::DevInst found = 0;
   const platform::Status status = platform::GetParent(node, found);
   *parent = found;
-  return Answer(status);
+  return ConfigReturn(status);
 }
 
 CONFIGRET WINAPI CM_Get_Device_IDA(DEVINST node, PSTR buffer, ULONG capacity, ULONG) {
   std::string id;
   const platform::Status status = platform::GetDeviceIdA(node, capacity, id);
   if (status) std::copy_n(id.c_str(), id.size() + 1, buffer);
-  return Answer(status);
+  return ConfigReturn(status);
 }
 
 CONFIGRET WINAPI CM_Get_Device_IDW(DEVINST node, PWSTR buffer, ULONG capacity, ULONG) {
   std::wstring id;
   const platform::Status status = platform::GetDeviceIdW(node, capacity, id);
   if (status) std::copy_n(id.c_str(), id.size() + 1, buffer);
-  return Answer(status);
+  return ConfigReturn(status);
 }
 
 CONFIGRET WINAPI CM_Get_DevNode_PropertyW(DEVINST node, const DEVPROPKEY* key, DEVPROPTYPE* type,
