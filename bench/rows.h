@@ -6,14 +6,17 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace qzhid::bench {
 
 /// Registers function(state, name, arguments...) to measure the row of that name.
 struct CRowRunner {
-  template <class Function, class... Arguments>
-  CRowRunner(const char* name, int iterations, Function function, Arguments... arguments) {
+  template <class... Parameters>
+  CRowRunner(const char* name, int iterations,
+             void (*function)(benchmark::State&, const char*, Parameters...),
+             std::type_identity_t<Parameters>... arguments) {
     benchmark::RegisterBenchmark(
         name, [=](benchmark::State& state) { function(state, name, arguments...); })
         ->UseManualTime()
