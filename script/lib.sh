@@ -16,7 +16,9 @@ configure_in() {
   for setting in "$@"; do
     grep -qE "^${setting%%=*}:[A-Z]+=${setting#*=}$" "$folder/CMakeCache.txt" 2>/dev/null || complete=
   done
-  [ -z "$complete" ] || return 0
+  if [ -n "$complete" ]; then
+    ninja -C "$folder" build.ninja >"$log" 2>&1 && return 0 # which CMake makes again when it is old
+  fi
   say "configuring $folder"
   mkdir -p build
   cmake --preset "$preset" -B "$folder" "${@/#/-D}" >"$log" 2>&1 ||

@@ -38,11 +38,10 @@ Texts Chain(Machine& machine, DevInst number) {
 
 TEST_F(BusTest, NodesLookLikeThoseOfWindows) {
   Install(OneHub());
+  const std::string root = "PCIROOT(0)#PCI(1400)#USBROOT(0)";
   EXPECT_EQ((Texts{"HID\\VID_2E7C&PID_0818",
-                   "USB\\VID_2E7C&PID_0818 Port_#0001.Hub_#0002 "
-                   "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)#USB(1) at 1",
-                   "USB\\VID_05E3&PID_0610 Port_#0003.Hub_#0001 "
-                   "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3) at 3",
+                   "USB\\VID_2E7C&PID_0818 Port_#0001.Hub_#0002 " + root + "#USB(3)#USB(1) at 1",
+                   "USB\\VID_05E3&PID_0610 Port_#0003.Hub_#0001 " + root + "#USB(3) at 3",
                    "USB\\ROOT_HUB30 PCIROOT(0)#PCI(1400)#USBROOT(0)",
                    "PCI\\VEN_1B36&DEV_000D PCIROOT(0)#PCI(1400)"}),
             Chain(*machine, machine->HidInstance("hub")));
