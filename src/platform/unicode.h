@@ -6,6 +6,7 @@
 // and sequences that are cut. Zeros are characters like all others.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -17,6 +18,6 @@ std::string ToUtf8(std::wstring_view wide);
 std::u16string ToUtf16(std::wstring_view wide);
 
 /// Whether the unit is the first of a pair.
-constexpr bool IsHighSurrogate(char32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
+constexpr bool IsHighSurrogate(std::uint32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
 
 }  // namespace qzhid::platform
