@@ -13,6 +13,7 @@ namespace qzhid::platform {
 void OnThreadAttach() noexcept { QZ_ConfigLog(1, 0); }
 
 void OnProcessDetach() noexcept {
+  // cppcheck-suppress throwInNoexceptFunction ; no exception leaves the frame
   Run({"OnProcessDetach", L"Create Log"}, 0, [](const char*) {
     CMsg::TryClearResponders();
     return 0;

@@ -36,8 +36,8 @@ class CProcessObject final : public CProcessObjectBase {
 
   /// Throws what the constructor of T throws.
   T& Get() {
-    T* const made = IfMade();
-    return made != nullptr ? *made : Make();
+    if (T* const made = IfMade(); made != nullptr) return *made;
+    return Make();
   }
 
   /// The object; null before its first use. Waits for nothing.

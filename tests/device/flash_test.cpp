@@ -36,7 +36,10 @@ class FlashTest : public DeviceTest {
     }
     return prints;
   }
-  CUSBDev& Device(bool isHid) { return isHid ? hid : usb; }
+  CUSBDev& Device(bool isHid) {
+    if (isHid) return hid;
+    return usb;
+  }
 };
 
 TEST_F(FlashTest, AnImageIsWrittenInChunksWithProgress) {

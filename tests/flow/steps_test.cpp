@@ -103,6 +103,7 @@ class StepsTest : public LayerTest {
     } catch (const std::bad_alloc&) {
       script.steps.emplace_back("throws");
     }
+    s_pScript = nullptr;
     steps = script.steps;
     return result;
   }

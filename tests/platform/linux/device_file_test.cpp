@@ -231,6 +231,7 @@ class UsbStringTest : public DeviceFileTest {
     };
     text = L"kept";
     const int code = CodeOf(GetIndexedString(device, 52, capacity, text));
+    answer = nullptr;
     EXPECT_EQ(expected.size(), asked);
     EXPECT_EQ(code == 0 ? L"ab" : L"kept", text);
     return code;
