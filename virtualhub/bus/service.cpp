@@ -9,35 +9,35 @@ namespace virtualhub {
 namespace {
 
 struct Row {
-  Service service;
   std::string_view name;
+  Service service;
   bool concernsDevice;
 };
 
 // In the order of the enumeration.
 constexpr Row kRows[] = {
-    {Service::OpenNodeSet, "OpenNodeSet", false},
-    {Service::EnumNode, "EnumNode", true},
-    {Service::FirstInterface, "FirstInterface", true},
-    {Service::InterfacePath, "InterfacePath", true},
-    {Service::CloseNodeSet, "CloseNodeSet", false},
-    {Service::OpenHidDevice, "OpenHidDevice", true},
-    {Service::CreateReportEvent, "CreateReportEvent", false},
-    {Service::GetPreparsedData, "GetPreparsedData", true},
-    {Service::GetCaps, "GetCaps", true},
-    {Service::GetIndexedString, "GetIndexedString", true},
-    {Service::GetParent, "GetParent", true},
-    {Service::GetDeviceIdA, "GetDeviceIdA", true},
-    {Service::GetDeviceIdW, "GetDeviceIdW", true},
-    {Service::HardwareIds, "HardwareIds", true},
-    {Service::LocationInfo, "LocationInfo", true},
-    {Service::LocationPaths, "LocationPaths", true},
-    {Service::GetAddressProperty, "GetAddressProperty", true},
-    {Service::GetLibraryPath, "GetLibraryPath", false},
-    {Service::HostVersionStore, "HostVersionStore", false},
-    {Service::HostProductName, "HostProductName", false},
-    {Service::HostUpdateRevision, "HostUpdateRevision", false},
-    {Service::NativeArchitecture, "NativeArchitecture", false},
+    {"OpenNodeSet", Service::OpenNodeSet, false},
+    {"EnumNode", Service::EnumNode, true},
+    {"FirstInterface", Service::FirstInterface, true},
+    {"InterfacePath", Service::InterfacePath, true},
+    {"CloseNodeSet", Service::CloseNodeSet, false},
+    {"OpenHidDevice", Service::OpenHidDevice, true},
+    {"CreateReportEvent", Service::CreateReportEvent, false},
+    {"GetPreparsedData", Service::GetPreparsedData, true},
+    {"GetCaps", Service::GetCaps, true},
+    {"GetIndexedString", Service::GetIndexedString, true},
+    {"GetParent", Service::GetParent, true},
+    {"GetDeviceIdA", Service::GetDeviceIdA, true},
+    {"GetDeviceIdW", Service::GetDeviceIdW, true},
+    {"HardwareIds", Service::HardwareIds, true},
+    {"LocationInfo", Service::LocationInfo, true},
+    {"LocationPaths", Service::LocationPaths, true},
+    {"GetAddressProperty", Service::GetAddressProperty, true},
+    {"GetLibraryPath", Service::GetLibraryPath, false},
+    {"HostVersionStore", Service::HostVersionStore, false},
+    {"HostProductName", Service::HostProductName, false},
+    {"HostUpdateRevision", Service::HostUpdateRevision, false},
+    {"NativeArchitecture", Service::NativeArchitecture, false},
 };
 
 constexpr bool IsInOrder() {
