@@ -80,24 +80,24 @@ END
 done
 for size in 32679 0; do
   truncate -s $size "$work/a.bin"
-  expect 5 "qzhid: image $work/a.bin is too short: $size bytes of at least 32680; name a whole firmware image file" \
+  expect 5 "qzhid: image $work/a.bin is too short: $size bytes of at least 32680; give the complete image file" \
     image "$work/a.bin"
 done
 truncate -s 16777217 "$work/a.bin"
-expect 5 "qzhid: image $work/a.bin is too long: 16777217 bytes of at most 16777216; name a whole firmware image file" \
+expect 5 "qzhid: image $work/a.bin is too long: 16777217 bytes of at most 16777216; give the complete image file" \
   image "$work/a.bin"
 mkfifo "$work/pipe"
 for file in "$work" "$work/pipe" /dev/zero; do
-  expect 5 "qzhid: image $file is not a regular file; name a whole firmware image file" image "$file"
+  expect 5 "qzhid: image $file is not a regular file; give the complete image file" image "$file"
 done
-expect 5 "qzhid: image - cannot be read; name a whole firmware image file" image -
+expect 5 "qzhid: image - cannot be read; give the complete image file" image -
 expect 5 '    "status": 5,' image --json "$work/missing"
 
 expect 2 "qzhid: A subcommand is required; see 'qzhid --help'" --json
 expect 2 "qzhid: --vid: '12345' is not one to four hexadecimal digits; see 'qzhid --help'" list --vid 12345 --pid 1
 expect 0 'qzhid 1.0.0' --version
 for command in list info image update recover doctor; do expect 0 'Examples:' $command --help; done
-expect 0 'Exit status: 0 done, 1 failed, 2 usage, 3 no such hub, 4 permission, 5 image refused, 6 hub lost' --help
+expect 0 'Exit status: 0 done, 1 failed, 2 usage, 3 no such hub, 4 permission, 5 image rejected, 6 hub lost' --help
 run --library /nowhere.so list 2> /dev/null
 [ $status -eq 2 ] || complain '--virtual and --library are taken together'
 

@@ -58,7 +58,7 @@ expect 1 "$me the hub runs its firmware 1.02; nothing needs to be recovered; 'qz
   recover --yes --image "$work/new.bin"
 while read -r size limit; do
   truncate -s $size "$work/odd.bin"
-  expect 5 "qzhid: image $work/odd.bin is too $limit; name a whole firmware image file" \
+  expect 5 "qzhid: image $work/odd.bin is too $limit; give the complete image file" \
     update --yes --force --image "$work/odd.bin"
 done <<END
 300 short: 300 bytes of at least 32680

@@ -43,7 +43,7 @@ expect 0 "hub 4 ($root#USB(1)) runs 2.10 now" update 4 --yes --image "$work/new.
   expect 1 'qzhid: the log Z:\nowhere\log cannot be written; name a file in a folder that you have permission to write' list --log /nowhere/log
 expect 2 "qzhid: several hubs are attached; name one of these instances: 4 6 8" info
 expect 3 "qzhid: no hub matches '5'; see 'qzhid list' for the hubs that are attached" info 5
-expect 5 "qzhid: image $work/none cannot be read; name a whole firmware image file" image "$work/none"
+expect 5 "qzhid: image $work/none cannot be read; give the complete image file" image "$work/none"
 run update --all --yes --image "$work/new.bin"
 said 6 "qzhid: hub 6 ($root#USB(2)): the update failed, and the hub has left the bus; unplug it, plug it in again, and run 'qzhid info' and 'qzhid recover'"
 {

@@ -31,7 +31,7 @@ std::size_t VersionPlace(std::uint16_t chip) {
 
 [[noreturn]] void Reject(const std::string& path, const std::string& why) {
   throw Failure(Exit::ImageRefused, "image " + path + " " + why, "",
-                "name a whole firmware image file");
+                "give the complete image file");
 }
 
 void CheckSize(const std::string& path, std::uintmax_t size) {

@@ -43,7 +43,7 @@ void Attach(const std::string& scenarioFile) {
 
 void AddAttachCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand(
-      "attach", "plug virtual devices into this machine's kernel (as root; needs vhci_hcd)");
+      "attach", "plug virtual devices into this computer (as root; needs vhci_hcd)");
   const auto scenario = std::make_shared<std::string>();
   command->add_option("--scenario", *scenario,
                       "JSON file that describes the devices, default: one hub and one keyboard");

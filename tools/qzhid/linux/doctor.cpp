@@ -76,7 +76,7 @@ Finding ExamineNode(const std::string& file, const std::string& hub) {
             std::string("install the udev rule ") + kRule + ", then plug the hub in again"};
   }
   return {false, "there is no permission for " + hub + " although the udev rule is installed",
-          "plug the hub in again, or log in at the machine itself: the rule is for the user there"};
+          "plug the hub in again, or log in locally: the rule only covers local users"};
 }
 
 // The HID nodes below a USB device.
