@@ -2,7 +2,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-say() { printf '==> %s\n' "$*" >&2; }
+# say TEXT: prints it with the minutes and seconds since the script began.
+say() { printf '==> %d:%02d %s\n' $((SECONDS / 60)) $((SECONDS % 60)) "$*" >&2; }
 die() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
 
 # configure PRESET [SETTING=VALUE...]: configures on first use, and again if a setting has changed.
