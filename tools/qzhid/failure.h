@@ -9,7 +9,7 @@
 namespace qzhid {
 
 /// Exit statuses of the program.
-enum class Exit { Done, Failed, WrongUse, NoSuchHub, NoPermission, ImageRefused, HubLost };
+enum class Exit { Done, Failed, WrongUse, NoSuchHub, NoPermission, Refused, HubLost, InLoader };
 
 /// What failed, on which hub (empty where none is concerned), and what the user does next.
 class Failure : public std::runtime_error {

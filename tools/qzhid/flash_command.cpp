@@ -8,6 +8,7 @@
 #include "qzhid/commands.h"
 #include "qzhid/hubs.h"
 #include "qzhid/options.h"
+#include "qzhid/selector.h"
 
 namespace qzhid {
 
@@ -19,7 +20,7 @@ constexpr std::chrono::seconds kLongestWait{60};
 constexpr std::chrono::milliseconds kPollEvery{1};
 
 struct FlashOptions {
-  std::string hub;
+  std::optional<std::string> hub;
   std::uint32_t address = 0;
   bool isAgreed = false;
   std::string file;
@@ -85,7 +86,7 @@ void ShowStatus(Host& host, const FlashOptions& options) {
 CLI::App* Add(CLI::App& group, const std::string& name, const std::string& meaning,
               FlashOptions& options) {
   CLI::App* command = group.add_subcommand(name, meaning);
-  AddHub(*command, "--hub", options.hub);
+  AddHub(*command, options.hub);
   return command;
 }
 
@@ -112,7 +113,7 @@ void AddFlashCommand(CLI::App& app, Host& host) {
   CLI::App* erasing = Add(*group, "erase", "erase the whole flash", *erase);
   erasing->add_flag("--yes", erase->isAgreed, "do not ask");
   erasing->callback([&host, erase] { Erase(host, *erase); });
-  AddExamples(*erasing, {"qzhid flash erase", "qzhid flash erase --hub 5 --yes"});
+  AddExamples(*erasing, {"qzhid flash erase", "qzhid flash erase --hub 1-3.1 --yes"});
   const auto status = std::make_shared<FlashOptions>();
   CLI::App* showing = Add(*group, "status", "show the flash's status", *status);
   showing->callback([&host, status] { ShowStatus(host, *status); });

@@ -4,6 +4,7 @@
 #include "qzhid/commands.h"
 #include "qzhid/hubs.h"
 #include "qzhid/options.h"
+#include "qzhid/selector.h"
 
 namespace qzhid {
 
@@ -13,7 +14,7 @@ constexpr std::uint32_t kLastLine = 23;
 constexpr std::uint32_t kLastHubNumber = 0xFFFF;
 
 struct GpioOptions {
-  std::string hub;
+  std::optional<std::string> hub;
   std::uint32_t line = 0;
   std::uint32_t level = 0;
 };
@@ -26,7 +27,7 @@ std::shared_ptr<GpioOptions> AddLine(CLI::App& command, std::uint32_t last, bool
   if (hasLevel) {
     command.add_option("LEVEL", options->level, "0 or 1")->required()->check(CLI::Range(0u, 1u));
   }
-  AddHub(command, "--hub", options->hub);
+  AddHub(command, options->hub);
   return options;
 }
 

@@ -48,6 +48,14 @@ const Library& Host::Api() {
   return *library_;
 }
 
+const PortNames& Host::Names() {
+  if (!names_) {
+    const std::filesystem::path folder = system::ConfigFolder();
+    names_ = folder.empty() ? PortNames() : ReadPortNames(folder / "qzhid" / "ports.conf");
+  }
+  return *names_;
+}
+
 void Host::StartLog() {
   const bool isWanted = !options_.log.empty() || options_.isVerbose;
   if (!options_.log.empty()) {
@@ -106,10 +114,11 @@ void Host::Report(const Failure& failure) {
   if (options_.isJson) Print({{"error", ToJson(failure)}});
 }
 
+bool Host::MayMove() const { return !options_.isPlain && system::DrawableTerminal().columns > 0; }
+
 bool Host::IsColourful() const {
   const char* unwanted = std::getenv("NO_COLOR");
-  return !options_.isPlain && (unwanted == nullptr || *unwanted == '\0') &&
-         system::DrawableTerminal().columns > 0;
+  return MayMove() && (unwanted == nullptr || *unwanted == '\0');
 }
 
 std::vector<std::string> Host::LastLogLines() const {

@@ -9,6 +9,7 @@
 
 #include "qzhid/failure.h"
 #include "qzhid/library.h"
+#include "qzhid/port_names.h"
 
 namespace qzhid {
 
@@ -37,6 +38,9 @@ class Host {
   /// The library, loaded at the first call. Throws Failure when it cannot be.
   const Library& Api();
 
+  /// The names of ports, read at the first call. Throws Failure when the user's file is not usable.
+  const PortNames& Names();
+
   /// A command's result on standard output: the object with --json, else the text, which ends with
   /// a newline; the text not with --quiet.
   void Report(const nlohmann::ordered_json& object, const std::string& text) const;
@@ -64,7 +68,9 @@ class Host {
   /// The last lines of this process's log.
   std::vector<std::string> LastLogLines() const;
 
-  /// Whether standard error may have colours and moving bars.
+  /// Whether standard error is a terminal on which bars may move, and whether they may have
+  /// colours.
+  bool MayMove() const;
   bool IsColourful() const;
 
  private:
@@ -73,6 +79,7 @@ class Host {
   Options options_;
   Exit status_ = Exit::Done;
   std::optional<Library> library_;
+  std::optional<PortNames> names_;
   std::filesystem::path logFile_;
   std::filesystem::path temporary_;
 };

@@ -2,9 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstdio>
-#include <iterator>
+#include <optional>
 #include <utility>
 
 #include "common/texts.h"
@@ -13,15 +12,7 @@ namespace qzhid {
 
 namespace {
 
-constexpr std::uint32_t kFamilyVendorId = 0x2E7C;
-// Device ids always hold a zero digit, so this product id matches every device of a vendor.
-constexpr std::uint32_t kAnyProductId = 0;
-
-std::string Upper(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-  return text;
-}
+constexpr std::uint16_t kFamilyVendorId = 0x2E7C;
 
 // Ids and locations are ASCII; anything else shows as '?'.
 std::string Text(const QZ_Utf16* text) {
@@ -42,25 +33,73 @@ std::vector<std::string> Texts(const QZ_Utf16* list) {
 std::vector<Hub> TakeRecords(Host& host, HidDevRecord* records, std::uint32_t count) {
   std::vector<Hub> hubs;
   for (const HidDevRecord* record = records; record != records + count; ++record) {
-    hubs.push_back({record->dwInst, Upper(Text(record->VID)), Upper(Text(record->PID)),
-                    record->Level, record->Port, Texts(record->LocationPath), Texts(record->HwID)});
+    Hub hub = {record->dwInst, Upper(Text(record->VID)),    Upper(Text(record->PID)), record->Level,
+               record->Port,   Texts(record->LocationPath), Texts(record->HwID)};
+    hub.id = ReadPortId(hub.Location());
+    hubs.push_back(std::move(hub));
   }
   host.Api().FreeDevList(records);
   return hubs;
 }
 
-bool Matches(const Hub& hub, const std::string& wanted) {
-  const std::string text = Upper(wanted);
-  return text.empty() || text == hub.vid + ":" + hub.pid ||
-         std::any_of(hub.locations.begin(), hub.locations.end(),
-                     [&text](const std::string& place) { return Upper(place).ends_with(text); });
+// The hubs that can be opened. Of a device whose interface has several collections, one is enough.
+std::vector<Hub> ListOpenableHubs(Host& host) {
+  HidDevRecord* records = nullptr;
+  std::uint32_t count = 0;
+  if (host.Api().ListAllHidDev(&records, &count) == 0) return {};
+  std::vector<Hub> hubs;
+  for (Hub& hub : TakeRecords(host, records, count)) {
+    const bool isKnown = !hub.locations.empty() && AtLocation(hubs, hub.Location()) != nullptr;
+    if (!isKnown) hubs.push_back(std::move(hub));
+  }
+  return hubs;
+}
+
+// The HID devices of a vendor, and of one of its products if that is given.
+std::vector<Hub> ListDevicesOf(Host& host, std::uint16_t vid, std::optional<std::uint16_t> pid) {
+  HidDevRecord* records = nullptr;
+  std::uint32_t count = 0;
+  // The library looks for both ids anywhere in the device's id, so the vendor's is found twice.
+  if (host.Api().ListAllHidDevByVIDPID(vid, pid.value_or(vid), &records, &count) == 0) return {};
+  std::vector<Hub> devices = TakeRecords(host, records, count);
+  std::erase_if(devices, [&](const Hub& device) {
+    return device.vid != IdText(vid) || (pid && device.pid != IdText(*pid));
+  });
+  return devices;
+}
+
+bool AreOnOnePort(const Hub& hub, const Hub& other) {
+  return hub.instance == other.instance ||
+         (!hub.id.port.empty() && hub.id.Device() == other.id.Device());
+}
+
+void NameHubs(std::vector<Hub>& hubs, const PortNames& names) {
+  const bool isOnSeveral = std::any_of(hubs.begin(), hubs.end(), [&hubs](const Hub& hub) {
+    return hub.id.controller != hubs.front().id.controller;
+  });
+  for (Hub& hub : hubs) {
+    hub.shownId = isOnSeveral ? hub.id.Whole() : hub.id.port;
+    if (hub.id.port.empty()) hub.shownId = "instance:" + std::to_string(hub.instance);
+    for (const auto& [name, port] : names) {
+      if (hub.id.Is(port)) hub.userName = name;
+    }
+  }
 }
 
 }  // namespace
 
+std::string Hub::Name() const { return shownId + (userName.empty() ? "" : " (" + userName + ")"); }
+
 nlohmann::ordered_json ToJson(const Hub& hub) {
-  return {{"instance", hub.instance}, {"vid", hub.vid},   {"pid", hub.pid},
-          {"level", hub.level},       {"port", hub.port}, {"location", hub.Location()}};
+  return {{"port_id", hub.shownId},
+          {"name",
+           hub.userName.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(hub.userName)},
+          {"vid", hub.vid},
+          {"pid", hub.pid},
+          {"location", hub.Location()},
+          {"level", hub.level},
+          {"port", hub.port},
+          {"instance", hub.instance}};
 }
 
 std::string VersionText(std::uint16_t version) {
@@ -73,76 +112,31 @@ std::string IdText(std::uint32_t id) {
   return Upper(tools::HexText(static_cast<std::uint16_t>(id)));
 }
 
+std::vector<Hub> ListDevices(Host& host, std::uint16_t vid, std::uint16_t pid) {
+  std::vector<Hub> devices = ListDevicesOf(host, vid, pid);
+  NameHubs(devices, host.Names());
+  return devices;
+}
+
 std::vector<Hub> ListHubs(Host& host) {
-  HidDevRecord* records = nullptr;
-  std::uint32_t count = 0;
-  if (host.Api().ListAllHidDev(&records, &count) == 0) return {};
-  return TakeRecords(host, records, count);
-}
-
-std::vector<Hub> ListDevices(Host& host, std::uint32_t vid, std::uint32_t pid) {
-  HidDevRecord* records = nullptr;
-  std::uint32_t count = 0;
-  if (host.Api().ListAllHidDevByVIDPID(vid, pid, &records, &count) == 0) return {};
-  return TakeRecords(host, records, count);
-}
-
-std::vector<Hub> ListClosedHubs(Host& host) {
-  // That list opens no device, so it also holds hubs that this user has no permission to open.
-  std::vector<Hub> closed = ListDevices(host, kFamilyVendorId, kAnyProductId);
-  if (closed.empty()) return closed;
-  for (const Hub& hub : ListHubs(host)) {
-    std::erase_if(closed, [&hub](const Hub& other) { return other.instance == hub.instance; });
+  // That list opens no device, so it also holds hubs that this user has no permission to open. It
+  // comes first, because instances are good for the last list.
+  const std::vector<Hub> closed = ListDevicesOf(host, kFamilyVendorId, std::nullopt);
+  std::vector<Hub> hubs = ListOpenableHubs(host);
+  const std::size_t openable = hubs.size();
+  for (const Hub& hub : closed) {
+    const bool isThere = std::any_of(hubs.begin(), hubs.end(),
+                                     [&hub](const Hub& other) { return AreOnOnePort(hub, other); });
+    if (!isThere) hubs.push_back(hub);
   }
-  return closed;
-}
-
-Failure NoPermission(const std::string& hub) {
-  return {Exit::NoPermission, "a hub is attached, but it cannot be opened", hub,
-          "get permission for it (on Linux: the udev rule) or end the program that has it open"};
-}
-
-void CheckPermission(Host& host, const std::string& wanted) {
-  for (const Hub& hub : ListClosedHubs(host)) {
-    if (wanted == std::to_string(hub.instance) || Matches(hub, wanted)) throw NoPermission("");
-  }
-}
-
-namespace {
-
-[[noreturn]] void FailToFind(Host& host, const std::string& wanted) {
-  CheckPermission(host, wanted);
-  const std::string what =
-      wanted.empty() ? "no hub is attached" : "no hub matches '" + wanted + "'";
-  throw Failure(Exit::NoSuchHub, what, "", "see 'qzhid list' for the hubs that are attached");
-}
-
-}  // namespace
-
-std::vector<Hub> AllHubs(Host& host) {
-  std::vector<Hub> hubs = ListHubs(host);
-  if (hubs.empty()) FailToFind(host, "");
-  for (Hub& hub : ListClosedHubs(host)) hubs.push_back(std::move(hub));
+  for (std::size_t i = openable; i < hubs.size(); ++i) hubs[i].isOpenable = false;
+  NameHubs(hubs, host.Names());
   return hubs;
 }
 
-Hub PickHub(Host& host, const std::string& wanted) {
-  const std::vector<Hub> hubs = ListHubs(host);
-  for (const Hub& hub : hubs) {
-    if (wanted == std::to_string(hub.instance)) return hub;
-    if (!wanted.empty() && wanted == hub.Location()) return hub;
-  }
-  std::vector<Hub> matching;
-  std::copy_if(hubs.begin(), hubs.end(), std::back_inserter(matching),
-               [&wanted](const Hub& hub) { return Matches(hub, wanted); });
-  if (matching.empty()) FailToFind(host, wanted);
-  if (matching.size() == 1) return matching.front();
-  std::string numbers;
-  for (const Hub& hub : matching) numbers += " " + std::to_string(hub.instance);
-  throw Failure(
-      Exit::WrongUse,
-      wanted.empty() ? "several hubs are attached" : "several hubs match '" + wanted + "'", "",
-      "name one of these instances:" + numbers);
+Failure NoPermission(const std::string& hub) {
+  return {Exit::NoPermission, "the hub cannot be opened", hub,
+          "get permission for it (on Linux: the udev rule) or end the program that has it open"};
 }
 
 const Hub* AtLocation(const std::vector<Hub>& hubs, const std::string& location) {

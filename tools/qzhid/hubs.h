@@ -1,54 +1,48 @@
-// The hubs that are attached, and how a user names one.
+// The hubs that are attached.
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "qzhid/host.h"
+#include "qzhid/location.h"
 
 namespace qzhid {
 
 struct Hub {
-  std::uint32_t instance = 0;
-  std::string vid;  ///< four hexadecimal digits in upper case, as is the product id
+  std::uint32_t instance = 0;  ///< good until this process lists again
+  std::string vid;             ///< four hexadecimal digits in upper case, as is the product id
   std::string pid;
   std::uint32_t level = 0;
   std::uint32_t port = 0;
   std::vector<std::string> locations;  ///< the first one names the port
   std::vector<std::string> hardwareIds;
+  PortId id{};
+  std::string shownId{};   ///< with the controller if hubs of several controllers are attached
+  std::string userName{};  ///< which the user has given to the port
+  bool isOpenable = true;
 
   std::string Location() const { return locations.empty() ? "" : locations.front(); }
-  /// As errors name it.
-  std::string Name() const { return std::to_string(instance) + " (" + Location() + ")"; }
+  /// As messages name it: "1-3.1 (bay 3)".
+  std::string Name() const;
 };
 
+/// The object that describes a hub in every result.
 nlohmann::ordered_json ToJson(const Hub& hub);
 /// A version as text: 0x0210 is "2.10".
 std::string VersionText(std::uint16_t version);
 /// Four hexadecimal digits.
 std::string IdText(std::uint32_t id);
 
-/// The hubs of the family, in the order in which the system enumerates them.
+/// All hubs of the family: first those that can be opened, in the order in which the system
+/// enumerates them, then those that cannot.
 std::vector<Hub> ListHubs(Host& host);
-/// HID devices with both ids, of the family or not.
-std::vector<Hub> ListDevices(Host& host, std::uint32_t vid, std::uint32_t pid);
+/// The HID devices with exactly these ids, of the family or not.
+std::vector<Hub> ListDevices(Host& host, std::uint16_t vid, std::uint16_t pid);
 
-/// Hubs that are attached but cannot be opened.
-std::vector<Hub> ListClosedHubs(Host& host);
 Failure NoPermission(const std::string& hub);
-
-/// Throws Failure when `wanted` matches such a hub.
-void CheckPermission(Host& host, const std::string& wanted);
-
-/// The hub that `wanted` names: an instance number, VID:PID, a location or its end; empty: the only
-/// one. Throws Failure when there is none or more than one.
-Hub PickHub(Host& host, const std::string& wanted);
-
-/// All hubs, also those that cannot be opened. Throws Failure when there is none, or when none can.
-std::vector<Hub> AllHubs(Host& host);
 
 /// The list entry of a hub that may have come back under another number; null when it is away.
 const Hub* AtLocation(const std::vector<Hub>& hubs, const std::string& location);

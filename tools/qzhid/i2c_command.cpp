@@ -8,6 +8,7 @@
 #include "qzhid/commands.h"
 #include "qzhid/hubs.h"
 #include "qzhid/options.h"
+#include "qzhid/selector.h"
 
 namespace qzhid {
 
@@ -21,7 +22,7 @@ constexpr int kTries = 20;
 constexpr std::chrono::milliseconds kBetweenTries{2};
 
 struct I2cOptions {
-  std::string hub;
+  std::optional<std::string> hub;
   std::uint32_t target = 0;
   std::uint32_t memory = 0;
   std::uint32_t memoryBytes = 2;
@@ -113,7 +114,7 @@ void Write(Host& host, const I2cOptions& options) {
 CLI::App* Add(CLI::App& group, Host& host, const std::string& name, const std::string& meaning,
               const std::shared_ptr<I2cOptions>& options, void (*work)(Host&, const I2cOptions&)) {
   CLI::App* command = group.add_subcommand(name, meaning);
-  AddHub(*command, "--hub", options->hub);
+  AddHub(*command, options->hub);
   command->add_option("--target", options->target, "address as the hub's I2C master takes it")
       ->required()
       ->check(CLI::Range(1u, 0xFFu));

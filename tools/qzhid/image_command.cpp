@@ -11,14 +11,14 @@ namespace qzhid {
 namespace {
 
 void ShowImage(Host& host, const std::string& path) {
-  const Image image = ReadImage(host, path);
-  host.Report(ToJson(image), Columns({{"file", image.path},
-                                      {"VID", IdText(image.vid)},
-                                      {"product id", IdText(image.pid)},
-                                      {"chip code", IdText(image.chip)},
-                                      {"version", VersionText(image.version)},
-                                      {"size", std::to_string(image.size) + " bytes"},
-                                      {"SHA-256", image.sha256}}));
+  const Image image = ReadImage(path);
+  host.Report(ToJson(image), Table({{"file", image.path},
+                                    {"VID", IdText(image.vid)},
+                                    {"product id", IdText(image.pid)},
+                                    {"chip code", IdText(image.chip)},
+                                    {"version", VersionText(image.version)},
+                                    {"size", std::to_string(image.bytes.size()) + " bytes"},
+                                    {"SHA-256", image.sha256}}));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include "qzhid/commands.h"
 #include "qzhid/options.h"
+#include "qzhid/selector.h"
 #include "qzhid/state.h"
 
 namespace qzhid {
@@ -38,41 +39,42 @@ std::optional<std::uint8_t> FlashStatus(Host& host, const OpenHub& hub) {
   return status;
 }
 
-void ShowInfo(Host& host, const std::string& wanted) {
+void ShowInfo(Host& host, const std::optional<std::string>& wanted) {
   const Hub hub = PickHub(host, wanted);
   const HubState state = ReadState(host, hub);
   const OpenHub open(host, hub);
   const auto high = HighLines(host, open);
   const auto flash = FlashStatus(host, open);
-  nlohmann::ordered_json object = ToJson(hub);
+  nlohmann::ordered_json object = {{"hub", ToJson(hub)}};
   object["locations"] = hub.locations;
   object["hardware_ids"] = hub.hardwareIds;
   object["hub_vid"] = IdText(state.vid);
   object["hub_pid"] = IdText(state.pid);
-  object["runs"] = state.version ? "firmware" : "loader";
+  object["state"] = state.version ? "firmware" : "loader";
   object["version"] = state.version ? nlohmann::json(state.Text()) : nlohmann::json();
   object["gpio_high"] = high ? nlohmann::json(*high) : nlohmann::json();
   object["flash_status"] = flash ? nlohmann::json(*flash) : nlohmann::json();
   host.Report(object,
-              Columns({{"instance", std::to_string(hub.instance)},
-                       {"HID VID:PID", hub.vid + ":" + hub.pid},
-                       {"hub VID:PID", IdText(state.vid) + ":" + IdText(state.pid)},
-                       {"level, port", std::to_string(hub.level) + ", " + std::to_string(hub.port)},
-                       {"location", Join(hub.locations)},
-                       {"hardware ids", Join(hub.hardwareIds)},
-                       {"runs", state.version ? "firmware " + state.Text() : state.Text()},
-                       {"GPIO high", high ? Join(*high) : "not readable"},
-                       {"flash status", flash ? std::to_string(*flash) : "not readable"}}));
+              Table({{"port", hub.shownId},
+                     {"name", hub.userName.empty() ? "-" : hub.userName},
+                     {"HID VID:PID", hub.vid + ":" + hub.pid},
+                     {"hub VID:PID", IdText(state.vid) + ":" + IdText(state.pid)},
+                     {"level, port", std::to_string(hub.level) + ", " + std::to_string(hub.port)},
+                     {"location", Join(hub.locations)},
+                     {"hardware ids", Join(hub.hardwareIds)},
+                     {"runs", state.version ? "firmware " + state.Text() : state.Text()},
+                     {"GPIO high", high ? Join(*high) : "not readable"},
+                     {"flash status", flash ? std::to_string(*flash) : "not readable"}}));
 }
 
 }  // namespace
 
 void AddInfoCommand(CLI::App& app, Host& host) {
   CLI::App* command = app.add_subcommand("info", "show everything that can be read from a hub");
-  const auto hub = std::make_shared<std::string>();
-  AddHub(*command, "HUB", *hub);
+  const auto hub = std::make_shared<std::optional<std::string>>();
+  AddHub(*command, *hub);
   AddExamples(*command,
-              {"qzhid info", "qzhid info 2E7C:0818", "qzhid info 'USB(3)#USB(1)' --json"});
+              {"qzhid info", "qzhid info --hub 1-3.1", "qzhid info --hub 2E7C:0818 --json"});
   command->callback([&host, hub] { ShowInfo(host, *hub); });
 }
 

@@ -5,6 +5,7 @@
 #include "qzhid/commands.h"
 #include "qzhid/hubs.h"
 #include "qzhid/options.h"
+#include "qzhid/state.h"
 
 namespace qzhid {
 
@@ -13,22 +14,38 @@ namespace {
 struct ListOptions {
   std::uint16_t vid = 0;
   std::uint16_t pid = 0;
-  bool isFiltered = false;
 };
 
-void List(Host& host, const ListOptions& options) {
-  const std::vector<Hub> hubs =
-      options.isFiltered ? ListDevices(host, options.vid, options.pid) : ListHubs(host);
-  if (hubs.empty() && !options.isFiltered) CheckPermission(host, "");
-  nlohmann::ordered_json object = {{"hubs", nlohmann::ordered_json::array()}};
-  std::string table = TableRow({"INSTANCE", "VID:PID", "LEVEL", "PORT"}, "LOCATION");
-  for (const Hub& hub : hubs) {
-    object["hubs"].push_back(ToJson(hub));
-    table += TableRow({std::to_string(hub.instance), hub.vid + ":" + hub.pid,
-                       std::to_string(hub.level), std::to_string(hub.port)},
-                      hub.Location());
+std::string OrDash(const std::string& text) { return text.empty() ? "-" : text; }
+
+using Rows = std::vector<std::vector<std::string>>;
+
+// This opens no device.
+void ListAnyDevices(Host& host, const ListOptions& options) {
+  nlohmann::ordered_json list = nlohmann::ordered_json::array();
+  Rows rows = {{"PORT", "NAME", "VID:PID", "LOCATION"}};
+  for (const Hub& device : ListDevices(host, options.vid, options.pid)) {
+    list.push_back({{"hub", ToJson(device)}});
+    rows.push_back({device.shownId, OrDash(device.userName), device.vid + ":" + device.pid,
+                    device.Location()});
   }
-  host.Report(object, hubs.empty() ? "no hub is attached\n" : table);
+  host.Report({{"hubs", list}},
+              rows.size() == 1 ? "no such HID device is attached\n" : Table(rows));
+}
+
+void List(Host& host) {
+  nlohmann::ordered_json list = nlohmann::ordered_json::array();
+  Rows rows = {{"PORT", "NAME", "VID:PID", "VERSION", "STATE"}};
+  for (const Hub& hub : ListHubs(host)) {
+    const HubSummary summary = Summarise(host, hub);
+    const std::string version = summary.version ? VersionText(*summary.version) : "";
+    list.push_back({{"hub", ToJson(hub)},
+                    {"state", summary.state},
+                    {"version", summary.version ? nlohmann::json(version) : nlohmann::json()}});
+    rows.push_back({hub.shownId, OrDash(hub.userName), hub.vid + ":" + hub.pid, OrDash(version),
+                    summary.state});
+  }
+  host.Report({{"hubs", list}}, rows.size() == 1 ? "no hub is attached\n" : Table(rows));
 }
 
 }  // namespace
@@ -36,16 +53,14 @@ void List(Host& host, const ListOptions& options) {
 void AddListCommand(CLI::App& app, Host& host) {
   CLI::App* command = app.add_subcommand("list", "list the hubs that are attached");
   const auto options = std::make_shared<ListOptions>();
-  CLI::Option* vid =
-      tools::AddHexNumber(*command, "--vid", options->vid, "list HID devices of this vendor id");
+  CLI::Option* vid = tools::AddHexNumber(*command, "--vid", options->vid,
+                                         "list the HID devices of this vendor id");
   CLI::Option* pid = tools::AddHexNumber(*command, "--pid", options->pid, "and this product id");
   vid->needs(pid);
   pid->needs(vid);
   AddExamples(*command, {"qzhid list", "qzhid list --vid 2E7C --pid 0818 --json"});
-  command->callback([&host, options, vid] {
-    options->isFiltered = vid->count() > 0;
-    List(host, *options);
-  });
+  command->callback(
+      [&host, options, vid] { vid->count() > 0 ? ListAnyDevices(host, *options) : List(host); });
 }
 
 }  // namespace qzhid

@@ -4,22 +4,20 @@
 #include <iostream>
 
 #include "qzhid/failure.h"
+#include "qzhid/selector.h"
 #include "qzhid/system.h"
 
 namespace qzhid {
 
-namespace {
-
-constexpr const char* kHubMeaning = "instance, VID:PID, location or its end; default the only hub";
-
-}  // namespace
-
-CLI::Option* AddHub(CLI::App& command, const std::string& name, std::string& hub) {
-  return command.add_option(name, hub, kHubMeaning);
+CLI::Option* AddHub(CLI::App& command, std::optional<std::string>& hub) {
+  return command.add_option("--hub", hub, kSelectors)->option_text("HUB");
 }
 
 CLI::Option* AddHubs(CLI::App& command, std::vector<std::string>& hubs) {
-  return command.add_option("HUB", hubs, kHubMeaning);
+  return command.add_option("--hub", hubs, kSelectors)
+      ->option_text("HUB ...")
+      ->allow_extra_args(false)
+      ->take_all();
 }
 
 void AddData(CLI::App& command, std::vector<std::string>& words, std::string& file) {
@@ -34,28 +32,21 @@ void AddExamples(CLI::App& command, const std::vector<std::string>& examples) {
   command.footer(text);
 }
 
-std::string Columns(const std::vector<std::pair<std::string, std::string>>& rows) {
-  std::size_t width = 0;
-  for (const auto& row : rows) width = std::max(width, row.first.size());
+std::string Table(const std::vector<std::vector<std::string>>& rows) {
+  constexpr std::size_t kGap = 2;
+  std::vector<std::size_t> widths(rows.front().size());
+  for (const auto& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+  }
   std::string text;
-  for (const auto& [name, value] : rows) {
-    text += name;
-    text.append(width + 2 - name.size(), ' ');
-    text += value;
-    text += '\n';
+  for (const auto& row : rows) {
+    for (std::size_t i = 0; i + 1 < row.size(); ++i) {
+      text += row[i];
+      text.append(widths[i] + kGap - row[i].size(), ' ');
+    }
+    text += row.back() + '\n';
   }
   return text;
-}
-
-std::string TableCell(const std::string& text) {
-  constexpr std::size_t kWidth = 12;
-  return text + std::string(text.size() < kWidth ? kWidth - text.size() : 1, ' ');
-}
-
-std::string TableRow(const std::vector<std::string>& cells, const std::string& last) {
-  std::string row;
-  for (const std::string& cell : cells) row += TableCell(cell);
-  return row + last + '\n';
 }
 
 void Confirm(const std::string& question, const std::string& hub) {

@@ -49,7 +49,7 @@ std::string Progress::Text() const {
   return std::string(PhaseName()) + ", " + std::to_string(percent_) + " %";
 }
 
-std::string Progress::Bar(const std::string& label, std::size_t columns) const {
+std::string Progress::Bar(const std::string& label, std::size_t columns, bool isColourful) const {
   const auto percent = std::max(percent_, 0);
   std::array<char, 32> numbers{};
   std::snprintf(numbers.data(), numbers.size(), " %3d %%  %-9s", static_cast<int>(percent),
@@ -60,7 +60,8 @@ std::string Progress::Bar(const std::string& label, std::size_t columns) const {
   if (room < kLineStep) return (label + numbers.data()).substr(0, columns > 0 ? columns - 1 : 0);
   const std::size_t width = std::min(kBarWidth, room);
   const std::size_t filled = static_cast<std::size_t>(percent) * width / kDone;
-  return label + "[\x1b[32m" + std::string(filled, '#') + "\x1b[0m" +
+  const char* const colour = isColourful ? "\x1b[32m" : "";
+  return label + '[' + colour + std::string(filled, '#') + (isColourful ? "\x1b[0m" : "") +
          std::string(width - filled, '.') + ']' + numbers.data() +
          (room >= kBarWidth + kSpeedWidth ? Speed() : "");
 }

@@ -22,16 +22,17 @@ class Progress {
   bool Take(std::int32_t percent);
 
   Phase CurrentPhase() const;
+  const char* PhaseName() const;
+  std::int32_t Percent() const { return percent_; }
 
   /// As in "writing, 40 %".
   std::string Text() const;
   /// A bar after a label, for a terminal of that width.
-  std::string Bar(const std::string& label, std::size_t columns) const;
+  std::string Bar(const std::string& label, std::size_t columns, bool isColourful) const;
 
  private:
   using Clock = std::chrono::steady_clock;
 
-  const char* PhaseName() const;
   std::string Speed() const;
 
   std::size_t size_;

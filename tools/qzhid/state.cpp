@@ -15,4 +15,14 @@ HubState ReadState(Host& host, const Hub& hub) {
   return state;
 }
 
+HubSummary Summarise(Host& host, const Hub& hub) {
+  if (!hub.isOpenable) return {"no permission", {}};
+  try {
+    const HubState state = ReadState(host, hub);
+    return {state.version ? "firmware" : "loader", state.version};
+  } catch (const Failure&) {
+    return {"silent", {}};
+  }
+}
+
 }  // namespace qzhid

@@ -17,12 +17,22 @@ struct HubState {
   std::string Text() const { return version ? VersionText(*version) : "loader"; }
 };
 
+/// What is known of a hub without more than a look at it.
+struct HubSummary {
+  std::string state;  ///< "firmware", "loader", "no permission" or "silent"
+  std::optional<std::uint16_t> version;
+};
+
 /// What to do about a hub that is in its loader, and about one that an update has lost.
-inline constexpr const char* kRecoverHub = "write its firmware with 'qzhid recover --image FILE'";
+inline constexpr const char* kRecoverHub =
+    "write its firmware with 'qzhid recover --hub HUB --image FILE'";
 inline constexpr const char* kFindHub =
     "unplug it, plug it in again, and run 'qzhid info' and 'qzhid recover'";
 
 /// Asks a hub of the last list. Throws Failure when it does not answer.
 HubState ReadState(Host& host, const Hub& hub);
+
+/// Looks at a hub of the last list, also one that does not answer or cannot be opened.
+HubSummary Summarise(Host& host, const Hub& hub);
 
 }  // namespace qzhid

@@ -40,6 +40,9 @@ extern const bool kThreadsStartLog;
 /// From now on the process continues without its terminal and without readers of its output.
 void OutliveReaders();
 
+/// The folder for the user's settings of all programs; empty when there is none.
+std::filesystem::path ConfigFolder();
+
 /// Makes a new folder for temporary files that only this user can read; empty when it cannot be.
 std::filesystem::path MakePrivateFolder();
 

@@ -1,11 +1,14 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
+#include <map>
 #include <memory>
 
+#include "common/texts.h"
 #include "qzhid/commands.h"
 #include "qzhid/interrupt.h"
 #include "qzhid/options.h"
+#include "qzhid/selector.h"
 #include "qzhid/system.h"
 #include "qzhid/update_run.h"
 
@@ -15,65 +18,38 @@ namespace {
 
 using State = UpdateJob::State;
 
-std::vector<Hub> PickHubs(Host& host, const UpdateOptions& options) {
-  if (options.isAll) return AllHubs(host);
-  if (options.hubs.empty()) return {PickHub(host, "")};
-  std::vector<Hub> hubs;
-  for (const std::string& wanted : options.hubs) {
-    const Hub hub = PickHub(host, wanted);
-    const bool isNamedTwice = std::any_of(hubs.begin(), hubs.end(), [&hub](const Hub& other) {
-      return other.instance == hub.instance;
-    });
-    if (!isNamedTwice) hubs.push_back(hub);
-  }
+const std::map<std::string, ProgressStyle> kStyles = {
+    {"auto", ProgressStyle::Auto}, {"lines", ProgressStyle::Lines}, {"json", ProgressStyle::Json}};
+
+std::string CheckHexDigest(const std::string& text) {
+  constexpr std::size_t kBytes = 32;
+  const auto bytes = tools::ParseHexBytes(text);
+  return bytes && bytes->size() == kBytes ? "" : "'" + text + "' is not 64 hexadecimal digits";
+}
+
+std::vector<Hub> ChooseHubs(Host& host, const UpdateOptions& options) {
+  if (!options.isAll) return PickHubs(host, options.hubs);
+  std::vector<Hub> hubs = ListHubs(host);
+  if (hubs.empty()) throw NoHub();
   return hubs;
 }
 
-std::string Change(const UpdateJob& job, const Image& image) {
-  return "hub " + job.hub.Name() + ": " + job.from + " -> " + VersionText(image.version);
+void CheckDigest(const UpdateOptions& options, const Image& image) {
+  const std::string wanted = Upper(options.sha256);
+  if (wanted.empty() || wanted == Upper(image.sha256)) return;
+  throw Failure(Exit::Refused, "image " + image.path + " has the SHA-256 " + image.sha256, "",
+                "use the image that has " + options.sha256);
 }
 
-void UpdateOne(Host& host, const UpdateOptions& options, const Image& image, UpdateRun& run) {
-  const UpdateJob& job = run.Jobs().front();
-  run.Check();
-  if (job.failure) throw Failure(*job.failure);
-  const std::string change = Change(job, image);
-  if (!options.isAgreed) Confirm(change + ", write it?", job.hub.Name());
-  if (options.isAgreed && !host.Settings().isQuiet) std::cerr << change << std::endl;
-  run.Write();
-  if (job.failure) throw Failure(*job.failure);
-  const std::string stopped =
-      InterruptGuard::IsStopWanted() ? "stopped, and the update was complete: " : "";
-  host.Report({{"hub", ToJson(job.hub)},
-               {"image", ToJson(image)},
-               {"from", job.from},
-               {"to", VersionText(image.version)},
-               {"runs", job.runs}},
-              stopped + "hub " + job.hub.Name() + " runs " + job.runs + " now\n");
-}
-
-std::string Result(const UpdateJob& job) {
-  if (!job.failure) return "updated";
-  if (job.failure->Status() == Exit::ImageRefused) return "refused";
-  return job.failure->Status() == Exit::HubLost ? "lost" : "failed";
-}
-
-void ReportAll(Host& host, const Image& image, const UpdateRun& run) {
-  const std::size_t done = run.Count(State::Done), all = run.Jobs().size();
-  nlohmann::ordered_json hubs = nlohmann::ordered_json::array();
-  std::string table = TableRow({"HUB", "FROM", "RUNS", "RESULT"}, "LOCATION");
+// What is about to be written, a line for each hub.
+std::string Changes(const UpdateRun& run, const Image& image) {
+  std::string changes;
   for (const UpdateJob& job : run.Jobs()) {
-    table += TableRow({std::to_string(job.hub.instance), job.from, job.runs, Result(job)},
-                      job.hub.Location());
-    hubs.push_back({{"hub", ToJson(job.hub)},
-                    {"from", job.from},
-                    {"runs", job.runs},
-                    {"result", Result(job)},
-                    {"error", job.failure ? ToJson(*job.failure) : nlohmann::ordered_json()}});
+    if (job.state != State::Ready) continue;
+    changes +=
+        "hub " + job.hub.Name() + ": " + job.from + " -> " + VersionText(image.version) + '\n';
   }
-  host.Report({{"image", ToJson(image)}, {"hubs", hubs}, {"updated", done}, {"failed", all - done}},
-              table + std::to_string(done) + " of " + std::to_string(all) + " hubs updated to " +
-                  VersionText(image.version) + "\n");
+  return changes;
 }
 
 // Shows the failures that were not shown before.
@@ -86,41 +62,100 @@ void ShowFailures(Host& host, const UpdateRun& run, std::vector<bool>& isShown) 
   }
 }
 
-void UpdateAll(Host& host, const UpdateOptions& options, const Image& image, UpdateRun& run) {
-  run.Check();
-  std::vector<bool> isShown;
-  ShowFailures(host, run, isShown);
-  const std::size_t ready = run.Count(State::Ready);
-  std::string changes;
+nlohmann::ordered_json ToJson(const UpdateJob& job) {
+  return {{"hub", ToJson(job.hub)},
+          {"outcome", NameOf(job.outcome)},
+          {"from", job.from},
+          {"runs", job.runs},
+          {"retries", job.retries},
+          {"error", job.failure ? ToJson(*job.failure) : nlohmann::ordered_json()}};
+}
+
+// How many hubs had each outcome: "2 updated, 1 lost".
+std::string Summary(const UpdateRun& run) {
+  std::string text;
+  for (int i = 0; i <= static_cast<int>(Outcome::Failed); ++i) {
+    const auto outcome = static_cast<Outcome>(i);
+    const std::size_t count = run.Count(outcome);
+    if (count == 0) continue;
+    text += (text.empty() ? "" : ", ") + std::to_string(count) + ' ' + NameOf(outcome);
+  }
+  return text;
+}
+
+std::string Sentence(const UpdateJob& job) {
+  const std::string hub = "hub " + job.hub.Name();
+  switch (job.outcome) {
+    case Outcome::Updated:
+      return (InterruptGuard::IsStopWanted() ? "stopped, and the update was complete: " : "") +
+             hub + " runs " + job.runs + " now\n";
+    case Outcome::Current:
+      return hub + " already runs " + job.runs + '\n';
+    default:
+      return "";  // the failure has been shown
+  }
+}
+
+void ReportAll(Host& host, const UpdateOptions& options, const Image& image, const UpdateRun& run) {
+  nlohmann::ordered_json hubs = nlohmann::ordered_json::array();
+  std::vector<std::vector<std::string>> rows = {{"PORT", "NAME", "FROM", "RUNS", "OUTCOME"}};
   for (const UpdateJob& job : run.Jobs()) {
-    if (job.state == State::Ready) changes += Change(job, image) + '\n';
+    hubs.push_back(ToJson(job));
+    rows.push_back({job.hub.shownId, job.hub.userName.empty() ? "-" : job.hub.userName, job.from,
+                    job.runs, NameOf(job.outcome)});
   }
-  if (!options.isAgreed && ready > 0) {
-    Confirm(changes + std::to_string(ready) + (ready == 1 ? " hub" : " hubs") + ": write them?",
-            "");
-  } else if (!host.Settings().isQuiet) {
-    std::cerr << changes << std::flush;
-  }
-  run.Write();
-  ShowFailures(host, run, isShown);
-  ReportAll(host, image, run);
+  const bool isOne = !options.isAll && rows.size() == 2;
+  host.Report({{"image", ToJson(image)}, {"dry_run", options.isDryRun}, {"hubs", hubs}},
+              isOne ? Sentence(run.Jobs().front()) : Table(rows) + Summary(run) + '\n');
+}
+
+void Ask(const UpdateOptions& options, const std::string& changes) {
+  if (options.isAgreed || changes.empty()) return;
+  Confirm(changes +
+              (std::count(changes.begin(), changes.end(), '\n') == 1 ? "write it?" : "write them?"),
+          "");
 }
 
 void Update(Host& host, const UpdateOptions& options) {
   system::OutliveReaders();
-  const Image image = ReadImage(host, options.image);
-  UpdateRun run(host, options, image, PickHubs(host, options));
-  const bool isOne = !options.isAll && options.hubs.size() < 2;
-  (isOne ? UpdateOne : UpdateAll)(host, options, image, run);
+  const Image image = ReadImage(options.image);
+  CheckDigest(options, image);
+  UpdateRun run(host, options, image, ChooseHubs(host, options));
+  run.Check();
+  std::vector<bool> isShown;
+  ShowFailures(host, run, isShown);
+  const std::string changes = Changes(run, image);
+  if ((options.isAgreed || options.isDryRun) && !host.Settings().isQuiet)
+    std::cerr << changes << std::flush;
+  if (!options.isDryRun) {
+    Ask(options, changes);
+    run.Write();
+    ShowFailures(host, run, isShown);
+  }
+  ReportAll(host, options, image, run);
 }
 
 CLI::App* AddWriter(CLI::App& app, Host& host, const std::string& name, const std::string& meaning,
                     const std::shared_ptr<UpdateOptions>& options) {
   CLI::App* command = app.add_subcommand(name, meaning);
-  command->add_option("--image", options->image, "the firmware image file")->required();
-  command->add_flag("--yes", options->isAgreed, "do not ask");
-  command->add_flag("--force", options->isForced, "write an image that is for another hub");
-  command->callback([&host, options] { Update(host, *options); });
+  AddHubs(*command, options->hubs);
+  command->add_option("-i,--image", options->image, "the firmware image file")->required();
+  command->add_flag("-y,--yes", options->isAgreed, "do not ask");
+  command->add_flag("-n,--dry-run", options->isDryRun,
+                    "only check, and show what would be written");
+  command->add_option("--sha256", options->sha256, "reject an image with another SHA-256")
+      ->check(CLI::Validator(CheckHexDigest, "HEX"));
+  command->add_option("--retries", options->retries, "tries after one that failed, default 2")
+      ->check(CLI::Range(0, 100));
+  command
+      ->add_option("--wait", options->patience, "seconds to wait for a hub that left, default 30")
+      ->check(CLI::Range(0, 3600));
+  command->add_option("--progress", options->style, "auto (default), lines or json")
+      ->transform(CLI::CheckedTransformer(kStyles));
+  command->callback([&host, options] {
+    options->rules.takesLoader = options->isAll;
+    Update(host, *options);
+  });
   return command;
 }
 
@@ -130,25 +165,28 @@ void AddUpdateCommand(CLI::App& app, Host& host) {
   const auto options = std::make_shared<UpdateOptions>();
   CLI::App* command =
       AddWriter(app, host, "update", "write a firmware image to one or more hubs", options);
-  CLI::Option* hubs = AddHubs(*command, options->hubs);
-  command->add_flag("--all", options->isAll, "write to all hubs that are attached")->excludes(hubs);
+  command->add_flag("--all", options->isAll, "all hubs that are attached, also in their loader")
+      ->excludes("--hub");
   command->add_option("--jobs", options->jobs, "hubs that are written at a time, default 4")
       ->check(CLI::Range(std::size_t{1}, std::size_t{127}));
-  command->add_flag("--reinstall", options->isReinstall,
-                    "write the version that the hub already runs");
+  command->add_flag("--force", options->rules.isForced,
+                    "also if the hub runs this version, or is another product of the vendor");
+  command->add_flag("--allow-older", options->rules.allowsOlder,
+                    "also if the hub runs a newer version");
   command->add_flag("--stay-in-loader", options->staysInLoader, "do not start the new firmware");
-  AddExamples(*command, {"qzhid update --image new.bin", "qzhid update 5 --image new.bin --yes",
-                         "qzhid update 2E7C:0818 --image new.bin --reinstall",
-                         "qzhid update --all --image new.bin --jobs 8"});
+  AddExamples(*command,
+              {"qzhid update --image new.bin", "qzhid update --hub 1-3.1 -i new.bin --yes",
+               "qzhid update --hub 2E7C:0818 -i new.bin --force",
+               "qzhid update --all -i new.bin --jobs 8"});
 }
 
 void AddRecoverCommand(CLI::App& app, Host& host) {
   const auto options = std::make_shared<UpdateOptions>();
-  options->isRecovery = true;
+  options->rules.isRecovery = true;
   CLI::App* command = AddWriter(app, host, "recover",
-                                "write a firmware image to a hub that is in its loader", options);
-  AddHubs(*command, options->hubs)->expected(1);
-  AddExamples(*command, {"qzhid recover --image new.bin", "qzhid recover 5 --image new.bin --yes"});
+                                "write a firmware image to hubs that are in their loader", options);
+  AddExamples(*command,
+              {"qzhid recover --image new.bin", "qzhid recover --hub 1-3.1 -i new.bin --yes"});
 }
 
 }  // namespace qzhid

@@ -85,16 +85,13 @@ class Members {
 
 Json VersionValue(RunningVersion version) { return version ? Json(*version) : Json(); }
 
-Json ToJson(const ReportBefore& report) {
-  return {{"message", "before"}, {"version", VersionValue(report.version)}};
-}
-Json ToJson(const ReportReady&) { return {{"message", "ready"}}; }
 Json ToJson(const ReportProgress& report) {
   return {{"message", "progress"}, {"percent", report.percent}};
 }
-Json ToJson(const ReportAfter& report) {
-  return {{"message", "after"}, {"version", VersionValue(report.version)}};
+Json ToJson(const ReportState& report) {
+  return {{"message", "state"}, {"version", VersionValue(report.version)}};
 }
+Json ToJson(const ReportFailing& report) { return {{"message", "failing"}, {"what", report.what}}; }
 Json ToJson(const ReportDone&) { return {{"message", "done"}}; }
 Json ToJson(const ReportFailed& report) {
   return {{"message", "failed"},
@@ -105,7 +102,7 @@ Json ToJson(const ReportFailed& report) {
 }
 
 ReportFailed TakeFailed(Members& members) {
-  const auto status = members.TakeNumber<int>("status", static_cast<int>(Exit::HubLost));
+  const auto status = members.TakeNumber<int>("status", static_cast<int>(Exit::InLoader));
   if (status == static_cast<int>(Exit::Done)) throw MessageError("its status is not a failure");
   return {static_cast<Exit>(status), members.Take<std::string>("what"),
           members.Take<std::string>("next"), members.Take<std::vector<std::string>>("log")};
@@ -113,12 +110,11 @@ ReportFailed TakeFailed(Members& members) {
 
 WorkerReport TakeReport(Members& members) {
   const std::string& kind = members.Kind();
-  if (kind == "before") return ReportBefore{members.TakeOptional<std::uint16_t>("version")};
-  if (kind == "ready") return ReportReady{};
   if (kind == "progress") {
     return ReportProgress{members.TakeNumber<std::int32_t>("percent", kMostPercent)};
   }
-  if (kind == "after") return ReportAfter{members.TakeOptional<std::uint16_t>("version")};
+  if (kind == "state") return ReportState{members.TakeOptional<std::uint16_t>("version")};
+  if (kind == "failing") return ReportFailing{members.Take<std::string>("what")};
   if (kind == "done") return ReportDone{};
   if (kind == "failed") return TakeFailed(members);
   throw MessageError("\"" + kind + "\" is not a kind of report");
@@ -135,10 +131,13 @@ std::string ToLine(const WorkerJob& job) {
                {"log_level", job.logLevel ? Json(*job.logLevel) : Json()},
                {"image", PathText(job.image)},
                {"location", job.location},
-               {"recover", job.isRecovery},
-               {"force", job.isForced},
-               {"reinstall", job.isReinstall},
-               {"stay_in_loader", job.staysInLoader}});
+               {"recover", job.rules.isRecovery},
+               {"take_loader", job.rules.takesLoader},
+               {"force", job.rules.isForced},
+               {"allow_older", job.rules.allowsOlder},
+               {"stay_in_loader", job.staysInLoader},
+               {"retries", job.retries},
+               {"patience", job.patience}});
 }
 
 WorkerJob ReadJob(const std::string& line) {
@@ -152,17 +151,20 @@ WorkerJob ReadJob(const std::string& line) {
   job.logLevel = members.TakeOptional<int>("log_level");
   job.image = members.TakePath("image");
   job.location = members.Take<std::string>("location");
-  job.isRecovery = members.Take<bool>("recover");
-  job.isForced = members.Take<bool>("force");
-  job.isReinstall = members.Take<bool>("reinstall");
+  job.rules.isRecovery = members.Take<bool>("recover");
+  job.rules.takesLoader = members.Take<bool>("take_loader");
+  job.rules.isForced = members.Take<bool>("force");
+  job.rules.allowsOlder = members.Take<bool>("allow_older");
   job.staysInLoader = members.Take<bool>("stay_in_loader");
+  job.retries = members.TakeNumber<int>("retries");
+  job.patience = members.TakeNumber<int>("patience");
   members.RejectOthers();
   return job;
 }
 
-std::string WriteLine() { return Line({{"message", "write"}}); }
+std::string RetryLine() { return Line({{"message", "retry"}}); }
 
-bool IsWriteLine(const std::string& line) { return line + '\n' == WriteLine(); }
+bool IsRetryLine(const std::string& line) { return line + '\n' == RetryLine(); }
 
 std::string ToLine(const WorkerReport& report) {
   return Line(std::visit([](const auto& kind) { return ToJson(kind); }, report));

@@ -7,16 +7,14 @@
 // To the worker, on its standard input:
 //
 //   job       what it is to do, in the members of WorkerJob
-//   write     sent after "ready": now it writes the hub. When its input ends instead, it ends
-//             without having touched the hub.
+//   retry     sent after "failing": now it tries again. When its input ends instead, it ends.
 //
 // From the worker, on its standard output:
 //
-//   before    "version": what the hub runs
-//   ready     the hub can be written
 //   progress  "percent": how far the update is
-//   after     "version": what the hub runs now, if that could be found out
-//   done      the hub is written; the last message
+//   state     "version": what the hub runs now
+//   failing   "what" failed: the update, which the worker can try again
+//   done      the hub runs the image; the last message
 //   failed    "status": exit status, "what" failed, "next": what to do, "log": the last lines of
 //             the log; the last message
 #pragma once
@@ -28,7 +26,7 @@
 #include <variant>
 #include <vector>
 
-#include "qzhid/failure.h"
+#include "qzhid/update_check.h"
 
 namespace qzhid {
 
@@ -45,12 +43,12 @@ struct WorkerJob {
   bool isVerbose = false;
   std::string log = {};  ///< path of its own log; empty: none
   std::optional<int> logLevel = {};
-  std::string image = {};     ///< path
+  std::string image = {};     ///< path of the copy that was checked
   std::string location = {};  ///< of the hub; empty: the only hub
-  bool isRecovery = false;
-  bool isForced = false;
-  bool isReinstall = false;
+  UpdateRules rules = {};
   bool staysInLoader = false;
+  int retries = 0;
+  int patience = 0;  ///< seconds to wait for a hub that has left
 
   bool operator==(const WorkerJob&) const = default;
 };
@@ -59,22 +57,21 @@ std::string ToLine(const WorkerJob& job);
 /// Throws MessageError.
 WorkerJob ReadJob(const std::string& line);
 
-/// The "write" message.
-std::string WriteLine();
-bool IsWriteLine(const std::string& line);
+/// The "retry" message.
+std::string RetryLine();
+bool IsRetryLine(const std::string& line);
 
 /// What a hub runs: a version, or none in its loader.
 using RunningVersion = std::optional<std::uint16_t>;
 
-struct ReportBefore {
-  RunningVersion version;
-};
-struct ReportReady {};
 struct ReportProgress {
   std::int32_t percent;
 };
-struct ReportAfter {
+struct ReportState {
   RunningVersion version;
+};
+struct ReportFailing {
+  std::string what;
 };
 struct ReportDone {};
 struct ReportFailed {
@@ -84,7 +81,7 @@ struct ReportFailed {
   std::vector<std::string> log;
 };
 using WorkerReport =
-    std::variant<ReportBefore, ReportReady, ReportProgress, ReportAfter, ReportDone, ReportFailed>;
+    std::variant<ReportProgress, ReportState, ReportFailing, ReportDone, ReportFailed>;
 
 std::string ToLine(const WorkerReport& report);
 /// Throws MessageError.

@@ -1,14 +1,17 @@
 // Hubs that are written at the same time, each by a process of its own.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "qzhid/hubs.h"
 #include "qzhid/image.h"
+#include "qzhid/outcome.h"
 #include "qzhid/process.h"
 #include "qzhid/progress.h"
+#include "qzhid/update_display.h"
 #include "qzhid/update_messages.h"
 
 namespace qzhid {
@@ -17,25 +20,29 @@ namespace qzhid {
 struct UpdateOptions {
   std::vector<std::string> hubs;
   std::string image;
+  std::string sha256;    ///< what the image must have; empty: any
   std::size_t jobs = 4;  ///< hubs that are written at a time
+  int retries = 2;
+  int patience = 30;  ///< seconds to wait for a hub that has left
   bool isAll = false;
   bool isAgreed = false;
-  bool isForced = false;
-  bool isReinstall = false;
+  bool isDryRun = false;
   bool staysInLoader = false;
-  bool isRecovery = false;
+  UpdateRules rules;
+  ProgressStyle style = ProgressStyle::Auto;
 };
 
-/// One hub and its worker.
+/// One hub, and its worker while it is written.
 struct UpdateJob {
-  enum class State { Checking, Ready, Writing, Done, Failed };
+  enum class State { Ready, Writing, Done };
 
   Hub hub;
   Progress progress;
-  std::string location{};  ///< by which the worker finds the hub; empty: the only one
-  State state = State::Checking;
+  State state = State::Ready;
+  Outcome outcome = Outcome::NotStarted;
   std::string from = "?";  ///< what the hub ran before
   std::string runs = "?";  ///< what it runs now, as far as that is known
+  int retries = 0;         ///< that were made
   std::optional<Failure> failure{};
   std::optional<Process> worker{};
   std::string heard{};  ///< the beginning of the worker's next line
@@ -47,7 +54,7 @@ class UpdateRun {
   UpdateRun(Host& host, const UpdateOptions& options, const Image& image,
             const std::vector<Hub>& hubs);
 
-  /// Has the workers check whether the hubs can be written; those that can are then Ready.
+  /// Finds out which hubs are to be written; those are then Ready.
   void Check();
   /// Writes those that are Ready. An interruption does not end that; a second one keeps further
   /// hubs from being started.
@@ -55,27 +62,27 @@ class UpdateRun {
 
   const std::vector<UpdateJob>& Jobs() const { return jobs_; }
   std::size_t Count(UpdateJob::State state) const;
+  std::size_t Count(Outcome outcome) const;
 
  private:
+  void Check(UpdateJob& job, std::size_t attached);
   void Start(UpdateJob& job, std::size_t number);
+  void StartNext();
   bool Listen();
   void HearLines(UpdateJob& job);
   void Hear(UpdateJob& job, const std::string& line);
   void Take(UpdateJob& job, const WorkerReport& report);
-  void ShowProgress(const UpdateJob& job) const;
-  void Distrust(UpdateJob& job, const std::string& reason);
+  void TakeFailing(UpdateJob& job, const ReportFailing& report);
   void End(UpdateJob& job);
-  void StartNext();
-  void LeaveOthers();
   void SayInterrupted();
-  void Draw();
+  std::vector<ShownHub> ShownHubs() const;
 
   Host& host_;
   const UpdateOptions& options_;
   const Image& image_;
+  std::string imageCopy_;
   std::vector<UpdateJob> jobs_;
-  LiveLines live_;
-  bool isLive_ = false;
+  UpdateDisplay display_;
 };
 
 }  // namespace qzhid

@@ -56,6 +56,14 @@ void OutliveReaders() {
   static_cast<void>(std::signal(SIGHUP, SIG_IGN));
 }
 
+std::filesystem::path ConfigFolder() {
+  const char* const chosen = std::getenv("XDG_CONFIG_HOME");
+  if (chosen != nullptr && *chosen == '/') return chosen;  // a relative one does not count
+  const char* const home = std::getenv("HOME");
+  return home != nullptr && *home != '\0' ? std::filesystem::path(home) / ".config"
+                                          : std::filesystem::path();
+}
+
 std::filesystem::path MakePrivateFolder() {
   std::error_code error;
   std::string name = (std::filesystem::temp_directory_path(error) / "qzhid-XXXXXX").string();

@@ -53,6 +53,11 @@ const bool kThreadsStartLog = true;
 
 void OutliveReaders() {}  // a broken pipe is an ordinary error here
 
+std::filesystem::path ConfigFolder() {
+  const wchar_t* const folder = _wgetenv(L"APPDATA");
+  return folder != nullptr ? std::filesystem::path(folder) : std::filesystem::path();
+}
+
 std::filesystem::path MakePrivateFolder() {
   // The temporary folder is the user's own here.
   std::error_code error;
