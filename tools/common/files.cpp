@@ -10,7 +10,7 @@ Bytes ReadFile(const std::string& path, std::size_t most) {
 }
 
 void WriteFile(const std::string& path, ByteView bytes) {
-  virtualhub::WriteFileAtomically(path, bytes);
+  virtualhub::ReplaceFile(path, bytes);
 }
 
 }  // namespace tools

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <iostream>
 
 #include "common/files.h"
 #include "qzhid/failure.h"
@@ -36,9 +37,19 @@ Bytes ReadBytes(const std::string& file) {
   }
 }
 
+void PrintBytes(const Bytes& bytes) {
+  system::PassBytesUnchanged(system::Stream::Output);
+  std::cout.write(reinterpret_cast<const char*>(bytes.data()),
+                  static_cast<std::streamsize>(bytes.size()));
+  std::cout.flush();
+  if (!std::cout)
+    throw Failure(Exit::Failed, "the bytes cannot be written", "", "free some disk space");
+}
+
 }  // namespace
 
 void SaveBytes(const std::string& path, const Bytes& bytes) {
+  if (path == "-") return PrintBytes(bytes);
   try {
     tools::WriteFile(path, bytes);
   } catch (const tools::FileError& error) {

@@ -1,5 +1,6 @@
 #include "qzhid/host.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -11,10 +12,16 @@ namespace qzhid {
 namespace {
 
 constexpr std::size_t kShownLines = 10;
+constexpr std::streamoff kLongestTail = 0x10000;  // of a log that may be of any size
 constexpr int kFailuresOnly = 3;
 
+// Of the form of all results; it changes when a member is renamed, removed or means something else.
+constexpr int kSchema = 1;
+
 void Print(const nlohmann::ordered_json& object) {
-  std::cout << object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+  nlohmann::ordered_json whole = {{"schema", kSchema}};
+  whole.update(object);
+  std::cout << whole.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
 }
 
 }  // namespace
@@ -93,11 +100,19 @@ void Host::Report(const nlohmann::ordered_json& object, const std::string& text)
     throw Failure(Exit::Failed, "the result cannot be written", "", "free some disk space");
 }
 
-void Host::Show(const Failure& failure) {
+void Host::Count(const Failure& failure) {
   if (status_ != Exit::Done && status_ != failure.Status()) {
     status_ = Exit::Failed;
   } else {
     status_ = failure.Status();
+  }
+}
+
+void Host::Show(const Failure& failure) {
+  Count(failure);
+  if (failure.Next().empty()) {  // it is what the user wanted
+    std::cerr << failure.what() << '\n';
+    return;
   }
   const bool isRed = IsColourful();
   std::cerr << (isRed ? "\x1b[31mqzhid:\x1b[0m " : "qzhid: ");
@@ -123,7 +138,9 @@ bool Host::IsColourful() const {
 
 std::vector<std::string> Host::LastLogLines() const {
   std::vector<std::string> lines;
-  std::ifstream file(logFile_);
+  std::ifstream file(logFile_, std::ios::binary | std::ios::ate);
+  const std::streamoff size = file.tellg();
+  file.seekg(std::max<std::streamoff>(0, size - kLongestTail));
   for (std::string line; std::getline(file, line);) {
     if (!line.empty()) lines.push_back(line);
   }

@@ -45,8 +45,12 @@ class Host {
   /// a newline; the text not with --quiet.
   void Report(const nlohmann::ordered_json& object, const std::string& text) const;
 
-  /// One line on standard error, and with --verbose the last lines of the log after it. The exit
-  /// status becomes the failure's, or Failed when another kind of failure was shown before.
+  /// The exit status becomes the failure's, or Failed when another kind of failure was counted
+  /// before.
+  void Count(const Failure& failure);
+
+  /// Counts a failure and shows it: one line on standard error, and with --verbose the last lines
+  /// of the log after it.
   void Show(const Failure& failure);
 
   /// Shows what ended the command; with --json also an object on standard output.

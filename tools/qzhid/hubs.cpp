@@ -7,6 +7,8 @@
 #include <utility>
 
 #include "common/texts.h"
+#include "qzhid/patience.h"
+#include "qzhid/system.h"
 
 namespace qzhid {
 
@@ -145,8 +147,9 @@ const Hub* AtLocation(const std::vector<Hub>& hubs, const std::string& location)
   return found == hubs.end() ? nullptr : &*found;
 }
 
-OpenHub::OpenHub(Host& host, const Hub& hub)
-    : host_(host), hub_(hub), handle_(host.Api().OpenHid(hub.instance)) {
+OpenHub::OpenHub(Host& host, const Hub& hub) : host_(host), hub_(hub) {
+  const Patience patience(host, "hub " + hub.Name() + " to answer");
+  handle_ = host.Api().OpenHid(hub.instance);
   if (handle_ == nullptr) {
     throw Failure(Exit::HubLost, "the hub does not answer", hub.Name(),
                   "unplug it, plug it in again and repeat the command");
@@ -162,8 +165,10 @@ void OpenHub::Check(std::uint32_t status, const std::string& what) const {
     throw Failure(Exit::HubLost, what + " failed, and the hub is gone", hub_.Name(),
                   "plug it in again and repeat the command");
   }
-  throw Failure(Exit::Failed, what + " failed with status " + std::to_string(status), hub_.Name(),
-                "check the address and that the hub runs its firmware ('qzhid info')");
+  throw Failure(Exit::Failed,
+                what + " failed with status " + std::to_string(status) + " (" +
+                    system::StatusText(status) + ")",
+                hub_.Name(), "check the address and that the hub runs its firmware ('qzhid info')");
 }
 
 }  // namespace qzhid

@@ -63,7 +63,7 @@ class OpenHub {
  private:
   Host& host_;
   Hub hub_;
-  void* handle_;
+  void* handle_ = nullptr;
 };
 
 }  // namespace qzhid

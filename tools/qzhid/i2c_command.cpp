@@ -77,6 +77,7 @@ void Read(Host& host, const I2cOptions& options) {
     return;
   }
   SaveBytes(options.file, bytes);
+  if (options.file == "-") return;
   object["file"] = options.file;
   host.Report(object, std::to_string(bytes.size()) + " bytes read to " + options.file + "\n");
 }
@@ -144,7 +145,7 @@ void AddI2cCommand(CLI::App& app, Host& host) {
   reading->add_option("--length", read->length, "number of bytes")
       ->required()
       ->check(CLI::Range(1u, kLongestRead));
-  reading->add_option("--out", read->file, "write them to this file");
+  reading->add_option("--out", read->file, "write them to this file, - for standard output");
   AddExamples(*reading,
               {"qzhid i2c read --target 0xA0 --length 32",
                "qzhid i2c read --target 0xA0 --memory 0x40 --length 64 --out eeprom.bin"});

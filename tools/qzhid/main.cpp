@@ -20,9 +20,9 @@ void AddGlobalOptions(CLI::App& app, qzhid::Options& options) {
       ->check(CLI::Range(0, 3))
       ->needs(log);
   app.add_flag("--json", options.isJson, "print the result as one JSON object");
-  app.add_flag("--quiet", options.isQuiet, "print errors only");
+  app.add_flag("-q,--quiet", options.isQuiet, "print errors only");
   app.add_flag("--no-color", options.isPlain, "no colours, no moving progress bar");
-  app.add_flag("--verbose", options.isVerbose, "show the last lines of the log after an error");
+  app.add_flag("-v,--verbose", options.isVerbose, "show the last lines of the log after an error");
 }
 
 int Run(int argc, char** argv, qzhid::Host& host) {

@@ -58,7 +58,7 @@ void Confirm(const std::string& question, const std::string& hub) {
   std::string answer;
   std::getline(std::cin, answer);
   if (answer == "y" || answer == "Y" || answer == "yes") return;
-  throw Failure(Exit::Failed, "not done because the answer was no", hub, "answer y, or add --yes");
+  throw Failure(Exit::Failed, "Cancelled.", "", "");
 }
 
 }  // namespace qzhid

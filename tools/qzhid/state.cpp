@@ -1,8 +1,11 @@
 #include "qzhid/state.h"
 
+#include "qzhid/patience.h"
+
 namespace qzhid {
 
 HubState ReadState(Host& host, const Hub& hub) {
+  const Patience patience(host, "hub " + hub.Name() + " to answer");
   HubState state;
   if (host.Api().GetHubVIDPIDFromHidDevice(hub.instance, &state.vid, &state.pid) == 0) {
     throw Failure(Exit::HubLost, "the hub does not answer", hub.Name(),

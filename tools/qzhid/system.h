@@ -1,6 +1,7 @@
 // What the program needs from the operating system besides the standard library.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -37,8 +38,12 @@ extern const std::vector<int> kInterrupts;
 /// Ctrl-C.
 extern const bool kThreadsStartLog;
 
-/// From now on the process continues without its terminal and without readers of its output.
+/// From now on the process continues without its terminal, without readers of its output, and when
+/// a file reaches the limit of its size.
 void OutliveReaders();
+
+/// What a status that a function of the library returned means, in a few words.
+std::string StatusText(std::uint32_t status);
 
 /// The folder for the user's settings of all programs; empty when there is none.
 std::filesystem::path ConfigFolder();

@@ -53,11 +53,14 @@ std::string Changes(const UpdateRun& run, const Image& image) {
 }
 
 // Shows the failures that were not shown before.
-void ShowFailures(Host& host, const UpdateRun& run, std::vector<bool>& isShown) {
+void ShowFailures(Host& host, const UpdateOptions& options, const UpdateRun& run,
+                  std::vector<bool>& isShown) {
   isShown.resize(run.Jobs().size());
   for (std::size_t i = 0; i < run.Jobs().size(); ++i) {
     const auto& failure = run.Jobs()[i].failure;
-    if (failure && !isShown[i]) host.Show(*failure);
+    if (failure && !isShown[i]) {
+      options.style == ProgressStyle::Json ? host.Count(*failure) : host.Show(*failure);
+    }
     isShown[i] = failure.has_value();
   }
 }
@@ -123,14 +126,16 @@ void Update(Host& host, const UpdateOptions& options) {
   UpdateRun run(host, options, image, ChooseHubs(host, options));
   run.Check();
   std::vector<bool> isShown;
-  ShowFailures(host, run, isShown);
+  ShowFailures(host, options, run, isShown);
   const std::string changes = Changes(run, image);
-  if ((options.isAgreed || options.isDryRun) && !host.Settings().isQuiet)
+  const bool isAsked = !options.isAgreed && !options.isDryRun;
+  if (!isAsked && !host.Settings().isQuiet && options.style != ProgressStyle::Json) {
     std::cerr << changes << std::flush;
+  }
   if (!options.isDryRun) {
     Ask(options, changes);
     run.Write();
-    ShowFailures(host, run, isShown);
+    ShowFailures(host, options, run, isShown);
   }
   ReportAll(host, options, image, run);
 }

@@ -49,10 +49,14 @@ void UpdateDisplay::ShowRetry(const Hub& hub, const std::string& what, int retry
   }
 }
 
-void UpdateDisplay::ShowOutcome(const Hub& hub, const std::string& outcome,
-                                const std::string& runs) {
+void UpdateDisplay::ShowOutcome(const Hub& hub, Outcome outcome, const std::string& runs,
+                                const Failure* failure) {
   if (style_ != ProgressStyle::Json) return;
-  Print({{"event", "outcome"}, {"port_id", hub.shownId}, {"outcome", outcome}, {"runs", runs}});
+  Print({{"event", "outcome"},
+         {"port_id", hub.shownId},
+         {"outcome", NameOf(outcome)},
+         {"runs", runs},
+         {"error", failure != nullptr ? ToJson(*failure) : nlohmann::ordered_json()}});
 }
 
 void UpdateDisplay::Say(const std::string& text) {

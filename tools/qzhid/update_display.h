@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "qzhid/hubs.h"
+#include "qzhid/outcome.h"
 #include "qzhid/progress.h"
 
 namespace qzhid {
@@ -33,7 +34,8 @@ class UpdateDisplay {
   /// A try on a hub has failed, and the next one begins.
   void ShowRetry(const Hub& hub, const std::string& what, int retry, int retries);
   /// What becomes of a hub is known.
-  void ShowOutcome(const Hub& hub, const std::string& outcome, const std::string& runs);
+  void ShowOutcome(const Hub& hub, Outcome outcome, const std::string& runs,
+                   const Failure* failure);
   /// Something that concerns no hub by itself.
   void Say(const std::string& text);
 

@@ -37,14 +37,6 @@ Failure NotStarted(const UpdateJob& job) {
 
 std::string TextOf(RunningVersion version) { return HubState{.version = version}.Text(); }
 
-void Finish(UpdateJob& job, Outcome outcome, std::optional<Failure> failure = {}) {
-  job.state = State::Done;
-  job.outcome = outcome;
-  job.failure = std::move(failure);
-}
-
-void Finish(UpdateJob& job, const Failure& failure) { Finish(job, OutcomeOf(failure), failure); }
-
 // A copy that nobody else can replace between the check and the writing.
 std::string CopyImage(Host& host, const Image& image) {
   try {
@@ -77,6 +69,17 @@ std::size_t UpdateRun::Count(Outcome outcome) const {
   return static_cast<std::size_t>(
       std::count_if(jobs_.begin(), jobs_.end(),
                     [outcome](const UpdateJob& job) { return job.outcome == outcome; }));
+}
+
+void UpdateRun::Finish(UpdateJob& job, Outcome outcome, const Failure* failure) {
+  job.state = State::Done;
+  job.outcome = outcome;
+  if (failure != nullptr) job.failure = *failure;
+  display_.ShowOutcome(job.hub, outcome, job.runs, failure);
+}
+
+void UpdateRun::Finish(UpdateJob& job, const Failure& failure) {
+  Finish(job, OutcomeOf(failure), &failure);
 }
 
 void UpdateRun::Check() {
@@ -136,7 +139,9 @@ void UpdateRun::Write() {
     if (InterruptGuard::TakeInterrupt()) SayInterrupted();
   } while (Listen());
   for (UpdateJob& job : jobs_) {
-    if (job.state == State::Ready) Finish(job, Outcome::NotStarted, NotStarted(job));
+    if (job.state != State::Ready) continue;
+    const Failure failure = NotStarted(job);
+    Finish(job, Outcome::NotStarted, &failure);
   }
 }
 
@@ -216,7 +221,6 @@ void UpdateRun::End(UpdateJob& job) {
   job.worker.reset();
   host_.TakeLog(job.log);
   if (job.state == State::Writing) Finish(job, WithoutResult(job, "died (" + ending + ")"));
-  display_.ShowOutcome(job.hub, NameOf(job.outcome), job.runs);
 }
 
 void UpdateRun::SayInterrupted() {

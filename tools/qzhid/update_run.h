@@ -65,6 +65,8 @@ class UpdateRun {
   std::size_t Count(Outcome outcome) const;
 
  private:
+  void Finish(UpdateJob& job, Outcome outcome, const Failure* failure = nullptr);
+  void Finish(UpdateJob& job, const Failure& failure);
   void Check(UpdateJob& job, std::size_t attached);
   void Start(UpdateJob& job, std::size_t number);
   void StartNext();

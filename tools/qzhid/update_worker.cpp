@@ -58,6 +58,7 @@ void RunWorker(Host& host) {
   Options& settings = host.Settings();
   settings.chosenLibrary = job.library;
   settings.isVirtual = job.isVirtual;
+  settings.isQuiet = true;  // what there is to say goes to the other process
   settings.isVerbose = job.isVerbose;
   settings.log = job.log;
   settings.logLevel = job.logLevel;

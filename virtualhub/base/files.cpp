@@ -1,6 +1,7 @@
 #include "virtualhub/base/files.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <fstream>
 #include <random>
 #include <string>
@@ -10,38 +11,44 @@ namespace virtualhub {
 
 namespace {
 
-// A file that is removed unless it was given its final name.
-class TemporaryFile {
- public:
-  explicit TemporaryFile(const std::filesystem::path& path) : path_(path) {
-    path_ += ".tmp" + std::to_string(std::random_device()());
-  }
-  ~TemporaryFile() {
-    std::error_code ignored;
-    if (isLeft_) std::filesystem::remove(path_, ignored);
-  }
-  TemporaryFile(const TemporaryFile&) = delete;
-  TemporaryFile& operator=(const TemporaryFile&) = delete;
+namespace fs = std::filesystem;
 
-  void Write(ByteView bytes) {
-    std::ofstream file(path_, std::ios::binary | std::ios::trunc);
-    if (!file) throw FileError("cannot be created");
-    isLeft_ = true;
-    file.write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
-    file.close();
-    if (!file) throw FileError("cannot be written");
-  }
-  void Rename(const std::filesystem::path& path) {
+// What the last call of the standard library failed with.
+[[noreturn]] void Fail(const std::string& what) {
+  throw FileError(errno == 0 ? what : what + ": " + std::generic_category().message(errno));
+}
+
+void WriteTo(const fs::path& path, ByteView bytes) {
+  errno = 0;
+  std::ofstream file(path, std::ios::binary);
+  if (!file) Fail("cannot be created");
+  file.write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
+  file.close();
+  if (!file) Fail("cannot be written");
+}
+
+// A new folder for one file beside the place where that file will be. Nobody else can have put
+// anything into it, such as a link, and it is removed at the end.
+class TemporaryFolder {
+ public:
+  explicit TemporaryFolder(const fs::path& beside) : path_(beside) {
+    path_ += ".tmp" + std::to_string(std::random_device()());
     std::error_code error;
-    std::filesystem::rename(path_, path, error);
-    if (error) throw FileError("cannot be replaced: " + error.message());
-    isLeft_ = false;
+    if (fs::create_directory(path_, error)) return;
+    throw FileError("cannot be created" + (error ? ": " + error.message() : ""));
   }
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  fs::path File() const { return path_ / "file"; }
 
  private:
-  std::filesystem::path path_;
-  bool isLeft_ = false;
+  fs::path path_;
 };
 
 }  // namespace
@@ -64,15 +71,21 @@ Bytes ReadWholeStream(std::istream& stream, std::size_t most) {
 Bytes ReadWholeFile(const std::filesystem::path& path, std::size_t most) {
   std::error_code error;
   if (std::filesystem::is_directory(path, error)) throw FileError("is a folder");
+  errno = 0;
   std::ifstream file(path, std::ios::binary);
-  if (!file) throw FileError("cannot be opened");
+  if (!file) Fail("cannot be opened");
   return ReadWholeStream(file, most);
 }
 
-void WriteFileAtomically(const std::filesystem::path& path, ByteView bytes) {
-  TemporaryFile temporary(path);
-  temporary.Write(bytes);
-  temporary.Rename(path);
+void ReplaceFile(const fs::path& path, ByteView bytes) {
+  std::error_code error;
+  const fs::file_status old = fs::status(path, error);
+  if (fs::exists(old) && !fs::is_regular_file(old)) return WriteTo(path, bytes);
+  const fs::path target = fs::exists(old) ? fs::canonical(path, error) : path;
+  const TemporaryFolder folder(target);
+  WriteTo(folder.File(), bytes);
+  fs::rename(folder.File(), target, error);
+  if (error) throw FileError("cannot be replaced: " + error.message());
 }
 
 }  // namespace virtualhub

@@ -49,7 +49,7 @@ void SaveStateFile(const std::filesystem::path& file, const Hub& hub) {
   bytes.resize(bytes.size() + kChecksumSize);
   const std::size_t checksum = bytes.size() - kChecksumSize;
   PutLittleEndian32(bytes, checksum, Crc32(ByteView(bytes).first(checksum)));
-  WriteFileAtomically(file, bytes);
+  ReplaceFile(file, bytes);
 }
 
 }  // namespace virtualhub

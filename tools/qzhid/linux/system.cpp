@@ -4,8 +4,10 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 
 namespace qzhid::system {
 
@@ -54,6 +56,23 @@ const bool kThreadsStartLog = false;
 void OutliveReaders() {
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
   static_cast<void>(std::signal(SIGHUP, SIG_IGN));
+  static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));  // the log may reach the limit of its size
+}
+
+std::string StatusText(std::uint32_t status) {
+  switch (status) {
+    case EPIPE:
+      return "the hub or the target refused it";
+    case ENODEV:
+    case EPROTO:
+      return "the hub left";
+    case ETIMEDOUT:
+      return "no answer in time";
+    case UINT32_MAX:
+      return "rejected by the library";
+    default:
+      return std::strerror(static_cast<int>(status));
+  }
 }
 
 std::filesystem::path ConfigFolder() {

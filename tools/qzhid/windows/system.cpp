@@ -6,6 +6,7 @@
 
 #include <array>
 #include <csignal>
+#include <system_error>
 
 namespace qzhid::system {
 
@@ -52,6 +53,21 @@ const std::vector<int> kInterrupts = {SIGINT, SIGTERM, SIGBREAK};
 const bool kThreadsStartLog = true;
 
 void OutliveReaders() {}  // a broken pipe is an ordinary error here
+
+std::string StatusText(std::uint32_t status) {
+  switch (status) {
+    case ERROR_GEN_FAILURE:
+      return "the hub or the target refused it";
+    case ERROR_DEVICE_NOT_CONNECTED:
+      return "the hub left";
+    case ERROR_SEM_TIMEOUT:
+      return "no answer in time";
+    case UINT32_MAX:
+      return "rejected by the library";
+    default:
+      return std::system_category().message(static_cast<int>(status));
+  }
+}
 
 std::filesystem::path ConfigFolder() {
   const wchar_t* const folder = _wgetenv(L"APPDATA");
