@@ -15,7 +15,7 @@ namespace qzhid {
 
 namespace {
 
-void Send(const WorkerReport& report) {
+void SendReport(const WorkerReport& report) {
   // The hub is written even when nobody reads any more.
   std::cout << ToLine(report) << std::flush;
   std::cout.clear();
@@ -32,9 +32,9 @@ void Work(Host& host, const WorkerJob& job) {
   const HubState before = ReadState(host, hub);
   // The hub may be another one than when the user was asked.
   if (CheckHub(hub, before, image, job.rules) == Verdict::Write) {
-    WriteHub(host, job, hub, image.version, Send, IsToldToRetry);
+    WriteHub(host, job, hub, image.version, SendReport, IsToldToRetry);
   }
-  Send(ReportDone{});
+  SendReport(ReportDone{});
 }
 
 WorkerJob TakeJob() {
@@ -67,7 +67,7 @@ void RunWorker(Host& host) {
   } catch (const Failure& failure) {
     ReportFailed report{failure.Status(), failure.what(), failure.Next(), {}};
     if (job.isVerbose) report.log = failure.Log().empty() ? host.LastLogLines() : failure.Log();
-    Send(report);
+    SendReport(report);
   }
 }
 
