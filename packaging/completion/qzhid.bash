@@ -1,12 +1,12 @@
 # Completion of qzhid for bash. Commands and options are those of the program's own help.
 
 # _qzhid_names SECTION: the names that a help on standard input lists under Options or Subcommands.
-_qzhid_names() { sed -nE "/^$1:/,/^\$/s/^  (-h,)?([-a-z0-9]+).*/\2/p"; }
+_qzhid_names() { sed -nE "/^$1:/,/^\$/s/^  ([-a-z0-9][-a-z0-9,]*).*/\1/p" | tr , '\n'; }
 
-# Numbers of the hubs that the library of the command line finds.
+# Port ids and names of the hubs that the library of the command line finds.
 _qzhid_hubs() {
   timeout 2 "$program" "${library[@]}" list --json 2>/dev/null |
-    sed -nE 's/^ *"instance": ([0-9]+),$/\1/p'
+    sed -nE 's/^ *"(port_id|name)": "(.*)",$/\2/p'
 }
 
 _qzhid_files() {
@@ -14,9 +14,17 @@ _qzhid_files() {
   mapfile -t COMPREPLY < <(compgen -f -- "$word")
 }
 
+# _qzhid_offer CHOICE...: those that begin with the word, which may be quoted.
+_qzhid_offer() {
+  local choice plain=${word//[\\\"\']/}
+  for choice; do
+    [[ $choice != "$plain"* ]] || COMPREPLY+=("$choice")
+  done
+}
+
 _qzhid() {
   local program=${COMP_WORDS[0]/#\~/$HOME} word=${COMP_WORDS[COMP_CWORD]}
-  local common help given option='' choices='' commands=() library=()
+  local common help given option='' choices=() commands=() library=()
   common=$("$program" --help 2>/dev/null) || return
   help=$common
   for given in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
@@ -24,7 +32,7 @@ _qzhid() {
     if [ -n "$option" ]; then      # its value
       [ "$option" != --library ] || library=(--library "$given")
       option=
-    elif grep -qE "^  $given (TEXT|U?INT)" <<<"$help$common"; then
+    elif grep -qE "^  (-[a-z],)?$given(,[-a-z]+)? [A-Z]{2}" <<<"$help$common"; then
       option=$given
     elif [ "$given" = --virtual ]; then
       library=(--virtual)
@@ -37,22 +45,24 @@ _qzhid() {
 
   COMPREPLY=()
   case $option in
-    --image | --log | --library | --file | --out) _qzhid_files; return ;;
-    --hub) choices=$(_qzhid_hubs) ;;
+    -i | --image | --log | --library | --file | --out) _qzhid_files; return ;;
+    --hub)
+      compopt -o filenames 2>/dev/null  # which quotes blanks
+      mapfile -t choices < <(_qzhid_hubs)
+      ;;
+    --progress) choices=(auto lines json) ;;
     ?*) return ;;
   esac
   if [ -z "$option" ]; then
     if [[ $word == -* ]]; then
-      choices=$(_qzhid_names Options <<<"$help"; _qzhid_names Options <<<"$common")
+      mapfile -t choices < <({ _qzhid_names Options <<<"$help"; _qzhid_names Options <<<"$common"; } | sort -u)
     elif grep -q '^  FILE ' <<<"$help"; then
       _qzhid_files
       return
-    elif grep -q '^  HUB ' <<<"$help"; then
-      choices=$(_qzhid_hubs)
     else
-      choices=$(_qzhid_names Subcommands <<<"$help")
+      mapfile -t choices < <(_qzhid_names Subcommands <<<"$help")
     fi
   fi
-  mapfile -t COMPREPLY < <(compgen -W "$choices" -- "$word")
+  _qzhid_offer "${choices[@]}"
 }
 complete -F _qzhid qzhid

@@ -5,7 +5,7 @@ root=$(cd "$(dirname "$0")/../.." && pwd)
 machine "$(hub)"
 
 # names SECTION: prints what that section of a help text on standard input lists.
-names() { sed -nE "/^$1:/,/^\$/s/^  (-h,)?([-a-z0-9]+).*/\2/p"; }
+names() { sed -nE "/^$1:/,/^\$/s/^  ([-a-z0-9][-a-z0-9,]*).*/\1/p" | tr , '\n'; }
 
 # offers WORD...: both completions offer the lines of standard input for the last word, in any order.
 # What zsh does with them, and which files exist, is not tested.
@@ -34,12 +34,12 @@ check() (
   sed 's/\\-/-/g' "$root/packaging/man/$page" |
     awk -v title="${1:+SS ${page%.1} }${1:-SH OPTIONS}" '/^\.S/ { on = $0 == "." title } on' > "$work/section"
   for option in $options; do
-    if [ $# -gt 0 ] && [ "$option" = --help ]; then continue; fi
+    case ${1:+$option} in -h | --help) continue ;; esac
     grep -qE -e "(^|[^-a-z])$option([^-a-z]|\$)" "$work/section" || complain "$page: no $option under '$*'"
   done
   grep -qE "${2+^\.B $2\$|^\\\\fB$2\\\\fR }" "$work/section" || complain "$page: nothing on '$*'"
   if [ "$program" = "$qzhid" ]; then
-    printf '%s\n' "$options" "$common" | offers "$@" --
+    printf '%s\n' "$options" "$common" | offers "$@" -
     [ -z "$commands" ] || echo "$commands" | offers "$@" ''
   fi
   for command in $commands; do check "$program" "$@" "$command" || failures=1; done
@@ -49,18 +49,28 @@ common=$("$qzhid" --help | names Options)
 for program in "$qzhid" "$qzhub"; do
   check "$program" || failures=1
   name=$(basename "$program")
-  groff -ww -man -Tutf8 -z "$root/packaging/man/$name.1" 2>&1 | grep . >&2 && failures=1
-  for option in $(sed 's/\\-/-/g' "$root/packaging/man/$name.1" | grep -oE -e '--[a-z][-a-z]*' | grep -vx -e --help); do
-    grep -rqF -e "\"$option\"" "$root/tools/$name" || complain "$name has no $option"
+  groff -t -ww -man -Tutf8 -z "$root/packaging/man/$name.1" 2>&1 | grep . >&2 && failures=1
+  for option in $(sed 's/\\-/-/g' "$root/packaging/man/$name.1" | grep -oE -e '--[a-z][-a-z0-9]*' | grep -vx -e --help); do
+    grep -rqE "[\",]$option\"" "$root/tools/$name" || complain "$name has no $option"
   done
 done
 
-# Values are hubs (of the library on the command line) or files; options can be between commands.
-echo 5 | offers --virtual info ''
-echo 5 | offers gpio --library "$(dirname "$qzhid")/../lib/virtual/libQzHidAPI.so.1" get --hub ''
+# Values are hubs (of the library on the command line, by port id and name), files or words; options
+# can be between commands.
+mkdir -p "$work/config/qzhid"
+export XDG_CONFIG_HOME="$work/config"
+for command in info update recover 'gpio get' 'i2c read' 'flash erase'; do
+  echo 1-3.1 | offers --virtual $command --hub ''
+done
+echo 'bay 3 = 1-3.1' > "$work/config/qzhid/ports.conf"
+printf '%s\n' 1-3.1 'bay 3' | offers gpio --library "$(dirname "$qzhid")/../lib/virtual/libQzHidAPI.so.1" get --hub ''
+echo 'bay 3' | offers --virtual info --hub 'bay'
+echo 'bay 3' | offers --virtual update -i new.bin --hub 1-3.1 --hub 'ba'
+: | offers --virtual info ''
 : | offers i2c read --speed ''
+echo lines | offers update --progress l
 echo update | offers --log list --quiet up
 cd "$work"
 touch new.bin
-for option in 'update --image' '--virtual --log' image; do echo new.bin | offers $option ne; done
+for option in 'update --image' 'update --hub 1 -i' 'update --dry-run --image' '--virtual --log' image; do echo new.bin | offers $option ne; done
 exit $failures

@@ -119,7 +119,8 @@ CLI::App* Add(CLI::App& group, Host& host, const std::string& name, const std::s
   command->add_option("--target", options->target, "address as the hub's I2C master takes it")
       ->required()
       ->check(CLI::Range(1u, 0xFFu));
-  command->add_option("--memory-bytes", options->memoryBytes, "size of that address, default 2")
+  command
+      ->add_option("--memory-bytes", options->memoryBytes, "bytes of a memory address, default 2")
       ->check(CLI::Range(0u, 5u));
   command->add_option("--speed", options->speed, "speed code 0 (default) to 2")
       ->check(CLI::Range(0u, 2u));

@@ -156,6 +156,7 @@ CLI::App* AddWriter(CLI::App& app, Host& host, const std::string& name, const st
       ->add_option("--wait", options->patience, "seconds to wait for a hub that left, default 30")
       ->check(CLI::Range(0, 3600));
   command->add_option("--progress", options->style, "auto (default), lines or json")
+      ->option_text("STYLE")
       ->transform(CLI::CheckedTransformer(kStyles));
   command->callback([&host, options] {
     options->rules.takesLoader = options->isAll;
