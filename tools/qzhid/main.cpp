@@ -45,7 +45,7 @@ int Run(int argc, char** argv, qzhid::Host& host) {
   qzhid::AddExamples(app, {"qzhid list", "qzhid update --image new.bin", "qzhid info --virtual"});
   app.footer(app.get_footer() +
              "\n\nExit status: 0 done, 1 failed, 2 usage, 3 no such hub, 4 permission, "
-             "5 image rejected, 6 hub lost");
+             "5 refused, 6 hub lost, 7 hub in its loader");
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& asked) {
