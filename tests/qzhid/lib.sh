@@ -23,7 +23,7 @@ hub_member='  "hub": {
 
 # machine DEVICES [FAULTS [MORE]]: the next runs have this machine, with virtual time.
 machine() {
-  printf '{"time": "virtual", "devices": [%s], "faults": [%s]%s}\n' "$1" "${2-}" "${3-}" > "$QZ_VIRTUAL_HUB"
+  printf '{"time": "%s", "devices": [%s], "faults": [%s]%s}\n' "${TIME-virtual}" "$1" "${2-}" "${3-}" > "$QZ_VIRTUAL_HUB"
 }
 
 # slow DEVICES [MORE]: the same in real time, where an update takes long enough to be disturbed. (The
