@@ -174,6 +174,8 @@ expect 2 'qzhid: several hubs are attached; choose one of: 1-3.1, 1-6, 1-4' info
 refusal='the hub cannot be opened; get permission for it (on Linux: the udev rule) or end the program that has it open'
 expect 4 "qzhid: hub 1-4: $refusal" info --hub 1-4
 expect 6 'qzhid: hub 1-6: the hub does not answer; unplug it, plug it in again and repeat the command' info --hub 1-6
+slow "$(hub ', "timing": {"latency_us": 300000}')"
+expect 0 'qzhid: waiting for hub 1-3.1 to answer' list
 machine '{"name": "shut", "port": "4"}' "$denied"
 expect 4 "qzhid: hub 1-4: $refusal" info
 expect 4 '  log: [2024-03-07, 09:05:02]  QZ_ListAllHidDev, List Hid Device Fail' info --verbose

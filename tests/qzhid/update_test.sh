@@ -162,6 +162,16 @@ machine "$(hub)"
 "$qzhid" --virtual update --yes --image "$work/new.bin" 2>&1 > "$work/out" | true
 grep -qxF "$done" "$work/out" || complain 'a broken pipe ended the update'
 
+# A log that reaches the limit on the size of files does not end it either.
+machine "$(hub)" '{"on": "request", "request": "40/C8", "nth": 500, "count": 0, "action": "stall"}'
+(
+  ulimit -f 100
+  update --retries 20 --log "$work/long.txt"
+  said 7 "$me the update failed, and the hub is in its loader; write its firmware with 'qzhid recover --hub 1-3.1 --image FILE'"
+  exit $failures
+) || failures=1
+[ "$(wc -c < "$work/long.txt")" -eq 51200 ] || complain 'the log did not reach the limit'
+
 # The file that was checked is the one that is written, whatever the user's file holds meanwhile.
 cp "$work/new.bin" "$work/changing.bin"
 machine "$(hub)" '' ', "state_folder": "copy"'
