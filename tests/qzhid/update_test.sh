@@ -163,10 +163,10 @@ machine "$(hub)"
 grep -qxF "$done" "$work/out" || complain 'a broken pipe ended the update'
 
 # A log that reaches the limit on the size of files does not end it either.
-machine "$(hub)" '{"on": "request", "request": "40/C8", "nth": 500, "count": 0, "action": "stall"}'
+machine "$(hub)" '{"on": "request", "request": "40/C8", "nth": 200, "count": 0, "action": "stall"}'
 (
   ulimit -f 100
-  update --retries 20 --log "$work/long.txt"
+  update --retries 100 --log "$work/long.txt"
   said 7 "$me the update failed, and the hub is in its loader; write its firmware with 'qzhid recover --hub 1-3.1 --image FILE'"
   exit $failures
 ) || failures=1
