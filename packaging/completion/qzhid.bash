@@ -1,6 +1,6 @@
 # Completion of qzhid for bash. Commands and options are those of the program's own help.
 
-# _qzhid_names SECTION: the names that a help on standard input lists under Options or Subcommands.
+# _qzhid_names SECTION: the names that the sections of a help on standard input list.
 _qzhid_names() { sed -nE "/^$1:/,/^\$/s/^  ([-a-z0-9][-a-z0-9,]*).*/\1/p" | tr , '\n'; }
 
 # Port ids and names of the hubs that the library of the command line finds.
@@ -24,15 +24,14 @@ _qzhid_offer() {
 
 _qzhid() {
   local program=${COMP_WORDS[0]/#\~/$HOME} word=${COMP_WORDS[COMP_CWORD]}
-  local common help given option='' choices=() commands=() library=()
-  common=$("$program" --help 2>/dev/null) || return
-  help=$common
+  local help given option='' choices=() commands=() library=()
+  help=$("$program" --help 2>/dev/null) || return
   for given in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     [ "$given" != = ] || continue  # as in --image=FILE
     if [ -n "$option" ]; then      # its value
       [ "$option" != --library ] || library=(--library "$given")
       option=
-    elif grep -qE "^  (-[a-z],)?$given(,[-a-z]+)? [A-Z]{2}" <<<"$help$common"; then
+    elif grep -qE "^  (-[a-z],)?$given(,[-a-z]+)? [A-Z]([^a-z]|$)" <<<"$help"; then
       option=$given
     elif [ "$given" = --virtual ]; then
       library=(--virtual)
@@ -55,7 +54,7 @@ _qzhid() {
   esac
   if [ -z "$option" ]; then
     if [[ $word == -* ]]; then
-      mapfile -t choices < <({ _qzhid_names Options <<<"$help"; _qzhid_names Options <<<"$common"; } | sort -u)
+      mapfile -t choices < <(_qzhid_names '(Common o|O)ptions' <<<"$help")
     elif grep -q '^  FILE ' <<<"$help"; then
       _qzhid_files
       return

@@ -1,21 +1,21 @@
 #!/bin/sh
 # GPIO lines, I2C targets and the flash behind a hub.
 . "$(dirname "$0")/lib.sh"
-me="qzhid: hub 5 ($usb):"
+me="qzhid: hub 1-3.1:"
 next="check the address and that the hub runs its firmware ('qzhid info')"
 machine "$(hub ', "gpio_high": [3], "bridge_flash": {"size": 4096, "busy_polls": 2},
   "i2c": [{"kind": "eeprom", "address": "0xA0", "size": 1024, "page_size": 8}]')"
 expect 0 'line 3 is 1' gpio get 3
-expect 0 'line 4 is 0' gpio get 4 --hub 5
+expect 0 'line 4 is 0' gpio get 4 --hub 1-3.1
 expect 0 'line 23 is 1' gpio drive 23 1
 expect 0 'line 7 is 0' gpio set 7 0
 expect 0 '  "level": 1' gpio get 3 --json
 expect 2 "qzhid: LINE: Value 24 not in range 0 to 23; see 'qzhid --help'" gpio get 24
-expect 3 "qzhid: no hub matches '6'; see 'qzhid list' for the hubs that are attached" gpio get 3 --hub 6
+expect 3 "qzhid: no hub matches '6'; attached are: 1-3.1" gpio get 3 --hub 6
 
 expect 0 'target 160, 1 memory address bytes, speed 2: accepted' i2c config --target 0xA0 --memory-bytes 1 --speed 2
 golden i2c config --target 0xA0 --json <<END
-{
+$head
 $hub_member
   "target": 160,
   "memory_bytes": 2,
@@ -29,20 +29,38 @@ expect 0 '  "data": "ffff"' i2c read --target 0xA0 --length 2 --json
 expect 0 "300 bytes read to $work/read.bin" i2c read --target 0xA0 --length 300 --out "$work/read.bin"
 [ "$(tr -d '\377' < "$work/read.bin" | wc -c)" -eq 0 ] && [ "$(wc -c < "$work/read.bin")" -eq 300 ] ||
   complain 'the bytes that were read differ'
-expect 1 "qzhid: /nowhere/x cannot be created; name a file that you have permission to write" \
+expect 1 "qzhid: /nowhere/x cannot be created: No such file or directory; name a file that you have permission to write" \
   i2c read --target 0xA0 --length 3 --out /nowhere/x
-expect 1 "$me the I2C read failed with status 32; $next" i2c read --target 0xA2 --length 1
-expect 1 "$me the I2C write after 0 written bytes failed with status 32; $next" i2c write --target 0xA2 00
+expect 1 "$me the I2C read failed with status 32 (the hub or the target refused it); $next" i2c read --target 0xA2 --length 1
+expect 1 "$me the I2C write after 0 written bytes failed with status 32 (the hub or the target refused it); $next" i2c write --target 0xA2 00
 expect 2 "qzhid: '0g' is not bytes in hexadecimal; write two digits for each byte, as in 01a0ff" i2c write --target 0xA0 0g
 expect 2 'qzhid: there are no bytes to write; give them in hexadecimal or with --file FILE' flash write --address 0
-expect 1 "qzhid: $work/missing cannot be opened; name a file that you have permission to read" \
+expect 1 "qzhid: $work/missing cannot be opened: No such file or directory; name a file that you have permission to read" \
   flash write --address 0 --file "$work/missing"
+
+# --out: a file is replaced as a whole, also through a link; a pipe, like a device, is written to.
+"$qzhid" --virtual i2c read --target 0xA0 --length 2 --out - > "$work/out"
+[ "$(od -An -tx1 "$work/out")" = ' ff ff' ] || complain 'standard output differs'
+: > "$work/real.bin"
+ln -s real.bin "$work/link.bin"
+mkfifo "$work/pipe"
+cat "$work/pipe" > "$work/piped" &
+for name in link.bin pipe; do
+  expect 0 "3 bytes read to $work/$name" i2c read --target 0xA0 --length 3 --out "$work/$name"
+done
+wait
+[ -p "$work/pipe" ] && [ "$(wc -c < "$work/piped")" -eq 3 ] || complain 'the pipe is replaced'
+[ -L "$work/link.bin" ] && [ "$(wc -c < "$work/real.bin")" -eq 3 ] || complain 'the link is replaced'
+ls -d "$work"/*.tmp* 2> /dev/null && complain 'a temporary file is left'
+truncate -s 4G "$work/huge.bin"
+expect 1 "qzhid: $work/huge.bin has more than 268435456 bytes; name a file that you have permission to read" \
+  i2c write --target 0xA0 --file "$work/huge.bin"
 
 "$qzhub" image --out "$work/300.bin" && truncate -s 300 "$work/300.bin"
 expect 0 '300 bytes written' flash write --address 0x100 --file "$work/300.bin"
 "$qzhid" --virtual flash stage --address 0 --file - < "$work/300.bin" | grep -qx '300 bytes staged' ||
   complain 'nothing staged from a pipe'
-expect 1 "$me the transfer after 128 bytes failed with status 32; $next" \
+expect 1 "$me the transfer after 128 bytes failed with status 32 (the hub or the target refused it); $next" \
   flash write --address 3968 --file "$work/300.bin"
 # A write is reported only after the flash is ready. Three parts that each keep the flash busy for two
 # reads of the status take ten reads: one, and three after each part.
@@ -52,10 +70,10 @@ for nth in 10 11; do
   run flash write --address 0 --file "$work/300.bin"
   echo "$status $(cat "$work/out" "$work/err")"
 done > "$work/ends"
-printf '%s\n' "1 $me reading the flash's status failed with status 32; $next" '0 300 bytes written' |
+printf '%s\n' "1 $me reading the flash's status failed with status 32 (the hub or the target refused it); $next" '0 300 bytes written' |
   diff -u - "$work/ends" >&2 || complain 'a write is reported before the flash is ready'
 machine "$(hub)"
-expect 2 "$me there is no terminal to ask on; add --yes to continue without being asked" flash erase
+expect 2 "qzhid: hub 1-3.1: there is no terminal to ask on; add --yes to continue without being asked" flash erase
 expect 0 'the flash is erased' flash erase --yes
 expect 0 "the flash's status is 0" flash status
 # A write is sent in parts that end at the target's pages (here 3, 8 and 1 bytes), and waits while
@@ -66,7 +84,7 @@ for count in 5 0; do
   run i2c write --target 0xA0 --memory 5 000102030405060708090a0b
   echo "$status $(cat "$work/out" "$work/err")"
 done > "$work/ends"
-printf '%s\n' '0 12 bytes written' "1 $me the I2C write after 11 written bytes failed with status 32; $next" |
+printf '%s\n' '0 12 bytes written' "1 $me the I2C write after 11 written bytes failed with status 32 (the hub or the target refused it); $next" |
   diff -u - "$work/ends" >&2 || complain 'the parts differ'
 machine "$(hub)" '{"on": "request", "request": "C0/04", "action": "unplug", "return_ms": null}'
 expect 6 "$me reading the line failed, and the hub is gone; plug it in again and repeat the command" gpio get 3

@@ -4,22 +4,26 @@ qzhid=$1
 qzhub=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-export QZ_VIRTUAL_HUB="$work/scenario.json" NO_COLOR=1
+export QZ_VIRTUAL_HUB="$work/scenario.json" XDG_CONFIG_HOME="$work/config" NO_COLOR=1
 failures=0
 usb='PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)#USB(1)'
-# How the program describes that hub inside a JSON object.
+# How the program begins each JSON object, and describes that hub inside one.
+head='{
+  "schema": 1,'
 hub_member='  "hub": {
-    "instance": 5,
+    "port_id": "1-3.1",
+    "name": null,
     "vid": "2E7C",
     "pid": "0818",
+    "location": "'$usb'",
     "level": 2,
     "port": 1,
-    "location": "'$usb'"
+    "instance": 5
   },'
 
 # machine DEVICES [FAULTS [MORE]]: the next runs have this machine, with virtual time.
 machine() {
-  printf '{"time": "virtual", "devices": [%s], "faults": [%s]%s}\n' "$1" "${2-}" "${3-}" > "$QZ_VIRTUAL_HUB"
+  printf '{"time": "%s", "devices": [%s], "faults": [%s]%s}\n' "${TIME-virtual}" "$1" "${2-}" "${3-}" > "$QZ_VIRTUAL_HUB"
 }
 
 # slow DEVICES [MORE]: the same in real time, where an update takes long enough to be disturbed. (The

@@ -5,28 +5,39 @@
 machine "$(hub ', "gpio_high": [3, 5]'),
   {\"name\": \"rom\", \"port\": \"2\", \"running\": \"rom\", \"rom\": {\"pid\": \"0x0810\"}},
   {\"name\": \"pad\", \"kind\": \"other\", \"port\": \"5\", \"vid\": \"0x045E\", \"pid\": \"0x0750\"}"
+mkdir -p "$work/config/qzhid"
+printf '# the rack\nbay 3 = 1-3.1 # left\n\nbay 2 = 1400/1-2\n' > "$work/config/qzhid/ports.conf"
 golden list <<END
-INSTANCE    VID:PID     LEVEL       PORT        LOCATION
-5           2E7C:0818   2           1           $usb
-7           2E7C:0810   1           2           PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(2)
+PORT   NAME   VID:PID    VERSION  STATE
+1-3.1  bay 3  2E7C:0818  1.02     firmware
+1-2    bay 2  2E7C:0810  -        loader
 END
 golden list --vid 45e --pid 0x750 --json <<END
-{
+$head
   "hubs": [
     {
-      "instance": 9,
-      "vid": "045E",
-      "pid": "0750",
-      "level": 1,
-      "port": 5,
-      "location": "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(5)"
+      "hub": {
+        "port_id": "1-5",
+        "name": null,
+        "vid": "045E",
+        "pid": "0750",
+        "location": "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(5)",
+        "level": 1,
+        "port": 5,
+        "instance": 9
+      }
     }
   ]
 }
 END
+# Ids match exactly.
+for ids in '0 0' '2e7c 0' '2e7c 8' '45e 75' '45e 818'; do
+  expect 0 'no such HID device is attached' list --vid ${ids% *} --pid ${ids#* }
+done
 golden list --quiet < /dev/null
-golden info 'usb(3)#usb(1)' <<END
-instance      5
+golden info --hub 'usb(3)#usb(1)' <<END
+port          1-3.1
+name          bay 3
 HID VID:PID   2E7C:0818
 hub VID:PID   2E7C:0818
 level, port   2, 1
@@ -36,14 +47,18 @@ runs          firmware 1.02
 GPIO high     3, 5
 flash status  0
 END
-golden info --json 2e7c:0810 <<END
-{
-  "instance": 7,
-  "vid": "2E7C",
-  "pid": "0810",
-  "level": 1,
-  "port": 2,
-  "location": "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(2)",
+golden info --json --hub 2e7c:0810 <<END
+$head
+  "hub": {
+    "port_id": "1-2",
+    "name": "bay 2",
+    "vid": "2E7C",
+    "pid": "0810",
+    "location": "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(2)",
+    "level": 1,
+    "port": 2,
+    "instance": 7
+  },
   "locations": [
     "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(2)",
     "ACPI(_SB_)#ACPI(PCI0)#ACPI(XHC1)#ACPI(RHUB)#ACPI(PRT2)"
@@ -56,14 +71,44 @@ golden info --json 2e7c:0810 <<END
   ],
   "hub_vid": "2E7C",
   "hub_pid": "0810",
-  "runs": "loader",
+  "state": "loader",
   "version": null,
   "gpio_high": [],
   "flash_status": 0
 }
 END
-expect 2 'qzhid: several hubs are attached; name one of these instances: 5 7' info
-expect 3 "qzhid: no hub matches '4711'; see 'qzhid list' for the hubs that are attached" info 4711
+
+# A selector names a hub as a whole.
+for hub in 1-3.1 1400/1-3.1 'bay 3' "$usb" 'USB(3)#usb(1)' 2e7c:818 vid=2e7c,pid=818 pid=0x818 instance:5; do
+  case $hub in *,*) continue ;; esac
+  expect 0 'port          1-3.1' info --hub "$hub"
+done
+there='attached are: 1-3.1 (bay 3), 1-2 (bay 2)'
+for hub in '' 5 ')' 3.1 1-3 '-3.1' 'SB(1)' 'USB(3)' bay 'BAY 3' 2E7C 2E7C: :0818 'vid=' 'pid=81' 045E:0750 1500/1-3.1 \
+  instance: instance:55; do
+  expect 3 "qzhid: no hub matches '$hub'; $there" info --hub "$hub"
+done
+expect 2 "qzhid: several hubs match 'vid=2E7C'; choose one of: 1-3.1 (bay 3), 1-2 (bay 2)" info --hub vid=2E7C
+expect 2 'qzhid: several hubs are attached; choose one of: 1-3.1 (bay 3), 1-2 (bay 2)' info
+
+# A file of port names that is not usable names the line.
+while IFS='|' read -r text reason; do
+  printf "$text" > "$work/config/qzhid/ports.conf"
+  expect 1 "qzhid: the port names in $work/config/qzhid/ports.conf are not usable: $reason; correct the file; its lines look like this: bay 3 = 1-3.1" list
+done <<END
+bay 3|line 1 is not NAME = PORT
+\\n a = 1-1\\n= 1-2|line 3 is not NAME = PORT
+a =|line 1 is not NAME = PORT
+a = 1-1\\na = 1-2|line 2 names 'a' again
+END
+rm -r "$work/config"
+
+# Hubs of several controllers show theirs.
+machine '{"name": "a", "port": "1"}, {"name": "b", "port": "2-1"}'
+run list
+[ "$(sed -n 's/ .*//p' "$work/out" | tr '\n' ' ')" = 'PORT 1400/1-1 1500/1-1 ' ] || complain "$(cat "$work/out")"
+expect 2 "qzhid: several hubs match '1-1'; choose one of: 1400/1-1, 1500/1-1" info --hub 1-1
+expect 0 'port          1500/1-1' info --hub 1500/1-1
 
 # An image of each chip code; the checksum is the same as that of the system's own tool.
 for chip in 4A17 4A26 93E5 1234; do
@@ -92,25 +137,50 @@ for file in "$work" "$work/pipe" /dev/zero; do
 done
 expect 5 "qzhid: image - cannot be read; give the complete image file" image -
 expect 5 '    "status": 5,' image --json "$work/missing"
+# An image that was cut, or that differs in one byte.
+"$qzhub" image --out "$work/a.bin"
+printf '\\0' | dd of="$work/a.bin" bs=1 seek=40000 conv=notrunc 2> /dev/null
+damaged="is damaged: its length or checksum is wrong; give the complete image file"
+expect 5 "qzhid: image $work/a.bin $damaged" image "$work/a.bin"
+"$qzhub" image --out "$work/a.bin" && truncate -s 40000 "$work/a.bin"
+expect 5 "qzhid: image $work/a.bin $damaged" image "$work/a.bin"
+# Nothing but the file is needed.
+status=0
+"$qzhid" --library /nowhere.so image "$work/a.bin" 2>&1 | grep -q damaged || complain 'image needs a library'
 
 expect 2 "qzhid: A subcommand is required; see 'qzhid --help'" --json
 expect 2 "qzhid: --vid: '12345' is not one to four hexadecimal digits; see 'qzhid --help'" list --vid 12345 --pid 1
 expect 0 'qzhid 1.0.0' --version
 for command in list info image update recover doctor; do expect 0 'Examples:' $command --help; done
-expect 0 'Exit status: 0 done, 1 failed, 2 usage, 3 no such hub, 4 permission, 5 image rejected, 6 hub lost' --help
+expect 0 'Exit status: 0 done, 1 failed, 2 usage, 3 no such hub, 4 permission, 5 refused, 6 hub lost, 7 hub in its loader' --help
 run --library /nowhere.so list 2> /dev/null
 [ $status -eq 2 ] || complain '--virtual and --library are taken together'
 
+# Every hub is seen, and counts for "the only hub": one without permission, also with an id without a
+# zero, and one that does not answer.
 machine ''
 expect 0 'no hub is attached' list
-expect 3 "qzhid: no hub is attached; see 'qzhid list' for the hubs that are attached" info
-denied='{"on": "call", "service": "OpenHidDevice", "count": 0, "action": "fail", "code": 13}'
-machine "$(hub)" "$denied"
-refusal='qzhid: a hub is attached, but it cannot be opened; get permission for it (on Linux: the udev rule) or end the program that has it open'
-for command in list info; do expect 4 "$refusal" $command; done
+expect 3 "qzhid: no hub is attached; plug one in, or see 'qzhid doctor'" info
+denied='{"on": "call", "service": "OpenHidDevice", "count": 0, "device": "shut", "action": "fail", "code": 13}'
+mute='{"on": "exchange", "count": 0, "device": "mute", "action": "stall"}'
+machine "$(hub), {\"name\": \"shut\", \"port\": \"4\", \"image\": {\"pid\": \"0x1234\"}}, {\"name\": \"mute\", \"port\": \"6\"}" "$denied, $mute"
+golden list <<END
+PORT   NAME  VID:PID    VERSION  STATE
+1-3.1  -     2E7C:0818  1.02     firmware
+1-6    -     2E7C:0818  -        silent
+1-4    -     2E7C:1234  -        no permission
+END
+expect 2 'qzhid: several hubs are attached; choose one of: 1-3.1, 1-6, 1-4' info
+refusal='the hub cannot be opened; get permission for it (on Linux: the udev rule) or end the program that has it open'
+expect 4 "qzhid: hub 1-4: $refusal" info --hub 1-4
+expect 6 'qzhid: hub 1-6: the hub does not answer; unplug it, plug it in again and repeat the command' info --hub 1-6
+slow "$(hub ', "timing": {"latency_us": 300000}')"
+expect 0 'qzhid: waiting for hub 1-3.1 to answer' list
+machine '{"name": "shut", "port": "4"}' "$denied"
+expect 4 "qzhid: hub 1-4: $refusal" info
 expect 4 '  log: [2024-03-07, 09:05:02]  QZ_ListAllHidDev, List Hid Device Fail' info --verbose
 ls "${TMPDIR:-/tmp}"/qzhid-??????/log.txt 2> /dev/null && complain 'a temporary log is left'
-expect 4 "$refusal" info --log "$work/log.txt" --log-level 0
+expect 4 "qzhid: hub 1-4: $refusal" info --log "$work/log.txt" --log-level 0
 grep -q 'QZ_ListAllHidDev, Enter' "$work/log.txt" || complain 'no log'
 expect 1 'qzhid: the log /nowhere/log cannot be written; name a file in a folder that you have permission to write' list --log /nowhere/log
 

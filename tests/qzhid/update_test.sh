@@ -1,33 +1,36 @@
 #!/bin/sh
-# Updates and recoveries: messages, refusals, interrupts, and what the hub runs afterwards.
+# Updates and recoveries of one hub: messages, guards, retries, interrupts, and what it runs afterwards.
 . "$(dirname "$0")/lib.sh"
 "$qzhub" image --out "$work/new.bin" --version 0210 --size 32680
 "$qzhub" image --out "$work/same.bin"
+"$qzhub" image --out "$work/old.bin" --version 0100
 "$qzhub" image --out "$work/other.bin" --version 0210 --pid 0820
 "$qzhub" image --out "$work/vendor.bin" --version 0210 --vid 2E7D
-update() { run update --yes --image "$work/new.bin" "$@"; }
+update() { run update --yes --wait 0 --image "$work/new.bin" "$@"; }
+digest() { sha256sum "$1" | cut -d' ' -f1; }
+me='qzhid: hub 1-3.1:'
+done='hub 1-3.1 runs 2.10 now'
 
 machine "$(hub)"
-golden update --yes --image "$work/new.bin" <<END
-hub 5 ($usb) runs 2.10 now
+golden update -y -i "$work/new.bin" <<END
+$done
 END
-cat > "$work/golden" <<END
-hub 5 ($usb): 1.02 -> 2.10
-hub 5 ($usb): preparing, 0 %
-hub 5 ($usb): preparing, 10 %
-hub 5 ($usb): erasing, 20 %
-hub 5 ($usb): writing, 30 %
-hub 5 ($usb): writing, 40 %
-hub 5 ($usb): writing, 50 %
-hub 5 ($usb): writing, 60 %
-hub 5 ($usb): checking, 70 %
-hub 5 ($usb): starting, 90 %
-hub 5 ($usb): done, 100 %
-END
-diff -u "$work/golden" "$work/err" >&2 || complain 'the progress in a pipe differs'
-golden update --yes --image "$work/new.bin" --json --stay-in-loader <<END
+steps='preparing, 0 %
+preparing, 10 %
+erasing, 20 %
+writing, 30 %
+writing, 40 %
+writing, 50 %
+writing, 60 %
+checking, 70 %
+starting, 90 %
+done, 100 %'
 {
-$hub_member
+  echo '1.02 -> 2.10'
+  echo "$steps"
+} | sed 's/^/hub 1-3.1: /' | diff -u - "$work/err" >&2 || complain 'the progress in a pipe differs'
+golden update --yes --image "$work/new.bin" --json --stay-in-loader --progress json <<END
+$head
   "image": {
     "file": "$work/new.bin",
     "vid": "2E7C",
@@ -35,65 +38,107 @@ $hub_member
     "chip": "4A17",
     "version": "2.10",
     "size": 32680,
-    "sha256": "$(sha256sum "$work/new.bin" | cut -d' ' -f1)"
+    "sha256": "$(digest "$work/new.bin")"
   },
-  "from": "1.02",
-  "to": "2.10",
-  "runs": "loader"
+  "dry_run": false,
+  "hubs": [
+    {
+$(echo "$hub_member" | sed 's/^/    /')
+      "outcome": "updated",
+      "from": "1.02",
+      "runs": "loader",
+      "retries": 0,
+      "error": null
+    }
+  ]
 }
 END
-update --quiet
+{
+  echo "$steps" | sed 's/\(.*\), \(.*\) %/{"event":"progress","port_id":"1-3.1","phase":"\1","percent":\2}/'
+  echo '{"event":"outcome","port_id":"1-3.1","outcome":"updated","runs":"loader","error":null}'
+} | diff -u - "$work/err" >&2 || complain 'the events differ'
+update -q
 [ "$status" -eq 0 ] && [ ! -s "$work/out" ] && [ ! -s "$work/err" ] || complain '--quiet is not quiet'
 
-me="qzhid: hub 5 ($usb):"
-foreign="name this hub's image, or add --force to write it anyway"
-expect 2 "$me there is no terminal to ask on; add --yes to continue without being asked" update --image "$work/new.bin"
+# What the user does not allow is not written.
+expect 2 'qzhid: there is no terminal to ask on; add --yes to continue without being asked' update --image "$work/new.bin"
 expect 2 "qzhid: --image is required; see 'qzhid --help'" update
-expect 5 "$me the image is for 2E7C:0820, the hub is 2E7C:0818; $foreign" update --yes --image "$work/other.bin"
-expect 5 "$me the hub already runs 1.02; nothing needs to be done, or add --reinstall to write it again" \
-  update --yes --image "$work/same.bin"
-expect 0 "hub 5 ($usb) runs 1.02 now" update --yes --image "$work/same.bin" --reinstall
-expect 0 "hub 5 ($usb) runs 2.10 now" update --yes --image "$work/other.bin" --force
-expect 1 "$me the hub runs its firmware 1.02; nothing needs to be recovered; 'qzhid update' writes another version" \
+expect 5 "$me the image is for product 0820, the hub is product 0818; use an image for this hub, or add --force to write it anyway" \
+  update --yes --image "$work/other.bin"
+for force in '' --force; do
+  expect 5 "$me the image is for vendor 2E7D, the hub is of vendor 2E7C; use an image for this hub" \
+    update --yes --image "$work/vendor.bin" $force
+done
+expect 5 "$me the hub runs 1.02, which is newer than the image's 1.00; use a newer image, or add --allow-older to write it anyway" \
+  update --yes --quiet --image "$work/old.bin"
+expect 0 'hub 1-3.1 runs 1.00 now' update --yes --image "$work/old.bin" --allow-older
+expect 0 'hub 1-3.1 already runs 1.02' update --yes --image "$work/same.bin"
+expect 0 'hub 1-3.1 runs 1.02 now' update --yes --image "$work/same.bin" --force
+expect 0 "$done" update --yes --image "$work/other.bin" --force
+expect 5 "$me the hub runs its firmware 1.02; nothing needs to be recovered; 'qzhid update' writes another version" \
   recover --yes --image "$work/new.bin"
-while read -r size limit; do
-  truncate -s $size "$work/odd.bin"
-  expect 5 "qzhid: image $work/odd.bin is too $limit; give the complete image file" \
-    update --yes --force --image "$work/odd.bin"
+expect 0 "$done" update -y -i "$work/new.bin" --sha256 "$(digest "$work/new.bin" | tr a-f A-F)"
+expect 5 "qzhid: image $work/new.bin has the SHA-256 $(digest "$work/new.bin"); use the image that has $(digest "$work/old.bin")" \
+  update -y -i "$work/new.bin" --sha256 "$(digest "$work/old.bin")"
+expect 2 "qzhid: --sha256: '12ab' is not 64 hexadecimal digits; see 'qzhid --help'" update -y -i "$work/new.bin" --sha256 12ab
+while read -r size reason; do
+  cp "$work/new.bin" "$work/odd.bin" && truncate -s $size "$work/odd.bin"
+  expect 5 "qzhid: image $work/odd.bin $reason; give the complete image file" update --yes --force --image "$work/odd.bin"
 done <<END
-300 short: 300 bytes of at least 32680
-16777217 long: 16777217 bytes of at most 16777216
+300 is too short: 300 bytes of at least 32680
+16777217 is too long: 16777217 bytes of at most 16777216
 END
-expect 3 "qzhid: no hub matches '6'; see 'qzhid list' for the hubs that are attached" update 6 --image "$work/new.bin"
+expect 3 "qzhid: no hub matches '6'; attached are: 1-3.1" update --hub 6 --image "$work/new.bin"
 
+# A dry run checks everything and writes nothing.
+machine "$(hub)" '' ', "state_folder": "dry"'
+expect 0 '      "outcome": "not started",' update -n -i "$work/new.bin" --json
+expect 5 "$me the image is for vendor 2E7D, the hub is of vendor 2E7C; use an image for this hub" update -n -i "$work/vendor.bin"
+update -n
+grep -qx 'hub 1-3.1: 1.02 -> 2.10' "$work/err" || complain 'the dry run does not say what it would do'
+expect 0 'runs          firmware 1.02' info
+
+# The loader.
 machine "$(hub ', "running": "rom", "rom": {"pid": "0x0810"}')"
-expect 1 "$me the hub is in its loader; write its firmware with 'qzhid recover --image FILE'" update --yes --image "$work/new.bin"
-expect 5 "$me the image is for vendor 2E7D, the hub is of vendor 2E7C; $foreign" recover --yes --image "$work/vendor.bin"
-expect 0 "hub 5 ($usb) runs 2.10 now" recover --yes --image "$work/new.bin"
+expect 7 "$me the hub is in its loader; write its firmware with 'qzhid recover --hub 1-3.1 --image FILE'" update --yes --image "$work/new.bin"
+expect 5 "$me the image is for vendor 2E7D, the hub is of vendor 2E7C; use an image for this hub" recover --yes --image "$work/vendor.bin"
+expect 0 "$done" recover --yes --image "$work/new.bin"
 
 # A hub that loses its power while it is written is lost; the next process recovers it.
 keeps=', "state_folder": "."'
-fault='{"on": "request", "request": "40/C8", "nth": 100, "action": "power_loss", "return_ms": null}'
-machine "$(hub)" "$fault" "$keeps"
-expect 6 "$me the update failed, and the hub has left the bus; unplug it, plug it in again, and run 'qzhid info' and 'qzhid recover'" \
-  update --yes --image "$work/new.bin"
+machine "$(hub)" '{"on": "request", "request": "40/C8", "nth": 100, "action": "power_loss", "return_ms": null}' "$keeps"
+update
+said 6 "$me the update failed, and the hub has left the bus; unplug it, plug it in again, and run 'qzhid info' and 'qzhid recover'"
 machine "$(hub)" '' "$keeps"
 expect 0 'runs          loader' info
-expect 0 "hub 5 ($usb) runs 2.10 now" recover --yes --image "$work/new.bin"
+expect 0 "$done" recover --yes --image "$work/new.bin"
 expect 0 'runs          firmware 2.10' info
-stall='{"on": "request", "request": "40/C8", "nth": 9, "count": 0, "action": "stall"}'
-machine "$(hub)" "$stall"
-expect 1 '    "what": "the update failed, and the hub is in its loader",' update --yes --json --image "$work/new.bin"
+# One that has its power again after half a second is updated in the next try, from its loader.
+TIME=real machine "$(hub ", $slowness")" '{"on": "request", "request": "40/C8", "nth": 100, "action": "power_loss", "return_ms": 500}'
+run update --yes --image "$work/new.bin"
+said 0 "$done"
+said 0 'hub 1-3.1: the update failed, and the hub is in its loader; trying again (1 of 2)'
+# A write that the hub takes but does not carry out: the image does not start.
+machine "$(hub)" '{"on": "request", "request": "40/C8", "nth": 100, "count": 1, "action": "lose_write"}'
+update --retries 0
+said 7 "$me the image is written, but not started, and the hub is in its loader; write its firmware with 'qzhid recover --hub 1-3.1 --image FILE'"
+update
+said 0 "$done"
+# Tries end.
+machine "$(hub)" '{"on": "request", "request": "40/C8", "nth": 9, "count": 0, "action": "stall"}'
+update --json --retries 3
+said 7 '        "what": "the update failed, and the hub is in its loader",'
+said 7 '      "retries": 3,'
 
 # --verbose: the last lines of the log as the update left it.
-update --verbose
+update --verbose --retries 0
 sed -n 's/^  log: \(\[.*\]  \)\?//p' "$work/err" > "$work/log"
 printf '%s\n' 'CHidTransfers::HidDataOut, Set Report Fail,ErrorCode:32' 'CHidTransfers::HidDataOut, Set Report Fail,ErrorCode:32' 'CUniversalFlow::DevUpdate, ' \
   'fail to write flash' 'QZ_UpdateDev, Update Fail' > "$work/golden"
 tail -n 5 "$work/log" | diff -u "$work/golden" - >&2 || complain 'not the last lines of the log'
 
 # A worker rejects input that is not a job.
-for job in '' '{"message": "write"}'; do
+for job in '' '{"message": "retry"}'; do
   status=0
   echo "$job" | "$qzhid" worker > "$work/out" 2> "$work/err" || status=$?
   [ $status -eq 2 ] || complain "worker: status $status"
@@ -107,7 +152,7 @@ for count in 1 2; do
   await 'writing, 40'
   kill -s INT $!
   await 'the hub must not be left now'
-  line="hub 5 ($usb) runs 2.10 now"
+  line=$done
   [ $count -eq 1 ] || { kill -s INT $!; line="stopped, and the update was complete: $line"; }
   ended 0 "$line"
 done
@@ -115,16 +160,40 @@ done
 # The update continues if its progress is no longer read.
 machine "$(hub)"
 "$qzhid" --virtual update --yes --image "$work/new.bin" 2>&1 > "$work/out" | true
-grep -qxF "hub 5 ($usb) runs 2.10 now" "$work/out" || complain 'a broken pipe ended the update'
+grep -qxF "$done" "$work/out" || complain 'a broken pipe ended the update'
+
+# A log that reaches the limit on the size of files does not end it either.
+machine "$(hub)" '{"on": "request", "request": "40/C8", "nth": 200, "count": 0, "action": "stall"}'
+(
+  ulimit -f 100
+  update --retries 100 --log "$work/long.txt"
+  said 7 "$me the update failed, and the hub is in its loader; write its firmware with 'qzhid recover --hub 1-3.1 --image FILE'"
+  exit $failures
+) || failures=1
+[ "$(wc -c < "$work/long.txt")" -eq 51200 ] || complain 'the log did not reach the limit'
+
+# The file that was checked is the one that is written, whatever the user's file holds meanwhile.
+cp "$work/new.bin" "$work/changing.bin"
+machine "$(hub)" '' ', "state_folder": "copy"'
+mkfifo "$work/answer"
+script -qec "'$qzhid' --virtual update --image '$work/changing.bin'" /dev/null < "$work/answer" > "$work/terminal" &
+exec 3> "$work/answer"
+until grep -q 'write it?' "$work/terminal"; do sleep 0.01; done
+cp "$work/old.bin" "$work/changing.bin"
+echo y >&3
+exec 3>&-
+wait $! || complain 'the copy was not written'
+expect 0 'runs          firmware 2.10' info
 
 # On a terminal there are a question, a moving bar and colours, unless --no-color is given.
 machine "$(hub)"
 typed() { echo "$1" | script -qec "$2 '$qzhid' --virtual update --image '$work/new.bin' $3" /dev/null; }
 typed y 'env -u NO_COLOR' '' > "$work/terminal" || complain 'the answer yes is not taken'
-grep -q "1.02 -> 2.10, write it? \[y/N\]" "$work/terminal" || complain 'no question'
+grep -q 'hub 1-3.1: 1.02 -> 2.10' "$work/terminal" && grep -q 'write it? \[y/N\]' "$work/terminal" || complain 'no question'
 tr '\r' '\n' < "$work/terminal" | grep -q '##.*100 %  done' || complain 'no bar'
+typed y '' '' | tr '\r' '\n' | grep -q '\[####*\] 100 %  done' || complain 'no bar without colours'
 typed y 'env -u NO_COLOR' --no-color > "$work/terminal"
 grep -q 'checking, 70 %' "$work/terminal" || complain 'no plain lines'
 if typed n '' '' > "$work/terminal"; then complain 'the answer no is not taken'; fi
-grep -q 'not done because the answer was no; answer y, or add --yes' "$work/terminal" || complain 'no refusal'
+grep -q 'Cancelled\.' "$work/terminal" || complain 'it does not say that it was cancelled'
 exit $failures

@@ -34,7 +34,7 @@ Finding ExamineHub(Host& host, const Hub& hub) {
   try {
     const HubState state = ReadState(host, hub);
     if (state.version) return {true, name + " runs firmware " + state.Text(), ""};
-    return {false, name + " is in its loader", kRecoverHub};
+    return {false, name + " is in its loader", RecoverHub(hub)};
   } catch (const Failure& failure) {
     return {false, name + ": " + failure.what(), failure.Next()};
   }

@@ -94,7 +94,9 @@ void AddSender(CLI::App& group, Host& host, const std::string& name, const std::
                Transfer Library::*transfer, const std::string& done) {
   const auto options = std::make_shared<FlashOptions>();
   CLI::App* command = Add(group, name, meaning, *options);
-  command->add_option("--address", options->address, "byte address in the flash")->required();
+  command->add_option("--address", options->address, "byte address in the flash, required")
+      ->option_text("ADDRESS")
+      ->required();
   AddData(*command, options->words, options->file);
   AddExamples(*command, {"qzhid flash " + name + " --address 0x1000 01a0ff",
                          "qzhid flash " + name + " --address 0 --file data.bin"});
@@ -111,7 +113,7 @@ void AddFlashCommand(CLI::App& app, Host& host) {
   AddSender(*group, host, "stage", "stage bytes", &Library::Stage_Flash, "staged");
   const auto erase = std::make_shared<FlashOptions>();
   CLI::App* erasing = Add(*group, "erase", "erase the whole flash", *erase);
-  erasing->add_flag("--yes", erase->isAgreed, "do not ask");
+  erasing->add_flag("-y,--yes", erase->isAgreed, "do not ask");
   erasing->callback([&host, erase] { Erase(host, *erase); });
   AddExamples(*erasing, {"qzhid flash erase", "qzhid flash erase --hub 1-3.1 --yes"});
   const auto status = std::make_shared<FlashOptions>();

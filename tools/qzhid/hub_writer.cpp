@@ -106,7 +106,7 @@ void WriteHub(Host& host, const WorkerJob& job, const Hub& hub, std::uint16_t ve
         ", and the hub " + (running ? "runs " + VersionText(*running) : "is in its loader");
     if (retries > 0) report(ReportFailing{trouble->what + state});
     if (retries > 0 && mayRetry()) continue;
-    if (!running) throw Writer::Explain(Exit::InLoader, *trouble, now, state, kRecoverHub);
+    if (!running) throw Writer::Explain(Exit::InLoader, *trouble, now, state, RecoverHub(now));
     throw Writer::Explain(Exit::Failed, *trouble, now, state,
                           "repeat the command; with --log FILE the log says why it failed");
   }

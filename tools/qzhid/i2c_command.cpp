@@ -116,13 +116,18 @@ CLI::App* Add(CLI::App& group, Host& host, const std::string& name, const std::s
               const std::shared_ptr<I2cOptions>& options, void (*work)(Host&, const I2cOptions&)) {
   CLI::App* command = group.add_subcommand(name, meaning);
   AddHub(*command, options->hub);
-  command->add_option("--target", options->target, "address as the hub's I2C master takes it")
+  command
+      ->add_option("--target", options->target,
+                   "address as the hub's I2C master takes it, required")
       ->required()
+      ->option_text("ADDRESS")
       ->check(CLI::Range(1u, 0xFFu));
   command
       ->add_option("--memory-bytes", options->memoryBytes, "bytes of a memory address, default 2")
+      ->option_text("N")
       ->check(CLI::Range(0u, 5u));
   command->add_option("--speed", options->speed, "speed code 0 (default) to 2")
+      ->option_text("CODE")
       ->check(CLI::Range(0u, 2u));
   command->callback([&host, options, work] { work(host, *options); });
   return command;
@@ -132,7 +137,8 @@ CLI::App* AddTransfer(CLI::App& group, Host& host, const std::string& name,
                       const std::string& meaning, const std::shared_ptr<I2cOptions>& options,
                       void (*work)(Host&, const I2cOptions&)) {
   CLI::App* command = Add(group, host, name, meaning, options, work);
-  command->add_option("--memory", options->memory, "address in the target's memory, default 0");
+  command->add_option("--memory", options->memory, "address in the target's memory, default 0")
+      ->option_text("ADDRESS");
   return command;
 }
 
@@ -143,10 +149,12 @@ void AddI2cCommand(CLI::App& app, Host& host) {
   group->require_subcommand(1);
   const auto read = std::make_shared<I2cOptions>();
   CLI::App* reading = AddTransfer(*group, host, "read", "read from a target", read, Read);
-  reading->add_option("--length", read->length, "number of bytes")
+  reading->add_option("--length", read->length, "number of bytes, required")
       ->required()
+      ->option_text("N")
       ->check(CLI::Range(1u, kLongestRead));
-  reading->add_option("--out", read->file, "write them to this file, - for standard output");
+  reading->add_option("--out", read->file, "write them to this file, - for standard output")
+      ->option_text("FILE");
   AddExamples(*reading,
               {"qzhid i2c read --target 0xA0 --length 32",
                "qzhid i2c read --target 0xA0 --memory 0x40 --length 64 --out eeprom.bin"});
@@ -154,6 +162,7 @@ void AddI2cCommand(CLI::App& app, Host& host) {
   CLI::App* writing = AddTransfer(*group, host, "write", "write to a target", write, Write);
   AddData(*writing, write->words, write->file);
   writing->add_option("--page", write->page, "the target's page in bytes, default 8, always safe")
+      ->option_text("N")
       ->check(CLI::Range(1u, kWriteAtOnce));
   AddExamples(*writing, {"qzhid i2c write --target 0xA0 --memory 0x40 01a0 ff",
                          "qzhid i2c write --target 0xA0 --page 64 --file eeprom.bin"});

@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <iostream>
+#include <memory>
 
 #include "qzhid/commands.h"
 #include "qzhid/host.h"
@@ -11,12 +12,14 @@ namespace {
 
 void AddGlobalOptions(CLI::App& app, qzhid::Options& options) {
   CLI::Option* library =
-      app.add_option("--library", options.chosenLibrary, "use the library in this file");
+      app.add_option("--library", options.chosenLibrary, "use the library in this file")
+          ->option_text("FILE");
   app.add_flag("--virtual", options.isVirtual,
                "use the virtual library that comes with this program")
       ->excludes(library);
-  CLI::Option* log = app.add_option("--log", options.log, "log to this file");
+  CLI::Option* log = app.add_option("--log", options.log, "log to this file")->option_text("FILE");
   app.add_option("--log-level", options.logLevel, "0 everything (default) to 3 failures only")
+      ->option_text("N")
       ->check(CLI::Range(0, 3))
       ->needs(log);
   app.add_flag("--json", options.isJson, "print the result as one JSON object");
@@ -25,9 +28,26 @@ void AddGlobalOptions(CLI::App& app, qzhid::Options& options) {
   app.add_flag("-v,--verbose", options.isVerbose, "show the last lines of the log after an error");
 }
 
+/// The help of a command also lists the options that all commands have.
+class HelpFormatter : public CLI::Formatter {
+ public:
+  std::string make_footer(const CLI::App* app) const override {
+    const std::string footer = CLI::Formatter::make_footer(app);
+    const CLI::App* root = app;
+    while (root->get_parent() != nullptr) root = root->get_parent();
+    if (root == app) return footer;
+    const auto isCommon = [root](const CLI::Option* option) {
+      return option->nonpositional() && option != root->get_help_ptr();
+    };
+    const std::string group = make_group("Common options", false, root->get_options(isCommon));
+    return group.substr(1) + '\n' + footer;  // without the empty line before it
+  }
+};
+
 int Run(int argc, char** argv, qzhid::Host& host) {
   CLI::App app("Finds, shows and services USB hubs", "qzhid");
   app.set_version_flag("--version", "qzhid " QZHID_VERSION);
+  app.formatter(std::make_shared<HelpFormatter>());
   app.require_subcommand(1);
   app.fallthrough();
   app.allow_windows_style_options(false);  // "/folder/file" is a path on every system
@@ -45,7 +65,7 @@ int Run(int argc, char** argv, qzhid::Host& host) {
   qzhid::AddExamples(app, {"qzhid list", "qzhid update --image new.bin", "qzhid info --virtual"});
   app.footer(app.get_footer() +
              "\n\nExit status: 0 done, 1 failed, 2 usage, 3 no such hub, 4 permission, "
-             "5 image rejected, 6 hub lost");
+             "5 refused, 6 hub lost, 7 hub in its loader");
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& asked) {

@@ -23,6 +23,7 @@ CLI::Option* AddHubs(CLI::App& command, std::vector<std::string>& hubs) {
 void AddData(CLI::App& command, std::vector<std::string>& words, std::string& file) {
   CLI::Option* data = command.add_option("DATA", words, "bytes in hexadecimal, as in 01a0ff");
   command.add_option("--file", file, "take the bytes from this file, - for standard input")
+      ->option_text("FILE")
       ->excludes(data);
 }
 

@@ -4,6 +4,10 @@
 
 namespace qzhid {
 
+std::string RecoverHub(const Hub& hub) {
+  return "write its firmware with 'qzhid recover --hub " + hub.shownId + " --image FILE'";
+}
+
 HubState ReadState(Host& host, const Hub& hub) {
   const Patience patience(host, "hub " + hub.Name() + " to answer");
   HubState state;

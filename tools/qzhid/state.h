@@ -24,8 +24,7 @@ struct HubSummary {
 };
 
 /// What to do about a hub that is in its loader, and about one that an update has lost.
-inline constexpr const char* kRecoverHub =
-    "write its firmware with 'qzhid recover --hub HUB --image FILE'";
+std::string RecoverHub(const Hub& hub);
 inline constexpr const char* kFindHub =
     "unplug it, plug it in again, and run 'qzhid info' and 'qzhid recover'";
 

@@ -11,7 +11,7 @@ namespace {
 // A loader may have a product id of its own, so only the vendor counts.
 Verdict CheckLoader(const Hub& hub, const UpdateRules& rules) {
   if (rules.isRecovery || rules.takesLoader) return Verdict::Write;
-  throw Failure(Exit::InLoader, "the hub is in its loader", hub.Name(), kRecoverHub);
+  throw Failure(Exit::InLoader, "the hub is in its loader", hub.Name(), RecoverHub(hub));
 }
 
 }  // namespace

@@ -144,20 +144,25 @@ CLI::App* AddWriter(CLI::App& app, Host& host, const std::string& name, const st
                     const std::shared_ptr<UpdateOptions>& options) {
   CLI::App* command = app.add_subcommand(name, meaning);
   AddHubs(*command, options->hubs);
-  command->add_option("-i,--image", options->image, "the firmware image file")->required();
+  command->add_option("-i,--image", options->image, "the firmware image file, required")
+      ->required()
+      ->option_text("FILE");
   command->add_flag("-y,--yes", options->isAgreed, "do not ask");
   command->add_flag("-n,--dry-run", options->isDryRun,
                     "only check, and show what would be written");
   command->add_option("--sha256", options->sha256, "reject an image with another SHA-256")
-      ->check(CLI::Validator(CheckHexDigest, "HEX"));
+      ->check(CLI::Validator(CheckHexDigest, "HEX"))
+      ->option_text("HEX");
   command->add_option("--retries", options->retries, "tries after one that failed, default 2")
-      ->check(CLI::Range(0, 100));
+      ->check(CLI::Range(0, 100))
+      ->option_text("N");
   command
       ->add_option("--wait", options->patience, "seconds to wait for a hub that left, default 30")
-      ->check(CLI::Range(0, 3600));
+      ->check(CLI::Range(0, 3600))
+      ->option_text("SECONDS");
   command->add_option("--progress", options->style, "auto (default), lines or json")
-      ->option_text("STYLE")
-      ->transform(CLI::CheckedTransformer(kStyles));
+      ->transform(CLI::CheckedTransformer(kStyles))
+      ->option_text("MODE");
   command->callback([&host, options] {
     options->rules.takesLoader = options->isAll;
     Update(host, *options);
@@ -174,7 +179,8 @@ void AddUpdateCommand(CLI::App& app, Host& host) {
   command->add_flag("--all", options->isAll, "all hubs that are attached, also in their loader")
       ->excludes("--hub");
   command->add_option("--jobs", options->jobs, "hubs that are written at a time, default 4")
-      ->check(CLI::Range(std::size_t{1}, std::size_t{127}));
+      ->check(CLI::Range(std::size_t{1}, std::size_t{127}))
+      ->option_text("N");
   command->add_flag("--force", options->rules.isForced,
                     "also if the hub runs this version, or is another product of the vendor");
   command->add_flag("--allow-older", options->rules.allowsOlder,
