@@ -15,11 +15,11 @@ failures=0
 fail() { echo "$*" >&2; failures=1; }
 
 # contents PACKAGE: the package contains exactly the files that standard input lists. ARCH is the folder
-# of the system; for documents and examples, only the folder is compared.
+# of the system; of documents and examples, only the folder is compared.
 contents() {
   sort > "$work/expected"
   dpkg-deb --fsys-tarfile "$packages/$1_${version}_$architecture.deb" | tar -t | grep -v '/$' |
-    sed -E "s|^\./||; s|[^/]+-linux-gnu[^/]*|ARCH|; s,/(docs|examples)/.*,/\1/," | sort -u |
+    sed -E "s|^\./||; s|[^/]+-linux-gnu[^/]*|ARCH|; s,/(docs|examples)/.*\.(md|c)$,/\1/," | sort -u |
     diff -u "$work/expected" - >&2 || fail "$1 does not contain the right files"
 }
 # field PACKAGE NAME PATTERN: that field of the package matches the pattern.
@@ -54,6 +54,7 @@ usr/share/doc/QzHidAPI/CONTRIBUTING.md
 usr/share/doc/QzHidAPI/README.md
 usr/share/doc/QzHidAPI/SECURITY.md
 usr/share/doc/QzHidAPI/docs/
+usr/share/doc/QzHidAPI/docs/qzhid.schema.json
 usr/share/doc/QzHidAPI/examples/
 usr/share/doc/libqzhidapi-dev/copyright
 END
