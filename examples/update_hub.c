@@ -1,28 +1,37 @@
 /*
- * Updates a hub: lists the hubs, opens the first one (or the one with the given instance), shows
- * the versions, writes the image and shows what the hub then runs.
+ * Updates a hub: lists the hubs, checks that the image is for the chosen one, shows the versions,
+ * writes the image and shows what the hub then runs. After a failure it waits until the hub is back
+ * on its port, and tries again.
  *
- *   update_hub IMAGE [DEVINST]
+ *   update_hub IMAGE [LOCATION]
  *
+ * LOCATION is the location path of the hub, as the list shows it; it can be left out if there is
+ * only one hub.
  * The environment variable UPDATE_HUB_LOG names a file to log every step to.
  *
- * Ends with "updated: OLD -> NEW" and exit status 0, or with one line on standard error and 1.
+ * Ends with "updated: OLD -> NEW" and exit status 0, or with a line on standard error and 1.
  */
 #if !defined(_WIN32)
-#define _XOPEN_SOURCE 700 /* isatty, S_IFMT; NOLINT(bugprone-reserved-identifier) */
+#define _XOPEN_SOURCE 700 /* isatty, nanosleep, S_IFMT; NOLINT(bugprone-reserved-identifier) */
+#include <time.h>
 #include <unistd.h>
 #define IS_TERMINAL(file) isatty(fileno(file))
 #else
 #include <io.h>
+#include <windows.h>
 #define IS_TERMINAL(file) _isatty(_fileno(file))
 #endif
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/stat.h>
 
 #include "QzHidAPI.h"
 
-enum { BAR_WIDTH = 40 };
+enum { BAR_WIDTH = 40, TRIES = 3 };
+
+/* A hub that lost its power is given half a minute to come back. */
+enum { LISTS = 150, MS_BETWEEN_LISTS = 200 };
 
 /* In bytes. The version of an image is before the first limit; no flash exceeds the second. */
 enum { SHORTEST_IMAGE = 0x7FA8, LONGEST_IMAGE = 0x1000000 };
@@ -30,8 +39,22 @@ enum { SHORTEST_IMAGE = 0x7FA8, LONGEST_IMAGE = 0x1000000 };
 static int g_isTerminal;
 static int32_t g_shown = -1;
 
-static void printVersion(const char* label, uint16_t version) {
-  printf("%s: %x.%02x\n", label, (unsigned)(version >> 8), (unsigned)(version & 0xFF));
+/* Of the hub; empty until it is chosen. It stays the same, while the instance may change. */
+static char g_location[QZ_RECORD_TEXT_UNITS];
+
+static void waitForBus(void) {
+#if defined(_WIN32)
+  Sleep(MS_BETWEEN_LISTS);
+#else
+  const struct timespec time = {0, MS_BETWEEN_LISTS * 1000000L};
+  nanosleep(&time, NULL);
+#endif
+}
+
+static const char* versionText(uint16_t version) {
+  static char text[8];
+  snprintf(text, sizeof(text), "%x.%02x", (unsigned)(version >> 8), (unsigned)(version & 0xFF));
+  return text;
 }
 
 static void showProgress(int32_t percent) {
@@ -75,76 +98,112 @@ static const char* plainText(const QZ_Utf16* text) {
   return plain;
 }
 
-/* Prints the list and returns the instance to open, 0 if it is not there. */
-static uint32_t pickHub(const char* wanted) {
-  HidDevRecord* list = NULL;
-  uint32_t count = 0;
+/* Prints the list; when no location was chosen, and all records are of one hub, chooses that. */
+static void chooseHub(const HidDevRecord* list, uint32_t count) {
   uint32_t i;
-  uint32_t picked = 0;
-  const uint32_t number = wanted != NULL ? (uint32_t)strtoul(wanted, NULL, 0) : 0;
-  if (!QZ_ListAllHidDev(&list, &count)) return 0;
+  int isOne = count > 0;
   printf("hubs: %u\n", (unsigned)count);
   for (i = 0; i < count; ++i) {
-    printf("  %u  level %u  port %u", (unsigned)list[i].dwInst, (unsigned)list[i].Level,
-           (unsigned)list[i].Port);
     printf("  %s:", plainText(list[i].VID));
     printf("%s", plainText(list[i].PID));
     printf("  %s\n", plainText(list[i].LocationPath));
-    if (picked == 0 && (wanted == NULL || list[i].dwInst == number)) picked = list[i].dwInst;
+    if (memcmp(list[i].LocationPath, list[0].LocationPath, sizeof(list[0].LocationPath)) != 0) {
+      isOne = 0;
+    }
   }
-  QZ_FreeDevList(list);
-  return picked;
+  if (isOne && g_location[0] == '\0') strcpy(g_location, plainText(list[0].LocationPath));
 }
 
-static int update(void* hub, const char* image) {
-  uint16_t imageVersion = 0;
-  uint16_t before = 0;
-  uint16_t after = 0;
-  uint8_t isRunning;
-  if (!QZ_ReadBinVersion(hub, image, &imageVersion)) return fail("cannot read the image's version");
-  printVersion("image", imageVersion);
-  isRunning = QZ_ReadDevVersion(hub, &before);
-  if (isRunning) {
-    printVersion("hub", before);
-  } else {
-    printf("hub: runs its loader\n");
+/* The instance of the hub at the location, 0 if it is not there. */
+static uint32_t findHub(int isFirst) {
+  HidDevRecord* list = NULL;
+  uint32_t count = 0;
+  uint32_t i;
+  uint32_t found = 0;
+  if (!QZ_ListAllHidDev(&list, &count)) return 0;
+  if (isFirst) chooseHub(list, count);
+  for (i = 0; i < count && found == 0; ++i) {
+    if (strcmp(plainText(list[i].LocationPath), g_location) == 0) found = list[i].dwInst;
   }
-  if (!QZ_UpdateDev(hub, image, showProgress)) {
+  QZ_FreeDevList(list);
+  return found;
+}
+
+/* Opens the hub, which may be away for a while; null if it stays away or does not answer. */
+static void* openHub(void) {
+  int lists;
+  for (lists = LISTS; lists > 0; --lists) {
+    const uint32_t number = findHub(0);
+    if (number != 0) return QZ_OpenHid(number);
+    waitForBus();
+  }
+  return NULL;
+}
+
+/* A loader may have a product id of its own. */
+static const char* whyNotForHub(const char* image, uint32_t number, int isRunning) {
+  uint32_t imageVid;
+  uint32_t imagePid;
+  uint32_t vid;
+  uint32_t pid;
+  if (!QZ_GetHidBinFileVIDPID(image, &imageVid, &imagePid)) return "cannot read the image's ids";
+  if (!QZ_GetHubVIDPIDFromHidDevice(number, &vid, &pid)) return "the hub does not answer";
+  if (imageVid != vid) return "the image is for a hub of another vendor";
+  if (isRunning && imagePid != pid) return "the image is for another product";
+  return NULL;
+}
+
+/* Null when the hub runs the image in the end, otherwise what went wrong. */
+static const char* update(const char* image, uint16_t wanted) {
+  int tries;
+  for (tries = TRIES; tries > 0; --tries) {
+    uint16_t version = 0;
+    int isDone;
+    void* hub = openHub();
+    if (hub == NULL) return "the hub is gone; plug it in again";
+    isDone = QZ_UpdateDev(hub, image, showProgress) && QZ_ReadDevVersion(hub, &version) &&
+             version == wanted;
+    QZ_CloseDev(hub); /* a handle may not suit the hub any more after a failure */
     if (g_isTerminal) putchar('\n');
-    return fail(
-        "the update failed; UPDATE_HUB_LOG=FILE logs why, and the hub can be updated again");
+    if (isDone) return NULL;
+    if (tries > 1) fail("the update failed; trying again");
+    g_shown = -1;
   }
-  if (g_isTerminal) putchar('\n');
-  if (!QZ_ReadDevVersion(hub, &after)) return fail("the hub does not run its new firmware");
-  if (isRunning) {
-    printf("updated: %x.%02x -> %x.%02x\n", (unsigned)(before >> 8), (unsigned)(before & 0xFF),
-           (unsigned)(after >> 8), (unsigned)(after & 0xFF));
-  } else {
-    printf("updated: loader -> %x.%02x\n", (unsigned)(after >> 8), (unsigned)(after & 0xFF));
-  }
-  return 0;
+  return "the update failed; UPDATE_HUB_LOG=FILE logs why, and the hub can be updated again";
 }
 
 int main(int argc, char** argv) {
   const char* log;
-  const char* refusal;
+  const char* trouble;
   uint32_t number;
   void* hub;
-  int result;
-  if (argc < 2 || argc > 3) return fail("usage: update_hub IMAGE [DEVINST]");
-  refusal = whyNoImage(argv[1]);
-  if (refusal != NULL) return fail(refusal);
+  uint8_t isRunning;
+  uint16_t wanted = 0;
+  uint16_t before = 0;
+  if (argc < 2 || argc > 3) return fail("usage: update_hub IMAGE [LOCATION]");
+  trouble = whyNoImage(argv[1]);
+  if (trouble != NULL) return fail(trouble);
   g_isTerminal = IS_TERMINAL(stdout);
   log = getenv("UPDATE_HUB_LOG");
   if (log != NULL) {
     if (!QZ_SetLogPath(log)) return fail("UPDATE_HUB_LOG names no file in a writable folder");
     QZ_ConfigLog(1, 0);
   }
-  number = pickHub(argc == 3 ? argv[2] : NULL);
-  if (number == 0) return fail("no such hub is attached");
+  if (argc == 3) snprintf(g_location, sizeof(g_location), "%s", argv[2]);
+  number = findHub(1);
+  if (number == 0) return fail("attach the hub, or name one of several by its location");
   hub = QZ_OpenHid(number);
   if (hub == NULL) return fail("the hub does not answer");
-  result = update(hub, argv[1]);
+  if (!QZ_ReadBinVersion(hub, argv[1], &wanted)) return fail("cannot read the image's version");
+  isRunning = QZ_ReadDevVersion(hub, &before);
   QZ_CloseDev(hub);
-  return result;
+  trouble = whyNotForHub(argv[1], number, isRunning);
+  if (trouble != NULL) return fail(trouble);
+  printf("image: %s\n", versionText(wanted));
+  printf("hub: %s\n", isRunning ? versionText(before) : "runs its loader");
+  trouble = update(argv[1], wanted);
+  if (trouble != NULL) return fail(trouble);
+  printf("updated: %s -> ", isRunning ? versionText(before) : "loader");
+  printf("%s\n", versionText(wanted));
+  return 0;
 }
