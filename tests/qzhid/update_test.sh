@@ -185,6 +185,12 @@ exec 3>&-
 wait $! || complain 'the copy was not written'
 expect 0 'runs          firmware 2.10' info
 
+# Without a private place for the copy nothing is written.
+machine "$(hub)"
+status=0
+TMPDIR=/nowhere "$qzhid" --virtual update -y -i "$work/new.bin" --log "$work/log.txt" > "$work/out" 2> "$work/err" || status=$?
+said 1 'qzhid: a private copy of the image cannot be made; free some space in the temporary folder, or choose another one with TMPDIR'
+
 # On a terminal there are a question, a moving bar and colours, unless --no-color is given.
 machine "$(hub)"
 typed() { echo "$1" | script -qec "$2 '$qzhid' --virtual update --image '$work/new.bin' $3" /dev/null; }

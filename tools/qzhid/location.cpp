@@ -55,12 +55,12 @@ bool PortId::Is(const std::string& text) const {
 }
 
 PortId ReadPortId(const std::string& location) {
-  PortId id;
   const std::vector<Step> steps = ReadSteps(location);
+  std::string controller;
   auto step = steps.begin();
   for (; step != steps.end() && step->name != "USBROOT"; ++step) {
     if (step == steps.begin() && step->name == "PCIROOT" && step->argument == "0") continue;
-    id.controller += (id.controller.empty() ? "" : ".") + std::string(step->argument);
+    controller += (controller.empty() ? "" : ".") + std::string(step->argument);
   }
   if (step == steps.end()) return {};
   const auto root = Number(step->argument);
@@ -72,8 +72,7 @@ PortId ReadPortId(const std::string& location) {
     if (step->name != "USB" && !isInterface) return {};
     port += (isInterface ? ':' : std::exchange(separator, '.')) + std::string(step->argument);
   }
-  id.port = std::move(port);
-  return id;
+  return {controller, port};
 }
 
 bool IsLocation(const std::string& location, const std::string& wanted) {

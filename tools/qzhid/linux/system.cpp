@@ -85,7 +85,9 @@ std::filesystem::path ConfigFolder() {
 
 std::filesystem::path MakePrivateFolder() {
   std::error_code error;
-  std::string name = (std::filesystem::temp_directory_path(error) / "qzhid-XXXXXX").string();
+  const std::filesystem::path folder = std::filesystem::temp_directory_path(error);
+  if (error) return {};
+  std::string name = (folder / "qzhid-XXXXXX").string();
   return mkdtemp(name.data()) != nullptr ? std::filesystem::path(name) : std::filesystem::path();
 }
 

@@ -77,9 +77,10 @@ std::filesystem::path ConfigFolder() {
 std::filesystem::path MakePrivateFolder() {
   // The temporary folder is the user's own here.
   std::error_code error;
-  const std::filesystem::path folder =
-      std::filesystem::temp_directory_path(error) /
-      ("qzhid-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(GetTickCount64()));
+  const std::filesystem::path parent = std::filesystem::temp_directory_path(error);
+  if (error) return {};
+  const std::filesystem::path folder = parent / ("qzhid-" + std::to_string(GetCurrentProcessId()) +
+                                                 "-" + std::to_string(GetTickCount64()));
   return std::filesystem::create_directory(folder, error) ? folder : std::filesystem::path();
 }
 
