@@ -1,6 +1,8 @@
 // The USB device around a hub: descriptors, control requests, and what faults make of them.
 #include "virtualhub/bus/usb_device.h"
 
+#include <cstring>
+
 #include "hub_bench.h"
 #include "virtualhub/base/utf16.h"
 
@@ -10,8 +12,6 @@ namespace {
 
 const std::string kConfiguration =
     "22 00 01 01 00 C0 00 09 04 00 00 01 03 00 00 00 09 21 11 01 00 01 22 1D 00 07 05 81 03 40 00 ";
-const std::string kHaltOut = "02 03 00 00 01 00 00 00", kUnhaltOut = "02 01 00 00 01 00 00 00";
-const std::string kSetReport = "21 09 00 02 00 00 40 01", kGetReport = "A1 01 00 01 00 00 00 01";
 
 class UsbDeviceTest : public HubBench {
  protected:
@@ -37,15 +37,11 @@ class UsbDeviceTest : public HubBench {
   std::string Transfer(std::initializer_list<std::string> setups) {
     return InTurn(setups, [this](const std::string& setup) { return Transfer(setup); });
   }
-  /// An output report with a vendor request; only one with an ID has it on the wire.
-  static Bytes ReportOf(const std::string& request, std::uint8_t id = 0) {
-    Bytes report = Hex(request);
-    if (id != 0) report.insert(report.begin(), id);
-    report.resize(id == 0 ? 320 : 321);
-    return report;
-  }
-  std::string Send(const std::string& request, std::uint8_t id = 0) {
-    return Transfer(id == 0 ? kSetReport : "21 09 F0 02 00 00 41 01", ReportOf(request, id));
+  /// A vendor request in an output report; only one with an ID has it on the wire.
+  std::string Send(const std::string& request, const std::string& id = "") {
+    Bytes report = Hex(id + request);
+    report.resize(id.empty() ? 320 : 321);
+    return Transfer(id.empty() ? "21 09 00 02 00 00 40 01" : "21 09 F0 02 00 00 41 01", report);
   }
 
   std::unique_ptr<UsbDevice> device;
@@ -87,20 +83,22 @@ TEST_F(UsbDeviceTest, OutputReportsAreTakenWhereTheFirmwareListens) {
       {"ignored", "ok", "stall, stall, stall", "ok, stall, ok, stall"},
       {"only", "stall", "ok, ok, stall", "ok, stall, ok, ok"},
       {"both", "ok", "ok, ok, stall", "ok, stall, ok, ok"}};
+  const std::string first = kEnable1, second = "F0 " + kEnable1, tooShort = "0";
+  const std::string halt = "02 03 00 00 01 00 00 00", unhalt = "02 01 00 00 01 00 00 00";
   for (const auto& [endpoint, viaControl, viaEndpoint, whenHalted] : rows) {
     SCOPED_TRACE(endpoint);
     Enumerate(OneHub(R"("channels": [1, 2], "out_endpoint": ")" + endpoint + '"'));
-    const auto step = [&](const std::string& name) {
-      if (name.ends_with("halt")) return Transfer(name[0] == 'u' ? kUnhaltOut : kHaltOut);
-      Bytes report = ReportOf(kEnable1, name == "channel 2" ? 0xF0 : 0);
-      if (name == "short") report.resize(64);
+    const auto step = [&](const std::string& bytes) {
+      Bytes report = Hex(bytes);
+      if (bytes == halt || bytes == unhalt) return Transfer(bytes);
+      report.resize(bytes == first ? 320 : bytes == second ? 321 : 64);
       return Outcome(device->InterruptOut(report));
     };
     EXPECT_EQ(viaControl, Send(kEnable1));
-    EXPECT_EQ(viaEndpoint, InTurn({"channel 1", "channel 2", "short"}, step));
-    EXPECT_EQ(whenHalted, InTurn({"halt", "channel 1", "unhalt", "channel 1"}, step));
+    EXPECT_EQ(viaEndpoint, InTurn({first, second, tooShort}, step));
+    EXPECT_EQ(whenHalted, InTurn({halt, first, unhalt, first}, step));
     machine->Unplug("hub");
-    EXPECT_EQ("gone", step("channel 1"));
+    EXPECT_EQ("gone", step(first));
   }
   Enumerate(OneHub(R"("out_endpoint": "both")"));
   EXPECT_EQ(
@@ -127,17 +125,15 @@ TEST_F(UsbDeviceTest, ProductTextTravelsAsUtf16AndFaultsStrikeIt) {
 }
 
 TEST(Utf16Test, EachByteThatBelongsToNoCharacterIsReplaced) {
-  const std::pair<std::string, std::u16string> rows[] = {
-      {"\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80", u"\x7F\x80\u07FF\u0800"},
-      {"\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF", u"\uD7FF\uE000\uFFFF"},
-      {"\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", u"\xD800\xDC00\xDBFF\xDFFF"},
-      {"\x80\xC3z\xE2\x82\xC3\xB6\xE2\x82\xFF", u"??z??\u00F6???"},
-      {"\xC1\xBF\xE0\x9F\xBF\xF0\x8F\xBF\xBF", u"?????????"},                  // too long
-      {"\xED\xA0\x80\xED\xBF\xBF\xF4\x90\x80\x80\xF8\x88", u"????????????"}};  // no character
-  for (const auto& [utf8, utf16] : rows) {
-    std::u16string units = ToUtf16(utf8);
-    std::replace(units.begin(), units.end(), u'\uFFFD', u'?');
-    EXPECT_EQ(utf16, units);
+  EXPECT_EQ(u"\x7F\x80\u07FF\u0800\uD7FF\uE000\uFFFF\xD800\xDC00\xDBFF\xDFFF",
+            ToUtf16("\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF"
+                    "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"));
+  // Not whole; longer than needed; surrogates; above the last character.
+  for (const char* bad :
+       {"\x80", "\xC3", "\xE2\x82", "\xFF", "\xF8\x88\x80\x80", "\xC1\xBF", "\xE0\x9F\xBF",
+        "\xF0\x8F\xBF\xBF", "\xED\xA0\x80", "\xED\xBF\xBF", "\xF4\x90\x80\x80"}) {
+    EXPECT_EQ(std::u16string(std::strlen(bad), u'\uFFFD') + u"\u00F6",
+              ToUtf16(std::string(bad) + "\xC3\xB6"));
   }
 }
 
@@ -159,9 +155,10 @@ TEST_F(UsbDeviceTest, RequestsKeepTheDevicesState) {
             Transfer({"21 0A 00 05 00 00 00 00", "A1 02 00 00 00 00 01 00",
                       "21 0B 00 00 00 00 00 00", protocol, "00 05 07 00 00 00 00 00"}));
   // Without a configuration there are no endpoints and no reports; the next one is a new start.
-  EXPECT_EQ("01, ok, ok, 00, stall, stall, stall, stall, stall",
-            Transfer({configuration, halt, reset, configuration, isHalted, unhalt, kSetReport,
-                      kGetReport, "81 0A 00 00 00 00 01 00"}));
+  EXPECT_EQ(
+      "01, ok, ok, 00, stall, stall, stall, stall, stall",
+      Transfer({configuration, halt, reset, configuration, isHalted, unhalt,
+                "21 09 00 02 00 00 40 01", "A1 01 00 01 00 00 00 01", "81 0A 00 00 00 00 01 00"}));
   EXPECT_EQ("ok, 00 00, 01", Transfer({configure, isHalted, protocol}));
   for (const char* unknown :
        {"81 00 00 00 01 00 02 00", "82 00 00 00 82 00 02 00", "02 03 01 00 81 00 00 00",
@@ -180,7 +177,7 @@ TEST_F(UsbDeviceTest, ReportsCarryVendorRequests) {
   EXPECT_EQ(256u * 3 - 1, Transfer("A1 01 00 01 00 00 FF FF").size());
   EXPECT_EQ("ok", Send(kStatus));
   EXPECT_EQ(identity + ", stall", Transfer({getShort, getShort})) << "an answer is read once";
-  EXPECT_EQ("ok", Send(kStatus, 0xF0));
+  EXPECT_EQ("ok", Send(kStatus, "F0 "));
   const std::string answer = Transfer("A1 01 F1 01 00 00 01 01");
   EXPECT_EQ("F1 " + identity, answer.substr(0, 3) + answer.substr(64 * 3, identity.size()));
   EXPECT_EQ("ok", Send(kStatus));
