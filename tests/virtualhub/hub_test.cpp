@@ -263,6 +263,8 @@ TEST_F(BridgeTest, RequestsWithWrongArgumentsStall) {
         "40 0C 0 2 1 0 0 0", "40 04 0 1 5 0 0 0", "40 00 0 0 0 0 1 0", "40 E9 1 0 0 0 0 0",
         "40 06 2 0 0 0 0 0", "40 77 0 0 0 0 0 0", "40 F1 0 0 0 0 1 1", "40 F1 FF FF F 0 2 0"}) {
     EXPECT_EQ("stall", Ask(request)) << request;
+    Bytes answer;
+    EXPECT_EQ(Error::Stall, Read(answer).error) << request;
   }
 }
 
