@@ -3,8 +3,6 @@
 
 using namespace qzhid::fuzz;
 
-namespace {
-
 /// Meets each report as the next of the input's bytes says, over and over: it fails with that code,
 /// or the answer is that byte throughout, after a pattern.
 class AnyDevice {
@@ -27,8 +25,6 @@ class AnyDevice {
   Bytes pattern_, fates_;
   std::size_t next_ = 0;
 };
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input input(data, size);

@@ -10,21 +10,17 @@
 using namespace qzhid;
 using namespace qzhid::fuzz;
 
-namespace {
-
 using Field = std::optional<std::uint32_t>;
 
-Field FieldAt(const Bytes& image, std::size_t offset) {
+static Field FieldAt(const Bytes& image, std::size_t offset) {
   if (image.size() < offset + 2) return std::nullopt;
   return virtualhub::BigEndian16(image, offset);
 }
 
-Field Version(const Bytes& image, std::uint8_t mode) {
+static Field Version(const Bytes& image, std::uint8_t mode) {
   std::uint16_t version = 0;
   return ReadImageVersion("", image, mode, version) ? Field(version) : Field();
 }
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   // An image of the input's size with the rest of the input where the fields are.

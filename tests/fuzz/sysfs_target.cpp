@@ -12,8 +12,6 @@
 using namespace qzhid::platform;
 using namespace qzhid::fuzz;
 
-namespace {
-
 /// A root hub, a device and its hidraw node, in a folder that is removed again.
 struct Bus {
   Bus() { std::filesystem::create_directories(hidraw); }
@@ -24,7 +22,7 @@ struct Bus {
   const std::string hidraw = device + "/1-3:1.0/0003:2E7C:0818.0001/hidraw/hidraw0";
 };
 
-void CheckNodes(Input& input) {
+static void CheckNodes(Input& input) {
   static const Bus bus;
   const std::pair<std::string, const char*> attributes[] = {
       {"busnum", "1\n"},          {"devnum", "1\n"},           {"speed", "5000\n"},
@@ -40,8 +38,6 @@ void CheckNodes(Input& input) {
   Require(!ReadUsbNode(bus.device, node) || node.deviceId.starts_with("USB\\VID_"), "a device");
   Require(!ReadUsbNode(bus.root, node) || node.deviceId.starts_with("USB\\ROOT_HUB"), "a root hub");
 }
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);

@@ -7,9 +7,7 @@
 
 using namespace qzhid::fuzz;
 
-namespace {
-
-virtualhub::NodeOverrides Node(Input& input) {
+static virtualhub::NodeOverrides Node(Input& input) {
   const auto texts = [&input] {
     std::vector<std::string> list(input.Byte() % 4);
     for (std::string& text : list) text = input.Text();
@@ -25,8 +23,6 @@ virtualhub::NodeOverrides Node(Input& input) {
   node.noParent = (which & 32) != 0;
   return node;
 }
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input input(data, size);

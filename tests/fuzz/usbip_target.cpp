@@ -8,8 +8,6 @@
 
 using namespace qzhid::fuzz;
 
-namespace {
-
 constexpr std::uint32_t kLastSequence = 0xFFFFFFF0;
 const Bytes kGetStatus = qzhid::test::Hex(
     "0 0 0 1 FF FF FF F0 0 1 0 1 0 0 0 1 0 0 0 0 0 0 0 0 0 0 0 2 0 0 0 0 0 0 0 0 0 0 0 0 "
@@ -37,7 +35,7 @@ struct Client {
 
 /// The stream with its last command filled up, then one that is answered after all others. Shows
 /// the client what it sends.
-Bytes Stream(Bytes stream, Client& client) {
+static Bytes Stream(Bytes stream, Client& client) {
   const std::size_t end = stream.size();
   for (std::size_t at = 0; at < end;) {
     stream.resize(std::max(stream.size(), at + qzhub::kCommandSize));
@@ -51,8 +49,6 @@ Bytes Stream(Bytes stream, Client& client) {
   stream.insert(stream.end(), kGetStatus.begin(), kGetStatus.end());
   return stream;
 }
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input input(data, size);

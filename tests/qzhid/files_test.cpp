@@ -6,8 +6,6 @@
 
 namespace tools {
 
-namespace {
-
 class FilesTest : public ::testing::Test {
  protected:
   /// Why a file cannot be read or written; empty when it can.
@@ -46,7 +44,5 @@ TEST_F(FilesTest, OnlyWholeFilesUpToALimitAreRead) {
   EXPECT_EQ("is a folder", Refusal([this] { ReadFile(folder.path.string(), 5); }));
   EXPECT_EQ("cannot be opened", Refusal([this] { ReadFile(file + "x", 5); }));
 }
-
-}  // namespace
 
 }  // namespace tools

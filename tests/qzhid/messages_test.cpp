@@ -5,13 +5,12 @@
 
 namespace qzhid {
 
-namespace {
-
-std::string WithoutEnd(const std::string& line) { return line.substr(0, line.size() - 1); }
+static std::string WithoutEnd(const std::string& line) { return line.substr(0, line.size() - 1); }
 
 /// Each line is rejected for its reason; "" when it is not.
 template <typename Read>
-void ExpectRejections(Read read, const std::vector<std::pair<std::string, std::string>>& rows) {
+static void ExpectRejections(Read read,
+                             const std::vector<std::pair<std::string, std::string>>& rows) {
   for (const auto& [line, reason] : rows) {
     std::string rejection;
     try {
@@ -102,7 +101,5 @@ TEST(ReportMessage, IsRejectedUnlessItIsWhole) {
        {R"({"message":"failed","status":1,)" + failed + "[1]}",
         "its member \"log\" is of the wrong type"}});
 }
-
-}  // namespace
 
 }  // namespace qzhid

@@ -6,8 +6,6 @@
 
 namespace qzhid {
 
-namespace {
-
 TEST(ProgressTest, APercentageBelongsToAPhase) {
   for (const char* text : {"preparing, 0 %", "preparing, 19 %", "erasing, 20 %", "erasing, 29 %",
                            "writing, 30 %", "writing, 69 %", "checking, 70 %", "checking, 89 %",
@@ -42,7 +40,5 @@ TEST(ProgressTest, TheBarFitsTheTerminal) {
     EXPECT_EQ(text, std::regex_replace(bar, std::regex("\x1b\\[[0-9]*m"), "")) << columns;
   }
 }
-
-}  // namespace
 
 }  // namespace qzhid

@@ -4,8 +4,6 @@
 
 namespace tools {
 
-namespace {
-
 TEST(HexTextTest, HasTwoDigitsForEachByte) {
   EXPECT_EQ("00ff1a", HexText(Bytes{0x00, 0xFF, 0x1A}));
   EXPECT_EQ("0a15", HexText(std::uint16_t{0x0A15}));
@@ -25,7 +23,5 @@ TEST(HexTextTest, BytesMayHaveBlanksAndCommasBetweenThem) {
   EXPECT_EQ((Bytes{0x01, 0xA0, 0xFF}), ParseHexBytes("01, a0ff"));
   for (const char* bad : {"1", "0g", "+1", "01 0xff"}) EXPECT_FALSE(ParseHexBytes(bad)) << bad;
 }
-
-}  // namespace
 
 }  // namespace tools

@@ -5,8 +5,6 @@
 
 namespace qzhub::test {
 
-namespace {
-
 using virtualhub::Fault;
 using Texts = std::vector<std::string>;
 
@@ -131,7 +129,5 @@ TEST_F(DeviceLinkTest, TheLinkEndsWithTheDevice) {
   ASSERT_TRUE(link->Receive(Submit(5, kGetStatus)));
   ExpectAnswers({"5: 0 01 00", "closed"});  // when its answers do not get through
 }
-
-}  // namespace
 
 }  // namespace qzhub::test

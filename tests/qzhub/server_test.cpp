@@ -8,8 +8,6 @@
 
 namespace qzhub::test {
 
-namespace {
-
 const std::string kAbsent = "01 11 00 03 00 00 00 04", kBusy = "01 11 00 03 00 00 00 02";
 const std::string kImported = "01 11 00 03 00 00 00 00";
 
@@ -198,7 +196,5 @@ TEST(SocketTest, NothingIsWaitedForAfterTheDeadline) {
   EXPECT_FALSE(ReceiveAll(right.get(), buffer, now, stop)) << "half a message";
   EXPECT_FALSE(SendAll(left.get(), Bytes(10'000'000), now)) << "nobody reads";
 }
-
-}  // namespace
 
 }  // namespace qzhub::test

@@ -5,8 +5,6 @@
 
 namespace qzhub::test {
 
-namespace {
-
 using qzhid::test::WriteText;
 
 const std::string kHead = "hub port sta spd dev      sockfd local_busid\n";
@@ -39,7 +37,5 @@ TEST(VhciTest, PortsAreFoundAndAttached) {
   EXPECT_TRUE(vhci.Attach(1, 7, 65537));
   EXPECT_EQ("1 7 65537 3", qzhid::test::ReadText(folder / "attach"));
 }
-
-}  // namespace
 
 }  // namespace qzhub::test

@@ -5,16 +5,14 @@
 
 namespace virtualhub::test {
 
-namespace {
-
 using HubTest = HubBench;
 
 const std::string kRead = "C0 D8 0 0 0 0 1 0", kWrite = "40 C8 0 0 0 0 1 0: 0";
 
-Bytes NewImage() { return BuildImage({.version = 0x0210}, 0x9000); }
+static Bytes NewImage() { return BuildImage({.version = 0x0210}, 0x9000); }
 
 // The same without its seal, as of a maker that knows no seals.
-Bytes UnsealedImage() {
+static Bytes UnsealedImage() {
   Bytes image = NewImage();
   image[0x7F80] = 0;
   return image;
@@ -156,7 +154,8 @@ TEST_F(StateFolderTest, AResetSavesTheFlashAndAMachineThatChangedNothingSavesNot
 TEST_F(StateFolderTest, AFileThatCannotBeUsedIsReportedAndNotUsed) {
   const std::string start = "virtualhub: the state file " + file;
   const std::string end = "; the hub starts with the image of the scenario\n";
-  EXPECT_EQ("", Errors(Json()) + Errors(""));
+  EXPECT_EQ("", Errors(Json()));
+  EXPECT_EQ("", Errors(""));
   EXPECT_EQ(start + " belongs to a hub with another flash size" + end, Errors(Json("65536")));
   EXPECT_EQ("flash 01 02", State());
   EXPECT_EQ("", Errors(""));
@@ -225,12 +224,12 @@ TEST_F(BridgeTest, ABlockCommandHasTheLengthOfItsForm) {
     }
     if (!lengths.empty()) commands[lengths] += std::to_string(command) + " ";
   }
-  const std::map<std::string, std::string> expected = {// plain, store, long, fetch, one byte
-                                                       {"34", "1 2 5 "},
-                                                       {"3", "4 6 19 20 "},
-                                                       {"4", "7 "},
-                                                       {"234", "3 16 36 38 51 52 53 58 "},
-                                                       {"1", "22 "}};
+  // Plain commands, those that store, the long one, those that fetch, and that of one byte.
+  const std::map<std::string, std::string> expected{{"34", "1 2 5 "},
+                                                    {"3", "4 6 19 20 "},
+                                                    {"4", "7 "},
+                                                    {"234", "3 16 36 38 51 52 53 58 "},
+                                                    {"1", "22 "}};
   EXPECT_EQ(expected, commands);
 }
 
@@ -267,7 +266,5 @@ TEST_F(BridgeTest, RequestsWithWrongArgumentsStall) {
     EXPECT_EQ(Error::Stall, Read(answer).error) << request;
   }
 }
-
-}  // namespace
 
 }  // namespace virtualhub::test

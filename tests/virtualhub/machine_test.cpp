@@ -3,8 +3,6 @@
 
 namespace virtualhub::test {
 
-namespace {
-
 using On = Fault::On;
 using Action = Fault::Action;
 
@@ -225,7 +223,5 @@ TEST_F(MachineTest, AFaultThatCannotStrikeIsRejected) {
   EXPECT_THROW(machine->AddFault({.device = "nobody"}), std::out_of_range);
   EXPECT_THROW(machine->AddFault({.port = "3.x"}), std::out_of_range);
 }
-
-}  // namespace
 
 }  // namespace virtualhub::test

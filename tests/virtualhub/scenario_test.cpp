@@ -4,13 +4,11 @@
 
 namespace virtualhub::test {
 
-namespace {
-
 using qzhid::test::ReadText;
 using ScenarioTest = HubBench;
 
 /// Why a scenario is rejected; "accepted" when it is not.
-std::string Rejection(const std::string& json) {
+static std::string Rejection(const std::string& json) {
   try {
     ReadScenario(json);
     return "accepted";
@@ -136,7 +134,5 @@ TEST_F(ScenarioTest, EveryExampleOfTheDocumentationIsAccepted) {
   }
   EXPECT_GE(examples, 10);
 }
-
-}  // namespace
 
 }  // namespace virtualhub::test

@@ -8,8 +8,6 @@
 
 namespace virtualhub::test {
 
-namespace {
-
 const std::string kConfiguration =
     "01 01 00 C0 00 09 04 00 00 01 03 00 00 00 09 21 11 01 00 01 22 1D 00 07 05 81 03 40 00 ";
 
@@ -203,7 +201,5 @@ TEST_F(UsbDeviceTest, OtherDevicesStallAllReports) {
             Transfer({"80 06 00 01 00 00 0C 00", "80 06 34 03 09 04 FF 00",
                       "21 09 00 02 00 00 40 01", "A1 01 00 01 00 00 00 01"}));
 }
-
-}  // namespace
 
 }  // namespace virtualhub::test
