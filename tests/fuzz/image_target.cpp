@@ -1,4 +1,4 @@
-// Firmware images: loading, versions and ids, compared with where the fields stand.
+// Firmware images: loading, versions and ids, compared with the fields of the image.
 #include <optional>
 
 #include "QzHidAPI.h"

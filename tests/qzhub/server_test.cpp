@@ -120,11 +120,11 @@ TEST_F(ServerTest, ADeviceIsImportedByOneAtATime) {
   gate.Open();
   Import("1-1");
   Stop();
-  EXPECT_EQ(Bytes(), idle.Take()) << "the server's end is theirs";
+  EXPECT_EQ(Bytes(), idle.Take()) << "it ends with the server";
   EXPECT_EQ(Bytes(), second.Take());
 }
 
-TEST_F(ServerTest, BadClientsAreLeftAlone) {
+TEST_F(ServerTest, ABadClientHarmsNoOther) {
   Client good = Import("1-2");
   const auto expectEnd = [](Client bad, const Bytes& bytes, const char* what) {
     bad.Send(bytes);

@@ -62,7 +62,7 @@ inline std::string Describe(ByteView message) {
   return text + (message.size() > kCommandSize ? " " + HexText(message.subspan(kCommandSize)) : "");
 }
 
-/// Holds the next report exchange of a machine up.
+/// Blocks the next report exchange of a machine.
 class Gate {
  public:
   explicit Gate(virtualhub::Machine& machine) {

@@ -80,7 +80,7 @@ TEST_F(MachineTest, AResetTakesItsTimeAndMakesNewNodes) {
 }
 
 TEST_F(MachineTest, AHubThatIsPulledOutDuringItsResetStaysAway) {
-  for (const std::uint32_t afterMs : {10, 100}) {  // still on the bus, and off it
+  for (const std::uint32_t afterMs : {10u, 100u}) {  // still on the bus, and off it
     Install(OneHub());
     EXPECT_EQ("ok", Ask(kToRom));
     machine->SleepMs(afterMs);

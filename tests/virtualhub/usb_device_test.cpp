@@ -185,16 +185,6 @@ TEST_F(UsbDeviceTest, ReportsCarryVendorRequests) {
                       "21 09 00 03 00 00 40 01", "A1 01 00 02 00 00 00 01"}));
 }
 
-TEST_F(UsbDeviceTest, AnInstanceLivesUntilItLeavesTheBus) {
-  Enumerate(OneHub());
-  machine->AddFault({.on = Fault::On::Output, .nth = 2, .code = 13});
-  machine->AddFault({.on = Fault::On::Output, .nth = 3, .action = Fault::Action::Unplug});
-  for (const char* outcome : {"ok", "code 13", "gone", "gone"}) EXPECT_EQ(outcome, Send(kEnable1));
-  machine->Plug("hub");
-  EXPECT_FALSE(device->IsPresent()) << "it is another instance";
-  EXPECT_EQ("gone", Transfer("80 00 00 00 00 00 02 00"));
-}
-
 TEST_F(UsbDeviceTest, OtherDevicesStallAllReports) {
   Enumerate(OneHub(R"("kind": "other", "vid": "0x1234")"));
   EXPECT_EQ("12 01 00 02 00 00 00 40 34 12 00 00, stall, stall, stall",
