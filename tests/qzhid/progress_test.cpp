@@ -7,11 +7,12 @@
 namespace qzhid {
 
 TEST(ProgressTest, APercentageBelongsToAPhase) {
-  for (const char* text : {"preparing, 0 %", "preparing, 19 %", "erasing, 20 %", "erasing, 29 %",
-                           "writing, 30 %", "writing, 69 %", "checking, 70 %", "checking, 89 %",
-                           "starting, 90 %", "starting, 99 %", "done, 100 %"}) {
+  for (const std::string text :
+       {"preparing, 0 %", "preparing, 19 %", "erasing, 20 %", "erasing, 29 %", "writing, 30 %",
+        "writing, 69 %", "checking, 70 %", "checking, 89 %", "starting, 90 %", "starting, 99 %",
+        "done, 100 %"}) {
     Progress progress(1);
-    progress.Take(std::stoi(std::string(text).substr(std::string(text).find(' '))));
+    progress.Take(std::stoi(text.substr(text.find(' '))));
     EXPECT_EQ(text, progress.Text());
   }
 }

@@ -27,13 +27,12 @@ class DeviceLinkTest : public virtualhub::test::HubBench {
     changed.notify_all();
     return !refusing;
   }
-  /// All answers and the closing of the connection, in order; waits for that many.
-  Texts Answers(std::size_t count) {
+  /// These are all answers, and the closing of the connection, in order; waits for that many.
+  void ExpectAnswers(const Texts& answers) {
     std::unique_lock<std::mutex> lock(mutex);
-    changed.wait(lock, [&] { return notes.size() >= count; });
-    return notes;
+    changed.wait(lock, [&] { return notes.size() >= answers.size(); });
+    EXPECT_EQ(answers, notes);
   }
-  void ExpectAnswers(const Texts& answers) { EXPECT_EQ(answers, Answers(answers.size())); }
 
   std::mutex mutex;
   std::condition_variable changed;
