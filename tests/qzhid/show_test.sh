@@ -63,7 +63,15 @@ golden info --json 2e7c:0810 <<END
 }
 END
 expect 2 'qzhid: several hubs are attached; name one of these instances: 5 7' info
-expect 3 "qzhid: no hub matches '4711'; see 'qzhid list' for the hubs that are attached" info 4711
+# A location is named as a whole or by its end.
+for none in 4711 'USB(3)#USB' 'PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)'; do
+  expect 3 "qzhid: no hub matches '$none'; see 'qzhid list' for the hubs that are attached" info "$none"
+done
+expect 0 'instance      5' info "$usb"
+status=0
+"$qzhid" --virtual list > /dev/full 2> "$work/err" || status=$?
+: > "$work/out"
+said 1 'qzhid: the result cannot be written; free some disk space'
 
 # An image of each chip code; the checksum is the same as that of the system's own tool.
 for chip in 4A17 4A26 93E5 1234; do
@@ -108,8 +116,12 @@ denied='{"on": "call", "service": "OpenHidDevice", "count": 0, "action": "fail",
 machine "$(hub)" "$denied"
 refusal='qzhid: a hub is attached, but it cannot be opened; get permission for it (on Linux: the udev rule) or end the program that has it open'
 for command in list info; do expect 4 "$refusal" $command; done
+mkdir "$work/private"
+TMPDIR=$work/private
+export TMPDIR
 expect 4 '  log: [2024-03-07, 09:05:02]  QZ_ListAllHidDev, List Hid Device Fail' info --verbose
-ls "${TMPDIR:-/tmp}"/qzhid-??????/log.txt 2> /dev/null && complain 'a temporary log is left'
+rmdir "$work/private" || complain 'a private folder is left'
+unset TMPDIR
 expect 4 "$refusal" info --log "$work/log.txt" --log-level 0
 grep -q 'QZ_ListAllHidDev, Enter' "$work/log.txt" || complain 'no log'
 expect 1 'qzhid: the log /nowhere/log cannot be written; name a file in a folder that you have permission to write' list --log /nowhere/log
