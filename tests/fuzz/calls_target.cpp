@@ -3,22 +3,19 @@
 
 using namespace qzhid::fuzz;
 
-namespace {
-
-constexpr int kMostCalls = 12;
-
-virtualhub::DeviceConfig MakeHub(std::uint8_t kind) {
-  virtualhub::DeviceConfig device = HubDevice();
-  virtualhub::HubConfig& hub = *device.hub;
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Input input(data, size);
+  virtualhub::Scenario scenario = HubScenario();
+  virtualhub::HubConfig& hub = *scenario.devices[0].hub;
+  const std::uint8_t kind = input.Byte();
   hub.bankSize = virtualhub::kIdentityEnd;
-  if ((kind & 1) != 0) hub.image.image = GoodImage();
+  if ((kind & 1) != 0) hub.image.image = kGoodImage;
   hub.dualBank = (kind & 2) != 0;
   hub.ispSupported = (kind & 4) != 0;
-  return device;
-}
-
-/// Once nothing disturbs it any more, the hub can be listed and opened, whatever happened before.
-void Recover(LibraryBench& bench) {
+  LibraryBench bench(scenario);
+  bench.OpenAll();
+  ExportCalls(bench, input).Run(12);
+  // Once nothing disturbs it any more, the hub can be listed and opened, whatever happened before.
   bench.machine.ClearFaults();
   bench.machine.SleepMs(5000);
   bench.machine.Plug("hub");
@@ -27,15 +24,5 @@ void Recover(LibraryBench& bench) {
   Require(records.size() == 1, "a hub is listed again");
   bench.handles.push_back(QZ_OpenHid(records[0].dwInst));
   Require(bench.handles.back() != nullptr, "a hub is opened again");
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Input input(data, size);
-  LibraryBench bench(MakeHub(input.Byte()));
-  for (const HidDevRecord& record : List()) bench.Open(record.dwInst);
-  ExportCalls(bench, input).Run(kMostCalls);
-  Recover(bench);
   return 0;
 }

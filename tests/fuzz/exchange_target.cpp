@@ -3,12 +3,8 @@
 
 using namespace qzhid::fuzz;
 
-namespace {
-
-constexpr int kMostCalls = 4;
-
 /// Meets each report as the next of the input's bytes says, over and over: it fails with that code,
-/// or the answer is that byte throughout, with a pattern in front.
+/// or the answer is that byte throughout, after a pattern.
 class AnyDevice {
  public:
   explicit AnyDevice(Input& input)
@@ -30,23 +26,21 @@ class AnyDevice {
   std::size_t next_ = 0;
 };
 
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input input(data, size);
-  virtualhub::DeviceConfig hub = HubDevice();
+  virtualhub::Scenario scenario = HubScenario();
+  virtualhub::DeviceConfig& hub = scenario.devices[0];
   const std::uint8_t kind = input.Byte();
   if ((kind & 1) != 0) hub.hub->reports.outputLength = input.Word();
   if ((kind & 2) != 0) hub.hub->reports.inputLength = input.Word();
   if ((kind & 4) != 0) hub.hid.deviceId = "HID\\VID_1234&PID_5678\\1";
   AnyDevice device(input);
-  LibraryBench bench(hub);
-  bench.machine.SetFirmwareDouble(
-      {[&](ByteView) { return device.Meet({}); },
-       [&](virtualhub::MutableBytes report) { return device.Meet(report); }});
+  LibraryBench bench(scenario);
+  bench.machine.SetFirmwareDouble({[&](ByteView) { return device.Meet({}); },
+                                   [&](auto report) { return device.Meet(report); }});
   ExportCalls calls(bench, input);
   if ((kind & 8) != 0) calls.AddFault();
-  for (const HidDevRecord& record : List()) bench.Open(record.dwInst);
-  calls.Run(kMostCalls);
+  bench.OpenAll();
+  calls.Run(4);
   return 0;
 }

@@ -1,5 +1,4 @@
-// What the fuzz targets share. Each defines LLVMFuzzerTestOneInput; the same input always does the
-// same.
+// What the fuzz targets share. The same input always does the same.
 #pragma once
 
 #include <sys/mman.h>
@@ -8,7 +7,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <iterator>
 #include <string>
 
 #include "virtualhub/base/bytes.h"
@@ -48,10 +46,6 @@ class Input {
   std::uint8_t Byte() { return static_cast<std::uint8_t>(Number(1)); }
   std::uint16_t Word() { return static_cast<std::uint16_t>(Number(2)); }
   bool Flag() { return Byte() % 2 == 1; }
-  template <typename T, std::size_t N>
-  T Choice(const T (&choices)[N]) {
-    return choices[Byte() % N];
-  }
   std::string Text() {
     const Bytes bytes = Take(Byte() * 4u);
     return {bytes.begin(), bytes.end()};

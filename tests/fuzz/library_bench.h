@@ -8,10 +8,11 @@
 
 namespace qzhid::fuzz {
 
-/// A hub with all that can be attached to one, named "hub". It runs ROM code, with next to no
-/// flash: memory takes time.
-inline virtualhub::DeviceConfig HubDevice() {
-  virtualhub::DeviceConfig device;
+/// A hub named "hub" with all that can be attached to one. It runs ROM code, with next to no flash:
+/// memory takes time.
+inline virtualhub::Scenario HubScenario() {
+  virtualhub::Scenario scenario;
+  virtualhub::DeviceConfig& device = scenario.devices.emplace_back();
   device.name = "hub";
   device.port.ports = {3, 1};
   device.productText = "WQ HID Hub";
@@ -19,49 +20,8 @@ inline virtualhub::DeviceConfig HubDevice() {
   device.hub->bankSize = device.hub->bridgeFlash.size = 256;
   device.hub->i2cTargets[0x50] = virtualhub::EepromConfig{.size = 256};
   device.hub->i2cTargets[0x42] = virtualhub::BlockTargetConfig{.size = 256};
-  return device;
-}
-
-inline virtualhub::Scenario ScenarioOf(const virtualhub::DeviceConfig& hub) {
-  virtualhub::Scenario scenario;
-  scenario.devices = {hub};
   return scenario;
 }
-
-/// The machine, with a receiver of what is logged. At its end the library is as in a fresh
-/// process, and holds nothing any more.
-class LibraryBench {
- public:
-  explicit LibraryBench(const virtualhub::Scenario& scenario)
-      : machine(virtualhub::InstallMachine(scenario)) {
-    CMsg::Instance().AddResponder(&receiver_);
-  }
-  explicit LibraryBench(const virtualhub::DeviceConfig& hub) : LibraryBench(ScenarioOf(hub)) {}
-  ~LibraryBench() {
-    for (void* const handle : handles) QZ_CloseDev(handle);
-    QZ_CloseDev(nullptr);
-    QZ_ListAllHidDev(nullptr, nullptr);
-    QZ_DllPassPara(0);
-    QZ_ConfigLog(0, 0);
-    using enum virtualhub::HandleKind;
-    for (const auto kind : {HidDevice, Event, NodeSet, PreparsedData}) {
-      Require(machine.openHandles(kind) == 0, "the library closes what it opens");
-    }
-    virtualhub::UninstallMachine();
-  }
-  LibraryBench(const LibraryBench&) = delete;
-  LibraryBench& operator=(const LibraryBench&) = delete;
-
-  void Open(std::uint32_t node) {
-    if (void* const handle = QZ_OpenHid(node)) handles.push_back(handle);
-  }
-
-  virtualhub::Machine& machine;
-  std::vector<void*> handles;  ///< that were opened, closed ones too
-
- private:
-  test::SilentReceiver receiver_;
-};
 
 /// Lists the hubs, of one filter if there is one, and checks the records.
 inline std::vector<HidDevRecord> List(const std::uint32_t* vid = nullptr, std::uint32_t pid = 0) {
@@ -79,5 +39,39 @@ inline std::vector<HidDevRecord> List(const std::uint32_t* vid = nullptr, std::u
   }
   return records;
 }
+
+/// The machine, with a receiver of what is logged. At its end the library is as in a fresh
+/// process, and holds nothing any more.
+class LibraryBench {
+ public:
+  explicit LibraryBench(const virtualhub::Scenario& scenario)
+      : machine(virtualhub::InstallMachine(scenario)) {
+    CMsg::Instance().AddResponder(&receiver_);
+  }
+  ~LibraryBench() {
+    for (void* const handle : handles) QZ_CloseDev(handle);
+    QZ_CloseDev(nullptr);
+    QZ_ListAllHidDev(nullptr, nullptr);
+    QZ_DllPassPara(0);
+    QZ_ConfigLog(0, 0);
+    using enum virtualhub::HandleKind;
+    for (const auto kind : {HidDevice, Event, NodeSet, PreparsedData}) {
+      Require(machine.openHandles(kind) == 0, "the library closes what it opens");
+    }
+    virtualhub::UninstallMachine();
+  }
+  void Open(std::uint32_t node) {
+    if (void* const handle = QZ_OpenHid(node)) handles.push_back(handle);
+  }
+  void OpenAll() {
+    for (const HidDevRecord& record : List()) Open(record.dwInst);
+  }
+
+  virtualhub::Machine& machine;
+  std::vector<void*> handles;  ///< that were opened, closed ones too
+
+ private:
+  test::SilentReceiver receiver_;
+};
 
 }  // namespace qzhid::fuzz

@@ -4,15 +4,14 @@
 
 #include "fuzz/fuzz.h"
 
-int main(int argc, char** argv) {
-  int count = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(argc > 1 ? argv[1] : ".")) {
-    std::printf("%s\n", entry.path().c_str());
-    std::fflush(stdout);
+int main(int, char** argv) {
+  const std::filesystem::directory_iterator folder(argv[1]);
+  if (begin(folder) == end(folder)) return 1;
+  for (const auto& entry : folder) {
     std::ifstream file(entry.path(), std::ios::binary);
     const qzhid::fuzz::Bytes input{std::istreambuf_iterator<char>(file), {}};
+    std::fprintf(stderr, "%s\n", entry.path().c_str());
     LLVMFuzzerTestOneInput(input.data(), input.size());
-    ++count;
   }
-  return count > 0 ? 0 : 1;
+  return 0;
 }

@@ -7,9 +7,7 @@
 
 using namespace qzhid::fuzz;
 
-namespace {
-
-virtualhub::NodeOverrides Node(Input& input) {
+static virtualhub::NodeOverrides Node(Input& input) {
   const auto texts = [&input] {
     std::vector<std::string> list(input.Byte() % 4);
     for (std::string& text : list) text = input.Text();
@@ -26,42 +24,32 @@ virtualhub::NodeOverrides Node(Input& input) {
   return node;
 }
 
-virtualhub::Scenario MakeScenario(Input& input) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Input input(data, size);
   const std::uint8_t kind = input.Byte();
-  virtualhub::DeviceConfig hub = HubDevice();
+  virtualhub::Scenario scenario = HubScenario();
+  virtualhub::DeviceConfig& hub = scenario.devices[0];
   if ((kind & 1) != 0) hub.port.ports = {5};
   if ((kind & 2) != 0) hub.productText = input.Text();
   hub.usb = Node(input);
   hub.hid = Node(input);
-  virtualhub::Scenario scenario = ScenarioOf(hub);
   scenario.rootHubs = {Node(input)};
   scenario.hubs[hub.port.Parent()] = Node(input);
-  scenario.host.architecture =
-      (kind & 4) != 0 ? virtualhub::HostArchitecture::Arm64 : virtualhub::HostArchitecture::X64;
-  return scenario;
-}
-
-/// The matchers, which no export shows in full. A log line that does not fit ends the call.
-void Match(Input& input, std::uint32_t usbNode) {
-  const std::uint16_t kind = input.Byte(), first = input.Word(), second = input.Word();
-  qzhid::CHidDev dev{qzhid::NodeMatchers()};
-  if ((kind & 1) != 0) dev.SetPosition(first % 8, second);
-  if ((kind & 2) != 0) dev.AddVidPid(first, second);
-  if ((kind & 4) != 0) dev.SetDevVidPid(first, second);
-  try {
-    dev.IsMatch(usbNode);
-  } catch (const std::range_error&) {
-  }
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Input input(data, size);
-  LibraryBench bench(MakeScenario(input));
+  using enum virtualhub::HostArchitecture;
+  scenario.host.architecture = (kind & 4) != 0 ? Arm64 : X64;
+  LibraryBench bench(scenario);
   const std::uint32_t vid = input.Word();
   List(&vid, input.Word());
-  for (const HidDevRecord& record : List()) bench.Open(record.dwInst);
-  Match(input, bench.machine.UsbInstance("hub"));
+  bench.OpenAll();
+  // The matchers, which no export shows in full. A log line that does not fit ends the call.
+  const std::uint16_t match = input.Byte(), first = input.Word(), second = input.Word();
+  qzhid::CHidDev dev{qzhid::NodeMatchers()};
+  if ((match & 1) != 0) dev.SetPosition(first % 8, second);
+  if ((match & 2) != 0) dev.AddVidPid(first, second);
+  if ((match & 4) != 0) dev.SetDevVidPid(first, second);
+  try {
+    dev.IsMatch(bench.machine.UsbInstance("hub"));
+  } catch (const std::range_error&) {
+  }
   return 0;
 }

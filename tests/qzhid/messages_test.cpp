@@ -1,26 +1,28 @@
 // The lines that the program and its workers exchange.
-#include "qzhid/update_messages.h"
-
 #include <gtest/gtest.h>
+
+#include "qzhid/update_messages.h"
 
 namespace qzhid {
 
-namespace {
+static std::string WithoutEnd(const std::string& line) { return line.substr(0, line.size() - 1); }
 
-std::string WithoutEnd(const std::string& line) { return line.substr(0, line.size() - 1); }
-
-// Why a line is rejected; empty when it is not.
+/// Each line is rejected for its reason; "" when it is not.
 template <typename Read>
-std::string Rejection(Read read, const std::string& line) {
-  try {
-    read(line);
-    return "";
-  } catch (const MessageError& error) {
-    return error.what();
+static void ExpectRejections(Read read,
+                             const std::vector<std::pair<std::string, std::string>>& rows) {
+  for (const auto& [line, reason] : rows) {
+    std::string rejection;
+    try {
+      read(line);
+    } catch (const MessageError& error) {
+      rejection = error.what();
+    }
+    EXPECT_EQ(reason, rejection) << line;
   }
 }
 
-TEST(JobMessage, ArrivesAsItWasSent) {
+TEST(JobMessage, ArrivesAsItWasSentAndIsNoOrderToRetry) {
   const WorkerJob jobs[] = {{},
                             {.library = "/lib/\xFF \n\"x\".so",
                              .isVirtual = true,
@@ -29,89 +31,76 @@ TEST(JobMessage, ArrivesAsItWasSent) {
                              .logLevel = 0,
                              .image = "-\xC3\xBC.bin",
                              .location = "PCIROOT(0)#USB(3)",
-                             .isRecovery = true,
-                             .isForced = true,
-                             .isReinstall = true,
-                             .staysInLoader = true}};
+                             .rules = {true, true, true, true},
+                             .staysInLoader = true,
+                             .retries = 3,
+                             .patience = 60}};
+  EXPECT_TRUE(IsRetryLine(WithoutEnd(RetryLine())));
   for (const WorkerJob& job : jobs) {
     const std::string line = ToLine(job);
     EXPECT_EQ(line.size() - 1, line.find('\n')) << "it is one line";
     EXPECT_EQ(job, ReadJob(WithoutEnd(line)));
+    EXPECT_FALSE(IsRetryLine(WithoutEnd(line)));
   }
 }
 
 TEST(JobMessage, IsRejectedUnlessItHasExactlyItsMembers) {
   const std::string good = WithoutEnd(ToLine(WorkerJob{.image = "a"}));
   const auto changed = [&](const std::string& from, const std::string& to) {
-    std::string line = good;
-    return line.replace(line.find(from), from.size(), to);
+    return std::string(good).replace(good.find(from), from.size(), to);
   };
-  ASSERT_EQ("", Rejection(ReadJob, good));
-  const std::pair<std::string, std::string> rows[] = {
-      {"", "it is not a JSON object"},
-      {good.substr(0, 40), "it is not a JSON object"},
-      {"[]", "it is not a JSON object"},
-      {"{}", "it has no \"message\""},
-      {R"({"message": 1})", "its member \"message\" is of the wrong type"},
-      {R"({"message": "write"})", "it is not a job"},
-      {changed("\"force\":false,", ""), "it has no \"force\""},
-      {changed("\"force\":false", "\"force\":1"), "its member \"force\" is of the wrong type"},
-      {changed("\"image\":\"61\"", "\"image\":\"6\""), "its member \"image\" is not a path"},
-      {changed("\"log_level\":null", "\"log_level\":-1"),
-       "its member \"log_level\" is not a number in its range"},
-      {changed("{", "{\"jobs\":1,"), "it has an unknown member \"jobs\""}};
-  for (const auto& [line, reason] : rows) EXPECT_EQ(reason, Rejection(ReadJob, line)) << line;
-}
-
-TEST(WriteMessage, IsKnownFromAnyOtherLine) {
-  EXPECT_TRUE(IsWriteLine(WithoutEnd(WriteLine())));
-  EXPECT_FALSE(IsWriteLine(""));
-  EXPECT_FALSE(IsWriteLine(WithoutEnd(ToLine(WorkerJob{}))));
+  ExpectRejections(
+      ReadJob,
+      {{good, ""},
+       {"", "it is not a JSON object"},
+       {"{}", "it has no \"message\""},
+       {R"({"message": 1})", "its member \"message\" is of the wrong type"},
+       {RetryLine(), "it is not a job"},
+       {changed("\"force\":false,", ""), "it has no \"force\""},
+       {changed("\"force\":false", "\"force\":1"), "its member \"force\" is of the wrong type"},
+       {changed("\"image\":\"61\"", "\"image\":\"6\""), "its member \"image\" is not a path"},
+       {changed("\"log_level\":null", "\"log_level\":-1"),
+        "its member \"log_level\" is not a number in its range"},
+       {changed("\"retries\":0", "\"retries\":-1"),
+        "its member \"retries\" is not a number in its range"},
+       {changed("{", "{\"jobs\":1,"), "it has an unknown member \"jobs\""}});
 }
 
 TEST(ReportMessage, ArrivesAsItWasSent) {
-  const auto arrived = [](const WorkerReport& report) {
-    return ReadReport(WithoutEnd(ToLine(report)));
-  };
-  EXPECT_EQ(0x0210, std::get<ReportBefore>(arrived(ReportBefore{0x0210})).version);
-  EXPECT_EQ(std::nullopt, std::get<ReportBefore>(arrived(ReportBefore{})).version);
-  EXPECT_TRUE(std::holds_alternative<ReportReady>(arrived(ReportReady{})));
-  EXPECT_EQ(40, std::get<ReportProgress>(arrived(ReportProgress{40})).percent);
-  EXPECT_EQ(0xFFFF, std::get<ReportAfter>(arrived(ReportAfter{0xFFFF})).version);
-  EXPECT_TRUE(std::holds_alternative<ReportDone>(arrived(ReportDone{})));
-  const auto failed = std::get<ReportFailed>(
-      arrived(ReportFailed{Exit::HubLost, "what\n", "next", {"first", "sec\xFFond"}}));
-  EXPECT_EQ(Exit::HubLost, failed.status);
-  EXPECT_EQ("what\n", failed.what);
-  EXPECT_EQ("next", failed.next);
-  EXPECT_EQ((std::vector<std::string>{"first", "sec\uFFFDond"}), failed.log) << "as UTF-8";
+  const std::pair<WorkerReport, std::string> rows[] = {
+      {ReportProgress{40}, R"({"message":"progress","percent":40})"},
+      {ReportState{0xFFFF}, R"({"message":"state","version":65535})"},
+      {ReportState{}, R"({"message":"state","version":null})"},
+      {ReportFailing{"a"}, R"({"message":"failing","what":"a"})"},
+      {ReportDone{}, R"({"message":"done"})"},
+      {ReportFailed{Exit::HubLost, "what\n", "next", {"first", "sec\xFFond"}},
+       R"({"message":"failed","status":6,"what":"what\n","next":"next","log":["first","sec)"
+       "\xEF\xBF\xBD"
+       R"(ond"]})"}};
+  for (const auto& [report, line] : rows) {
+    EXPECT_EQ(line + '\n', ToLine(report));
+    EXPECT_EQ(report.index(), ReadReport(line).index()) << line;
+    EXPECT_EQ(line + '\n', ToLine(ReadReport(line)));
+  }
 }
 
 TEST(ReportMessage, IsRejectedUnlessItIsWhole) {
-  const std::pair<std::string, std::string> rows[] = {
-      {"half a li", "it is not a JSON object"},
-      {R"({"message":"progress","perc)", "it is not a JSON object"},
-      {R"({"message":"hello"})", "\"hello\" is not a kind of report"},
-      {R"({"message":"job"})", "\"job\" is not a kind of report"},
-      {R"({"message":"ready","percent":1})", "it has an unknown member \"percent\""},
-      {R"({"message":"before"})", "it has no \"version\""},
-      {R"({"message":"before","version":65536})",
-       "its member \"version\" is not a number in its range"},
-      {R"({"message":"before","version":"1.02"})",
-       "its member \"version\" is not a number in its range"},
-      {R"({"message":"progress","percent":101})",
-       "its member \"percent\" is not a number in its range"},
-      {R"({"message":"progress","percent":18446744073709551615})",
-       "its member \"percent\" is not a number in its range"},
-      {R"({"message":"failed","status":0,"what":"","next":"","log":[]})",
-       "its status is not a failure"},
-      {R"({"message":"failed","status":7,"what":"","next":"","log":[]})",
-       "its member \"status\" is not a number in its range"},
-      {R"({"message":"failed","status":1,"what":"","next":"","log":[1]})",
-       "its member \"log\" is of the wrong type"}};
-  for (const auto& [line, reason] : rows) EXPECT_EQ(reason, Rejection(ReadReport, line)) << line;
+  const std::string range = " is not a number in its range";
+  const std::string failed = R"("what":"","next":"","log":)";
+  ExpectRejections(
+      ReadReport,
+      {{R"({"message":"progress","perc)", "it is not a JSON object"},
+       {R"({"message":"job"})", "\"job\" is not a kind of report"},
+       {R"({"message":"done","percent":1})", "it has an unknown member \"percent\""},
+       {R"({"message":"state"})", "it has no \"version\""},
+       {R"({"message":"state","version":65536})", "its member \"version\"" + range},
+       {R"({"message":"progress","percent":101})", "its member \"percent\"" + range},
+       {R"({"message":"progress","percent":18446744073709551615})",
+        "its member \"percent\"" + range},
+       {R"({"message":"failed","status":0,)" + failed + "[]}", "its status is not a failure"},
+       {R"({"message":"failed","status":8,)" + failed + "[]}", "its member \"status\"" + range},
+       {R"({"message":"failed","status":1,)" + failed + "[1]}",
+        "its member \"log\" is of the wrong type"}});
 }
-
-}  // namespace
 
 }  // namespace qzhid

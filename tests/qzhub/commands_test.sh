@@ -1,5 +1,5 @@
 #!/bin/sh
-# commands_test.sh QZHUB: how serve and attach behave on the command line.
+# commands_test.sh QZHUB: how the program and its commands behave on the command line.
 set -eu
 qzhub=$1
 work=$(mktemp -d)
@@ -21,6 +21,11 @@ expect() {
 
 echo '{"devices": []}' > "$work/empty.json"
 echo '{"state_folder": "state", "devices": [{"name": "dock", "port": "1"}]}' > "$work/hub.json"
+expect 2 'A subcommand is required'
+expect 2 '' image
+expect 2 'not in range' image --out x --size 32679
+expect 2 "'1.02' is not one to four hexadecimal digits" image --out x --version 1.02
+expect 1 '/nowhere/x.bin cannot be created' image --out /nowhere/x.bin
 expect 0 '127.0.0.1:3240' serve --help
 expect 0 '--scenario' attach --help
 expect 2 'is not an address' serve --listen 3240

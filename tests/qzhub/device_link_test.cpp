@@ -5,15 +5,12 @@
 
 namespace qzhub::test {
 
-namespace {
-
 using virtualhub::Fault;
+using Texts = std::vector<std::string>;
 
 class DeviceLinkTest : public virtualhub::test::HubBench {
  protected:
-  using Texts = std::vector<std::string>;
-
-  DeviceLinkTest() { Install(virtualhub::test::OneHub()); }
+  DeviceLinkTest() { Install(virtualhub::test::OneHub(R"("out_endpoint": "both")")); }
   ~DeviceLinkTest() override { link.reset(); }
 
   void Connect() {
@@ -30,11 +27,11 @@ class DeviceLinkTest : public virtualhub::test::HubBench {
     changed.notify_all();
     return !refusing;
   }
-  /// All answers and the closing of the connection, in order; waits for that many.
-  Texts Answers(std::size_t count) {
+  /// These are all answers, and the closing of the connection, in order; waits for that many.
+  void ExpectAnswers(const Texts& answers) {
     std::unique_lock<std::mutex> lock(mutex);
-    changed.wait(lock, [&] { return notes.size() >= count; });
-    return notes;
+    changed.wait(lock, [&] { return notes.size() >= answers.size(); });
+    EXPECT_EQ(answers, notes);
   }
 
   std::mutex mutex;
@@ -49,94 +46,77 @@ TEST_F(DeviceLinkTest, EveryTransferIsAnsweredInOrder) {
   machine->AddFault({.on = Fault::On::Output, .nth = 2, .code = 13});
   machine->AddFault({.on = Fault::On::Output, .nth = 3, .code = 0});
   Bytes lessRoom = Submit(10, kGetStatus), saysIn = Submit(11, "00 00 00 00 00 00 02 00", Bytes(2));
+  Bytes report = Hex(kEnable);
+  report.resize(320);
   lessRoom[27] = 1;
   saysIn[40] = 0x80;
   const Bytes all = Submit(1, "80 08 00 00 00 00 01 00") + SubmitRequest(2, kEnable) +
                     SubmitRequest(3, kEnable) + SubmitRequest(4, kEnable) +
-                    Submit(5, "C0 01 00 00 00 00 01 00") +  // unknown
-                    Submit(6, "23 03 04 00 00 00 00 00") +  // resets the port
-                    Submit(7, "02 03 00 00 81 00 00 00") +  // halts the endpoint
-                    SubmitInterrupt(8) + Submit(9, kGetStatus) + lessRoom + saysIn;
+                    Submit(5, "C0 01 00 00 00 00 01 00") +   // unknown
+                    SubmitInterrupt(6) + Submit(7, kHalt) +  // which ends 6
+                    SubmitInterrupt(8) + Submit(9, kGetStatus) + lessRoom + saysIn +
+                    Submit(12, "23 03 04 00 00 00 00 00") +  // resets the port and the halt
+                    SubmitInterrupt(13) + SubmitInterrupt(14, report);
   for (const std::uint8_t byte : all) ASSERT_TRUE(link->Receive({&byte, 1}));
-  EXPECT_EQ((Texts{"1: 0 01", "2: 0", "3: -13", "4: -71", "5: -32", "6: 0", "7: 0", "8: -32",
-                   "9: 0 01 00", "10: 0 01", "11: -32"}),
-            Answers(11));
-}
-
-TEST_F(DeviceLinkTest, OutputReportsReachTheInterruptEndpoint) {
-  Bytes report = FromHex(kEnable);
-  report.resize(320);
-  for (const auto& [endpoint, answer] : {std::pair("none", "1: -32"), std::pair("both", "1: 0")}) {
-    link.reset();
-    Install(virtualhub::test::OneHub(R"("out_endpoint": ")" + std::string(endpoint) + '"'));
-    Connect();
-    ASSERT_TRUE(link->Receive(SubmitInterruptOut(1, report)));
-    EXPECT_EQ(Texts{answer}, Answers(1));
-  }
-  EXPECT_EQ(1u, machine->exchanges());
+  ExpectAnswers({"1: 0 01", "2: 0", "3: -13", "4: -71", "5: -32", "7: 0", "6: -32", "8: -32",
+                 "9: 0 01 00", "10: 0 01", "11: -32", "12: 0", "14: 0"});
+  EXPECT_EQ(4u, machine->exchanges()) << "one is of the interrupt endpoint";
 }
 
 TEST_F(DeviceLinkTest, UnlinkTakesBackWhatIsNotDone) {
   Connect();
   Gate gate(*machine);
   ASSERT_TRUE(link->Receive(SubmitInterrupt(1) + Submit(2, kGetStatus)));
-  Answers(1);
+  ExpectAnswers({"2: 0 01 00"});
   ASSERT_TRUE(link->Receive(SubmitRequest(3, kEnable) + SubmitRequest(4, kEnable)));
   gate.WaitUntilReached();  // 3 is under way, 4 waits, 1 is idle, 2 is done
   for (std::uint32_t victim = 1; victim <= 5; ++victim) {
     ASSERT_TRUE(link->Receive(UnlinkCommand(10 + victim, victim)));
   }
-  EXPECT_EQ((Texts{"2: 0 01 00", "unlink 11: -104", "unlink 12: 0", "unlink 13: -104",
-                   "unlink 14: -104", "unlink 15: 0"}),
-            Answers(6));
   gate.Open();
+  ASSERT_TRUE(link->Receive(Submit(20, kHalt)));  // which would end 1
   ASSERT_TRUE(link->Receive(Submit(3, kGetStatus)));
-  EXPECT_EQ("3: 0 01 00", Answers(7).back()) << "the first 3 and 4 are not answered";
+  ExpectAnswers({"2: 0 01 00", "unlink 11: -104", "unlink 12: 0", "unlink 13: -104",
+                 "unlink 14: -104", "unlink 15: 0", "20: 0", "3: 0 01 00"});
   EXPECT_EQ(1u, machine->exchanges()) << "4 did not reach the hub";
 }
 
 TEST_F(DeviceLinkTest, WhatIsNoCommandEndsTheConnection) {
-  const auto with = [](std::size_t at, std::uint8_t value) {
+  const std::tuple<const char*, std::size_t, std::uint8_t> rows[] = {
+      {"unknown command", 3, 5},      {"an answer", 3, 3},    {"number in use", 7, 1},
+      {"another device", 11, 2},      {"direction 2", 15, 2}, {"endpoint 16", 19, 16},
+      {"a negative length", 24, 128}, {"64 KiB", 25, 1},      {"isochronous packets", 32, 0}};
+  for (const auto& [what, at, value] : rows) {
     Bytes command = SubmitRequest(2, kEnable);
     command[at] = value;
-    return command;
-  };
-  const std::pair<const char*, Bytes> cases[] = {
-      {"unknown command", with(3, 5)},      {"an answer", with(3, 3)},
-      {"another device", with(11, 2)},      {"direction 2", with(15, 2)},
-      {"endpoint 16", with(19, 16)},        {"64 KiB", with(25, 1)},
-      {"a negative length", with(24, 128)}, {"isochronous packets", with(32, 0)},
-      {"number in use", SubmitInterrupt(1)}};
-  for (const auto& [what, bytes] : cases) {
     Connect();
     ASSERT_TRUE(link->Receive(SubmitInterrupt(1)));
-    EXPECT_FALSE(link->Receive(bytes)) << what;
+    EXPECT_FALSE(link->Receive(command)) << what;
   }
   Connect();
   for (std::uint32_t i = 1; i <= 65; ++i) ASSERT_TRUE(link->Receive(SubmitInterrupt(i)));
-  EXPECT_EQ(Texts{"65: -12"}, Answers(1)) << "but too many of them are only rejected";
+  ExpectAnswers({"65: -12"});  // but too many of them are only rejected
 }
 
 TEST_F(DeviceLinkTest, TheLinkEndsWithTheDevice) {
   machine->AddFault({.on = Fault::On::Output, .action = Fault::Action::Unplug, .returnMs = 10});
   Connect();
   ASSERT_TRUE(link->Receive(SubmitInterrupt(1) + SubmitRequest(2, kEnable)));
-  EXPECT_EQ((Texts{"2: -71", "closed"}), Answers(2)) << "in the middle of a transfer";
+  ExpectAnswers({"2: -71", "closed"});  // in the middle of a transfer
   EXPECT_FALSE(link->Receive(Submit(3, kGetStatus)));
   EXPECT_TRUE(link->HasEnded());
   ASSERT_TRUE(Pause());
   Connect();
   ASSERT_TRUE(link->Receive(SubmitRequest(4, kReset)));
-  EXPECT_EQ(Texts{"4: 0"}, Answers(1));
+  ExpectAnswers({"4: 0"});
+  EXPECT_FALSE(link->HasEnded());
   machine->SleepMs(100);
-  EXPECT_EQ((Texts{"4: 0", "closed"}), Answers(2)) << "by itself";
+  ExpectAnswers({"4: 0", "closed"});  // by itself
   ASSERT_TRUE(Pause());
   refusing = true;
   Connect();
   ASSERT_TRUE(link->Receive(Submit(5, kGetStatus)));
-  EXPECT_EQ("closed", Answers(2)[1]) << "when its answers do not get through";
+  ExpectAnswers({"5: 0 01 00", "closed"});  // when its answers do not get through
 }
-
-}  // namespace
 
 }  // namespace qzhub::test

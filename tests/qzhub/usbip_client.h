@@ -8,12 +8,12 @@
 
 namespace qzhub::test {
 
-using virtualhub::test::FromHex;
 using virtualhub::test::Hex;
+using virtualhub::test::HexText;
 
-inline const std::string kImport = "01 11 80 03 00 00 00 00";
-inline const std::string kGetStatus = "80 00 00 00 00 00 02 00", kStatusAnswer = "0 01 00";
+inline const std::string kGetStatus = "80 00 00 00 00 00 02 00";
 inline const std::string kEnable = "40 02 01 00 7C 2E", kReset = "40 00";
+inline const std::string kHalt = "02 03 00 00 81 00 00 00";
 inline constexpr std::uint32_t kDevid = 0x00010001;
 
 inline Bytes operator+(Bytes left, const Bytes& right) {
@@ -31,22 +31,20 @@ inline Bytes Words(std::initializer_list<std::uint32_t> words) {
 /// A control transfer; `data` is what follows the command.
 inline Bytes Submit(std::uint32_t sequence, const std::string& setup, const Bytes& data = {},
                     std::uint32_t devid = kDevid) {
-  const Bytes packet = FromHex(setup);
+  const Bytes packet = Hex(setup);
   const std::uint32_t in = packet[0] >> 7, length = virtualhub::LittleEndian16(packet, 6);
   return Words({1, sequence, devid, in, 0, 0, length, 0, ~0u, 0}) + packet + data;
 }
 /// An output report of 321 bytes that carries a vendor request.
 inline Bytes SubmitRequest(std::uint32_t sequence, const std::string& request) {
-  Bytes report = FromHex(request);
+  Bytes report = Hex(request);
   report.resize(320);
   return Submit(sequence, "21 09 00 02 00 00 40 01", report);
 }
-inline Bytes SubmitInterrupt(std::uint32_t sequence) {
-  return Words({1, sequence, kDevid, 1, 1, 0, 256, 0, 0, 4, 0, 0});
-}
-inline Bytes SubmitInterruptOut(std::uint32_t sequence, const Bytes& report) {
-  const auto length = static_cast<std::uint32_t>(report.size());
-  return Words({1, sequence, kDevid, 0, 1, 0, length, 0, 0, 4, 0, 0}) + report;
+/// A transfer of the interrupt endpoint; out if there is data.
+inline Bytes SubmitInterrupt(std::uint32_t sequence, const Bytes& data = {}) {
+  const auto length = static_cast<std::uint32_t>(data.size());
+  return Words({1, sequence, kDevid, data.empty() ? 1u : 0u, 1, 0, length, 0, 0, 4, 0, 0}) + data;
 }
 inline Bytes UnlinkCommand(std::uint32_t sequence, std::uint32_t victim) {
   return Words({2, sequence, kDevid, 0, 0, victim, 0, 0, 0, 0, 0, 0});
@@ -56,17 +54,15 @@ inline Bytes UnlinkCommand(std::uint32_t sequence, std::uint32_t victim) {
 /// "unlink 2: -104".
 inline std::string Describe(ByteView message) {
   const auto word = [&](std::size_t at) {
-    return virtualhub::BigEndian16(message, at) * 0x10000u +
-           virtualhub::BigEndian16(message, at + 2);
+    return virtualhub::BigEndian16(message, at) << 16 | virtualhub::BigEndian16(message, at + 2);
   };
-  const std::string text =
-      std::to_string(word(4)) + ": " + std::to_string(static_cast<std::int32_t>(word(20)));
+  const std::string text = std::to_string(word(4)) + ": " + std::to_string(word(20));
   if (word(0) == 4) return "unlink " + text;
   if (word(0) != 3) return "not an answer";
-  return text + (message.size() > kCommandSize ? " " + Hex(message.subspan(kCommandSize)) : "");
+  return text + (message.size() > kCommandSize ? " " + HexText(message.subspan(kCommandSize)) : "");
 }
 
-/// Holds the next report exchange of a machine up.
+/// Blocks the next report exchange of a machine.
 class Gate {
  public:
   explicit Gate(virtualhub::Machine& machine) {

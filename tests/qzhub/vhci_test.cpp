@@ -1,13 +1,11 @@
 // The host controller's folder, as the kernel would show it.
 #include "qzhub/vhci.h"
 
-#include <gtest/gtest.h>
-
-#include <fstream>
+#include "support/temp_file.h"
 
 namespace qzhub::test {
 
-namespace {
+using qzhid::test::WriteText;
 
 const std::string kHead = "hub port sta spd dev      sockfd local_busid\n";
 
@@ -21,30 +19,23 @@ TEST(VhciTest, LinesThatDoNotDescribeAPortAreIgnored) {
 }
 
 TEST(VhciTest, PortsAreFoundAndAttached) {
-  const std::filesystem::path platform = ::testing::TempDir() + "vhci";
-  const std::filesystem::path folder = platform / "vhci_hcd.0";
-  std::filesystem::remove_all(platform);
-  EXPECT_THROW(Vhci{platform}, std::runtime_error);
-  std::filesystem::create_directories(folder);
-  std::ofstream(folder / "status") << kHead << "hs  0000 006\nhs  0001 004\nss  0002 004\n";
-  std::ofstream(folder / "status.1") << kHead << "hs  0004 004\n";
-
-  const Vhci vhci(platform);
+  const qzhid::test::ScratchFolder platform;
+  EXPECT_THROW(Vhci{platform.path}, std::runtime_error);
+  const std::filesystem::path folder = platform.path / "vhci_hcd.0";
+  std::filesystem::create_directory(folder);
+  WriteText(folder / "status", kHead + "hs  0000 006\nhs  0001 004\nss  0002 004\n");
+  WriteText(folder / "status.1", kHead + "hs  0004 004\n");
+  const Vhci vhci(platform.path);
   EXPECT_EQ(1u, vhci.FindFreePort({}));
   EXPECT_EQ(4u, vhci.FindFreePort({1}));
   EXPECT_THROW(vhci.FindFreePort({1, 4}), std::runtime_error);
   for (std::uint32_t port = 0; port <= 5; ++port) {
-    EXPECT_EQ(port == 1 || port == 4, vhci.IsFree(port)) << port;
+    EXPECT_EQ(std::set<std::uint32_t>({1, 4}).contains(port), vhci.IsFree(port)) << port;
   }
-
   EXPECT_THROW(vhci.Attach(1, 7, 65537), std::runtime_error);
-  std::ofstream(folder / "attach").close();
+  WriteText(folder / "attach", "");
   EXPECT_TRUE(vhci.Attach(1, 7, 65537));
-  std::string line;
-  std::getline(std::ifstream(folder / "attach"), line);
-  EXPECT_EQ("1 7 65537 3", line);
+  EXPECT_EQ("1 7 65537 3", qzhid::test::ReadText(folder / "attach"));
 }
-
-}  // namespace
 
 }  // namespace qzhub::test

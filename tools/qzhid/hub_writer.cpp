@@ -4,6 +4,8 @@
 #include <chrono>
 #include <thread>
 
+#include "qzhid/state.h"
+
 namespace qzhid {
 
 namespace {

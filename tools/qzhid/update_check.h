@@ -3,18 +3,9 @@
 
 #include "qzhid/image.h"
 #include "qzhid/state.h"
+#include "qzhid/update_rules.h"
 
 namespace qzhid {
-
-/// What the user allows.
-struct UpdateRules {
-  bool isRecovery = false;   ///< only hubs in their loader
-  bool takesLoader = false;  ///< also hubs in their loader
-  bool isForced = false;  ///< also hubs that run the version, or are other products of the vendor
-  bool allowsOlder = false;  ///< also hubs that run a newer version
-
-  bool operator==(const UpdateRules&) const = default;
-};
 
 enum class Verdict { Write, Current };
 

@@ -26,7 +26,8 @@
 #include <variant>
 #include <vector>
 
-#include "qzhid/update_check.h"
+#include "qzhid/failure.h"
+#include "qzhid/update_rules.h"
 
 namespace qzhid {
 

@@ -7,6 +7,7 @@
 #include "qzhid/interrupt.h"
 #include "qzhid/options.h"
 #include "qzhid/state.h"
+#include "qzhid/update_check.h"
 
 namespace qzhid {
 

@@ -8,7 +8,9 @@
 #include "qzhid/commands.h"
 #include "qzhid/hub_writer.h"
 #include "qzhid/image.h"
+#include "qzhid/state.h"
 #include "qzhid/system.h"
+#include "qzhid/update_check.h"
 #include "qzhid/update_messages.h"
 
 namespace qzhid {
