@@ -42,7 +42,8 @@ said() {
 }
 
 python="python3 $work/host.py"
-while IFS='|' read -r host updated recovered incomplete foreign; do
+foreign='there is no hub that the image is for'
+while IFS='|' read -r host updated recovered incomplete; do
   # Incomplete images are rejected before a hub is looked for, those for other hubs before it is touched.
   machine ', "plugged": false'
   for size in 0 300 32679 16777217; do
@@ -50,6 +51,8 @@ while IFS='|' read -r host updated recovered incomplete foreign; do
     run "$work/odd.bin" "$host"
     said 1 "$incomplete" "$size bytes"
   done
+  run "$work/new.bin" "$host"
+  said 1 "$foreign" 'no hub'
   machine '' '' '"time": "virtual", "state_folder": ".", '
   for image in vendor product; do
     run "$work/$image.bin" "$host"
@@ -74,9 +77,9 @@ while IFS='|' read -r host updated recovered incomplete foreign; do
   run "$work/new.bin" "$host"
   said 0 "$updated" 'away for a while'
 done <<END
-$python|updated: 1.02 -> 2.10|updated: loader -> 2.10|$work/odd.bin is not a complete firmware image|the image is not for this hub
-mono $work/host.exe|updated: 1.02 -> 2.10|updated: loader -> 2.10|$work/odd.bin is not a complete firmware image|the image is not for this hub
-$work/host|the hub now runs 2.10|the hub now runs 2.10|usage: host IMAGE (a complete firmware image file)|there is no hub that the image is for
+$python|updated: 1.02 -> 2.10|updated: loader -> 2.10|$work/odd.bin is not a complete firmware image
+mono $work/host.exe|updated: 1.02 -> 2.10|updated: loader -> 2.10|$work/odd.bin is not a complete firmware image
+$work/host|the hub now runs 2.10|the hub now runs 2.10|usage: host IMAGE (a complete firmware image file)
 END
 machine ''
 run "$work/new.bin" "$python"

@@ -33,7 +33,7 @@ def agree(what, **words):
     first, *others = words
     for other in others:
         if set(words[first]) != set(words[other]):
-            fail(f"{what}: {first} has {sorted(words[first])}, {other} has {sorted(words[other])}")
+            fail(f"{what}: {first} has {sorted(set(words[first]))}, {other} has {sorted(set(words[other]))}")
 
 
 def validate(what, text, *names):
