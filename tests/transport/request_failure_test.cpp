@@ -1,8 +1,6 @@
 // Requests that fail: results and log lines, what happens while another thread holds the device,
 // and how much data fits the reports that a device declares.
-#include <atomic>
 #include <functional>
-#include <future>
 #include <thread>
 
 #include "transport/transport_test.h"
@@ -10,7 +8,6 @@
 namespace qzhid::test {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 class RequestFailureTest : public TransportTest {
@@ -20,43 +17,33 @@ class RequestFailureTest : public TransportTest {
 
 TEST_F(RequestFailureTest, AFailedReportReturnsItsCodeAndLogsTheRequest) {
   constexpr auto kOutput = Fault::On::Output, kInput = Fault::On::Input;
-  const struct {
-    Fault::On on;
-    std::uint8_t type;
-    std::uint32_t code, result;
-    const char* operation;
-    const char* text;
-  } rows[] = {{kOutput, 0x40, 5, 5, "HidDataOut", "Set Report Fail,ErrorCode:5\n"},
-              {kOutput, 0x40, 0, kRefused, "HidDataOut", "Set Report Fail,ErrorCode:-1\n"},
-              {kOutput, 0xC0, 31, 31, "HidDataIn", "Set Report Fail,ErrorCode:31\n"},
-              {kInput, 0xC0, 503, 503, "HidDataIn", "Get Report Fail,ErrorCode:503\n"}};
+  const std::tuple<Fault::On, std::uint8_t, std::uint32_t, std::string, std::string> rows[] = {
+      // which report fails, request type, code, operation, message
+      {kOutput, 0x40, 5, "HidDataOut", "Set Report Fail,ErrorCode:5\n"},
+      {kOutput, 0x40, 0, "HidDataOut", "Set Report Fail,ErrorCode:-1\n"},
+      {kOutput, 0xC0, 31, "HidDataIn", "Set Report Fail,ErrorCode:31\n"},
+      {kInput, 0xC0, 503, "HidDataIn", "Get Report Fail,ErrorCode:503\n"}};
   for (const int channel : {1, 2}) {
-    Bytes data(21, 0x5A);
-    for (const auto& row : rows) {
-      machine->AddFault(ReportFault(row.on, row.code));
+    Bytes data(21, 0x5A), cleared(20, 0);
+    for (const auto& [on, type, code, operation, text] : rows) {
+      machine->AddFault(ReportFault(on, code));
       log.Clear();
-      EXPECT_EQ(row.result, Send(channel, row.type, 0x09, data.data(), 20, 0x1234));
+      EXPECT_EQ(code == 0 ? kRefused : code, Send(channel, type, 0x09, data.data(), 20, 0x1234));
       EXPECT_EQ(Bytes(21, 0x5A), data);
-      EXPECT_EQ((LogLine{3, Tag(row.operation, channel), row.text}), Failures().back());
+      EXPECT_EQ((LogLine{3, Tag(operation, channel), text}), Failures().back());
     }
     std::vector<LogLine> expected{
         {3, Tag("Hid_GetReport", channel), "Get Report Fail,Last Error Code is 0x000001f7\n"},
         Failures().back()};
-    for (const char* text : {"RequestType: 0xc0, Request: 0x09", "wValue: 0x1122, wIndex: 0x3344",
-                             "dwLength: 0x14", "ulTimeout: 0x1234", "return 503"}) {
-      const std::string line = std::string("YvHub_SendVDCmd -> ") + text + "\n";
-      expected.push_back({0, Tag("Yv_SendVDCmd", channel), line});
+    for (const std::string line :
+         {"RequestType: 0xc0, Request: 0x09", "wValue: 0x1122, wIndex: 0x3344", "dwLength: 0x14",
+          "ulTimeout: 0x1234", "return 503"}) {
+      expected.push_back({0, Tag("Yv_SendVDCmd", channel), "YvHub_SendVDCmd -> " + line + "\n"});
     }
     EXPECT_EQ(expected, log.Lines());
-  }
-}
-
-TEST_F(RequestFailureTest, AReadThatFailsWithoutACodeDeliversAnEmptyReport) {
-  for (const int channel : {1, 2}) {
-    Bytes data(21, 0x5A), cleared(21, 0);
-    cleared[20] = 0x5A;
-    machine->AddFault(ReportFault(Fault::On::Input, 0));
-    EXPECT_EQ(0u, Send(channel, 0xC0, 0x09, data.data(), 20));
+    machine->AddFault(ReportFault(kInput, 0));
+    EXPECT_EQ(0u, Send(channel, 0xC0, 0x09, data.data(), 20)) << "an empty report";
+    cleared.push_back(0x5A);
     EXPECT_EQ(cleared, data);
   }
 }
@@ -94,53 +81,34 @@ TEST_F(RequestFailureTest, RequestsWithoutAPropertyObjectAreRefusedWithOneLine) 
   EXPECT_EQ(kRefused, CHidProperty(nullptr).Yv_SendVDCmd(0x40, 2, 0, 0, data, 0, 0));
 }
 
-/// Another thread's request that stays in its exchange until it is released.
-struct Holder {
-  Holder(virtualhub::Machine& machine, ITransfers& transfers) {
-    machine.SetExchangeHook([this](const virtualhub::Exchange&) {
-      if (entered.exchange(true)) return;
-      released.get_future().wait();
-    });
-    thread = std::thread([&] { transfers.Yv_SendVDCmd(0x40, 0x02, 1, 0x2E7C, nullptr, 0, 5000); });
-    while (!entered) std::this_thread::yield();
-    machine.SetExchangeHook(nullptr);
-  }
-  void Release() {
-    released.set_value();
-    thread.join();
-  }
-
-  std::atomic<bool> entered{false};
-  std::promise<void> released;
-  std::thread thread;
-};
-
 TEST_F(RequestFailureTest, AHeldDeviceIsTriedEvery100MsUntilTheTimeOutIsExceeded) {
   const std::pair<std::uint32_t, std::size_t> rows[] = {{0, 1}, {99, 1}, {100, 2}, {250, 3}};
   Bytes data(20);
-  Holder holder(*machine, *transfers);
-  for (const int channel : {1, 2}) {
-    for (const std::uint8_t type : Bytes{0x40, 0xC0}) {
+  const auto crossing = [&] {
+    for (const auto& [channel, type] : {std::pair{1, 0x40}, {1, 0xC0}, {2, 0x40}, {2, 0xC0}}) {
       for (const auto& [timeoutMs, tries] : rows) {
         const std::string tag = Tag(type == 0x40 ? "HidDataOut" : "HidDataIn", channel);
         ClearRecords();
-        EXPECT_EQ(kRefused, Send(channel, type, 0x09, data.data(), 20, timeoutMs));
+        EXPECT_EQ(kRefused,
+                  Send(channel, static_cast<std::uint8_t>(type), 0x09, data.data(), 20, timeoutMs));
         std::vector<LogLine> expected(tries, {3, tag, "Can't Obtain Lock!\n"});
         expected.push_back({3, tag, "WqHIDDataIn Timeout Fail! \n"});
         EXPECT_EQ(expected, Failures());
         EXPECT_EQ(std::vector<std::uint32_t>(tries, 100), Pauses());
       }
     }
-  }
-  ClearRecords();
-  for (const std::uint32_t result :
-       {transfers->SendPacketOut({}, nullptr), transfers->SendPacketIn({}, nullptr),
-        transfers->SendPacketOut2({}, nullptr), transfers->SendPacketIn2({}, nullptr)}) {
-    EXPECT_EQ(kRefused, result);
-  }
-  EXPECT_EQ(4u * 51, Pauses().size()) << "packets wait five seconds";
-  EXPECT_EQ(2u, machine->exchanges()) << "that of the fixture and the one that is held";
-  holder.Release();
+    ClearRecords();
+    for (const std::uint32_t result :
+         {transfers->SendPacketOut({}, nullptr), transfers->SendPacketIn({}, nullptr),
+          transfers->SendPacketOut2({}, nullptr), transfers->SendPacketIn2({}, nullptr)}) {
+      EXPECT_EQ(kRefused, result);
+    }
+    EXPECT_EQ(4u * 51, Pauses().size()) << "packets wait five seconds";
+  };
+  machine->SetExchangeHook([&](const virtualhub::Exchange&) { std::thread(crossing).join(); });
+  EXPECT_EQ(0u, requests.Yv_VdCmdEnable(1));
+  machine->SetExchangeHook(nullptr);
+  EXPECT_EQ(2u, machine->exchanges()) << "that of the fixture and the one that holds the device";
   EXPECT_EQ(0u, Send(1, 0xC0, 0x09, data.data(), 20, 0));
 }
 
@@ -156,23 +124,22 @@ std::vector<LogLine> TooLong(const std::string& kind, int channel, std::size_t l
 }
 
 TEST_F(ReportLimitsTest, ADataStageFillsTheDeclaredOutputReportAndNoMore) {
-  const struct {
-    std::uint16_t declared;
-    std::uint32_t limits[2];
-  } rows[] = {{64, {0, 0}},      {65, {0, 1}},      {66, {1, 2}},      {120, {55, 56}},
-              {193, {128, 129}}, {320, {255, 256}}, {321, {256, 256}}, {1000, {256, 256}}};
-  for (const auto& row : rows) {
-    OpenWithLengths(row.declared, 1000);
+  const std::tuple<std::uint16_t, std::uint32_t, std::uint32_t> rows[] = {
+      // the length that is declared, and the data that fits on channel 1 and 2
+      {64, 0, 0},      {65, 0, 1},      {66, 1, 2},      {193, 128, 129},
+      {320, 255, 256}, {321, 256, 256}, {1000, 256, 256}};
+  for (const auto& [declared, first, second] : rows) {
+    OpenWithLengths(declared, 1000);
     for (const int channel : {1, 2}) {
-      SCOPED_TRACE(std::to_string(row.declared) + " on channel " + std::to_string(channel));
-      const std::uint32_t limit = row.limits[channel - 1];
-      Bytes data = CountUp(1, limit + 1), header = Hex("C0 FE 22 11 44 33");
-      header.insert(header.end(), {LowByte(limit), HighByte(limit)});
+      SCOPED_TRACE(std::to_string(declared) + " on channel " + std::to_string(channel));
+      const std::uint32_t limit = channel == 1 ? first : second;
+      Bytes data = CountUp(1, limit + 1);
+      const Bytes header{0xC0, 0xFE, 0x22, 0x11, 0x44, 0x33, LowByte(limit), HighByte(limit)};
       Bytes report = Report(channel, header, CountUp(1, limit), 1000);
-      report.resize(row.declared);
+      report.resize(declared);
       ClearRecords();
       EXPECT_EQ(kStalled, Send(channel, 0xC0, 0xFE, data.data(), limit));
-      EXPECT_THAT(Outputs(), ElementsAre(report));
+      EXPECT_THAT(Outputs(), ::testing::ElementsAre(report));
 
       ClearRecords();
       EXPECT_EQ(kRefused, Send(channel, 0xC0, 0xFE, data.data(), limit + 1));
@@ -188,22 +155,20 @@ TEST_F(ReportLimitsTest, ADataStageFillsTheDeclaredOutputReportAndNoMore) {
 // The check comes before the read and after the request went out; its message prints the room of
 // channel 1's output report.
 TEST_F(ReportLimitsTest, AnAnswerMustFitTheDeclaredInputReportWithoutItsId) {
-  const struct {
-    std::uint16_t output, input;
-    std::size_t printed;
-  } rows[] = {{321, 21, 256}, {1000, 100, 935}, {322, 5, 257}, {85, 20, 20}};
-  for (const auto& row : rows) {
-    OpenWithLengths(row.output, row.input);
+  const std::tuple<std::uint16_t, std::uint16_t, std::size_t> rows[] = {
+      {321, 21, 256}, {1000, 100, 935}, {322, 5, 257}, {85, 20, 20}};
+  for (const auto& [output, input, printed] : rows) {
+    OpenWithLengths(output, input);
     ASSERT_EQ(0u, requests.Yv_VdCmdEnable(1));
     for (const int channel : {1, 2}) {
       Bytes fitting(256), data(257, 0x5A);
-      EXPECT_EQ(0u, Send(channel, 0xC0, 0x09, fitting.data(), row.input - 1u));
+      EXPECT_EQ(0u, Send(channel, 0xC0, 0x09, fitting.data(), input - 1u));
       ClearRecords();
-      EXPECT_EQ(kRefused, Send(channel, 0xC0, 0x09, data.data(), row.input));
+      EXPECT_EQ(kRefused, Send(channel, 0xC0, 0x09, data.data(), input));
       EXPECT_EQ(1u, Outputs().size());
       EXPECT_EQ(0u, InputCount());
       EXPECT_EQ(Bytes(257, 0x5A), data);
-      EXPECT_EQ(TooLong("Get", channel, row.input, row.printed), Failures());
+      EXPECT_EQ(TooLong("Get", channel, input, printed), Failures());
     }
   }
 }

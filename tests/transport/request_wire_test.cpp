@@ -69,56 +69,51 @@ TEST_F(RequestWireTest, OutStagesOver128BytesAreCutToOneByteOnChannel1Only) {
 
 TEST_F(RequestWireTest, RawRequestsCarryTheCallersBlockOnChannel1Only) {
   Bytes block = CountUp(9, 1024), ones(256, 0xFF);
-  const auto raw = [&](std::uint8_t request, std::uint32_t length) {
+  const Bytes block64 = CountUp(9, 64), rest = CountUp(73, 128);
+  const std::tuple<std::uint8_t, std::uint32_t, std::vector<Bytes>> rows[] = {
+      // request, length, reports; none when it is refused
+      {0xF2, 0, {Report(1, {})}},
+      {0xF2, 7, {Report(1, CountUp(9, 7))}},
+      {0xF2, 64, {Report(1, block64)}},
+      {0xF2, 65, {}},
+      {0xF2, 0x340, {Report(1, block64)}},  // the length is cut to 8 bits
+      {0xF5, 191, {}},
+      {0xF5, 192, {Report(1, block64, rest)}},
+      {0xF5, 300, {Report(1, block64, rest)}}};
+  for (const auto& [request, length, reports] : rows) {
     Send(1, 0xC0, 0xFF, ones.data(), 256);  // what stays in the buffers must not travel again
     ClearRecords();
-    const std::uint32_t result = Send(1, 0x40, request, block.data(), length);
-    EXPECT_EQ(Outputs().empty(), result == kRefused);
-    return Outputs();
-  };
-  const Bytes block64 = CountUp(9, 64), rest = CountUp(73, 128);
-  EXPECT_THAT(raw(0xF2, 0), ElementsAre(Report(1, {})));
+    EXPECT_EQ(reports.empty() ? kRefused : kStalled, Send(1, 0x40, request, block.data(), length));
+    EXPECT_EQ(reports, Outputs());
+  }
   EXPECT_EQ(kStalled, Send(1, 0x40, 0xF2, nullptr, 0)) << "nothing needs no pointer";
-  EXPECT_THAT(raw(0xF2, 7), ElementsAre(Report(1, CountUp(9, 7))));
-  EXPECT_THAT(raw(0xF2, 64), ElementsAre(Report(1, block64)));
-  EXPECT_THAT(raw(0xF2, 65), IsEmpty());
-  EXPECT_THAT(raw(0xF2, 0x340), ElementsAre(Report(1, block64)));  // the length is cut to 8 bits
-  EXPECT_THAT(raw(0xF5, 191), IsEmpty());
-  EXPECT_THAT(raw(0xF5, 192), ElementsAre(Report(1, block64, rest)));
-  EXPECT_THAT(raw(0xF5, 300), ElementsAre(Report(1, block64, rest)));
   Send(2, 0x40, 0xF2, block.data(), 3);
   EXPECT_EQ(Report(2, Hex("40 F2 22 11 44 33 03 00"), {9, 10, 11}), Outputs().back());
 }
 
-/// Keeps value, index, length and data of the requests, and fails those of index 0xBAE.
-struct ScriptedProperty final : IPropertyEx {
-  using Request = std::tuple<std::uint16_t, std::uint16_t, std::uint32_t, const std::uint8_t*>;
-
+struct MockProperty final : IPropertyEx {
   std::uint32_t Init() override { return 1; }
   std::uint32_t UnInit() override { return 1; }
-  std::uint32_t Yv_SendVDCmd(std::uint8_t, std::uint8_t, std::uint16_t wValue, std::uint16_t wIndex,
-                             std::uint8_t* data, std::uint32_t length, std::uint32_t) override {
-    requests.emplace_back(wValue, wIndex, length, data);
-    return wIndex == 0xBAE ? 77 : 0;
-  }
-
-  std::vector<Request> requests;
+  MOCK_METHOD(std::uint32_t, Yv_SendVDCmd,
+              (std::uint8_t, std::uint8_t, std::uint16_t, std::uint16_t, std::uint8_t*,
+               std::uint32_t, std::uint32_t),
+              (override));
 };
 
 TEST_F(RequestWireTest, LongFlashWritesAreSplitAndStopAtTheFirstFailure) {
   std::uint8_t image[10000] = {};
-  using Request = ScriptedProperty::Request;
-  const Request first{0xF000, 0x1233, 4096, image}, second{0x0000, 0x1234, 4096, image + 4096},
-      third{0x1000, 0x1234, 1808, image + 8192};
-  ScriptedProperty scripted;
-  requests.SetProperty(&scripted);
+  MockProperty mock;
+  requests.SetProperty(&mock);
+  const ::testing::InSequence order;
+  EXPECT_CALL(mock, Yv_SendVDCmd(0x40, 0xC8, 0xF000, 0x1233, image, 4096, 5000));
+  EXPECT_CALL(mock, Yv_SendVDCmd(0x40, 0xC8, 0x0000, 0x1234, image + 4096, 4096, 5000));
+  EXPECT_CALL(mock, Yv_SendVDCmd(0x40, 0xC8, 0x1000, 0x1234, image + 8192, 1808, 5000));
   EXPECT_EQ(0u, requests.Yv_WriteFlash2(0x1233F000, image, 10000));
-  EXPECT_THAT(scripted.requests, ElementsAre(first, second, third));
   EXPECT_EQ(0u, requests.Yv_WriteFlash2(0, image, 0));
-  EXPECT_EQ(0u, requests.Yv_ReadFlash2(0, image, 10000));
-  EXPECT_EQ(4u, scripted.requests.size());  // reads are not split
-  EXPECT_EQ(77u, requests.Yv_WriteFlash2(0xBADF000, image, 10000));
-  EXPECT_EQ(6u, scripted.requests.size());
+  EXPECT_CALL(mock, Yv_SendVDCmd(0xC0, 0xD8, 0, 0, image, 10000, 5000));
+  EXPECT_EQ(0u, requests.Yv_ReadFlash2(0, image, 10000)) << "reads are not split";
+  EXPECT_CALL(mock, Yv_SendVDCmd).WillOnce(::testing::Return(0)).WillOnce(::testing::Return(77));
+  EXPECT_EQ(77u, requests.Yv_WriteFlash2(0, image, 10000));
 }
 
 TEST_F(RequestWireTest, AnswersComeFromByte1OrByte64AndOnlyAsManyBytesAsAskedFor) {
