@@ -5,11 +5,12 @@
 
 #include "device/hid_dev.h"
 #include "device/states.h"
-#include "discovery/dev_finder.h"
+#include "discovery/hid_find.h"
 #include "discovery/node_matchers.h"
 #include "flow/gpio_driver.h"
 #include "flow/universal_flow.h"
 #include "support/layer_test.h"
+#include "virtualhub/hub/image.h"
 
 namespace qzhid::test {
 namespace {
@@ -163,9 +164,8 @@ struct Job {
 
   std::string name;
   bool (*run)(Flow&);
-  std::string begin;
+  std::string begin, thrown;
   std::vector<Step> steps;
-  std::string thrown;
 };
 
 const std::string kWritten = R"(progress 0
@@ -330,6 +330,20 @@ TEST_F(StepsTest, WithoutAnImageNothingIsResetOrErased) {
     const std::string text = job->Text(), judged = text.substr(0, text.find("ToRom"));
     EXPECT_EQ(judged + "log 3: \nfail to write flash\n" + job->thrown + "false\n", Run(*job));
   }
+}
+
+TEST_F(StepsTest, AnImageThatCannotBeLoadedLeavesTheDeviceWithoutOne) {
+  CHidDev dev{NodeMatchers()};
+  CHidFind finder;
+  Flow flow(finder, dev);
+  const Bytes image = virtualhub::BuildImage({.version = 0x0210}, 0x7FA8);
+  EXPECT_TRUE(flow.InitFwFinder(TempFile(image).path()));
+  EXPECT_EQ(image, dev.GetFwBuffer());
+  EXPECT_TRUE(flow.DevHidCmd(&s_nVersion, 0));
+  EXPECT_EQ(0x0210, s_nVersion);
+  EXPECT_FALSE(flow.InitFwFinder(UniquePath("missing").c_str()));
+  EXPECT_TRUE(dev.GetFwBuffer().empty());
+  EXPECT_EQ(1u, Count({1, "CUniversalFlow::InitFwFinder", "fail to load fw file to buf.\n"}));
 }
 
 TEST_F(StepsTest, BoardStepsAreTakenOnRequestAndFailWithoutADriver) {
