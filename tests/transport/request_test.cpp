@@ -1,5 +1,4 @@
 // Requests: their bytes on the wire, their answers, their failures and limits.
-#include <functional>
 #include <thread>
 
 #include "support/layer_test.h"
@@ -9,21 +8,24 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using Lines = std::vector<LogLine>;
 
 /// The name of an operation of channel 1 or 2 as log lines have it.
 std::string Tag(const std::string& operation, int channel) {
   return "CHidTransfers::" + operation + (channel == 1 ? "" : "2");
 }
 
-class TransportTest : public LayerTest {
+class RequestTest : public LayerTest {
  protected:
-  TransportTest() { OpenWithLengths(321, 257); }
+  RequestTest() { OpenWithLengths(321, 257); }
 
-  /// Opens a hub that has both channels and declares reports of these lengths.
+  /// Opens a hub that accepts commands, has both channels and declares reports of these lengths.
   void OpenWithLengths(std::uint16_t output, std::uint16_t input) {
     virtualhub::Scenario scenario = RecordedScenario();
     scenario.devices[0].hub->reports = {true, true, output, input};
     OpenHub(scenario);
+    requests.Yv_VdCmdEnable(1);  // fails where reports are very short
+    ClearRecords();
   }
 
   std::size_t InputCount() const {
@@ -37,36 +39,32 @@ class TransportTest : public LayerTest {
     return (static_cast<ITransfers*>(transfers)->*send)(type, request, 0x1122, 0x3344, data, length,
                                                         timeoutMs);
   }
-};
-
-class RequestWireTest : public TransportTest {
- protected:
   /// Checks that the call before has sent that header on the channel, with the first `length` bytes
   /// of the buffer as data (also of an IN request), and that an IN request that succeeded read one
   /// report.
   void ExpectSent(const char* header, std::uint32_t result, std::size_t length = 0,
                   std::uint32_t expected = 0) {
-    SCOPED_TRACE(header + std::string(" on channel ") + std::to_string(channel));
+    SCOPED_TRACE(header + std::string(" on channel ") + std::to_string(sentOn));
     EXPECT_EQ(expected, result);
-    EXPECT_THAT(Outputs(), ElementsAre(Report(channel, Hex(header), CountUp(1, length))));
+    EXPECT_THAT(Outputs(), ElementsAre(Report(sentOn, Hex(header), CountUp(1, length))));
     EXPECT_EQ(result == 0 && header[0] == 'C' ? 1u : 0u, InputCount());
     EXPECT_EQ(result == 0, Failures().empty());
     ClearRecords();
     std::iota(buffer.begin(), buffer.end(), std::uint8_t{1});
   }
 
-  int channel = 1;
+  int sentOn = 1;
   Bytes buffer = CountUp(1, 256);
 };
 
-TEST_F(RequestWireTest, EachRequestIsOneOutputReportOfExactlyTheseBytes) {
+TEST_F(RequestTest, EachRequestIsOneOutputReportOfExactlyTheseBytes) {
   constexpr PacketHeader kOut{0x40, 0xC6, 0x10, 0x20, 0x30, 0x40, 2, 0x50, 0xA0, 4, 0x81},
       kIn{0xC0, 0x09, 0x10, 0x20, 0x30, 0x40, 3, 0x00, 0xA0, 4, 0x81};
   CRequestCMD& c = requests;
-  for (; channel <= 2; ++channel) {
+  for (; sentOn <= 2; ++sentOn) {
     OpenWithLengths(321, 257);
     std::uint8_t* const b = buffer.data();
-    if (channel == 2) property->EnableChannel2();
+    if (sentOn == 2) property->EnableChannel2();
     ExpectSent("40 02 03 00 7C 2E 00 00", c.Yv_VdCmdEnable(3));
     ExpectSent("C0 09 00 00 00 00 14 00", c.Yv_Status(b), 20);
     ExpectSent("40 C8 34 12 CD AB 05 00", c.Yv_WriteFlash2(0xABCD1234, b, 5), 5, kStalled);
@@ -88,32 +86,29 @@ TEST_F(RequestWireTest, EachRequestIsOneOutputReportOfExactlyTheseBytes) {
   }
 }
 
-TEST_F(RequestWireTest, OutStagesOver128BytesAreCutToOneByteOnChannel1Only) {
+TEST_F(RequestTest, OutStagesOver128BytesAreCutToOneByteOnChannel1Only) {
   Bytes data = CountUp(1, 5000);
   ExpectSent("40 DC 22 11 44 33 80 00", Send(1, 0x40, 0xDC, data.data(), 128), 128, kStalled);
   ExpectSent("40 DC 22 11 44 33 81 00", Send(1, 0x40, 0xDC, data.data(), 129), 1, kStalled);
   ExpectSent("40 DC 22 11 44 33 88 13", Send(1, 0x40, 0xDC, data.data(), 5000), 1, kStalled);
-  channel = 2;
+  sentOn = 2;
   ExpectSent("40 DC 22 11 44 33 00 01", Send(2, 0x40, 0xDC, data.data(), 256), 256, kStalled);
 }
 
-TEST_F(RequestWireTest, RawRequestsCarryTheCallersBlockOnChannel1Only) {
+TEST_F(RequestTest, RawRequestsCarryTheCallersBlockOnChannel1Only) {
   Bytes block = CountUp(9, 1024), ones(256, 0xFF);
-  const Bytes block64 = CountUp(9, 64), rest = CountUp(73, 128);
-  const std::tuple<std::uint8_t, std::uint32_t, std::vector<Bytes>> rows[] = {
-      // request, length, reports; none when it is refused
-      {0xF2, 0, {Report(1, {})}},
-      {0xF2, 7, {Report(1, CountUp(9, 7))}},
-      {0xF2, 64, {Report(1, block64)}},
-      {0xF2, 65, {}},
-      {0xF2, 0x340, {Report(1, block64)}},  // the length is cut to 8 bits
-      {0xF5, 191, {}},
-      {0xF5, 192, {Report(1, block64, rest)}},
-      {0xF5, 300, {Report(1, block64, rest)}}};
-  for (const auto& [request, length, reports] : rows) {
+  const std::tuple<std::uint8_t, std::uint32_t, int, std::size_t> rows[] = {
+      // request, length, how much of the block is header (-1: refused) and data
+      {0xF2, 0, 0, 0},    {0xF2, 7, 7, 0},      {0xF2, 64, 64, 0},
+      {0xF2, 65, -1, 0},  {0xF2, 0x340, 64, 0},  // the length is cut to 8 bits
+      {0xF5, 191, -1, 0}, {0xF5, 192, 64, 128}, {0xF5, 300, 64, 128}};
+  for (const auto& [request, length, header, rest] : rows) {
     Send(1, 0xC0, 0xFF, ones.data(), 256);  // what stays in the buffers must not travel again
     ClearRecords();
-    EXPECT_EQ(reports.empty() ? kRefused : kStalled, Send(1, 0x40, request, block.data(), length));
+    EXPECT_EQ(header < 0 ? kRefused : kStalled, Send(1, 0x40, request, block.data(), length));
+    std::vector<Bytes> reports;
+    if (header >= 0)
+      reports = {Report(1, CountUp(9, static_cast<std::size_t>(header)), CountUp(73, rest))};
     EXPECT_EQ(reports, Outputs());
   }
   EXPECT_EQ(kStalled, Send(1, 0x40, 0xF2, nullptr, 0)) << "nothing needs no pointer";
@@ -130,7 +125,7 @@ struct MockProperty final : IPropertyEx {
               (override));
 };
 
-TEST_F(RequestWireTest, LongFlashWritesAreSplitAndStopAtTheFirstFailure) {
+TEST_F(RequestTest, LongFlashWritesAreSplitAndStopAtTheFirstFailure) {
   std::uint8_t image[10000] = {};
   MockProperty mock;
   requests.SetProperty(&mock);
@@ -146,10 +141,9 @@ TEST_F(RequestWireTest, LongFlashWritesAreSplitAndStopAtTheFirstFailure) {
   EXPECT_EQ(77u, requests.Yv_WriteFlash2(0, image, 10000));
 }
 
-TEST_F(RequestWireTest, AnswersComeFromByte1OrByte64AndOnlyAsManyBytesAsAskedFor) {
+TEST_F(RequestTest, AnswersComeFromByte1OrByte64AndOnlyAsManyBytesAsAskedFor) {
   for (const int answered : {1, 2}) {
     OpenWithLengths(1000, answered == 1 ? 257 : 1000);
-    ASSERT_EQ(0u, requests.Yv_VdCmdEnable(1));
     const auto flash = machine->hub("hub").bank(0).contents();
     if (answered == 2) property->EnableChannel2();
     for (const std::uint32_t length : {0u, 1u, 20u, 193u, 256u}) {
@@ -161,8 +155,7 @@ TEST_F(RequestWireTest, AnswersComeFromByte1OrByte64AndOnlyAsManyBytesAsAskedFor
   }
 }
 
-TEST_F(RequestWireTest, ReadsNameTheirReportOnChannel2AndKeepTheLastNameOnChannel1) {
-  ASSERT_EQ(0u, requests.Yv_VdCmdEnable(1));
+TEST_F(RequestTest, ReadsNameTheirReportOnChannel2AndKeepTheLastNameOnChannel1) {
   std::vector<std::uint8_t> ids;
   machine->SetExchangeHook([&](const virtualhub::Exchange& exchange) {
     if (exchange.output) return;
@@ -175,12 +168,7 @@ TEST_F(RequestWireTest, ReadsNameTheirReportOnChannel2AndKeepTheLastNameOnChanne
   EXPECT_THAT(ids, ElementsAre(0x00, 0x00, 0xF1, 0xF1, 0xF1));
 }
 
-class RequestFailureTest : public TransportTest {
- protected:
-  RequestFailureTest() { EXPECT_EQ(0u, requests.Yv_VdCmdEnable(1)); }
-};
-
-TEST_F(RequestFailureTest, AFailedReportReturnsItsCodeAndLogsTheRequest) {
+TEST_F(RequestTest, AFailedReportReturnsItsCodeAndLogsTheRequest) {
   constexpr auto kOutput = Fault::On::Output, kInput = Fault::On::Input;
   const std::tuple<Fault::On, std::uint8_t, std::uint32_t, std::string, std::string> rows[] = {
       // which report fails, request type, code, operation, message
@@ -189,7 +177,7 @@ TEST_F(RequestFailureTest, AFailedReportReturnsItsCodeAndLogsTheRequest) {
       {kOutput, 0xC0, 31, "HidDataIn", "Set Report Fail,ErrorCode:31\n"},
       {kInput, 0xC0, 503, "HidDataIn", "Get Report Fail,ErrorCode:503\n"}};
   for (const int channel : {1, 2}) {
-    Bytes data(21, 0x5A), cleared(20, 0);
+    Bytes data(21, 0x5A);
     for (const auto& [on, type, code, operation, text] : rows) {
       machine->AddFault(ReportFault(on, code));
       log.Clear();
@@ -197,7 +185,7 @@ TEST_F(RequestFailureTest, AFailedReportReturnsItsCodeAndLogsTheRequest) {
       EXPECT_EQ(Bytes(21, 0x5A), data);
       EXPECT_EQ((LogLine{3, Tag(operation, channel), text}), Failures().back());
     }
-    std::vector<LogLine> expected{
+    Lines expected{
         {3, Tag("Hid_GetReport", channel), "Get Report Fail,Last Error Code is 0x000001f7\n"},
         Failures().back()};
     for (const std::string line :
@@ -207,13 +195,13 @@ TEST_F(RequestFailureTest, AFailedReportReturnsItsCodeAndLogsTheRequest) {
     }
     EXPECT_EQ(expected, log.Lines());
     machine->AddFault(ReportFault(kInput, 0));
-    EXPECT_EQ(0u, Send(channel, 0xC0, 0x09, data.data(), 20)) << "an empty report";
-    cleared.push_back(0x5A);
-    EXPECT_EQ(cleared, data);
+    EXPECT_EQ(0u, Send(channel, 0xC0, 0x09, data.data(), 20));
+    EXPECT_EQ(Bytes(20), Bytes(data.begin(), data.end() - 1)) << "an empty report";
+    EXPECT_EQ(0x5A, data[20]);
   }
 }
 
-TEST_F(RequestFailureTest, RefusalLossAndClosingReturnTheSystemsCode) {
+TEST_F(RequestTest, RefusalLossAndClosingReturnTheSystemsCode) {
   EXPECT_EQ(kStalled, Send(1, 0x40, 0x77, nullptr, 0));
   machine->Unplug("hub");
   EXPECT_EQ(kGone, requests.Yv_ISPValidation());
@@ -225,42 +213,43 @@ TEST_F(RequestFailureTest, RefusalLossAndClosingReturnTheSystemsCode) {
   EXPECT_EQ(1u, log.Lines().size()) << "packets have no trace";
 }
 
-TEST_F(RequestFailureTest, RequestsWithoutAPropertyObjectAreRefusedWithOneLine) {
+TEST_F(RequestTest, RequestsWithoutAPropertyObjectAreRefusedWithALineEach) {
   requests.SetProperty(nullptr);
   std::uint8_t data[kStatusBlockSize] = {};
-  const std::pair<std::string, std::function<std::uint32_t()>> calls[] = {
-      {"QZ_OpenDevice", [&] { return requests.QZ_OpenDevice(1); }},
-      {"Yv_CloseDevice", [&] { return requests.Yv_CloseDevice(); }},
-      {"Yv_Status", [&] { return requests.Yv_Status(data); }},
-      {"Yv_WriteFlash2", [&] { return requests.Yv_WriteFlash2(0, data, 0); }},
-      {"Yv_FWReset", [&] { return requests.Yv_FWReset(0); }},
-      {"Yv_SetDLSlaveAddr", [&] { return requests.Yv_SetDLSlaveAddr(0, 0); }},
-      {"Yv_CtlPipeNoDataOut", [&] { return requests.Yv_CtlPipeNoDataOut({}); }},
-      {"Yv_CtlPipeOut", [&] { return requests.Yv_CtlPipeOut({}, data); }},
-      {"Yv_CtlPipeIn", [&] { return requests.Yv_CtlPipeIn({}, data); }}};
-  for (const auto& [name, call] : calls) {
-    log.Clear();
-    EXPECT_EQ(kRefused, call());
-    EXPECT_EQ(LinesOf("CRequestCMD::" + name, {{3, "Property Object is null!!\n"}}), Logged());
+  for (const std::uint32_t result :
+       {requests.QZ_OpenDevice(1), requests.Yv_CloseDevice(), requests.Yv_Status(data),
+        requests.Yv_WriteFlash2(0, data, 0), requests.Yv_FWReset(0),
+        requests.Yv_SetDLSlaveAddr(0, 0), requests.Yv_CtlPipeNoDataOut({}),
+        requests.Yv_CtlPipeOut({}, data), requests.Yv_CtlPipeIn({}, data)}) {
+    EXPECT_EQ(kRefused, result);
   }
+  Lines expected;
+  for (const std::string name :
+       {"QZ_OpenDevice", "Yv_CloseDevice", "Yv_Status", "Yv_WriteFlash2", "Yv_FWReset",
+        "Yv_SetDLSlaveAddr", "Yv_CtlPipeNoDataOut", "Yv_CtlPipeOut", "Yv_CtlPipeIn"}) {
+    expected.push_back({3, "CRequestCMD::" + name, "Property Object is null!!\n"});
+  }
+  EXPECT_EQ(expected, Logged());
   EXPECT_EQ(kRefused, CHidProperty(nullptr).Yv_SendVDCmd(0x40, 2, 0, 0, data, 0, 0));
 }
 
-TEST_F(RequestFailureTest, AHeldDeviceIsTriedEvery100MsUntilTheTimeOutIsExceeded) {
-  const std::pair<std::uint32_t, std::size_t> rows[] = {{0, 1}, {99, 1}, {100, 2}, {250, 3}};
+TEST_F(RequestTest, AHeldDeviceIsTriedEvery100MsUntilTheTimeOutIsExceeded) {
   Bytes data(20);
   const auto crossing = [&] {
-    for (const auto& [channel, type] : {std::pair{1, 0x40}, {1, 0xC0}, {2, 0x40}, {2, 0xC0}}) {
-      for (const auto& [timeoutMs, tries] : rows) {
-        const std::string tag = Tag(type == 0x40 ? "HidDataOut" : "HidDataIn", channel);
-        ClearRecords();
-        EXPECT_EQ(kRefused,
-                  Send(channel, static_cast<std::uint8_t>(type), 0x09, data.data(), 20, timeoutMs));
-        std::vector<LogLine> expected(tries, {3, tag, "Can't Obtain Lock!\n"});
-        expected.push_back({3, tag, "WqHIDDataIn Timeout Fail! \n"});
-        EXPECT_EQ(expected, Failures());
-        EXPECT_EQ(std::vector<std::uint32_t>(tries, 100), Pauses());
-      }
+    const std::tuple<int, std::uint8_t, std::uint32_t, std::size_t> rows[] = {
+        // channel, request type, time-out, tries
+        {1, 0x40, 0, 1},
+        {1, 0xC0, 99, 1},
+        {2, 0x40, 100, 2},
+        {2, 0xC0, 250, 3}};
+    for (const auto& [channel, type, timeoutMs, tries] : rows) {
+      const std::string tag = Tag(type == 0x40 ? "HidDataOut" : "HidDataIn", channel);
+      ClearRecords();
+      EXPECT_EQ(kRefused, Send(channel, type, 0x09, data.data(), 20, timeoutMs));
+      Lines expected(tries, {3, tag, "Can't Obtain Lock!\n"});
+      expected.push_back({3, tag, "WqHIDDataIn Timeout Fail! \n"});
+      EXPECT_EQ(expected, Failures());
+      EXPECT_EQ(std::vector<std::uint32_t>(tries, 100), Pauses());
     }
     ClearRecords();
     for (const std::uint32_t result :
@@ -277,18 +266,15 @@ TEST_F(RequestFailureTest, AHeldDeviceIsTriedEvery100MsUntilTheTimeOutIsExceeded
   EXPECT_EQ(0u, Send(1, 0xC0, 0x09, data.data(), 20, 0));
 }
 
-using ReportLimitsTest = TransportTest;
-
 /// What is logged of a stage that is too long; `kind` is "Set" or "Get".
-std::vector<LogLine> TooLong(const std::string& kind, int channel, std::size_t length,
-                             std::size_t limit) {
+Lines TooLong(const std::string& kind, int channel, std::size_t length, std::size_t limit) {
   return {{3, Tag("Hid_" + kind + "Report", channel),
            "Fail,pBuffer Len greater than Max Length,byLen:" + std::to_string(length) +
                " Max Length:" + std::to_string(limit) + "\n"},
           {3, Tag("HidDataIn", channel), kind + " Report Fail,ErrorCode:-1\n"}};
 }
 
-TEST_F(ReportLimitsTest, ADataStageFillsTheDeclaredOutputReportAndNoMore) {
+TEST_F(RequestTest, ADataStageFillsTheDeclaredOutputReportAndNoMore) {
   const std::tuple<std::uint16_t, std::uint32_t, std::uint32_t> rows[] = {
       // the length that is declared, and the data that fits on channel 1 and 2
       {64, 0, 0},      {65, 0, 1},      {66, 1, 2},      {193, 128, 129},
@@ -319,12 +305,11 @@ TEST_F(ReportLimitsTest, ADataStageFillsTheDeclaredOutputReportAndNoMore) {
 
 // The check comes before the read and after the request went out; its message prints the room of
 // channel 1's output report.
-TEST_F(ReportLimitsTest, AnAnswerMustFitTheDeclaredInputReportWithoutItsId) {
+TEST_F(RequestTest, AnAnswerMustFitTheDeclaredInputReportWithoutItsId) {
   const std::tuple<std::uint16_t, std::uint16_t, std::size_t> rows[] = {
       {321, 21, 256}, {1000, 100, 935}, {322, 5, 257}, {85, 20, 20}};
   for (const auto& [output, input, printed] : rows) {
     OpenWithLengths(output, input);
-    ASSERT_EQ(0u, requests.Yv_VdCmdEnable(1));
     for (const int channel : {1, 2}) {
       Bytes fitting(256), data(257, 0x5A);
       EXPECT_EQ(0u, Send(channel, 0xC0, 0x09, fitting.data(), input - 1u));
@@ -338,7 +323,7 @@ TEST_F(ReportLimitsTest, AnAnswerMustFitTheDeclaredInputReportWithoutItsId) {
   }
 }
 
-TEST_F(ReportLimitsTest, DataWithoutAPointerIsRefusedAndNotSent) {
+TEST_F(RequestTest, DataWithoutAPointerIsRefusedAndNotSent) {
   constexpr PacketHeader kPacket{0x40, 0xC6, 0, 0, 0, 0, 3};
   for (const std::uint32_t result :
        {Send(1, 0x40, 0xDC, nullptr, 1), Send(1, 0xC0, 0xDC, nullptr, 1),
@@ -348,8 +333,7 @@ TEST_F(ReportLimitsTest, DataWithoutAPointerIsRefusedAndNotSent) {
         transfers->SendPacketOut2(kPacket, nullptr), transfers->SendPacketIn2(kPacket, nullptr)}) {
     EXPECT_EQ(kRefused, result);
   }
-  EXPECT_EQ(0u, machine->exchanges());
-  EXPECT_EQ(0u, requests.Yv_VdCmdEnable(1));
+  EXPECT_THAT(Outputs(), IsEmpty());
   EXPECT_EQ(0u, Send(1, 0xC0, 0x09, nullptr, 0));  // nothing to send and nothing to copy
 }
 
