@@ -158,18 +158,14 @@ TEST_F(MatchTest, APositionIsALevelAndFromTheSecondOnAPort) {
 
 TEST_F(MatchTest, MatchingAndListingCountLevelsDifferently) {
   const std::string hub = "USB\\VID_05E3&PID_0610\\6", root = "USB\\ROOT_HUB30\\4";
-  const std::tuple<std::string, std::string, int, std::uint32_t> cases[] = {
+  using Row = std::tuple<std::string, std::string, int, std::uint32_t>;
+  const Row cases[] = {
       // the ids of a hub and of its root hub; the level when matched, and when listed (0: none)
-      {hub, root, 2, 2},
-      {hub, "usb\\root_hub30\\4", 4, 2},
-      {hub, "USB\\ROOT\\4", 2, 3},
-      {hub, "USB\\HUB30\\4", 4, 3},
-      {"USB\\ROOT_HUB20\\6", root, 1, 1},
+      Row{hub, root, 2, 2}, Row{hub, "usb\\root_hub30\\4", 4, 2}, Row{hub, "USB\\ROOT\\4", 2, 3},
+      Row{hub, "USB\\HUB30\\4", 4, 3}, Row{"USB\\ROOT_HUB20\\6", root, 1, 1},
       // The longest wide and the longest narrow id, and a character more.
-      {hub + std::string(176, 'x'), root, 2, 2},
-      {hub + std::string(177, 'x'), root, 1, 2},
-      {hub + std::string(1000, 'x'), root, 1, 2},
-      {hub + std::string(1001, 'x'), root, 1, 0}};
+      Row{hub + std::string(176, 'x'), root, 2, 2}, Row{hub + std::string(177, 'x'), root, 1, 2},
+      Row{hub + std::string(1000, 'x'), root, 1, 2}, Row{hub + std::string(1001, 'x'), root, 1, 0}};
   for (const auto& [hubId, rootId, matched, listed] : cases) {
     SCOPED_TRACE(hubId + " " + rootId);
     const std::pair ids(hubId, rootId);

@@ -15,10 +15,9 @@ using virtualhub::HandleKind;
 
 constexpr const char* kExTag = "CUSBDevFind::ArriveAllDevsEx";
 
-/// What happened to the device objects, and the letters of the nodes.
 struct Diary {
-  std::string notes;
-  std::map<std::uint32_t, char> names;
+  std::string notes;                    // what happened to the device objects
+  std::map<std::uint32_t, char> names;  // the letters of the nodes
 };
 
 /// A device object that matches the nodes of some letters. The second one notes "2?A" when it is
@@ -121,31 +120,6 @@ TEST_F(ScanTest, ANodeIsNewOnceAndGoneOnce) {
   find->AddDev(&devs[0]);
   find->DelDev(&devs[0]);  // both registrations
   EXPECT_EQ("2?B 2?X", Scan());
-}
-
-TEST_F(ScanTest, AReturnUnderTheSameNumberIsSeenOnlyIfAScanSawItAway) {
-  InstallJson(R"({"instance_numbers": "by_id", "devices": [{"name": "a", "port": "1"}]})");
-  Name("a", 'a');
-  Watch({"A"});
-  EXPECT_EQ("1?A 1+a", Scan());
-  machine->Unplug("a");
-  machine->Plug("a");
-  EXPECT_EQ("", Scan());
-  machine->Unplug("a");
-  EXPECT_EQ("1~a 1-0", Scan());
-  machine->Plug("a");
-  EXPECT_EQ("1?A 1+a", Scan());
-}
-
-TEST_F(ScanTest, OnlyNodesOfTheFamilyAreKeptAndAllWhereNoneCanBeAsked) {
-  Install(RecordedScenario());
-  Name("hub", 'h');
-  Name("keyboard", 'k');
-  EXPECT_TRUE(find->EnumAllDevs());
-  EXPECT_EQ("h", Nodes());
-  CRequestCMD::Instance().SetProperty(nullptr);
-  Watch({"H"});
-  EXPECT_EQ("1?H 1?K", Scan());
 }
 
 TEST_F(ScanTest, AFailedEnumerationChangesNothing) {

@@ -92,8 +92,8 @@ class Script final : public IDev, public IDevFinder, public IGpioDriver, public 
   std::size_t failing = 0;  // the number of the call that fails, or throws
   bool throws = false;
   int state = kStateOffline, runs = kStateFlash;
-  int lateConnects = 0,
-      switchFailures = 0;  // how many waits from the third on fail; how many calls
+  int lateConnects = 0;  // how many waits fail, from the third on
+  int switchFailures = 0;
   bool isDualBank = false;
 
  private:

@@ -15,7 +15,7 @@ constexpr const char* kTag = "CHidTransfers::Yv_OpenDeviceByDevInst";
 
 using OpenTest = LayerTest;
 
-TEST_F(OpenTest, EachFailingStepHasItsMessageAndCodeAndClosingCleansUpAfterIt) {
+TEST_F(OpenTest, EachFailingStepHasItsMessageAndCodeAndClosingOrDestructionCleansUp) {
   const std::tuple<Service, std::string, std::vector<int>> rows[] = {
       // what fails, its message with code 26, what stays open
       {Service::FirstInterface, "SetupDiEnumDeviceInterfaces FAIL,ErrorCode is 0000001a\n",
@@ -48,7 +48,11 @@ TEST_F(OpenTest, EachFailingStepHasItsMessageAndCodeAndClosingCleansUpAfterIt) {
     }
   }
   EXPECT_EQ(0u, property->Yv_OpenDeviceByDevInst(hub)) << "the next attempt";
-  EXPECT_EQ(kOneDevice, Handles());
+  EXPECT_EQ(0u, property->Yv_OpenDeviceByDevInst(hub));
+  EXPECT_EQ(kOneDevice, Handles()) << "at a time";
+  requests.SetProperty(nullptr);
+  property.reset();
+  EXPECT_EQ(kNoHandles, Handles());
 }
 
 TEST_F(OpenTest, NodesThatAreNotFoundAreRefusedWithoutAMessage) {
@@ -116,16 +120,6 @@ TEST_F(OpenTest, AnIdListBesideTheLibraryReplacesTheProductTextButNotTheVendorId
     WriteText(library.folder.At("VidPid.ini"), text);
     EXPECT_EQ(listed, library.List(3)) << text;
   }
-}
-
-TEST_F(OpenTest, OneDeviceIsOpenAtATimeAndDestructionClosesIt) {
-  const std::uint32_t hub = machine->HidInstance("hub");
-  EXPECT_EQ(0u, property->Yv_OpenDeviceByDevInst(hub));
-  EXPECT_EQ(0u, property->Yv_OpenDeviceByDevInst(hub));
-  EXPECT_EQ(kOneDevice, Handles());
-  requests.SetProperty(nullptr);
-  property.reset();
-  EXPECT_EQ(kNoHandles, Handles());
 }
 
 TEST_F(OpenTest, AskingForTheFamilyLeavesNothingOpen) {

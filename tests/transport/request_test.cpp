@@ -83,6 +83,10 @@ TEST_F(RequestTest, EachRequestIsOneOutputReportOfExactlyTheseBytes) {
     ExpectSent("40 E9 01 01 00 00 00 00", c.Yv_ResetCode(), 0, kStalled);  // as after any reset
     EXPECT_EQ(kRefused, c.Yv_CtlPipeNoDataOut({0x40, 0xF6}));
     EXPECT_THAT(Outputs(), IsEmpty());
+    c.Yv_SetDLSlaveAddr(2, 0xA5);
+    EXPECT_EQ(LinesOf("CRequestCMD::Yv_SetDLSlaveAddr",
+                      {{0, "YvHub_SetDLSlaveAddr -> mode=2, bySlaveAddr=165\n"}}),
+              Logged("CRequestCMD::Yv_SetDLSlaveAddr"));
   }
 }
 
@@ -236,12 +240,10 @@ TEST_F(RequestTest, RequestsWithoutAPropertyObjectAreRefusedWithALineEach) {
 TEST_F(RequestTest, AHeldDeviceIsTriedEvery100MsUntilTheTimeOutIsExceeded) {
   Bytes data(20);
   const auto crossing = [&] {
-    const std::tuple<int, std::uint8_t, std::uint32_t, std::size_t> rows[] = {
+    using Row = std::tuple<int, std::uint8_t, std::uint32_t, std::size_t>;
+    const Row rows[] = {
         // channel, request type, time-out, tries
-        {1, 0x40, 0, 1},
-        {1, 0xC0, 99, 1},
-        {2, 0x40, 100, 2},
-        {2, 0xC0, 250, 3}};
+        Row{1, 0x40, 0, 1}, Row{1, 0xC0, 99, 1}, Row{2, 0x40, 100, 2}, Row{2, 0xC0, 250, 3}};
     for (const auto& [channel, type, timeoutMs, tries] : rows) {
       const std::string tag = Tag(type == 0x40 ? "HidDataOut" : "HidDataIn", channel);
       ClearRecords();
