@@ -11,7 +11,6 @@
 namespace qzhid::test {
 
 using Lines = std::vector<LogLine>;
-using Texts = std::vector<std::string>;
 
 const std::string kStatusRequest = "C0 09 00 00 00 00 14 00";
 

@@ -242,7 +242,7 @@ const Job kStatus(
 const Job kErase(
     "DevErase", [](Flow& flow) { return flow.DevErase(); }, R"(progress 0
 Connect 20 > progress 30 | END
-Judge | ?
+Judge | ForceRom > log 0: force reset to rom success > Erase > progress 100 > Remove > print 1: Erase flash success > progress 0 > true
 ForceRom > log 0: force reset to rom success | log 3: fail to force reset to rom > END
 Leave 10 | print 1: Erase flash success > progress 0 > true
 Connect 20 | print 1: Erase flash success > progress 0 > true

@@ -47,7 +47,8 @@ class RequestTest : public LayerTest {
     SCOPED_TRACE(header + std::string(" on channel ") + std::to_string(sentOn));
     EXPECT_EQ(expected, result);
     EXPECT_THAT(Outputs(), ElementsAre(Report(sentOn, Hex(header), CountUp(1, length))));
-    EXPECT_EQ(result == 0 && header[0] == 'C' ? 1u : 0u, InputCount());
+    const bool isRead = result == 0 && header[0] == 'C';
+    EXPECT_EQ(isRead ? 1u : 0u, InputCount());
     EXPECT_EQ(result == 0, Failures().empty());
     ClearRecords();
     std::iota(buffer.begin(), buffer.end(), std::uint8_t{1});
