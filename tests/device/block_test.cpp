@@ -100,7 +100,7 @@ TEST_F(BlockTest, EachCommandHasItsPayloadInBothFormsAndUnknownOnesAreRefused) {
             Logged());
 }
 
-TEST_F(BlockTest, DataThatDoesNotFitIsRefusedAndAbsentDataIsZeros) {
+TEST_F(BlockTest, DataThatDoesNotFitIsRefusedAndMissingDataIsSentAsZeros) {
   const std::tuple<Form, std::uint8_t, std::uint16_t, std::int32_t, std::size_t> rows[] = {
       // form, command, length, result, payload
       {kPlainOut, 4, 61, 0, 64}, {kPlainOut, 4, 62, -1, 0}, {kPlainOut, 20, 259, -1, 0},

@@ -52,7 +52,7 @@ TEST_F(DeviceTest, AHubThatDoesNotAnswerHasNoCodeModeAndOneBank) {
   EXPECT_EQ("IsRomCode return -1,Fail\n", LoggedText("CKmoHubPDDev::JudgeCodeMode"));
 }
 
-TEST_F(DeviceTest, TheHubValidatesItsFlashIfItsStatusSaysSoElseAFailedReadOfOtherContentsFails) {
+TEST_F(DeviceTest, TheHubValidatesItsFlashIfItsStatusSaysSoAndOtherwiseTheFlashIsRead) {
   const std::string validate = "40 D9 01 00 00 00 00 00", read = "C0 D8 00 00 00 00 03 00";
   const std::tuple<std::uint8_t, std::uint64_t, std::string, std::uint8_t, bool> rows[] = {
       // byte 13 of the status, requests that fail, the second one, last byte of the flash, result
@@ -183,14 +183,14 @@ TEST_F(DeviceTest, AsMuchIsReadAsTheFirmwareBufferHoldsAndALongerBufferKeepsItsE
   }
 }
 
-TEST_F(DeviceTest, AnImageIsWrittenInChunksWithProgressUntilARequestFailsButForTheFastClock) {
+TEST_F(DeviceTest, AnImageIsWrittenInChunksUntilARequestOtherThanTheFastClockFails) {
   const std::string fast = "Enable High Clock Mode return true\n";
   const auto plain = Requests("40 02 03 00 7C 2E 00 00", "40 C8 00 00 00 00 00 10",
                               "40 C8 00 10 00 00 00 10", "40 C8 00 20 00 00 10 07");
   const auto inHid =
       Requests("40 02 03 00 7C 2E 00 00", "C0 09 00 00 00 00 14 00", "40 06 01 00 00 00 00 00",
                "40 E8 00 01 00 00 00 00", "40 C8 00 00 00 00 80 00", "40 C8 80 00 00 00 80 00",
-               "40 C8 00 01 00 00 2C 00");
+               "40 C8 00 01 00 00 7C 00");
   const struct {
     bool isHid;
     std::size_t size, failing;  // the request that fails; 0: none
@@ -207,12 +207,12 @@ TEST_F(DeviceTest, AnImageIsWrittenInChunksWithProgressUntilARequestFailsButForT
       {false, 10000, 4, 4, {0, 40, 100}, {30, 46}},
       {true, 0, 0, 4, {100}, {}, fast, true},
       {true, 128, 0, 5, {0, 100}, {30}, fast, true},
-      {true, 300, 1, 1, {}, {}, "Set VdCmdEnable Value 3 Fail\n"},
-      {true, 300, 2, 2, {}, {}, "Read Status Fail\n"},
-      {true, 300, 3, 7, {0, 42, 100}, {30, 46}, "Enable High Clock Mode return false\n", true},
-      {true, 300, 4, 4, {}, {}, fast + "Erase Flash Fail\n"},
-      {true, 300, 5, 5, {0}, {30}, fast},
-      {true, 300, 7, 7, {0, 42, 100}, {30, 46}, fast}};
+      {true, 380, 1, 1, {}, {}, "Set VdCmdEnable Value 3 Fail\n"},
+      {true, 380, 2, 2, {}, {}, "Read Status Fail\n"},
+      {true, 380, 3, 7, {0, 33, 100}, {30, 43}, "Enable High Clock Mode return false\n", true},
+      {true, 380, 4, 4, {}, {}, fast + "Erase Flash Fail\n"},
+      {true, 380, 5, 5, {0}, {30}, fast},
+      {true, 380, 7, 7, {0, 33, 100}, {30, 43}, fast}};
   for (const auto& row : rows) {
     SCOPED_TRACE(::testing::Message() << row.size << " bytes, request " << row.failing);
     CUSBDev& dev = row.isHid ? hid : usb;

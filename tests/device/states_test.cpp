@@ -65,7 +65,7 @@ TEST_F(StatesTest, StatesWithoutAKnownCodeRefuseEachOperationWithALine) {
   }
 }
 
-TEST_F(StatesTest, KnownCodeCarriesOutAllButReadsOfTheLoadersVersionAndAFailureKeepsTheState) {
+TEST_F(StatesTest, FirmwareCarriesOutEverythingAndTheLoaderEverythingButReads) {
   for (const Operation& operation : kOperations) {
     SCOPED_TRACE(operation.name);
     EXPECT_EQ(operation.inRom, Run(operation, kStateRom));

@@ -171,7 +171,7 @@ TEST_F(ScanTest, AHidNodeWithoutParentEndsTheArrivals) {
   EXPECT_EQ("", Scan());
 }
 
-TEST_F(ScanTest, AHubHas50AttemptsAndIsLeftForTheNextNodeWithoutALine) {
+TEST_F(ScanTest, AHubIsTried50TimesBeforeTheNextNodeAndNothingIsLogged) {
   for (const std::uint32_t stalls : {49u, 50u}) {
     Watch({"AB", "AB"});
     Stall(stalls);
@@ -207,7 +207,7 @@ struct PlainFinder final : CUSBDevFind, IDevFilter {
   const platform::Guid classGuid = platform::HidClassGuid();
 };
 
-TEST_F(ScanTest, APlainFinderMatchesTheNodesThatNoFilterClaimsAndHas100Attempts) {
+TEST_F(ScanTest, APlainFinderMatchesTheNodesThatNoFilterClaimsAndTriesThem100Times) {
   for (const std::uint32_t stalls : {99u, 100u}) {
     Watch({"bc"});
     Stall(stalls);
@@ -247,7 +247,7 @@ TEST_F(ScanTest, MatchingNodesAreQueuedOnceAndServedOneAScanToTheFirstObject) {
   ExpectScanEx("1~x 2~x 1?y 2?y 1+y", 1);
 }
 
-TEST_F(ScanTest, AQueuedNodeHasTenAttemptsAndTheUseOfTheLastOneIsLogged) {
+TEST_F(ScanTest, AQueuedNodeIsTriedTenTimesAndTheLastTimeIsLogged) {
   for (const std::uint32_t stalls : {0u, 9u, 10u}) {
     SCOPED_TRACE(stalls);
     Watch({"b"});

@@ -49,7 +49,7 @@ TEST_F(OpenTest, EachFailingStepHasItsMessageAndCodeAndClosingOrDestructionClean
   }
   EXPECT_EQ(0u, property->Yv_OpenDeviceByDevInst(hub)) << "the next attempt";
   EXPECT_EQ(0u, property->Yv_OpenDeviceByDevInst(hub));
-  EXPECT_EQ(kOneDevice, Handles()) << "at a time";
+  EXPECT_EQ(kOneDevice, Handles()) << "one at a time";
   requests.SetProperty(nullptr);
   property.reset();
   EXPECT_EQ(kNoHandles, Handles());
@@ -67,7 +67,7 @@ TEST_F(OpenTest, NodesThatAreNotFoundAreRefusedWithoutAMessage) {
   }
 }
 
-TEST_F(OpenTest, TheVendorIdDecidesAndElseTheProductText) {
+TEST_F(OpenTest, TheVendorIdDecidesAndOtherwiseTheProductText) {
   using Text = std::optional<std::string>;
   const std::tuple<std::string, Text, std::string, std::uint32_t, std::uint16_t> rows[] = {
       // device id, product text, ids as logged, result, length of the input report
