@@ -1,5 +1,5 @@
 // The device-tree part of cfgmgr32.dll, which setupapi.dll has as well, on the machine.
-#include "windows/open_files.h"
+#include "windows/kernel_doubles.h"
 
 // After the general Windows header.
 #include <cfgmgr32.h>
@@ -8,21 +8,29 @@
 #include <cstring>
 
 namespace platform = qzhid::platform;
+using enum platform::TextProperty;
 
 namespace {
 
 constexpr GUID kDeviceProperties = {
     0xA45C254E, 0xDF1C, 0x4EFD, {0x80, 0x20, 0x67, 0xD1, 0x46, 0xA8, 0x50, 0xE0}};
-constexpr DEVPROPTYPE kNumber = 0x07, kText = 0x12, kTextList = 0x2012;
 
 CONFIGRET ConfigReturn(const platform::Status& status) { return status ? CR_SUCCESS : status.code; }
+
+template <class Unit>
+CONFIGRET ReadId(platform::Status (*read)(platform::DevInst, std::size_t, std::basic_string<Unit>&),
+                 DEVINST node, Unit* buffer, ULONG capacity) {
+  std::basic_string<Unit> id;
+  const platform::Status status = read(node, capacity, id);
+  if (status) std::copy_n(id.c_str(), id.size() + 1, buffer);
+  return ConfigReturn(status);
+}
 
 CONFIGRET ReadAddress(DEVINST node, PBYTE buffer, PULONG bytes) {
   std::uint32_t address = 0;
   if (*bytes < sizeof(address)) return CR_BUFFER_SMALL;
   const platform::Status status = platform::GetAddressProperty(node, address);
   std::memcpy(buffer, &address, sizeof(address));
-  *bytes = sizeof(address);
   return ConfigReturn(status);
 }
 
@@ -47,35 +55,25 @@ CONFIGRET WINAPI CM_Get_Parent(PDEVINST parent, DEVINST node, ULONG) {
 }
 
 CONFIGRET WINAPI CM_Get_Device_IDA(DEVINST node, PSTR buffer, ULONG capacity, ULONG) {
-  std::string id;
-  const platform::Status status = platform::GetDeviceIdA(node, capacity, id);
-  if (status) std::copy_n(id.c_str(), id.size() + 1, buffer);
-  return ConfigReturn(status);
+  return ReadId<char>(&platform::GetDeviceIdA, node, buffer, capacity);
 }
 
 CONFIGRET WINAPI CM_Get_Device_IDW(DEVINST node, PWSTR buffer, ULONG capacity, ULONG) {
-  std::wstring id;
-  const platform::Status status = platform::GetDeviceIdW(node, capacity, id);
-  if (status) std::copy_n(id.c_str(), id.size() + 1, buffer);
-  return ConfigReturn(status);
+  return ReadId<wchar_t>(&platform::GetDeviceIdW, node, buffer, capacity);
 }
 
-CONFIGRET WINAPI CM_Get_DevNode_PropertyW(DEVINST node, const DEVPROPKEY* key, DEVPROPTYPE* type,
+CONFIGRET WINAPI CM_Get_DevNode_PropertyW(DEVINST node, const DEVPROPKEY* key, DEVPROPTYPE*,
                                           PBYTE buffer, PULONG bytes, ULONG) {
   if (std::memcmp(&key->fmtid, &kDeviceProperties, sizeof(GUID)) != 0) return CR_NO_SUCH_VALUE;
   switch (key->pid) {
     case 3:
-      *type = kTextList;
-      return ReadText(node, platform::TextProperty::HardwareIds, buffer, bytes);
+      return ReadText(node, HardwareIds, buffer, bytes);
     case 15:
-      *type = kText;
-      return ReadText(node, platform::TextProperty::LocationInfo, buffer, bytes);
+      return ReadText(node, LocationInfo, buffer, bytes);
     case 30:
-      *type = kNumber;
       return ReadAddress(node, buffer, bytes);
     case 37:
-      *type = kTextList;
-      return ReadText(node, platform::TextProperty::LocationPaths, buffer, bytes);
+      return ReadText(node, LocationPaths, buffer, bytes);
     default:
       return CR_NO_SUCH_VALUE;
   }

@@ -1,5 +1,5 @@
 // hid.dll, on the machine.
-#include "windows/open_files.h"
+#include "windows/kernel_doubles.h"
 
 // After the general Windows header.
 extern "C" {
@@ -11,12 +11,16 @@ extern "C" {
 
 namespace platform = qzhid::platform;
 using doubles::Answer;
+using doubles::DeviceOf;
 
 namespace {
 
-const platform::HidDevice& DeviceOf(HANDLE handle) {
-  return doubles::OpenFiles::Instance().DeviceOf(handle);
-}
+// The library, or the program with its backend, is on the machine as soon as it is loaded.
+const bool g_isInUse = [] {
+  const HMODULE library = GetModuleHandleW(L"QzHidAPI.dll");
+  doubles::UseKernelDoubles(library != nullptr ? library : GetModuleHandleW(nullptr));
+  return true;
+}();
 
 platform::PreparsedData* FromOpaque(PHIDP_PREPARSED_DATA data) {
   return reinterpret_cast<platform::PreparsedData*>(data);

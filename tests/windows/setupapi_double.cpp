@@ -1,5 +1,5 @@
 // The device-installation part of setupapi.dll, on the machine.
-#include "windows/open_files.h"
+#include "windows/kernel_doubles.h"
 
 // After the general Windows header.
 #include <setupapi.h>
@@ -61,7 +61,6 @@ BOOL WINAPI SetupDiGetDeviceInterfaceDetailW(HDEVINFO set, PSP_DEVICE_INTERFACE_
   const platform::DeviceInterface wanted{static_cast<std::uint32_t>(found->Reserved), 0};
   const platform::Status status = InterfacePath(SetOf(set), wanted, path);
   if (!status) return Answer(status);
-  path = doubles::OpenFiles::Instance().FileOf(path);
   const std::size_t bytes =
       offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath) + (path.size() + 1) * sizeof(wchar_t);
   if (required != nullptr) *required = static_cast<DWORD>(bytes);
