@@ -6,23 +6,20 @@ namespace qzhid::platform::test {
 
 namespace {
 
-std::string Scenario(const std::string& device) { return R"({"devices": [)" + device + "]}"; }
-
 class CLinuxSeamBench final : public ISeamBench {
  public:
-  CLinuxSeamBench() { Plug(); }
-
-  std::vector<ExpectedHub> Hubs() override {
-    return HubsAt(m_pFirst->PortOf("first"), 1, m_Second.PortOf("second"));
+  CLinuxSeamBench() {
+    Plug();
+    port = m_pFirst->PortOf("first");
+    level = 1;
   }
-  bool KeepsNumbers() override { return false; }
   void Unplug() override { m_pFirst.reset(); }
   void Plug() override {
-    m_pFirst = std::make_unique<vm::Attached>(Scenario(R"({"name": "first", "port": "1"})"));
+    m_pFirst = std::make_unique<vm::Attached>(R"({"devices": [{"name": "first", "port": "1"}]})");
   }
 
  private:
-  const vm::Attached m_Other{Scenario(kOther)}, m_Second{Scenario(kSecondHub)};
+  const vm::Attached m_Others{R"({"devices": [)" + kOther + ", " + kSecondHub + "]}", 2};
   std::unique_ptr<vm::Attached> m_pFirst;
 };
 

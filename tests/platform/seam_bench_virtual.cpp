@@ -7,10 +7,13 @@ namespace {
 
 class CVirtualSeamBench final : public ISeamBench {
  public:
+  CVirtualSeamBench() {
+    port = 4;
+    level = 3;
+    keepsNumbers = true;
+  }
   ~CVirtualSeamBench() override { virtualhub::UninstallMachine(); }
 
-  std::vector<ExpectedHub> Hubs() override { return HubsAt(2, 3, 2); }
-  bool KeepsNumbers() override { return true; }
   void Unplug() override { m_Machine.Unplug("first"); }
   void Plug() override {
     m_Machine.Plug("first");
@@ -18,10 +21,9 @@ class CVirtualSeamBench final : public ISeamBench {
   }
 
  private:
-  virtualhub::Machine& m_Machine =
-      virtualhub::InstallMachine(std::string(R"({"instance_numbers": "by_id", "devices": [
-          {"name": "first", "port": "3.1.2"}, )") +
-                                 kSecondHub + ", " + kOther + "]}");
+  virtualhub::Machine& m_Machine = virtualhub::InstallMachine(
+      R"({"instance_numbers": "by_id", "devices": [{"name": "first", "port": "3.1.4"}, )" +
+      kSecondHub + ", " + kOther + "]}");
 };
 
 }  // namespace

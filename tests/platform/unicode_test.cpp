@@ -37,17 +37,18 @@ TEST(UnicodeTest, WhatIsNoCodePointIsReplacedByteByByteAndUnitByUnit) {
     for (const wchar_t unit : wide) text += unit == 0xFFFD ? L'x' : unit;
     return text;
   };
-  const std::pair<std::string, std::wstring> bytes[] = {{"\xC0\xAF", L"xx"},  // overlong
+  // Overlong sequences, surrogates, numbers that are too large, and sequences that are cut.
+  const std::pair<std::string, std::wstring> bytes[] = {{"\xC0\xAF", L"xx"},
                                                         {"\xC1\xBF", L"xx"},
                                                         {"\xE0\x80\xAF", L"xxx"},
                                                         {"\xF0\x8F\xBF\xBF", L"xxxx"},
-                                                        {"\xED\xA0\x80", L"xxx"},  // surrogates
+                                                        {"\xED\xA0\x80", L"xxx"},
                                                         {"\xED\xBF\xBF", L"xxx"},
-                                                        {"\xF4\x90\x80\x80", L"xxxx"},  // too large
+                                                        {"\xF4\x90\x80\x80", L"xxxx"},
                                                         {"\xF8\x88\x80\x80\x80", L"xxxxx"},
                                                         {"\xFF", L"x"},
                                                         {"\x80", L"x"},
-                                                        {"a\xC3", L"ax"},  // cut
+                                                        {"a\xC3", L"ax"},
                                                         {"a\xE0\xA0", L"axx"},
                                                         {"\xC3g", L"xg"},
                                                         {"\xF0\x90\x80\xC3\xA9", L"xxx\xE9"}};

@@ -1,5 +1,4 @@
 // Device files: which one is opened, the requests that it is sent, and how failures are passed on.
-#include <gmock/gmock.h>
 #include <linux/usbdevice_fs.h>
 
 #include "platform/linux/hidraw_requests.h"
@@ -31,15 +30,7 @@ class DeviceFileTest : public ::testing::Test {
     kernel.Plug("1", 3);
   }
 
-  static std::wstring PathOfFirst() {
-    NodeSet set;
-    DeviceInterface found;
-    std::wstring path;
-    EXPECT_EQ(0, CodeOf(OpenNodeSet(HidClassGuid(), set)));
-    EXPECT_EQ(0, CodeOf(FirstInterface(set, 0, found)));
-    EXPECT_EQ(0, CodeOf(InterfacePath(set, found, path)));
-    return path;
-  }
+  static std::wstring PathOfFirst() { return PathOf(PresentNodes().at(0)); }
   static Opening Open(const std::wstring& path = PathOfFirst()) {
     HidDevice opened;
     const OpenStatus status = OpenHidDevice(path, opened);

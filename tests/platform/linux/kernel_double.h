@@ -6,7 +6,7 @@
 #include <functional>
 #include <map>
 
-#include "platform/code_of.h"
+#include "platform/seam_calls.h"
 #include "support/temp_file.h"
 
 namespace qzhid::platform::test {

@@ -16,8 +16,9 @@ using qzhid::test::Hex;
 /// "output/input", or "none" for a descriptor that is refused.
 std::string Lengths(const Bytes& descriptor) {
   const auto caps = ParseReportDescriptor(descriptor);
-  if (!caps) return "none";
-  return std::to_string(caps->outputReportLength) + '/' + std::to_string(caps->inputReportLength);
+  return !caps ? "none"
+               : std::to_string(caps->outputReportLength) + '/' +
+                     std::to_string(caps->inputReportLength);
 }
 
 TEST(ReportDescriptor, TheLengthsOfTheLongestReportsCountTheirIds) {
@@ -127,28 +128,22 @@ TEST(HostFacts, AnOsReleaseFileIsReadAsAShellWouldReadIt) {
     EXPECT_EQ(plain, OsReleaseValue(text + value, "PRETTY_NAME")) << value;
 }
 
-TEST(HostFacts, AKernelsReleaseHasUpToFourNumbers) {
-  const std::tuple<const char*, std::uint32_t, std::uint32_t, std::uint32_t,
-                   std::optional<std::uint32_t>>
-      rows[] = {{"6.1.0-56-amd64", 6, 1, 0, 56},
-                {"6.9.7-arch1-1", 6, 9, 7, {}},
-                {"5.11", 5, 11, 0, {}},
-                {"99999999999.1", 0, 0, 0, {}},
-                {"", 0, 0, 0, {}}};
-  for (const auto& row : rows) {
-    const KernelRelease found = ParseKernelRelease(std::get<0>(row));
-    EXPECT_EQ(row, std::tuple(std::get<0>(row), found.major, found.minor, found.build,
-                              found.updateRevision));
+TEST(HostFacts, AKernelIsKnownByItsNumbersAndItsProcessorByItsName) {
+  const std::pair<const char*, std::vector<std::uint32_t>> releases[] = {
+      {"6.1.0-56-amd64", {6, 1, 0, 56}},
+      {"6.9.7-arch1-1", {6, 9, 7, 777}},
+      {"5.11", {5, 11, 0, 777}},
+      {"99999999999.1", {0, 0, 0, 777}},
+      {"", {0, 0, 0, 777}}};
+  for (const auto& [text, numbers] : releases) {
+    const KernelRelease found = ParseKernelRelease(text);
+    EXPECT_EQ(numbers, (std::vector{found.major, found.minor, found.build,
+                                    found.updateRevision.value_or(777)}));
   }
-}
-
-TEST(HostFacts, AProcessorIsKnownByTheNamesThatTheKernelGivesIt) {
   using enum Architecture;
-  const std::pair<const char*, Architecture> rows[] = {
+  const std::pair<const char*, Architecture> machines[] = {
       {"x86_64", X64}, {"aarch64", Arm64}, {"i686", X86}, {"riscv64", Unknown}, {"", Unknown}};
-  for (const auto& [machine, architecture] : rows) {
-    EXPECT_EQ(architecture, ParseMachine(machine)) << machine;
-  }
+  for (const auto& [name, found] : machines) EXPECT_EQ(found, ParseMachine(name)) << name;
 }
 
 }  // namespace
