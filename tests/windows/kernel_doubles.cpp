@@ -5,10 +5,6 @@
 
 #include "virtualhub/bus/current_machine.h"
 
-namespace doubles {
-
-namespace platform = qzhid::platform;
-
 namespace {
 
 std::mutex g_lock;
@@ -101,5 +97,3 @@ void UseKernelDoubles(HMODULE module) {
     }
   }
 }
-
-}  // namespace doubles

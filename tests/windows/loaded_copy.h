@@ -17,7 +17,7 @@ class LoadedCopy {
     fs::copy_file(L"QzHidAPI.dll", file, fs::copy_options::overwrite_existing);
     m_Module = LoadLibraryW(file.wstring().c_str());
     if (m_Module == nullptr) throw std::runtime_error("the library cannot be loaded");
-    doubles::UseKernelDoubles(m_Module);
+    UseKernelDoubles(m_Module);
   }
   ~LoadedCopy() { FreeLibrary(m_Module); }
   LoadedCopy(const LoadedCopy&) = delete;
