@@ -14,7 +14,7 @@ namespace qzhid::vm {
 /// Polls until it holds, for at most 20 seconds.
 bool Eventually(const std::function<bool()>& condition);
 
-/// The whole file, or an empty text.
+/// Empty when there is none.
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& text);
 
