@@ -1,30 +1,22 @@
 // The bench of a virtual machine in which qzhub attaches the devices to the kernel.
+#include <memory>
+
 #include "platform/seam_bench.h"
 #include "vm/guest.h"
 
 namespace qzhid::platform::test {
 
-namespace {
-
-class CLinuxSeamBench final : public ISeamBench {
- public:
-  CLinuxSeamBench() {
-    Plug();
-    port = m_pFirst->PortOf("first");
-    level = 1;
-  }
-  void Unplug() override { m_pFirst.reset(); }
-  void Plug() override {
-    m_pFirst = std::make_unique<vm::Attached>(R"({"devices": [{"name": "first", "port": "1"}]})");
-  }
-
- private:
-  const vm::Attached m_Others{R"({"devices": [)" + kOther + ", " + kSecondHub + "]}", 2};
-  std::unique_ptr<vm::Attached> m_pFirst;
-};
-
-}  // namespace
-
-std::unique_ptr<ISeamBench> MakeSeamBench() { return std::make_unique<CLinuxSeamBench>(); }
+SeamBench MakeSeamBench() {
+  const auto scenario = [](const std::string& devices) {
+    return R"({"devices": [)" + devices + "]}";
+  };
+  const auto others = std::make_shared<vm::Attached>(scenario(kOtherDevices), 2);
+  const auto first = std::make_shared<std::unique_ptr<vm::Attached>>();
+  const auto plug = [=] {
+    *first = std::make_unique<vm::Attached>(scenario(R"({"name": "first", "port": "1"})"));
+  };
+  plug();
+  return {(*first)->PortOf("first"), 1, false, [first, others] { first->reset(); }, plug};
+}
 
 }  // namespace qzhid::platform::test

@@ -3,31 +3,15 @@
 
 namespace qzhid::platform::test {
 
-namespace {
-
-class CVirtualSeamBench final : public ISeamBench {
- public:
-  CVirtualSeamBench() {
-    port = 4;
-    level = 3;
-    keepsNumbers = true;
-  }
-  ~CVirtualSeamBench() override { virtualhub::UninstallMachine(); }
-
-  void Unplug() override { m_Machine.Unplug("first"); }
-  void Plug() override {
-    m_Machine.Plug("first");
-    m_Machine.SleepMs(200);
-  }
-
- private:
-  virtualhub::Machine& m_Machine = virtualhub::InstallMachine(
+SeamBench MakeSeamBench() {
+  virtualhub::Machine& machine = virtualhub::InstallMachine(
       R"({"instance_numbers": "by_id", "devices": [{"name": "first", "port": "3.1.4"}, )" +
-      kSecondHub + ", " + kOther + "]}");
-};
-
-}  // namespace
-
-std::unique_ptr<ISeamBench> MakeSeamBench() { return std::make_unique<CVirtualSeamBench>(); }
+      kOtherDevices + "]}");
+  const auto plug = [&machine] {
+    machine.Plug("first");
+    machine.SleepMs(200);
+  };
+  return {4, 3, true, [&machine] { machine.Unplug("first"); }, plug};
+}
 
 }  // namespace qzhid::platform::test

@@ -35,7 +35,7 @@ class SeamTest : public ::testing::Test {
     return SetOutputReport(device, report.data(), length).ok;
   }
 
-  const std::unique_ptr<ISeamBench> bench = MakeSeamBench();
+  const SeamBench bench = MakeSeamBench();
   const std::string first = "VID_2E7C&PID_0818&REV_0100", second = "VID_1A2B&PID_3C4D&REV_0100";
 };
 
@@ -57,18 +57,18 @@ TEST_F(SeamTest, TheNodesOfAClassAreEnumeratedInAnOrderThatStays) {
 
 TEST_F(SeamTest, ANodeHasItsIdsAndItsPlaceAndParentsUpToTheRootHub) {
   DevInst node = ParentOf(NodeOf(first));
-  const std::string port = std::to_string(bench->port);
+  const std::string port = std::to_string(bench.port);
   std::uint32_t address = 0;
   EXPECT_THAT(TextOf(node, HardwareIds), StartsWith("USB\\" + first));
   EXPECT_TRUE(GetAddressProperty(node, address));
-  EXPECT_EQ(bench->port, address);
+  EXPECT_EQ(bench.port, address);
   EXPECT_THAT(TextOf(node, LocationInfo), StartsWith("Port_#000" + port));
   EXPECT_THAT(TextOf(node, LocationPaths), HasSubstr("#USB(" + port + ")"));
-  for (std::uint32_t level = 1; level <= bench->level; ++level) {
+  for (std::uint32_t level = 1; level <= bench.level; ++level) {
     node = ParentOf(node);
     std::wstring id;
     EXPECT_TRUE(GetDeviceIdW(node, 200, id));
-    EXPECT_EQ(level == bench->level, id.find(L"ROOT_HUB") != std::wstring::npos) << level;
+    EXPECT_EQ(level == bench.level, id.find(L"ROOT_HUB") != std::wstring::npos) << level;
   }
 }
 
@@ -126,7 +126,7 @@ TEST_F(SeamTest, AHandleEndsWithTheStayOfItsDeviceWhateverNumberThatHasWhenItRet
   const HidDevice device = Open(before);
   EXPECT_TRUE(Enable(device));
 
-  bench->Unplug();
+  bench.unplug();
   HidDevice again;
   std::wstring text;
   EXPECT_EQ(0u, NodeOf(first));
@@ -136,19 +136,19 @@ TEST_F(SeamTest, AHandleEndsWithTheStayOfItsDeviceWhateverNumberThatHasWhenItRet
   EXPECT_EQ(0u, ParentOf(before));
   EXPECT_THAT(TextOf(usb, LocationPaths), StartsWith("error"));
 
-  bench->Plug();
+  bench.plug();
   const DevInst after = NodeOf(first), usbAfter = ParentOf(after);
   const HidDevice reopened = Open(after);
-  EXPECT_EQ(bench->keepsNumbers, after == before);
-  EXPECT_EQ(bench->keepsNumbers, usbAfter == usb);
+  EXPECT_EQ(bench.keepsNumbers, after == before);
+  EXPECT_EQ(bench.keepsNumbers, usbAfter == usb);
   EXPECT_EQ(place, TextOf(usbAfter, LocationPaths));
   EXPECT_FALSE(Enable(device)) << "the old handle stays dead";
   EXPECT_TRUE(Enable(reopened));
 
-  bench->Unplug();
-  bench->Plug();  // and nobody has looked in between
-  EXPECT_EQ(bench->keepsNumbers, GetDeviceIdW(after, 200, text).ok);
-  EXPECT_EQ(bench->keepsNumbers, GetDeviceIdW(usbAfter, 200, text).ok);
+  bench.unplug();
+  bench.plug();  // and nobody has looked in between
+  EXPECT_EQ(bench.keepsNumbers, GetDeviceIdW(after, 200, text).ok);
+  EXPECT_EQ(bench.keepsNumbers, GetDeviceIdW(usbAfter, 200, text).ok);
   EXPECT_FALSE(Enable(reopened));
 }
 

@@ -21,14 +21,9 @@ const std::string kRootHub = "/sys/devices/pci0000:00/0000:00:14.0/usb1";
 
 // Devices that anybody can open, in place of all hidraw and all USB device files.
 constexpr const char *kHidrawFile = "/dev/null", *kUsbFile = "/dev/zero";
+constexpr const char *kHidrawNumber = "1:3", *kUsbNumber = "1:5";
 
 KernelDouble* g_kernel = nullptr;
-
-std::string NumberOf(const char* file) {
-  struct stat facts {};
-  stat(file, &facts);
-  return std::to_string(major(facts.st_rdev)) + ':' + std::to_string(minor(facts.st_rdev));
-}
 
 void Link(const std::string& target, const fs::path& link) {
   fs::create_directories(link.parent_path());
@@ -63,7 +58,7 @@ void KernelDouble::Describe(const std::string& folder, Attributes attributes) {
                      {"busnum", "1"},
                      {"devnum", std::to_string(++m_nPlugged)},
                      {"bNumInterfaces", " 1"},
-                     {"dev", NumberOf(kUsbFile)}});
+                     {"dev", kUsbNumber}});
   for (const auto& [attribute, text] : attributes) Write(folder + '/' + attribute, text + '\n');
 }
 
@@ -87,7 +82,7 @@ void KernelDouble::Plug(const std::string& ports, int hidraw, Attributes attribu
   Link(kUsbFile, Path("/dev/bus/usb/001/" + std::string(3 - number.size(), '0') + number));
   if (hidraw < 0) return;
   const std::string folder = HidrawFolder(ports, hidraw), name = fs::path(folder).filename();
-  Write(folder + "/dev", NumberOf(kHidrawFile) + '\n');
+  Write(folder + "/dev", kHidrawNumber);
   Link(Path(folder), Path("/sys/class/hidraw/" + name));
   Link(kHidrawFile, Path("/dev/" + name));
 }
@@ -114,8 +109,9 @@ extern "C" int ioctl(int file, unsigned long request, ...) noexcept {
   if (g_kernel == nullptr || (type != 'H' && type != 'U')) {
     return static_cast<int>(syscall(SYS_ioctl, file, request, argument));
   }
-  const std::string opened = "/proc/self/fd/" + std::to_string(file);
-  const bool isOwn = NumberOf(opened.c_str()) == NumberOf(type == 'H' ? kHidrawFile : kUsbFile);
+  struct stat facts {};
+  fstat(file, &facts);
+  const bool isOwn = facts.st_rdev == makedev(1, type == 'H' ? 3 : 5);
   const int result = isOwn ? g_kernel->answer(request, argument) : -ENOTTY;
   if (result < 0) errno = -result;
   return result < 0 ? -1 : result;

@@ -36,16 +36,6 @@ TEST_F(SystemTest, OnlyARegularFileIsReadAndNothingElseIsOpened) {
   }
 }
 
-TEST_F(SystemTest, ATextFileFailsWithTheCodeOfItsCreationOrIfItIsClosedTwice) {
-  TextFile file;
-  EXPECT_EQ(ENXIO, CodeOf(CreateTextFile(fifo.c_str(), file))) << "without a reader, at once";
-  EXPECT_EQ(EISDIR, CodeOf(CreateTextFile(folder.path.c_str(), file)));
-  EXPECT_FALSE(file);
-  EXPECT_EQ(0, CodeOf(CreateTextFile(regular.c_str(), file)));
-  EXPECT_EQ(0, CodeOf(CloseTextFile(file)));
-  EXPECT_EQ(EBADF, CodeOf(CloseTextFile(file)));
-}
-
 TEST_F(SystemTest, WhatCannotBeWrittenRaisesNoSignalAndKeepsTheSignalsOfTheHost) {
   const auto isPending = [] {
     sigset_t pending;
