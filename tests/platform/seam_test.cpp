@@ -117,6 +117,9 @@ TEST_F(SeamTest, AnOpenDeviceReportsItsLengthsAndItsStringAndExchangesReports) {
   EXPECT_EQ((Bytes{0, 0x1A, 0x2B}), Bytes(answer.begin(), answer.begin() + 3));
   EXPECT_EQ(Bytes(3, 0xEE), Bytes(answer.begin() + 300, answer.end())) << "after the report";
   EXPECT_FALSE(Enable(device, 9)) << "another length than the declared one";
+  EXPECT_FALSE(Enable(nullptr));
+  EXPECT_FALSE(GetIndexedString(nullptr, 52, 512, text));
+  EXPECT_FALSE(GetPreparsedData(nullptr, preparsed));
 }
 
 TEST_F(SeamTest, AHandleEndsWithTheStayOfItsDeviceWhateverNumberThatHasWhenItReturns) {
@@ -150,22 +153,6 @@ TEST_F(SeamTest, AHandleEndsWithTheStayOfItsDeviceWhateverNumberThatHasWhenItRet
   EXPECT_EQ(bench.keepsNumbers, GetDeviceIdW(after, 200, text).ok);
   EXPECT_EQ(bench.keepsNumbers, GetDeviceIdW(usbAfter, 200, text).ok);
   EXPECT_FALSE(Enable(reopened));
-}
-
-TEST_F(SeamTest, WhatIsNotThereFails) {
-  std::wstring text;
-  std::uint32_t address = 0;
-  HidDevice device;
-  PreparsedData preparsed;
-  for (const wchar_t* path : {L"", L"nowhere", L"virtualhub:", L"/nowhere/hidraw0"}) {
-    EXPECT_FALSE(OpenHidDevice(path, device));
-    EXPECT_FALSE(device);
-  }
-  EXPECT_FALSE(Enable(device));
-  EXPECT_FALSE(GetPreparsedData(device, preparsed));
-  EXPECT_FALSE(GetIndexedString(device, 52, 512, text));
-  EXPECT_FALSE(GetDeviceIdW(0, 200, text));
-  EXPECT_FALSE(GetAddressProperty(0x7FFFFFFF, address));
 }
 
 TEST_F(SeamTest, TheSystemReportsTheTimeDescribesTheHostAndReadsRegularFilesOnly) {

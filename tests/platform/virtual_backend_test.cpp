@@ -109,6 +109,7 @@ TEST_F(VirtualBackendTest, FailuresOfTheMachineHaveTheSystemsCodes) {
        }},
       {"unplugged meanwhile", EPROTO, send},
       {"gone", ENODEV, send},
+      {"gone", ENOENT, [&] { return FirstInterface(set, 0, found); }},
       {"gone", ENODEV, [&] { return InterfacePath(set, found, wide); }}};
   for (const auto& [what, code, call] : rows) {
     const Status status = call();

@@ -21,8 +21,7 @@ void WriteFile(const std::string& path, const std::string& text);
 /// The names in a folder, sorted.
 std::vector<std::string> NamesIn(const std::string& folder);
 
-/// A running command of the shell, whose output is kept in a file. Ended with SIGTERM at the latest
-/// when this goes.
+/// A running command of the shell. Ended with SIGTERM at the latest when this goes.
 class Program {
  public:
   /// Runs as that user, who then has no other groups either.
@@ -31,7 +30,7 @@ class Program {
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
 
-  /// What it has written to both outputs so far.
+  /// What it has written so far.
   std::string Output() const { return ReadFile(outputFile_); }
   bool HasWritten(const std::string& text) const {
     return Output().find(text) != std::string::npos;
@@ -50,8 +49,7 @@ class Program {
 /// Runs a command to its end; its exit status and its output.
 std::pair<int, std::string> RunProgram(const std::string& command, uid_t user = 0);
 
-/// Devices that qzhub attaches to the kernel, as long as this lives. Ready for use once
-/// constructed.
+/// Devices that qzhub attaches to the kernel, as long as this lives; at first they are ready.
 class Attached {
  public:
   /// `devices` are the devices of the scenario that are there from the start.

@@ -1,12 +1,14 @@
-// Files of a Linux system, as both backends use them. tests/log has more on the files of a log.
+// Files and threads of a Linux system, as both backends use them. tests/log has more on log files.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <csignal>
 
 #include "platform/seam_calls.h"
+#include "platform/system/linux/signal_stack.h"
 #include "support/temp_file.h"
 
 namespace qzhid::platform::test {
@@ -62,6 +64,54 @@ TEST_F(SystemTest, WhatCannotBeWrittenRaisesNoSignalAndKeepsTheSignalsOfTheHost)
   pthread_sigmask(SIG_SETMASK, &before, &mask);
   EXPECT_EQ(1, sigismember(&mask, SIGPIPE)) << "as the host has it";
   EXPECT_EQ(0, sigismember(&mask, SIGXFSZ));
+}
+
+TEST(Cancellation, AThreadCanBeCancelledAsTheHostHasChosenOutsideTheShieldAndInItsWindow) {
+  for (const int chosen : {PTHREAD_CANCEL_ENABLE, PTHREAD_CANCEL_DISABLE}) {
+    std::vector<int> states;
+    const auto look = [&] {
+      int state = 0;
+      pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+      pthread_setcancelstate(state, nullptr);
+      states.push_back(state);
+    };
+    pthread_setcancelstate(chosen, nullptr);
+    {
+      const CCancellationShield shield;
+      look();
+      {
+        const CCancellationWindow window;
+        look();
+        const CCancellationShield inner;
+        look();
+      }
+      look();
+    }
+    look();
+    constexpr int kOff = PTHREAD_CANCEL_DISABLE;
+    EXPECT_EQ((std::vector{kOff, chosen, kOff, kOff, chosen}), states);
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+  }
+}
+
+TEST(SignalStack, AThreadKeepsThatOfTheHostOrGetsOneUntilTheEnd) {
+  static char s_room[0x10000];
+  stack_t before{}, host{}, none{}, now{};
+  host.ss_sp = s_room;
+  host.ss_size = sizeof(s_room);
+  none.ss_flags = SS_DISABLE;
+  sigaltstack(nullptr, &before);
+  for (const stack_t& own : {host, none}) {
+    sigaltstack(&own, nullptr);
+    StartSignalStacks();
+    CoverThread();
+    sigaltstack(nullptr, &now);
+    EXPECT_EQ(std::pair(0, own.ss_sp == s_room), std::pair(now.ss_flags, now.ss_sp == s_room));
+    EndSignalStacks();
+    sigaltstack(nullptr, &now);
+    EXPECT_EQ(own.ss_flags, now.ss_flags);
+  }
+  sigaltstack(&before, nullptr);
 }
 
 }  // namespace
