@@ -31,6 +31,48 @@ class VirtualBackendTest : public ::testing::Test {
   HidDevice device;
 };
 
+TEST_F(VirtualBackendTest, EachServiceFailsAsItsFaultSaysAndOnlyThat) {
+  NodeSet set, otherSet;
+  PreparsedData preparsed, otherPreparsed;
+  DeviceInterface found;
+  ASSERT_EQ(0, CodeOf(OpenNodeSet(HidClassGuid(), set)));
+  ASSERT_EQ(0, CodeOf(FirstInterface(set, 0, found)));
+  ASSERT_EQ(0, CodeOf(GetPreparsedData(device, preparsed)));
+  HidDevice otherDevice;
+  Event event;
+  HidCaps caps;
+  DevInst other = 0;
+  std::uint32_t address = 0;
+  std::wstring wide;
+  std::string narrow;
+  const DevInst usb = machine.UsbInstance("hub");
+  const std::pair<Service, std::function<Status()>> rows[] = {
+      {Service::OpenNodeSet, [&] { return OpenNodeSet(HidClassGuid(), otherSet); }},
+      {Service::EnumNode, [&] { return EnumNode(set, 0, other); }},
+      {Service::FirstInterface, [&] { return FirstInterface(set, 0, found); }},
+      {Service::InterfacePath, [&] { return InterfacePath(set, found, wide); }},
+      {Service::OpenHidDevice, [&] { return OpenHidDevice(path, otherDevice); }},
+      {Service::CreateReportEvent, [&] { return CreateReportEvent(event); }},
+      {Service::GetPreparsedData, [&] { return GetPreparsedData(device, otherPreparsed); }},
+      {Service::GetCaps, [&] { return GetCaps(preparsed, caps); }},
+      {Service::GetIndexedString, [&] { return GetIndexedString(device, 52, 512, wide); }},
+      {Service::GetParent, [&] { return GetParent(node, other); }},
+      {Service::GetDeviceIdA, [&] { return GetDeviceIdA(node, 200, narrow); }},
+      {Service::GetDeviceIdW, [&] { return GetDeviceIdW(node, 200, wide); }},
+      {Service::HardwareIds, [&] { return GetTextProperty(node, HardwareIds, 4096, wide); }},
+      {Service::LocationInfo, [&] { return GetTextProperty(usb, LocationInfo, 4096, wide); }},
+      {Service::LocationPaths, [&] { return GetTextProperty(usb, LocationPaths, 4096, wide); }},
+      {Service::GetAddressProperty, [&] { return GetAddressProperty(usb, address); }},
+      {Service::GetLibraryPath, [&] { return GetLibraryPath(narrow); }}};
+  for (const auto& [struck, unused] : rows) {
+    machine.ClearFaults();
+    machine.AddFault({.on = Fault::On::Call, .service = struck, .count = 0, .code = 4711});
+    for (const auto& [service, call] : rows) {
+      EXPECT_EQ(service == struck ? 4711 : 0, CodeOf(call())) << NameOf(service);
+    }
+  }
+}
+
 TEST_F(VirtualBackendTest, WhatAFaultKeepsFromBeingReadIsMissingFromTheHostsDescription) {
   const auto describe = [] {
     const HostDescription host = DescribeHost();
