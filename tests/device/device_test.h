@@ -10,6 +10,10 @@
 
 namespace qzhid::test {
 
+using Lines = std::vector<LogLine>;
+
+const std::string kStatusRequest = "C0 09 00 00 00 00 14 00";
+
 /// Bytes that repeat in no simple pattern.
 inline Bytes Pattern(std::size_t size) {
   Bytes bytes(size);
@@ -38,7 +42,7 @@ class FakeHub final : public IPropertyEx {
   std::uint32_t Yv_SendVDCmd(std::uint8_t type, std::uint8_t request, std::uint16_t value,
                              std::uint16_t index, std::uint8_t* data, std::uint32_t length,
                              std::uint32_t timeoutMs) override {
-    timeouts.push_back(timeoutMs);
+    lastTimeoutMs = timeoutMs;
     return Take(MakeSetup(type, request, value, index, length), type < 0x80, data, length);
   }
   std::uint32_t CtlPipeNoDataOut(const SetupPacket& setup) override {
@@ -52,12 +56,11 @@ class FakeHub final : public IPropertyEx {
   }
 
   std::vector<Bytes> sent;                  // setup packets or headers
-  std::vector<std::uint32_t> timeouts;      // of those that have one
   Bytes written;                            // all OUT data
   Bytes answer = Bytes(64, 0), flash;       // what IN requests deliver; what flash reads do
   std::uint64_t failing = 0;                // bit 0: the first request
   std::function<void(std::size_t)> onSent;  // with the request's number, from 1
-  std::uint32_t closes = 0;
+  std::uint32_t lastTimeoutMs = 0, closes = 0;
 
  private:
   std::uint32_t Take(std::span<const std::uint8_t> setup, bool isOut, std::uint8_t* data,
@@ -86,6 +89,13 @@ class DeviceTest : public LayerTest {
     hub.failing = failing;
     requests.SetProperty(&hub);
     ClearRecords();
+  }
+
+  /// The texts that were logged under that tag, one after the other.
+  std::string LoggedText(const std::string& tag) const {
+    std::string text;
+    for (const LogLine& line : Logged(tag)) text += line.text;
+    return text;
   }
 
   FakeHub hub;

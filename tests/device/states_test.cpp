@@ -6,169 +6,131 @@
 namespace qzhid::test {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+using namespace std::string_literals;
 
 std::uint8_t g_status[20];
 std::uint16_t g_version;
 
-/// What an operation is to come to: the keys of its requests, its result and the next state.
-struct Outcome {
-  std::vector<int> keys;
-  bool isDone;
-  int next;
-};
-
-using Keys = std::vector<int>;
-Outcome Done(int next, const Keys& keys) { return {keys, true, next}; }
-Outcome Fails(const Keys& keys) { return {keys, false, kStateFlash}; }
-const Outcome kNotInRom{{}, false, kStateRom}, kRead = Done(kStateFlash, {0x4002, 0xC009});
-
-struct Operation {
+/// An operation with the word for it in refusals; the keys of its requests, its result and the next
+/// state, in ROM code, in flash code, and in flash code when every request fails.
+const struct Operation {
   std::string name, refusal;
   std::function<bool(IDev&)> run;
-  Outcome inRom, inFlash, failing;  // the last in flash code, when every request fails
-};
-const Operation kOperations[] = {
-    Operation{"Reset2Rom", "reset2rom", &IDev::Reset2Rom, Done(kStateRom, {}),
-              Done(kStateWait, {0xC009, 0x4000}), Fails({0xC009, 0x4000})},
-    Operation{"Reset2Flash", "reset2flash", &IDev::Reset2Flash, Done(kStateWait, {0x40E9}),
-              Done(kStateWait, {0x40E9}), Fails({0x40E9})},
-    Operation{"WriteFlash", "write flash", &IDev::WriteFlash, Done(kStateRom, {0x4002, 0x40C8}),
-              Done(kStateFlash, {0x4002, 0x40C8}), Fails({0x4002, 0x40C8})},
-    Operation{"CheckFlash", "check flash", &IDev::CheckFlash, Done(kStateRom, {0xC0D8}),
-              Done(kStateFlash, {0xC009, 0x40D9}), Fails({0xC009, 0xC0D8})},
-    Operation{"DevReadVersion", "read version",
-              [](IDev& dev) { return dev.DevReadVersion(&g_version); }, kNotInRom, kRead,
-              Fails({0x4002})},
-    Operation{"DveGetICStatus", "read version",
-              [](IDev& dev) { return dev.DveGetICStatus(g_status); }, kNotInRom, kRead,
-              Fails({0x4002})},
-    Operation{"DevErase", "erase flash", &IDev::DevErase, Done(kStateRom, {0x4002, 0x40E8}),
-              Done(kStateFlash, {0x4002, 0x40E8}), Fails({0x4002})}};
+  std::string inRom, inFlash, failing;
+} kOperations[] = {
+    {"Reset2Rom", "reset2rom", &IDev::Reset2Rom, "true RomState", "c009 4000 true WaitState",
+     "c009 4000 false FlashState"},
+    {"Reset2Flash", "reset2flash", &IDev::Reset2Flash, "40e9 true WaitState", "40e9 true WaitState",
+     "40e9 false FlashState"},
+    {"WriteFlash", "write flash", &IDev::WriteFlash, "4002 40c8 true RomState",
+     "4002 40c8 true FlashState", "4002 40c8 false FlashState"},
+    {"CheckFlash", "check flash", &IDev::CheckFlash, "c0d8 true RomState",
+     "c009 40d9 true FlashState", "c009 c0d8 false FlashState"},
+    {"DevReadVersion", "read version", [](IDev& dev) { return dev.DevReadVersion(&g_version); },
+     "false RomState", "4002 c009 true FlashState", "4002 false FlashState"},
+    {"DveGetICStatus", "read version", [](IDev& dev) { return dev.DveGetICStatus(g_status); },
+     "false RomState", "4002 c009 true FlashState", "4002 false FlashState"},
+    {"DevErase", "erase flash", &IDev::DevErase, "4002 40e8 true RomState",
+     "4002 40e8 true FlashState", "4002 false FlashState"}};
 
 class StatesTest : public DeviceTest {
  protected:
   void Enter(int state) { usb.SetState(usb.GetStateById(state)); }
 
-  /// Runs the operation in that state, on a hub whose status block has that byte 15.
-  void Expect(const Outcome& expected, const Operation& operation, int state,
-              std::uint64_t failing = 0, std::uint8_t byte15 = 0x02) {
-    SCOPED_TRACE(operation.name + " in state " + std::to_string(state));
+  /// Runs the operation in that state, on a hub that validates its flash itself.
+  std::string Run(const Operation& operation, int state, std::uint64_t failing = 0) {
     Renew(failing);
-    hub.answer[13] = 0x02;  // the hub validates its flash itself
-    hub.answer[15] = byte15;
+    hub.answer[13] = 0x02;
     hub.flash = {0x5A};
     usb.SetFwBuffer({0xA5});
     Enter(state);
-    EXPECT_EQ(expected.isDone, operation.run(usb));
-    std::vector<int> keys;
-    for (const Bytes& setup : hub.sent) keys.push_back(setup[0] * 256 + setup[1]);
-    EXPECT_EQ(expected.keys, keys);
-    EXPECT_EQ(usb.GetStateById(expected.next), usb.GetState());
+    const bool isDone = operation.run(usb);
+    std::ostringstream outcome;
+    for (const Bytes& setup : hub.sent) outcome << std::hex << setup[0] * 256 + setup[1] << ' ';
+    outcome << std::boolalpha << isDone << ' ' << usb.GetState()->name;
+    return outcome.str();
   }
 };
 
 TEST_F(StatesTest, StatesWithoutAKnownCodeRefuseEachOperationWithALine) {
-  const std::tuple<int, std::string, std::string> states[] = {
-      {kStateOffline, "COfflineState", "offline"},
-      {kStateUnknown, "CUnknownState", "unknown"},
-      {kStateWait, "CWaitState", "wait mode"}};
-  for (const auto& [state, tag, name] : states) {
+  for (const auto& [state, name, words] : {std::tuple{kStateOffline, "Offline"s, "offline"s},
+                                           {kStateUnknown, "Unknown"s, "unknown"s},
+                                           {kStateWait, "Wait"s, "wait mode"s}}) {
     for (const Operation& operation : kOperations) {
-      Expect({{}, false, state}, operation, state);
-      EXPECT_THAT(Logged(),
-                  ElementsAre(LogLine{1, tag + "::" + operation.name,
-                                      name + " not support " + operation.refusal + "\n"}));
+      EXPECT_EQ("false " + name + "State", Run(operation, state));
+      EXPECT_EQ(LinesOf("C" + name + "State::" + operation.name,
+                        {{1, words + " not support " + operation.refusal + "\n"}}),
+                Logged());
     }
   }
 }
 
-TEST_F(StatesTest, RomCodeCarriesOutAllButReadsOfTheVersion) {
+TEST_F(StatesTest, FirmwareCarriesOutEverythingAndTheLoaderEverythingButReads) {
   for (const Operation& operation : kOperations) {
-    Expect(operation.inRom, operation, kStateRom);
-    const bool isRefused = operation.refusal == "read version";
-    EXPECT_EQ(isRefused ? 1u : 0u,
+    SCOPED_TRACE(operation.name);
+    EXPECT_EQ(operation.inRom, Run(operation, kStateRom));
+    EXPECT_EQ(operation.refusal == "read version" ? 1u : 0u,
               Count({0, "CRomMode::" + operation.name, "Current Version is RomCode\n"}));
+    EXPECT_EQ(operation.inFlash, Run(operation, kStateFlash));
+    EXPECT_EQ(operation.failing, Run(operation, kStateFlash, ~std::uint64_t{0}));
   }
-}
-
-TEST_F(StatesTest, FlashCodeCarriesOutAllAndAFailureKeepsTheState) {
-  for (const Operation& operation : kOperations) {
-    Expect(operation.inFlash, operation, kStateFlash);
-    Expect(operation.failing, operation, kStateFlash, ~std::uint64_t{0});
-  }
-}
-
-TEST_F(StatesTest, ADualBankHubIsNotResetIntoItsRomCodeUnlessForced) {
-  Expect({{0xC009}, true, kStateFlash}, kOperations[0], kStateFlash, 0, 0x82);
-  EXPECT_TRUE(usb.ForceReset2Rom());
-  EXPECT_EQ(Requests("C0 09 00 00 00 00 14 00", "40 00 00 00 00 00 00 00"), hub.sent)
-      << "forcing it does not ask";
 }
 
 TEST_F(StatesTest, EventsMoveOnlyTheStatesThatTheyConcern) {
-  const struct {
-    const char* name;
-    bool (CState::*raise)();
-    std::array<int, 5> expected;  // by state: the next one, plus 10 for the result true
-  } events[] = {{"OnArrive", &CState::OnArrive, {11, 1, 2, 3, 4}},
-                {"OnRemove", &CState::OnRemove, {0, 1, 2, 3, 10}},
-                {"OnRomCode", &CState::OnRomCode, {0, 12, 2, 3, 4}},
-                {"OnFlashCode", &CState::OnFlashCode, {0, 13, 2, 3, 4}},
-                {"OnReset", &CState::OnReset, {0, 1, 4, 14, 4}},
-                {"IsConnected", &CState::IsConnected, {0, 11, 12, 13, 14}},
-                {"IsOffline", &CState::IsOffline, {10, 1, 2, 3, 4}}};
-  for (const auto& [name, raise, expected] : events) {
-    for (std::size_t state = 0; state < 5; ++state) {
-      SCOPED_TRACE(name + std::to_string(state));
-      Enter(static_cast<int>(state));
-      EXPECT_EQ(expected[state] >= 10, (usb.GetState()->*raise)());
-      EXPECT_EQ(usb.GetStateById(expected[state] % 10), usb.GetState());
+  // In each state: the result, and the first letter of the next state.
+  const std::pair<bool (CState::*)(), std::string> events[] = {
+      {&CState::OnArrive, "+U -U -R -F -W "},  {&CState::OnRemove, "-O -U -R -F +O "},
+      {&CState::OnRomCode, "-O +R -R -F -W "}, {&CState::OnFlashCode, "-O +F -R -F -W "},
+      {&CState::OnReset, "-O -U -W +W -W "},   {&CState::IsConnected, "-O +U +R +F +W "},
+      {&CState::IsOffline, "+O -U -R -F -W "}};
+  EXPECT_EQ("OfflineState", usb.GetState()->name) << "a new device";
+  for (const auto& [raise, expected] : events) {
+    std::string outcome;
+    for (int state = kStateOffline; state <= kStateWait; ++state) {
+      Enter(state);
+      outcome += (usb.GetState()->*raise)() ? '+' : '-';
+      outcome += {usb.GetState()->name[0], ' '};
     }
+    EXPECT_EQ(expected, outcome);
   }
 }
 
 TEST_F(StatesTest, WithoutAStateEveryOperationIsRefusedAndEventsAreIgnored) {
-  EXPECT_EQ("OfflineState", usb.GetState()->name) << "a new device";
-  usb.SetState(usb.GetStateById(5));
+  usb.SetState(nullptr);
   for (const Operation& operation : kOperations) EXPECT_FALSE(operation.run(usb)) << operation.name;
   EXPECT_FALSE(usb.IsConnected());
   EXPECT_FALSE(usb.IsOffline());
-  EXPECT_THAT(hub.sent, IsEmpty());
+  EXPECT_EQ(Requests(), hub.sent);
   EXPECT_TRUE(usb.Arrive(7));
   EXPECT_TRUE(usb.JudgeCodeMode(&usb));
   EXPECT_TRUE(usb.Reset2FlashEx());
   EXPECT_TRUE(usb.Remove());
-  EXPECT_EQ(nullptr, usb.GetState());
 }
 
-TEST_F(StatesTest, ADeviceIsOnItsNodeFromArrivalToRemovalWhichClosesIt) {
-  hub.answer[15] = 0x02;
+TEST_F(StatesTest, ADeviceIsOnItsNodeFromArrivalToRemovalWhichClosesItAndLogsItsStates) {
+  hub.answer[15] = 0x82;
   EXPECT_TRUE(usb.Arrive(7));
-  EXPECT_TRUE(usb.JudgeCodeMode(&usb));
-  EXPECT_TRUE(usb.Arrive(8));
-  EXPECT_TRUE(usb.IsDevInst(8));
+  EXPECT_TRUE(usb.IsDevInst(7));
+  Enter(kStateFlash);
+  EXPECT_TRUE(usb.Reset2Rom()) << "with two banks, nothing to do";
+  EXPECT_TRUE(usb.ForceReset2Rom());
+  EXPECT_EQ(Requests(kStatusRequest, "40 00 00 00 00 00 00 00"), hub.sent);
+  EXPECT_TRUE(usb.Reset2FlashEx());
   EXPECT_TRUE(usb.Remove());
   EXPECT_TRUE(usb.IsDevInst(0));
   EXPECT_EQ(1u, hub.closes);
-  EXPECT_TRUE(usb.Reset2FlashEx());
-  EXPECT_TRUE(usb.Remove());
-  EXPECT_EQ(LinesOf("CUSBDev::Arrive",
-                    {{0, "current state is UnknownState\n"}, {0, "current state is FlashState\n"}}),
-            Logged("CUSBDev::Arrive"));
-  EXPECT_EQ(LinesOf("CUSBDev::Remove", {{0, "Old State is FlashState\n"},
-                                        {0, "current state is FlashState\n"},
-                                        {0, "Old State is WaitState\n"},
-                                        {0, "current state is OfflineState\n"}}),
-            Logged("CUSBDev::Remove"));
-}
-
-TEST_F(StatesTest, AForcedRemovalMakesADeviceOfflineInAnyState) {
   Enter(kStateFlash);
   usb.ForceRemove();
   EXPECT_TRUE(usb.IsOffline());
-  EXPECT_EQ(LinesOf("CKmoHubPDDev::ForceRemove", {{0, "Set Dev State OFFLINE\n"}}), Logged());
+  EXPECT_EQ((Lines{{0, "CUSBDev::Arrive", "current state is UnknownState\n"},
+                   {0, "CUSBDev::IsDualBank", "Flash is dual bank\n"},
+                   {0, "CRequestCMD::Yv_FWReset", "YvHub_FWReset(USHORT uOption=0x00)\n "},
+                   {0, "CUSBDev::Reset2RomEx", "current state is WaitState\n"},
+                   {0, "CUSBDev::Reset2FlashEx", "current state is WaitState\n"},
+                   {0, "CUSBDev::Remove", "Old State is WaitState\n"},
+                   {0, "CUSBDev::Remove", "current state is OfflineState\n"},
+                   {0, "CKmoHubPDDev::ForceRemove", "Set Dev State OFFLINE\n"}}),
+            Logged());
 }
 
 }  // namespace

@@ -9,65 +9,58 @@ namespace {
 /// A device that becomes connected and offline in the scan of that number (0 is never), and the
 /// finder that is to find it. Its scans are noted as 's', those of the other kind as 'x'.
 struct WaitedDev final : IDev, IDevFinder {
-  explicit WaitedDev(std::size_t scan) : happensIn(scan) {}
   bool IsConnected() override { return happensIn != 0 && scans.size() >= happensIn; }
   bool IsOffline() override { return IsConnected(); }
   bool IsPresent(std::uint8_t flag) override { return flag == 0x5A; }
   void ScanDevs() override { scans += 's'; }
   void ScanDevsEx() override { scans += 'x'; }
 
-  const std::size_t happensIn;
+  std::size_t happensIn = 0;
   std::string scans;
 };
 
 using WaitTest = LayerTest;
 
 TEST_F(WaitTest, AWaitScansEightTimesASecondAndPausesAfterEachScanThatFindsNothing) {
-  struct Case {
-    std::string wait;
-    int timeout;
-    std::size_t happensIn;
-    bool isPresent;
-    std::size_t scans, pauses;
-    bool result;
-  };
-  for (const Case& c :
-       {Case{"Connect", 2, 0, true, 16, 16, false}, Case{"Connect", 2, 16, true, 16, 15, true},
-        Case{"Connect", 10, 1, true, 1, 0, true},
-        Case{"Connect", 1, 1, false, 8, 8, false},  // connected, but not present
-        Case{"Connect", 0, 1, true, 1, 0, true}, Case{"Connect", 0, 0, true, 1, 0, false},
-        Case{"Connect", 0, 1, false, 1, 0, false}, Case{"Connect", -1, 1, true, 0, 0, false},
-        Case{"ConnectEx", 2, 3, true, 3, 2, true}, Case{"ConnectEx", 1, 1, false, 8, 8, false},
-        Case{"ConnectEx", 0, 1, true, 0, 0, false}, Case{"Unconnect", 2, 0, true, 16, 16, false},
-        Case{"Unconnect", 2, 16, true, 16, 15, true},
-        Case{"Unconnect", 10, 1, false, 1, 0, true},  // presence is not asked
-        Case{"Unconnect", 0, 1, true, 0, 0, false}, Case{"Unconnect", -1, 1, true, 0, 0, false}}) {
-    SCOPED_TRACE(c.wait + std::to_string(c.timeout) + " " + std::to_string(c.happensIn));
-    const bool isUnconnect = c.wait == "Unconnect", isEx = c.wait == "ConnectEx";
-    WaitedDev dev(c.happensIn);
-    dev.SetFlag(c.isPresent ? 0x5A : 0);
+  const std::tuple<std::string, int, std::size_t, bool, std::size_t, bool> cases[] = {
+      // the wait, its time-out, the scan in which it happens, presence; the scans, the result
+      {"Connect", 2, 0, true, 16, false},   {"Connect", 2, 16, true, 16, true},
+      {"Connect", 10, 1, true, 1, true},    {"Connect", 1, 1, false, 8, false},
+      {"Connect", 0, 1, true, 1, true},     {"Connect", 0, 0, true, 1, false},
+      {"Connect", 0, 1, false, 1, false},   {"Connect", -1, 1, true, 0, false},
+      {"ConnectEx", 2, 3, true, 3, true},   {"ConnectEx", 1, 1, false, 8, false},
+      {"ConnectEx", 0, 1, true, 0, false},  {"Unconnect", 2, 0, true, 16, false},
+      {"Unconnect", 2, 16, true, 16, true}, {"Unconnect", 10, 1, false, 1, true},
+      {"Unconnect", 0, 1, true, 0, false},  {"Unconnect", -1, 1, true, 0, false}};
+  for (const auto& [kind, timeout, happensIn, isPresent, scans, result] : cases) {
+    SCOPED_TRACE(kind + std::to_string(timeout) + " " + std::to_string(happensIn));
+    const bool isUnconnect = kind == "Unconnect", isEx = kind == "ConnectEx";
+    WaitedDev dev;
+    dev.happensIn = happensIn;
+    dev.SetFlag(isPresent ? 0x5A : 0);
     ClearRecords();
-    EXPECT_EQ(c.result, isUnconnect ? dev.WaitDevUnconnect(&dev, c.timeout)
-                        : isEx      ? dev.WaitDevConnectEx(&dev, c.timeout)
-                                    : dev.WaitDevConnect(&dev, c.timeout));
-    EXPECT_EQ(std::string(c.scans, isEx ? 'x' : 's'), dev.scans);
-    EXPECT_EQ(std::vector<std::uint32_t>(c.pauses, 128), Pauses());
+    EXPECT_EQ(result, isUnconnect ? dev.WaitDevUnconnect(&dev, timeout)
+                      : isEx      ? dev.WaitDevConnectEx(&dev, timeout)
+                                  : dev.WaitDevConnect(&dev, timeout));
+    EXPECT_EQ(std::string(scans, isEx ? 'x' : 's'), dev.scans);
+    const std::size_t pauses = timeout > 0 ? scans - (result ? 1 : 0) : 0;
+    EXPECT_EQ(std::vector<std::uint32_t>(pauses, 128), Pauses());
 
-    const std::string wait = isUnconnect ? "wait dev unconnect" : "wait dev connect";
     std::vector<std::pair<int, std::string>> lines;
-    if (c.wait == "Connect" && c.timeout == 0) {
+    if (kind == "Connect" && timeout == 0) {
       lines.emplace_back(0, "iTimeout is 0\n");
-      if (c.isPresent) lines.emplace_back(0, "Check is Present\n");
+      if (isPresent) lines.emplace_back(0, "Check is Present\n");
     }
-    lines.emplace_back(c.result ? 0 : 1,
-                       wait + (c.result ? " return true.\n" : " return false.\n"));
-    EXPECT_EQ(LinesOf("IDevFinder::WaitDev" + c.wait, lines), Logged());
+    lines.emplace_back(result ? 0 : 1,
+                       std::string(isUnconnect ? "wait dev unconnect" : "wait dev connect") +
+                           (result ? " return true.\n" : " return false.\n"));
+    EXPECT_EQ(LinesOf("IDevFinder::WaitDev" + kind, lines), Logged());
     EXPECT_EQ(std::vector<LogLine>(isUnconnect ? 0 : 1, {2, "", "\n"}), log.prints);
     // The first eight scans of two seconds have one second left, the last eight none.
     std::vector<LogLine> notices;
-    const std::string notice = isUnconnect ? "Wait Dev Unconnect" : "Wait Dev Connect";
-    for (int scan = 1; c.timeout > 0 && scan <= static_cast<int>(c.scans); ++scan) {
-      notices.push_back({c.timeout - (scan + 7) / 8, "", notice});
+    for (int scan = 1; timeout > 0 && scan <= static_cast<int>(scans); ++scan) {
+      notices.push_back(
+          {timeout - (scan + 7) / 8, "", isUnconnect ? "Wait Dev Unconnect" : "Wait Dev Connect"});
     }
     EXPECT_EQ(notices, log.notices);
   }

@@ -1,297 +1,389 @@
-// Every job's steps in order, and what follows when one of them fails.
-#include <functional>
+// Every job's steps in order, and what follows when one of them fails or throws.
+#include <new>
+#include <regex>
+#include <sstream>
 
-#include "flow/script.h"
+#include "device/hid_dev.h"
+#include "device/states.h"
+#include "discovery/hid_find.h"
+#include "discovery/node_matchers.h"
+#include "flow/gpio_driver.h"
 #include "flow/universal_flow.h"
 #include "support/layer_test.h"
+#include "virtualhub/hub/image.h"
 
 namespace qzhid::test {
 namespace {
 
-using ::testing::ElementsAreArray;
 using Flow = CUniversalFlow;
 
-/// Where the nth call of that name ends.
-std::ptrdiff_t EndOf(const Steps& steps, const std::string& call, int nth) {
-  auto at = steps.begin();
-  for (; nth > 0 && at != steps.end(); ++at) nth -= *at == call ? 1 : 0;
-  EXPECT_EQ(0, nth) << call << " is not a step";
-  return at - steps.begin();
-}
-
-// The parts that the jobs have in common.
-const Steps kJudged = {"progress 0", "Connect 20", "Judge", "progress 10"};
-const Steps kToRom = {"ToRom", "log 0: reset to rom success\n", "progress 20"};
-const Steps kBack = {"Leave 10", "Connect 20"};
-const Steps kErase = {"Erase", "log 0: erase flash success\n"};
-const Steps kWrite = {"Write", "log 0: write flash success\n", "progress 70",
-                      "Check", "log 0: check flash success\n", "progress 90"};
-const Steps kProgram = Steps{"progress 30"} + kWrite;
-const Steps kWritten = kJudged + kToRom + kBack + "Judge" + kErase + kProgram;
-const Steps kToFlash = {"ToFlash", "log 0: reset to flash success\n"};
-const Steps kThere = {"log 0: success to connect dev after reset\n"};
-const Steps kFinish = {"UnInit 7", "Remove"};
-const Steps kReleased = {"UnInit 7", "log 0: uninit dev success\n", "progress 100", "Remove"};
-const Steps kFailed = kFinish + Steps{"progress 0", "log 1: Update Fw Fail\n"};
-Steps Success(int seconds) {
-  return {"log 1: Update Fw Success!spend time is " + std::to_string(seconds) + " Sec\n"};
-}
-
+class Script;
 Script* s_pScript = nullptr;  // of the job that runs
 std::uint16_t s_nVersion = 0;
-std::uint8_t s_byStatus = 0;
+std::uint8_t s_byStatus[20];
 
-/// A job, and its steps when nothing fails.
-struct Job {
-  std::string name;
-  bool (*run)(Flow& flow);
-  Steps steps;
+/// What surrounds a flow, and writes down what happens, a line each: "Write" or "Connect 20" for a
+/// call with its arguments, "progress 10", and "log 3: text" or "print 1: text". The hub changes
+/// its state as a real one does, unless a call is to fail.
+class Script final : public IDev, public IDevFinder, public IGpioDriver, public SilentReceiver {
+ public:
+  Script() {
+    CMsg::Instance().AddResponder(this);
+    SetFwBuffer({0xFF});  // any byte is an image
+    SetFlag(7);
+  }
+  ~Script() override { CMsg::Instance().RemoveResponder(this); }
+
+  void OnLog(const char* raw, int level) override {
+    const LogLine line = ParseLogLine(raw, level);
+    EXPECT_EQ(tag, line.tag);
+    text += "log " + std::to_string(level) + ": " + line.text;
+  }
+  void OnPrint(const char* line, int level) override {
+    text += "print " + std::to_string(level) + ": " + line;
+  }
+  void OnProgress(int value) override { text += "progress " + std::to_string(value) + "\n"; }
+
+  CState* GetState() override { return GetStateById(state); }
+  CState* GetStateById(int id) override { return m_States[id].get(); }
+  bool JudgeCodeMode(IDev*) override {
+    const bool isDone = Call("Judge");
+    if (isDone && state == kStateUnknown) state = runs;
+    return isDone;
+  }
+  bool Reset2Rom() override {
+    return Call("ToRom") && (isDualBank || state == kStateRom || Reset(kStateRom));
+  }
+  bool ForceReset2Rom() override { return Call("ForceRom") && Reset(kStateRom); }
+  bool Reset2Flash() override { return Call("ToFlash") && Reset(kStateFlash); }
+  bool DevErase() override { return Call("Erase"); }
+  bool WriteFlash() override { return Call("Write"); }
+  bool CheckFlash() override { return Call("Check"); }
+  bool DevReadVersion(std::uint16_t* version) override {
+    return Call("Read", version - &s_nVersion);
+  }
+  bool DveGetICStatus(std::uint8_t* status) override { return Call("Read", status - s_byStatus); }
+  bool UnInit(std::uint8_t flag) override { return Call("UnInit", flag); }
+  bool SetReconnectOption(std::uint8_t option) override { return Call("Option", option); }
+  std::int32_t I2CConfigImpl(std::uint8_t slave, std::uint8_t len, std::uint8_t speed) override {
+    return Call("I2C", slave, len, speed) ? 0 : 5;
+  }
+  bool SetGpio(std::uint8_t num, std::uint8_t level, std::uint8_t restore) override {
+    return Call("Gpio", num, level, restore);
+  }
+  bool WaitDevConnect(IDev*, int timeout) override {
+    virtualhub::CurrentMachine().clock().SleepUs(1500000);
+    if (!Call("Connect", timeout) || (++m_nConnects > 2 && lateConnects-- > 0)) return false;
+    if (state == kStateOffline) state = kStateUnknown;
+    return true;
+  }
+  bool WaitDevUnconnect(IDev*, int timeout) override {
+    const bool isGone = Call("Leave", timeout);
+    if (isGone) state = kStateOffline;
+    return isGone;
+  }
+  int DummyRemove(IDev*) override {
+    if (state == kStateWait) state = kStateOffline;
+    return Call("Remove") ? 1 : 0;
+  }
+  bool SwitchOn() { return Call("SwitchOn") && switchFailures-- <= 0; }
+
+  std::string text, tag;
+  std::size_t failing = 0;  // the number of the call that fails, or throws
+  bool throws = false;
+  int state = kStateOffline, runs = kStateFlash;
+  int lateConnects = 0;  // how many waits fail, from the third on
+  int switchFailures = 0;
+  bool isDualBank = false;
+
+ private:
+  /// Returns false when the call is to fail.
+  template <class... Arguments>
+  bool Call(const std::string& name, Arguments... arguments) {
+    text += name;
+    ((text += " " + std::to_string(arguments)), ...);
+    text += "\n";
+    if (++m_nCalls != failing) return true;
+    if (throws) throw std::bad_alloc();
+    return false;
+  }
+  bool Reset(int code) {
+    if (state != kStateUnknown) state = kStateWait;
+    runs = code;
+    return true;
+  }
+
+  std::size_t m_nCalls = 0;
+  int m_nConnects = 0;
+  CHidDev m_Owner{NodeMatchers()};
+  StateTable m_States = MakeStates(m_Owner);
 };
-const Job kUpdate = {"DevUpdate", [](Flow& flow) { return flow.DevUpdate(); },
-                     kWritten + kToFlash + kBack + kThere + "progress 100" + kFinish + Success(4)};
-const Job kReconn = {"DevUpdateReconn", [](Flow& flow) { return flow.DevUpdateReconn(9); },
-                     kWritten + Steps{"Option 9", "log 3: fail to set tpc reconnect\n"} + kToFlash +
-                         kBack + kReleased + Success(4)};
-const Job kSwitchOn = {
+
+/// Lines that are written " > " apart.
+std::string Apart(const std::string& text) {
+  static const std::regex kArrow(" > ");
+  return text.empty() ? text : std::regex_replace(text, kArrow, "\n") + "\n";
+}
+
+/// A job: its steps, and its end when it fails and when a step throws. A line of the steps has a
+/// call and what is shown when it is done; after "|" what follows when it fails, with END for the
+/// end of the job, "+" when the job goes on after that, and "?" where a test of its own checks it.
+/// Lines without "|" come first. Only jobs with a board take its steps.
+struct Job {
+  struct Step {
+    std::string call, done, failed;
+    bool goesOn;
+  };
+  Job(const std::string& jobName, bool (*jobRun)(Flow&), const std::string& lines,
+      const std::string& end, const std::string& thrownEnd, bool hasBoard = false)
+      : name(jobName), run(jobRun), thrown(Apart(thrownEnd)) {
+    static const std::regex kStep(R"((.+?)(?: > (.+?))? \| (\+ ?)?(.*))"), kEnd("END");
+    std::istringstream in(lines);
+    std::smatch match;
+    for (std::string line; std::getline(in, line);) {
+      if (!std::regex_match(line, match, kStep)) {
+        begin += line + "\n";
+        continue;
+      }
+      const std::string failed = std::regex_replace(match.str(4), kEnd, end + " > false");
+      steps.push_back({Apart(match[1]), Apart(match[2]), Apart(failed), match[3].matched});
+    }
+    if (!hasBoard) *this = WithoutBoard();
+  }
+  /// What happens from that step on when nothing fails.
+  std::string Text(std::size_t from = 0) const {
+    std::string text = from == 0 ? begin : "";
+    for (; from < steps.size(); ++from) text += steps[from].call + steps[from].done;
+    return text + "true\n";
+  }
+  Job WithoutBoard() const {
+    Job job = *this;
+    std::erase_if(job.steps, [](const Step& step) { return step.call.find_first_of("GI") == 0; });
+    return job;
+  }
+
+  std::string name;
+  bool (*run)(Flow&);
+  std::string begin, thrown;
+  std::vector<Step> steps;
+};
+
+const std::string kWritten = R"(progress 0
+Gpio 5 1 0 | + log 3: Set GPIO 5 1 Fail
+Connect 20 | END
+Judge > progress 10 | log 3: Judge Code Mode Fail > END
+ToRom > log 0: reset to rom success > progress 20 | log 3: fail to reset to rom > END
+Leave 10 | + Remove
+Gpio 5 1 0 | + log 3: Set GPIO 5 1 Fail
+Connect 20 | END
+Judge | ?
+Erase > log 0: erase flash success > progress 30 | log 3: fail to erase flash > END
+I2C 44 0 3 > log 3: Write I2C Speed | + log 3: Set I2C Speed Fail, Slave Addr:2c, Speed:259
+Write > log 0: write flash success > progress 70 | log 3:  > fail to write flash > END
+Check > log 0: check flash success > progress 90 | log 3:  > fail to check flash > END
+)";
+const std::string kStarted =
+    R"(ToFlash > log 0: reset to flash success | log 3: fail to reset to flash > END
+Leave 10 | + Remove
+)";
+const std::string kReleased =
+    R"(UnInit 7 > log 0: uninit dev success > progress 100 | log 3: fail to uninit dev > END
+Remove > log 1: Update Fw Success!spend time is )";
+const std::string kReading = R"( | false
+Judge | +
+I2C 44 0 3 > log 3: Write I2C Speed | + log 3: Set I2C Speed Fail, Slave Addr:2c, Speed:259
+Read 0 | log 3: Read Version is Fail > UnInit 7 > END
+UnInit 7 | log 3: fail to uninit dev > END
+Gpio 5 1 1 | + log 3: Reset GPIO Fail
+Remove | +
+)";
+const std::string kFinish = "UnInit 7 > Remove";
+const std::string kFailed = kFinish + " > progress 0 > log 1: Update Fw Fail";
+const Job kUpdate(
+    "DevUpdate", [](Flow& flow) { return flow.DevUpdate(); },
+    kWritten + kStarted + R"(Gpio 5 1 0 | + log 3: Set GPIO 5 1 after pd reset Fail
+Connect 20 > log 0: success to connect dev after reset > progress 100 | log 3: fail to connect dev after reset > END
+UnInit 7 | +
+Remove > log 1: Update Fw Success!spend time is 4 Sec | +
+Gpio 5 1 1 | + log 3: Reset GPIO Fail
+)",
+    kFailed + " > Gpio 5 1 1", kFailed + " > Gpio 5 1 1", true);
+const Job kReconn(
+    "DevUpdateReconn", [](Flow& flow) { return flow.DevUpdateReconn(9); },
+    kWritten + "Option 9 > log 3: fail to set tpc reconnect | +\n" + kStarted +
+        "Connect 20 | END\n" + kReleased + "4 Sec | +\n",
+    kFailed, kFailed);
+const Job kSwitchOn(
     "DevUpdateSwitchOnBBafterReset",
     [](Flow& flow) {
       return flow.DevUpdateSwitchOnBBafterReset([] { return s_pScript->SwitchOn(); });
     },
-    kWritten + kToFlash + kBack + "log 1: Connect try:0\n" + kReleased + Success(6)};
-const Job kReset = {"ResetDeviceonly", [](Flow& flow) { return flow.ResetDeviceonly(); },
-                    Steps{"Connect 20", "Judge", "ToFlash", "log 1: success to reset to flash\n"} +
-                        kFinish + "log 1: Reset Device Success\n"};
-const Job kVersion = {"DevReadVersion", [](Flow& flow) { return flow.DevReadVersion(&s_nVersion); },
-                      Steps{"Connect 20", "Judge", "Read 528"} + kFinish};
-const Job kVersionEx = {"DevReadVersionEx",
-                        [](Flow& flow) { return flow.DevReadVersionEx(&s_nVersion, 7); },
-                        Steps{"Connect 7", "Judge", "Read 528"} + kFinish};
-const Job kStatus = {"DveGetICStatus", [](Flow& flow) { return flow.DveGetICStatus(&s_byStatus); },
-                     Steps{"Connect 20", "Judge", "Read 46"} + kFinish};
-const Job kEraseJob = {"DevErase", [](Flow& flow) { return flow.DevErase(); },
-                       Steps{"progress 0", "Connect 20", "progress 30", "Judge", "ForceRom",
-                             "log 0: force reset to rom success\n"} +
-                           kBack +
-                           Steps{"Judge", "Erase", "progress 100", "Remove",
-                                 "print 1: Erase flash success\n", "progress 0"}};
-const Job* const kUpdates[] = {&kUpdate, &kReconn, &kSwitchOn};
-const Job* const kOthers[] = {&kReset, &kVersion, &kVersionEx, &kStatus, &kEraseJob};
+    kWritten + kStarted + "Connect 20 > log 1: Connect try:0 | ?\n" + kReleased + "6 Sec | +\n",
+    kFailed, kFailed);
+const Job kReset(
+    "ResetDeviceonly", [](Flow& flow) { return flow.ResetDeviceonly(); },
+    R"(Connect 20 | END
+Judge | log 3: Judge Code Mode Fail > END
+ToFlash > log 1: success to reset to flash | log 3: fail to reset to flash > END
+UnInit 7 | +
+Remove > log 1: Reset Device Success | +
+)",
+    kFinish + " > log 1: Reset Device Fail", kFinish);
+const Job kVersion(
+    "DevReadVersion", [](Flow& flow) { return flow.DevReadVersion(&s_nVersion); },
+    "Gpio 5 1 0 | + log 3: Set GPIO 5 1 Fail\nConnect 20" + kReading, "Gpio 5 1 1 > Remove",
+    kFinish + " > Gpio 5 1 1", true);
+const Job kVersionEx(
+    "DevReadVersionEx", [](Flow& flow) { return flow.DevReadVersionEx(&s_nVersion, 7); },
+    "Connect 7" + kReading, "Remove", kFinish);
+const Job kStatus(
+    "DveGetICStatus", [](Flow& flow) { return flow.DveGetICStatus(s_byStatus); },
+    "Connect 20" + kReading, "Remove", kFinish);
+const Job kErase(
+    "DevErase", [](Flow& flow) { return flow.DevErase(); }, R"(progress 0
+Connect 20 > progress 30 | END
+Judge | ForceRom > log 0: force reset to rom success > Erase > progress 100 > Remove > print 1: Erase flash success > progress 0 > true
+ForceRom > log 0: force reset to rom success | log 3: fail to force reset to rom > END
+Leave 10 | print 1: Erase flash success > progress 0 > true
+Connect 20 | print 1: Erase flash success > progress 0 > true
+Judge | +
+Erase > progress 100 | progress 100 > Remove > END
+Remove > print 1: Erase flash success > progress 0 | +
+)",
+    "print 0: Erase flash fail > progress 0", kFinish + " > progress 0");
 
 class StepsTest : public LayerTest {
  protected:
-  /// Runs a job on a fresh hub; it must end with that result after those steps.
-  void Expect(bool result, const Steps& expected, const Job& job, const Failing& failing = {}) {
-    SCOPED_TRACE(job.name + ", failing: " + failing.call + " " + std::to_string(failing.nth));
-    EXPECT_EQ(result, Run(job, failing));
-    EXPECT_THAT(steps, ElementsAreArray(expected));
-  }
-  bool Run(const Job& job, const Failing& failing) {
+  /// What happens in a job on a fresh hub, and the result.
+  std::string Run(const Job& job, std::size_t failing = 0, bool throws = false) {
     Script script;
     script.tag = "CUniversalFlow::" + job.name;
     script.failing = failing;
+    script.throws = throws;
     if (prepareHub) prepareHub(script);
-    Flow flow(script, script, hasGpio ? &script : nullptr);
-    if (hasBoard) {
-      flow.SetGpioPara(1, 5, 1);
-      flow.SetI2CSpeedPara(1, 0x103, 0x2C);
-    }
+    Flow flow(script, script, hasDriver ? &script : nullptr);
+    flow.SetGpioPara(hasBoard, 5, 1);
+    flow.SetI2CSpeedPara(hasBoard, 0x103, 0x2C);
     flow.SetResetToFlash(resetsToFlash);
     s_pScript = &script;
-    bool result = false;
     try {
-      result = job.run(flow);
+      return job.run(flow) ? script.text + "true\n" : script.text + "false\n";
     } catch (const std::bad_alloc&) {
-      script.steps.emplace_back("throws");
+      return script.text + "thrown\n";
     }
-    s_pScript = nullptr;
-    steps = script.steps;
-    return result;
+  }
+  /// A plain update without what lies between two texts.
+  static std::string Shortened(const std::string& from, const std::string& to) {
+    std::string text = kUpdate.Text();
+    const std::size_t begin = text.find(from);
+    text.erase(begin, text.find(to) - begin);
+    return text.replace(text.find("4 Sec"), 1, "3");
   }
 
   std::function<void(Script&)> prepareHub;
-  bool hasGpio = true, hasBoard = false, resetsToFlash = true;
-  Steps steps;
+  bool hasDriver = true, hasBoard = true, resetsToFlash = true;
 };
 
-TEST_F(StepsTest, AJobTakesItsStepsInOrder) {
-  for (const Job* job : kUpdates) Expect(true, job->steps, *job);
-  for (const Job* job : kOthers) Expect(true, job->steps, *job);
-}
-
-TEST_F(StepsTest, AFailedStepIsReportedOnceAndEndsTheJob) {
-  struct Case {
-    const Job* job;
-    std::string call;
-    int nth;
-    Steps rest;  // after the failed call
-    bool result = false;
-  };
-  const Steps notFlash = {"log 3: fail to reset to flash\n"};
-  const Steps notJudged = {"log 3: Judge Code Mode Fail\n"};
-  const Steps notReleased = {"log 3: fail to uninit dev\n"};
-  const Steps notReset = kFinish + "log 1: Reset Device Fail\n";
-  const Steps notErased = {"print 0: Erase flash fail\n", "progress 0"};
-  const Steps asErased = {"print 1: Erase flash success\n", "progress 0"};
-  std::vector<Case> cases = {
-      {&kUpdate, "Connect 20", 3, Steps{"log 3: fail to connect dev after reset\n"} + kFailed},
-      {&kReconn, "Connect 20", 3, kFailed},
-      {&kReconn, "UnInit 7", 1, notReleased + kFailed},
-      {&kSwitchOn, "UnInit 7", 1, notReleased + kFailed},
-      {&kReset, "Connect 20", 1, notReset},
-      {&kReset, "Judge", 1, notJudged + notReset},
-      {&kReset, "ToFlash", 1, notFlash + notReset},
-      {&kVersion, "Connect 20", 1, {}},
-      {&kVersion, "Read 528", 1, Steps{"log 3: Read Version is Fail\n"} + kFinish},
-      {&kVersion, "UnInit 7", 1, notReleased + "Remove"},
-      {&kEraseJob, "Connect 20", 1, notErased},
-      {&kEraseJob, "ForceRom", 1, Steps{"log 3: fail to force reset to rom\n"} + notErased},
-      {&kEraseJob, "Erase", 1, Steps{"progress 100", "Remove"} + notErased},
-      // A hub that is lost on its way is shown as erased.
-      {&kEraseJob, "Leave 10", 1, asErased, true},
-      {&kEraseJob, "Connect 20", 2, asErased, true}};
-  for (const Job* job : kUpdates) {
-    cases.push_back({job, "Connect 20", 1, kFailed});
-    cases.push_back({job, "Judge", 1, notJudged + kFailed});
-    cases.push_back({job, "ToRom", 1, Steps{"log 3: fail to reset to rom\n"} + kFailed});
-    cases.push_back({job, "Connect 20", 2, kFailed});
-    cases.push_back({job, "Erase", 1, Steps{"log 3: fail to erase flash\n"} + kFailed});
-    cases.push_back({job, "Write", 1, Steps{"log 3: \nfail to write flash\n"} + kFailed});
-    cases.push_back({job, "Check", 1, Steps{"log 3: \nfail to check flash\n"} + kFailed});
-    cases.push_back({job, "ToFlash", 1, notFlash + kFailed});
-  }
-  for (const Case& c : cases) {
-    Steps expected = c.job->steps;
-    expected.resize(static_cast<std::size_t>(EndOf(expected, c.call, c.nth)));
-    Expect(c.result, expected + c.rest, *c.job, {c.call, c.nth});
-  }
-}
-
-TEST_F(StepsTest, AStepThatThrowsEndsTheJobAsAFailureDoesAndRestoresTheBoard) {
-  hasBoard = true;
-  const Steps restored = {"Gpio 5 1 1"};
-  const std::tuple<const Job*, std::string, Steps> cases[] = {
-      {&kUpdate, "Connect 20", kFailed + restored},
-      {&kUpdate, "Write", kFailed + restored},
-      {&kReconn, "Write", kFailed},
-      {&kSwitchOn, "Leave 10", kFailed},
-      {&kReset, "Judge", kFinish},
-      {&kVersion, "Read 528", kFinish + restored},
-      {&kVersionEx, "Read 528", kFinish},
-      {&kStatus, "Judge", kFinish},
-      {&kEraseJob, "Erase", kFinish + "progress 0"}};
-  for (const auto& [job, call, end] : cases) {
-    SCOPED_TRACE(job->name + ": " + call);
-    Run(*job, {call, 1, 1, true});
-    steps.erase(steps.begin(), steps.begin() + EndOf(steps, call, 1));
-    EXPECT_THAT(steps, ElementsAreArray(end + "throws"));
-  }
-}
-
-TEST_F(StepsTest, SomeFailuresDoNotEndTheJob) {
-  for (const char* call : {"UnInit 7", "Remove"}) Expect(true, kUpdate.steps, kUpdate, {call});
-  Expect(true, kReconn.steps, kReconn, {"Option 9"});
-  Expect(true, kVersion.steps, kVersion, {"Judge"});
-}
-
-TEST_F(StepsTest, AHubThatDoesNotLeaveAfterAResetIsTakenForGone) {
-  for (const Job* job : kUpdates) {
-    Steps expected;
-    for (const auto& step : job->steps) {
-      expected.push_back(step);
-      if (step == "Leave 10") expected.emplace_back("Remove");
+TEST_F(StepsTest, AJobTakesItsStepsInOrderAndEndsWhenOneFailsOrThrows) {
+  for (const Job* job :
+       {&kUpdate, &kReconn, &kSwitchOn, &kReset, &kVersion, &kVersionEx, &kStatus, &kErase}) {
+    EXPECT_EQ(job->Text(), Run(*job));
+    std::string before = job->begin;
+    for (std::size_t i = 0; i < job->steps.size(); ++i) {
+      const auto& [call, done, failed, goesOn] = job->steps[i];
+      SCOPED_TRACE(job->name + ", step " + std::to_string(i) + ": " + call);
+      before += call;
+      if (job != &kReset || i < 3) {  // the end of this job is not guarded
+        EXPECT_EQ(before + job->thrown + "thrown\n", Run(*job, i + 1, true));
+      }
+      if (failed != "?\n") {
+        EXPECT_EQ(before + (goesOn ? done + failed + job->Text(i + 1) : failed), Run(*job, i + 1));
+      }
+      before += done;
     }
-    Expect(true, expected, *job, {"Leave 10", 1, 0});
   }
 }
 
 TEST_F(StepsTest, OnlyAHubInItsRomCodeIsErased) {
-  const Steps end = Steps{"progress 100"} + kFinish + Success(3);
-  const Steps back = kToFlash + kBack + kThere + end;
   prepareHub = [](Script& hub) { hub.runs = kStateRom; };
-  Expect(true, kJudged + kToRom + kErase + kProgram + back, kUpdate);
+  EXPECT_EQ(Shortened("Leave", "Erase"), Run(kUpdate));
   prepareHub = [](Script& hub) { hub.isDualBank = true; };
-  Expect(true, kJudged + kToRom + kProgram + back, kUpdate);
-  // Nor one that came back and could not be judged; its state does not await a reset either.
-  prepareHub = nullptr;
-  Expect(true, kJudged + kToRom + kBack + "Judge" + kProgram + kToFlash + end, kUpdate,
-         {"Judge", 2});
+  EXPECT_EQ(Shortened("Leave", "progress 30"), Run(kUpdate));
+}
+
+TEST_F(StepsTest, AHubThatCannotBeJudgedAfterItsResetIsNeitherErasedNorAwaited) {
+  std::string expected = Shortened("Erase", "progress 30");
+  const std::size_t away = expected.rfind("Leave");
+  expected.erase(away, expected.find("progress 100") - away);
+  EXPECT_EQ(expected, Run(kUpdate, 8));
 }
 
 TEST_F(StepsTest, WithoutTheResetOnlyThePlainUpdateLeavesTheHubInItsRomCode) {
   resetsToFlash = false;
-  Expect(true, kWritten + "progress 100" + kFinish + Success(3), kUpdate);
-  for (const Job* job : {&kReconn, &kSwitchOn}) Expect(true, job->steps, *job);
+  EXPECT_EQ(Shortened("ToFlash", "progress 100"), Run(kUpdate));
+  for (const Job* job : {&kReconn, &kSwitchOn}) EXPECT_EQ(job->Text(), Run(*job));
 }
 
 TEST_F(StepsTest, WithoutAnImageNothingIsResetOrErased) {
   prepareHub = [](Script& hub) { hub.SetFwBuffer({}); };
-  const Steps refused = kJudged + "log 3: \nfail to write flash\n" + kFailed;
-  for (const Job* job : kUpdates) Expect(false, refused, *job);
-  prepareHub = [](Script& hub) { hub.SetFwBuffer({0xFF}); };
-  for (const Job* job : kUpdates) Expect(true, job->steps, *job);  // any byte is an image
-}
-
-TEST_F(StepsTest, BoardStepsAreTakenByTheUpdateAndTheReadOfTheVersionOnly) {
-  hasBoard = true;
-  const Steps set = {"Gpio 5 1 0"}, restored = {"Gpio 5 1 1"};
-  const Steps speed = {"I2C 44 0 3", "log 3: Write I2C Speed\n"};
-  const Steps back = {"Leave 10", "Gpio 5 1 0", "Connect 20"};
-  Expect(true,
-         Steps{"progress 0"} + set + Steps{"Connect 20", "Judge", "progress 10"} + kToRom + back +
-             "Judge" + kErase + "progress 30" + speed + kWrite + kToFlash + back + kThere +
-             "progress 100" + kFinish + Success(4) + restored,
-         kUpdate);
-  Expect(false, Steps{"progress 0"} + set + "Connect 20" + kFailed + restored, kUpdate,
-         {"Connect 20"});
-  Expect(true,
-         set + Steps{"Connect 20", "Judge"} + speed + Steps{"Read 528", "UnInit 7"} + restored +
-             "Remove",
-         kVersion);
-  Expect(false, set + "Connect 20", kVersion, {"Connect 20"});
-  for (const Job* job : {&kReconn, &kSwitchOn, &kReset, &kVersionEx, &kStatus, &kEraseJob}) {
-    Expect(true, job->steps, *job);
+  for (const Job* job : {&kUpdate, &kReconn, &kSwitchOn}) {
+    const std::string text = job->Text(), judged = text.substr(0, text.find("ToRom"));
+    EXPECT_EQ(judged + "log 3: \nfail to write flash\n" + job->thrown + "false\n", Run(*job));
   }
 }
 
-TEST_F(StepsTest, BoardStepsThatFailAreReportedAndPassedOver) {
-  hasBoard = true;
-  const std::string notSet = "log 3: Set GPIO 5 1 Fail\n", notRestored = "log 3: Reset GPIO Fail\n";
-  const std::string notAgain = "log 3: Set GPIO 5 1 after pd reset Fail\n";
-  const std::string written = "log 3: Write I2C Speed\n";
-  const Steps never = {notSet, notSet, written, notAgain};
-  const std::pair<std::string, Steps> cases[] = {
-      {"Gpio 5 1 0", never},
-      {"Gpio 5 1 1", {written, notRestored}},
-      {"no driver", never + notRestored},
-      {"I2C 44 0 3", {written, "log 3: Set I2C Speed Fail, Slave Addr:2c, Speed:259\n"}}};
-  for (const auto& [call, failures] : cases) {
-    SCOPED_TRACE(call);
-    hasGpio = call != "no driver";
-    EXPECT_TRUE(Run(kUpdate, {call, 1, 0}));
-    std::erase_if(steps, [](const std::string& step) { return !step.starts_with("log 3"); });
-    EXPECT_THAT(steps, ElementsAreArray(failures));
+TEST_F(StepsTest, AnImageThatCannotBeLoadedLeavesTheDeviceWithoutOne) {
+  CHidDev dev{NodeMatchers()};
+  CHidFind finder;
+  Flow flow(finder, dev);
+  const Bytes image = virtualhub::BuildImage({.version = 0x0210}, 0x7FA8);
+  EXPECT_TRUE(flow.InitFwFinder(TempFile(image).path()));
+  EXPECT_EQ(image, dev.GetFwBuffer());
+  EXPECT_TRUE(flow.DevHidCmd(&s_nVersion, 0));
+  EXPECT_EQ(0x0210, s_nVersion);
+  EXPECT_FALSE(flow.InitFwFinder(UniquePath("missing").c_str()));
+  EXPECT_TRUE(dev.GetFwBuffer().empty());
+  EXPECT_EQ(1u, Count({1, "CUniversalFlow::InitFwFinder", "fail to load fw file to buf.\n"}));
+}
+
+TEST_F(StepsTest, BoardStepsAreTakenOnRequestAndFailWithoutADriver) {
+  for (const Job* job : {&kUpdate, &kVersion}) {
+    std::string expected = job->begin;
+    for (const auto& [call, done, failed, goesOn] : job->steps) {
+      expected += call[0] == 'G' ? failed : call + done;
+    }
+    hasDriver = false;
+    EXPECT_EQ(expected + "true\n", Run(*job));
+    hasDriver = true;
+    hasBoard = false;
+    EXPECT_EQ(job->WithoutBoard().Text(), Run(*job));
+    hasBoard = true;
   }
 }
 
 TEST_F(StepsTest, ABoardWithoutPowerIsTriedFourTimesAndSwitchedOnUpToTenTimes) {
+  const std::string text = kSwitchOn.Text();
+  const std::size_t back = text.find("Connect 20\nlog 1"), released = text.rfind("UnInit");
   // The connect waits after the reset and the times of switching on that fail; then the seconds of
   // the job, with 2 after each try, 5 before the switch and 1 after each time that it fails.
   for (const auto& [waits, switches, seconds] :
        {std::tuple{0, 0, 6}, {3, 0, 17}, {4, 0, 23}, {4, 9, 32}, {4, 10, 0}, {5, 0, 0}}) {
-    Steps expected = kWritten + kToFlash + "Leave 10";
+    std::string expected = text.substr(0, back);
     for (int attempt = 0; attempt <= std::min(waits, 3); ++attempt) {
-      expected.emplace_back("Connect 20");
-      expected.push_back("log 1: Connect try:" + std::to_string(attempt) + "\n");
+      expected += "Connect 20\nlog 1: Connect try:" + std::to_string(attempt) + "\n";
     }
-    for (int i = 0; i < switches; ++i) {
-      expected = expected + Steps{"SwitchOn", "log 1: switch on BB failed\n"};
-    }
+    for (int i = 0; i < switches; ++i) expected += "SwitchOn\nlog 1: switch on BB failed\n";
     if (waits > 3 && switches < 10) {
-      expected = expected + Steps{"SwitchOn", "log 1: switch on BB success\n", "Connect 20"};
+      expected += "SwitchOn\nlog 1: switch on BB success\nConnect 20\n";
     }
-    prepareHub = [count = switches](Script& hub) { hub.switchFailures = count; };
-    Expect(seconds > 0, expected + (seconds > 0 ? kReleased + Success(seconds) : kFailed),
-           kSwitchOn, {waits > 0 ? "Connect 20" : "", 3, waits});
+    const std::string end = text.substr(released, text.find("6 Sec") - released);
+    expected +=
+        seconds > 0 ? end + std::to_string(seconds) + " Sec\ntrue\n" : kSwitchOn.thrown + "false\n";
+    prepareHub = [waits = waits, switches = switches](Script& hub) {
+      hub.lateConnects = waits;
+      hub.switchFailures = switches;
+    };
+    EXPECT_EQ(expected, Run(kSwitchOn));
   }
 }
 

@@ -1,45 +1,28 @@
-// What the seam test needs to know of the machine that a backend runs on.
+// The machine that a backend runs on in the seam test.
 #pragma once
 
-#include <cstdint>
-#include <memory>
+#include <functional>
 #include <string>
-#include <vector>
-
-#include "platform/platform.h"
 
 namespace qzhid::platform::test {
 
-/// One HID device of the machine. All hardware ids are written as the backend writes them.
-struct ExpectedDevice {
-  std::wstring hidHardwareId;  ///< the first one of the HID node
-  std::wstring usbHardwareId;  ///< the first one of its parent
-  std::wstring productText;    ///< string 52
-  HidCaps caps;
-  std::uint32_t port = 0;   ///< on its hub
-  std::uint32_t level = 0;  ///< ancestors of the USB node up to the root hub, that one included
-  std::uint16_t vid = 0;    ///< of the hub, as its status block says
-};
-
-/// A machine with two hubs of the family, no two alike, that run flash code and answer requests,
-/// and one HID device of another family.
-class ISeamBench {
- public:
-  virtual ~ISeamBench() = default;
-
-  virtual std::vector<ExpectedDevice> Hubs() = 0;
-  virtual std::wstring OtherHardwareId() = 0;
-  virtual Architecture NativeArchitecture() = 0;
+/// A machine with a hub as it comes, the two devices below, and nothing else.
+struct SeamBench {
+  unsigned port = 0;   ///< of the first hub
+  unsigned level = 0;  ///< nodes above the first hub's USB node, up to the root hub
   /// Whether a device that comes back to its port has the same numbers again.
-  virtual bool KeepsNumbers() = 0;
-
-  /// Take a hub of Hubs() off the bus and put it back at the same port; return when the system has
-  /// noticed.
-  virtual void Unplug(std::size_t hub) = 0;
-  virtual void Plug(std::size_t hub) = 0;
+  bool keepsNumbers = false;
+  /// Take the first hub off the bus, or put it back; return when the system has noticed.
+  std::function<void()> unplug, plug;
 };
 
 /// Each backend defines this once.
-std::unique_ptr<ISeamBench> MakeSeamBench();
+SeamBench MakeSeamBench();
+
+inline const std::string kOtherDevices =
+    R"({"name": "second", "port": "2", "image": {"vid": "0x1A2B", "pid": "0x3C4D"},
+        "product_text": "WQ HID Größe", "output_report_length": 200, "input_report_length": 300},
+       {"name": "other", "kind": "other", "port": "5", "vid": "0x1234", "pid": "0x5678",
+        "output_report_length": 2, "input_report_length": 9})";
 
 }  // namespace qzhid::platform::test

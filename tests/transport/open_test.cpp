@@ -9,59 +9,50 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using Lines = std::vector<LogLine>;
 
 constexpr const char* kTag = "CHidTransfers::Yv_OpenDeviceByDevInst";
 
-class OpenTest : public LayerTest {
- protected:
-  /// A machine whose device "hub" has that device id. Returns its number.
-  std::uint32_t InstallWithId(const std::string& deviceId,
-                              const std::optional<std::string>& productText = "WQ HID",
-                              std::uint16_t inputLength = 257) {
-    virtualhub::Scenario scenario = RecordedScenario();
-    scenario.devices[0].hid.deviceId = deviceId;
-    scenario.devices[0].productText = productText;
-    scenario.devices[0].hub->reports.inputLength = inputLength;
-    Install(scenario);
-    return machine->HidInstance("hub");
-  }
-};
+using OpenTest = LayerTest;
 
-TEST_F(OpenTest, EachFailingStepHasItsMessageAndCodeAndClosingCleansUpAfterIt) {
-  const struct {
-    Service service;
-    const char* message;  // with code 26
-    std::vector<int> open = kNoHandles;
-  } rows[] = {
-      {Service::FirstInterface, "SetupDiEnumDeviceInterfaces FAIL,ErrorCode is 0000001a\n"},
-      {Service::InterfacePath, "SetupDiGetDeviceInterfaceDetail FAIL,ErrorCode is 0000001a\n"},
-      {Service::OpenHidDevice, "CreateFile failed,ErrorCode is 0000001a\n"},
-      {Service::CreateReportEvent, "Create Event failed.Error Code is 26\n"},
+TEST_F(OpenTest, EachFailingStepHasItsMessageAndCodeAndClosingOrDestructionCleansUp) {
+  const std::tuple<Service, std::string, std::vector<int>> rows[] = {
+      // what fails, its message with code 26, what stays open
+      {Service::FirstInterface, "SetupDiEnumDeviceInterfaces FAIL,ErrorCode is 0000001a\n",
+       kNoHandles},
+      {Service::InterfacePath, "SetupDiGetDeviceInterfaceDetail FAIL,ErrorCode is 0000001a\n",
+       kNoHandles},
+      {Service::OpenHidDevice, "CreateFile failed,ErrorCode is 0000001a\n", kNoHandles},
+      {Service::CreateReportEvent, "Create Event failed.Error Code is 26\n", kNoHandles},
       {Service::GetPreparsedData, "HidD_GetPreparsedData failed,ErrorCode:26\n", kOneDevice},
       {Service::GetCaps, "HidP_GetCaps failed,Error Code is 26\n", kOneDevice},
       {Service::GetLibraryPath, "Get Dll Path Fail\n", kOneDevice},
       {Service::GetDeviceIdA, "CM_Get_Device_IDA Fail\n", kOneDevice},
-      {Service::GetIndexedString, "HidD_GetIndexedString failed,Error Code:26\n", kOneDevice},
-  };
-  for (const auto& row : rows) {
+      {Service::GetIndexedString, "HidD_GetIndexedString failed,Error Code:26\n", kOneDevice}};
+  InstallJson(
+      R"({"devices": [{"name": "hub", "port": "1", "hid": {"device_id": "HID\\VID_045E&PID_0750"}}]})");
+  const std::uint32_t hub = machine->HidInstance("hub");
+  for (const auto& [service, message, open] : rows) {
     for (const std::uint32_t code : {0u, 26u}) {  // a failure without a code is one, too
-      SCOPED_TRACE(NameOf(row.service));
-      const std::uint32_t hub = InstallWithId("HID\\VID_045E&PID_0750");
-      machine->AddFault(CallFault(row.service, 1, 1, code));
+      SCOPED_TRACE(NameOf(service));
+      ClearRecords();
+      machine->AddFault(CallFault(service, 1, 1, code));
       EXPECT_EQ(code == 0 ? kRefused : code, property->Yv_OpenDeviceByDevInst(hub));
-      EXPECT_EQ(row.open, Handles());
+      EXPECT_EQ(open, Handles());
       EXPECT_EQ(0u, property->Yv_CloseDevice());
       EXPECT_EQ(kNoHandles, Handles());
-      if (code == 26) {
-        EXPECT_THAT(Failures(), ElementsAre(LogLine{3, kTag, row.message},
-                                            LogLine{3, "CHidProperty::Yv_OpenDeviceByDevInst",
-                                                    "Open Fail,ErrorCode:26\n"}));
-      }
-      EXPECT_EQ(0u, property->Yv_OpenDeviceByDevInst(hub)) << "the next attempt";
-      EXPECT_EQ(kOneDevice, Handles());
-      property->Yv_CloseDevice();
+      if (code == 0) continue;
+      EXPECT_EQ((Lines{{3, kTag, message},
+                       {3, "CHidProperty::Yv_OpenDeviceByDevInst", "Open Fail,ErrorCode:26\n"}}),
+                Failures());
     }
   }
+  EXPECT_EQ(0u, property->Yv_OpenDeviceByDevInst(hub)) << "the next attempt";
+  EXPECT_EQ(0u, property->Yv_OpenDeviceByDevInst(hub));
+  EXPECT_EQ(kOneDevice, Handles()) << "one at a time";
+  requests.SetProperty(nullptr);
+  property.reset();
+  EXPECT_EQ(kNoHandles, Handles());
 }
 
 TEST_F(OpenTest, NodesThatAreNotFoundAreRefusedWithoutAMessage) {
@@ -76,36 +67,36 @@ TEST_F(OpenTest, NodesThatAreNotFoundAreRefusedWithoutAMessage) {
   }
 }
 
-TEST_F(OpenTest, TheVendorIdDecidesAndElseTheProductText) {
-  const struct {
-    std::string deviceId;
-    std::optional<std::string> productText;
-    std::string ids;  // as logged
-    std::uint32_t result = 0;
-    std::uint16_t inputLength = 257;
-  } rows[] = {
-      {"HID\\VID_2E7C&PID_0818\\7&1", {}, "0x2e7c/0x0818"},
-      {"hid\\vid_2e7c&pid_08aB\\7&1", {}, "0x2e7c/0x08ab"},
-      {"HID\\VID_2E7&PID_12&X", "WQ HID Hub", "0x02e7/0x0012"},
-      {"HID\\VID_045E&PID_2E7C", "WQ HID Hub", "0x045e/0x2e7c"},
-      {"HID\\VID_045E&PID_0818", "my WQ HID", "0x045e/0x0818"},
-      {"HID\\VID_045E&PID_0818", "wq hid hub", "0x045e/0x0818", kRefused},
-      {"HID\\VID_045E&PID_0818", {}, "0x045e/0x0818", kStalled},
+TEST_F(OpenTest, TheVendorIdDecidesAndOtherwiseTheProductText) {
+  using Text = std::optional<std::string>;
+  const std::tuple<std::string, Text, std::string, std::uint32_t, std::uint16_t> rows[] = {
+      // device id, product text, ids as logged, result, length of the input report
+      {"HID\\VID_2E7C&PID_0818\\7&1", {}, "0x2e7c/0x0818", 0, 257},
+      {"hid\\vid_2e7c&pid_08aB\\7&1", {}, "0x2e7c/0x08ab", 0, 257},
+      {"HID\\VID_2E7&PID_12&X", "WQ HID Hub", "0x02e7/0x0012", 0, 257},
+      {"HID\\VID_045E&PID_2E7C", "my WQ HID", "0x045e/0x2e7c", 0, 257},
+      {"HID\\VID_045E&PID_0818", "wq hid hub", "0x045e/0x0818", kRefused, 257},
+      {"HID\\VID_045E&PID_0818", {}, "0x045e/0x0818", kStalled, 257},
       // The text must fit the input report, with its terminator.
       {"HID\\VID_045E", "WQ HID", "0x045e/0x0000", 0, 14},
       {"HID\\VID_045E", "WQ HID", "0x045e/0x0000", ENOBUFS, 13},
-      {"SWD\\2E7C", "WQ HID", "0x0000/0x0000"},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.deviceId + " " + row.productText.value_or("(none)"));
-    const std::uint32_t hub = InstallWithId(row.deviceId, row.productText, row.inputLength);
-    EXPECT_EQ(row.result, transfers->Yv_OpenDeviceByDevInst(hub));
-    const std::string text = "DevInst:" + std::to_string(hub) + ",VID/PID:" + row.ids + "\n";
+      {"SWD\\2E7C", "WQ HID", "0x0000/0x0000", 0, 257}};
+  for (const auto& [deviceId, productText, ids, result, inputLength] : rows) {
+    SCOPED_TRACE(deviceId + " " + productText.value_or("(none)"));
+    virtualhub::Scenario scenario = RecordedScenario();
+    scenario.devices[0].hid.deviceId = deviceId;
+    scenario.devices[0].productText = productText;
+    scenario.devices[0].hub->reports.inputLength = inputLength;
+    Install(scenario);
+    const std::uint32_t hub = machine->HidInstance("hub");
+    EXPECT_EQ(result, transfers->Yv_OpenDeviceByDevInst(hub));
+    const std::string text = "DevInst:" + std::to_string(hub) + ",VID/PID:" + ids + "\n";
     EXPECT_EQ((LogLine{0, kTag, text}), log.Lines().at(0));
     EXPECT_EQ(kOneDevice, Handles()) << "refused devices are closed by the caller";
-    const auto asked = machine->recorder().Calls(Service::GetIndexedString);
-    EXPECT_EQ(row.ids.starts_with("0x2e7c") ? 0u : 1u, asked.size());
-    for (const auto& call : asked) EXPECT_EQ(52u, call.value) << "the number of the text";
+    std::vector<std::uint32_t> asked;  // the number of the text
+    for (const auto& call : machine->recorder().Calls(Service::GetIndexedString))
+      asked.push_back(call.value);
+    EXPECT_EQ(std::vector<std::uint32_t>(ids.starts_with("0x2e7c") ? 0 : 1, 52), asked);
     transfers->Yv_CloseDevice();
   }
 }
@@ -131,35 +122,26 @@ TEST_F(OpenTest, AnIdListBesideTheLibraryReplacesTheProductTextButNotTheVendorId
   }
 }
 
-TEST_F(OpenTest, OneDeviceIsOpenAtATimeAndDestructionClosesIt) {
-  const std::uint32_t hub = machine->HidInstance("hub");
-  EXPECT_EQ(0u, property->Yv_OpenDeviceByDevInst(hub));
-  EXPECT_EQ(0u, property->Yv_OpenDeviceByDevInst(hub));
-  EXPECT_EQ(kOneDevice, Handles());
-  requests.SetProperty(nullptr);
-  property.reset();
-  EXPECT_EQ(kNoHandles, Handles());
-}
-
 TEST_F(OpenTest, AskingForTheFamilyLeavesNothingOpen) {
   const std::uint32_t hub = machine->HidInstance("hub");
-  const std::string tag = "CHidProperty::Yv_IsWqHid", asked = "DevInst: " + std::to_string(hub);
-  OpenHub();
-  EXPECT_EQ(1u, property->Yv_IsWqHid(hub));
-  EXPECT_EQ(kNoHandles, Handles());
-  EXPECT_THAT(Logged(tag), ElementsAre(LogLine{0, tag, asked + ", WQ Hid Device\n"}));
-  OpenHub();
-  EXPECT_EQ(0u, property->Yv_IsWqHid(0));
-  EXPECT_EQ(kNoHandles, Handles()) << "the open device was closed before";
-  EXPECT_THAT(Logged(tag), ElementsAre(LogLine{3, tag, "DevInst: 0, Not WQ Hid Device\n"}));
+  const std::string tag = "CHidProperty::Yv_IsWqHid";
+  for (const std::uint32_t asked : {hub, 0u}) {
+    OpenHub();
+    EXPECT_EQ(asked == hub ? 1u : 0u, property->Yv_IsWqHid(asked));
+    EXPECT_EQ(kNoHandles, Handles()) << "the open device was closed before";
+    const std::string text =
+        "DevInst: " + std::to_string(asked) + (asked == hub ? ", WQ" : ", Not WQ");
+    EXPECT_EQ(LinesOf(tag, {{asked == hub ? 0 : 3, text + " Hid Device\n"}}), Logged(tag));
+  }
 }
 
 TEST_F(OpenTest, AnIdListReplacesTheOneBefore) {
   VidPidList list = {{1, 2}};
-  const TempFile file({'V', 'I', 'D', ':', '3', ' ', 'P', 'I', 'D', ':', '4'}, "ids.ini");
-  EXPECT_TRUE(ReadVidPidList(file.path(), list));
+  const ScratchFolder folder;
+  WriteText(folder.At("ids"), "VID:3 PID:4");
+  EXPECT_TRUE(ReadVidPidList(folder.At("ids"), list));
   EXPECT_EQ((VidPidList{{3, 4}}), list);
-  EXPECT_FALSE(ReadVidPidList(UniquePath("missing"), list));
+  EXPECT_FALSE(ReadVidPidList(folder.At("missing"), list));
   EXPECT_THAT(list, IsEmpty());
 }
 

@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sstream>
+#include <regex>
 #include <stdexcept>
 #include <thread>
 
@@ -20,76 +20,46 @@ namespace qzhid::vm {
 namespace {
 
 using namespace std::chrono_literals;
+namespace fs = std::filesystem;
 
-std::string TempFile(const std::string& ending) {
+std::string TempFile(const std::string& contents) {
   static int last = 0;
-  return "/tmp/vm-" + std::to_string(getpid()) + '-' + std::to_string(++last) + ending;
+  std::string file = "/tmp/vm-" + std::to_string(getpid()) + '-' + std::to_string(++last);
+  WriteFile(file, contents);
+  return file;
 }
 
-// In the child; returns only when the program cannot be started.
-void Execute(const std::vector<std::string>& command, uid_t user, int output) {
+// In the child; returns only when the command cannot be started.
+void Execute(const std::string& command, uid_t user, const std::string& outputFile) {
+  const int output = open(outputFile.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
   if (user != 0 && (setgroups(0, nullptr) != 0 || setgid(user) != 0 || setuid(user) != 0)) return;
   dup2(output, STDOUT_FILENO);
   dup2(output, STDERR_FILENO);
-  std::vector<char*> arguments;
-  for (const std::string& argument : command) {
-    arguments.push_back(const_cast<char*>(argument.c_str()));
-  }
-  arguments.push_back(nullptr);
-  execvp(arguments[0], arguments.data());
-}
-
-const std::string kPortMark = " port=";
-
-// qzhub counts the ports of the host controller from 0, the kernel from 1.
-std::uint32_t PortAfterMark(const std::string& text) {
-  return static_cast<std::uint32_t>(std::stoul(text)) + 1;
-}
-
-// Whether what is attached to the port has its address: the kernel has let go of what was there
-// before.
-bool HasAddress(std::uint32_t port) {
-  constexpr unsigned kAddressed = 6;
-  std::istringstream lines(ReadFile("/sys/devices/platform/vhci_hcd.0/status"));
-  for (std::string line; std::getline(lines, line);) {
-    std::istringstream fields(line);
-    std::string hub;
-    std::uint32_t number = 0;
-    unsigned state = 0;
-    if (fields >> hub >> number >> state && hub == "hs" && number + 1 == port) {
-      return state == kAddressed;
-    }
-  }
-  return false;
+  execl("/bin/sh", "sh", "-c", ("exec " + command).c_str(), nullptr);
 }
 
 // The HID device's attribute appears when its device file has its owner and its mode; the device's
-// folder is there before.
+// folder is there before. While a port still has the device before, the new one has no address.
 std::string ReadyHidFile(std::uint32_t port) {
-  if (!HasAddress(port)) return "";
+  const std::regex hasAddress("hs +0*" + std::to_string(port - 1) + " +006 ");
+  const std::string status = ReadFile("/sys/devices/platform/vhci_hcd.0/status");
+  if (!std::regex_search(status, hasAddress)) return "";
+  const std::string folder = "/1-" + std::to_string(port) + '/';
   std::error_code error;
-  const std::string folder = std::filesystem::canonical(UsbFolder(port), error).string() + '/';
-  if (error) return "";
   for (const std::string& name : HidrawDevices()) {
-    const std::filesystem::path device = "/sys/class/hidraw/" + name;
-    if (std::filesystem::canonical(device, error).string().starts_with(folder) &&
-        std::filesystem::exists(device / "device/country", error)) {
+    const fs::path device = "/sys/class/hidraw/" + name;
+    if (fs::canonical(device, error).string().find(folder) != std::string::npos &&
+        fs::exists(device / "device/country", error)) {
       return "/dev/" + name;
     }
   }
   return "";
 }
 
-std::string WriteScenario(const std::string& scenario) {
-  std::string file = TempFile(".json");
-  WriteFile(file, scenario);
-  return file;
-}
-
 }  // namespace
 
-bool Eventually(const std::function<bool()>& condition, int seconds) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+bool Eventually(const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + 20s;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) return false;
     std::this_thread::sleep_for(10ms);
@@ -109,33 +79,24 @@ void WriteFile(const std::string& path, const std::string& text) {
 std::vector<std::string> NamesIn(const std::string& folder) {
   std::vector<std::string> names;
   std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+  for (const auto& entry : fs::directory_iterator(folder, error)) {
     names.push_back(entry.path().filename().string());
   }
   std::sort(names.begin(), names.end());
   return names;
 }
 
-Program::Program(const std::vector<std::string>& command, uid_t user)
-    : outputFile_(TempFile(".txt")) {
-  const int output =
-      open(outputFile_.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_APPEND | O_CLOEXEC, 0644);
+Program::Program(const std::string& command, uid_t user) : outputFile_(TempFile("")) {
   process_ = fork();
-  if (process_ == 0) {
-    Execute(command, user, output);
-    _exit(127);
-  }
-  close(output);
   if (process_ < 0) throw std::runtime_error("fork failed");
+  if (process_ > 0) return;
+  Execute(command, user, outputFile_);
+  _exit(127);
 }
 
 Program::~Program() {
   Stop();
   unlink(outputFile_.c_str());
-}
-
-bool Program::HasWritten(const std::string& text) const {
-  return Output().find(text) != std::string::npos;
 }
 
 int Program::Wait() {
@@ -150,19 +111,18 @@ int Program::Stop() {
   return Wait();
 }
 
-Outcome RunProgram(const std::vector<std::string>& command, uid_t user) {
+std::pair<int, std::string> RunProgram(const std::string& command, uid_t user) {
   Program program(command, user);
   const int status = program.Wait();
   return {status, program.Output()};
 }
 
 Attached::Attached(const std::string& scenario, std::size_t devices)
-    : qzhub_({"qzhub", "attach", "--scenario", WriteScenario(scenario)}) {
+    : qzhub_("qzhub attach --scenario " + TempFile(scenario)) {
+  const auto isReady = [](std::uint32_t port) { return !ReadyHidFile(port).empty(); };
   const auto areReady = [&] {
-    const std::set<std::uint32_t> ports = Ports();
-    return ports.size() == devices && std::none_of(ports.begin(), ports.end(), [](auto port) {
-             return ReadyHidFile(port).empty();
-           });
+    const auto ports = Ports();
+    return ports.size() >= devices && std::all_of(ports.begin(), ports.end(), isReady);
   };
   if (Eventually(areReady)) return;
   const std::string output = Output();
@@ -170,46 +130,26 @@ Attached::Attached(const std::string& scenario, std::size_t devices)
   throw std::runtime_error("not attached:\n" + output);
 }
 
-Attached::~Attached() { Detach(); }
+void Attached::Detach() {
+  qzhub_.Stop();
+  for (const std::uint32_t port : Ports()) {
+    Eventually([&] { return !fs::exists(UsbFolder(port)); });
+  }
+}
 
-std::set<std::uint32_t> Attached::Ports() const {
-  std::set<std::uint32_t> ports;
-  std::istringstream events(Output());
-  for (std::string event; std::getline(events, event);) {
-    const std::size_t port = event.find(kPortMark);
-    if (port != std::string::npos)
-      ports.insert(PortAfterMark(event.substr(port + kPortMark.size())));
+// qzhub counts the ports of the host controller from 0, the kernel from 1.
+std::vector<std::uint32_t> Attached::Ports(const std::string& name) const {
+  std::vector<std::uint32_t> ports;
+  const std::string output = Output();
+  const std::regex event("attached " + name + " port=(\\d+)");
+  for (std::sregex_iterator found(output.begin(), output.end(), event), end; found != end;
+       ++found) {
+    ports.push_back(static_cast<std::uint32_t>(std::stoul((*found)[1])) + 1);
   }
   return ports;
 }
 
-void Attached::Detach() {
-  qzhub_.Stop();
-  const std::set<std::uint32_t> ports = Ports();
-  Eventually([&] {
-    return std::none_of(ports.begin(), ports.end(),
-                        [](auto port) { return std::filesystem::exists(UsbFolder(port)); });
-  });
-}
-
 std::string Attached::HidFile(const std::string& name) const { return ReadyHidFile(PortOf(name)); }
-
-std::uint32_t Attached::PortOf(const std::string& name) const {
-  const std::string output = "\n" + Output(), line = "\nattached " + name + kPortMark;
-  const std::size_t found = output.rfind(line);
-  if (found == std::string::npos) throw std::runtime_error(name + " is not attached:\n" + output);
-  return PortAfterMark(output.substr(found + line.size()));
-}
-
-std::size_t Attached::TimesAttached(const std::string& name) const {
-  const std::string output = "\n" + Output(), line = "\nattached " + name + " ";
-  std::size_t count = 0;
-  for (std::size_t at = output.find(line); at != std::string::npos;
-       at = output.find(line, at + 1)) {
-    ++count;
-  }
-  return count;
-}
 
 std::string UsbFolder(std::uint32_t port) {
   return "/sys/bus/usb/devices/1-" + std::to_string(port);

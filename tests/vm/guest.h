@@ -5,35 +5,36 @@
 
 #include <cstdint>
 #include <functional>
-#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qzhid::vm {
 
-/// Polls until it holds, for at most that many seconds.
-bool Eventually(const std::function<bool()>& condition, int seconds = 20);
+/// Polls until it holds, for at most 20 seconds.
+bool Eventually(const std::function<bool()>& condition);
 
-/// The whole file, or an empty text.
+/// Empty when there is none.
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& text);
 
 /// The names in a folder, sorted.
 std::vector<std::string> NamesIn(const std::string& folder);
 
-/// A running program, whose output is kept in a file. Ended with SIGTERM at the latest when this
-/// goes.
+/// A running command of the shell. Ended with SIGTERM at the latest when this goes.
 class Program {
  public:
   /// Runs as that user, who then has no other groups either.
-  explicit Program(const std::vector<std::string>& command, uid_t user = 0);
+  explicit Program(const std::string& command, uid_t user = 0);
   ~Program();
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
 
-  /// What it has written to both outputs so far.
+  /// What it has written so far.
   std::string Output() const { return ReadFile(outputFile_); }
-  bool HasWritten(const std::string& text) const;
+  bool HasWritten(const std::string& text) const {
+    return Output().find(text) != std::string::npos;
+  }
 
   /// Waits for its end; returns the exit status, 128 and more for a signal.
   int Wait();
@@ -45,38 +46,28 @@ class Program {
   pid_t process_ = -1;
 };
 
-struct Outcome {
-  int status = 0;
-  std::string output;
-};
+/// Runs a command to its end; its exit status and its output.
+std::pair<int, std::string> RunProgram(const std::string& command, uid_t user = 0);
 
-/// Runs a program to its end.
-Outcome RunProgram(const std::vector<std::string>& command, uid_t user = 0);
-
-/// Devices that qzhub attaches to the kernel, as long as this lives. Ready for use once
-/// constructed.
+/// Devices that qzhub attaches to the kernel, as long as this lives; at first they are ready.
 class Attached {
  public:
   /// `devices` are the devices of the scenario that are there from the start.
   explicit Attached(const std::string& scenario, std::size_t devices = 1);
   /// Detaches the devices; returns when the kernel has forgotten them.
-  ~Attached();
+  ~Attached() { Detach(); }
 
-  /// The port on the kernel's root hub (1, 2, ...) that the device of that name was attached to
-  /// last.
-  std::uint32_t PortOf(const std::string& name) const;
-  /// Whether the kernel has taken in the last arrival of that device. What was there before has
-  /// then left, and the device files are what they will be.
-  bool IsReady(const std::string& name) const { return !HidFile(name).empty(); }
-  /// The device file of its HID node; empty until it is ready.
+  /// The ports on the kernel's root hub (1, 2, ...) that the device of that name was attached to,
+  /// or all devices, one after the other.
+  std::vector<std::uint32_t> Ports(const std::string& name = "\\S+") const;
+  std::uint32_t PortOf(const std::string& name) const { return Ports(name).back(); }
+  /// The device file of its HID node. Empty until the kernel has taken in its last arrival: what
+  /// was there before has then left, and the device files are what they will be.
   std::string HidFile(const std::string& name) const;
-  /// How often the device of that name was attached.
-  std::size_t TimesAttached(const std::string& name) const;
 
   std::string Output() const { return qzhub_.Output(); }
 
  private:
-  std::set<std::uint32_t> Ports() const;
   void Detach();
 
   Program qzhub_;

@@ -1,21 +1,10 @@
 // The library as a host program sees it.
 #pragma once
 
-#include <algorithm>
-#include <string>
-#include <vector>
-
 #include "QzHidAPI.h"
 #include "vm/guest.h"
 
 namespace qzhid::vm {
-
-/// ASCII text of a record's field.
-inline std::string Plain(const QZ_Utf16* text) {
-  std::string plain;
-  for (; *text != 0; ++text) plain += *text < 0x80 ? static_cast<char>(*text) : '?';
-  return plain;
-}
 
 inline std::vector<HidDevRecord> List() {
   HidDevRecord* list = nullptr;
@@ -26,22 +15,10 @@ inline std::vector<HidDevRecord> List() {
   return records;
 }
 
-/// What the library logs meanwhile.
-template <class Task>
-std::string LogOf(const Task& task) {
-  const std::string file = "/tmp/library-log.txt";
-  QZ_SetLogPath(file.c_str());
-  QZ_ConfigLog(1, 0);
-  const std::size_t begin = ReadFile(file).size();  // there is one file for all the process
-  task();
-  QZ_ConfigLog(0, 0);
-  return ReadFile(file).substr(begin);
-}
-
-/// An image file that lives as long as the machine.
+/// An image file that lives as long as the virtual machine.
 inline std::string MakeImage(const std::string& version) {
   std::string file = "/tmp/image-" + version + ".bin";
-  RunProgram({"qzhub", "image", "--out", file, "--size", "65536", "--version", version});
+  RunProgram("qzhub image --size 65536 --version " + version + " --out " + file);
   return file;
 }
 

@@ -1,4 +1,6 @@
 // The minidump of a process that dies.
+#include <process.h>
+
 #include "windows/loaded_copy.h"
 
 namespace qzhid::test {
@@ -6,75 +8,57 @@ namespace {
 
 class MinidumpTest : public ::testing::Test {
  protected:
-  /// Takes the steps in an empty folder; the exit code.
-  DWORD Crash(const std::string& steps) const {
-    const std::wstring program = std::filesystem::absolute(L"crasher.exe").wstring();
-    std::wstring command = L"crasher " + std::wstring(steps.begin(), steps.end());
-    STARTUPINFOW start{};
-    start.cb = sizeof(start);
-    PROCESS_INFORMATION process{};
-    if (!CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, FALSE, 0, nullptr,
-                        folder.path().wstring().c_str(), &start, &process)) {
-      ADD_FAILURE() << "error " << GetLastError();
-      return 0;
-    }
-    DWORD code = 0;
-    WaitForSingleObject(process.hProcess, INFINITE);
-    GetExitCodeProcess(process.hProcess, &code);
-    CloseHandle(process.hProcess);
-    CloseHandle(process.hThread);
-    return code;
+  /// Takes the steps in the folder; the exit code.
+  DWORD Crash(const char* steps) const {
+    const fs::path program = fs::absolute(L"crasher.exe"), here = fs::current_path();
+    fs::current_path(folder.path);
+    const auto code = _spawnl(_P_WAIT, program.string().c_str(), "crasher", steps, nullptr);
+    fs::current_path(here);
+    return static_cast<DWORD>(code);
   }
 
-  const TempFolder folder{L"crash"};
-  const std::filesystem::path dump = folder.path() / L"ConsoleApplication1.dmp";
+  const ScratchFolder folder;
+  const fs::path dump = folder.path / L"ConsoleApplication1.dmp", marks = folder.path / L"marks";
 };
 
 TEST_F(MinidumpTest, EachCrashReplacesTheDumpAndEndsTheProcessAsBefore) {
   EXPECT_EQ(0u, Crash("before load call no-room record record room { call room"));
-  EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
-  const auto other = folder.path() / L"other";
+  EXPECT_TRUE(fs::is_empty(folder.path));
+  const fs::path other = folder.path / L"other";
   WriteText(other, "xxxx");
-  CreateHardLinkW(dump.wstring().c_str(), other.wstring().c_str(), nullptr);
+  fs::create_hard_link(other, dump);
   EXPECT_EQ(EXCEPTION_ACCESS_VIOLATION, Crash("load record null"));
   EXPECT_EQ("MDMP", ReadText(dump).substr(0, 4));
-  EXPECT_EQ("xxxx", ReadText(other)) << "a file with another name as well";
-  std::filesystem::remove(dump);
-  std::filesystem::create_directory(dump);
+  EXPECT_EQ("xxxx", ReadText(other)) << "the file under its other name";
+  fs::remove(dump);
+  fs::create_directory(dump);
   EXPECT_EQ(EXCEPTION_ACCESS_VIOLATION, Crash("load record null"));
-  EXPECT_TRUE(std::filesystem::is_directory(dump));
+  EXPECT_TRUE(fs::is_directory(dump));
 }
 
 TEST_F(MinidumpTest, AnOverflowOfAnyThreadThatHasCalledTheLibraryLeavesADump) {
   Crash("before overflow");
-  const bool areFiltersCalledThen = !ReadText(folder.path() / L"marks").empty();
-  if (!areFiltersCalledThen) return;  // as on the emulated processor, not even the host's own
+  if (!fs::exists(marks)) return;  // the emulated processor calls not even the host's own filter
   for (const char* steps : {"load record overflow", "load record { call overflow"}) {
-    SCOPED_TRACE(steps);
-    std::filesystem::remove(dump);
-    EXPECT_EQ(EXCEPTION_STACK_OVERFLOW, Crash(steps));
-    EXPECT_EQ("MDMP", ReadText(dump).substr(0, 4));
+    fs::remove(dump);
+    EXPECT_EQ(EXCEPTION_STACK_OVERFLOW, Crash(steps)) << steps;
+    EXPECT_EQ("MDMP", ReadText(dump).substr(0, 4)) << steps;
   }
 }
 
 TEST_F(MinidumpTest, FiltersOfTheHostAreCalledAsBeforeAndAfterTheLibraryIsGone) {
-  const struct {
-    const char* steps;
-    const char* marks;
-    bool hasDump;
-  } rows[] = {{"before load record after null", "l", true},
-              {"before load record unload earlier null", "e", false},
-              {"before load record after unload null", "le", false},
-              {"none load record after unload null", "l", false},
-              {"before load record after record unload null", "le", false},
-              {"before load record after unload load record null", "", true}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.steps);
-    std::filesystem::remove(dump);
-    std::filesystem::remove(folder.path() / L"marks");
-    EXPECT_EQ(EXCEPTION_ACCESS_VIOLATION, Crash(row.steps));
-    EXPECT_EQ(row.marks, ReadText(folder.path() / L"marks"));
-    EXPECT_EQ(row.hasDump, std::filesystem::exists(dump));
+  const std::tuple<const char*, std::string, bool> rows[] = {
+      {"before load record after null", "l", true},
+      {"before load record unload earlier null", "e", false},
+      {"before load record after unload null", "le", false},
+      {"none load record after unload null", "l", false},
+      {"before load record after record unload null", "le", false},
+      {"before load record after unload load record null", "", true}};
+  for (const auto& [steps, calls, hasDump] : rows) {
+    fs::remove(dump);
+    fs::remove(marks);
+    EXPECT_EQ(EXCEPTION_ACCESS_VIOLATION, Crash(steps)) << steps;
+    EXPECT_EQ(std::pair(calls, hasDump), std::pair(ReadText(marks), fs::exists(dump))) << steps;
   }
 }
 

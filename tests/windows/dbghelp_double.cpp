@@ -9,16 +9,12 @@
 // After the general Windows header.
 #include <dbghelp.h>
 
-namespace {
-
 // A thread whose stack has overflowed has another one write the dump.
-bool IsExpected(const MINIDUMP_EXCEPTION_INFORMATION& information) {
+static bool IsExpected(const MINIDUMP_EXCEPTION_INFORMATION& information) {
   const DWORD code = information.ExceptionPointers->ExceptionRecord->ExceptionCode;
   const bool isOwn = information.ThreadId == GetCurrentThreadId();
   return code == (isOwn ? EXCEPTION_ACCESS_VIOLATION : EXCEPTION_STACK_OVERFLOW);
 }
-
-}  // namespace
 
 extern "C" BOOL WINAPI MiniDumpWriteDump(HANDLE process, DWORD processId, HANDLE file,
                                          MINIDUMP_TYPE type,

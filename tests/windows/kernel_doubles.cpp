@@ -1,54 +1,51 @@
 #include "windows/kernel_doubles.h"
 
-#include <utility>
+#include <map>
+#include <mutex>
 
 #include "virtualhub/bus/current_machine.h"
-#include "windows/open_files.h"
-
-namespace doubles {
-
-namespace platform = qzhid::platform;
 
 namespace {
 
-HANDLE WINAPI OpenFile(LPCWSTR path, DWORD access, DWORD sharing, SECURITY_ATTRIBUTES* security,
-                       DWORD disposition, DWORD flags, HANDLE pattern) {
-  const std::wstring interfacePath = OpenFiles::Instance().InterfaceOf(path);
-  platform::HidDevice device;
-  if (!interfacePath.empty()) {
-    const bool isRight = access == (GENERIC_READ | GENERIC_WRITE) &&
-                         sharing == (FILE_SHARE_READ | FILE_SHARE_WRITE) &&
-                         disposition == OPEN_EXISTING && flags == FILE_FLAG_OVERLAPPED;
-    const platform::Status status = isRight ? OpenHidDevice(interfacePath, device)
-                                            : platform::Status::Failure(ERROR_INVALID_PARAMETER);
-    SetLastError(status.code);
-    if (!status) return INVALID_HANDLE_VALUE;
-  }
-  const HANDLE file = CreateFileW(path, access, sharing, security, disposition, flags, pattern);
-  if (device && file != INVALID_HANDLE_VALUE) {
-    OpenFiles::Instance().Remember(file, interfacePath, std::move(device));
-  }
-  return file;
+std::mutex g_lock;
+std::map<HANDLE, std::shared_ptr<void>> g_open;  // devices and events, by their addresses
+
+template <class Object>
+HANDLE Keep(Object object) {
+  const auto kept = std::make_shared<Object>(std::move(object));
+  const std::lock_guard<std::mutex> guard(g_lock);
+  g_open[kept.get()] = kept;
+  return kept.get();
 }
 
-HANDLE WINAPI MakeEvent(SECURITY_ATTRIBUTES* security, BOOL manual, BOOL signalled, LPCWSTR name) {
+HANDLE WINAPI OpenFile(LPCWSTR path, DWORD access, DWORD sharing, SECURITY_ATTRIBUTES* security,
+                       DWORD disposition, DWORD flags, HANDLE pattern) {
+  if (!std::wstring_view(path).starts_with(L"virtualhub:")) {
+    return CreateFileW(path, access, sharing, security, disposition, flags, pattern);
+  }
+  const bool isRight = access == (GENERIC_READ | GENERIC_WRITE) &&
+                       sharing == (FILE_SHARE_READ | FILE_SHARE_WRITE) &&
+                       disposition == OPEN_EXISTING && flags == FILE_FLAG_OVERLAPPED;
+  platform::HidDevice device;
+  const platform::Status status =
+      isRight ? OpenHidDevice(path, device) : platform::Status::Failure(ERROR_INVALID_PARAMETER);
+  return Answer(status) ? Keep(std::move(device)) : INVALID_HANDLE_VALUE;
+}
+
+HANDLE WINAPI MakeEvent(SECURITY_ATTRIBUTES*, BOOL manual, BOOL signalled, LPCWSTR name) {
   platform::Event event;
   const bool isRight = !manual && !signalled && name == nullptr;
   const platform::Status status = isRight ? platform::CreateReportEvent(event)
                                           : platform::Status::Failure(ERROR_INVALID_PARAMETER);
-  SetLastError(status.code);
-  if (!status) return nullptr;
-  const HANDLE handle = CreateEventW(security, manual, signalled, name);
-  if (handle != nullptr) OpenFiles::Instance().Remember(handle, std::move(event));
-  return handle;
+  return Answer(status) ? Keep(std::move(event)) : nullptr;
 }
 
 BOOL WINAPI Close(HANDLE handle) {
-  OpenFiles::Instance().Forget(handle);
-  return CloseHandle(handle);
+  const std::lock_guard<std::mutex> guard(g_lock);
+  return g_open.erase(handle) != 0 || CloseHandle(handle);
 }
 
-void WINAPI Pause(DWORD milliseconds) { virtualhub::HoldCurrentMachine()->SleepMs(milliseconds); }
+void WINAPI Pause(DWORD milliseconds) { platform::SleepMs(milliseconds); }
 
 BOOL WINAPI ReadCounter(LARGE_INTEGER* counter) {
   counter->QuadPart = static_cast<LONGLONG>(virtualhub::HoldCurrentMachine()->clock().NowUs());
@@ -60,20 +57,43 @@ BOOL WINAPI ReadFrequency(LARGE_INTEGER* frequency) {
   return TRUE;
 }
 
-void WINAPI TellDebugger(LPCWSTR text) { platform::DebugOutput(text); }
+void WINAPI WriteToDebugger(LPCWSTR text) { platform::DebugOutput(text); }
+
+const std::map<std::string_view, void*> kServices = {
+    {"CreateFileW", reinterpret_cast<void*>(&OpenFile)},
+    {"CreateEventW", reinterpret_cast<void*>(&MakeEvent)},
+    {"CloseHandle", reinterpret_cast<void*>(&Close)},
+    {"Sleep", reinterpret_cast<void*>(&Pause)},
+    {"QueryPerformanceCounter", reinterpret_cast<void*>(&ReadCounter)},
+    {"QueryPerformanceFrequency", reinterpret_cast<void*>(&ReadFrequency)},
+    {"OutputDebugStringW", reinterpret_cast<void*>(&WriteToDebugger)}};
 
 }  // namespace
 
-void UseKernelDoubles(HMODULE module) {
-  const std::pair<const char*, void*> services[] = {
-      {"CreateFileW", reinterpret_cast<void*>(&OpenFile)},
-      {"CreateEventW", reinterpret_cast<void*>(&MakeEvent)},
-      {"CloseHandle", reinterpret_cast<void*>(&Close)},
-      {"Sleep", reinterpret_cast<void*>(&Pause)},
-      {"QueryPerformanceCounter", reinterpret_cast<void*>(&ReadCounter)},
-      {"QueryPerformanceFrequency", reinterpret_cast<void*>(&ReadFrequency)},
-      {"OutputDebugStringW", reinterpret_cast<void*>(&TellDebugger)}};
-  for (const auto& [name, replacement] : services) Redirect(module, name, replacement);
+const platform::HidDevice& DeviceOf(HANDLE handle) {
+  return *static_cast<const platform::HidDevice*>(handle);
 }
 
-}  // namespace doubles
+// Replaces the services in the module's import table.
+void UseKernelDoubles(HMODULE module) {
+  auto* const base = reinterpret_cast<std::uint8_t*>(module);
+  const LONG start = reinterpret_cast<IMAGE_DOS_HEADER*>(base)->e_lfanew;
+  const auto& header = reinterpret_cast<IMAGE_NT_HEADERS64*>(base + start)->OptionalHeader;
+  auto* import = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(
+      base + header.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress);
+  for (; import->Name != 0; ++import) {
+    auto* name = reinterpret_cast<IMAGE_THUNK_DATA64*>(base + import->OriginalFirstThunk);
+    auto* slot = reinterpret_cast<IMAGE_THUNK_DATA64*>(base + import->FirstThunk);
+    for (; name->u1.AddressOfData != 0; ++name, ++slot) {
+      if (IMAGE_SNAP_BY_ORDINAL64(name->u1.Ordinal)) continue;
+      const auto* const entry =
+          reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(base + name->u1.AddressOfData);
+      const auto found = kServices.find(reinterpret_cast<const char*>(entry->Name));
+      if (found == kServices.end()) continue;
+      DWORD protection = 0;
+      VirtualProtect(slot, sizeof(*slot), PAGE_READWRITE, &protection);
+      slot->u1.Function = reinterpret_cast<ULONGLONG>(found->second);
+      VirtualProtect(slot, sizeof(*slot), protection, &protection);
+    }
+  }
+}

@@ -1,11 +1,23 @@
-// Kernel services that act on the machine: its clock, its debugger and its open handles.
+// Kernel services that act on the machine: its devices, its clock, its debugger and its handles.
 #pragma once
 
-#include "windows/import_table.h"
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
 
-namespace doubles {
+#include "platform/platform.h"
 
-/// Lets the module's kernel calls go to the machine. Files and events remain real.
+namespace platform = qzhid::platform;
+
+/// Lets the module's kernel calls go to the machine, as far as they are about devices or time.
 void UseKernelDoubles(HMODULE module);
 
-}  // namespace doubles
+/// The device that was opened with that handle.
+const platform::HidDevice& DeviceOf(HANDLE handle);
+
+/// What a service of the system returns: whether it worked, and if not, the code as the last error.
+inline bool Answer(const platform::Status& status) {
+  if (!status) SetLastError(status.code);
+  return status.ok;
+}

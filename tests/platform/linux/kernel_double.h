@@ -1,24 +1,17 @@
-// What the Linux backend sees of the kernel: a folder in place of /sys, /dev and /etc, and
-// device files that answer requests.
+// The kernel as the Linux backend sees it: a folder in place of /sys, /dev and /etc, and device
+// files that answer requests.
 #pragma once
 
+#include <cerrno>
 #include <functional>
 #include <map>
-#include <string>
+
+#include "platform/seam_calls.h"
+#include "support/temp_file.h"
 
 namespace qzhid::platform::test {
 
 using Attributes = std::map<std::string, std::string>;
-
-/// One USB device with one HID interface.
-struct PluggedDevice {
-  std::string ports;  ///< from the root hub on, such as "3.1"
-  int hidraw = 0;     ///< the number of its hidraw device; negative: it has none
-  Attributes attributes = {{"idVendor", "2e7c"}, {"idProduct", "0818"}};
-  /// Carries out a request on its hidraw or USB device file; returns what ioctl does, or a negative
-  /// error code.
-  std::function<int(unsigned long request, void* argument)> requests = {};
-};
 
 /// The system of the process while it lives: a PCI controller with the root hub "usb1", and what is
 /// plugged in. A device gets the next number on the bus.
@@ -29,31 +22,29 @@ class KernelDouble {
   KernelDouble(const KernelDouble&) = delete;
   KernelDouble& operator=(const KernelDouble&) = delete;
 
-  /// Hubs that are missing on the way to the device are plugged in as well.
-  void Plug(const PluggedDevice& device);
-  void Unplug(const std::string& ports);
+  /// Plugs a device in at the ports from the root hub on, such as "3.1", with one HID interface
+  /// that has that hidraw number, or none if it is negative.
+  void Plug(const std::string& ports, int hidraw = 0, Attributes attributes = {});
+  void Unplug(const std::string& ports) const;
 
-  /// Paths of the double's system, and where they are in truth.
+  /// Folders of the double's system, and where a path of that system really is.
   static std::string UsbFolder(const std::string& ports);
   static std::string HidrawFolder(const std::string& ports, int number);
-  std::string Path(const std::string& path) const { return root_ + path; }
+  std::string Path(const std::string& path) const { return m_Root + path; }
 
   /// Writes a file of the double's system.
   void Write(const std::string& path, const std::string& text) const;
 
- private:
-  struct Present {
-    PluggedDevice device;
-    unsigned deviceFile = 0;  ///< an index into the files of the system that stand for it
-  };
-  static int Answer(unsigned deviceFile, unsigned long request, void* argument);
-  friend int AnswerRequest(int file, unsigned long request, void* argument);
+  /// Carries out the requests to hidraw and USB device files; returns what ioctl returns, or a
+  /// negative error code.
+  std::function<int(unsigned long request, void* argument)> answer;
 
+ private:
   void Describe(const std::string& folder, Attributes attributes);
 
-  std::string root_;
-  std::map<std::string, Present> present_;
-  unsigned plugged_ = 0;  ///< devices so far, the root hub included
+  const qzhid::test::ScratchFolder m_Folder;
+  const std::string m_Root = std::filesystem::canonical(m_Folder.path).string();
+  int m_nPlugged = 0;  // devices so far, the root hub included
 };
 
 }  // namespace qzhid::platform::test
