@@ -66,7 +66,7 @@ TEST_F(BridgeTest, GpioLinesAreReadAndDrivenByBothCommands) {
   for (const std::uint32_t line : {0u, 1u, 22u, 23u}) {
     EXPECT_EQ(0u, QZ_HidGPIOR(handle, line, g_room, 1));
     EXPECT_EQ(line == 0 || line == 23 ? 1 : 0, g_room[0]);
-    for (const std::uint8_t level : {2, 0}) {
+    for (const std::uint8_t level : std::initializer_list<std::uint8_t>{2, 0}) {
       EXPECT_EQ(0u, QZ_HidGPIOW(handle, line, level));
       EXPECT_EQ(level != 0, hub().gpio()[line]);
       EXPECT_EQ(0u, QZ_HidGPIOW(handle, line, level == 0));

@@ -44,14 +44,14 @@ constexpr int kCount = 1000;
 
 /// Three threads log kCount lines each.
 void LogFromThreads() {
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < 3; ++thread) {
-    threads.emplace_back([thread] {
-      const std::string letters(50, static_cast<char>('a' + thread));
-      for (int i = 0; i < kCount; ++i) Hub().Log(thread, "thread", "%s %d\n", letters.c_str(), i);
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  const auto log = [](int thread) {
+    const std::string letters(50, static_cast<char>('a' + thread));
+    for (int i = 0; i < kCount; ++i) Hub().Log(thread, "thread", "%s %d\n", letters.c_str(), i);
+  };
+  std::thread first(log, 0), second(log, 1);
+  log(2);
+  first.join();
+  second.join();
 }
 
 TEST_F(MessageHubTest, LinesOfManyThreadsArriveWholeAndOneAtATime) {
@@ -96,27 +96,6 @@ TEST_F(MessageHubTest, TheLogAndTheReceiversMayChangeWhileOthersLog) {
   configurer.join();
 }
 
-struct Stay {
-  std::atomic<bool> entered{false}, mayLeave{false}, left{false};
-};
-
-/// Stays in a delivery until it may leave, and then some more.
-struct StayingReceiver final : SilentReceiver {
-  explicit StayingReceiver(Stay& where) : stay(where) {}
-  void OnLog(const char*, int) override { Linger(); }
-  void OnProgress(int) override { Linger(); }
-  void Linger() {
-    stay.entered = true;
-    while (!stay.mayLeave) std::this_thread::yield();
-    for (int i = 0; i < 2000; ++i) std::this_thread::yield();
-    seen = 1;  // of an object that must be there still
-    stay.left = true;
-  }
-
-  Stay& stay;
-  int seen = 0;
-};
-
 /// Acts in a delivery of either kind.
 struct ActingReceiver final : SilentReceiver {
   explicit ActingReceiver(std::function<void()> action) : act(std::move(action)) {}
@@ -124,6 +103,19 @@ struct ActingReceiver final : SilentReceiver {
   void OnProgress(int) override { act(); }
 
   const std::function<void()> act;
+};
+
+/// A stay in a delivery until it may end, and some more.
+struct Stay {
+  std::unique_ptr<IResponder> Receiver() {
+    return std::make_unique<ActingReceiver>([this] {
+      entered = true;
+      while (!mayLeave) std::this_thread::yield();
+      for (int i = 0; i < 2000; ++i) std::this_thread::yield();
+      left = true;
+    });
+  }
+  std::atomic<bool> entered{false}, mayLeave{false}, left{false};
 };
 
 const std::function<void()> kLog = [] { Hub().Log(0, "t", "0"); },
@@ -142,7 +134,7 @@ TEST_F(MessageHubTest, RemoveWaitsForADeliveryOnAnotherThreadAndTheReceiverMayBe
     SCOPED_TRACE(row.name);
     Hub().ClearResponders();
     Stay stay;
-    auto staying = std::make_unique<StayingReceiver>(stay);
+    auto staying = stay.Receiver();
     Hub().AddResponder(staying.get());
     std::thread other(row.deliver);
     while (!stay.entered) std::this_thread::yield();
@@ -153,13 +145,9 @@ TEST_F(MessageHubTest, RemoveWaitsForADeliveryOnAnotherThreadAndTheReceiverMayBe
       hasWaited = stay.left;
       staying.reset();
     });
-    if (row.surrounding) {
-      Hub().ClearResponders();
-      Hub().AddResponder(&remover);
-      row.surrounding();
-    } else {
-      remover.act();
-    }
+    Hub().ClearResponders();
+    Hub().AddResponder(&remover);
+    row.surrounding ? row.surrounding() : remover.act();
     EXPECT_TRUE(hasWaited);
     other.join();
   }
@@ -168,8 +156,8 @@ TEST_F(MessageHubTest, RemoveWaitsForADeliveryOnAnotherThreadAndTheReceiverMayBe
 // If one of these calls waited for the delivery, this would never end.
 TEST_F(MessageHubTest, NothingButRemoveWaitsForADelivery) {
   Stay stay;
-  StayingReceiver staying(stay);
-  Hub().AddResponder(&staying);
+  const auto staying = stay.Receiver();
+  Hub().AddResponder(staying.get());
   std::thread logger(kLog);
   while (!stay.entered) std::this_thread::yield();
   Hub().AddResponder(&log);
@@ -177,7 +165,7 @@ TEST_F(MessageHubTest, NothingButRemoveWaitsForADelivery) {
   QZ_ConfigLog(0, 0);
   EXPECT_FALSE(stay.left);
   stay.mayLeave = true;
-  Hub().RemoveResponder(&staying);
+  Hub().RemoveResponder(staying.get());
   EXPECT_TRUE(stay.left) << "even though it is gone from the list";
   logger.join();
 }
