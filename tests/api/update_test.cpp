@@ -10,35 +10,10 @@
 namespace qzhid::test {
 namespace {
 
-using ::testing::Contains;
-
 constexpr const char* kUpdate = "QZ_UpdateDev";
 
 std::vector<int> g_progress;
 void OnProgress(std::int32_t percent) { g_progress.push_back(percent); }
-
-/// The conversation with the hub: key, length, value and index of each request; "!" marks a refused
-/// one. Requests whose address moves on by their length count as one.
-std::vector<std::string> Conversation(const virtualhub::Recorder& recorder) {
-  std::vector<std::string> steps;
-  std::string last;
-  std::uint32_t first = 0, next = 0, count = 0;
-  for (const auto& record : recorder.Of(virtualhub::Record::Kind::Request)) {
-    const std::uint32_t address = virtualhub::LittleEndian32(record.setup, 2);
-    const std::uint32_t length = virtualhub::LittleEndian16(record.setup, 6);
-    const auto kind = Text("%s%04X +%u", record.result.ok() ? "" : "!", record.key(), length);
-    const bool goesOn = kind == last && address == next;
-    if (!goesOn) {
-      steps.emplace_back();
-      first = address;
-      count = 0;
-    }
-    steps.back() = kind + Text(" @%X", first) + (++count > 1 ? Text(" x%u", count) : "");
-    last = kind;
-    next = address + length;
-  }
-  return steps;
-}
 
 /// The checksum of all reports on the wire, before each a byte for its direction (0 out, 1 in).
 std::uint32_t WireChecksum(const virtualhub::Recorder& recorder) {
@@ -74,34 +49,20 @@ class UpdateTest : public ApiTest {
   const virtualhub::DevInst instance = machine->HidInstance("hub");
 };
 
-using Steps = std::vector<std::string>;
-
 /// A way in which hubs are updated.
 struct Way {
   const char* members;  ///< more JSON members of the hub
   bool isDual;
-  Steps before, after;  ///< what is said before and after the image is written
-  std::uint32_t checksum;
+  Keys16 before, after;    ///< the requests before and after the image is written, repeats left out
+  std::uint32_t checksum;  ///< of all reports
 };
 
-const std::string kArrive = "4002 +0 @2E7C0001", kTooEarly = "!4002 +0 @2E7C0001";
-const std::string kStatus = "C009 +20 @0", kToRom = "4000 +0 @0", kErase = "40E8 +0 @0";
-const std::string kCompare = "C0D8 +128 @0 x255", kCompareRest = "C0D8 +40 @7F80";
-// A hub that resets is back after 750 ms, found by the scan at 768 ms, and ready after 850 ms.
-const Steps kFromFlash = {kArrive, kStatus, kStatus, kToRom, kTooEarly,
-                          kArrive, kStatus, kArrive, kErase};
-const Steps kFromRom = {kArrive, kStatus, kArrive, kErase}, kBeside = {kArrive, kStatus, kStatus};
-const Steps kWrite = {"4002 +0 @2E7C0003", kStatus,         "4006 +0 @1", "40E8 +0 @100",
-                      "40C8 +128 @0 x255", "40C8 +40 @7F80"};
+const Keys16 kCompare = {0xC0D8}, kBeside = {0x4002, 0xC009};
 const Way kWays[] = {
-    {"", false, kFromFlash, {kCompare, kCompareRest}, 0x9D7F4B57},
-    {R"(, "running": "rom")", false, kFromRom, {kCompare, kCompareRest}, 0x5C1E3DB0},
-    {R"(, "dual_bank": true)", true, kBeside, {kStatus, kCompare, kCompareRest}, 0x0945921D},
-    {R"(, "dual_bank": true, "isp_supported": true)",
-     true,
-     kBeside,
-     {kStatus, "40D9 +0 @1"},
-     0xC3CA499C}};
+    {"", false, {0x4002, 0xC009, 0x4000, 0x4002, 0xC009, 0x4002, 0x40E8}, kCompare, 0x9D7F4B57},
+    {R"(, "running": "rom")", false, {0x4002, 0xC009, 0x4002, 0x40E8}, kCompare, 0x5C1E3DB0},
+    {R"(, "dual_bank": true)", true, kBeside, {0xC009, 0xC0D8}, 0x0945921D},
+    {R"(, "dual_bank": true, "isp_supported": true)", true, kBeside, {0xC009, 0x40D9}, 0xC3CA499C}};
 
 class UpdateWayTest : public UpdateTest, public ::testing::WithParamInterface<Way> {};
 INSTANTIATE_TEST_SUITE_P(Hubs, UpdateWayTest, ::testing::ValuesIn(kWays));
@@ -114,11 +75,12 @@ TEST_P(UpdateWayTest, AHubTakesTheImageAndStartsItUnlessTheHostWantsOtherwise) {
     g_progress.clear();
     QZ_DllPassPara(isStarted ? 0 : 5);
     EXPECT_EQ(1, QZ_UpdateDev(handle, good.path(), isStarted ? OnProgress : nullptr));
-    Steps steps = way.before;
-    steps.insert(steps.end(), kWrite.begin(), kWrite.end());
-    steps.insert(steps.end(), way.after.begin(), way.after.end());
-    if (isStarted) steps.insert(steps.end(), {"40E9 +0 @101", kTooEarly, kArrive});
-    EXPECT_EQ(steps, Conversation(machine->recorder()));
+    Keys16 expected = way.before, keys = Keys();
+    expected.insert(expected.end(), {0x4002, 0xC009, 0x4006, 0x40E8, 0x40C8});
+    expected.insert(expected.end(), way.after.begin(), way.after.end());
+    if (isStarted) expected.insert(expected.end(), {0x40E9, 0x4002});
+    keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
+    EXPECT_EQ(expected, keys);
     if (isStarted) {
       EXPECT_EQ(way.checksum, WireChecksum(machine->recorder()));
     }
@@ -159,11 +121,8 @@ TEST_F(UpdateTest, AMissingFileIsReportedBeforeTheHubIsTouched) {
 
 TEST_F(UpdateTest, AFileThatCannotBeLoadedNeverCostsTheFirmware) {
   const TempFile empty({}, "empty");
-  const std::string unreadable = UniquePath("closed");
-  const UnopenableFile closed(unreadable);
-  ASSERT_TRUE(std::filesystem::exists(unreadable));
   std::uint16_t version = 0;
-  for (const std::string& path : {std::string(empty.path()), ::testing::TempDir(), unreadable}) {
+  for (const std::string& path : {std::string(empty.path()), ::testing::TempDir()}) {
     // What an earlier job loaded must not be written instead.
     ASSERT_EQ(1, QZ_ReadBinVersion(handle, good.path(), &version));
     ExpectRefusal(path.c_str(), {0, 10, 0}, "Update Fail\n");
@@ -174,17 +133,19 @@ TEST_F(UpdateTest, AFileThatCannotBeLoadedNeverCostsTheFirmware) {
 }
 
 TEST_F(UpdateTest, AnImageOfAnyLengthIsWrittenAsFarAsTheHubHasRoom) {
-  const std::tuple<std::size_t, bool, std::string> rows[] = {{1, true, "40C8 +1 @0"},
-                                                             {300, true, "40C8 +44 @100"},
-                                                             {0x7F53, true, "40C8 +83 @7F00"},
-                                                             {17u << 20, false, "!40C8 +128 @"}};
-  for (const auto& [size, isDone, written] : rows) {
+  const std::pair<std::size_t, bool> rows[] = {
+      {1, true}, {300, true}, {0x7F53, true}, {17u << 20, false}};
+  for (const auto& [size, isDone] : rows) {
     SCOPED_TRACE(size);
     OpenHub();
     Bytes part = image;
     part.resize(size);
     EXPECT_EQ(isDone ? 1 : 0, QZ_UpdateDev(handle, TempFile(part).path(), nullptr));
-    EXPECT_THAT(Conversation(machine->recorder()), Contains(::testing::StartsWith(written)));
+    const auto outputs = Outputs();
+    const auto writes = std::count_if(outputs.begin(), outputs.end(),
+                                      [](const Bytes& report) { return report[2] == 0xC8; });
+    EXPECT_EQ(isDone ? (size + 127) / 128 : hub().bank(0).contents().size() / 128 + 1,
+              static_cast<std::size_t>(writes));
     part.resize(std::min<std::size_t>(size, image.size()));
     EXPECT_TRUE(Holds(part));
   }

@@ -56,6 +56,35 @@ class CrossingCallsTest : public ApiTest {
   }
   bool IsOtherUntouched() { return Holds(virtualhub::BuildImage({}, 0x10000), 0, "other"); }
 
+  /// Makes the calls on a thread each, one after the other, while a call of another thread has the
+  /// connection: each waits for its turn when the next one begins. Then that call returns, and all
+  /// of them must.
+  void CallInTurn(const std::vector<std::function<void()>>& calls) {
+    std::atomic<bool> isTaken{false}, isFree{false};
+    machine->SetExchangeHook([&](const virtualhub::Exchange&) {
+      if (isTaken.exchange(true)) return;
+      while (!isFree) std::this_thread::yield();
+    });
+    std::vector<std::thread> threads;
+    threads.emplace_back([this] { EXPECT_EQ(1, QZ_GetHubVIDPIDFromHidDevice(other, &id, &id)); });
+    while (!isTaken) std::this_thread::yield();
+    for (const auto& call : calls) {
+      std::atomic<pid_t> number{0};
+      threads.emplace_back([&] {
+        number = gettid();
+        call();
+      });
+      const auto isAsleep = [&number] {  // as the system shows it
+        const std::string stat = "/proc/self/task/" + std::to_string(number) + "/stat";
+        return ReadText(stat).find(") S") != std::string::npos;
+      };
+      while (number == 0 || !isAsleep()) std::this_thread::yield();
+    }
+    isFree = true;
+    for (std::thread& thread : threads) thread.join();
+    machine->SetExchangeHook(nullptr);
+  }
+
   /// All 27.
   std::vector<Crossing> Crossings();
 
@@ -173,80 +202,11 @@ TEST_F(CrossingCallsTest, AtTheEndTheCallbackMayUseHubsAndClosesOfOtherThreadsAr
   EXPECT_EQ(kNoHandles, Handles());
 }
 
-/// Threads that do a job each, again and again.
-class Crowd {
- public:
-  explicit Crowd(const std::vector<std::function<void()>>& jobs) {
-    for (const auto& job : jobs) {
-      threads.emplace_back([this, job] {
-        for (job(), ++begun; !stop;) job();
-      });
-    }
-    while (begun < jobs.size()) std::this_thread::yield();
-  }
-  ~Crowd() {
-    stop = true;
-    for (std::thread& thread : threads) thread.join();
-  }
-
- private:
-  std::atomic<bool> stop{false};
-  std::atomic<std::size_t> begun{0};
-  std::vector<std::thread> threads;
-};
-
-/// Whether the thread sleeps, as the system shows it.
-bool IsAsleep(pid_t thread) {
-  const std::string state = ReadText("/proc/self/task/" + std::to_string(thread) + "/stat");
-  return state.compare(state.rfind(')') + 1, 2, " S") == 0;
-}
-
-/// Threads that call the library one after the other while a call of another thread has the
-/// connection: each waits for its turn when the next one begins. At the end that call returns, and
-/// all of them must.
-class Queue {
- public:
-  Queue(virtualhub::Machine& machine, std::uint32_t hub) : m_Machine(machine) {
-    machine.SetExchangeHook([this](const virtualhub::Exchange&) {
-      if (m_bTaken.exchange(true)) return;
-      while (!m_bFree) std::this_thread::yield();
-    });
-    m_Threads.emplace_back([hub] {
-      std::uint32_t id = 0;
-      EXPECT_EQ(1, QZ_GetHubVIDPIDFromHidDevice(hub, &id, &id));
-    });
-    while (!m_bTaken) std::this_thread::yield();
-  }
-  ~Queue() {
-    m_bFree = true;
-    for (std::thread& thread : m_Threads) thread.join();
-    m_Machine.SetExchangeHook(nullptr);
-  }
-  Queue(const Queue&) = delete;
-  Queue& operator=(const Queue&) = delete;
-
-  void Add(const std::function<void()>& call) {
-    std::atomic<pid_t> number{0};
-    m_Threads.emplace_back([&number, call] {
-      number = gettid();
-      call();
-    });
-    while (number == 0 || !IsAsleep(number)) std::this_thread::yield();
-  }
-
- private:
-  virtualhub::Machine& m_Machine;
-  std::atomic<bool> m_bTaken{false}, m_bFree{false};
-  std::vector<std::thread> m_Threads;
-};
-
 TEST_F(CrossingCallsTest, AllCallsThatWaitForTheirTurnGetIt) {
   std::atomic<int> listed{0}, sent{0};
-  {
-    Queue queue(*machine, other);
-    for (int i = 0; i < 2; ++i) queue.Add([&] { sent += QZ_HidGPIOW(handle, 1, 1) != 1 ? 1 : 0; });
-    for (int i = 0; i < 2; ++i) queue.Add([&] { listed += List() == 2 ? 1 : 0; });
-  }
+  const auto send = [&] { sent += QZ_HidGPIOW(handle, 1, 1) != 1 ? 1 : 0; };
+  const auto listBoth = [&] { listed += List() == 2 ? 1 : 0; };
+  CallInTurn({send, send, listBoth, listBoth});
   EXPECT_EQ(2, sent);
   EXPECT_EQ(2, listed);
   EXPECT_EQ(kNoHandles, Handles());
@@ -256,58 +216,53 @@ TEST_F(CrossingCallsTest, AnUpdateThatBeginsRefusesAllCallsThatWaitForTheirTurn)
   for (int round = 0; round < 5; ++round) {
     Begin();
     std::atomic<int> refused{0};
-    {
-      Queue queue(*machine, other);
-      for (int i = 0; i < 4; ++i) {
-        queue.Add([&] { refused += QZ_HidGPIOW(handle, 1, 1) == 1 ? 1 : 0; });
-      }
-      queue.Add([&] {
-        Update([&](int percent) {
-          while (percent == 0 && refused < 4) std::this_thread::yield();
-        });
-      });
-    }
+    const auto send = [&] { refused += QZ_HidGPIOW(handle, 1, 1) == 1 ? 1 : 0; };
+    const auto awaitRefusals = [&](int percent) {
+      while (percent == 0 && refused < 4) std::this_thread::yield();
+    };
+    CallInTurn({send, send, send, send, [&] { Update(awaitRefusals); }});
     EXPECT_EQ(4u, Count({3, "QZ_HidGPIOW", "An update is running\n"}));
   }
 }
 
 // A starting thread configures the log on some systems.
-TEST_F(CrossingCallsTest, AnUpdateIsNotHarmedByOtherThreadsThatCallAndConfigureTheLog) {
+TEST_F(CrossingCallsTest, NeitherAnUpdateNorAReadingIsHarmedByOtherThreads) {
   const auto configure = [] {
     platform::OnThreadAttach();
     QZ_SetLogPath(LogFile());
     QZ_ConfigLog(0, 0);
-  };
-  const auto useHubs = [this] {
-    List();
-    QZ_HidGPIOW(handle, 1, 1);
-    QZ_CloseDev(QZ_OpenHid(other));
-  };
-  std::unique_ptr<Crowd> crowd;
-  const bool isUpdated = Update([&](int percent) {
-    if (percent != 10) return;
-    crowd = std::make_unique<Crowd>(std::vector<std::function<void()>>{configure, useHubs});
-  });
-  EXPECT_TRUE(isUpdated);
-  EXPECT_NE(nullptr, crowd);
-  crowd.reset();
-  EXPECT_TRUE(Holds(bytes));
-  EXPECT_TRUE(IsOtherUntouched());
-}
-
-TEST_F(CrossingCallsTest, CallsOfSeveralThreadsThatTakeTheConnectionOverWaitForTheOthers) {
-  const auto readIds = [this] {
-    std::uint32_t vid = 0, pid = 0;
-    EXPECT_EQ(1, QZ_GetHubVIDPIDFromHidDevice(other, &vid, &pid));
-    EXPECT_EQ(0x2E7Cu, vid);
   };
   const auto share = [this] {
     QZ_HidI2CConfig(handle, 0xA0, 2, 1);
     QZ_HidI2CRead(handle, 0, g_room, 2);
     QZ_HidSetHubGPIO(handle, 1, 1);
   };
-  const Crowd crowd({[] { EXPECT_EQ(2u, List()); }, readIds, share});
-  for (int i = 0; i < 20; ++i) readIds();
+  const auto takeOver = [this] {
+    List();
+    QZ_CloseDev(QZ_OpenHid(other));
+  };
+  std::atomic<bool> isOver{false};
+  std::atomic<int> begun{0};
+  std::vector<std::thread> threads;
+  const auto start = [&](const std::function<void()>& job) {
+    threads.emplace_back([&, job] {
+      for (job(), ++begun; !isOver;) job();
+    });
+  };
+  EXPECT_TRUE(Update([&](int percent) {
+    if (percent != 10) return;
+    start(configure), start(share), start(takeOver);
+    while (begun < 3) std::this_thread::yield();
+  }));
+  EXPECT_TRUE(Holds(bytes));
+  for (int i = 0; i < 20; ++i) {
+    List();
+    EXPECT_EQ(1, QZ_GetHubVIDPIDFromHidDevice(other, &id, &count));
+    EXPECT_EQ(0x2E7Cu, id);
+  }
+  isOver = true;
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_TRUE(IsOtherUntouched());
 }
 
 // The first exchange ends when the other thread has given up.

@@ -34,7 +34,7 @@ namespace qzhid::test {
 namespace {
 
 using On = Fault::On;
-using Action = Fault::Action;
+using enum Fault::Action;
 using Record = virtualhub::Record;
 
 enum Traits : unsigned {
@@ -60,41 +60,27 @@ const FaultKind kFaultKinds[] = {
     {"output report fails without a code", kPlain, {.on = On::Output}},
     {"input report fails", kQuick, {.on = On::Input, .code = 5}},
     {"input report fails without a code", kQuick | kLie, {.on = On::Input}},
-    {"report stalls", kPlain, {.action = Action::Stall}},
-    {"answer all zeros", kLie, {.on = On::Input, .action = Action::AnswerZeros}},
-    {"answer all ones", kLie, {.on = On::Input, .action = Action::AnswerOnes}},
-    {"answer random", kQuick | kLie, {.on = On::Input, .action = Action::AnswerRandom}},
-    {"request taken, not carried out",
-     kQuick | kLie,
-     {.on = On::Output, .action = Action::LoseWrite}},
-    {"unplugged and back",
-     kQuick | kBack,
-     {.device = "hub", .action = Action::Unplug, .returnMs = 500}},
-    {"back at once, new instance",
-     kBack,
-     {.device = "hub", .action = Action::Unplug, .returnMs = 0}},
-    {"back on another port",
-     kPlain,
-     {.device = "hub", .action = Action::Unplug, .returnMs = 0, .port = "4"}},
-    {"unplugged for good", kQuick | kForGood, {.device = "hub", .action = Action::Unplug}},
-    {"power lost", kQuick | kBack, {.device = "hub", .action = Action::PowerLoss, .returnMs = 500}},
-    {"power lost for good", kForGood, {.device = "hub", .action = Action::PowerLoss}},
-    {"never back from reset", kQuick | kForGood, {.on = On::Reset, .action = Action::NeverReturn}},
-    {"reset to another port", kQuick, {.on = On::Reset, .action = Action::ReturnAt, .port = "4"}},
+    {"report stalls", kPlain, {.action = Stall}},
+    {"answer all zeros", kLie, {.on = On::Input, .action = AnswerZeros}},
+    {"answer all ones", kLie, {.on = On::Input, .action = AnswerOnes}},
+    {"answer random", kQuick | kLie, {.on = On::Input, .action = AnswerRandom}},
+    {"request taken, not carried out", kQuick | kLie, {.on = On::Output, .action = LoseWrite}},
+    {"unplugged and back", kQuick | kBack, {.action = Unplug, .returnMs = 500}},
+    {"back at once, new instance", kBack, {.action = Unplug, .returnMs = 0}},
+    {"back on another port", kPlain, {.action = Unplug, .returnMs = 0, .port = "4"}},
+    {"unplugged for good", kQuick | kForGood, {.action = Unplug}},
+    {"power lost", kQuick | kBack, {.action = PowerLoss, .returnMs = 500}},
+    {"power lost for good", kForGood, {.action = PowerLoss}},
+    {"never back from reset", kQuick | kForGood, {.on = On::Reset, .action = NeverReturn}},
+    {"reset to another port", kQuick, {.on = On::Reset, .action = ReturnAt, .port = "4"}},
     {"taken by another program in a reset",
      kBack,
-     {.on = On::Reset, .action = Action::Hold, .releaseMs = 1500}},
+     {.on = On::Reset, .action = Hold, .releaseMs = 1500}},
     {"platform call fails", kQuick, {.on = On::Call, .code = 13}},
     {"platform call fails without a code", kPlain, {.on = On::Call}},
-    {"call, unplugged and back",
-     kBack,
-     {.on = On::Call, .device = "hub", .action = Action::Unplug, .returnMs = 500}},
-    {"call, unplugged for good",
-     kQuick | kForGood,
-     {.on = On::Call, .device = "hub", .action = Action::Unplug}},
-    {"call, power lost",
-     kBack,
-     {.on = On::Call, .device = "hub", .action = Action::PowerLoss, .returnMs = 500}},
+    {"call, unplugged and back", kBack, {.on = On::Call, .action = Unplug, .returnMs = 500}},
+    {"call, unplugged for good", kQuick | kForGood, {.on = On::Call, .action = Unplug}},
+    {"call, power lost", kBack, {.on = On::Call, .action = PowerLoss, .returnMs = 500}},
     {"out of memory once", kQuick | kOutOfMemory, {.count = 1}},
     {"out of memory from then on", kQuick | kOutOfMemory, {.count = 0}}};
 
@@ -204,6 +190,7 @@ class FaultSweep : public ApiTest {
 
     std::vector<Place> places;
     Place place{kind.fault};
+    if (kind.fault.action == Unplug || kind.fault.action == PowerLoss) place.fault.device = "hub";
     for (place.fault.nth = 1; place.fault.nth <= allocations; ++place.fault.nth) {
       places.push_back(place);
     }
@@ -216,7 +203,7 @@ class FaultSweep : public ApiTest {
         place.index = goesOn ? place.index + 1 : 0;
         lengths[place.row] = place.index + 1;
       }
-      if (!IsEventOf(kind.fault, record)) continue;
+      if (!IsEventOf(place.fault, record)) continue;
       place.fault.service = record.service;
       place.fault.nth = ++events[record.service];
       places.push_back(place);
@@ -284,13 +271,11 @@ class FaultSweep : public ApiTest {
   bool RunStruck(const Job& job, const FaultKind& kind, const Place& place) {
     const Fault& fault = place.fault;
     const std::uint64_t exchanges = machine->exchanges();
-    bool isReported = false, isThrown = false;
     if (!kind.Is(kOutOfMemory)) machine->AddFault(fault);
+    bool isReported = false, isThrown = false;
     t_used = 0;
-    if (kind.Is(kOutOfMemory)) {
-      t_last = fault.count == 1 ? fault.nth : UINT64_MAX;
-      t_first = fault.nth;
-    }
+    t_last = fault.count == 1 ? fault.nth : UINT64_MAX;
+    t_first = kind.Is(kOutOfMemory) ? fault.nth : UINT64_MAX;
     try {
       isReported = job.run(handle);
     } catch (const std::bad_alloc&) {
@@ -346,7 +331,7 @@ TEST_P(UpdateSweep, EndsInAClearResultAndAHubThatCanBeUpdated) {
   const std::string start = GetParam().name;
   const auto mayPass = [&](const FaultKind& kind, std::uint16_t key) {
     const bool isUnnoticed = !start.ends_with("validating") && (key == 0x40C8 || key == 0x40E8);
-    return kind.fault.action == Action::LoseWrite && (key == 0x40E9 || isUnnoticed);
+    return kind.fault.action == LoseWrite && (key == 0x40E9 || isUnnoticed);
   };
   const Job job = {"update",
                    true,
@@ -360,21 +345,25 @@ TEST_P(UpdateSweep, EndsInAClearResultAndAHubThatCanBeUpdated) {
 }
 
 TEST_F(FaultSweep, EachJobReportsItsFailureAndLeavesOpenWhatItPromises) {
+  using enum Job::Leaves;
   HidDevRecord* records = nullptr;
   std::uint8_t result = 0;
   std::uint16_t version = 0;
   std::uint32_t count = 0, vid = 0, pid = 0;
   std::uint64_t exchanges = 0;
   const auto isAlways = [] { return true; };
+  const auto isAnyLie = [](const FaultKind&, std::uint16_t) { return true; };
+  const auto number = [this] { return machine->HidInstance("hub"); };
   // A list is returned exactly with the result 1.
-  const auto take = [&](std::uint8_t listed) {
+  const auto isTaken = [&](std::uint8_t listed) {
     return (result = listed) == 1 || records != nullptr;
   };
   const auto isListed = [&] {
-    const std::unique_ptr<HidDevRecord, decltype(&QZ_FreeDevList)> list(
-        std::exchange(records, nullptr), &QZ_FreeDevList);
-    return list != nullptr && result == 1 && std::exchange(count, 0) == 1;
+    QZ_FreeDevList(records);
+    return std::exchange(records, nullptr) != nullptr && result == 1 &&
+           std::exchange(count, 0) == 1;
   };
+  const auto isVersion = [&](int expected) { return std::exchange(version, 0) == expected; };
   const auto areIds = [&] { return std::exchange(vid, 0) == 0x2E7C && pid == 0x0818; };
   const auto crossBridges = [&](void* dev) {
     exchanges = machine->exchanges();
@@ -389,38 +378,32 @@ TEST_F(FaultSweep, EachJobReportsItsFailureAndLeavesOpenWhatItPromises) {
     CUniversalFlow flow(finder, *static_cast<IDev*>(dev));
     return (flow.*job)();
   };
-  const auto isAnyLie = [](const FaultKind&, std::uint16_t) { return true; };
   const Job jobs[] = {
-      {"list", false, Job::Leaves::Nothing,
-       [&](void*) { return take(QZ_ListAllHidDev(&records, &count)); }, isListed},
-      {"list by ids", false, Job::Leaves::Nothing,
-       [&](void*) { return take(QZ_ListAllHidDevByVIDPID(0x2E7C, 0x0818, &records, &count)); },
+      {"list", false, Nothing, [&](void*) { return isTaken(QZ_ListAllHidDev(&records, &count)); },
        isListed},
-      {"open", false, Job::Leaves::WhatItOpened,
-       [&](void*& opened) { return (opened = QZ_OpenHid(machine->HidInstance("hub"))) != nullptr; },
-       isAlways},
-      {"close", true, Job::Leaves::Nothing, [](void* dev) { return QZ_CloseDev(dev), true; },
-       [this] { return QZ_HidI2CConfig(handle, 0xA0, 2, 1) == kRejected; }},
-      {"read the hub's version", true, Job::Leaves::Nothing,
+      {"list by ids", false, Nothing,
+       [&](void*) { return isTaken(QZ_ListAllHidDevByVIDPID(0x2E7C, 0x818, &records, &count)); },
+       isListed},
+      {"open", false, WhatItOpened,
+       [&](void*& opened) { return (opened = QZ_OpenHid(number())) != nullptr; }, isAlways},
+      {"close", true, Nothing, [](void* dev) { return QZ_CloseDev(dev), true; },
+       [&] { return QZ_HidI2CConfig(handle, 0xA0, 2, 1) == kRejected; }},
+      {"read the hub's version", true, Nothing,
        [&](void* dev) { return QZ_ReadDevVersion(dev, &version) == 1; },
-       [&] { return std::exchange(version, 0) == 0x0102; }},
-      {"read the file's version", true, Job::Leaves::Nothing,
+       [&] { return isVersion(0x0102); }},
+      {"read the file's version", true, Nothing,
        [&](void* dev) { return QZ_ReadBinVersion(dev, file.path(), &version) == 1; },
-       [&] { return std::exchange(version, 0) == 0x0210; }},
-      {"read the hub's ids", false, Job::Leaves::Nothing,
-       [&](void*) {
-         return QZ_GetHubVIDPIDFromHidDevice(machine->HidInstance("hub"), &vid, &pid) == 1;
-       },
-       areIds},
-      {"read the file's ids", false, Job::Leaves::Nothing,
+       [&] { return isVersion(0x0210); }},
+      {"read the hub's ids", false, Nothing,
+       [&](void*) { return QZ_GetHubVIDPIDFromHidDevice(number(), &vid, &pid) == 1; }, areIds},
+      {"read the file's ids", false, Nothing,
        [&](void*) { return QZ_GetHidBinFileVIDPID(file.path(), &vid, &pid) == 1; }, areIds},
-      {"bridges", true, Job::Leaves::Anything, crossBridges,
+      {"bridges", true, Anything, crossBridges,
        [&] { return machine->exchanges() == exchanges + 16 && hub().gpio()[5]; }},
       // Jobs that no export offers yet. A hub that does not come back is reported as erased.
-      {"erase", true, Job::Leaves::Anything,
-       [&](void* dev) { return runFlow(dev, &CUniversalFlow::DevErase); },
+      {"erase", true, Anything, [&](void* dev) { return runFlow(dev, &CUniversalFlow::DevErase); },
        [&] { return hub().bank(0).contents()[0x7F12] == 0xFF; }, isAnyLie, false},
-      {"reset", true, Job::Leaves::Anything,
+      {"reset", true, Anything,
        [&](void* dev) { return runFlow(dev, &CUniversalFlow::ResetDeviceonly); }, isAlways,
        isAnyLie, false}};
   for (const Job& job : jobs) {
