@@ -14,13 +14,6 @@
 #include "support/library_file.h"
 #include "support/temp_file.h"
 
-// A child that exits with threads in it leaves what they have; the sanitizer asks this.
-static bool g_isChild = false;
-// NOLINTBEGIN(bugprone-reserved-identifier)
-extern "C" int __lsan_is_turned_off();
-extern "C" int __lsan_is_turned_off() { return g_isChild ? 1 : 0; }
-// NOLINTEND(bugprone-reserved-identifier)
-
 namespace {
 
 namespace fs = std::filesystem;
@@ -41,7 +34,6 @@ class ProcessLifeTest : public ::testing::Test {
   static int InChild(const Body& body) {
     const pid_t child = fork();
     if (child == 0) {
-      g_isChild = true;
       alarm(60);
       body();
       _exit(99);

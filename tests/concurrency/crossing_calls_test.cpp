@@ -56,29 +56,32 @@ class CrossingCallsTest : public ApiTest {
   }
   bool IsOtherUntouched() { return Holds(virtualhub::BuildImage({}, 0x10000), 0, "other"); }
 
-  /// Makes the calls on a thread each, one after the other, while a call of another thread has the
-  /// connection: each waits for its turn when the next one begins. Then that call returns, and all
-  /// of them must.
-  void CallInTurn(const std::vector<std::function<void()>>& calls) {
-    std::atomic<bool> isTaken{false}, isFree{false};
+  /// Makes the calls on a thread each, one after the other, while `holder` is in an exchange on
+  /// another thread: each waits for its turn when the next one begins. Then the exchange ends, and
+  /// all must return.
+  void CallInTurn(const std::function<void()>& holder,
+                  const std::vector<std::function<void()>>& calls) {
+    std::atomic<bool> isTaken{false}, isFree{false}, isOver{false};
     machine->SetExchangeHook([&](const virtualhub::Exchange&) {
       if (isTaken.exchange(true)) return;
       while (!isFree) std::this_thread::yield();
     });
     std::vector<std::thread> threads;
-    threads.emplace_back([this] { EXPECT_EQ(1, QZ_GetHubVIDPIDFromHidDevice(other, &id, &id)); });
+    threads.emplace_back(holder);
     while (!isTaken) std::this_thread::yield();
     for (const auto& call : calls) {
       std::atomic<pid_t> number{0};
-      threads.emplace_back([&] {
+      threads.emplace_back([&, call] {
         number = gettid();
         call();
+        isOver = true;
       });
       const auto isAsleep = [&number] {  // as the system shows it
         const std::string stat = "/proc/self/task/" + std::to_string(number) + "/stat";
         return ReadText(stat).find(") S") != std::string::npos;
       };
-      while (number == 0 || !isAsleep()) std::this_thread::yield();
+      while (number == 0 || !(isOver || isAsleep())) std::this_thread::yield();
+      EXPECT_FALSE(isOver) << "it waits";
     }
     isFree = true;
     for (std::thread& thread : threads) thread.join();
@@ -90,6 +93,9 @@ class CrossingCallsTest : public ApiTest {
 
   const Bytes bytes = virtualhub::BuildImage({.version = 0x0210}, 0x7FA8);
   const TempFile image{bytes};
+  const std::function<void()> readIds = [this] {
+    EXPECT_EQ(1, QZ_GetHubVIDPIDFromHidDevice(other, &id, &id));
+  };
   std::uint32_t other = 0, id = 0, count = 0;
   std::uint16_t version = 0;
   HidDevRecord* list = nullptr;
@@ -181,6 +187,7 @@ TEST_F(CrossingCallsTest, AtTheEndTheCallbackMayUseHubsAndClosesOfOtherThreadsAr
     if (percent != 100) return;
     EXPECT_EQ(1, QZ_ReadDevVersion(outer, &version));
     std::thread([&] { QZ_CloseDev(outer); }).join();
+    EXPECT_EQ(0, QZ_UpdateDev(outer, "", nullptr)) << "which does not protect any longer";
     EXPECT_EQ(2u, List());
     handle = QZ_OpenHid(other);
     EXPECT_TRUE(Update([&](int value) {
@@ -206,9 +213,12 @@ TEST_F(CrossingCallsTest, AllCallsThatWaitForTheirTurnGetIt) {
   std::atomic<int> listed{0}, sent{0};
   const auto send = [&] { sent += QZ_HidGPIOW(handle, 1, 1) != 1 ? 1 : 0; };
   const auto listBoth = [&] { listed += List() == 2 ? 1 : 0; };
-  CallInTurn({send, send, listBoth, listBoth});
+  CallInTurn(readIds, {send, send, listBoth, listBoth});
   EXPECT_EQ(2, sent);
   EXPECT_EQ(2, listed);
+  Open();
+  CallInTurn(send, {listBoth, send});
+  EXPECT_EQ(3, listed);
   EXPECT_EQ(kNoHandles, Handles());
 }
 
@@ -220,7 +230,7 @@ TEST_F(CrossingCallsTest, AnUpdateThatBeginsRefusesAllCallsThatWaitForTheirTurn)
     const auto awaitRefusals = [&](int percent) {
       while (percent == 0 && refused < 4) std::this_thread::yield();
     };
-    CallInTurn({send, send, send, send, [&] { Update(awaitRefusals); }});
+    CallInTurn(readIds, {send, send, send, send, [&] { Update(awaitRefusals); }});
     EXPECT_EQ(4u, Count({3, "QZ_HidGPIOW", "An update is running\n"}));
   }
 }

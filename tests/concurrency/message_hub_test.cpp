@@ -16,6 +16,15 @@ using ::testing::ElementsAre;
 
 CMsg& Hub() { return CMsg::Instance(); }
 
+/// Acts in a delivery of either kind.
+struct ActingReceiver final : SilentReceiver {
+  explicit ActingReceiver(std::function<void()> action) : act(std::move(action)) {}
+  void OnLog(const char*, int) override { act(); }
+  void OnProgress(int) override { act(); }
+
+  const std::function<void()> act;
+};
+
 class MessageHubTest : public LayerTest {
  protected:
   MessageHubTest() {
@@ -24,8 +33,26 @@ class MessageHubTest : public LayerTest {
   }
   ~MessageHubTest() override { Hub().ClearResponders(); }
 
+  /// Delivers on another thread, to a receiver that stays until it may leave, and some more.
+  void Enter(const std::function<void()>& deliver) {
+    Hub().ClearResponders();
+    hasEntered = mayLeave = hasLeft = false;
+    staying = std::make_unique<ActingReceiver>([this] {
+      hasEntered = true;
+      while (!mayLeave) std::this_thread::yield();
+      for (int i = 0; i < 2000; ++i) std::this_thread::yield();
+      hasLeft = true;
+    });
+    Hub().AddResponder(staying.get());
+    other = std::thread(deliver);
+    while (!hasEntered) std::this_thread::yield();
+  }
+
   const ScratchFolder folder;
   const std::string file = folder.At("log");
+  std::unique_ptr<IResponder> staying;
+  std::atomic<bool> hasEntered, mayLeave, hasLeft;
+  std::thread other;
 };
 
 /// Notices lines that overtake others of their thread; ThreadSanitizer notices deliveries that
@@ -95,28 +122,6 @@ TEST_F(MessageHubTest, TheLogAndTheReceiversMayChangeWhileOthersLog) {
   configurer.join();
 }
 
-/// Acts in a delivery of either kind.
-struct ActingReceiver final : SilentReceiver {
-  explicit ActingReceiver(std::function<void()> action) : act(std::move(action)) {}
-  void OnLog(const char*, int) override { act(); }
-  void OnProgress(int) override { act(); }
-
-  const std::function<void()> act;
-};
-
-/// A stay in a delivery until it may end, and some more.
-struct Stay {
-  std::unique_ptr<IResponder> Receiver() {
-    return std::make_unique<ActingReceiver>([this] {
-      entered = true;
-      while (!mayLeave) std::this_thread::yield();
-      for (int i = 0; i < 2000; ++i) std::this_thread::yield();
-      left = true;
-    });
-  }
-  std::atomic<bool> entered{false}, mayLeave{false}, left{false};
-};
-
 const std::function<void()> kLog = [] { Hub().Log(0, "t", "0"); },
                             kReport = [] { Hub().Progress(1); };
 
@@ -131,17 +136,12 @@ TEST_F(MessageHubTest, RemoveWaitsForADeliveryOnAnotherThreadAndTheReceiverMayBe
               {"progress, from a line", kReport, kLog}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    Hub().ClearResponders();
-    Stay stay;
-    auto staying = stay.Receiver();
-    Hub().AddResponder(staying.get());
-    std::thread other(row.deliver);
-    while (!stay.entered) std::this_thread::yield();
+    Enter(row.deliver);
     bool hasWaited = false;
     ActingReceiver remover([&] {
-      stay.mayLeave = true;
+      mayLeave = true;
       Hub().RemoveResponder(staying.get());
-      hasWaited = stay.left;
+      hasWaited = hasLeft;
       staying.reset();
     });
     if (row.surrounding) Hub().ClearResponders();
@@ -154,19 +154,15 @@ TEST_F(MessageHubTest, RemoveWaitsForADeliveryOnAnotherThreadAndTheReceiverMayBe
 
 // If one of these calls waited for the delivery, this would never end.
 TEST_F(MessageHubTest, NothingButRemoveWaitsForADelivery) {
-  Stay stay;
-  const auto staying = stay.Receiver();
-  Hub().AddResponder(staying.get());
-  std::thread logger(kLog);
-  while (!stay.entered) std::this_thread::yield();
+  Enter(kLog);
   Hub().AddResponder(&log);
   QZ_ConfigLog(1, 0);
   QZ_ConfigLog(0, 0);
-  EXPECT_FALSE(stay.left);
-  stay.mayLeave = true;
+  EXPECT_FALSE(hasLeft);
+  mayLeave = true;
   Hub().RemoveResponder(staying.get());
-  EXPECT_TRUE(stay.left) << "even though it is gone from the list";
-  logger.join();
+  EXPECT_TRUE(hasLeft) << "even though it is gone from the list";
+  other.join();
 }
 
 // On some systems a thread that starts switches the log on.

@@ -25,10 +25,9 @@ void LimitFileSize(rlim_t bytes) {
 class HostilePlaceTest : public ApiTest {
  protected:
   /// Updates the hub and reads its version, as a host does.
-  bool WorksOnHub() const {
+  bool WorksOnHub() {
     std::uint16_t version = 0;
-    List();
-    void* const handle = QZ_OpenHid(machine->HidInstance("hub"));
+    Open();
     return QZ_UpdateDev(handle, image.path(), nullptr) == 1 &&
            QZ_ReadDevVersion(handle, &version) == 1 && version == 0x0210;
   }
