@@ -9,17 +9,6 @@ namespace {
 
 using SharedStateTest = ApiTest;
 
-TEST_F(SharedStateTest, AClosedHandleIsRejectedWhateverIsInItsPlaceInMemory) {
-  Open();
-  QZ_CloseDev(handle);
-  const auto occupant = std::make_shared<CHidDev>(NodeMatchers());
-  void* const closed = std::exchange(handle, nullptr);
-  Open();
-  EXPECT_EQ(kRejected, QZ_HidI2CConfig(closed, 0xA0, 2, 1));
-  EXPECT_EQ(1u, Count({3, "QZ_HidI2CConfig", "Unknow Dev!!\n"}));
-  EXPECT_EQ(0u, QZ_HidI2CConfig(handle, 0xA0, 2, 1));
-}
-
 TEST_F(SharedStateTest, AHandleOwnsItsDeviceAndADeviceOfAnotherClassIsNoHidDevice) {
   CHandleTable& table = CHandleTable::Instance();
   const auto dev = std::make_shared<CUSBDev>(NodeMatchers());
