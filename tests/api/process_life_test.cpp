@@ -95,12 +95,7 @@ TEST_P(ExitTest, AProcessMayExitWhileAThreadIsInside) {
 INSTANTIATE_TEST_SUITE_P(All, ExitTest,
                          ::testing::Combine(::testing::ValuesIn(kLibraries),
                                             ::testing::Values("Listing", "Update", "Gpio"),
-                                            ::testing::Bool()),
-                         [](const auto& situation) {
-                           const bool isNative = std::get<0>(situation.param) == kLibraries[0];
-                           return (isNative ? "Native" : "Virtual") + std::get<1>(situation.param) +
-                                  (std::get<2>(situation.param) ? "Logged" : "");
-                         });
+                                            ::testing::Bool()));
 
 std::ptrdiff_t OpenDescriptors() {
   return std::distance(fs::directory_iterator("/proc/self/fd"), {});
