@@ -20,11 +20,9 @@ struct ApiCall {
   const char* data;    ///< of its report
 
   bool IsGpio() const { return failure == nullptr; }
-  /// Whether null is the only handle that it rejects.
-  bool TakesAnyPointer() const { return name == "QZ_HidSetHubGPIO"; }
   /// What it returns when its request ends with that code: the one boolean is 1 without failure.
   std::uint32_t Result(std::uint32_t code) const {
-    return !TakesAnyPointer() ? code : code == 0 ? 1 : 0;
+    return name != "QZ_HidSetHubGPIO" ? code : code == 0 ? 1 : 0;
   }
   /// What it returns when it is not carried out.
   std::uint32_t Rejection() const { return IsGpio() ? Result(1) : kRejected; }

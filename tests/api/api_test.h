@@ -1,12 +1,5 @@
 // The fixture of tests that reach the library through its exports. They know nothing else of it,
 // and run on Linux with its code inside the program and on Windows with the DLL.
-//
-//   TEST_F(ApiTest, ALineThatIsDrivenIsHigh) {
-//     Open();
-//     EXPECT_EQ(0u, QZ_HidGPIOW(handle, 5, 1));
-//     EXPECT_THAT(Keys(), ElementsAre(0x400C));
-//     EXPECT_EQ(Lines{}, Logged("QZ_HidGPIOW"));
-//   }
 #pragma once
 
 #include <cstdarg>

@@ -25,36 +25,15 @@ TEST_F(BridgeTest, EachCallSendsItsOneReportAndPassesCodesThrough) {
       EXPECT_THAT(Outputs(), ElementsAre(Report(1, header, Hex(call.data))));
       if (call.IsGpio()) continue;
       Lines lines;
-      if (isStruck)
+      if (isStruck) {
         lines.push_back({3, call.name, Text("%s,ErrorCode:0x00004321\n", call.failure)});
+      }
       if (isStruck && call.name == "QZ_HidI2CRead2") {
         lines.push_back(
             {3, call.name, "steup pkt:0x40 0xd6 0x01 0x02 0x00 0x00 0x03 0x00 0xa0 0x02 0x81\n"});
       }
       EXPECT_EQ(lines, Logged(call.name));
     }
-  }
-}
-
-TEST_F(BridgeTest, ListsAndJobsCloseTheDeviceUntilItIsOpenedAgain) {
-  const TempFile image(virtualhub::BuildImage({.version = 0x0210}, 0x7FA8));
-  std::uint16_t version = 0;
-  const std::pair<std::uint32_t, std::function<std::uint32_t()>> cases[] = {
-      {kRejected, [] { return List(); }},
-      {kInvalidHandle, [&] { return QZ_ReadBinVersion(handle, image.path(), &version); }},
-      {kInvalidHandle, [&] { return QZ_ReadDevVersion(handle, &version); }},
-      {kInvalidHandle, [&] { return QZ_UpdateDev(handle, image.path(), nullptr); }}};
-  for (const auto& [code, close] : cases) {
-    Open();
-    EXPECT_EQ(0u, QZ_HidI2CBlockEraseFlash(handle));
-    EXPECT_EQ(1u, close());
-    EXPECT_EQ(kNoHandles, Handles());
-    const auto before = machine->exchanges();
-    for (const ApiCall& call : kApiCalls) {
-      EXPECT_EQ(call.Result(code), call.call(handle)) << call.name;
-    }
-    EXPECT_EQ(before, machine->exchanges());
-    EXPECT_EQ(kNoHandles, Handles());
   }
 }
 
@@ -81,33 +60,30 @@ TEST_F(BridgeTest, TheLongestRawBlockFillsTheHeaderArea) {
   EXPECT_THAT(Outputs(), ElementsAre(Report(1, block)));
 }
 
-TEST_F(BridgeTest, GpioLinesAreReadAndDriven) {
+TEST_F(BridgeTest, GpioLinesAreReadAndDrivenByBothCommands) {
   OpenHub(R"(, "gpio_high": [0, 23])");
+  constexpr const char* kTag = "QZ_HidSetHubGPIO";
   for (const std::uint32_t line : {0u, 1u, 22u, 23u}) {
     EXPECT_EQ(0u, QZ_HidGPIOR(handle, line, g_room, 1));
     EXPECT_EQ(line == 0 || line == 23 ? 1 : 0, g_room[0]);
-    for (const bool high : {true, false}) {
-      EXPECT_EQ(0u, QZ_HidGPIOW(handle, line, high));
-      EXPECT_EQ(high, hub().gpio()[line]);
+    for (const std::uint8_t level : std::initializer_list<std::uint8_t>{2, 0}) {
+      EXPECT_EQ(0u, QZ_HidGPIOW(handle, line, level));
+      EXPECT_EQ(level != 0, hub().gpio()[line]);
+      EXPECT_EQ(0u, QZ_HidGPIOW(handle, line, level == 0));
+      ClearRecords();
+      EXPECT_EQ(1, QZ_HidSetHubGPIO(handle, line, level));
+      EXPECT_EQ(level != 0, hub().gpio()[line]);
+      EXPECT_EQ((Lines{{0, kTag, "------>\n"},
+                       {1, kTag, Text("Set GPIO %d %d sucess\n", line, level)},
+                       {0, kTag, "<------\n"}}),
+                Logged(kTag));
     }
   }
-}
-
-TEST_F(BridgeTest, TheHubsOwnGpioCommandDrivesALineOfTheHubOrReportsItsFailure) {
-  Open();
-  constexpr const char* kTag = "QZ_HidSetHubGPIO";
-  const auto logged = [&](int level, const char* text) {
-    return Lines{{0, kTag, "------>\n"}, {level, kTag, text}, {0, kTag, "<------\n"}};
-  };
-  EXPECT_EQ(1, QZ_HidSetHubGPIO(handle, 7, 2));
-  EXPECT_TRUE(hub().gpio()[7]);
-  EXPECT_EQ(logged(1, "Set GPIO 7 2 sucess\n"), Logged(kTag));
-  ClearRecords();
-  EXPECT_EQ(1, QZ_HidSetHubGPIO(handle, 7, 0));
-  EXPECT_FALSE(hub().gpio()[7]);
   ClearRecords();
   EXPECT_EQ(0, QZ_HidSetHubGPIO(handle, 24, 1)) << "the hub knows its lines";
-  EXPECT_EQ(logged(3, "Set GPIO 24 1 fail\n"), Logged(kTag));
+  EXPECT_EQ(
+      (Lines{{0, kTag, "------>\n"}, {3, kTag, "Set GPIO 24 1 fail\n"}, {0, kTag, "<------\n"}}),
+      Logged(kTag));
 }
 
 }  // namespace

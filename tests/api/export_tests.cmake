@@ -7,7 +7,6 @@ set(QZ_EXPORT_TESTS
   list_test.cpp
   open_close_test.cpp
   rejection_test.cpp
-  update_record_test.cpp
   update_test.cpp
   version_test.cpp)
 list(TRANSFORM QZ_EXPORT_TESTS PREPEND ${CMAKE_CURRENT_LIST_DIR}/)

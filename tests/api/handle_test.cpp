@@ -1,83 +1,90 @@
-// Handles that are not valid, handles of absent devices, and exports with nothing to work on.
+// Handles that are not valid or whose device is absent, and the names that a debugger is shown.
+#include <map>
+#include <set>
+
 #include "api/api_calls.h"
 
 namespace qzhid::test {
 namespace {
 
-using ::testing::AllOf;
-using ::testing::Field;
 using ::testing::StartsWith;
 
-/// An export that takes a handle: how it rejects one that it does not know.
-struct HandleUser {
-  std::string name;
-  std::function<std::uint32_t(void* handle)> call;
-  std::uint32_t rejection;
-  std::string ofNull, ofUnknown;  ///< the beginning of its line for null, and its line for others
-  const char* debugName;          ///< as a debugger is shown it
-};
+/// The exports that take a handle, called with it.
+using HandleUsers = std::vector<std::pair<std::string, std::function<std::uint32_t(void* handle)>>>;
 
 class HandleTest : public ApiTest {
  protected:
   HandleTest() { Open(); }  // so that a request would be seen
 
-  std::vector<HandleUser> Users() const {
-    const char* const file = image.path();
-    const std::string noDevice = "Unknow Dev!!\n", absent = "Device is not present\n";
-    const std::string null = "pDev is NULL\n", checked = Text("Check Fail,pDev is %p", nullptr);
-    std::vector<HandleUser> users = {
-        {"QZ_UpdateDev", Call(QZ_UpdateDev, file, nullptr), 0, null, noDevice, "QZ UpdateDev"},
-        {"QZ_ReadBinVersion", Call(QZ_ReadBinVersion, file, &s_version), 0, null, noDevice,
-         "QZ_ReadBinVersion"},
-        {"QZ_ReadDevVersion", Call(QZ_ReadDevVersion, &s_version), 0, null, noDevice,
-         "QZ_ReadDevVersion"},
-        {"QZ_HidI2CConfig", Call(QZ_HidI2CConfig, 0xA0, 2, 1), kRejected, checked, noDevice,
-         "QZ HidI2CConfig"}};
-    const std::map<std::string, const char*> unusual = {{"QZ_HidI2CWrite", "QZ HidI2CWrite"},
-                                                        {"QZ_HidI2CRead", "QZ HidI2CRead"},
-                                                        {"QZ_HidI2CRead2", "QZ HidI2CRead"},
-                                                        {"QZ_Write_Byte", nullptr}};
-    for (const ApiCall& call : kApiCalls) {
-      const auto found = unusual.find(call.name);
-      users.push_back({call.name, call.call, call.Rejection(), call.IsGpio() ? null : checked,
-                       call.IsGpio() ? absent : noDevice,
-                       found != unusual.end() ? found->second : call.name.c_str()});
-    }
+  HandleUsers Users() {
+    HandleUsers users = {{"QZ_UpdateDev", Call(QZ_UpdateDev, image.path(), nullptr)},
+                         {"QZ_ReadBinVersion", Call(QZ_ReadBinVersion, image.path(), &version)},
+                         {"QZ_ReadDevVersion", Call(QZ_ReadDevVersion, &version)},
+                         {"QZ_HidI2CConfig", Call(QZ_HidI2CConfig, 0xA0, 2, 1)}};
+    for (const ApiCall& call : kApiCalls) users.emplace_back(call.name, call.call);
     return users;
   }
 
-  void ExpectUnknown(void* given) {
-    for (const HandleUser& user : Users()) {
-      if (user.name == "QZ_HidSetHubGPIO") continue;  // see below
+  /// Each export rejects the handle with the line that its kind has for that.
+  void ExpectRejections(void* given, const char* ofJob, const char* ofBridge, const char* ofGpio) {
+    const std::set<std::string> jobs = {"QZ_UpdateDev", "QZ_ReadBinVersion", "QZ_ReadDevVersion"};
+    for (const auto& [name, call] : Users()) {
+      if (given != nullptr && name == "QZ_HidSetHubGPIO") continue;  // see below
+      const bool isJob = jobs.count(name) != 0, isGpio = name.find("GPIO") != std::string::npos;
+      const bool isBoolean = isJob || name == "QZ_HidSetHubGPIO";
       ClearRecords();
-      EXPECT_EQ(user.rejection, user.call(given)) << user.name;
-      EXPECT_EQ((Lines{{3, user.name, user.ofUnknown}}), Logged());
+      EXPECT_EQ(isBoolean ? 0 : isGpio ? 1 : kRejected, call(given)) << name;
+      const Lines lines = Logged();
+      ASSERT_EQ(1u, lines.size()) << name;
+      EXPECT_EQ(name, lines[0].tag);
+      EXPECT_THAT(lines[0].text, StartsWith(isJob ? ofJob : isGpio ? ofGpio : ofBridge));
       EXPECT_THAT(Outputs(), IsEmpty());
     }
   }
 
-  static inline std::uint16_t s_version = 0;
+  std::uint16_t version = 0;
   const TempFile image{virtualhub::BuildImage({}, 0x7FA8)};
 };
 
-TEST_F(HandleTest, EveryExportNamesItselfToADebuggerAndRejectsNull) {
-  for (const HandleUser& user : Users()) {
+TEST_F(HandleTest, NullHandlesAreRejected) {
+  const std::string check = Text("Check Fail,pDev is %p", nullptr);
+  ExpectRejections(nullptr, "pDev is NULL\n", check.c_str(), "pDev is NULL\n");
+}
+
+TEST_F(HandleTest, EveryExportNamesItselfToADebugger) {
+  const std::map<std::string, std::vector<std::string>> unusual = {
+      {"QZ_UpdateDev", {"QZ UpdateDev"}},     {"QZ_HidI2CConfig", {"QZ HidI2CConfig"}},
+      {"QZ_HidI2CWrite", {"QZ HidI2CWrite"}}, {"QZ_HidI2CRead", {"QZ HidI2CRead"}},
+      {"QZ_HidI2CRead2", {"QZ HidI2CRead"}},  {"QZ_Write_Byte", {}}};
+  for (const auto& [name, call] : Users()) {
     ClearRecords();
-    EXPECT_EQ(user.rejection, user.call(nullptr)) << user.name;
-    EXPECT_THAT(Logged(), ElementsAre(AllOf(Field(&LogLine::tag, user.name),
-                                            Field(&LogLine::text, StartsWith(user.ofNull)))));
-    EXPECT_THAT(Outputs(), IsEmpty());
-    std::vector<std::string> names;
-    if (user.debugName != nullptr) names.emplace_back(user.debugName);
-    EXPECT_EQ(names, DebugTexts());
+    call(nullptr);
+    const auto found = unusual.find(name);
+    EXPECT_EQ(found != unusual.end() ? found->second : std::vector{name}, DebugTexts());
   }
+  ClearRecords();
+  std::uint32_t number = 77;
+  EXPECT_EQ(nullptr, QZ_OpenHid(0));
+  EXPECT_EQ(0, QZ_ListAllHidDev(nullptr, &number));
+  EXPECT_EQ(0, QZ_ListAllHidDevByVIDPID(1, 2, nullptr, &number));
+  QZ_FreeDevList(nullptr);
+  EXPECT_EQ(0, QZ_GetHidBinFileVIDPID(nullptr, &number, &number));
+  EXPECT_EQ(0, QZ_GetHubVIDPIDFromHidDevice(0, &number, nullptr));
+  EXPECT_EQ(1, QZ_ConfigLog(0, 3));
+  EXPECT_THAT(DebugTexts(),
+              ElementsAre("QZ Open Hid", "List Hid Device", "List Hid Device", "QZ FreeAllDevice",
+                          "QZ_GetHidBinFileVIDPID", "QZ_GetHubVIDPIDFromHidDevice", "Create Log"));
+  EXPECT_EQ(77u, number);
 }
 
 TEST_F(HandleTest, MadeUpAndClosedHandlesAreRejectedAndHarmNoOpenDevice) {
-  ExpectUnknown(static_cast<char*>(handle) + 1);
+  const auto expectUnknown = [this](void* given) {
+    ExpectRejections(given, "Unknow Dev!!\n", "Unknow Dev!!\n", "Device is not present\n");
+  };
+  expectUnknown(static_cast<char*>(handle) + 1);
   EXPECT_EQ(1, QZ_HidSetHubGPIO(handle, 1, 1));
   QZ_CloseDev(handle);
-  ExpectUnknown(handle);
+  expectUnknown(handle);
 }
 
 TEST_F(HandleTest, TheHubsOwnGpioCommandTakesAnyPointer) {
@@ -104,27 +111,6 @@ TEST_F(HandleTest, ADeviceThatDidNotComeBackIsNotPresent) {
   EXPECT_EQ((Lines{{3, "QZ_HidGPIOR", "Device is not present\n"},
                    {3, "QZ_HidGPIOW", "Device is not present\n"}}),
             Logged());
-}
-
-TEST_F(HandleTest, ExportsWithoutAHandleDoNothingWithNothingToWorkOn) {
-  HidDevRecord* list = nullptr;
-  std::uint32_t number = 77;
-  EXPECT_EQ(nullptr, QZ_OpenHid(0));
-  EXPECT_EQ(0, QZ_ListAllHidDev(nullptr, &number));
-  EXPECT_EQ(0, QZ_ListAllHidDevByVIDPID(1, 2, &list, nullptr));
-  QZ_FreeDevList(nullptr);
-  EXPECT_EQ(0, QZ_GetHidBinFileVIDPID(nullptr, &number, &number));
-  EXPECT_EQ(0, QZ_GetHubVIDPIDFromHidDevice(0, &number, nullptr));
-  EXPECT_EQ(77u, number);
-  EXPECT_EQ((Lines{{1, "QZ_ListAllHidDev", "Enter --->\n"},
-                   {3, "QZ_ListAllHidDev", "Invalidate parameter\n"}}),
-            Logged("QZ_ListAllHidDev"));
-  EXPECT_EQ((Lines{{1, "QZ_FreeDevList", "In QZ_FreeAllDevice,Free Memory\n"}}),
-            Logged("QZ_FreeDevList"));
-  EXPECT_EQ(1, QZ_ConfigLog(0, 3));
-  EXPECT_THAT(DebugTexts(),
-              ElementsAre("QZ Open Hid", "List Hid Device", "List Hid Device", "QZ FreeAllDevice",
-                          "QZ_GetHidBinFileVIDPID", "QZ_GetHubVIDPIDFromHidDevice", "Create Log"));
 }
 
 }  // namespace

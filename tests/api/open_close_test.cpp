@@ -1,19 +1,22 @@
 // Opening and closing of devices: what is sent and logged, and what is open at each moment.
-#include <functional>
-
-#include "api/api_test.h"
+#include "api/api_calls.h"
 
 namespace qzhid::test {
 namespace {
 
-using OpenCloseTest = ApiTest;
+class OpenCloseTest : public ApiTest {
+ protected:
+  const TempFile image{virtualhub::BuildImage({.version = 0x0210}, 0x7FA8)};
+  const std::uint32_t number = machine->HidInstance("hub");
+  std::uint16_t version = 0;
+  std::uint32_t id = 0;
+};
 
 const Bytes kEnable = Report(1, Hex("40 02 01 00 7C 2E"));
 const Bytes kRaiseFrequency = Report(1, Hex("40 06 01")),
             kReduceFrequency = Report(1, Hex("40 06"));
 
-TEST_F(OpenCloseTest, OpeningEnablesCommandsAndRaisesTheFrequency) {
-  const auto number = machine->HidInstance("hub");
+TEST_F(OpenCloseTest, OpeningEnablesCommandsAndRaisesTheFrequencyOrWarns) {
   constexpr const char* kTag = "QZ_OpenHid";
   List();
   ClearRecords();
@@ -32,21 +35,14 @@ TEST_F(OpenCloseTest, OpeningEnablesCommandsAndRaisesTheFrequency) {
   const Lines made = Logged("CRequestCMD::QZ_InitProxyDriver");
   ASSERT_EQ(1u, made.size());
   EXPECT_THAT(made[0].text, ::testing::StartsWith("YvProxy lib built on "));
-}
-
-TEST_F(OpenCloseTest, AHubThatKeepsItsFrequencyIsOpenedWithAWarning) {
-  List();
   machine->AddFault(RequestFault(0x4006, 1, 0, Fault::Action::Fail, 41));
-  handle = QZ_OpenHid(machine->HidInstance("hub"));
-  EXPECT_NE(nullptr, handle);
+  EXPECT_NE(nullptr, QZ_OpenHid(number));
   EXPECT_EQ(kOneDevice, Handles());
-  EXPECT_EQ(
-      1u, Count({3, "QZ_OpenHid", "WARNING!!,Failed to send up frequency command,ErrorCode:41\n"}));
+  EXPECT_EQ(1u, Count({3, kTag, "WARNING!!,Failed to send up frequency command,ErrorCode:41\n"}));
 }
 
 TEST_F(OpenCloseTest, AHubThatDoesNotAnswerIsWaitedForAndNothingIsLeftOpen) {
   List();
-  const auto number = machine->HidInstance("hub");
   machine->AddFault(ReportFault(Fault::On::Output, kStalled, 0));
   // 80 scans with 128 ms each; while it is there, also 50 attempts with 100 ms and a report each.
   for (const std::uint64_t lastsMs : {80u * 128u + 50u * 100u + 12u, 80u * 128u}) {
@@ -60,7 +56,7 @@ TEST_F(OpenCloseTest, AHubThatDoesNotAnswerIsWaitedForAndNothingIsLeftOpen) {
   }
 }
 
-TEST_F(OpenCloseTest, RequestsGoToTheHubThatWasOpenedLast) {
+TEST_F(OpenCloseTest, RequestsGoToTheHubThatWasOpenedLastAndJobsToTheHubOfTheirHandle) {
   OpenFirstOfTwo();
   void* const first = handle;
   handle = QZ_OpenHid(machine->HidInstance("other"));
@@ -68,60 +64,51 @@ TEST_F(OpenCloseTest, RequestsGoToTheHubThatWasOpenedLast) {
   EXPECT_EQ(0u, QZ_HidGPIOW(first, 3, 1));
   EXPECT_FALSE(hub("hub").gpio()[3]);
   EXPECT_TRUE(hub("other").gpio()[3]);
+  EXPECT_EQ(1, QZ_UpdateDev(first, image.path(), nullptr));
+  EXPECT_EQ(0x0210, hub("hub").Identity().version);
+  EXPECT_EQ(1, QZ_ReadDevVersion(handle, &version));
+  EXPECT_EQ(0x0102, version);
+  Open("other");
   QZ_CloseDev(first);
   EXPECT_EQ(kNoHandles, Handles()) << "whichever handle is closed";
-}
-
-TEST_F(OpenCloseTest, AFailedOpeningClosesTheDeviceBefore) {
-  OpenFirstOfTwo();
-  const auto lost = machine->HidInstance("other");
-  machine->Unplug("other");
-  EXPECT_EQ(kOneDevice, Handles());
+  Open("other");
+  const auto lost = machine->HidInstance("hub");
+  machine->Unplug("hub");
   EXPECT_EQ(nullptr, QZ_OpenHid(lost));
-  EXPECT_EQ(kNoHandles, Handles());
+  EXPECT_EQ(kNoHandles, Handles()) << "also by an opening that fails";
   EXPECT_EQ(kInvalidHandle, QZ_HidGPIOW(handle, 3, 0));
 }
 
-TEST_F(OpenCloseTest, AReleasedConnectionFailsUpdatesAndVersionsUntilTheHubIsOpenedAgain) {
-  const auto number = machine->HidInstance("hub");
-  const TempFile image(virtualhub::BuildImage({.version = 0x0210}, 0x7FA8));
-  const auto readIds = [number] {
-    std::uint32_t id = 0;
-    QZ_GetHubVIDPIDFromHidDevice(number, &id, &id);
-  };
-  const std::function<void()> releases[] = {[] { List(); }, [] { QZ_CloseDev(nullptr); }, readIds};
-  for (const auto& release : releases) {
-    Open();
-    release();
+TEST_F(OpenCloseTest, AReleasedConnectionFailsAllThatNeedsTheHubUntilItIsOpenedAgain) {
+  const auto readIds = [&] { return QZ_GetHubVIDPIDFromHidDevice(number, &id, &id); };
+  const std::pair<std::uint32_t, std::function<std::uint32_t()>> releases[] = {
+      {kRejected, [] { return List(); }},
+      {kRejected, [] { return QZ_CloseDev(nullptr), 1; }},
+      {kRejected, readIds},
+      {kInvalidHandle, [&] { return QZ_ReadBinVersion(handle, image.path(), &version); }},
+      {kInvalidHandle, [&] { return QZ_ReadDevVersion(handle, &version); }},
+      {kInvalidHandle, [&] { return QZ_UpdateDev(handle, image.path(), nullptr); }}};
+  for (const auto& [code, release] : releases) {
+    OpenHub();
+    EXPECT_EQ(1u, release());
     EXPECT_EQ(kNoHandles, Handles());
     ClearRecords();
+    for (const ApiCall& call : kApiCalls) EXPECT_EQ(call.Result(code), call.call(handle));
+    EXPECT_EQ(kNoHandles, Handles());
+    if (code != kRejected) continue;  // a job finds the hub again
     const std::uint64_t start = machine->clock().NowUs();
-    std::uint16_t version = 0;
     EXPECT_EQ(0, QZ_ReadDevVersion(handle, &version));
     EXPECT_EQ(0, QZ_UpdateDev(handle, image.path(), nullptr));
-    EXPECT_THAT(Outputs(), IsEmpty());
     EXPECT_EQ((Lines{{3, "QZ_UpdateDev", "Update Fail\n"}}), Logged("QZ_UpdateDev"));
     EXPECT_EQ(start, machine->clock().NowUs()) << "at once";
+    EXPECT_THAT(Outputs(), IsEmpty());
     EXPECT_EQ(1, QZ_ReadBinVersion(handle, image.path(), &version)) << "needs no hub";
-    void* const released = handle;
-    handle = QZ_OpenHid(number);
-    EXPECT_EQ(1, QZ_ReadDevVersion(released, &version)) << "any connection will do";
+    List();
+    void* const reopened = QZ_OpenHid(number);
+    EXPECT_EQ(1, QZ_ReadDevVersion(handle, &version)) << "any connection will do";
     EXPECT_EQ(kNoHandles, Handles());
-    QZ_CloseDev(released);
+    QZ_CloseDev(reopened);
   }
-}
-
-TEST_F(OpenCloseTest, UpdatesAndVersionsFindTheHubOfTheirHandle) {
-  OpenFirstOfTwo();
-  const TempFile image(virtualhub::BuildImage({.version = 0x0210}, 0x7FA8));
-  void* const first = handle;
-  handle = QZ_OpenHid(machine->HidInstance("other"));
-  EXPECT_EQ(1, QZ_UpdateDev(first, image.path(), nullptr));
-  EXPECT_EQ(0x0210, hub("hub").Identity().version);
-  std::uint16_t version = 0;
-  EXPECT_EQ(1, QZ_ReadDevVersion(handle, &version));
-  EXPECT_EQ(0x0102, version);
-  QZ_CloseDev(first);
 }
 
 TEST_F(OpenCloseTest, AnyCollectionOfItsInterfaceOpensAHubAndNoOtherInterface) {
@@ -156,9 +143,6 @@ TEST_F(OpenCloseTest, ClosingReducesTheFrequencyBeforeTheDeviceGoesAndTwiceDoesN
   ClearRecords();
   QZ_CloseDev(handle);
   EXPECT_EQ(Lines{}, Logged());
-}
-
-TEST_F(OpenCloseTest, ClosingReportsThatAHubCouldNotBeSlowedDown) {
   Open();
   machine->Unplug("hub");
   QZ_CloseDev(handle);

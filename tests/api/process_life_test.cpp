@@ -1,5 +1,4 @@
 // Processes that exit, fork or unload the library while it is in use, on the library files.
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -12,62 +11,15 @@
 #include <filesystem>
 #include <thread>
 
-#include "QzHidAPI.h"
+#include "support/library_file.h"
 #include "support/temp_file.h"
-
-// A child that exits with threads in it leaves what they have; the sanitizer asks this.
-static bool g_isChild = false;
-// NOLINTBEGIN(bugprone-reserved-identifier)
-extern "C" int __lsan_is_turned_off();
-extern "C" int __lsan_is_turned_off() { return g_isChild ? 1 : 0; }
-// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
 namespace fs = std::filesystem;
 using namespace qzhid::test;
 
-/// The exports that the tests use, of one library file.
-class Library {
- public:
-  explicit Library(const char* file) : m_pHandle(dlopen(file, RTLD_NOW | RTLD_LOCAL)) {
-    EXPECT_NE(nullptr, m_pHandle) << dlerror();
-  }
-  ~Library() { dlclose(m_pHandle); }
-  Library(const Library&) = delete;
-  Library& operator=(const Library&) = delete;
-
-  template <class Function>
-  Function* Find(const char* name) const {
-    return reinterpret_cast<Function*>(dlsym(m_pHandle, name));
-  }
-
-  void LogTo(const std::string& path) const {
-    Find<decltype(QZ_SetLogPath)>("QZ_SetLogPath")(path.c_str());
-    Find<decltype(QZ_ConfigLog)>("QZ_ConfigLog")(1, 0);
-  }
-  void List() const {
-    HidDevRecord* list = nullptr;
-    std::uint32_t count = 0;
-    Find<decltype(QZ_ListAllHidDev)>("QZ_ListAllHidDev")(&list, &count);
-    Find<decltype(QZ_FreeDevList)>("QZ_FreeDevList")(list);
-  }
-  /// The first hub; null when there is none.
-  void* Open() const {
-    HidDevRecord* list = nullptr;
-    std::uint32_t count = 0;
-    Find<decltype(QZ_ListAllHidDev)>("QZ_ListAllHidDev")(&list, &count);
-    const std::uint32_t devInst = list != nullptr ? list->dwInst : 0;
-    Find<decltype(QZ_FreeDevList)>("QZ_FreeDevList")(list);
-    return Find<decltype(QZ_OpenHid)>("QZ_OpenHid")(devInst);
-  }
-
- private:
-  void* const m_pHandle;
-};
-
-constexpr const char* kNative = QZ_NATIVE_LIBRARY;
-constexpr const char* kVirtual = QZ_VIRTUAL_LIBRARY;
+constexpr const char* kLibraries[] = {QZ_NATIVE_LIBRARY, QZ_VIRTUAL_LIBRARY};
 
 class ProcessLifeTest : public ::testing::Test {
  protected:
@@ -82,7 +34,6 @@ class ProcessLifeTest : public ::testing::Test {
   static int InChild(const Body& body) {
     const pid_t child = fork();
     if (child == 0) {
-      g_isChild = true;
       alarm(60);
       body();
       _exit(99);
@@ -92,33 +43,38 @@ class ProcessLifeTest : public ::testing::Test {
     return status;
   }
 
+  /// Opens the first hub; null when there is none.
+  static void* Open(const LibraryFile& library) {
+    const std::vector<HidDevRecord> records = library.List();
+    const std::uint32_t number = records.empty() ? 0 : records[0].dwInst;
+    return library.Find<decltype(QZ_OpenHid)>("QZ_OpenHid")(number);
+  }
+
   const ScratchFolder folder;
   const std::string image = folder.At("image.bin"), scenario = folder.At("machine.json"),
                     log = folder.At("log.txt");
 };
 
-enum class Job { List, Update, Gpio };
-using Situation = std::tuple<const char*, Job, bool>;  // library, what the thread does, logging
-
-class ExitTest : public ProcessLifeTest, public ::testing::WithParamInterface<Situation> {
+class ExitTest : public ProcessLifeTest,
+                 public ::testing::WithParamInterface<std::tuple<const char*, std::string, bool>> {
  protected:
-  [[noreturn]] void ExitWithAThreadInside(const Library& library, int run) {
-    const auto [file, job, isLogging] = GetParam();
-    if (isLogging) library.LogTo(log);
-    void* const dev = job == Job::List ? nullptr : library.Open();
+  [[noreturn]] void ExitWithAThreadInside(const LibraryFile& library, int run) {
+    const auto& [file, job, isLogging] = GetParam();
+    if (isLogging) library.Log(0, log);
+    void* const dev = job == "Listing" ? nullptr : Open(library);
     static std::atomic<bool> s_isInside;
     // The thread outlives all objects of this program but these copies.
     const auto list = library.Find<decltype(QZ_ListAllHidDev)>("QZ_ListAllHidDev");
     const auto update = library.Find<decltype(QZ_UpdateDev)>("QZ_UpdateDev");
     const auto set = library.Find<decltype(QZ_HidSetHubGPIO)>("QZ_HidSetHubGPIO");
     const char* const path = strdup(image.c_str());
-    std::thread([=, job = job] {
+    std::thread([=, first = job[0]] {
       for (;; s_isInside = true) {
         HidDevRecord* records = nullptr;
         std::uint32_t count = 0;
-        if (job == Job::List) list(&records, &count);
-        if (job == Job::Update) update(dev, path, nullptr);
-        if (job == Job::Gpio) set(dev, 1, 1);
+        if (first == 'L') list(&records, &count);
+        if (first == 'U') update(dev, path, nullptr);
+        if (first == 'G') set(dev, 1, 1);
         std::free(records);
       }
     }).detach();
@@ -130,25 +86,16 @@ class ExitTest : public ProcessLifeTest, public ::testing::WithParamInterface<Si
 };
 
 TEST_P(ExitTest, AProcessMayExitWhileAThreadIsInside) {
-  constexpr int kRuns = 200;
-  const Library library(std::get<0>(GetParam()));
-  for (int run = 0; run < kRuns; ++run) {
+  const LibraryFile library(std::get<0>(GetParam()));
+  for (int run = 0; run < 200; ++run) {
     ASSERT_EQ(0, InChild([&] { ExitWithAThreadInside(library, run); })) << "run " << run;
   }
 }
 
-std::string NameOf(const ::testing::TestParamInfo<Situation>& info) {
-  const auto [file, job, isLogging] = info.param;
-  constexpr const char* kJobs[] = {"Listing", "Update", "Gpio"};
-  return std::string(file == kNative ? "Native" : "Virtual") + kJobs[static_cast<int>(job)] +
-         (isLogging ? "Logged" : "");
-}
-
 INSTANTIATE_TEST_SUITE_P(All, ExitTest,
-                         ::testing::Combine(::testing::Values(kNative, kVirtual),
-                                            ::testing::Values(Job::List, Job::Update, Job::Gpio),
-                                            ::testing::Bool()),
-                         NameOf);
+                         ::testing::Combine(::testing::ValuesIn(kLibraries),
+                                            ::testing::Values("Listing", "Update", "Gpio"),
+                                            ::testing::Bool()));
 
 std::ptrdiff_t OpenDescriptors() {
   return std::distance(fs::directory_iterator("/proc/self/fd"), {});
@@ -157,12 +104,12 @@ std::ptrdiff_t OpenDescriptors() {
 // The leak checker looks at what is left of memory.
 TEST_F(ProcessLifeTest, AnUnloadedLibraryLeavesNothingAlthoughAHubIsOpenAndTheLogIsOn) {
   const auto before = OpenDescriptors();
-  for (const char* const file : {kNative, kVirtual}) {
+  for (const char* const file : kLibraries) {
     SCOPED_TRACE(file);
     {
-      const Library library(file);
-      library.LogTo(log);
-      EXPECT_EQ(file == kVirtual, library.Open() != nullptr);
+      const LibraryFile library(file);
+      library.Log(0, log);
+      EXPECT_EQ(file == kLibraries[1], Open(library) != nullptr);
     }
     EXPECT_EQ(nullptr, dlopen(file, RTLD_NOW | RTLD_NOLOAD));
     EXPECT_EQ(before, OpenDescriptors());
@@ -170,21 +117,19 @@ TEST_F(ProcessLifeTest, AnUnloadedLibraryLeavesNothingAlthoughAHubIsOpenAndTheLo
 }
 
 TEST_F(ProcessLifeTest, TheLibraryTakesNoStandardDescriptorAndLetsNoProgramInheritIts) {
-  for (const char* const file : {kNative, kVirtual}) {
-    const Library library(file);
+  for (const char* const file : kLibraries) {
+    const LibraryFile library(file);
     EXPECT_EQ(0, InChild([&] {
                 for (int number = 0; number < 3; ++number) close(number);
-                library.LogTo(log);
-                library.Open();
-                const bool isFree =
-                    fcntl(0, F_GETFD) < 0 && fcntl(1, F_GETFD) < 0 && fcntl(2, F_GETFD) < 0;
-                bool isOwn = false;
-                for (int number = 3; number < 100; ++number) {
-                  char path[64];
-                  std::snprintf(path, sizeof(path), "/proc/self/fd/%d", number);
+                library.Log(0, log);
+                Open(library);
+                bool isFree = true, isOwn = false;
+                for (int number = 0; number < 100; ++number) {
+                  const int flags = fcntl(number, F_GETFD);
+                  isFree = isFree && (number > 2 || flags < 0);
                   std::error_code none;
-                  if (fs::read_symlink(path, none) != log) continue;
-                  isOwn = (fcntl(number, F_GETFD) & FD_CLOEXEC) != 0;
+                  const auto link = "/proc/self/fd/" + std::to_string(number);
+                  if (fs::read_symlink(link, none) == log) isOwn = (flags & FD_CLOEXEC) != 0;
                 }
                 _exit(isFree && isOwn ? 0 : 1);
               }))
@@ -194,11 +139,11 @@ TEST_F(ProcessLifeTest, TheLibraryTakesNoStandardDescriptorAndLetsNoProgramInher
 
 #ifdef QZ_FORKS_WITH_THREADS  // the sanitizers' own locks do not survive that
 TEST_F(ProcessLifeTest, AChildForkedWhileAThreadIsInsideGoesOn) {
-  for (const char* const file : {kNative, kVirtual}) {
+  for (const char* const file : kLibraries) {
     SCOPED_TRACE(file);
-    const Library library(file);
-    library.LogTo(log);
-    void* const dev = library.Open();
+    const LibraryFile library(file);
+    library.Log(0, log);
+    void* const dev = Open(library);
     std::atomic<bool> stop{false};
     std::thread inside([&] {
       for (int i = 0; !stop; ++i) {
@@ -209,9 +154,9 @@ TEST_F(ProcessLifeTest, AChildForkedWhileAThreadIsInsideGoesOn) {
     for (int run = 0; run < 200; ++run) {
       ASSERT_EQ(0, InChild([&] {
                   library.List();
-                  library.Find<decltype(QZ_ConfigLog)>("QZ_ConfigLog")(1, 3);
+                  library.Log(3);
                   library.Find<decltype(QZ_CloseDev)>("QZ_CloseDev")(nullptr);
-                  library.Open();
+                  Open(library);
                   _exit(0);
                 }))
           << "run " << run;

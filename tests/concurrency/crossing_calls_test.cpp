@@ -12,14 +12,15 @@
 namespace qzhid::test {
 namespace {
 
-constexpr const char* kRunning = "An update is running\n";
-
-const auto kNothing = [](int) {};
-std::function<void(int percent)> g_onProgress = kNothing;
-void OnProgress(std::int32_t percent) { g_onProgress(percent); }
+const std::function<void(int percent)>* g_onProgress = nullptr;
+void OnProgress(std::int32_t percent) { (*g_onProgress)(percent); }
 
 /// How an update takes an export that is called from its callback.
 enum class Effect { None, Refused, EndsProgress, Fails };
+
+/// Whether the call comes from another thread, and at which percentage.
+const std::pair<bool, int> kMoments[] = {{false, 0}, {false, 20}, {false, 45}, {false, 90},
+                                         {true, 0},  {true, 20},  {true, 45},  {true, 90}};
 
 struct Crossing {
   const char* name;
@@ -47,13 +48,44 @@ class CrossingCallsTest : public ApiTest {
     other = machine->HidInstance("other");
   }
 
-  bool Update() { return QZ_UpdateDev(handle, image.path(), OnProgress) == 1; }
-
-  bool Update(std::function<void(int percent)> onProgress) {
-    g_onProgress = std::move(onProgress);
-    const bool isUpdated = Update();
-    g_onProgress = kNothing;
+  bool Update(const std::function<void(int percent)>& onProgress = [](int) {}) {
+    const auto outer = std::exchange(g_onProgress, &onProgress);
+    const bool isUpdated = QZ_UpdateDev(handle, image.path(), OnProgress) == 1;
+    g_onProgress = outer;
     return isUpdated;
+  }
+  bool IsOtherUntouched() { return Holds(virtualhub::BuildImage({}, 0x10000), 0, "other"); }
+
+  /// Makes the calls on a thread each, one after the other, while `holder` is in an exchange on
+  /// another thread: each waits for its turn when the next one begins. Then the exchange ends, and
+  /// all must return.
+  void CallInTurn(const std::function<void()>& holder,
+                  const std::vector<std::function<void()>>& calls) {
+    std::atomic<bool> isTaken{false}, isFree{false}, isOver{false};
+    machine->SetExchangeHook([&](const virtualhub::Exchange&) {
+      if (isTaken.exchange(true)) return;
+      while (!isFree) std::this_thread::yield();
+    });
+    std::vector<std::thread> threads;
+    threads.emplace_back(holder);
+    while (!isTaken) std::this_thread::yield();
+    for (const auto& call : calls) {
+      std::atomic<pid_t> number{0};
+      threads.emplace_back([&, call] {
+        number = gettid();
+        call();
+        isOver = true;
+      });
+      const auto isAsleep = [&number] {  // as the system shows it
+        const std::string stat = "/proc/self/task/" + std::to_string(number) + "/stat";
+        return ReadText(stat).find(") S") != std::string::npos;
+      };
+      while (number == 0 || !(isOver || isAsleep())) std::this_thread::yield();
+      EXPECT_FALSE(isOver) << "it waits";
+    }
+    isFree = true;
+    for (std::thread& thread : threads) thread.join();
+    machine->SetExchangeHook(nullptr);
   }
 
   /// All 27.
@@ -61,26 +93,28 @@ class CrossingCallsTest : public ApiTest {
 
   const Bytes bytes = virtualhub::BuildImage({.version = 0x0210}, 0x7FA8);
   const TempFile image{bytes};
-  std::uint32_t other = 0;
+  const std::function<void()> readIds = [this] {
+    EXPECT_EQ(1, QZ_GetHubVIDPIDFromHidDevice(other, &id, &id));
+  };
+  std::uint32_t other = 0, id = 0, count = 0;
+  std::uint16_t version = 0;
+  HidDevRecord* list = nullptr;
 };
 
 std::vector<Crossing> CrossingCallsTest::Crossings() {
-  static HidDevRecord* list = nullptr;
-  static std::uint32_t count = 0, id = 0;
-  static std::uint16_t version = 0;
   using enum Effect;
+  const auto ids = [this] { return QZ_GetHubVIDPIDFromHidDevice(other, &id, &id); };
   std::vector<Crossing> all = {
-      {"QZ_ListAllHidDev", [] { return QZ_ListAllHidDev(&list, &count); }, Refused, true},
-      {"QZ_ListAllHidDevByVIDPID", [] { return QZ_ListAllHidDevByVIDPID(1, 2, &list, &count); },
+      {"QZ_ListAllHidDev", [this] { return QZ_ListAllHidDev(&list, &count); }, Refused, true},
+      {"QZ_ListAllHidDevByVIDPID", [this] { return QZ_ListAllHidDevByVIDPID(1, 2, &list, &count); },
        Refused, true},
-      {"QZ_OpenHid", [this] { return reinterpret_cast<std::uint64_t>(QZ_OpenHid(other)); }, Refused,
+      {"QZ_OpenHid", [this] { return QZ_OpenHid(other) != nullptr; }, Refused, true},
+      {"QZ_UpdateDev", [this] { return QZ_UpdateDev(handle, image.path(), OnProgress); }, Refused,
        true},
-      {"QZ_UpdateDev", [this] { return Update(); }, Refused, true},
       {"QZ_ReadBinVersion", [this] { return QZ_ReadBinVersion(handle, image.path(), &version); },
        Refused, true},
       {"QZ_ReadDevVersion", [this] { return QZ_ReadDevVersion(handle, &version); }, Refused, true},
-      {"QZ_GetHubVIDPIDFromHidDevice",
-       [this] { return QZ_GetHubVIDPIDFromHidDevice(other, &id, &id); }, Refused, true},
+      {"QZ_GetHubVIDPIDFromHidDevice", ids, Refused, true},
       {"QZ_CloseDev", [this] { return QZ_CloseDev(handle), 0; }, Fails, true},
       {"QZ_HidI2CConfig", [this] { return QZ_HidI2CConfig(handle, 0xA0, 2, 1); }, None, true,
        kRejected},
@@ -90,8 +124,7 @@ std::vector<Crossing> CrossingCallsTest::Crossings() {
        None, false},
       {"QZ_SetLogPath", [] { return QZ_SetLogPath(LogFile()); }, None, false},
       {"QZ_GenerateDumplog", [] { return QZ_GenerateDumplog(), 0; }, None, false},
-      {"QZ_ConfigLog", [] { return QZ_ConfigLog(1, 0); }, EndsProgress, false},
-  };
+      {"QZ_ConfigLog", [] { return QZ_ConfigLog(1, 0); }, EndsProgress, false}};
   for (const ApiCall& call : kApiCalls) {
     all.push_back(
         {call.name.c_str(), [&] { return call.call(handle); }, None, true, call.Rejection()});
@@ -104,211 +137,142 @@ std::vector<Crossing> CrossingCallsTest::Crossings() {
 TEST_F(CrossingCallsTest, EveryExportInTheMiddleOfAnUpdateHasItsOutcome) {
   ASSERT_EQ(27u, Crossings().size());
   for (const Crossing& crossing : Crossings()) {
-    for (const bool isOther : {false, true}) {
-      for (const int moment : {0, 20, 45, 90}) {
-        SCOPED_TRACE(Text("%s %d %d", crossing.name, isOther, moment));
-        const bool isPlain = crossing.effect == Effect::None && moment != 45;
-        if (isPlain) continue;
-        Begin();
-        const Effect effect =
-            isOther && crossing.isRefusedToOthers ? Effect::Refused : crossing.effect;
-        std::uint64_t result = crossing.refusal;
-        std::size_t refusals = 0;
-        int last = -1;
-        bool isCalled = false;
-        const bool isUpdated = Update([&](int percent) {
-          last = percent;
-          if (percent != moment || std::exchange(isCalled, true)) return;
+    for (const auto& [isOther, moment] : kMoments) {
+      SCOPED_TRACE(Text("%s %d %d", crossing.name, isOther, moment));
+      if (crossing.effect == Effect::None && moment != 45) continue;
+      Begin();
+      const bool isRefused = isOther && crossing.isRefusedToOthers;
+      const Effect effect = isRefused ? Effect::Refused : crossing.effect;
+      std::uint64_t result = crossing.refusal;
+      std::size_t refusals = 0;
+      int last = -1;
+      count = 7;
+      const bool isUpdated = Update([&, isOther = isOther, moment = moment](int percent) {
+        if (percent == moment && last != moment) {
           const auto call = [&] { result = crossing.call(); };
           isOther ? std::thread(call).join() : call();
-          refusals = Count({3, crossing.name, kRunning});
-        });
-        EXPECT_EQ(effect != Effect::Fails, isUpdated);
-        EXPECT_EQ(effect == Effect::Fails          ? 0
-                  : effect == Effect::EndsProgress ? moment
-                                                   : 100,
-                  last);
-        EXPECT_EQ(effect == Effect::Refused ? 1u : 0u, refusals);
-        if (effect == Effect::Refused) {
-          EXPECT_EQ(crossing.refusal, result);
+          refusals = Count({3, crossing.name, "An update is running\n"});
         }
-        CMsg::Instance().ClearResponders();
-        CMsg::Instance().AddResponder(&log);
-        QZ_DllPassPara(0);
-        if (effect == Effect::Fails) {
-          Open();
-          EXPECT_TRUE(Update()) << "the hub can be updated after that";
-        }
-        EXPECT_TRUE(Holds(bytes));
-        EXPECT_TRUE(Holds(virtualhub::BuildImage({}, 0x10000), 0, "other")) << "and no other is";
+        last = percent;
+      });
+      EXPECT_EQ(effect != Effect::Fails, isUpdated);
+      const int end = effect == Effect::EndsProgress ? moment : 100;
+      EXPECT_EQ(effect == Effect::Fails ? 0 : end, last);
+      EXPECT_EQ(effect == Effect::Refused ? 1u : 0u, refusals);
+      if (effect == Effect::Refused) {
+        EXPECT_EQ(crossing.refusal, result);
+        EXPECT_EQ(std::string(crossing.name).starts_with("QZ_ListAll") ? 0u : 7u, count);
+        EXPECT_EQ(nullptr, list);
       }
+      CMsg::Instance().ClearResponders();
+      CMsg::Instance().AddResponder(&log);
+      QZ_DllPassPara(0);
+      if (effect == Effect::Fails) {
+        EXPECT_EQ(kNoHandles, Handles());
+        EXPECT_EQ(kRejected, QZ_HidI2CConfig(handle, 0xA0, 2, 1));
+        Open();
+        EXPECT_TRUE(Update()) << "the hub can be updated after that";
+      }
+      EXPECT_TRUE(Holds(bytes));
+      EXPECT_TRUE(IsOtherUntouched());
     }
   }
 }
 
-TEST_F(CrossingCallsTest, TheCallbackMayTurnToHubsWhenAllIsDone) {
-  std::uint16_t version = 0;
-  int inner = 0;
-  void* second = nullptr;
-  const bool isUpdated = Update([&](int percent) {
-    if (second != nullptr) {
-      inner = percent;
-      if (percent == 45) {
-        EXPECT_EQ(0u, List()) << "the inner update is protected like any";
-      }
-    } else if (percent == 100) {
-      EXPECT_EQ(1, QZ_ReadDevVersion(handle, &version));
-      EXPECT_EQ(2u, List());
-      second = QZ_OpenHid(machine->HidInstance("other"));
-      EXPECT_EQ(1, QZ_UpdateDev(second, image.path(), OnProgress));
-    }
-  });
-  EXPECT_TRUE(isUpdated);
+TEST_F(CrossingCallsTest, AtTheEndTheCallbackMayUseHubsAndClosesOfOtherThreadsAreDeferred) {
+  void* const outer = handle;
+  std::vector<int> inner;
+  const auto isUsable = [this](void* dev) { return QZ_HidI2CConfig(dev, 0xA0, 2, 1) == 0; };
+  EXPECT_TRUE(Update([&](int percent) {
+    if (percent != 100) return;
+    EXPECT_EQ(1, QZ_ReadDevVersion(outer, &version));
+    std::thread([&] { QZ_CloseDev(outer); }).join();
+    EXPECT_EQ(0, QZ_UpdateDev(outer, "", nullptr)) << "which does not protect any longer";
+    EXPECT_EQ(2u, List());
+    handle = QZ_OpenHid(other);
+    EXPECT_TRUE(Update([&](int value) {
+      inner.push_back(value);
+      EXPECT_EQ(value == 100 ? 2u : 0u, List()) << "the inner update is protected like any";
+    }));
+    EXPECT_TRUE(isUsable(outer)) << "it is closed when the outer update returns";
+    EXPECT_EQ(2u, List());
+    handle = QZ_OpenHid(machine->HidInstance("other"));
+    std::thread([&] { QZ_CloseDev(handle); }).join();
+    EXPECT_EQ(0u, QZ_HidGPIOW(handle, 1, 1)) << "the callback has a hub until it is over";
+  }));
   EXPECT_EQ(0x0210, version);
-  EXPECT_EQ(100, inner);
+  EXPECT_EQ(100, inner.back());
   EXPECT_TRUE(Holds(bytes));
   EXPECT_TRUE(Holds(bytes, 0, "other"));
-  QZ_CloseDev(second);
+  EXPECT_FALSE(isUsable(outer));
+  EXPECT_FALSE(isUsable(handle));
+  EXPECT_EQ(kNoHandles, Handles());
 }
-
-/// Threads that do a job each, again and again.
-class Crowd {
- public:
-  explicit Crowd(const std::vector<std::function<void()>>& jobs) {
-    for (const auto& job : jobs) {
-      threads.emplace_back([this, job] {
-        for (job(), ++begun; !stop;) job();
-      });
-    }
-    while (begun < jobs.size()) std::this_thread::yield();
-  }
-  ~Crowd() {
-    stop = true;
-    for (std::thread& thread : threads) thread.join();
-  }
-
- private:
-  std::atomic<bool> stop{false};
-  std::atomic<std::size_t> begun{0};
-  std::vector<std::thread> threads;
-};
-
-/// Whether the thread sleeps, as the system shows it.
-bool IsAsleep(pid_t thread) {
-  const std::string state = ReadText("/proc/self/task/" + std::to_string(thread) + "/stat");
-  return state.compare(state.rfind(')') + 1, 2, " S") == 0;
-}
-
-/// Threads that call the library one after the other while a call of another thread has the
-/// connection: each waits for its turn when the next one begins. At the end that call returns, and
-/// all of them must.
-class Queue {
- public:
-  Queue(virtualhub::Machine& machine, std::uint32_t hub) : m_Machine(machine) {
-    machine.SetExchangeHook([this](const virtualhub::Exchange&) {
-      if (m_bTaken.exchange(true)) return;
-      while (!m_bFree) std::this_thread::yield();
-    });
-    m_Threads.emplace_back([hub] {
-      std::uint32_t id = 0;
-      EXPECT_EQ(1, QZ_GetHubVIDPIDFromHidDevice(hub, &id, &id));
-    });
-    while (!m_bTaken) std::this_thread::yield();
-  }
-  ~Queue() {
-    m_bFree = true;
-    for (std::thread& thread : m_Threads) thread.join();
-    m_Machine.SetExchangeHook(nullptr);
-  }
-  Queue(const Queue&) = delete;
-  Queue& operator=(const Queue&) = delete;
-
-  void Add(const std::function<void()>& call) {
-    std::atomic<pid_t> number{0};
-    m_Threads.emplace_back([&number, call] {
-      number = gettid();
-      call();
-    });
-    while (number == 0 || !IsAsleep(number)) std::this_thread::yield();
-  }
-
- private:
-  virtualhub::Machine& m_Machine;
-  std::atomic<bool> m_bTaken{false}, m_bFree{false};
-  std::vector<std::thread> m_Threads;
-};
 
 TEST_F(CrossingCallsTest, AllCallsThatWaitForTheirTurnGetIt) {
   std::atomic<int> listed{0}, sent{0};
-  {
-    Queue queue(*machine, other);
-    for (int i = 0; i < 2; ++i) queue.Add([&] { sent += QZ_HidGPIOW(handle, 1, 1) != 1 ? 1 : 0; });
-    for (int i = 0; i < 2; ++i) queue.Add([&] { listed += List() == 2 ? 1 : 0; });
-  }
+  const auto send = [&] { sent += QZ_HidGPIOW(handle, 1, 1) != 1 ? 1 : 0; };
+  const auto listBoth = [&] { listed += List() == 2 ? 1 : 0; };
+  CallInTurn(readIds, {send, send, listBoth, listBoth});
   EXPECT_EQ(2, sent);
   EXPECT_EQ(2, listed);
+  Open();
+  CallInTurn(send, {listBoth, send});
+  EXPECT_EQ(3, listed);
   EXPECT_EQ(kNoHandles, Handles());
 }
 
 TEST_F(CrossingCallsTest, AnUpdateThatBeginsRefusesAllCallsThatWaitForTheirTurn) {
-  constexpr int kCalls = 4;
-  static std::atomic<int> s_returned;
   for (int round = 0; round < 5; ++round) {
     Begin();
-    s_returned = 0;
-    g_onProgress = [](int percent) {
-      while (percent == 0 && s_returned < kCalls) std::this_thread::yield();
+    std::atomic<int> refused{0};
+    const auto send = [&] { refused += QZ_HidGPIOW(handle, 1, 1) == 1 ? 1 : 0; };
+    const auto awaitRefusals = [&](int percent) {
+      while (percent == 0 && refused < 4) std::this_thread::yield();
     };
-    {
-      Queue queue(*machine, other);
-      for (int i = 0; i < kCalls; ++i) {
-        queue.Add([&] { s_returned += QZ_HidGPIOW(handle, 1, 1) == 1 ? 1 : 0; });
-      }
-      queue.Add([&] { QZ_UpdateDev(handle, image.path(), OnProgress); });
-    }
-    g_onProgress = kNothing;
-    EXPECT_EQ(kCalls, s_returned);
-    EXPECT_EQ(static_cast<std::size_t>(kCalls), Count({3, "QZ_HidGPIOW", kRunning}));
+    CallInTurn(readIds, {send, send, send, send, [&] { Update(awaitRefusals); }});
+    EXPECT_EQ(4u, Count({3, "QZ_HidGPIOW", "An update is running\n"}));
   }
 }
 
 // A starting thread configures the log on some systems.
-TEST_F(CrossingCallsTest, AnUpdateIsNotHarmedByOtherThreadsThatCallAndConfigureTheLog) {
+TEST_F(CrossingCallsTest, NeitherAnUpdateNorAReadingIsHarmedByOtherThreads) {
   const auto configure = [] {
     platform::OnThreadAttach();
     QZ_SetLogPath(LogFile());
     QZ_ConfigLog(0, 0);
-  };
-  const auto useHubs = [this] {
-    List();
-    QZ_HidGPIOW(handle, 1, 1);
-    QZ_CloseDev(QZ_OpenHid(other));
-  };
-  std::unique_ptr<Crowd> crowd;
-  const bool isUpdated = Update([&](int percent) {
-    if (percent != 10) return;
-    crowd = std::make_unique<Crowd>(std::vector<std::function<void()>>{configure, useHubs});
-  });
-  EXPECT_TRUE(isUpdated);
-  EXPECT_NE(nullptr, crowd);
-  crowd.reset();
-  EXPECT_TRUE(Holds(bytes));
-  EXPECT_TRUE(Holds(virtualhub::BuildImage({}, 0x10000), 0, "other"));
-}
-
-TEST_F(CrossingCallsTest, CallsOfSeveralThreadsThatTakeTheConnectionOverWaitForTheOthers) {
-  const auto readIds = [this] {
-    std::uint32_t vid = 0, pid = 0;
-    EXPECT_EQ(1, QZ_GetHubVIDPIDFromHidDevice(other, &vid, &pid));
-    EXPECT_EQ(0x2E7Cu, vid);
   };
   const auto share = [this] {
     QZ_HidI2CConfig(handle, 0xA0, 2, 1);
     QZ_HidI2CRead(handle, 0, g_room, 2);
     QZ_HidSetHubGPIO(handle, 1, 1);
   };
-  const Crowd crowd({[] { EXPECT_EQ(2u, List()); }, readIds, share});
-  for (int i = 0; i < 20; ++i) readIds();
+  const auto takeOver = [this] {
+    List();
+    QZ_CloseDev(QZ_OpenHid(other));
+  };
+  std::atomic<bool> isOver{false};
+  std::atomic<int> begun{0};
+  std::vector<std::thread> threads;
+  const auto start = [&](const std::function<void()>& job) {
+    threads.emplace_back([&, job] {
+      for (job(), ++begun; !isOver;) job();
+    });
+  };
+  EXPECT_TRUE(Update([&](int percent) {
+    if (percent != 10) return;
+    start(configure), start(share), start(takeOver);
+    while (begun < 3) std::this_thread::yield();
+  }));
+  EXPECT_TRUE(Holds(bytes));
+  for (int i = 0; i < 20; ++i) {
+    List();
+    EXPECT_EQ(1, QZ_GetHubVIDPIDFromHidDevice(other, &id, &count));
+    EXPECT_EQ(0x2E7Cu, id);
+  }
+  isOver = true;
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_TRUE(IsOtherUntouched());
 }
 
 // The first exchange ends when the other thread has given up.
@@ -328,48 +292,6 @@ TEST_F(CrossingCallsTest, CallsThatOnlySendMeetAtTheTransferLockWhichGivesUpInTi
   constexpr const char* kTag = "CHidTransfers::HidDataIn";
   EXPECT_EQ(51u, Count({3, kTag, "Can't Obtain Lock!\n"})) << "every 100 ms up to 5000 ms";
   EXPECT_EQ(1u, Count({3, kTag, "WqHIDDataIn Timeout Fail! \n"}));
-}
-
-TEST_F(CrossingCallsTest, ARefusedListingLeavesItsOutputsAsOneThatFindsNothing) {
-  HidDevRecord untouched{};
-  HidDevRecord* list = &untouched;
-  std::uint32_t count = 7;
-  Update([&](int percent) {
-    if (percent == 45) QZ_ListAllHidDev(&list, &count);
-  });
-  EXPECT_EQ(0u, count);
-  EXPECT_EQ(&untouched, list);
-}
-
-TEST_F(CrossingCallsTest, ACloseByAnotherThreadAfter100PercentTakesEffectWhenTheUpdateHasReturned) {
-  const auto isUsable = [this] { return QZ_HidGPIOW(handle, 1, 1) == 0; };
-  bool wasUsable = false;
-  EXPECT_TRUE(Update([&](int percent) {
-    if (percent != 100) return;
-    List();
-    handle = QZ_OpenHid(machine->HidInstance("hub"));
-    std::thread([this] { QZ_CloseDev(handle); }).join();
-    wasUsable = isUsable();
-  }));
-  EXPECT_TRUE(wasUsable) << "the callback has a hub until it is over";
-  EXPECT_FALSE(isUsable());
-  EXPECT_EQ(kNoHandles, Handles());
-}
-
-TEST_F(CrossingCallsTest, AnUpdateInsideAnotherLeavesDeferredClosesToTheOuterOne) {
-  std::uint32_t afterInner = kRejected;
-  bool isInner = false;
-  EXPECT_TRUE(Update([&](int percent) {
-    if (percent != 100 || std::exchange(isInner, true)) return;
-    std::thread([this] { QZ_CloseDev(handle); }).join();
-    List();
-    void* const second = QZ_OpenHid(other);
-    EXPECT_EQ(1, QZ_UpdateDev(second, image.path(), OnProgress));
-    afterInner = QZ_HidI2CConfig(handle, 0xA0, 2, 1);
-    QZ_CloseDev(second);
-  }));
-  EXPECT_EQ(0u, afterInner) << "not closed yet";
-  EXPECT_EQ(kRejected, QZ_HidI2CConfig(handle, 0xA0, 2, 1));
 }
 
 }  // namespace

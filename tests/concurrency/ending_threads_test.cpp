@@ -3,6 +3,7 @@
 #include <unwind.h>
 
 #include <atomic>
+#include <functional>
 #include <stdexcept>
 
 #include "api/api_test.h"
@@ -28,104 +29,78 @@ void ThrowForeign() {
 
 class EndingThreadTest : public ApiTest {
  protected:
-  EndingThreadTest() {
-    OpenHub();
-    g_progress.clear();
-  }
+  EndingThreadTest() { OpenHub(); }
 
   /// An update on a thread of its own, cancellable or not; what that returned: null after a failed
   /// update, PTHREAD_CANCELED when it was ended.
   void* Update(void (*end)(), int cancelState = PTHREAD_CANCEL_ENABLE) {
     g_end = end;
-    m_nCancelState = cancelState;
+    g_progress.clear();
+    return OnAThread([this, cancelState]() -> void* {
+      pthread_setcancelstate(cancelState, nullptr);
+      return QZ_UpdateDev(handle, image.path(), EndAt30) == 1 ? this : nullptr;
+    });
+  }
+
+  /// What the function returns on a thread of its own, or PTHREAD_CANCELED.
+  static void* OnAThread(const std::function<void*()>& function) {
     pthread_t thread{};
-    pthread_create(
-        &thread, nullptr,
-        [](void* self) { return static_cast<EndingThreadTest*>(self)->UpdateOnThisThread(); },
-        this);
+    const auto start = [](void* given) {
+      return (*static_cast<const std::function<void*()>*>(given))();
+    };
+    pthread_create(&thread, nullptr, start, const_cast<std::function<void*()>*>(&function));
     void* result = nullptr;
     pthread_join(thread, &result);
     return result;
   }
 
   const TempFile image{virtualhub::BuildImage({.version = 0x0210}, 0x7FA8)};
-
- private:
-  void* UpdateOnThisThread() {
-    pthread_setcancelstate(m_nCancelState, nullptr);
-    return QZ_UpdateDev(handle, image.path(), EndAt30) == 1 ? this : nullptr;
-  }
-
-  int m_nCancelState = PTHREAD_CANCEL_ENABLE;
 };
 
-constexpr const char* kEndOfThread = "The calling thread is being ended\n";
+void CancelSelf() { pthread_cancel(pthread_self()); }
 
 TEST_F(EndingThreadTest, AThreadThatEndsInTheCallbackEndsTheUpdateAsFailedAndReleasesAll) {
+  const char* const ended = "The calling thread is being ended\n";
+  const auto cancelAtOnce = [] { CancelSelf(), pthread_testcancel(); };
   const struct {
     const char* how;
     void (*end)();
-    std::vector<int> progress;
     const char* lastLine;
     bool isEnded;
   } rows[] = {
-      {"pthread_exit", [] { pthread_exit(PTHREAD_CANCELED); }, {0, 10, 20, 30}, kEndOfThread, true},
-      {"pthread_cancel",
-       [] {
-         pthread_cancel(pthread_self());
-         pthread_testcancel();
-       },
-       {0, 10, 20, 30},
-       kEndOfThread,
-       true},
-      {"cancelled by the next progress",
-       [] { pthread_cancel(pthread_self()); },
-       {0, 10, 20, 30},
-       kEndOfThread,
-       true},
-      {"a C++ exception",
-       [] { throw std::runtime_error("enough"); },
-       {0, 10, 20, 30, 0},
-       "Exception:enough\n",
-       false},
-      {"a foreign exception", ThrowForeign, {0, 10, 20, 30, 0}, "Unknown exception\n", false},
-  };
+      {"pthread_exit", [] { pthread_exit(PTHREAD_CANCELED); }, ended, true},
+      {"pthread_cancel", cancelAtOnce, ended, true},
+      {"cancelled by the next progress", CancelSelf, ended, true},
+      {"a C++ exception", [] { throw std::runtime_error("enough"); }, "Exception:enough\n", false},
+      {"a foreign exception", ThrowForeign, "Unknown exception\n", false}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.how);
     OpenHub();
-    g_progress.clear();
     EXPECT_EQ(row.isEnded ? PTHREAD_CANCELED : nullptr, Update(row.end));
-    EXPECT_EQ(row.progress, g_progress);
+    std::vector<int> progress = {0, 10, 20, 30};
+    if (!row.isEnded) progress.push_back(0);
+    EXPECT_EQ(progress, g_progress);
     EXPECT_EQ(1u, Count({1, "CUniversalFlow::DevUpdate", "Update Fw Fail\n"}));
     EXPECT_EQ(1u, Count({3, "QZ_UpdateDev", row.lastLine}));
     EXPECT_EQ(kNoHandles, Handles());
     Open();
-    EXPECT_NE(nullptr, Update([] {})) << "another thread can update the hub after that";
+    EXPECT_EQ(this, Update([] {})) << "another thread can update the hub after that";
   }
 }
 
 TEST_F(EndingThreadTest, ACancelledThreadFinishesACallThatHasNoCallback) {
-  static std::atomic<std::uint32_t> s_result;
-  s_result = 1;
-  pthread_t thread{};
-  pthread_create(
-      &thread, nullptr,
-      [](void* dev) -> void* {
-        pthread_cancel(pthread_self());
-        s_result = QZ_HidGPIOW(dev, 1, 1);
-        pthread_testcancel();
-        return nullptr;
-      },
-      handle);
-  void* result = nullptr;
-  pthread_join(thread, &result);
-  EXPECT_EQ(PTHREAD_CANCELED, result);
-  EXPECT_EQ(0u, s_result);
+  std::atomic<std::uint32_t> result{1};
+  EXPECT_EQ(PTHREAD_CANCELED, OnAThread([&]() -> void* {
+              CancelSelf();
+              result = QZ_HidGPIOW(handle, 1, 1);
+              pthread_testcancel();
+              return nullptr;
+            }));
+  EXPECT_EQ(0u, result);
 }
 
 TEST_F(EndingThreadTest, AThreadThatHasSwitchedCancellationOffIsNotCancelledInTheCallback) {
-  const auto cancel = [] { pthread_cancel(pthread_self()); };
-  EXPECT_EQ(this, Update(cancel, PTHREAD_CANCEL_DISABLE)) << "the update is done";
+  EXPECT_EQ(this, Update(CancelSelf, PTHREAD_CANCEL_DISABLE)) << "the update is done";
   EXPECT_EQ(100, g_progress.back());
 }
 

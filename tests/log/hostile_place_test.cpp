@@ -6,9 +6,8 @@
 
 #include <functional>
 
+#include "api/api_test.h"
 #include "log/msg.h"
-#include "support/machine_test.h"
-#include "virtualhub/hub/image.h"
 
 namespace qzhid::test {
 namespace {
@@ -23,16 +22,12 @@ void LimitFileSize(rlim_t bytes) {
   setrlimit(RLIMIT_FSIZE, &limit);
 }
 
-class HostilePlaceTest : public MachineTest {
+class HostilePlaceTest : public ApiTest {
  protected:
   /// Updates the hub and reads its version, as a host does.
-  bool WorksOnHub() const {
-    HidDevRecord* list = nullptr;
-    std::uint32_t count = 0;
+  bool WorksOnHub() {
     std::uint16_t version = 0;
-    QZ_ListAllHidDev(&list, &count);
-    QZ_FreeDevList(list);
-    void* const handle = QZ_OpenHid(machine->HidInstance("hub"));
+    Open();
     return QZ_UpdateDev(handle, image.path(), nullptr) == 1 &&
            QZ_ReadDevVersion(handle, &version) == 1 && version == 0x0210;
   }

@@ -25,12 +25,6 @@ class LogFileTest : public LayerTest {
 void Log(int level, const char* text) { CMsg::Instance().Log(level, "t", "%s\n", text); }
 std::string Line(const std::string& text) { return "[2024-03-07, 09:05:02]  t, " + text + "\n"; }
 
-TEST_F(LogFileTest, OpeningALogFileEmptiesIt) {
-  WriteText(file, "an older log\n");
-  const CLogResponder opened(file.c_str());
-  EXPECT_EQ("", ReadText(file));
-}
-
 TEST_F(LogFileTest, ALineIsInTheFileAtOnceAndNothingButLinesIs) {
   CLogResponder receiver(file.c_str());
   CMsg::Instance().AddResponder(&receiver);
@@ -40,11 +34,6 @@ TEST_F(LogFileTest, ALineIsInTheFileAtOnceAndNothingButLinesIs) {
   Log(0, "=");
   EXPECT_EQ(Line("="), ReadText(file));
   CMsg::Instance().RemoveResponder(&receiver);
-}
-
-TEST_F(LogFileTest, AFileThatCannotBeOpenedDiscardsTheLog) {
-  CLogResponder(folder.At("missing/log.txt").c_str()).OnLog("discarded", 3);
-  EXPECT_FALSE(fs::exists(folder.path / "missing"));
 }
 
 TEST_F(LogFileTest, LinesBelowTheThresholdAreDropped) {
@@ -107,11 +96,9 @@ TEST_F(LogFileDeathTest, TheDefaultFileIsBesideALibraryThatWasLoadedByARelativeP
   WriteText(folder.At("VidPid.ini"), "VID:2222 PID:0002\n");
   const auto run = [&] {
     fs::current_path(library.folder.path);
-    setenv("QZ_VIRTUAL_HUB", library.folder.At("scenario.json").c_str(), 1);
-    const std::string name = "./" + fs::path(library.File()).filename().string();
-    void* const loaded = dlopen(name.c_str(), RTLD_NOW);
-    fs::current_path(folder.path);
-    _exit(PrivateLibrary::ListWith(loaded, 0) == std::vector<std::string>{"1111:0001"} ? 7 : 1);
+    const auto leave = [&] { fs::current_path(folder.path); };
+    const std::vector<std::string> ids = library.Load("./" + library.name, 0, leave);
+    _exit(ids == std::vector<std::string>{"1111:0001"} ? 7 : 1);
   };
   EXPECT_EXIT(run(), ExitedWithCode(7), "^$") << "the id list beside the library counts, too";
   EXPECT_THAT(ReadText(library.folder.At("info.txt")), ::testing::HasSubstr("QZ_ListAllHidDev"));

@@ -19,8 +19,17 @@ class SilentReceiver : public IResponder {
   void SetLevel(int) override {}
 };
 
+/// What was delivered.
+struct Deliveries {
+  std::vector<LogLine> lines;
+  std::vector<std::string> raw;  // lines with their time stamps
+  std::vector<LogLine> prints;   // level and text
+  std::vector<LogLine> notices;  // the remaining seconds in place of the level
+  std::vector<int> progress;
+};
+
 /// Keeps everything; registered while it lives.
-class LogCapture final : public SilentReceiver {
+class LogCapture final : public SilentReceiver, public Deliveries {
  public:
   LogCapture() { CMsg::Instance().AddResponder(this); }
   ~LogCapture() override { CMsg::Instance().RemoveResponder(this); }
@@ -29,7 +38,7 @@ class LogCapture final : public SilentReceiver {
 
   void OnLog(const char* line, int level) override {
     raw.emplace_back(line);
-    m_Lines.push_back(ParseLogLine(line, level));
+    lines.push_back(ParseLogLine(line, level));
   }
   void OnPrint(const char* text, int level) override { prints.push_back({level, "", text}); }
   void OnNotify(const char* text, int remaining, int) override {
@@ -37,22 +46,8 @@ class LogCapture final : public SilentReceiver {
   }
   void OnProgress(int value) override { progress.push_back(value); }
 
-  const std::vector<LogLine>& Lines() const { return m_Lines; }
-  void Clear() {
-    m_Lines.clear();
-    raw.clear();
-    prints.clear();
-    notices.clear();
-    progress.clear();
-  }
-
-  std::vector<std::string> raw;  // lines with their time stamps
-  std::vector<LogLine> prints;   // level and text
-  std::vector<LogLine> notices;  // the remaining seconds in place of the level
-  std::vector<int> progress;
-
- private:
-  std::vector<LogLine> m_Lines;
+  const std::vector<LogLine>& Lines() const { return lines; }
+  void Clear() { static_cast<Deliveries&>(*this) = {}; }
 };
 
 }  // namespace qzhid::test

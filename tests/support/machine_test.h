@@ -1,14 +1,6 @@
 // The base of the two fixtures that serve almost all tests of the library: LayerTest
 // (support/layer_test.h) for its layers and ApiTest (api/api_test.h) for its exports. Both run on a
 // machine with a virtual clock: what a test installs is there at once and no test waits.
-//
-//   TEST_F(LayerTest, AStatusRequestFailsWithTheCodeOfItsReport) {
-//     OpenHub();                                               // "hub" of the recorded machine
-//     machine->AddFault(ReportFault(Fault::On::Output, 5));    // support/faults.h
-//     EXPECT_EQ(5u, requests.Yv_Status(block));
-//     EXPECT_THAT(Outputs(), ElementsAre(Report(1, Hex("C0 09 00 00 00 00 14 00"))));
-//     EXPECT_THAT(Logged("CHidTransfers::HidDataIn"), ElementsAre(...));
-//   }
 #pragma once
 
 #include <gmock/gmock.h>
@@ -39,7 +31,7 @@ inline virtualhub::Scenario RecordedScenario() {
 /// A machine, and what the library logs on it. At the end the library is as in a fresh process.
 class MachineTest : public ::testing::Test {
  protected:
-  /// Replaces the machine; nothing was logged or recorded on the new one.
+  /// Replaces the machine, and forgets what was logged.
   void Install(const virtualhub::Scenario& scenario) {
     machine = &virtualhub::InstallMachine(scenario);
     log.Clear();

@@ -1,11 +1,16 @@
 /*
- * crasher STEP...: see crasher_steps.h, with the library QzHidAPI.dll beside it. The filters of the
- * host write one character each to the file "marks".
+ * crasher STEP...: uses the library QzHidAPI.dll beside it and then dies. The exit code is the
+ * position of the step that found something else than it expected, 0 when there was none. The
+ * filters of the host write one character each to the file "marks".
  */
+#include <string.h>
 #include <windows.h>
 
 #include "QzHidAPI.h"
-#include "support/crasher_steps.h"
+
+static char** g_next;
+static int g_position;
+static volatile char g_sink;
 
 static HMODULE g_library;
 static LPTOP_LEVEL_EXCEPTION_FILTER g_chained;
@@ -73,6 +78,7 @@ static int hasRoom(void) {
 }
 static int hasNoRoom(void) { return !hasRoom(); }
 
+static int run(void);
 static DWORD WINAPI runThread(void* unused) {
   (void)unused;
   return (DWORD)run();
@@ -86,14 +92,42 @@ static int thread(void) {
   return result == 0;
 }
 
-static const struct step steps[] = {
+static int null(void) {
+  volatile int* volatile nowhere = NULL;
+  // cppcheck-suppress nullPointer
+  *nowhere = 1; /* NOLINT: it is meant to crash */
+  return 0;
+}
+static int recurse(int depth) {
+  volatile char room[4096];
+  room[0] = (char)depth;
+  if (depth < 0) return 0;
+  g_sink = room[0];
+  return recurse(depth + 1) + room[0];
+}
+static int overflow(void) { return recurse(0); }
+
+static const struct {
+  const char* name;
+  int (*take)(void);
+} steps[] = {
     {"before", before},     {"after", after},       {"none", none},     {"earlier", isEarlier},
     {"load", load},         {"unload", unload},     {"record", record}, {"call", call},
     {"room", hasRoom},      {"no-room", hasNoRoom}, {"{", thread},      {"null", null},
     {"overflow", overflow}, {NULL, NULL},
 };
 
-static int take(const char* name) { return takeOneOf(steps, name); }
+/* The position of the step that failed, or 0. */
+static int run(void) {
+  while (*g_next != NULL) {
+    const char* const name = *g_next++;
+    const int position = ++g_position;
+    int i = 0;
+    while (steps[i].name != NULL && strcmp(steps[i].name, name) != 0) ++i;
+    if (steps[i].name == NULL || !steps[i].take()) return position;
+  }
+  return 0;
+}
 
 int main(int argc, char** argv) {
   (void)argc;

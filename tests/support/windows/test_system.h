@@ -63,18 +63,4 @@ inline constexpr std::uint32_t kStalled = ERROR_GEN_FAILURE;  // the device refu
 inline constexpr std::uint32_t kGone = ERROR_DEVICE_NOT_CONNECTED;
 inline constexpr std::uint32_t kInvalidHandle = ERROR_INVALID_HANDLE;
 
-/// A file that exists and that nobody can open.
-class UnopenableFile {
- public:
-  explicit UnopenableFile(const std::string& path)
-      : m_File(CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                           FILE_FLAG_DELETE_ON_CLOSE, nullptr)) {}
-  ~UnopenableFile() { CloseHandle(m_File); }
-  UnopenableFile(const UnopenableFile&) = delete;
-  UnopenableFile& operator=(const UnopenableFile&) = delete;
-
- private:
-  const HANDLE m_File;
-};
-
 }  // namespace qzhid::test
