@@ -3,6 +3,7 @@
 #include <exception>
 #include <iostream>
 
+#include "common/standard_streams.h"
 #include "qzhub/image_command.h"
 #include "qzhub/usbip_commands.h"
 
@@ -30,6 +31,7 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  tools::OpenStandardStreams();
   try {
     return Run(argc, argv);
   } catch (const std::exception& error) {
