@@ -11,7 +11,7 @@ import sys
 try:
     from jsonschema import Draft202012Validator
 except ImportError:
-    sys.exit("python3 has no module jsonschema; script/bootstrap native installs it")
+    sys.exit("Python has no module jsonschema; script/bootstrap native installs it")
 
 source, work = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[4])
 qzhid, qzhub = (os.path.abspath(program) for program in sys.argv[2:4])
@@ -67,7 +67,8 @@ def commands(*group):
     if not below:
         return [" ".join(group)]
     names = re.findall(r"^  ([a-z0-9]+)", below[1], re.M)
-    return [name for word in names for name in commands(*group, word)]
+    # Help is for people, and has no result.
+    return [name for word in names if word != "help" for name in commands(*group, word)]
 
 
 Draft202012Validator.check_schema(schema)

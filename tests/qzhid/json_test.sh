@@ -97,5 +97,5 @@ status=0
 wait $! || status=$?
 keep update 1
 
-python3 "$(dirname "$0")/json_test.py" "$root" "$qzhid" "$qzhub" "$work" || failures=1
+/usr/bin/python3 "$(dirname "$0")/json_test.py" "$root" "$qzhid" "$qzhub" "$work" || failures=1
 exit $failures

@@ -9,8 +9,6 @@ Bytes ReadFile(const std::string& path, std::size_t most) {
                      : virtualhub::ReadWholeFile(path, most);
 }
 
-void WriteFile(const std::string& path, ByteView bytes) {
-  virtualhub::ReplaceFile(path, bytes);
-}
+void WriteFile(const std::string& path, ByteView bytes) { virtualhub::ReplaceFile(path, bytes); }
 
 }  // namespace tools

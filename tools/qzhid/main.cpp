@@ -4,6 +4,8 @@
 #include <iostream>
 #include <memory>
 
+#include "common/help_command.h"
+#include "common/standard_streams.h"
 #include "qzhid/commands.h"
 #include "qzhid/host.h"
 #include "qzhid/options.h"
@@ -44,6 +46,21 @@ class HelpFormatter : public CLI::Formatter {
   }
 };
 
+// Why the words of a command line make no command.
+std::string Reason(CLI::App& app, const CLI::ParseError& error) {
+  const std::vector<std::string> words = app.remaining(true);
+  const std::vector<CLI::App*> commands = app.get_subcommands();
+  if (words.empty() || words.front().starts_with('-')) return error.what();
+  CLI::App& last = commands.empty() ? app : *commands.front();
+  if (last.get_subcommands([](CLI::App*) { return true; }).empty()) return error.what();
+  try {
+    tools::FindCommand(last, {words.front()});
+    return error.what();
+  } catch (const CLI::ValidationError& unknown) {
+    return unknown.what();
+  }
+}
+
 int Run(int argc, char** argv, qzhid::Host& host) {
   CLI::App app("Finds, shows and services USB hubs", "qzhid");
   app.set_version_flag("--version", "qzhid " QZHID_VERSION);
@@ -62,6 +79,7 @@ int Run(int argc, char** argv, qzhid::Host& host) {
   qzhid::AddFlashCommand(app, host);
   qzhid::AddDoctorCommand(app, host);
   qzhid::AddWorkerCommand(app, host);
+  tools::AddHelpCommand(app, "qzhid help gpio get");
   qzhid::AddExamples(app, {"qzhid list", "qzhid update --image new.bin", "qzhid info --virtual"});
   app.footer(app.get_footer() +
              "\n\nExit status: 0 done, 1 failed, 2 usage, 3 no such hub, 4 permission, "
@@ -71,7 +89,8 @@ int Run(int argc, char** argv, qzhid::Host& host) {
   } catch (const CLI::Success& asked) {
     return app.exit(asked);
   } catch (const CLI::ParseError& error) {
-    host.Report(qzhid::Failure(qzhid::Exit::WrongUse, error.what(), "", "see 'qzhid --help'"));
+    host.Report(
+        qzhid::Failure(qzhid::Exit::WrongUse, Reason(app, error), "", "see 'qzhid --help'"));
   }
   return host.Status();
 }
@@ -79,6 +98,7 @@ int Run(int argc, char** argv, qzhid::Host& host) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  tools::OpenStandardStreams();
   qzhid::Host host;
   try {
     return Run(argc, argv, host);

@@ -1,4 +1,5 @@
 #include <CLI/CLI.hpp>
+#include <cstdlib>
 #include <memory>
 
 #include "qzhub/server.h"
@@ -26,7 +27,12 @@ void Serve(const ServeOptions& options) {
     log.Event("exported " + exported.name + " busid=" + exported.place.Busid());
   }
   log.Event("listening " + LocalAddress(listener.get()).Text());
-  Server(machine, exports, stop, log).Run(listener.get());
+  Server server(machine, exports, stop, log);
+  if (server.Run(listener.get())) return;
+  // Transfers are under way that may take long: nobody waits for them.
+  log.End();
+  machine.Save();
+  std::_Exit(EXIT_SUCCESS);
 }
 
 }  // namespace
@@ -50,6 +56,9 @@ void AddServeCommand(CLI::App& app) {
   command->add_option("--scenario", options->scenario,
                       "JSON file that describes the devices, default: one hub and one keyboard");
   command->callback([options] { Serve(*options); });
+  command->footer(
+      "Serves up to 256 clients at once, until SIGINT or SIGTERM.\n\nExamples:\n  qzhub serve\n"
+      "  qzhub serve --listen 192.0.2.1:3240 --scenario two-hubs.json");
 }
 
 }  // namespace qzhub
