@@ -1,7 +1,6 @@
 // Every job's steps in order, and what follows when one of them fails or throws.
+#include <algorithm>
 #include <new>
-#include <regex>
-#include <sstream>
 
 #include "device/hid_dev.h"
 #include "device/states.h"
@@ -16,14 +15,21 @@ namespace qzhid::test {
 namespace {
 
 using Flow = CUniversalFlow;
+using Lines = std::vector<std::string>;
+using ::testing::ElementsAreArray;
+
+Lines operator+(Lines lines, const Lines& more) {
+  lines.insert(lines.end(), more.begin(), more.end());
+  return lines;
+}
 
 class Script;
 Script* s_pScript = nullptr;  // of the job that runs
 std::uint16_t s_nVersion = 0;
 std::uint8_t s_byStatus[20];
 
-/// What surrounds a flow, and writes down what happens, a line each: "Write" or "Connect 20" for a
-/// call with its arguments, "progress 10", and "log 3: text" or "print 1: text". The hub changes
+/// What surrounds a flow, and lists what happens: "Write" or "Connect 20" for a call with its
+/// arguments, "progress 10", and "log 3: text" or "print 1: text". The hub changes
 /// its state as a real one does, unless a call is to fail.
 class Script final : public IDev, public IDevFinder, public IGpioDriver, public SilentReceiver {
  public:
@@ -37,12 +43,10 @@ class Script final : public IDev, public IDevFinder, public IGpioDriver, public 
   void OnLog(const char* raw, int level) override {
     const LogLine line = ParseLogLine(raw, level);
     EXPECT_EQ(tag, line.tag);
-    text += "log " + std::to_string(level) + ": " + line.text;
+    Add("log", level, line.text);
   }
-  void OnPrint(const char* line, int level) override {
-    text += "print " + std::to_string(level) + ": " + line;
-  }
-  void OnProgress(int value) override { text += "progress " + std::to_string(value) + "\n"; }
+  void OnPrint(const char* line, int level) override { Add("print", level, line); }
+  void OnProgress(int value) override { lines.push_back("progress " + std::to_string(value)); }
 
   CState* GetState() override { return GetStateById(state); }
   CState* GetStateById(int id) override { return m_States[id].get(); }
@@ -88,7 +92,8 @@ class Script final : public IDev, public IDevFinder, public IGpioDriver, public 
   }
   bool SwitchOn() { return Call("SwitchOn") && switchFailures-- <= 0; }
 
-  std::string text, tag;
+  Lines lines;
+  std::string tag;
   std::size_t failing = 0;  // the number of the call that fails, or throws
   bool throws = false;
   int state = kStateOffline, runs = kStateFlash;
@@ -100,12 +105,15 @@ class Script final : public IDev, public IDevFinder, public IGpioDriver, public 
   /// Returns false when the call is to fail.
   template <class... Arguments>
   bool Call(const std::string& name, Arguments... arguments) {
-    text += name;
-    ((text += " " + std::to_string(arguments)), ...);
-    text += "\n";
+    lines.push_back(name);
+    ((lines.back() += " " + std::to_string(arguments)), ...);
     if (++m_nCalls != failing) return true;
     if (throws) throw std::bad_alloc();
     return false;
+  }
+  void Add(const std::string& kind, int level, const std::string& text) {
+    EXPECT_EQ('\n', text.back()) << text;
+    lines.push_back(kind + " " + std::to_string(level) + ": " + text.substr(0, text.size() - 1));
   }
   bool Reset(int code) {
     if (state != kStateUnknown) state = kStateWait;
@@ -119,143 +127,190 @@ class Script final : public IDev, public IDevFinder, public IGpioDriver, public 
   StateTable m_States = MakeStates(m_Owner);
 };
 
-/// Lines that are written " > " apart.
-std::string Apart(const std::string& text) {
-  static const std::regex kArrow(" > ");
-  return text.empty() ? text : std::regex_replace(text, kArrow, "\n") + "\n";
+/// A step of a job.
+struct Step {
+  enum After { kEnds, kGoesOn, kHasOwnTest };
+
+  std::string call;
+  Lines done;    ///< what happens after it
+  Lines failed;  ///< what happens instead when it fails, or after `done` when the job goes on
+  After after = kEnds;
+};
+using Steps = std::vector<Step>;
+
+Steps operator+(Steps steps, const Steps& more) {
+  steps.insert(steps.end(), more.begin(), more.end());
+  return steps;
 }
 
-/// A job: its steps, and its end when it fails and when a step throws. A line of the steps has a
-/// call and what is shown when it is done; after "|" what follows when it fails, with END for the
-/// end of the job, "+" when the job goes on after that, and "?" where a test of its own checks it.
-/// Lines without "|" come first. Only jobs with a board take its steps.
 struct Job {
-  struct Step {
-    std::string call, done, failed;
-    bool goesOn;
-  };
-  Job(const std::string& jobName, bool (*jobRun)(Flow&), const std::string& lines,
-      const std::string& end, const std::string& thrownEnd, bool hasBoard = false)
-      : name(jobName), run(jobRun), thrown(Apart(thrownEnd)) {
-    static const std::regex kStep(R"((.+?)(?: > (.+?))? \| (\+ ?)?(.*))"), kEnd("END");
-    std::istringstream in(lines);
-    std::smatch match;
-    for (std::string line; std::getline(in, line);) {
-      if (!std::regex_match(line, match, kStep)) {
-        begin += line + "\n";
-        continue;
-      }
-      const std::string failed = std::regex_replace(match.str(4), kEnd, end + " > false");
-      steps.push_back({Apart(match[1]), Apart(match[2]), Apart(failed), match[3].matched});
-    }
-    if (!hasBoard) *this = WithoutBoard();
-  }
+  std::string name;
+  bool (*run)(Flow&);
+  Lines begin;
+  Steps steps;
+  Lines thrown;  ///< its end when a step throws
+
   /// What happens from that step on when nothing fails.
-  std::string Text(std::size_t from = 0) const {
-    std::string text = from == 0 ? begin : "";
-    for (; from < steps.size(); ++from) text += steps[from].call + steps[from].done;
-    return text + "true\n";
+  Lines All(std::size_t from = 0) const {
+    Lines lines = from == 0 ? begin : Lines();
+    for (; from < steps.size(); ++from) lines = lines + Lines{steps[from].call} + steps[from].done;
+    return lines + Lines{"true"};
   }
   Job WithoutBoard() const {
     Job job = *this;
     std::erase_if(job.steps, [](const Step& step) { return step.call.find_first_of("GI") == 0; });
     return job;
   }
-
-  std::string name;
-  bool (*run)(Flow&);
-  std::string begin, thrown;
-  std::vector<Step> steps;
 };
 
-const std::string kWritten = R"(progress 0
-Gpio 5 1 0 | + log 3: Set GPIO 5 1 Fail
-Connect 20 | END
-Judge > progress 10 | log 3: Judge Code Mode Fail > END
-ToRom > log 0: reset to rom success > progress 20 | log 3: fail to reset to rom > END
-Leave 10 | + Remove
-Gpio 5 1 0 | + log 3: Set GPIO 5 1 Fail
-Connect 20 | END
-Judge | ?
-Erase > log 0: erase flash success > progress 30 | log 3: fail to erase flash > END
-I2C 44 0 3 > log 3: Write I2C Speed | + log 3: Set I2C Speed Fail, Slave Addr:2c, Speed:259
-Write > log 0: write flash success > progress 70 | log 3:  > fail to write flash > END
-Check > log 0: check flash success > progress 90 | log 3:  > fail to check flash > END
-)";
-const std::string kStarted =
-    R"(ToFlash > log 0: reset to flash success | log 3: fail to reset to flash > END
-Leave 10 | + Remove
-)";
-const std::string kReleased =
-    R"(UnInit 7 > log 0: uninit dev success > progress 100 | log 3: fail to uninit dev > END
-Remove > log 1: Update Fw Success!spend time is )";
-const std::string kReading = R"( | false
-Judge | +
-I2C 44 0 3 > log 3: Write I2C Speed | + log 3: Set I2C Speed Fail, Slave Addr:2c, Speed:259
-Read 0 | log 3: Read Version is Fail > UnInit 7 > END
-UnInit 7 | log 3: fail to uninit dev > END
-Gpio 5 1 1 | + log 3: Reset GPIO Fail
-Remove | +
-)";
-const std::string kFinish = "UnInit 7 > Remove";
-const std::string kFailed = kFinish + " > progress 0 > log 1: Update Fw Fail";
-const Job kUpdate(
-    "DevUpdate", [](Flow& flow) { return flow.DevUpdate(); },
-    kWritten + kStarted + R"(Gpio 5 1 0 | + log 3: Set GPIO 5 1 after pd reset Fail
-Connect 20 > log 0: success to connect dev after reset > progress 100 | log 3: fail to connect dev after reset > END
-UnInit 7 | +
-Remove > log 1: Update Fw Success!spend time is 4 Sec | +
-Gpio 5 1 1 | + log 3: Reset GPIO Fail
-)",
-    kFailed + " > Gpio 5 1 1", kFailed + " > Gpio 5 1 1", true);
-const Job kReconn(
-    "DevUpdateReconn", [](Flow& flow) { return flow.DevUpdateReconn(9); },
-    kWritten + "Option 9 > log 3: fail to set tpc reconnect | +\n" + kStarted +
-        "Connect 20 | END\n" + kReleased + "4 Sec | +\n",
-    kFailed, kFailed);
-const Job kSwitchOn(
-    "DevUpdateSwitchOnBBafterReset",
-    [](Flow& flow) {
-      return flow.DevUpdateSwitchOnBBafterReset([] { return s_pScript->SwitchOn(); });
-    },
-    kWritten + kStarted + "Connect 20 > log 1: Connect try:0 | ?\n" + kReleased + "6 Sec | +\n",
-    kFailed, kFailed);
-const Job kReset(
-    "ResetDeviceonly", [](Flow& flow) { return flow.ResetDeviceonly(); },
-    R"(Connect 20 | END
-Judge | log 3: Judge Code Mode Fail > END
-ToFlash > log 1: success to reset to flash | log 3: fail to reset to flash > END
-UnInit 7 | +
-Remove > log 1: Reset Device Success | +
-)",
-    kFinish + " > log 1: Reset Device Fail", kFinish);
-const Job kVersion(
-    "DevReadVersion", [](Flow& flow) { return flow.DevReadVersion(&s_nVersion); },
-    "Gpio 5 1 0 | + log 3: Set GPIO 5 1 Fail\nConnect 20" + kReading, "Gpio 5 1 1 > Remove",
-    kFinish + " > Gpio 5 1 1", true);
-const Job kVersionEx(
-    "DevReadVersionEx", [](Flow& flow) { return flow.DevReadVersionEx(&s_nVersion, 7); },
-    "Connect 7" + kReading, "Remove", kFinish);
-const Job kStatus(
-    "DveGetICStatus", [](Flow& flow) { return flow.DveGetICStatus(s_byStatus); },
-    "Connect 20" + kReading, "Remove", kFinish);
-const Job kErase(
-    "DevErase", [](Flow& flow) { return flow.DevErase(); }, R"(progress 0
-Connect 20 > progress 30 | END
-Judge | ForceRom > log 0: force reset to rom success > Erase > progress 100 > Remove > print 1: Erase flash success > progress 0 > true
-ForceRom > log 0: force reset to rom success | log 3: fail to force reset to rom > END
-Leave 10 | print 1: Erase flash success > progress 0 > true
-Connect 20 | print 1: Erase flash success > progress 0 > true
-Judge | +
-Erase > progress 100 | progress 100 > Remove > END
-Remove > print 1: Erase flash success > progress 0 | +
-)",
-    "print 0: Erase flash fail > progress 0", kFinish + " > progress 0");
+const Step kSpeed = {"I2C 44 0 3",
+                     {"log 3: Write I2C Speed"},
+                     {"log 3: Set I2C Speed Fail, Slave Addr:2c, Speed:259"},
+                     Step::kGoesOn};
+const Step kOff = {"Gpio 5 1 0", {}, {"log 3: Set GPIO 5 1 Fail"}, Step::kGoesOn};
+const Step kRestored = {"Gpio 5 1 1", {}, {"log 3: Reset GPIO Fail"}, Step::kGoesOn};
+const Step kGone = {"Leave 10", {}, {"Remove"}, Step::kGoesOn};
+
+/// The steps up to the check of the flash, in a job with that end.
+Steps Written(const Lines& end) {
+  return {
+      kOff,
+      {"Connect 20", {}, end},
+      {"Judge", {"progress 10"}, Lines{"log 3: Judge Code Mode Fail"} + end},
+      {"ToRom",
+       {"log 0: reset to rom success", "progress 20"},
+       Lines{"log 3: fail to reset to rom"} + end},
+      kGone,
+      kOff,
+      {"Connect 20", {}, end},
+      {"Judge", {}, {}, Step::kHasOwnTest},
+      {"Erase",
+       {"log 0: erase flash success", "progress 30"},
+       Lines{"log 3: fail to erase flash"} + end},
+      kSpeed,
+      {"Write",
+       {"log 0: write flash success", "progress 70"},
+       Lines{"log 3: \nfail to write flash"} + end},
+      {"Check",
+       {"log 0: check flash success", "progress 90"},
+       Lines{"log 3: \nfail to check flash"} + end},
+  };
+}
+Steps Started(const Lines& end) {
+  return {
+      {"ToFlash", {"log 0: reset to flash success"}, Lines{"log 3: fail to reset to flash"} + end},
+      kGone};
+}
+Steps Released(const Lines& end, int seconds) {
+  return {
+      {"UnInit 7",
+       {"log 0: uninit dev success", "progress 100"},
+       Lines{"log 3: fail to uninit dev"} + end},
+      {"Remove",
+       {"log 1: Update Fw Success!spend time is " + std::to_string(seconds) + " Sec"},
+       {},
+       Step::kGoesOn},
+  };
+}
+Steps Reading(int timeout, const Lines& end) {
+  return {{"Connect " + std::to_string(timeout), {}, {"false"}},
+          {"Judge", {}, {}, Step::kGoesOn},
+          kSpeed,
+          {"Read 0", {}, Lines{"log 3: Read Version is Fail", "UnInit 7"} + end},
+          {"UnInit 7", {}, Lines{"log 3: fail to uninit dev"} + end},
+          kRestored,
+          {"Remove", {}, {}, Step::kGoesOn}};
+}
+
+const Lines kFinish = {"UnInit 7", "Remove"}, kFalse = {"false"};
+const Lines kFailed = kFinish + Lines{"progress 0", "log 1: Update Fw Fail"};
+const Lines kFailedOnBoard = kFailed + Lines{"Gpio 5 1 1"};
+const Job kUpdate = {
+    "DevUpdate",
+    [](Flow& flow) { return flow.DevUpdate(); },
+    {"progress 0"},
+    Written(kFailedOnBoard + kFalse) + Started(kFailedOnBoard + kFalse) +
+        Steps{{"Gpio 5 1 0", {}, {"log 3: Set GPIO 5 1 after pd reset Fail"}, Step::kGoesOn},
+              {"Connect 20",
+               {"log 0: success to connect dev after reset", "progress 100"},
+               Lines{"log 3: fail to connect dev after reset"} + kFailedOnBoard + kFalse},
+              {"UnInit 7", {}, {}, Step::kGoesOn},
+              {"Remove", {"log 1: Update Fw Success!spend time is 4 Sec"}, {}, Step::kGoesOn},
+              kRestored},
+    kFailedOnBoard};
+const Job kReconn =
+    Job{"DevUpdateReconn",
+        [](Flow& flow) { return flow.DevUpdateReconn(9); },
+        {"progress 0"},
+        Written(kFailed + kFalse) +
+            Steps{{"Option 9", {"log 3: fail to set tpc reconnect"}, {}, Step::kGoesOn}} +
+            Started(kFailed + kFalse) + Steps{{"Connect 20", {}, kFailed + kFalse}} +
+            Released(kFailed + kFalse, 4),
+        kFailed}
+        .WithoutBoard();
+const Job kSwitchOn =
+    Job{"DevUpdateSwitchOnBBafterReset",
+        [](Flow& flow) {
+          return flow.DevUpdateSwitchOnBBafterReset([] { return s_pScript->SwitchOn(); });
+        },
+        {"progress 0"},
+        Written(kFailed + kFalse) + Started(kFailed + kFalse) +
+            Steps{{"Connect 20", {"log 1: Connect try:0"}, {}, Step::kHasOwnTest}} +
+            Released(kFailed + kFalse, 6),
+        kFailed}
+        .WithoutBoard();
+const Lines kResetFailed = kFinish + Lines{"log 1: Reset Device Fail", "false"};
+const Job kReset = {"ResetDeviceonly",
+                    [](Flow& flow) { return flow.ResetDeviceonly(); },
+                    {},
+                    {{"Connect 20", {}, kResetFailed},
+                     {"Judge", {}, Lines{"log 3: Judge Code Mode Fail"} + kResetFailed},
+                     {"ToFlash",
+                      {"log 1: success to reset to flash"},
+                      Lines{"log 3: fail to reset to flash"} + kResetFailed},
+                     {"UnInit 7", {}, {}, Step::kGoesOn},
+                     {"Remove", {"log 1: Reset Device Success"}, {}, Step::kGoesOn}},
+                    kFinish};
+const Job kVersion = {"DevReadVersion",
+                      [](Flow& flow) { return flow.DevReadVersion(&s_nVersion); },
+                      {},
+                      Steps{kOff} + Reading(20, {"Gpio 5 1 1", "Remove", "false"}),
+                      kFinish + Lines{"Gpio 5 1 1"}};
+const Job kVersionEx = Job{"DevReadVersionEx",
+                           [](Flow& flow) { return flow.DevReadVersionEx(&s_nVersion, 7); },
+                           {},
+                           Reading(7, {"Remove", "false"}),
+                           kFinish}
+                           .WithoutBoard();
+const Job kStatus = Job{"DveGetICStatus",
+                        [](Flow& flow) { return flow.DveGetICStatus(s_byStatus); },
+                        {},
+                        Reading(20, {"Remove", "false"}),
+                        kFinish}
+                        .WithoutBoard();
+const Lines kEraseFailed = {"print 0: Erase flash fail", "progress 0", "false"};
+const Lines kErased = {"print 1: Erase flash success", "progress 0", "true"};
+const Lines kForced = {"log 0: force reset to rom success"};
+const Job kErase = {
+    "DevErase",
+    [](Flow& flow) { return flow.DevErase(); },
+    {"progress 0"},
+    {{"Connect 20", {"progress 30"}, kEraseFailed},
+     {"Judge",
+      {},
+      Lines{"ForceRom"} + kForced + Lines{"Erase", "progress 100", "Remove"} + kErased},
+     {"ForceRom", kForced, Lines{"log 3: fail to force reset to rom"} + kEraseFailed},
+     {"Leave 10", {}, kErased},
+     {"Connect 20", {}, kErased},
+     {"Judge", {}, {}, Step::kGoesOn},
+     {"Erase", {"progress 100"}, Lines{"progress 100", "Remove"} + kEraseFailed},
+     {"Remove", {"print 1: Erase flash success", "progress 0"}, {}, Step::kGoesOn}},
+    kFinish + Lines{"progress 0"}};
 
 class StepsTest : public LayerTest {
  protected:
   /// What happens in a job on a fresh hub, and the result.
-  std::string Run(const Job& job, std::size_t failing = 0, bool throws = false) {
+  Lines Run(const Job& job, std::size_t failing = 0, bool throws = false) {
     Script script;
     script.tag = "CUniversalFlow::" + job.name;
     script.failing = failing;
@@ -267,17 +322,23 @@ class StepsTest : public LayerTest {
     flow.SetResetToFlash(resetsToFlash);
     s_pScript = &script;
     try {
-      return job.run(flow) ? script.text + "true\n" : script.text + "false\n";
+      return script.lines + Lines{job.run(flow) ? "true" : "false"};
     } catch (const std::bad_alloc&) {
-      return script.text + "thrown\n";
+      return script.lines + Lines{"thrown"};
     }
   }
-  /// A plain update without what lies between two texts.
-  static std::string Shortened(const std::string& from, const std::string& to) {
-    std::string text = kUpdate.Text();
-    const std::size_t begin = text.find(from);
-    text.erase(begin, text.find(to) - begin);
-    return text.replace(text.find("4 Sec"), 1, "3");
+  static Lines::iterator Find(Lines& lines, const std::string& beginning) {
+    return std::find_if(lines.begin(), lines.end(), [&beginning](const std::string& line) {
+      return line.starts_with(beginning);
+    });
+  }
+  /// A plain update without the lines from one to before another; it takes a second less.
+  static Lines Shortened(const std::string& from, const std::string& to) {
+    Lines lines = kUpdate.All();
+    lines.erase(Find(lines, from), Find(lines, to));
+    std::string& success = *Find(lines, "log 1: Update Fw Success");
+    success.replace(success.find("4 Sec"), 1, "3");
+    return lines;
   }
 
   std::function<void(Script&)> prepareHub;
@@ -287,48 +348,56 @@ class StepsTest : public LayerTest {
 TEST_F(StepsTest, AJobTakesItsStepsInOrderAndEndsWhenOneFailsOrThrows) {
   for (const Job* job :
        {&kUpdate, &kReconn, &kSwitchOn, &kReset, &kVersion, &kVersionEx, &kStatus, &kErase}) {
-    EXPECT_EQ(job->Text(), Run(*job));
-    std::string before = job->begin;
+    EXPECT_THAT(Run(*job), ElementsAreArray(job->All()));
+    Lines before = job->begin;
     for (std::size_t i = 0; i < job->steps.size(); ++i) {
-      const auto& [call, done, failed, goesOn] = job->steps[i];
-      SCOPED_TRACE(job->name + ", step " + std::to_string(i) + ": " + call);
-      before += call;
+      const Step& step = job->steps[i];
+      SCOPED_TRACE(job->name + ", step " + std::to_string(i) + ": " + step.call);
+      before.push_back(step.call);
       if (job != &kReset || i < 3) {  // the end of this job is not guarded
-        EXPECT_EQ(before + job->thrown + "thrown\n", Run(*job, i + 1, true));
+        EXPECT_THAT(Run(*job, i + 1, true),
+                    ElementsAreArray(before + job->thrown + Lines{"thrown"}));
       }
-      if (failed != "?\n") {
-        EXPECT_EQ(before + (goesOn ? done + failed + job->Text(i + 1) : failed), Run(*job, i + 1));
+      if (step.after == Step::kEnds) {
+        EXPECT_THAT(Run(*job, i + 1), ElementsAreArray(before + step.failed));
+      } else if (step.after == Step::kGoesOn) {
+        EXPECT_THAT(Run(*job, i + 1),
+                    ElementsAreArray(before + step.done + step.failed + job->All(i + 1)));
       }
-      before += done;
+      before = before + step.done;
     }
   }
 }
 
 TEST_F(StepsTest, OnlyAHubInItsRomCodeIsErased) {
   prepareHub = [](Script& hub) { hub.runs = kStateRom; };
-  EXPECT_EQ(Shortened("Leave", "Erase"), Run(kUpdate));
+  EXPECT_THAT(Run(kUpdate), ElementsAreArray(Shortened("Leave", "Erase")));
   prepareHub = [](Script& hub) { hub.isDualBank = true; };
-  EXPECT_EQ(Shortened("Leave", "progress 30"), Run(kUpdate));
+  EXPECT_THAT(Run(kUpdate), ElementsAreArray(Shortened("Leave", "progress 30")));
 }
 
 TEST_F(StepsTest, AHubThatCannotBeJudgedAfterItsResetIsNeitherErasedNorAwaited) {
-  std::string expected = Shortened("Erase", "progress 30");
-  const std::size_t away = expected.rfind("Leave");
-  expected.erase(away, expected.find("progress 100") - away);
-  EXPECT_EQ(expected, Run(kUpdate, 8));
+  Lines expected = Shortened("Erase", "progress 30");
+  const auto started = Find(expected, "log 0: reset to flash success") + 1;
+  expected.erase(started, Find(expected, "progress 100"));
+  EXPECT_THAT(Run(kUpdate, 8), ElementsAreArray(expected));
 }
 
 TEST_F(StepsTest, WithoutTheResetOnlyThePlainUpdateLeavesTheHubInItsRomCode) {
   resetsToFlash = false;
-  EXPECT_EQ(Shortened("ToFlash", "progress 100"), Run(kUpdate));
-  for (const Job* job : {&kReconn, &kSwitchOn}) EXPECT_EQ(job->Text(), Run(*job));
+  EXPECT_THAT(Run(kUpdate), ElementsAreArray(Shortened("ToFlash", "progress 100")));
+  for (const Job* job : {&kReconn, &kSwitchOn}) {
+    EXPECT_THAT(Run(*job), ElementsAreArray(job->All()));
+  }
 }
 
 TEST_F(StepsTest, WithoutAnImageNothingIsResetOrErased) {
   prepareHub = [](Script& hub) { hub.SetFwBuffer({}); };
   for (const Job* job : {&kUpdate, &kReconn, &kSwitchOn}) {
-    const std::string text = job->Text(), judged = text.substr(0, text.find("ToRom"));
-    EXPECT_EQ(judged + "log 3: \nfail to write flash\n" + job->thrown + "false\n", Run(*job));
+    Lines expected = job->All();
+    expected.erase(Find(expected, "ToRom"), expected.end());
+    EXPECT_THAT(Run(*job), ElementsAreArray(expected + Lines{"log 3: \nfail to write flash"} +
+                                            job->thrown + kFalse));
   }
 }
 
@@ -348,42 +417,47 @@ TEST_F(StepsTest, AnImageThatCannotBeLoadedLeavesTheDeviceWithoutOne) {
 
 TEST_F(StepsTest, BoardStepsAreTakenOnRequestAndFailWithoutADriver) {
   for (const Job* job : {&kUpdate, &kVersion}) {
-    std::string expected = job->begin;
-    for (const auto& [call, done, failed, goesOn] : job->steps) {
-      expected += call[0] == 'G' ? failed : call + done;
+    Lines expected = job->begin;
+    for (const Step& step : job->steps) {
+      const bool isOfDriver = step.call.starts_with("Gpio");
+      expected = expected + (isOfDriver ? step.failed : Lines{step.call} + step.done);
     }
     hasDriver = false;
-    EXPECT_EQ(expected + "true\n", Run(*job));
+    EXPECT_THAT(Run(*job), ElementsAreArray(expected + Lines{"true"}));
     hasDriver = true;
     hasBoard = false;
-    EXPECT_EQ(job->WithoutBoard().Text(), Run(*job));
+    EXPECT_THAT(Run(*job), ElementsAreArray(job->WithoutBoard().All()));
     hasBoard = true;
   }
 }
 
 TEST_F(StepsTest, ABoardWithoutPowerIsTriedFourTimesAndSwitchedOnUpToTenTimes) {
-  const std::string text = kSwitchOn.Text();
-  const std::size_t back = text.find("Connect 20\nlog 1"), released = text.rfind("UnInit");
+  Lines before = kSwitchOn.All();
+  before.erase(Find(before, "log 1: Connect try:0") - 1, before.end());
   // The connect waits after the reset and the times of switching on that fail; then the seconds of
   // the job, with 2 after each try, 5 before the switch and 1 after each time that it fails.
   for (const auto& [waits, switches, seconds] :
        {std::tuple{0, 0, 6}, {3, 0, 17}, {4, 0, 23}, {4, 9, 32}, {4, 10, 0}, {5, 0, 0}}) {
-    std::string expected = text.substr(0, back);
+    Lines expected = before;
     for (int attempt = 0; attempt <= std::min(waits, 3); ++attempt) {
-      expected += "Connect 20\nlog 1: Connect try:" + std::to_string(attempt) + "\n";
+      expected = expected + Lines{"Connect 20", "log 1: Connect try:" + std::to_string(attempt)};
     }
-    for (int i = 0; i < switches; ++i) expected += "SwitchOn\nlog 1: switch on BB failed\n";
+    for (int i = 0; i < switches; ++i) {
+      expected = expected + Lines{"SwitchOn", "log 1: switch on BB failed"};
+    }
     if (waits > 3 && switches < 10) {
-      expected += "SwitchOn\nlog 1: switch on BB success\nConnect 20\n";
+      expected = expected + Lines{"SwitchOn", "log 1: switch on BB success", "Connect 20"};
     }
-    const std::string end = text.substr(released, text.find("6 Sec") - released);
-    expected +=
-        seconds > 0 ? end + std::to_string(seconds) + " Sec\ntrue\n" : kSwitchOn.thrown + "false\n";
+    if (seconds == 0) expected = expected + kSwitchOn.thrown + kFalse;
+    for (const Step& step : seconds > 0 ? Released({}, seconds) : Steps()) {
+      expected = expected + Lines{step.call} + step.done;
+    }
+    if (seconds > 0) expected.push_back("true");
     prepareHub = [waits = waits, switches = switches](Script& hub) {
       hub.lateConnects = waits;
       hub.switchFailures = switches;
     };
-    EXPECT_EQ(expected, Run(kSwitchOn));
+    EXPECT_THAT(Run(kSwitchOn), ElementsAreArray(expected));
   }
 }
 
