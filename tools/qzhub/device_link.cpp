@@ -44,12 +44,16 @@ DeviceLink::DeviceLink(virtualhub::Machine& machine, const virtualhub::BusDevice
 }
 
 DeviceLink::~DeviceLink() {
+  RequestEnd();
+  worker_.join();
+}
+
+void DeviceLink::RequestEnd() {
   {
     const std::lock_guard<std::mutex> guard(mutex_);
     ended_ = true;
   }
   wake_.notify_one();
-  worker_.join();
 }
 
 // ---- Taking commands ------------------------------------------------------------------------
@@ -72,6 +76,11 @@ bool DeviceLink::Receive(ByteView bytes) {
 bool DeviceLink::HasEnded() {
   const std::lock_guard<std::mutex> guard(mutex_);
   return ended_;
+}
+
+bool DeviceLink::IsOver() {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return over_;
 }
 
 bool DeviceLink::Take(const Command& command, ByteView payload) {
@@ -127,6 +136,8 @@ void DeviceLink::Work() {
       End();
     }
   }
+  over_ = true;
+  connection_.over();
 }
 
 void DeviceLink::CarryOut(const Transfer& transfer, std::unique_lock<std::mutex>& lock) {

@@ -22,16 +22,17 @@ namespace qzhub {
 /// protocol error, and the rest is dropped with the connection.
 class DeviceLink {
  public:
-  /// The connection below. The link calls both from any thread, one call at a time; neither must
-  /// call the link.
+  /// The connection below. The link calls these from any thread, one call at a time; none must call
+  /// the link.
   struct Connection {
     std::function<bool(ByteView)> send;  ///< one whole message; false when that failed
     std::function<void()> close;         ///< makes the connection end for both sides
+    std::function<void()> over = [] {};  ///< the last call: nothing is under way any more
   };
 
   DeviceLink(virtualhub::Machine& machine, const virtualhub::BusDevice& device, std::uint32_t devid,
              Connection connection);
-  /// Waits for a transfer under way; close the connection first.
+  /// Ends the link and waits for a transfer under way; close the connection first.
   ~DeviceLink();
   DeviceLink(const DeviceLink&) = delete;
   DeviceLink& operator=(const DeviceLink&) = delete;
@@ -40,8 +41,13 @@ class DeviceLink {
   /// an answer could not be sent: the caller then ends the connection.
   bool Receive(ByteView bytes);
 
-  /// Whether the link has ended by itself.
+  /// Takes no more commands and starts no more transfers. Does not wait for the one under way.
+  void RequestEnd();
+
+  /// Whether the link has ended, by itself or on request.
   bool HasEnded();
+  /// Whether it has ended and no transfer is under way.
+  bool IsOver();
 
  private:
   struct Transfer {
@@ -74,6 +80,7 @@ class DeviceLink {
   std::set<std::uint32_t> idle_;           // transfers of the interrupt endpoint
   std::optional<std::uint32_t> underWay_;  // none when it was unlinked meanwhile
   bool ended_ = false;
+  bool over_ = false;
   std::thread worker_;
 };
 

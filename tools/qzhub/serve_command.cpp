@@ -1,4 +1,5 @@
 #include <CLI/CLI.hpp>
+#include <cstdlib>
 #include <memory>
 
 #include "qzhub/server.h"
@@ -26,7 +27,12 @@ void Serve(const ServeOptions& options) {
     log.Event("exported " + exported.name + " busid=" + exported.place.Busid());
   }
   log.Event("listening " + LocalAddress(listener.get()).Text());
-  Server(machine, exports, stop, log).Run(listener.get());
+  Server server(machine, exports, stop, log);
+  if (server.Run(listener.get())) return;
+  // Transfers are under way that may take long: nobody waits for them.
+  log.End();
+  machine.Save();
+  std::_Exit(EXIT_SUCCESS);
 }
 
 }  // namespace

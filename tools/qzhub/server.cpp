@@ -6,21 +6,18 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <stdexcept>
 #include <system_error>
-
-#include "qzhub/link_socket.h"
-#include "qzhub/socket.h"
 
 namespace qzhub {
 
 namespace {
 
-constexpr std::size_t kMostClients = 32;
-constexpr auto kRequestTime = std::chrono::seconds(5);
 constexpr auto kAcceptPause = std::chrono::milliseconds(100);
+constexpr auto kEndTime = std::chrono::milliseconds(400);
+
+// Places in what Wait waits for.
+enum Place : std::size_t { kListener, kStop, kWake, kFirstClient };
 
 void SetOption(int socket, int level, int option, int value) {
   // These are improvements only; a socket without them works, too.
@@ -36,60 +33,73 @@ void Tune(int socket) {
   SetOption(socket, IPPROTO_TCP, TCP_KEEPCNT, 3);
 }
 
-Deadline RequestDeadline() { return std::chrono::steady_clock::now() + kRequestTime; }
+std::string Label(const Export& exported) {
+  return exported.name + " busid=" + exported.place.Busid();
+}
 
 }  // namespace
 
-void Server::Run(int listener) {
-  pollfd waited[] = {{listener, POLLIN, 0}, {stop_.fd(), POLLIN, 0}};
-  while (waited[1].revents == 0) {
-    if (poll(waited, 2, -1) <= 0 || waited[0].revents == 0) continue;
-    tools::Descriptor socket(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
-    if (socket) {
-      Admit(std::move(socket));
-    } else if (errno != EINTR && errno != EAGAIN && errno != ECONNABORTED) {
-      log_.Remark("cannot accept a client: " + std::generic_category().message(errno));
-      stop_.WaitFor(kAcceptPause);
-    }
-  }
-  clients_.clear();  // waits for them
+bool Server::Run(int listener) {
+  std::vector<pollfd> awaited;
+  do {
+    awaited = Wait(listener);
+    wake_.Clear();
+    auto next = awaited.cbegin() + kFirstClient;
+    for (Client& client : clients_) Serve(client, (next++)->revents);
+    RemoveOver();
+    if (awaited[kListener].revents != 0) Admit(listener);
+  } while (awaited[kStop].revents == 0);
+  return EndAll();
 }
 
-void Server::Admit(tools::Descriptor socket) {
-  clients_.remove_if([](const std::future<void>& client) {
-    return client.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
-  });
-  try {
-    if (clients_.size() >= kMostClients) throw std::length_error("too many are connected");
+// What has happened: to the listener, to the events, and to each client in their order.
+std::vector<pollfd> Server::Wait(int listener) const {
+  const bool accepts = std::chrono::steady_clock::now() >= acceptFrom_;
+  Deadline until = accepts ? Deadline::max() : acceptFrom_;
+  std::vector<pollfd> awaited(kFirstClient);
+  awaited[kListener] = {accepts ? listener : -1, POLLIN, 0};
+  awaited[kStop] = {stop_.fd(), POLLIN, 0};
+  awaited[kWake] = {wake_.fd(), POLLIN, 0};
+  for (const Client& client : clients_) {
+    awaited.push_back(client.Awaited());
+    until = std::min(until, client.AwaitedUntil());
+  }
+  // When a signal interrupts it, nothing has happened.
+  poll(awaited.data(), awaited.size(), MillisecondsTo(until));
+  return awaited;
+}
+
+void Server::Admit(int listener) try {
+  tools::Descriptor socket(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  if (!socket) {
+    if (errno == EINTR || errno == EAGAIN || errno == ECONNABORTED) return;
+    log_.Remark("cannot accept a client: " + std::generic_category().message(errno));
+    acceptFrom_ = std::chrono::steady_clock::now() + kAcceptPause;
+  } else if (clients_.size() >= kMostClients) {
+    log_.Remark("refused " + PeerAddress(socket.get()).Text() + ": " +
+                std::to_string(kMostClients) + " clients are connected already");
+  } else {
     Tune(socket.get());
-    clients_.push_back(std::async(std::launch::async, [this, handed = std::move(socket)]() mutable {
-      const tools::Descriptor own = std::move(handed);  // closed as soon as it is served
-      Serve(own.get());
-    }));
-  } catch (const std::exception& error) {
-    log_.Remark(std::string("rejected a client: ") + error.what());
-  }
-}
-
-void Server::Serve(int socket) try {
-  const std::string peer = PeerAddress(socket).Text();
-  const Deadline deadline = RequestDeadline();
-  std::array<std::uint8_t, kOpHeaderSize> header{};
-  std::array<std::uint8_t, kBusidSize> field{};
-  if (!ReceiveAll(socket, header, deadline, stop_)) return;
-  const auto request = DecodeOpHeader(header);
-  if (!request) {
-    log_.Remark(peer + ": not a request of USB/IP 1.1.1");
-  } else if (*request == OpRequest::DeviceList) {
-    List(socket);
-  } else if (ReceiveAll(socket, field, deadline, stop_)) {
-    Import(socket, peer, field);
+    clients_.emplace_back(std::move(socket), patience_, wake_, log_);
   }
 } catch (const std::exception& error) {
-  log_.Remark(std::string("dropped a client: ") + error.what());
+  log_.Remark(std::string("refused a client: ") + error.what());
 }
 
-void Server::List(int socket) {
+void Server::Serve(Client& client, short events) try {
+  const auto request = client.Work(events);
+  if (!request) return;
+  if (request->kind == OpRequest::DeviceList) {
+    client.Reply(List());
+  } else {
+    Import(client, request->busid);
+  }
+} catch (const std::exception& error) {
+  log_.Remark("dropped " + client.peer() + ": " + error.what());
+  client.End();
+}
+
+Bytes Server::List() {
   Bytes entries;
   std::uint32_t count = 0;
   for (const Export& exported : exports_) {
@@ -101,28 +111,42 @@ void Server::List(int socket) {
   }
   Bytes message = EncodeListHead(count);
   message.insert(message.end(), entries.begin(), entries.end());
-  SendAll(socket, message, RequestDeadline());
+  return message;
 }
 
-void Server::Import(int socket, const std::string& peer, ByteView busidField) {
-  const std::string busid = DecodeBusid(busidField);
-  const auto refuse = [socket](OpStatus status) {
-    SendAll(socket, EncodeImportRefused(status), RequestDeadline());
-  };
+void Server::Import(Client& client, const std::string& busid) {
   const auto exported = std::find_if(exports_.begin(), exports_.end(), [&](const Export& other) {
     return other.place.Busid() == busid;
   });
   const auto device = exported == exports_.end() ? std::nullopt : machine_.OnBus(exported->name);
-  if (!device) return refuse(OpStatus::NoDevice);
-  const auto number = static_cast<std::size_t>(exported - exports_.begin());
-  const std::unique_lock<std::mutex> claim(imported_[number], std::try_to_lock);
-  if (!claim) return refuse(OpStatus::DeviceBusy);
-  if (!SendAll(socket, EncodeImported(exported->place, *device), RequestDeadline())) return;
-  const std::string label = exported->name + " busid=" + busid;
-  log_.Event("imported " + label + " by=" + peer);
-  const LinkEnd end = RunLink(machine_, *device, exported->place.Devid(), socket, stop_);
-  if (end == LinkEnd::NotUsbip) log_.Remark(peer + ": not a message of USB/IP");
-  log_.Event("released " + label);
+  if (!device) return client.Reply(EncodeImportRefused(OpStatus::NoDevice));
+  const bool isTaken = std::any_of(clients_.begin(), clients_.end(), [&](const Client& other) {
+    return other.imported() == &*exported;
+  });
+  if (isTaken) return client.Reply(EncodeImportRefused(OpStatus::DeviceBusy));
+  client.Import(*exported, machine_, *device);
+  log_.Event("imported " + Label(*exported) + " by=" + client.peer());
+}
+
+void Server::RemoveOver() {
+  clients_.remove_if([this](Client& client) {
+    if (!client.IsOver()) return false;
+    if (client.imported() != nullptr) log_.Event("released " + Label(*client.imported()));
+    return true;
+  });
+}
+
+bool Server::EndAll() {
+  for (Client& client : clients_) client.End();
+  const Deadline until = std::chrono::steady_clock::now() + kEndTime;
+  RemoveOver();
+  while (!clients_.empty() && MillisecondsTo(until) > 0) {
+    pollfd awaited{wake_.fd(), POLLIN, 0};
+    poll(&awaited, 1, MillisecondsTo(until));
+    wake_.Clear();
+    RemoveOver();
+  }
+  return clients_.empty();
 }
 
 }  // namespace qzhub

@@ -1,45 +1,56 @@
 #pragma once
 
-#include <future>
+#include <chrono>
 #include <list>
-#include <mutex>
+#include <vector>
 
-#include "common/descriptor.h"
-#include "qzhub/event_log.h"
+#include "qzhub/client.h"
 #include "qzhub/exports.h"
 #include "qzhub/stop_event.h"
-#include "virtualhub/bus/machine.h"
 
 namespace qzhub {
 
-/// A USB/IP server. Each client has its own thread, and no client can disturb another one, except
-/// that only one at a time can import a device. A connection ends after its first request, unless
-/// that imports a device; the request must be complete in time.
+/// A USB/IP server. One thread serves all clients and waits for none of them, so no client can
+/// disturb another one, except that only one at a time can import a device. Each imported device
+/// has a thread more, which carries out the transfers.
+///
+/// A connection ends after its first request, unless that imports a device.
 class Server {
  public:
+  static constexpr std::size_t kMostClients = 256;
+  /// How long a client may take for its request and the answer, and later for taking anything of
+  /// what is sent to it.
+  static constexpr auto kPatience = std::chrono::seconds(5);
+
   Server(virtualhub::Machine& machine, std::vector<Export> exports, const StopEvent& stop,
-         EventLog& log)
+         EventLog& log, std::chrono::milliseconds patience = kPatience)
       : machine_(machine),
         exports_(std::move(exports)),
-        imported_(exports_.size()),
         stop_(stop),
-        log_(log) {}
+        log_(log),
+        patience_(patience) {}
 
-  /// Serves the clients of a listening socket until the end is requested and all have gone.
-  void Run(int listener);
+  /// Serves the clients of a listening socket that does not block, until the end is requested.
+  /// False when transfers do not end soon after that; then the destructor waits for them.
+  bool Run(int listener);
 
  private:
-  void Admit(tools::Descriptor socket);
-  void Serve(int socket);
-  void List(int socket);
-  void Import(int socket, const std::string& peer, ByteView busidField);
+  std::vector<pollfd> Wait(int listener) const;
+  void Admit(int listener);
+  void Serve(Client& client, short events);
+  Bytes List();
+  void Import(Client& client, const std::string& busid);
+  void RemoveOver();
+  bool EndAll();
 
   virtualhub::Machine& machine_;
   const std::vector<Export> exports_;
-  std::vector<std::mutex> imported_;  // by export; held while a client has it
   const StopEvent& stop_;
   EventLog& log_;
-  std::list<std::future<void>> clients_;
+  const std::chrono::milliseconds patience_;
+  const WakeEvent wake_;
+  Deadline acceptFrom_{};
+  std::list<Client> clients_;
 };
 
 }  // namespace qzhub

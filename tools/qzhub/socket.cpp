@@ -16,16 +16,10 @@ using virtualhub::ByteView;
 using virtualhub::MutableBytes;
 
 constexpr int kForEver = -1;
-constexpr int kBacklog = 16;
+constexpr auto kMostWait = std::chrono::hours(1);
 
 const sockaddr* Plain(const SocketAddress& address) {
   return reinterpret_cast<const sockaddr*>(&address.storage);
-}
-
-int MillisecondsTo(Deadline deadline) {
-  const auto left =
-      std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-  return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
 }
 
 // Waits until the socket is ready; false at the time limit and on request.
@@ -38,9 +32,20 @@ bool WaitUntilReady(int socket, short events, int milliseconds, int stopFd) {
   return count > 0 && waited[1].revents == 0;
 }
 
-bool MayTryAgain() { return errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK; }
+// The result of a call that does not wait.
+std::optional<std::size_t> Done(ssize_t count) {
+  if (count >= 0) return static_cast<std::size_t>(count);
+  const bool mayTryAgain = errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK;
+  return mayTryAgain ? std::optional<std::size_t>(0) : std::nullopt;
+}
 
 }  // namespace
+
+int MillisecondsTo(Deadline deadline) {
+  const auto now = std::chrono::steady_clock::now();
+  const auto left = std::clamp<Deadline::duration>(deadline - now, {}, kMostWait);
+  return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(left).count());
+}
 
 std::optional<SocketAddress> SocketAddress::Parse(const std::string& text) {
   const std::size_t colon = std::min(text.rfind(':'), text.size());
@@ -80,7 +85,7 @@ tools::Descriptor Listen(const SocketAddress& address) {
   const bool good = listener &&
                     setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) == 0 &&
                     bind(listener.get(), Plain(address), address.size) == 0 &&
-                    listen(listener.get(), kBacklog) == 0;
+                    listen(listener.get(), SOMAXCONN) == 0;
   if (!good) {
     throw std::system_error(errno, std::generic_category(), "cannot listen on " + address.Text());
   }
@@ -99,33 +104,29 @@ SocketAddress PeerAddress(int socket) {
   return address;
 }
 
-bool ReceiveAll(int socket, MutableBytes buffer, Deadline deadline, const StopEvent& stop) {
-  while (!buffer.empty()) {
-    if (!WaitUntilReady(socket, POLLIN, MillisecondsTo(deadline), stop.fd())) return false;
-    const ssize_t count = recv(socket, buffer.data(), buffer.size(), MSG_DONTWAIT);
-    if (count == 0 || (count < 0 && !MayTryAgain())) return false;
-    buffer = buffer.subspan(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-  }
-  return true;
+std::optional<std::size_t> ReceiveNow(int socket, MutableBytes buffer) {
+  const ssize_t count = recv(socket, buffer.data(), buffer.size(), MSG_DONTWAIT);
+  return count == 0 ? std::nullopt : Done(count);
+}
+
+std::optional<std::size_t> SendNow(int socket, ByteView bytes) {
+  return Done(send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT));
 }
 
 std::size_t ReceiveSome(int socket, MutableBytes buffer, const StopEvent& stop) {
-  while (WaitUntilReady(socket, POLLIN, kForEver, stop.fd())) {
-    const ssize_t count = recv(socket, buffer.data(), buffer.size(), MSG_DONTWAIT);
-    if (count >= 0) return static_cast<std::size_t>(count);
-    if (!MayTryAgain()) return 0;
+  std::optional<std::size_t> count = 0;
+  while (count == 0u && WaitUntilReady(socket, POLLIN, kForEver, stop.fd())) {
+    count = ReceiveNow(socket, buffer);
   }
-  return 0;
+  return count.value_or(0);
 }
 
 bool SendAll(int socket, ByteView bytes, Deadline deadline) {
   while (!bytes.empty()) {
-    const ssize_t count = send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (count >= 0) {
-      bytes = bytes.subspan(static_cast<std::size_t>(count));
-    } else if (!MayTryAgain() || !WaitUntilReady(socket, POLLOUT, MillisecondsTo(deadline), -1)) {
-      return false;
-    }
+    const std::optional<std::size_t> count = SendNow(socket, bytes);
+    if (!count) return false;
+    bytes = bytes.subspan(*count);
+    if (*count == 0 && !WaitUntilReady(socket, POLLOUT, MillisecondsTo(deadline), -1)) return false;
   }
   return true;
 }

@@ -15,6 +15,9 @@ namespace qzhub {
 
 using Deadline = std::chrono::steady_clock::time_point;
 
+/// For poll: 0 when the deadline is over, at most an hour.
+int MillisecondsTo(Deadline deadline);
+
 /// An address in numbers with its port.
 struct SocketAddress {
   /// "127.0.0.1:3240" or "[::1]:3240", port 0 for any that is free; none for anything else.
@@ -25,15 +28,16 @@ struct SocketAddress {
   socklen_t size = sizeof(storage);
 };
 
-/// Throws std::system_error with the address in its text.
+/// Does not block. Throws std::system_error with the address in its text.
 tools::Descriptor Listen(const SocketAddress& address);
 /// The address that a socket listens on, and the one at the other end of a connection.
 SocketAddress LocalAddress(int socket);
 SocketAddress PeerAddress(int socket);
 
-/// Fills the whole buffer. False at the end of the stream, at the deadline and on request.
-bool ReceiveAll(int socket, virtualhub::MutableBytes buffer, Deadline deadline,
-                const StopEvent& stop);
+/// What can be taken or sent without waiting, maybe 0 bytes; none when the connection is over.
+std::optional<std::size_t> ReceiveNow(int socket, virtualhub::MutableBytes buffer);
+std::optional<std::size_t> SendNow(int socket, virtualhub::ByteView bytes);
+
 /// Takes what is there, waiting for the first byte; 0 at the end of the stream and on request.
 std::size_t ReceiveSome(int socket, virtualhub::MutableBytes buffer, const StopEvent& stop);
 /// False when the other end has gone or has not taken everything at the deadline.

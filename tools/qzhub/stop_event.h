@@ -2,20 +2,18 @@
 
 #include <chrono>
 
-#include "common/descriptor.h"
+#include "qzhub/wake_event.h"
 
 namespace qzhub {
 
 /// The request to end: every thread that waits for something also waits for this. It stays set.
 class StopEvent {
  public:
-  StopEvent();
-
   /// Becomes and stays readable once the end is requested.
-  int fd() const { return fd_.get(); }
+  int fd() const { return event_.fd(); }
 
   /// Any thread, or a signal handler.
-  void Request() const;
+  void Request() const { event_.Set(); }
 
   /// Waits that long; true as soon as the end is requested.
   bool WaitFor(std::chrono::milliseconds time) const;
@@ -24,7 +22,7 @@ class StopEvent {
   void RequestOnSignals() const;
 
  private:
-  tools::Descriptor fd_;
+  WakeEvent event_;
 };
 
 }  // namespace qzhub
