@@ -21,12 +21,14 @@ endforeach()
 add_custom_target(manual_pages ALL DEPENDS ${packed_pages})
 add_dependencies(installed manual_pages)
 install(FILES ${packed_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
-install(FILES packaging/completion/qzhid.bash RENAME qzhid
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+foreach(tool IN ITEMS qzhid qzhub)
+  install(FILES packaging/completion/${tool}.bash RENAME ${tool}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+endforeach()
 # Debian's zsh looks for completions of packages in a folder of its own.
 set(zsh_folder site-functions)
 if(EXISTS /etc/debian_version)
   set(zsh_folder vendor-completions)
 endif()
-install(FILES packaging/completion/_qzhid
+install(FILES packaging/completion/_qzhid packaging/completion/_qzhub
   DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/${zsh_folder} COMPONENT tools)

@@ -64,11 +64,13 @@ usr/bin/qzhid
 usr/bin/qzhub
 usr/lib/udev/rules.d/70-qzhidapi.rules
 usr/share/bash-completion/completions/qzhid
+usr/share/bash-completion/completions/qzhub
 usr/share/doc/qzhidapi-tools/copyright
 usr/share/man/man1/qzhid.1.gz
 usr/share/man/man1/qzhub.1.gz
 usr/share/qzhidapi/qzhidapi-usbhid.conf
 usr/share/zsh/vendor-completions/_qzhid
+usr/share/zsh/vendor-completions/_qzhub
 END
 field qzhidapi-tools Depends "libqzhidapi1 \(= $version\), .*\<libc6 \("
 exit $failures

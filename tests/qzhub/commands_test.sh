@@ -1,5 +1,5 @@
 #!/bin/sh
-# commands_test.sh QZHUB: how serve and attach behave on the command line.
+# commands_test.sh QZHUB: how the commands behave on the command line.
 set -eu
 qzhub=$1
 work=$(mktemp -d)
@@ -22,11 +22,24 @@ expect() {
 echo '{"devices": []}' > "$work/empty.json"
 echo '{"state_folder": "state", "devices": [{"name": "dock", "port": "1"}]}' > "$work/hub.json"
 expect 0 '127.0.0.1:3240' serve --help
+expect 0 'Usage: qzhub [OPTIONS] SUBCOMMAND' help
+expect 0 'Usage: qzhub serve [OPTIONS]' help serve
+expect 2 "there is no command 'sevre'; did you mean 'serve'?" sevre --listen 127.0.0.1:0
+expect 2 "did you mean 'image'?" help imag
+expect 2 'the commands are image, serve, attach, help' list
 expect 0 '--scenario' attach --help
 expect 2 'is not an address' serve --listen 3240
 expect 2 '' attach --port 1
 expect 1 'empty.json: the scenario has no devices' serve --scenario "$work/empty.json"
 expect 1 '/nowhere.json: the file cannot be opened' attach --scenario /nowhere.json
+
+# Two ways to write a version.
+"$qzhub" image --out "$work/digits.img" --version 0a1f
+"$qzhub" image --out "$work/dotted.img" --version a.1F
+cmp "$work/digits.img" "$work/dotted.img" || failures=1
+for version in 2.1 2.100 123.10 .10 2. 0x2.10 2.0x; do
+  expect 2 "'$version' is not a version such as 2.10 or 0210" image --out x --version $version
+done
 
 # It listens, no other process can listen on its address, and it ends cleanly after either signal.
 for signal in TERM INT; do

@@ -73,7 +73,7 @@ for closed in '<&-' '>&-' '2>&-' '<&- >&- 2>&-'; do
   eval "exec $qzhub serve --listen 127.0.0.1:0 $closed" </dev/null >/dev/null 2>&1 &
   server=$!
   for _ in $(seq 100); do
-    if ls -l "/proc/$server/fd" 2>/dev/null | grep -q socket; then break; fi
+    if find "/proc/$server/fd" -lname 'socket:*' | grep -q .; then break; fi
     sleep 0.05
   done
   for stream in 0 1 2; do

@@ -48,6 +48,9 @@ void AddAttachCommand(CLI::App& app) {
   command->add_option("--scenario", *scenario,
                       "JSON file that describes the devices, default: one hub and one keyboard");
   command->callback([scenario] { Attach(*scenario); });
+  command->footer(
+      "Keeps the devices attached until SIGINT or SIGTERM.\n\nExamples:\n"
+      "  modprobe vhci-hcd && qzhub attach --scenario two-hubs.json");
 }
 
 }  // namespace qzhub

@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "common/standard_streams.h"
+#include "qzhub/help_command.h"
 #include "qzhub/image_command.h"
 #include "qzhub/usbip_commands.h"
 
@@ -14,16 +15,24 @@ constexpr int kFailed = 1;
 constexpr int kWrongUse = 2;
 
 int Run(int argc, char** argv) {
-  CLI::App app("Virtual hubs from the command line", "qzhub");
+  CLI::App app("Virtual USB hubs, and firmware images for them", "qzhub");
   app.set_version_flag("--version", "qzhub " QZHUB_VERSION);
   app.require_subcommand(1);
   qzhub::AddImageCommand(app);
   qzhub::AddServeCommand(app);
   qzhub::AddAttachCommand(app);
+  qzhub::AddHelpCommand(app);
+  app.footer(
+      "Examples:\n  qzhub image --out new.bin --version 2.10\n  qzhub help image\n\n"
+      "Exit status: 0 done, or ended by a signal, 1 failed, 2 usage");
   try {
+    if (argc > 1 && argv[1][0] != '-') qzhub::FindCommand(app, argv[1]);
     app.parse(argc, argv);
+  } catch (const CLI::Success& asked) {
+    return app.exit(asked);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : kWrongUse;
+    std::cerr << "qzhub: " << error.what() << "\nSee 'qzhub --help'.\n";
+    return kWrongUse;
   }
   return 0;
 }

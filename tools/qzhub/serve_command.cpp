@@ -56,6 +56,9 @@ void AddServeCommand(CLI::App& app) {
   command->add_option("--scenario", options->scenario,
                       "JSON file that describes the devices, default: one hub and one keyboard");
   command->callback([options] { Serve(*options); });
+  command->footer(
+      "Serves up to 256 clients at once, until SIGINT or SIGTERM.\n\nExamples:\n  qzhub serve\n"
+      "  qzhub serve --listen 192.0.2.1:3240 --scenario two-hubs.json");
 }
 
 }  // namespace qzhub
