@@ -1,5 +1,6 @@
 // The server with as many hubs and clients as it serves, and with clients that cost it time.
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <sys/mman.h>
 
 #include <deque>
