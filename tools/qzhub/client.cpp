@@ -55,7 +55,7 @@ std::optional<Request> Client::Work(bool isReady) {
     request = ReadRequest();
   } else if (phase_ == Phase::Imported && isSent) {
     if (isReady) ReadCommands();
-    if (link_->HasEnded()) End();
+    if (link_->HasEnded() && outbox_.IsEmpty()) End();  // in that order: nothing is sent later
   }
   return request;
 }
