@@ -126,12 +126,12 @@ void ForbidNewCode() {
   Expect(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0, 8);
 }
 
-[[gnu::no_sanitize("address", "undefined")]] void Null() {
+__attribute__((no_sanitize("address", "undefined"))) void Null() {
   volatile int* volatile nowhere = nullptr;
   // cppcheck-suppress nullPointer
   *nowhere = 1;  // NOLINT: it is meant to crash
 }
-[[gnu::no_sanitize("address", "undefined")]] int Recurse(int depth) {
+__attribute__((no_sanitize("address", "undefined"))) int Recurse(int depth) {
   volatile char room[4096];
   room[0] = static_cast<char>(depth);
   return depth < 0 ? 0 : Recurse(depth + 1) + room[0];

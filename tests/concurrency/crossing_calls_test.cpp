@@ -182,7 +182,7 @@ TEST_F(CrossingCallsTest, EveryExportInTheMiddleOfAnUpdateHasItsOutcome) {
 TEST_F(CrossingCallsTest, AtTheEndTheCallbackMayUseHubsAndClosesOfOtherThreadsAreDeferred) {
   void* const outer = handle;
   std::vector<int> inner;
-  const auto isUsable = [this](void* dev) { return QZ_HidI2CConfig(dev, 0xA0, 2, 1) == 0; };
+  const auto isUsable = [](void* dev) { return QZ_HidI2CConfig(dev, 0xA0, 2, 1) == 0; };
   EXPECT_TRUE(Update([&](int percent) {
     if (percent != 100) return;
     EXPECT_EQ(1, QZ_ReadDevVersion(outer, &version));

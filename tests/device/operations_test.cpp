@@ -196,7 +196,7 @@ TEST_F(DeviceTest, AnImageIsWrittenInChunksUntilARequestOtherThanTheFastClockFai
     std::size_t size, failing;  // the request that fails; 0: none
     std::size_t sent;
     std::vector<int> percents, progress;
-    std::string lines = "";
+    std::string lines{};
     bool isWritten = false;
   } rows[] = {
       {false, 0, 0, 1, {100}, {}, "", true},

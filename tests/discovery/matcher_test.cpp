@@ -124,7 +124,7 @@ TEST_F(MatchTest, APositionIsALevelAndFromTheSecondOnAPort) {
     std::string place;  // of the node
     std::optional<std::string> location;
     std::uint32_t level, port;  // wanted
-    std::string refusal = "";   // none: accepted
+    std::string refusal{};      // none: accepted
     bool isArm64 = false;
   };
   for (const Case& c :

@@ -1,5 +1,6 @@
 // The server with as many hubs and clients as it serves, and with clients that cost it time.
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <sys/mman.h>
 
 #include <deque>
@@ -102,8 +103,9 @@ class LoadTest : public virtualhub::test::HubBench {
   }
 
   StopEvent stop;
+  const tools::Descriptor events{memfd_create("events", MFD_CLOEXEC)};
   const tools::Descriptor remarks{memfd_create("remarks", MFD_CLOEXEC)};
-  EventLog log{remarks.get(), remarks.get()};
+  EventLog log{events.get(), remarks.get()};
   const tools::Descriptor listener = Listen(*SocketAddress::Parse("127.0.0.1:0"));
   std::unique_ptr<Server> server;
   std::future<bool> ended;

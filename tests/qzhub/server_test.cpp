@@ -34,7 +34,7 @@ class Client {
     Bytes field(busid.begin(), busid.end());
     field.resize(kBusidSize);
     Send(Hex("01 11 80 03 00 00 00 00") + field);
-    const std::string head = HexText(Take(8));
+    std::string head = HexText(Take(8));
     if (head == kImported) device = Take(312);
     return head;
   }

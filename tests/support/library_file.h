@@ -32,7 +32,7 @@ class LibraryFile {
     HidDevRecord* list = nullptr;
     std::uint32_t count = 0;
     Find<decltype(QZ_ListAllHidDev)>("QZ_ListAllHidDev")(&list, &count);
-    const std::vector<HidDevRecord> records(list, list + (list != nullptr ? count : 0));
+    std::vector<HidDevRecord> records(list, list + (list != nullptr ? count : 0));
     Find<decltype(QZ_FreeDevList)>("QZ_FreeDevList")(list);
     return records;
   }

@@ -22,11 +22,17 @@ Client::Client(tools::Descriptor socket, std::chrono::milliseconds patience, con
       peer_(PeerAddress(socket_.get()).Text()),
       outbox_(socket_.get()) {}
 
+void Client::Watch(const Poller& poller) {
+  const std::uint32_t events = Awaited();
+  poller.Watch(socket_.get(), watched_, events, this);
+  watched_ = events;
+}
+
 // A client that does not take its answers is not read from, so that they cannot pile up.
-pollfd Client::Awaited() const {
-  if (phase_ == Phase::Ended) return {-1, 0, 0};
+std::uint32_t Client::Awaited() const {
+  if (phase_ == Phase::Ended) return 0;
   const bool isSending = phase_ == Phase::Answering || !outbox_.IsEmpty();
-  return {socket_.get(), static_cast<short>(isSending ? POLLOUT : POLLIN), 0};
+  return isSending ? EPOLLOUT : EPOLLIN;
 }
 
 Deadline Client::AwaitedUntil() const {
@@ -35,23 +41,21 @@ Deadline Client::AwaitedUntil() const {
   return isSending ? outbox_.LastProgress() + patience_ : Deadline::max();
 }
 
-std::optional<Request> Client::Work(short events) {
+std::optional<Request> Client::Work(bool isReady) {
   std::optional<Request> request;
   if (phase_ == Phase::Ended) return request;
   const bool isLate = std::chrono::steady_clock::now() >= AwaitedUntil();
   const bool isGood = outbox_.Flush();
   const bool isSent = outbox_.IsEmpty();
-  if (!isGood) {
+  if (!isGood || (phase_ == Phase::Answering && isSent)) {
     End();
   } else if (isLate) {
     Drop(phase_ == Phase::Asking ? "no request in time" : "takes no answers");
-  } else if (phase_ == Phase::Asking && events != 0) {
+  } else if (phase_ == Phase::Asking && isReady) {
     request = ReadRequest();
-  } else if (phase_ == Phase::Answering && isSent) {
-    End();
   } else if (phase_ == Phase::Imported && isSent) {
-    if (events != 0) ReadCommands();
-    if (link_->HasEnded()) End();
+    if (isReady) ReadCommands();
+    if (link_->HasEnded() && outbox_.IsEmpty()) End();  // in that order: nothing is sent later
   }
   return request;
 }

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <poll.h>
-
 #include <optional>
 #include <string>
 
@@ -9,6 +7,7 @@
 #include "qzhub/event_log.h"
 #include "qzhub/exports.h"
 #include "qzhub/outbox.h"
+#include "qzhub/poller.h"
 #include "qzhub/wake_event.h"
 
 namespace qzhub {
@@ -32,13 +31,12 @@ class Client {
   /// Null while the client has no device.
   const Export* imported() const { return imported_; }
 
-  /// What to wait for, and until when at most.
-  pollfd Awaited() const;
-  Deadline AwaitedUntil() const;
+  /// Makes the poller wait for what comes next, on behalf of this client.
+  void Watch(const Poller& poller);
 
-  /// Does what can be done now, knowing what poll said. The request once it is complete; answer it
-  /// then, with Reply or Import.
-  std::optional<Request> Work(short events);
+  /// Does what can be done now, knowing whether the poller found the socket ready. The request once
+  /// it is complete; answer it then, with Reply or Import.
+  std::optional<Request> Work(bool isReady);
 
   /// The last message.
   void Reply(ByteView message);
@@ -54,6 +52,8 @@ class Client {
  private:
   enum class Phase { Asking, Answering, Imported, Ended };
 
+  std::uint32_t Awaited() const;
+  Deadline AwaitedUntil() const;
   std::optional<Request> ReadRequest();
   void ReadCommands();
   void Drop(const std::string& reason);
@@ -65,6 +65,7 @@ class Client {
   EventLog& log_;
   const std::string peer_;
   Phase phase_ = Phase::Asking;
+  std::uint32_t watched_ = 0;
   Bytes request_;
   Outbox outbox_;
   const Export* imported_ = nullptr;

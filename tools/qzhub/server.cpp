@@ -13,11 +13,8 @@ namespace qzhub {
 
 namespace {
 
-constexpr auto kAcceptPause = std::chrono::milliseconds(100);
+constexpr auto kLongestLook = std::chrono::milliseconds(250);
 constexpr auto kEndTime = std::chrono::milliseconds(400);
-
-// Places in what Wait waits for.
-enum Place : std::size_t { kListener, kStop, kWake, kFirstClient };
 
 void SetOption(int socket, int level, int option, int value) {
   // These are improvements only; a socket without them works, too.
@@ -40,60 +37,72 @@ std::string Label(const Export& exported) {
 }  // namespace
 
 bool Server::Run(int listener) {
-  std::vector<pollfd> awaited;
-  do {
-    awaited = Wait(listener);
-    wake_.Clear();
-    auto next = awaited.cbegin() + kFirstClient;
-    for (Client& client : clients_) Serve(client, (next++)->revents);
+  listener_ = listener;
+  // What happens to these has the server as its owner, or none.
+  poller_.Watch(stop_.fd(), 0, EPOLLIN, this);
+  poller_.Watch(wake_.fd(), 0, EPOLLIN, nullptr);
+  bool isStopping = false;
+  while (!isStopping) {
+    if (MillisecondsTo(nextLook_) == 0) Look();
+    for (const epoll_event& event : poller_.Wait(TimeToNextLook())) {
+      void* const owner = event.data.ptr;
+      if (owner == this) {
+        isStopping = true;
+      } else if (owner == &listener_) {
+        Admit();
+      } else if (owner == nullptr) {
+        nextLook_ = {};
+      } else {
+        Serve(*static_cast<Client*>(owner), true);
+      }
+    }
     RemoveOver();
-    if (awaited[kListener].revents != 0) Admit(listener);
-  } while (awaited[kStop].revents == 0);
+  }
   return EndAll();
 }
 
-// What has happened: to the listener, to the events, and to each client in their order.
-std::vector<pollfd> Server::Wait(int listener) const {
-  const bool accepts = std::chrono::steady_clock::now() >= acceptFrom_;
-  Deadline until = accepts ? Deadline::max() : acceptFrom_;
-  std::vector<pollfd> awaited(kFirstClient);
-  awaited[kListener] = {accepts ? listener : -1, POLLIN, 0};
-  awaited[kStop] = {stop_.fd(), POLLIN, 0};
-  awaited[kWake] = {wake_.fd(), POLLIN, 0};
-  for (const Client& client : clients_) {
-    awaited.push_back(client.Awaited());
-    until = std::min(until, client.AwaitedUntil());
-  }
-  // When a signal interrupts it, nothing has happened.
-  poll(awaited.data(), awaited.size(), MillisecondsTo(until));
-  return awaited;
+// Without clients there is nothing to look after.
+int Server::TimeToNextLook() const {
+  return clients_.empty() && listens_ ? -1 : MillisecondsTo(nextLook_);
 }
 
-void Server::Admit(int listener) try {
-  tools::Descriptor socket(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+// Sees to what clients have not done in time, and to what other threads have done for them.
+void Server::Look() {
+  wake_.Clear();
+  for (Client& client : clients_) Serve(client, false);
+  Listen(true);
+  nextLook_ = std::chrono::steady_clock::now() + std::min(kLongestLook, patience_ / 20);
+}
+
+void Server::Listen(bool isOn) {
+  if (isOn == listens_) return;
+  const std::uint32_t events = EPOLLIN;
+  poller_.Watch(listener_, listens_ ? events : 0, isOn ? events : 0, &listener_);
+  listens_ = isOn;
+}
+
+void Server::Admit() try {
+  tools::Descriptor socket(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (!socket) {
     if (errno == EINTR || errno == EAGAIN || errno == ECONNABORTED) return;
     log_.Remark("cannot accept a client: " + std::generic_category().message(errno));
-    acceptFrom_ = std::chrono::steady_clock::now() + kAcceptPause;
+    Listen(false);  // until the next look
   } else if (clients_.size() >= kMostClients) {
     log_.Remark("refused " + PeerAddress(socket.get()).Text() + ": " +
                 std::to_string(kMostClients) + " clients are connected already");
   } else {
     Tune(socket.get());
-    clients_.emplace_back(std::move(socket), patience_, wake_, log_);
+    clients_.emplace_back(std::move(socket), patience_, wake_, log_).Watch(poller_);
   }
 } catch (const std::exception& error) {
   log_.Remark(std::string("refused a client: ") + error.what());
 }
 
-void Server::Serve(Client& client, short events) try {
-  const auto request = client.Work(events);
-  if (!request) return;
-  if (request->kind == OpRequest::DeviceList) {
-    client.Reply(List());
-  } else {
-    Import(client, request->busid);
-  }
+void Server::Serve(Client& client, bool isReady) try {
+  const auto request = client.Work(isReady);
+  if (request && request->kind == OpRequest::DeviceList) client.Reply(List());
+  if (request && request->kind == OpRequest::Import) Import(client, request->busid);
+  client.Watch(poller_);
 } catch (const std::exception& error) {
   log_.Remark("dropped " + client.peer() + ": " + error.what());
   client.End();

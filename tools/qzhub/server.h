@@ -35,9 +35,11 @@ class Server {
   bool Run(int listener);
 
  private:
-  std::vector<pollfd> Wait(int listener) const;
-  void Admit(int listener);
-  void Serve(Client& client, short events);
+  int TimeToNextLook() const;
+  void Look();
+  void Listen(bool isOn);
+  void Admit();
+  void Serve(Client& client, bool isReady);
   Bytes List();
   void Import(Client& client, const std::string& busid);
   void RemoveOver();
@@ -49,7 +51,10 @@ class Server {
   EventLog& log_;
   const std::chrono::milliseconds patience_;
   const WakeEvent wake_;
-  Deadline acceptFrom_{};
+  const Poller poller_;
+  int listener_ = -1;
+  bool listens_ = false;
+  Deadline nextLook_{};
   std::list<Client> clients_;
 };
 

@@ -60,7 +60,8 @@ auto WithDescriptors(int spare, const Task& task) {
   rlimit before{};
   getrlimit(RLIMIT_NOFILE, &before);
   rlimit few = before;
-  few.rlim_cur = static_cast<rlim_t>(OpenFile("/dev/null", O_RDONLY).get() + spare);
+  few.rlim_cur =
+      static_cast<rlim_t>(OpenFile("/dev/null", O_RDONLY).get()) + static_cast<rlim_t>(spare);
   setrlimit(RLIMIT_NOFILE, &few);
   const auto result = task();
   setrlimit(RLIMIT_NOFILE, &before);
@@ -178,7 +179,7 @@ TEST_F(DeviceTreeTest, TextsMustFitTheirCapacityWithTheirTerminators) {
   const std::size_t id = FactsOf(node)[0].size() + 1, list = (FactsOf(node)[1].size() + 2) * 2;
   std::string narrow;
   std::wstring wide, ids;
-  for (const int missing : {1, 0}) {
+  for (const std::size_t missing : {1, 0}) {
     const int code = missing == 0 ? 0 : ENOBUFS;
     EXPECT_EQ(code, CodeOf(GetDeviceIdA(node, id - missing, narrow)));
     EXPECT_EQ(code, CodeOf(GetDeviceIdW(node, id - missing, wide)));
