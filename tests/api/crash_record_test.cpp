@@ -180,7 +180,8 @@ class CrashRecordTest : public ::testing::TestWithParam<const char*> {
   const std::string record = folder.At("ConsoleApplication1.dmp"), marks = folder.At("marks");
 };
 
-INSTANTIATE_TEST_SUITE_P(Libraries, CrashRecordTest, ::testing::ValuesIn(kFiles));
+INSTANTIATE_TEST_SUITE_P(Libraries, CrashRecordTest, ::testing::ValuesIn(kFiles),
+                         [](const auto& given) { return LibraryName(given.param); });
 
 TEST_P(CrashRecordTest, EachCrashReplacesTheWholeRecordAndEndsTheProcessAsBefore) {
   const auto isAsNew = [] {

@@ -92,10 +92,16 @@ TEST_P(ExitTest, AProcessMayExitWhileAThreadIsInside) {
   }
 }
 
+std::string NameOf(const ::testing::TestParamInfo<ExitTest::ParamType>& given) {
+  const auto& [file, job, isLogging] = given.param;
+  return LibraryName(file) + job + (isLogging ? "Logged" : "");
+}
+
 INSTANTIATE_TEST_SUITE_P(All, ExitTest,
                          ::testing::Combine(::testing::ValuesIn(kLibraries),
                                             ::testing::Values("Listing", "Update", "Gpio"),
-                                            ::testing::Bool()));
+                                            ::testing::Bool()),
+                         NameOf);
 
 std::ptrdiff_t OpenDescriptors() {
   return std::distance(fs::directory_iterator("/proc/self/fd"), {});

@@ -51,6 +51,7 @@ class UpdateTest : public ApiTest {
 
 /// A way in which hubs are updated.
 struct Way {
+  const char* name;
   const char* members;  ///< more JSON members of the hub
   bool isDual;
   Keys16 before, after;    ///< the requests before and after the image is written, repeats left out
@@ -58,17 +59,20 @@ struct Way {
 };
 
 const Keys16 kFromFlash = {0x4002, 0xC009, 0x4000, 0x4002, 0xC009, 0x4002, 0x40E8},
-             kCompare = {0xC0D8}, kBeside = {0x4002, 0xC009};
+             kFromRom = {0x4002, 0xC009, 0x4002, 0x40E8}, kBeside = {0x4002, 0xC009},
+             kCompare = {0xC0D8}, kValidate = {0xC009, 0x40D9};
 const Way kWays[] = {
-    {"", false, kFromFlash, kCompare, 0x9D7F4B57},
-    {R"(, "part": "MI_01&Col02", "siblings": ["MI_00", "MI_01&Col01"])", false, kFromFlash,
-     kCompare, 0xD18062B5},
-    {R"(, "running": "rom")", false, {0x4002, 0xC009, 0x4002, 0x40E8}, kCompare, 0x5C1E3DB0},
-    {R"(, "dual_bank": true)", true, kBeside, {0xC009, 0xC0D8}, 0x0945921D},
-    {R"(, "dual_bank": true, "isp_supported": true)", true, kBeside, {0xC009, 0x40D9}, 0xC3CA499C}};
+    {"Firmware", "", false, kFromFlash, kCompare, 0x9D7F4B57},
+    {"Composite", R"(, "part": "MI_01&Col02", "siblings": ["MI_00", "MI_01&Col01"])", false,
+     kFromFlash, kCompare, 0xD18062B5},
+    {"Loader", R"(, "running": "rom")", false, kFromRom, kCompare, 0x5C1E3DB0},
+    {"TwoBanks", R"(, "dual_bank": true)", true, kBeside, {0xC009, 0xC0D8}, 0x0945921D},
+    {"Validating", R"(, "dual_bank": true, "isp_supported": true)", true, kBeside, kValidate,
+     0xC3CA499C}};
 
 class UpdateWayTest : public UpdateTest, public ::testing::WithParamInterface<Way> {};
-INSTANTIATE_TEST_SUITE_P(Hubs, UpdateWayTest, ::testing::ValuesIn(kWays));
+INSTANTIATE_TEST_SUITE_P(Hubs, UpdateWayTest, ::testing::ValuesIn(kWays),
+                         [](const auto& given) { return given.param.name; });
 
 TEST_P(UpdateWayTest, AHubTakesTheImageAndStartsItUnlessTheHostWantsOtherwise) {
   const Way& way = GetParam();

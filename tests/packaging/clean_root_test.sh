@@ -29,7 +29,7 @@ says() {
 said=$(inside sh -c 'dpkg -i /tmp/*.deb' 2>&1) || fail "$said"
 says 'no hub is attached' qzhid list
 inside qzhub image --out /tmp/new.bin --version 0210
-says 'hub 4 (PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(1)) runs 2.10 now' \
+says 'hub 1-1 runs 2.10 now' \
   qzhid --virtual update --yes --image /tmp/new.bin
 says 'runs          firmware 2.10' qzhid --virtual info
 says update bash -c '. /usr/share/bash-completion/completions/qzhid; COMP_WORDS=(qzhid up) COMP_CWORD=1

@@ -12,6 +12,11 @@
 
 namespace qzhid::test {
 
+/// For the name of a test with that library.
+inline std::string LibraryName(const std::string& file) {
+  return file.find("/virtual/") != std::string::npos ? "Virtual" : "Native";
+}
+
 class LibraryFile {
  public:
   explicit LibraryFile(const std::string& file)
