@@ -26,7 +26,7 @@ std::string Trimmed(const std::string& text) {
 
 std::string Text(const std::filesystem::path& file) {
   try {
-    const tools::Bytes bytes = tools::ReadFile(file.string(), kLongestFile);
+    const tools::Bytes bytes = virtualhub::ReadWholeFile(file, kLongestFile);
     return {bytes.begin(), bytes.end()};
   } catch (const tools::FileError& error) {
     Reject(file, error.what());

@@ -81,7 +81,12 @@ std::filesystem::path MakePrivateFolder() {
   if (error) return {};
   const std::filesystem::path folder = parent / ("qzhid-" + std::to_string(GetCurrentProcessId()) +
                                                  "-" + std::to_string(GetTickCount64()));
-  return std::filesystem::create_directory(folder, error) ? folder : std::filesystem::path();
+  if (!std::filesystem::create_directory(folder, error)) return {};
+  // Where the system keeps short names, they have no letters that the library's paths cannot hold.
+  std::array<wchar_t, 32768> name{};
+  const DWORD length =
+      GetShortPathNameW(folder.c_str(), name.data(), static_cast<DWORD>(name.size()));
+  return length > 0 && length < name.size() ? std::filesystem::path(name.data()) : folder;
 }
 
 }  // namespace qzhid::system
