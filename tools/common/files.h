@@ -15,7 +15,8 @@ using virtualhub::FileError;
 /// has more than `most` bytes.
 Bytes ReadFile(const std::string& path, std::size_t most);
 
-/// Replaces a file as a whole. Throws FileError; then the old file stays.
+/// Replaces a file as a whole, also one that a link leads to, and writes to what is not a file,
+/// such as a device or a pipe. Throws FileError; then the old file stays.
 void WriteFile(const std::string& path, ByteView bytes);
 
 }  // namespace tools

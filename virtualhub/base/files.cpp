@@ -18,16 +18,6 @@ namespace fs = std::filesystem;
   throw FileError(errno == 0 ? what : what + ": " + std::generic_category().message(errno));
 }
 
-void WriteTo(const fs::path& path, ByteView bytes) {
-  errno = 0;
-  std::ofstream file(path, std::ios::binary);
-  if (!file) Fail("cannot be created");
-  file.write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
-  file.close();
-  if (!file) Fail("cannot be written");
-}
-
 // A new folder for one file beside the place where that file will be. Nobody else can have put
 // anything into it, such as a link, and it is removed at the end.
 class TemporaryFolder {
@@ -40,7 +30,8 @@ class TemporaryFolder {
   }
   ~TemporaryFolder() {
     std::error_code ignored;
-    fs::remove_all(path_, ignored);
+    fs::remove(File(), ignored);
+    fs::remove(path_, ignored);
   }
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
@@ -77,14 +68,21 @@ Bytes ReadWholeFile(const std::filesystem::path& path, std::size_t most) {
   return ReadWholeStream(file, most);
 }
 
+void WriteFile(const fs::path& path, ByteView bytes) {
+  errno = 0;
+  std::ofstream file(path, std::ios::binary);
+  if (!file) Fail("cannot be created");
+  file.write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
+  file.close();
+  if (!file) Fail("cannot be written");
+}
+
 void ReplaceFile(const fs::path& path, ByteView bytes) {
+  const TemporaryFolder folder(path);
+  WriteFile(folder.File(), bytes);
   std::error_code error;
-  const fs::file_status old = fs::status(path, error);
-  if (fs::exists(old) && !fs::is_regular_file(old)) return WriteTo(path, bytes);
-  const fs::path target = fs::exists(old) ? fs::canonical(path, error) : path;
-  const TemporaryFolder folder(target);
-  WriteTo(folder.File(), bytes);
-  fs::rename(folder.File(), target, error);
+  fs::rename(folder.File(), path, error);
   if (error) throw FileError("cannot be replaced: " + error.message());
 }
 

@@ -22,9 +22,11 @@ Bytes ReadWholeStream(std::istream& stream, std::size_t most);
 /// The contents of a file, by the same rules. A folder cannot be read.
 Bytes ReadWholeFile(const std::filesystem::path& path, std::size_t most);
 
-/// Replaces a regular file as a whole, so that the path never names a part of it: the bytes go to a
-/// new file that is then renamed. A link leads to the file that is replaced; what is not a file, such
-/// as a device or a pipe, is written to. Throws FileError; then the old file stays as it was.
+/// Writes to the file, device or pipe of that name, or makes a file. Throws FileError.
+void WriteFile(const std::filesystem::path& path, ByteView bytes);
+
+/// Replaces a file as a whole: the bytes go to a new file that is then renamed, so that the path
+/// never names a part of them. Throws FileError; then the old file stays as it was.
 void ReplaceFile(const std::filesystem::path& path, ByteView bytes);
 
 }  // namespace virtualhub
