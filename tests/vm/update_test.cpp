@@ -77,11 +77,11 @@ TEST(Update, OfAHubThatAnotherProcessUses) {
   EXPECT_EQ(0, update.Wait()) << update.Output();
   EXPECT_EQ(0x0210, Version());
 
-  // Requests in the middle of one may cost it, but not the hub.
+  // Requests in the middle of one may make it fail; the next try is not disturbed any more.
   Program disturbed(command);
   ASSERT_TRUE(Eventually([&] { return disturbed.HasWritten("40 %"); })) << disturbed.Output();
   EXPECT_THAT(Version(), AnyOf(0, 0x0210)) << "while it is written";
-  EXPECT_EQ(disturbed.Wait() != 0, disturbed.HasWritten("the update failed")) << disturbed.Output();
+  EXPECT_EQ(0, disturbed.Wait()) << disturbed.Output();
   EXPECT_TRUE(Eventually([&] { return !attached.HidFile("hub").empty(); }));
   EXPECT_THAT(RunProgram(command), Pair(0, HasSubstr("-> 2.10\n")));
 }
