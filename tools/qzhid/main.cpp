@@ -34,7 +34,7 @@ void AddGlobalOptions(CLI::App& app, qzhid::Options& options) {
 class HelpFormatter : public CLI::Formatter {
  public:
   std::string make_footer(const CLI::App* app) const override {
-    const std::string footer = CLI::Formatter::make_footer(app);
+    std::string footer = CLI::Formatter::make_footer(app);
     const CLI::App* root = app;
     while (root->get_parent() != nullptr) root = root->get_parent();
     if (root == app) return footer;

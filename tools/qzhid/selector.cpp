@@ -77,8 +77,8 @@ Failure NoHub() {
 
 Hub PickHub(Host& host, const std::optional<std::string>& selector) {
   const std::vector<Hub> attached = ListHubs(host);
-  const Hub hub = selector ? TheOnly(Matching(attached, *selector), "match '" + *selector + "'")
-                           : TheOnlyAttached(attached);
+  Hub hub = selector ? TheOnly(Matching(attached, *selector), "match '" + *selector + "'")
+                     : TheOnlyAttached(attached);
   if (!hub.isOpenable) throw NoPermission(hub.Name());
   return hub;
 }

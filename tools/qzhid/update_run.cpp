@@ -42,7 +42,7 @@ std::string TextOf(RunningVersion version) { return HubState{.version = version}
 std::string CopyImage(Host& host, const Image& image) {
   try {
     if (host.Temporary().empty()) throw tools::FileError("cannot be made");
-    const std::string copy = (host.Temporary() / "image.bin").string();
+    std::string copy = (host.Temporary() / "image.bin").string();
     tools::WriteFile(copy, image.bytes);
     return copy;
   } catch (const tools::FileError& error) {

@@ -179,7 +179,7 @@ TEST_F(DeviceTreeTest, TextsMustFitTheirCapacityWithTheirTerminators) {
   const std::size_t id = FactsOf(node)[0].size() + 1, list = (FactsOf(node)[1].size() + 2) * 2;
   std::string narrow;
   std::wstring wide, ids;
-  for (const std::size_t missing : {1, 0}) {
+  for (const std::size_t missing : {std::size_t{1}, std::size_t{0}}) {
     const int code = missing == 0 ? 0 : ENOBUFS;
     EXPECT_EQ(code, CodeOf(GetDeviceIdA(node, id - missing, narrow)));
     EXPECT_EQ(code, CodeOf(GetDeviceIdW(node, id - missing, wide)));
