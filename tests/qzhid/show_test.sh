@@ -138,7 +138,7 @@ mkfifo "$work/pipe"
 for file in "$work" "$work/pipe" /dev/zero; do
   expect 5 "qzhid: image $file is not a regular file; give the complete image file" image "$file"
 done
-expect 5 "qzhid: image - cannot be read: No such file or directory; give the complete image file" image -
+expect 5 "qzhid: image - does not exist; give the complete image file" image -
 expect 5 '    "status": 5,' image --json "$work/missing"
 # An image that was cut, or that differs in one byte.
 "$qzhub" image --out "$work/a.bin"

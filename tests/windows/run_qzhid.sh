@@ -41,7 +41,7 @@ expect 0 'hub 1-1 runs 2.10 now' update --hub 1-1 --yes --image "$work/new.bin"
   expect 1 'qzhid: the log Z:\nowhere\log cannot be written; name a file in a folder that you have permission to write' list --log /nowhere/log
 expect 2 'qzhid: several hubs are attached; choose one of: 1-1, 1-2, 1-3' info
 expect 3 "qzhid: no hub matches '5'; attached are: 1-1, 1-2, 1-3" info --hub 5
-expect 5 "qzhid: image $work/none cannot be read: No such file or directory; give the complete image file" image "$work/none"
+expect 5 "qzhid: image $work/none does not exist; give the complete image file" image "$work/none"
 run update --all --yes --wait 0 --image "$work/new.bin"
 said 6 "qzhid: hub 1-2: the update failed, and the hub has left the bus; unplug it, plug it in again, and run 'qzhid info' and 'qzhid recover'"
 diff -u - "$work/out" >&2 <<END || complain 'another table'

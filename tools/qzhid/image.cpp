@@ -30,10 +30,10 @@ void CheckSize(const std::string& path, std::uintmax_t size) {
 tools::Bytes ReadContents(const std::string& path) {
   std::error_code error;
   const std::filesystem::file_status file = std::filesystem::status(path, error);
-  if (!std::filesystem::exists(file)) Reject(path, "cannot be read: " + error.message());
+  if (file.type() == std::filesystem::file_type::not_found) Reject(path, "does not exist");
   if (!std::filesystem::is_regular_file(file)) Reject(path, "is not a regular file");
   const std::uintmax_t size = std::filesystem::file_size(path, error);
-  if (error) Reject(path, "cannot be read: " + error.message());
+  if (error) Reject(path, "cannot be read");
   CheckSize(path, size);
   try {
     tools::Bytes bytes = tools::ReadFile(path, kLongestImage);

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
-#include <random>
 #include <string>
 #include <system_error>
 
@@ -13,33 +12,40 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What the last call of the standard library failed with.
-[[noreturn]] void Fail(const std::string& what) {
-  throw FileError(errno == 0 ? what : what + ": " + std::generic_category().message(errno));
+[[noreturn]] void Fail(const char* what, const std::error_code& reason) {
+  throw FileError(reason ? what + (": " + reason.message()) : what);
 }
+
+// What the last call of the standard library failed with.
+std::error_code LastError() { return {errno, std::generic_category()}; }
 
 // A new folder for one file beside the place where that file will be. Nobody else can have put
 // anything into it, such as a link, and it is removed at the end.
 class TemporaryFolder {
  public:
-  explicit TemporaryFolder(const fs::path& beside) : path_(beside) {
-    path_ += ".tmp" + std::to_string(std::random_device()());
+  explicit TemporaryFolder(const fs::path& beside) {
+    constexpr int kMostNames = 1000;
     std::error_code error;
-    if (fs::create_directory(path_, error)) return;
-    throw FileError("cannot be created" + (error ? ": " + error.message() : ""));
+    for (int number = 0; number < kMostNames && !error; ++number) {
+      path_ = beside;
+      path_ += ".tmp" + std::to_string(number);
+      file_ = path_ / "file";
+      if (fs::create_directory(path_, error)) return;
+    }
+    Fail("cannot be created", error);
   }
   ~TemporaryFolder() {
     std::error_code ignored;
-    fs::remove(File(), ignored);
+    fs::remove(file_, ignored);
     fs::remove(path_, ignored);
   }
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
-  fs::path File() const { return path_ / "file"; }
+  const fs::path& File() const { return file_; }
 
  private:
-  fs::path path_;
+  fs::path path_, file_;
 };
 
 }  // namespace
@@ -64,18 +70,18 @@ Bytes ReadWholeFile(const std::filesystem::path& path, std::size_t most) {
   if (std::filesystem::is_directory(path, error)) throw FileError("is a folder");
   errno = 0;
   std::ifstream file(path, std::ios::binary);
-  if (!file) Fail("cannot be opened");
+  if (!file) Fail("cannot be opened", LastError());
   return ReadWholeStream(file, most);
 }
 
 void WriteFile(const fs::path& path, ByteView bytes) {
   errno = 0;
   std::ofstream file(path, std::ios::binary);
-  if (!file) Fail("cannot be created");
+  if (!file) Fail("cannot be created", LastError());
   file.write(reinterpret_cast<const char*>(bytes.data()),
              static_cast<std::streamsize>(bytes.size()));
   file.close();
-  if (!file) Fail("cannot be written");
+  if (!file) Fail("cannot be written", LastError());
 }
 
 void ReplaceFile(const fs::path& path, ByteView bytes) {
@@ -83,7 +89,7 @@ void ReplaceFile(const fs::path& path, ByteView bytes) {
   WriteFile(folder.File(), bytes);
   std::error_code error;
   fs::rename(folder.File(), path, error);
-  if (error) throw FileError("cannot be replaced: " + error.message());
+  if (error) Fail("cannot be replaced", error);
 }
 
 }  // namespace virtualhub
