@@ -43,8 +43,8 @@ class BlockTest : public DeviceTest {
   std::int32_t Call(Form form, std::uint8_t cmd, std::uint16_t len,
                     const std::uint8_t* data = kData) {
     if (form == kHidIn) return hid.BlockInTrans(&kSlave, cmd, kAddr, room.data(), len, 109);
-    CUSBDev& dev = form == kPlainOut ? usb : hid;
-    return dev.BlockOutTrans(&kSlave, cmd, kAddr, data, len, 109);
+    CUSBDev* const dev = form == kPlainOut ? &usb : &hid;
+    return dev->BlockOutTrans(&kSlave, cmd, kAddr, data, len, 109);
   }
   /// What a call returned, wrote and sent.
   void Expect(std::int32_t expected, std::int32_t result, const Bytes& written,

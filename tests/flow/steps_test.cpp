@@ -34,11 +34,15 @@ std::uint8_t s_byStatus[20];
 class Script final : public IDev, public IDevFinder, public IGpioDriver, public SilentReceiver {
  public:
   Script() {
+    s_pScript = this;
     CMsg::Instance().AddResponder(this);
     SetFwBuffer({0xFF});  // any byte is an image
     SetFlag(7);
   }
-  ~Script() override { CMsg::Instance().RemoveResponder(this); }
+  ~Script() override {
+    s_pScript = nullptr;
+    CMsg::Instance().RemoveResponder(this);
+  }
 
   void OnLog(const char* raw, int level) override {
     const LogLine line = ParseLogLine(raw, level);
@@ -320,7 +324,6 @@ class StepsTest : public LayerTest {
     flow.SetGpioPara(hasBoard, 5, 1);
     flow.SetI2CSpeedPara(hasBoard, 0x103, 0x2C);
     flow.SetResetToFlash(resetsToFlash);
-    s_pScript = &script;
     try {
       return script.lines + Lines{job.run(flow) ? "true" : "false"};
     } catch (const std::bad_alloc&) {

@@ -59,7 +59,7 @@ std::string ReadyHidFile(std::uint32_t port) {
 }  // namespace
 
 bool Eventually(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + 20s;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) return false;
     std::this_thread::sleep_for(10ms);
@@ -86,8 +86,8 @@ std::vector<std::string> NamesIn(const std::string& folder) {
   return names;
 }
 
-Program::Program(const std::string& command, uid_t user) : outputFile_(TempFile("")) {
-  process_ = fork();
+Program::Program(const std::string& command, uid_t user)
+    : outputFile_(TempFile("")), process_(fork()) {
   if (process_ < 0) throw std::runtime_error("fork failed");
   if (process_ > 0) return;
   Execute(command, user, outputFile_);

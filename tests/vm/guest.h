@@ -43,7 +43,7 @@ class Program {
 
  private:
   std::string outputFile_;
-  pid_t process_ = -1;
+  pid_t process_;
 };
 
 /// Runs a command to its end; its exit status and its output.

@@ -92,7 +92,8 @@ void Server::Admit() try {
                 std::to_string(kMostClients) + " clients are connected already");
   } else {
     Tune(socket.get());
-    clients_.emplace_back(std::move(socket), patience_, wake_, log_).Watch(poller_);
+    Client& client = clients_.emplace_back(std::move(socket), patience_, wake_, log_);
+    client.Watch(poller_);
   }
 } catch (const std::exception& error) {
   log_.Remark(std::string("refused a client: ") + error.what());
