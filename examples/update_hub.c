@@ -5,7 +5,7 @@
  *
  *   update_hub IMAGE [LOCATION]
  *
- * LOCATION is the location path of the hub, as the list shows it; it can be left out if there is
+ * LOCATION is the location path of the hub, as the list shows it; it may be omitted if there is
  * only one hub.
  * The environment variable UPDATE_HUB_LOG names a file to log every step to.
  *
