@@ -54,7 +54,7 @@ struct Way {
   const char* name;
   const char* members;  ///< more JSON members of the hub
   bool isDual;
-  Keys16 before, after;    ///< the requests before and after the image is written, repeats left out
+  Keys16 before, after;    ///< the requests before and after the image is written, without repeats
   std::uint32_t checksum;  ///< of all reports
 };
 

@@ -1,4 +1,4 @@
-// The hub: its flash and code, what an update does to it, and everything behind it.
+// The hub: its flash and code, what an update does to it, and everything attached to it.
 #include "hub_bench.h"
 #include "support/temp_file.h"
 #include "virtualhub/hub/image.h"

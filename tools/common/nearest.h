@@ -6,7 +6,7 @@
 
 namespace tools {
 
-/// The known word that a misspelt one most likely stands for; empty when none is similar.
+/// The known word that a misspelt one most likely means; empty when none is similar.
 std::string Nearest(std::string_view misspelt, const std::vector<std::string>& known);
 
 }  // namespace tools

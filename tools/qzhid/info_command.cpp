@@ -56,7 +56,7 @@ void ShowInfo(Host& host, const std::optional<std::string>& wanted) {
   object["flash_status"] = flash ? nlohmann::json(*flash) : nlohmann::json();
   host.Report(object,
               Table({{"port", hub.shownId},
-                     {"name", hub.userName.empty() ? "-" : hub.userName},
+                     {"name", OrDash(hub.userName)},
                      {"HID VID:PID", hub.vid + ":" + hub.pid},
                      {"hub VID:PID", IdText(state.vid) + ":" + IdText(state.pid)},
                      {"level, port", std::to_string(hub.level) + ", " + std::to_string(hub.port)},

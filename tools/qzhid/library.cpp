@@ -43,7 +43,6 @@ Library LoadLibrary(const std::vector<std::string>& files) {
   Bind(file, "QZ_DllPassPara", library.DllPassPara);
   Bind(file, "QZ_UpdateDev", library.UpdateDev);
   Bind(file, "QZ_ReadDevVersion", library.ReadDevVersion);
-  Bind(file, "QZ_GetHidBinFileVIDPID", library.GetHidBinFileVIDPID);
   Bind(file, "QZ_GetHubVIDPIDFromHidDevice", library.GetHubVIDPIDFromHidDevice);
   Bind(file, "QZ_HidI2CConfig", library.HidI2CConfig);
   Bind(file, "QZ_HidI2CWrite", library.HidI2CWrite);

@@ -19,7 +19,6 @@ struct Library {
   decltype(&QZ_DllPassPara) DllPassPara = nullptr;
   decltype(&QZ_UpdateDev) UpdateDev = nullptr;
   decltype(&QZ_ReadDevVersion) ReadDevVersion = nullptr;
-  decltype(&QZ_GetHidBinFileVIDPID) GetHidBinFileVIDPID = nullptr;
   decltype(&QZ_GetHubVIDPIDFromHidDevice) GetHubVIDPIDFromHidDevice = nullptr;
   decltype(&QZ_HidI2CConfig) HidI2CConfig = nullptr;
   decltype(&QZ_HidI2CWrite) HidI2CWrite = nullptr;

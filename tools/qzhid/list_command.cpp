@@ -16,8 +16,6 @@ struct ListOptions {
   std::uint16_t pid = 0;
 };
 
-std::string OrDash(const std::string& text) { return text.empty() ? "-" : text; }
-
 using Rows = std::vector<std::vector<std::string>>;
 
 // This opens no device.

@@ -33,6 +33,8 @@ void AddExamples(CLI::App& command, const std::vector<std::string>& examples) {
   command.footer(text);
 }
 
+std::string OrDash(const std::string& text) { return text.empty() ? "-" : text; }
+
 std::string Table(const std::vector<std::vector<std::string>>& rows) {
   constexpr std::size_t kGap = 2;
   std::vector<std::size_t> widths(rows.front().size());

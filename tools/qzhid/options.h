@@ -20,6 +20,9 @@ void AddData(CLI::App& command, std::vector<std::string>& words, std::string& fi
 /// Examples after the command's help.
 void AddExamples(CLI::App& command, const std::vector<std::string>& examples);
 
+/// The text of a cell that may be empty.
+std::string OrDash(const std::string& text);
+
 /// Rows of equally many cells, in columns.
 std::string Table(const std::vector<std::vector<std::string>>& rows);
 

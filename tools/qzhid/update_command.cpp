@@ -104,8 +104,8 @@ void ReportAll(Host& host, const UpdateOptions& options, const Image& image, con
   std::vector<std::vector<std::string>> rows = {{"PORT", "NAME", "FROM", "RUNS", "OUTCOME"}};
   for (const UpdateJob& job : run.Jobs()) {
     hubs.push_back(ToJson(job));
-    rows.push_back({job.hub.shownId, job.hub.userName.empty() ? "-" : job.hub.userName, job.from,
-                    job.runs, NameOf(job.outcome)});
+    rows.push_back(
+        {job.hub.shownId, OrDash(job.hub.userName), job.from, job.runs, NameOf(job.outcome)});
   }
   const bool isOne = !options.isAll && rows.size() == 2;
   host.Report({{"image", ToJson(image)}, {"dry_run", options.isDryRun}, {"hubs", hubs}},
