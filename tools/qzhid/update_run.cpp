@@ -95,7 +95,7 @@ void UpdateRun::Check() {
 }
 
 void UpdateRun::Check(UpdateJob& job, std::size_t attached) {
-  if (!job.hub.isOpenable) throw NoPermission(job.hub.Name());
+  if (!job.hub.isOpenable) throw NotOpenable(job.hub);
   if (job.hub.locations.empty() && attached > 1) {
     throw Failure(Exit::Failed, "the hub has no location", job.hub.Name(),
                   "unplug the other hubs and repeat the command");
