@@ -34,7 +34,15 @@ std::vector<Hub> ChooseHubs(Host& host, const UpdateOptions& options) {
   return hubs;
 }
 
-void CheckDigest(const UpdateOptions& options, const Image& image) {
+// What the user knows about the image that it is to be.
+void CheckImage(const UpdateOptions& options, const Image& image) {
+  const std::size_t size = image.bytes.size();
+  if (size > options.flashSize.value_or(size)) {
+    throw Failure(Exit::Refused,
+                  "image " + image.path + " is longer than the flash: " + std::to_string(size) +
+                      " bytes of at most " + std::to_string(*options.flashSize),
+                  "", "use the image for this hub");
+  }
   const std::string wanted = Upper(options.sha256);
   if (wanted.empty() || wanted == Upper(image.sha256)) return;
   throw Failure(Exit::Refused, "image " + image.path + " has the SHA-256 " + image.sha256, "",
@@ -53,13 +61,12 @@ std::string Changes(const UpdateRun& run, const Image& image) {
 }
 
 // Shows the failures that were not shown before.
-void ShowFailures(Host& host, const UpdateOptions& options, const UpdateRun& run,
-                  std::vector<bool>& isShown) {
+void ShowFailures(Host& host, const UpdateRun& run, std::vector<bool>& isShown) {
   isShown.resize(run.Jobs().size());
   for (std::size_t i = 0; i < run.Jobs().size(); ++i) {
     const auto& failure = run.Jobs()[i].failure;
     if (failure && !isShown[i]) {
-      options.style == ProgressStyle::Json ? host.Count(*failure) : host.Show(*failure);
+      host.Settings().printsEvents ? host.Count(*failure) : host.Show(*failure);
     }
     isShown[i] = failure.has_value();
   }
@@ -94,6 +101,8 @@ std::string Sentence(const UpdateJob& job) {
              hub + " runs " + job.runs + " now\n";
     case Outcome::Current:
       return hub + " already runs " + job.runs + '\n';
+    case Outcome::NotStarted:
+      return job.failure ? "" : hub + " would be written\n";
     default:
       return "";  // the failure has been shown
   }
@@ -122,20 +131,22 @@ void Ask(const UpdateOptions& options, const std::string& changes) {
 void Update(Host& host, const UpdateOptions& options) {
   system::OutliveReaders();
   const Image image = ReadImage(options.image);
-  CheckDigest(options, image);
+  CheckImage(options, image);
   UpdateRun run(host, options, image, ChooseHubs(host, options));
   run.Check();
   std::vector<bool> isShown;
-  ShowFailures(host, options, run, isShown);
+  ShowFailures(host, run, isShown);
   const std::string changes = Changes(run, image);
   const bool isAsked = !options.isAgreed && !options.isDryRun;
-  if (!isAsked && !host.Settings().isQuiet && options.style != ProgressStyle::Json) {
+  if (!isAsked && !host.Settings().isQuiet && !host.Settings().printsEvents) {
     std::cerr << changes << std::flush;
   }
-  if (!options.isDryRun) {
+  if (options.isDryRun) {
+    run.Skip();
+  } else {
     Ask(options, changes);
     run.Write();
-    ShowFailures(host, options, run, isShown);
+    ShowFailures(host, run, isShown);
   }
   ReportAll(host, options, image, run);
 }
@@ -153,6 +164,11 @@ CLI::App* AddWriter(CLI::App& app, Host& host, const std::string& name, const st
   command->add_option("--sha256", options->sha256, "reject an image with another SHA-256")
       ->check(CLI::Validator(CheckHexDigest, "HEX"))
       ->option_text("HEX");
+  command
+      ->add_option("--flash-size", options->flashSize,
+                   "reject an image that is longer than the hub's flash")
+      ->check(CLI::PositiveNumber)
+      ->option_text("BYTES");
   command->add_option("--retries", options->retries, "tries after one that failed, default 2")
       ->check(CLI::Range(0, 100))
       ->option_text("N");
@@ -165,6 +181,7 @@ CLI::App* AddWriter(CLI::App& app, Host& host, const std::string& name, const st
       ->option_text("MODE");
   command->callback([&host, options] {
     options->rules.takesLoader = options->isAll;
+    host.Settings().printsEvents = options->style == ProgressStyle::Json;
     Update(host, *options);
   });
   return command;

@@ -107,6 +107,12 @@ void UpdateRun::Check(UpdateJob& job, std::size_t attached) {
   }
 }
 
+void UpdateRun::Skip() {
+  for (UpdateJob& job : jobs_) {
+    if (job.state == State::Ready) Finish(job, Outcome::NotStarted);
+  }
+}
+
 void UpdateRun::Start(UpdateJob& job, std::size_t number) {
   const Options& settings = host_.Settings();
   if (!settings.log.empty() && !host_.Temporary().empty()) {

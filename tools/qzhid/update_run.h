@@ -20,8 +20,9 @@ namespace qzhid {
 struct UpdateOptions {
   std::vector<std::string> hubs;
   std::string image;
-  std::string sha256;    ///< what the image must have; empty: any
-  std::size_t jobs = 4;  ///< hubs that are written at a time
+  std::string sha256;                      ///< what the image must have; empty: any
+  std::optional<std::size_t> flashSize{};  ///< of the hubs in bytes, where the user knows it
+  std::size_t jobs = 4;                    ///< hubs that are written at a time
   int retries = 2;
   int patience = 30;  ///< seconds to wait for a hub that has left
   bool isAll = false;
@@ -56,6 +57,8 @@ class UpdateRun {
 
   /// Finds out which hubs are to be written; those are then Ready.
   void Check();
+  /// Says of those that are Ready that they were not started.
+  void Skip();
   /// Writes those that are Ready. An interruption does not end that; a second one keeps further
   /// hubs from being started.
   void Write();
