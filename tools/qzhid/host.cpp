@@ -33,6 +33,11 @@ Host::~Host() {
   std::filesystem::remove_all(temporary_, error);
 }
 
+bool Host::IsVirtual() const {
+  return options_.isVirtual ||
+         std::filesystem::path(options_.chosenLibrary).parent_path().filename() == "virtual";
+}
+
 void Host::Release() {
   if (!library_) return;
   library_->ConfigLog(0, kFailuresOnly);

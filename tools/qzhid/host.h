@@ -35,6 +35,9 @@ class Host {
 
   Options& Settings() { return options_; }
 
+  /// Whether the library has virtual hubs, by its folder.
+  bool IsVirtual() const;
+
   /// The library, loaded at the first call. Throws Failure when it cannot be.
   const Library& Api();
 
