@@ -30,12 +30,17 @@ offer() {
 
 cd "$work"
 touch new.bin
-offer 'image serve attach help' ''
+offer 'image serve attach plug unplug power-loss help' ''
 offer 'serve' s
 offer '--help --version' --
-offer 'image serve attach help' help ''
+offer 'image serve attach plug unplug power-loss help' help ''
 offer 'attach' help a
-offer '--help --listen --scenario' serve --
+offer 'plug power-loss' p
+offer '--help --scenario' unplug --
+offer '' plug ''
+offer 'new.bin' plug dock --scenario ne
+offer '--help --listen --scenario --capture' serve --
+offer 'new.bin' attach --capture ne
 offer '--size' image --s
 offer '' serve ''
 offer '' image --size ''

@@ -15,9 +15,6 @@ constexpr std::size_t kShownLines = 10;
 constexpr std::streamoff kLongestTail = 0x10000;  // of a log that may be of any size
 constexpr int kFailuresOnly = 3;
 
-// Of the form of all results; it changes when a member is renamed, removed or means something else.
-constexpr int kSchema = 1;
-
 std::string TextOf(const nlohmann::ordered_json& object, int indent) {
   nlohmann::ordered_json whole = {{"schema", kSchema}};
   whole.update(object);
@@ -26,6 +23,11 @@ std::string TextOf(const nlohmann::ordered_json& object, int indent) {
 
 void Print(const nlohmann::ordered_json& object) { std::cout << TextOf(object, 2); }
 
+Failure NoLog(const std::filesystem::path& file) {
+  return {Exit::Failed, "the log " + file.string() + " cannot be written", "",
+          "name a file in a folder that you have permission to write"};
+}
+
 }  // namespace
 
 Host::~Host() {
@@ -33,6 +35,11 @@ Host::~Host() {
   if (temporary_.empty()) return;
   std::error_code error;
   std::filesystem::remove_all(temporary_, error);
+}
+
+bool Host::IsVirtual() const {
+  return options_.isVirtual ||
+         std::filesystem::path(options_.chosenLibrary).parent_path().filename() == "virtual";
 }
 
 void Host::Release() {
@@ -66,19 +73,25 @@ const PortNames& Host::Names() {
 }
 
 void Host::StartLog() {
-  const bool isWanted = !options_.log.empty() || options_.isVerbose;
-  if (!options_.log.empty()) {
-    logFile_ = std::filesystem::absolute(options_.log);
+  const bool isWanted = !isLogOfOthers_ && (!options_.log.empty() || options_.isVerbose);
+  std::filesystem::path file;
+  if (isWanted && !options_.log.empty()) {
+    file = std::filesystem::absolute(options_.log);
   } else if ((isWanted || system::kThreadsStartLog) && !Temporary().empty()) {
     // Also where the library may start to log on its own: not to the folder that it is in.
-    logFile_ = Temporary() / "log.txt";
+    file = Temporary() / "log.txt";
   }
-  if (!logFile_.empty() && library_->SetLogPath(logFile_.string().c_str()) == 0) {
-    throw Failure(Exit::Failed, "the log " + logFile_.string() + " cannot be written", "",
-                  "name a file in a folder that you have permission to write");
-  }
+  if (!file.empty() && library_->SetLogPath(file.string().c_str()) == 0) throw NoLog(file);
   const int level = options_.logLevel.value_or(options_.isVerbose ? kFailuresOnly : 0);
-  library_->ConfigLog(isWanted && !logFile_.empty() ? 1 : 0, level);
+  library_->ConfigLog(isWanted && !file.empty() ? 1 : 0, level);
+  if (!isLogOfOthers_) logFile_ = file;
+}
+
+void Host::LeaveLogToOthers() {
+  isLogOfOthers_ = true;
+  if (options_.log.empty()) return;
+  logFile_ = std::filesystem::absolute(options_.log);
+  if (!std::ofstream(logFile_, std::ios::binary)) throw NoLog(logFile_);
 }
 
 void Host::TakeLog(const std::string& log) {

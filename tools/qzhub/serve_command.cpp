@@ -2,6 +2,9 @@
 #include <cstdlib>
 #include <memory>
 
+#include "qzhub/capture_option.h"
+#include "qzhub/control_input.h"
+#include "qzhub/scenario_file.h"
 #include "qzhub/server.h"
 #include "qzhub/socket.h"
 #include "qzhub/usbip_commands.h"
@@ -12,12 +15,13 @@ namespace {
 
 struct ServeOptions {
   std::string listen = "127.0.0.1:3240";
-  std::string scenario;
+  std::string scenario, capture;
 };
 
 void Serve(const ServeOptions& options) {
-  const virtualhub::Scenario scenario = LoadScenario(options.scenario);
+  virtualhub::Scenario scenario = LoadScenario(options.scenario);
   const tools::Descriptor listener = Listen(*SocketAddress::Parse(options.listen));
+  CaptureTo(options.capture, scenario);
   virtualhub::Machine machine(scenario);
   const StopEvent stop;
   stop.RequestOnSignals();
@@ -27,6 +31,7 @@ void Serve(const ServeOptions& options) {
     log.Event("exported " + exported.name + " busid=" + exported.place.Busid());
   }
   log.Event("listening " + LocalAddress(listener.get()).Text());
+  const ControlInput control(machine, !scenario.controlFile.empty(), stop, log);
   Server server(machine, exports, stop, log);
   if (server.Run(listener.get())) return;
   // Transfers are under way that may take long: nobody waits for them.
@@ -55,9 +60,12 @@ void AddServeCommand(CLI::App& app) {
       ->check(address);
   command->add_option("--scenario", options->scenario,
                       "JSON file that describes the devices, default: one hub and one keyboard");
+  AddCaptureOption(*command, options->capture);
   command->callback([options] { Serve(*options); });
   command->footer(
-      "Serves up to 256 clients at once, until SIGINT or SIGTERM.\n\nExamples:\n  qzhub serve\n"
+      "Serves up to 256 clients at once, until SIGINT or SIGTERM. Standard input takes lines as\n"
+      "'qzhub plug', 'unplug' and 'power-loss' write them, such as \"unplug dock-a\".\n\n"
+      "Examples:\n  qzhub serve\n"
       "  qzhub serve --listen 192.0.2.1:3240 --scenario two-hubs.json");
 }
 

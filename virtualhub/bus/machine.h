@@ -18,8 +18,11 @@
 #include "virtualhub/bus/faults.h"
 #include "virtualhub/bus/recorder.h"
 #include "virtualhub/bus/usb_tree.h"
+#include "virtualhub/capture/usb_capture.h"
 #include "virtualhub/hub/hub.h"
 #include "virtualhub/hub/report_channel.h"
+#include "virtualhub/scenario/control_file.h"
+#include "virtualhub/scenario/control_line.h"
 #include "virtualhub/scenario/scenario.h"
 
 namespace virtualhub {
@@ -44,7 +47,7 @@ struct FirmwareDouble {
 };
 
 /// Any thread may call any function, except where it says otherwise. Devices leave and come back as
-/// time passes; each call first carries out what is due.
+/// time passes, and as the lines of the control file say; each call first carries out what is due.
 class Machine {
  public:
   explicit Machine(const Scenario& scenario);
@@ -87,7 +90,8 @@ class Machine {
 
   /// Report exchanges. Each takes the device's latency; an input report shorter than the buffer
   /// does not touch the rest of it. The other HID nodes of the device stall.
-  Result SetOutputReport(const HidNode& node, ByteView report);
+  Result SetOutputReport(const HidNode& node, ByteView report,
+                         OutputPipe pipe = OutputPipe::Control);
   Result GetInputReport(const HidNode& node, MutableBytes report);
 
   /// The named device as a USB host finds it now; none while it is off the bus.
@@ -101,6 +105,14 @@ class Machine {
 
   void AddHandle(HandleKind kind) { ++handles_[static_cast<std::size_t>(kind)]; }
   void DropHandle(HandleKind kind) { --handles_[static_cast<std::size_t>(kind)]; }
+
+  // ---- What a user does ------------------------------------------------------------------------
+
+  /// Carries out a line as a control file has them. Throws ControlError.
+  void Control(const std::string& line);
+
+  /// Carries out what is due in a machine that nothing else is asked of.
+  void FollowControl();
 
   // ---- What a test does ------------------------------------------------------------------------
 
@@ -150,6 +162,8 @@ class Machine {
   struct Device {
     explicit Device(const DeviceConfig& config);
     bool present() const { return nodes.hid != 0; }
+    /// On the bus, or back there after a while.
+    bool plugged() const { return present() || returnAtUs; }
 
     DeviceConfig config;
     PortPath port;
@@ -160,8 +174,9 @@ class Machine {
     UsbIds ids;              ///< as of its last arrival
     std::optional<std::uint64_t> leaveAtUs, returnAtUs;
     std::uint64_t readyAtUs = 0;
-    std::uint64_t heldUntilUs = 0;  ///< by another program
-    Bytes savedFlash;               ///< as it was last loaded or saved
+    std::uint64_t heldUntilUs = 0;                           ///< by another program
+    Bytes savedFlash;                                        ///< as it was last loaded or saved
+    std::optional<std::filesystem::file_time_type> savedAt;  ///< of the file at that time
   };
 
   Result BeginCall(Service service, DevInst node);
@@ -173,7 +188,13 @@ class Machine {
   void Leave(Device& device);
   void LosePlug(Device& device, std::optional<std::uint32_t> returnMs, const std::string& port);
   void LosePower(Device& device, std::optional<std::uint32_t> returnMs, const std::string& port);
+  BusDevice Describe(const Device& device) const;
+  void SetOrder(const std::vector<std::string>& names);
+  void StartCapture(const Scenario& scenario);
   void StartReset(Device& device);
+  void ReadControl();
+  void CarryOut(const std::string& controlLine);
+  void PlugIn(Device& device, const std::string& port);
   void LoadState(Device& device);
   void SaveState(Device& device);
 
@@ -185,8 +206,9 @@ class Machine {
   void Hold(Device& device, std::optional<std::uint32_t> releaseMs);
   bool StrikeDevice(const Fault& fault, Device* concerned);
 
-  template <typename Deliver>
-  Result RunExchange(bool output, const HidNode& node, ByteView report, Deliver deliver);
+  template <typename Begin, typename Deliver>
+  Result RunExchange(bool output, const HidNode& node, ByteView report, Begin begin,
+                     Deliver deliver);
   std::optional<Result> Prevent(const Fault* fault, Device& device);
   Result DeliverOutput(Device& device, const Fault* fault, ByteView report, Effects& effects);
   Result DeliverInput(Device& device, const Fault* fault, MutableBytes report);
@@ -198,15 +220,17 @@ class Machine {
   Clock clock_;
   HostConfig host_;
   std::filesystem::path stateFolder_;
+  std::optional<ControlFile> control_;
   std::mutex mutex_;
   UsbTree tree_;
   std::vector<Device> devices_;
-  std::vector<std::size_t> order_;                        ///< indices into devices_
+  std::vector<const Device*> order_;                      ///< of enumeration
   std::unordered_map<DevInst, Device*> byNode_;           ///< present devices under all their nodes
   std::shared_ptr<const std::vector<DevInst>> hidNodes_;  ///< null: to be listed again
   std::uint64_t nextChangeUs_ = 0;                        ///< nothing leaves or returns before that
   Faults faults_;
   Recorder recorder_;
+  std::unique_ptr<UsbCapture> capture_;
   std::shared_ptr<const ExchangeHook> hook_;
   std::optional<FirmwareDouble> double_;
   std::uint64_t exchanges_ = 0, stays_ = 0;
