@@ -63,6 +63,7 @@ field libqzhidapi-dev Depends "^libqzhidapi1 \(= $version\)\$"
 contents qzhidapi-tools << END
 usr/bin/qzhid
 usr/bin/qzhub
+usr/lib/ARCH/wireshark/plugins/qzhid.lua
 usr/lib/udev/rules.d/70-qzhidapi.rules
 usr/share/bash-completion/completions/qzhid
 usr/share/bash-completion/completions/qzhub
