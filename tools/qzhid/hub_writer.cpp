@@ -13,6 +13,8 @@ namespace {
 
 constexpr std::chrono::milliseconds kBetweenLists{100};
 constexpr int kMostLooks = 2;
+// The library reports an erase and the first piece as done before it notices that the hub has left.
+constexpr std::int32_t kPerhapsErased = Progress::kErased + 1;
 
 // What went wrong in one try, and the last lines of the log at that time.
 struct Trouble {
@@ -61,7 +63,7 @@ class Writer {
     // taken for another one here, which costs a record; the other way round, a hub would be left
     // half written.
     const auto version = sight.state->version;
-    const bool isPossible = !version || percent_ < Progress::kErased ||
+    const bool isPossible = !version || percent_ <= kPerhapsErased ||
                             (percent_ >= Progress::kWritten && *version == image_.version);
     bool isOther = job_.isForStation && sight.wasUnplugged && !isPossible;
     try {

@@ -43,6 +43,8 @@ std::optional<Failure> Obstacle(const Hub& hub) {
                  hub.Name(), "plug it into another port");
 }
 
+bool WasLost(const Bay& bay) { return bay.job && bay.job->outcome == Outcome::Lost; }
+
 std::string Place(const Hub& hub) { return hub.locations.empty() ? hub.shownId : hub.Location(); }
 
 }  // namespace
@@ -104,6 +106,8 @@ void Station::Look() {
 void Station::See(Bay& bay, const Hub* hub) {
   const Clock::Time now = world_.Now();
   if (hub != nullptr) {
+    // A hub that was lost and is back was plugged in again, just before this was noticed.
+    if (bay.stage == Stage::Done && WasLost(bay) && bay.awaySince) Leave(bay);
     bay.awaySince.reset();
     if (bay.stage == Stage::Free) return Arrive(bay, *hub);
     if (bay.stage != Stage::Arrived) return;
@@ -135,7 +139,7 @@ void Station::Arrive(Bay& bay, const Hub& hub) {
 
 // What became of a hub that was lost stays to be seen: it may have been away for long.
 void Station::Leave(Bay& bay) {
-  const bool wasLost = bay.job && bay.job->outcome == Outcome::Lost;
+  const bool wasLost = WasLost(bay);
   bay.stage = Stage::Free;
   bay.awaySince.reset();
   bay.hub.reset();
@@ -317,6 +321,8 @@ void Station::ShowOutcome(Bay& bay) {
   const UpdateJob& job = *bay.job;
   const bool isPassed = job.outcome == Outcome::Updated || job.outcome == Outcome::Current;
   bay.stage = Stage::Done;
+  // An absence of a hub that is there again was the worker's business.
+  if (!WasLost(bay)) bay.awaySince.reset();
   bay.tile.state = isPassed ? BayState::Passed : BayState::Failed;
   bay.tile.activity.clear();
   bay.tile.secondsLeft.reset();
