@@ -91,16 +91,15 @@ unit = [sample.FREE, sample.SCAN, sample.CHECKING, sample.WRITING, {**sample.WRI
         {**sample.WRITING, "retries": 1}, sample.RECOVERED, sample.FREE, sample.LOST, sample.LOST,
         sample.REFUSED, sample.FREE]
 compare("events", [
-    "  bay 1: a hub has arrived; scan its label",
-    "  bay 1: started: checking the hub",
-    "  bay 1: writing",
-    "  bay 1: trying again (1): writing",
-    "  bay 1: PASS: loader → 2.10, 1 retry",
-    "  bay 1: unplugged",
-    "! bay 1: FAIL: lost: the update failed, and the hub has left the bus; unplug it, plug it in again",
-    "! bay 1: FAIL: refused: the image is for vendor 2E7C, and the hub is of vendor 1A2B; put the unit aside",
-    "  bay 1: unplugged",
-], show([sample.view(bay) for bay in unit], "events"))
+    "  bay left: a hub has arrived; scan its label",
+    "  bay left: started: checking the hub",
+    "  bay left: writing",
+    "  bay left: PASS: loader → 2.10, 1 retry",
+    "  bay left: unplugged",
+    "! bay left: FAIL: lost: the update failed, and the hub has left the bus; unplug it, plug it in again",
+    "! bay left: FAIL: refused: the image is for vendor 2E7C, and the hub is of vendor 1A2B; put the unit aside",
+    "  bay left: unplugged",
+], show([sample.view({**bay, "name": "left"}) for bay in unit], "events"))
 compare("events of several bays", [
     "  bay 2: started, label SN-0047-13: writing",
     "! the line has stopped: " + sample.NO_SPACE,

@@ -35,11 +35,8 @@ StationDisplay::~StationDisplay() {
 void StationDisplay::Show(const StationView& view) {
   const std::vector<StationEvent> events = EventsBetween(view_.value_or(StationView()), view);
   view_ = view;
-  if (screen_) {
-    Draw();
-  } else {
-    PrintEvents(events);
-  }
+  PrintEvents(events);
+  Draw();
   const bool hasFailure = std::any_of(events.begin(), events.end(),
                                       [](const StationEvent& event) { return event.isFailure; });
   if (hasFailure && !host_.Settings().isQuiet && system::IsTerminal(system::Stream::Errors)) {
@@ -57,10 +54,11 @@ void StationDisplay::Say(const std::string& line) {
   }
   remarks_.push_back(clean);
   if (remarks_.size() > kKeptRemarks) remarks_.erase(remarks_.begin());
-  if (view_) Draw();
+  Draw();
 }
 
 void StationDisplay::Draw() {
+  if (!screen_ || !view_) return;
   const TerminalAbilities terminal{host_.IsColourful(), screen_->HasUtf8()};
   const system::TerminalSize size = system::DrawableTerminal();
   const std::string remark = remarks_.empty() ? "" : remarks_.back();
@@ -68,6 +66,7 @@ void StationDisplay::Draw() {
 }
 
 void StationDisplay::PrintEvents(const std::vector<StationEvent>& events) const {
+  if (screen_) return;
   for (const StationEvent& event : events) {
     if (host_.Settings().isQuiet && !event.isFailure) continue;
     std::cerr << WithTime(event.text) + '\n' << std::flush;

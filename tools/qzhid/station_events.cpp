@@ -32,16 +32,13 @@ std::string BayEvent(const BayTile& before, const BayTile& after, bool isStopped
     return StateEvent(before, after, isStopped);
   }
   if (after.state != BayState::Working) return "";
-  if (after.retries > before.retries) {
-    return "trying again (" + std::to_string(after.retries) + "): " + after.activity;
-  }
   return before.activity != after.activity ? after.activity : "";
 }
 
 // The same bay in another view; an empty one if it was not there.
 BayTile BayIn(const StationView& view, const BayTile& bay) {
   const auto found = std::find_if(view.bays.begin(), view.bays.end(),
-                                  [&](const BayTile& other) { return other.portId == bay.portId; });
+                                  [&](const BayTile& other) { return other.name == bay.name; });
   return found != view.bays.end() ? *found : BayTile();
 }
 
@@ -54,7 +51,7 @@ std::vector<StationEvent> EventsBetween(const StationView& before, const Station
   };
   for (const BayTile& bay : after.bays) {
     const std::string event = BayEvent(BayIn(before, bay), bay, !after.stopped.empty());
-    if (!event.empty()) add(bay.name + ": " + event, bay.state == BayState::Failed);
+    if (!event.empty()) add(TitleOf(bay) + ": " + event, bay.state == BayState::Failed);
   }
   if (after.stopped.empty() && !before.stopped.empty()) add("the line runs again", false);
   if (after.stopped != before.stopped && !after.stopped.empty()) {

@@ -9,7 +9,7 @@
 namespace qzhid {
 
 struct StationEvent {
-  std::string text;        ///< "bay 3: PASS: 1.02 → 2.10"
+  std::string text;        ///< "bay left: PASS: 1.02 → 2.10"
   bool isFailure = false;  ///< a unit failed, or the line stopped
 };
 

@@ -48,9 +48,13 @@ std::string Escaped(const std::string& text) {
   return escaped;
 }
 
-// An element of that class; nothing if it would be empty.
 std::string Paragraph(const std::string& name, const std::string& text) {
-  return text.empty() ? "" : "<p class=\"" + name + "\">" + Escaped(text) + "</p>\n";
+  return "<p class=\"" + name + "\">" + Escaped(text) + "</p>\n";
+}
+
+// Names and labels that are too long, with their ends.
+std::string Ending(const std::string& text, std::size_t columns) {
+  return ToUtf8(CutBeginning(ShownCharacters(text), columns));
 }
 
 std::string BarOf(const BayTile& bay) {
@@ -64,14 +68,18 @@ std::string TileOf(const BayTile& bay, bool isStopped) {
   // In the order of TileKind.
   constexpr std::array kClasses{"free", "stop", "scan", "work", "pass", "fail"};
   constexpr std::array kSymbols{"○", "■", "≡", "►", "✓", "✗"};
+  constexpr std::size_t kNameColumns = 17, kLabelColumns = 28, kShortText = 90;  // that fit
   const TileText text = TextOf(bay, isStopped);
   const auto kind = static_cast<std::size_t>(text.kind);
   const std::string left = TimeLeft(bay);
-  const std::string doing = text.what.empty() || left.empty() ? "" : ", ";
-  return std::string("<section class=\"") + kClasses[kind] + "\">\n<h2>" + Escaped(bay.name) +
-         "</h2>\n<p class=\"word\">" + kSymbols[kind] + ' ' + text.large + "</p>\n" + BarOf(bay) +
-         Paragraph("what", text.what + doing + left) + Paragraph("next", text.next) +
-         Paragraph("label", bay.label) + "</section>\n";
+  const std::string doing = text.what + (text.what.empty() || left.empty() ? "" : ", ") + left;
+  const bool isLong = doing.size() + text.next.size() > kShortText;
+  return std::string("<section class=\"") + kClasses[kind] + (isLong ? " long" : "") +
+         "\" title=\"" + Escaped(TitleOf(bay)) + "\">\n<h2>" +
+         Escaped(Ending(TitleOf(bay), kNameColumns)) + "</h2>\n" +
+         Paragraph("word", std::string(kSymbols[kind]) + ' ' + text.large) + BarOf(bay) +
+         Paragraph("what", doing) + Paragraph("next", text.next) +
+         Paragraph("label", Ending(bay.label, kLabelColumns)) + "</section>\n";
 }
 
 struct PageGrid {
@@ -80,7 +88,7 @@ struct PageGrid {
 
 // The grid with the largest tiles on a monitor of that shape.
 PageGrid ChoosePageGrid(std::size_t bays, double width, double height) {
-  constexpr double kTileWidth = 20, kTileHeight = 14.5;  // in units, as in the style
+  constexpr double kTileWidth = 20, kTileHeight = 15.5;  // in units, as in the style
   PageGrid best{1, std::max<std::size_t>(bays, 1)};
   double largest = 0;
   for (std::size_t across = 1; across <= bays; ++across) {
@@ -111,7 +119,7 @@ std::string HeaderOf(const StationView& view) {
   return "<header>\n<h1>" + Escaped(view.image + ' ' + view.imageVersion) + "</h1>\n<dl>\n" +
          Total("passed", std::to_string(view.passed)) +
          Total("failed", std::to_string(view.failed)) + Total("yield", YieldText(view)) +
-         Total("an hour", RateText(view)) + "</dl>\n</header>\n";
+         Total("units an hour", RateText(view)) + "</dl>\n</header>\n";
 }
 
 std::string AlertsOf(const StationView& view, const PageTime& time, const std::string& written) {
@@ -152,10 +160,10 @@ std::string StationPage(const StationView& view, const PageTime& time) {
   std::string tiles;
   for (const BayTile& bay : view.bays) tiles += TileOf(bay, !view.stopped.empty());
   if (view.bays.empty()) tiles = Paragraph("hint", "plug a hub in");
-  return HeadOf(view, time) + (time.hasEnded ? "<body class=\"ended\">\n" : "<body>\n") +
-         HeaderOf(view) + AlertsOf(view, time, written) + "<main style=\"" +
-         GridStyle(view.bays.size()) + "\">\n" + tiles + "</main>\n<footer>\n<p>written " +
-         written +
+  return HeadOf(view, time) + "<body class=\"" + (view.stopped.empty() ? "" : "told") +
+         (time.hasEnded ? " told ended" : "") + "\">\n" + HeaderOf(view) +
+         AlertsOf(view, time, written) + "<main style=\"" + GridStyle(view.bays.size()) + "\">\n" +
+         tiles + "</main>\n<footer>\n<p>written " + written +
          "</p>\n<noscript>scripts are off: compare this time with a clock</noscript>\n</footer>\n"
          "<script>" +
          kPageScript + "</script>\n</body>\n</html>\n";

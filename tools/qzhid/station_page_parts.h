@@ -20,7 +20,8 @@ dt { font-size: .7em; color: #c3cad3; }
 dd { font-weight: bold; }
 main { flex: 1; min-height: 0; display: grid; gap: .8vmin;
   --across: var(--wide-across); --down: var(--wide-down);
-  --u: min(94vw / var(--across) / 20, 82vh / var(--down) / 14.5);
+  --width: calc(94vw / var(--across)); --height: calc(82vh / var(--down));
+  --u: min(var(--width) / 20, var(--height) / 15.5);
   grid-template-columns: repeat(var(--across), minmax(0, 1fr));
   grid-template-rows: repeat(var(--down), minmax(0, 1fr)); }
 @media (max-aspect-ratio: 1/1) {
@@ -31,8 +32,10 @@ section { display: flex; flex-direction: column; align-items: center; text-align
   overflow: hidden; padding: calc(.4 * var(--u)) calc(.7 * var(--u)); border-radius: calc(.5 * var(--u));
   border: calc(.15 * var(--u)) solid transparent; font-size: calc(1.2 * var(--u)); }
 h2, .label, .word { max-width: 100%; overflow: hidden; white-space: nowrap; text-overflow: ellipsis; }
-h2 { font-size: calc(1.9 * var(--u)); }
-.word { font-size: calc(3.9 * var(--u)); font-weight: 800; line-height: 1.15; margin: auto 0; }
+h2 { font-size: calc(1.7 * var(--u)); }
+.word { font-size: min(var(--width) / 5.4, var(--height) / 2.7); font-weight: 800; line-height: 1.15;
+  margin-top: auto; }
+.long .word { font-size: calc(3.9 * var(--u)); }
 .what, .next { display: -webkit-box; -webkit-box-orient: vertical; -webkit-line-clamp: 3;
   overflow: hidden; }
 .next { font-weight: bold; -webkit-line-clamp: 2; }
@@ -47,11 +50,12 @@ h2 { font-size: calc(1.9 * var(--u)); }
 .pass { background: #0b57c4; color: #fff; }
 .fail { background: #ff9226; color: #000; }
 .alert { background: #fff; color: #000; border-left: 1.5vw solid #ff9226; padding: 1vh 1vw;
-  font-size: min(4.4vh, 2.8vw); font-weight: bold; }
+  font-size: min(4vh, 2.6vw); font-weight: bold; }
 .hint { margin: auto; font-size: 6vmin; }
 footer { color: #c3cad3; display: flex; justify-content: space-between; gap: 2vw; }
 #old { display: none; }
 .old #old { display: block; }
+.told main, .old main { --height: calc(68vh / var(--down)); }
 .old main, .ended main { filter: grayscale(1); opacity: .35; }
 )css";
 

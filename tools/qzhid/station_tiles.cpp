@@ -106,7 +106,7 @@ class TileDrawing {
     const std::size_t columns = area.columns - 1;  // one stays free between two tiles
     const std::u32string word = U' ' + Symbol(text_) + ShownCharacters(text_.large);
     const std::size_t room = columns > word.size() ? columns - word.size() : 0;
-    std::u32string head = CutBeginning(ShownCharacters(bay_.name), room) + word;
+    std::u32string head = CutBeginning(ShownCharacters(TitleOf(bay_)), room) + word;
     if (area.lines == 1) {
       for (const std::u32string& text : Says()) head += U"  " + text;
     }
@@ -129,7 +129,7 @@ class TileDrawing {
     canvas_.Put(last, area.column, U'└' + edge + U'┘', ink_);
     const std::u32string word = U' ' + Symbol(text_) + ShownCharacters(text_.word) + U' ';
     const std::size_t room = area.columns - kSides;
-    PutInEdge(area.line, area.column, bay_.name, room - word.size() + 1);  // they share a blank
+    PutInEdge(area.line, area.column, TitleOf(bay_), room - word.size() + 1);  // they share a blank
     canvas_.Put(area.line, area.column + area.columns - 2 - word.size(), word, ink_);
     PutInEdge(last, area.column, bay_.label, room);
   }

@@ -77,6 +77,10 @@ TileText TextOf(const BayTile& bay, bool isStopped) {
   return text;
 }
 
+std::string TitleOf(const BayTile& bay) {
+  return bay.name.starts_with("bay") || bay.name.starts_with("Bay") ? bay.name : "bay " + bay.name;
+}
+
 std::string TimeLeft(const BayTile& bay) {
   if (bay.state != BayState::Working || !bay.secondsLeft) return "";
   std::array<char, 32> text{};

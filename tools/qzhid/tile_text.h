@@ -20,6 +20,9 @@ struct TileText {
 
 TileText TextOf(const BayTile& bay, bool isStopped);
 
+/// "bay left"; a name that begins with "bay" is not called a bay twice.
+std::string TitleOf(const BayTile& bay);
+
 /// As in "0:12 left"; empty when that is not known.
 std::string TimeLeft(const BayTile& bay);
 
