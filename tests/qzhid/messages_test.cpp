@@ -34,7 +34,8 @@ TEST(JobMessage, ArrivesAsItWasSentAndIsNoOrderToRetry) {
                              .rules = {true, true, true, true},
                              .staysInLoader = true,
                              .retries = 3,
-                             .patience = 60}};
+                             .patience = 60,
+                             .isForStation = true}};
   EXPECT_TRUE(IsRetryLine(WithoutEnd(RetryLine())));
   for (const WorkerJob& job : jobs) {
     const std::string line = ToLine(job);
@@ -68,15 +69,17 @@ TEST(JobMessage, IsRejectedUnlessItHasExactlyItsMembers) {
 
 TEST(ReportMessage, ArrivesAsItWasSent) {
   const std::pair<WorkerReport, std::string> rows[] = {
+      {ReportWaiting{}, R"({"message":"waiting"})"},
+      {ReportFound{0x0102}, R"({"message":"found","version":258})"},
       {ReportProgress{40}, R"({"message":"progress","percent":40})"},
       {ReportState{0xFFFF}, R"({"message":"state","version":65535})"},
       {ReportState{}, R"({"message":"state","version":null})"},
       {ReportFailing{"a"}, R"({"message":"failing","what":"a"})"},
-      {ReportDone{}, R"({"message":"done"})"},
-      {ReportFailed{Exit::HubLost, "what\n", "next", {"first", "sec\xFFond"}},
+      {ReportDone{true}, R"({"message":"done","written":true})"},
+      {ReportFailed{Exit::HubLost, "what\n", "next", {"first", "sec\xFFond"}, true},
        R"({"message":"failed","status":6,"what":"what\n","next":"next","log":["first","sec)"
        "\xEF\xBF\xBD"
-       R"(ond"]})"}};
+       R"(ond"],"replaced":true})"}};
   for (const auto& [report, line] : rows) {
     EXPECT_EQ(line + '\n', ToLine(report));
     EXPECT_EQ(report.index(), ReadReport(line).index()) << line;
@@ -91,7 +94,7 @@ TEST(ReportMessage, IsRejectedUnlessItIsWhole) {
       ReadReport,
       {{R"({"message":"progress","perc)", "it is not a JSON object"},
        {R"({"message":"job"})", "\"job\" is not a kind of report"},
-       {R"({"message":"done","percent":1})", "it has an unknown member \"percent\""},
+       {R"({"message":"done","written":true,"percent":1})", "it has an unknown member \"percent\""},
        {R"({"message":"state"})", "it has no \"version\""},
        {R"({"message":"state","version":65536})", "its member \"version\"" + range},
        {R"({"message":"progress","percent":101})", "its member \"percent\"" + range},

@@ -30,11 +30,15 @@ offer() {
 
 cd "$work"
 touch new.bin
-offer 'image serve attach help' ''
+offer 'image serve attach plug unplug power-loss help' ''
 offer 'serve' s
 offer '--help --version' --
-offer 'image serve attach help' help ''
+offer 'image serve attach plug unplug power-loss help' help ''
 offer 'attach' help a
+offer 'plug power-loss' p
+offer '--help --scenario' unplug --
+offer '' plug ''
+offer 'new.bin' plug dock --scenario ne
 offer '--help --listen --scenario' serve --
 offer '--size' image --s
 offer '' serve ''

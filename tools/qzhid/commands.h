@@ -15,6 +15,7 @@ void AddInfoCommand(CLI::App& app, Host& host);
 void AddImageCommand(CLI::App& app, Host& host);
 void AddUpdateCommand(CLI::App& app, Host& host);
 void AddRecoverCommand(CLI::App& app, Host& host);
+void AddStationCommand(CLI::App& app, Host& host);
 void AddGpioCommand(CLI::App& app, Host& host);
 void AddI2cCommand(CLI::App& app, Host& host);
 void AddFlashCommand(CLI::App& app, Host& host);

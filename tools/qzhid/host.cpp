@@ -24,6 +24,11 @@ void Print(const nlohmann::ordered_json& object) {
   std::cout << whole.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
 }
 
+Failure NoLog(const std::filesystem::path& file) {
+  return {Exit::Failed, "the log " + file.string() + " cannot be written", "",
+          "name a file in a folder that you have permission to write"};
+}
+
 }  // namespace
 
 Host::~Host() {
@@ -31,6 +36,11 @@ Host::~Host() {
   if (temporary_.empty()) return;
   std::error_code error;
   std::filesystem::remove_all(temporary_, error);
+}
+
+bool Host::IsVirtual() const {
+  return options_.isVirtual ||
+         std::filesystem::path(options_.chosenLibrary).parent_path().filename() == "virtual";
 }
 
 void Host::Release() {
@@ -64,19 +74,25 @@ const PortNames& Host::Names() {
 }
 
 void Host::StartLog() {
-  const bool isWanted = !options_.log.empty() || options_.isVerbose;
-  if (!options_.log.empty()) {
-    logFile_ = std::filesystem::absolute(options_.log);
+  const bool isWanted = !isLogOfOthers_ && (!options_.log.empty() || options_.isVerbose);
+  std::filesystem::path file;
+  if (isWanted && !options_.log.empty()) {
+    file = std::filesystem::absolute(options_.log);
   } else if ((isWanted || system::kThreadsStartLog) && !Temporary().empty()) {
     // Also where the library may start to log on its own: not to the folder that it is in.
-    logFile_ = Temporary() / "log.txt";
+    file = Temporary() / "log.txt";
   }
-  if (!logFile_.empty() && library_->SetLogPath(logFile_.string().c_str()) == 0) {
-    throw Failure(Exit::Failed, "the log " + logFile_.string() + " cannot be written", "",
-                  "name a file in a folder that you have permission to write");
-  }
+  if (!file.empty() && library_->SetLogPath(file.string().c_str()) == 0) throw NoLog(file);
   const int level = options_.logLevel.value_or(options_.isVerbose ? kFailuresOnly : 0);
-  library_->ConfigLog(isWanted && !logFile_.empty() ? 1 : 0, level);
+  library_->ConfigLog(isWanted && !file.empty() ? 1 : 0, level);
+  if (!isLogOfOthers_) logFile_ = file;
+}
+
+void Host::LeaveLogToOthers() {
+  isLogOfOthers_ = true;
+  if (options_.log.empty()) return;
+  logFile_ = std::filesystem::absolute(options_.log);
+  if (!std::ofstream(logFile_, std::ios::binary)) throw NoLog(logFile_);
 }
 
 void Host::TakeLog(const std::string& log) {

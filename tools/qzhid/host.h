@@ -35,6 +35,9 @@ class Host {
 
   Options& Settings() { return options_; }
 
+  /// Whether the library has virtual hubs, by its folder.
+  bool IsVirtual() const;
+
   /// The library, loaded at the first call. Throws Failure when it cannot be.
   const Library& Api();
 
@@ -60,6 +63,9 @@ class Host {
   void SetStatus(Exit status) { status_ = status; }
   int Status() const { return static_cast<int>(status_); }
 
+  /// From now on only other processes log to the user's file, which is emptied. Throws Failure.
+  void LeaveLogToOthers();
+
   /// Appends another process's log to this one's and removes it, while the library is released.
   void TakeLog(const std::string& log);
 
@@ -84,6 +90,7 @@ class Host {
   Exit status_ = Exit::Done;
   std::optional<Library> library_;
   std::optional<PortNames> names_;
+  bool isLogOfOthers_ = false;
   std::filesystem::path logFile_;
   std::filesystem::path temporary_;
 };

@@ -1,16 +1,18 @@
 #include "qzhid/hub_writer.h"
 
 #include <algorithm>
-#include <chrono>
-#include <thread>
+#include <utility>
 
+#include "qzhid/progress.h"
 #include "qzhid/state.h"
+#include "qzhid/update_check.h"
 
 namespace qzhid {
 
 namespace {
 
 constexpr std::chrono::milliseconds kBetweenLists{100};
+constexpr int kMostLooks = 2;
 
 // What went wrong in one try, and the last lines of the log at that time.
 struct Trouble {
@@ -18,99 +20,165 @@ struct Trouble {
   std::vector<std::string> log;
 };
 
-std::optional<Hub> FindHub(Host& host, const std::string& location) {
-  std::vector<Hub> hubs = ListHubs(host);
-  std::erase_if(hubs, [&location](const Hub& hub) {
-    return !hub.isOpenable || (!location.empty() && hub.Location() != location);
-  });
-  if (hubs.size() != 1) return std::nullopt;
-  return hubs.front();
-}
+// The hub at the port, as far as it is there and answers.
+struct Sight {
+  std::optional<Hub> hub{};
+  std::optional<HubState> state{};
+  bool wasUnplugged = false;
+};
 
 class Writer {
  public:
-  Writer(Host& host, const WorkerJob& job, std::uint16_t version, const Reporter& report)
-      : host_(host), job_(job), version_(version), report_(report) {}
+  Writer(Host& host, const WorkerJob& job, const Image& image, Clock& clock, const Reporter& report)
+      : host_(host), job_(job), image_(image), clock_(clock), report_(report) {}
+
+  /// Waits for the hub, also one that leaves while it is asked.
+  Sight Look() const {
+    Sight sight;
+    for (int looks = 0; looks < kMostLooks && !sight.state; ++looks) {
+      sight.hub = AwaitHub(sight.wasUnplugged);
+      if (!sight.hub) break;
+      try {
+        sight.state = ReadState(host_, *sight.hub);
+      } catch (const Failure&) {  // the caller says so
+      }
+    }
+    return sight;
+  }
 
   /// Nothing when the hub runs the image, or is where the user wants it.
-  std::optional<Trouble> Try(const Hub& hub) const {
+  std::optional<Trouble> Try(const Hub& hub) {
+    try {
+      return Write(hub);
+    } catch (const Failure& failure) {
+      return Trouble{failure.what(), host_.LastLogLines()};
+    }
+  }
+
+  /// Throws HubReplaced when the hub that is at the port after a try cannot be the one before.
+  void CheckReturn(const Trouble& trouble, const Hub& before, const Sight& sight) const {
+    // Without a bank, erased flash runs nothing. A hub with two banks is taken for another one
+    // here, which costs a record; the other way round, a hub would be left half written.
+    const auto version = sight.state->version;
+    bool isOther = job_.isForStation && sight.wasUnplugged && isErased_ && version &&
+                   *version != image_.version;
+    try {
+      CheckHub(*sight.hub, *sight.state, image_,
+               {.takesLoader = true, .isForced = job_.rules.isForced, .allowsOlder = true});
+    } catch (const Failure&) {
+      isOther = true;
+    }
+    if (!isOther) return;
+    throw HubReplaced(Exit::HubLost, trouble.what + ", and another hub has taken its place",
+                      before.Name(), kFindHub);
+  }
+
+ private:
+  std::optional<Trouble> Write(const Hub& hub) {
     const OpenHub open(host_, hub);
     host_.Api().DllPassPara(job_.staysInLoader ? 1 : 0);
-    s_report = &report_;
+    s_writer = this;
     const bool isWritten =
         host_.Api().UpdateDev(open.Handle(), job_.image.c_str(), PassProgress) != 0;
     if (!isWritten) return Trouble{"the update failed", host_.LastLogLines()};
     std::uint16_t version = 0;
     const bool isRunning = host_.Api().ReadDevVersion(open.Handle(), &version) != 0;
     report_(ReportState{isRunning ? RunningVersion(version) : std::nullopt});
-    if (job_.staysInLoader || (isRunning && version == version_)) return std::nullopt;
+    if (job_.staysInLoader || (isRunning && version == image_.version)) return std::nullopt;
     return Trouble{"the image is written, but not started", host_.LastLogLines()};
   }
 
-  Hub AwaitReturn(const Trouble& trouble, const Hub& hub) const {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(job_.patience);
+  std::optional<Hub> FindHub() const {
+    std::vector<Hub> hubs = ListHubs(host_);
+    std::erase_if(hubs, [this](const Hub& hub) {
+      return !hub.isOpenable || (!job_.location.empty() && hub.Location() != job_.location);
+    });
+    if (hubs.size() != 1) return std::nullopt;
+    return hubs.front();
+  }
+
+  std::optional<Hub> AwaitHub(bool& wasUnplugged) const {
+    const Clock::Time start = clock_.Now();
+    const Clock::Time end = start + std::chrono::seconds(job_.patience);
     for (;;) {
-      if (const auto found = FindHub(host_, job_.location)) return *found;
-      if (std::chrono::steady_clock::now() >= end) break;
-      std::this_thread::sleep_for(kBetweenLists);
-    }
-    throw Explain(Exit::HubLost, trouble, hub, ", and the hub has left the bus", kFindHub);
-  }
-
-  /// What the hub runs after a try that failed.
-  RunningVersion Examine(const Trouble& trouble, const Hub& hub) const {
-    try {
-      const HubState state = ReadState(host_, hub);
-      report_(ReportState{state.version});
-      return state.version;
-    } catch (const Failure&) {
-      throw Explain(Exit::HubLost, trouble, hub, ", and the hub does not answer", kFindHub);
+      auto found = FindHub();
+      const Clock::Time now = clock_.Now();
+      if (now - start >= kUnplugged) wasUnplugged = true;
+      if (found || now >= end) return found;
+      clock_.Sleep(kBetweenLists);
     }
   }
 
-  static Failure Explain(Exit status, const Trouble& trouble, const Hub& hub,
-                         const std::string& state, const std::string& next) {
-    Failure failure(status, trouble.what + state, hub.Name(), next);
-    failure.SetLog(trouble.log);
-    return failure;
+  // The library's callback has no argument for the writer.
+  static void PassProgress(std::int32_t percent) {
+    if (percent >= Progress::kErased) s_writer->isErased_ = true;
+    s_writer->report_(ReportProgress{percent});
   }
-
- private:
-  static void PassProgress(std::int32_t percent) { (*s_report)(ReportProgress{percent}); }
-
-  inline static const Reporter* s_report =
-      nullptr;  // the library's callback has no argument for it
+  inline static Writer* s_writer = nullptr;
 
   Host& host_;
   const WorkerJob& job_;
-  std::uint16_t version_;
+  const Image& image_;
+  Clock& clock_;
   const Reporter& report_;
+  bool isErased_ = false;  ///< the old firmware may be gone
 };
+
+Failure Explain(Exit status, const Trouble& trouble, const Hub& hub, const std::string& state,
+                const std::string& next) {
+  Failure failure(status, trouble.what + state, hub.Name(), next);
+  failure.SetLog(trouble.log);
+  return failure;
+}
+
+Sight LookFirst(const Writer& writer, const WorkerJob& job) {
+  constexpr const char* kNext = "unplug it, plug it in again and repeat the command";
+  Sight sight = writer.Look();
+  if (!sight.hub) throw Failure(Exit::HubLost, "the hub is gone", job.location, kNext);
+  if (!sight.state) {
+    throw Failure(Exit::HubLost, "the hub does not answer", sight.hub->Name(), kNext);
+  }
+  return sight;
+}
+
+Sight LookAgain(const Writer& writer, const Trouble& trouble, const Hub& before) {
+  Sight sight = writer.Look();
+  if (!sight.hub) {
+    throw Explain(Exit::HubLost, trouble, before, ", and the hub has left the bus", kFindHub);
+  }
+  if (!sight.state) {
+    throw Explain(Exit::HubLost, trouble, *sight.hub, ", and the hub does not answer", kFindHub);
+  }
+  return sight;
+}
 
 }  // namespace
 
-Hub HubAt(Host& host, const std::string& location) {
-  if (const auto hub = FindHub(host, location)) return *hub;
-  throw Failure(Exit::HubLost, "the hub is gone", location,
-                "plug it in again and repeat the command");
-}
-
-void WriteHub(Host& host, const WorkerJob& job, const Hub& hub, std::uint16_t version,
+void WriteHub(Host& host, const WorkerJob& job, const Image& image, Clock& clock,
               const Reporter& report, const MayRetry& mayRetry) {
-  const Writer writer(host, job, version, report);
-  Hub now = hub;
+  Writer writer(host, job, image, clock, report);
+  Sight sight = LookFirst(writer, job);
+  report(ReportFound{sight.state->version});
+  // The hub may be another one than when the user was asked.
+  if (CheckHub(*sight.hub, *sight.state, image, job.rules) == Verdict::Current) {
+    return report(ReportDone{false});
+  }
   for (int retries = job.retries;; --retries) {
-    const auto trouble = writer.Try(now);
-    if (!trouble) return;
-    now = writer.AwaitReturn(*trouble, now);
-    const RunningVersion running = writer.Examine(*trouble, now);
+    const auto trouble = writer.Try(*sight.hub);
+    if (!trouble) return report(ReportDone{true});
+    const Hub before = *sight.hub;
+    sight = LookAgain(writer, *trouble, before);
+    writer.CheckReturn(*trouble, before, sight);
+    const RunningVersion running = sight.state->version;
+    report(ReportState{running});
     const std::string state =
         ", and the hub " + (running ? "runs " + VersionText(*running) : "is in its loader");
     if (retries > 0) report(ReportFailing{trouble->what + state});
     if (retries > 0 && mayRetry()) continue;
-    if (!running) throw Writer::Explain(Exit::InLoader, *trouble, now, state, RecoverHub(now));
-    throw Writer::Explain(Exit::Failed, *trouble, now, state,
-                          "repeat the command; with --log FILE the log says why it failed");
+    if (!running)
+      throw Explain(Exit::InLoader, *trouble, *sight.hub, state, RecoverHub(*sight.hub));
+    throw Explain(Exit::Failed, *trouble, *sight.hub, state,
+                  "repeat the command; with --log FILE the log says why it failed");
   }
 }
 

@@ -3,24 +3,27 @@
 
 #include <functional>
 
-#include "qzhid/hubs.h"
+#include "qzhid/clock.h"
+#include "qzhid/host.h"
+#include "qzhid/image.h"
 #include "qzhid/update_messages.h"
 
 namespace qzhid {
 
-/// Takes what becomes of the hub.
-using Reporter = std::function<void(const WorkerReport&)>;
 /// Whether to try once more, asked after a try has failed.
 using MayRetry = std::function<bool()>;
 
-/// Writes job.image, whose version is given, to the hub of the last list; after a failure waits
-/// until the hub's port has it again, says what it runs, and tries again up to job.retries times,
-/// from the loader, too. Throws Failure when the hub does not run the image in the end.
-void WriteHub(Host& host, const WorkerJob& job, const Hub& hub, std::uint16_t version,
-              const Reporter& report, const MayRetry& mayRetry);
+/// The hub was exchanged for another one while it was written.
+class HubReplaced : public Failure {
+ public:
+  using Failure::Failure;
+};
 
-/// The hub that can be opened at a location; if that is empty, the only one. Throws Failure when
-/// there is none.
-Hub HubAt(Host& host, const std::string& location);
+/// Checks the hub at job.location once more and writes the image in job.image to it, unless it runs
+/// that already. After a failure waits until the port has the hub again, says what it runs, and
+/// tries again up to job.retries times, from the loader, too. The last report is ReportDone. Throws
+/// Failure when the hub does not run the image in the end.
+void WriteHub(Host& host, const WorkerJob& job, const Image& image, Clock& clock,
+              const Reporter& report, const MayRetry& mayRetry);
 
 }  // namespace qzhid

@@ -74,6 +74,7 @@ int Run(int argc, char** argv, qzhid::Host& host) {
   qzhid::AddImageCommand(app, host);
   qzhid::AddUpdateCommand(app, host);
   qzhid::AddRecoverCommand(app, host);
+  qzhid::AddStationCommand(app, host);
   qzhid::AddGpioCommand(app, host);
   qzhid::AddI2cCommand(app, host);
   qzhid::AddFlashCommand(app, host);

@@ -1,6 +1,8 @@
 // This program once more, as a process of its own.
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,8 +37,11 @@ class Process {
   /// Waits for its end and describes it, as in "it ended with status 1".
   std::string Ending();
 
-  /// Returns when one of them has something to read, or after a tenth of a second.
-  static void AwaitOutput(const std::vector<const Process*>& processes);
+  /// Returns when one of them has something to read, when one of the system's handles is ready, at
+  /// an interrupt, or after that time.
+  static void AwaitOutput(const std::vector<const Process*>& processes,
+                          const std::vector<std::intptr_t>& handles = {},
+                          std::chrono::milliseconds time = std::chrono::milliseconds(100));
 
  private:
   struct Data;

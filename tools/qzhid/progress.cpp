@@ -11,7 +11,7 @@ namespace qzhid {
 namespace {
 
 constexpr std::int32_t kErasing = 20;
-constexpr std::int32_t kWriting = 30;
+constexpr std::int32_t kWriting = Progress::kErased;
 constexpr std::int32_t kWritten = 70;
 constexpr std::int32_t kChecked = 90;
 constexpr std::int32_t kDone = 100;

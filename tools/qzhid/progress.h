@@ -15,6 +15,9 @@ enum class Phase { Preparing, Erasing, Writing, Checking, Starting, Done };
 /// How far the update of one hub is.
 class Progress {
  public:
+  /// What the library reports when the flash is erased.
+  static constexpr std::int32_t kErased = 30;
+
   /// `size` is that of the image in bytes.
   explicit Progress(std::size_t size) : size_(size) {}
 
@@ -23,6 +26,7 @@ class Progress {
 
   Phase CurrentPhase() const;
   const char* PhaseName() const;
+  std::size_t Size() const { return size_; }
   std::int32_t Percent() const { return percent_; }
 
   /// As in "writing, 40 %".

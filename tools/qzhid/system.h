@@ -42,6 +42,10 @@ extern const bool kThreadsStartLog;
 /// a file reaches the limit of its size.
 void OutliveReaders();
 
+/// The version of a library that is loaded, and the name of this computer; empty when not known.
+std::string LibraryVersion(void* library);
+std::string HostName();
+
 /// What a status that a function of the library returned means, in a few words.
 std::string StatusText(std::uint32_t status);
 

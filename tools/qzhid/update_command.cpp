@@ -21,24 +21,11 @@ using State = UpdateJob::State;
 const std::map<std::string, ProgressStyle> kStyles = {
     {"auto", ProgressStyle::Auto}, {"lines", ProgressStyle::Lines}, {"json", ProgressStyle::Json}};
 
-std::string CheckHexDigest(const std::string& text) {
-  constexpr std::size_t kBytes = 32;
-  const auto bytes = tools::ParseHexBytes(text);
-  return bytes && bytes->size() == kBytes ? "" : "'" + text + "' is not 64 hexadecimal digits";
-}
-
 std::vector<Hub> ChooseHubs(Host& host, const UpdateOptions& options) {
   if (!options.isAll) return PickHubs(host, options.hubs);
   std::vector<Hub> hubs = ListHubs(host);
   if (hubs.empty()) throw NoHub();
   return hubs;
-}
-
-void CheckDigest(const UpdateOptions& options, const Image& image) {
-  const std::string wanted = Upper(options.sha256);
-  if (wanted.empty() || wanted == Upper(image.sha256)) return;
-  throw Failure(Exit::Refused, "image " + image.path + " has the SHA-256 " + image.sha256, "",
-                "use the image that has " + options.sha256);
 }
 
 // What is about to be written, a line for each hub.
@@ -121,8 +108,7 @@ void Ask(const UpdateOptions& options, const std::string& changes) {
 
 void Update(Host& host, const UpdateOptions& options) {
   system::OutliveReaders();
-  const Image image = ReadImage(options.image);
-  CheckDigest(options, image);
+  const Image image = ReadWantedImage(options);
   UpdateRun run(host, options, image, ChooseHubs(host, options));
   run.Check();
   std::vector<bool> isShown;
@@ -144,22 +130,10 @@ CLI::App* AddWriter(CLI::App& app, Host& host, const std::string& name, const st
                     const std::shared_ptr<UpdateOptions>& options) {
   CLI::App* command = app.add_subcommand(name, meaning);
   AddHubs(*command, options->hubs);
-  command->add_option("-i,--image", options->image, "the firmware image file, required")
-      ->required()
-      ->option_text("FILE");
+  AddWriteOptions(*command, *options);
   command->add_flag("-y,--yes", options->isAgreed, "do not ask");
   command->add_flag("-n,--dry-run", options->isDryRun,
                     "only check, and show what would be written");
-  command->add_option("--sha256", options->sha256, "reject an image with another SHA-256")
-      ->check(CLI::Validator(CheckHexDigest, "HEX"))
-      ->option_text("HEX");
-  command->add_option("--retries", options->retries, "tries after one that failed, default 2")
-      ->check(CLI::Range(0, 100))
-      ->option_text("N");
-  command
-      ->add_option("--wait", options->patience, "seconds to wait for a hub that left, default 30")
-      ->check(CLI::Range(0, 3600))
-      ->option_text("SECONDS");
   command->add_option("--progress", options->style, "auto (default), lines or json")
       ->transform(CLI::CheckedTransformer(kStyles))
       ->option_text("MODE");
@@ -181,10 +155,7 @@ void AddUpdateCommand(CLI::App& app, Host& host) {
   command->add_option("--jobs", options->jobs, "hubs that are written at a time, default 4")
       ->check(CLI::Range(std::size_t{1}, std::size_t{127}))
       ->option_text("N");
-  command->add_flag("--force", options->rules.isForced,
-                    "also if the hub runs this version, or is another product of the vendor");
-  command->add_flag("--allow-older", options->rules.allowsOlder,
-                    "also if the hub runs a newer version");
+  AddRuleOptions(*command, options->rules);
   command->add_flag("--stay-in-loader", options->staysInLoader, "do not start the new firmware");
   AddExamples(*command,
               {"qzhid update --image new.bin", "qzhid update --hub 1-3.1 -i new.bin --yes",

@@ -85,6 +85,10 @@ class Members {
 
 Json VersionValue(RunningVersion version) { return version ? Json(*version) : Json(); }
 
+Json ToJson(const ReportWaiting&) { return {{"message", "waiting"}}; }
+Json ToJson(const ReportFound& report) {
+  return {{"message", "found"}, {"version", VersionValue(report.version)}};
+}
 Json ToJson(const ReportProgress& report) {
   return {{"message", "progress"}, {"percent", report.percent}};
 }
@@ -92,30 +96,33 @@ Json ToJson(const ReportState& report) {
   return {{"message", "state"}, {"version", VersionValue(report.version)}};
 }
 Json ToJson(const ReportFailing& report) { return {{"message", "failing"}, {"what", report.what}}; }
-Json ToJson(const ReportDone&) { return {{"message", "done"}}; }
+Json ToJson(const ReportDone& report) {
+  return {{"message", "done"}, {"written", report.isWritten}};
+}
 Json ToJson(const ReportFailed& report) {
-  return {{"message", "failed"},
-          {"status", static_cast<int>(report.status)},
-          {"what", report.what},
-          {"next", report.next},
-          {"log", report.log}};
+  return {{"message", "failed"}, {"status", static_cast<int>(report.status)},
+          {"what", report.what}, {"next", report.next},
+          {"log", report.log},   {"replaced", report.isReplaced}};
 }
 
 ReportFailed TakeFailed(Members& members) {
   const auto status = members.TakeNumber<int>("status", static_cast<int>(Exit::InLoader));
   if (status == static_cast<int>(Exit::Done)) throw MessageError("its status is not a failure");
   return {static_cast<Exit>(status), members.Take<std::string>("what"),
-          members.Take<std::string>("next"), members.Take<std::vector<std::string>>("log")};
+          members.Take<std::string>("next"), members.Take<std::vector<std::string>>("log"),
+          members.Take<bool>("replaced")};
 }
 
 WorkerReport TakeReport(Members& members) {
   const std::string& kind = members.Kind();
+  if (kind == "waiting") return ReportWaiting{};
+  if (kind == "found") return ReportFound{members.TakeOptional<std::uint16_t>("version")};
   if (kind == "progress") {
     return ReportProgress{members.TakeNumber<std::int32_t>("percent", kMostPercent)};
   }
   if (kind == "state") return ReportState{members.TakeOptional<std::uint16_t>("version")};
   if (kind == "failing") return ReportFailing{members.Take<std::string>("what")};
-  if (kind == "done") return ReportDone{};
+  if (kind == "done") return ReportDone{members.Take<bool>("written")};
   if (kind == "failed") return TakeFailed(members);
   throw MessageError("\"" + kind + "\" is not a kind of report");
 }
@@ -137,7 +144,8 @@ std::string ToLine(const WorkerJob& job) {
                {"allow_older", job.rules.allowsOlder},
                {"stay_in_loader", job.staysInLoader},
                {"retries", job.retries},
-               {"patience", job.patience}});
+               {"patience", job.patience},
+               {"station", job.isForStation}});
 }
 
 WorkerJob ReadJob(const std::string& line) {
@@ -158,6 +166,7 @@ WorkerJob ReadJob(const std::string& line) {
   job.staysInLoader = members.Take<bool>("stay_in_loader");
   job.retries = members.TakeNumber<int>("retries");
   job.patience = members.TakeNumber<int>("patience");
+  job.isForStation = members.Take<bool>("station");
   members.RejectOthers();
   return job;
 }

@@ -11,15 +11,18 @@
 //
 // From the worker, on its standard output:
 //
+//   waiting   another process writes the hub, and the worker waits for it
+//   found     "version": what the hub runs before anything is written
 //   progress  "percent": how far the update is
 //   state     "version": what the hub runs now
 //   failing   "what" failed: the update, which the worker can try again
-//   done      the hub runs the image; the last message
+//   done      the hub runs the image, and whether it had to be "written"; the last message
 //   failed    "status": exit status, "what" failed, "next": what to do, "log": the last lines of
-//             the log; the last message
+//             the log, and whether the hub is "replaced" by another one; the last message
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -49,7 +52,8 @@ struct WorkerJob {
   UpdateRules rules = {};
   bool staysInLoader = false;
   int retries = 0;
-  int patience = 0;  ///< seconds to wait for a hub that has left
+  int patience = 0;           ///< seconds to wait for a hub that has left
+  bool isForStation = false;  ///< where hubs are exchanged, and another process is waited for
 
   bool operator==(const WorkerJob&) const = default;
 };
@@ -65,6 +69,10 @@ bool IsRetryLine(const std::string& line);
 /// What a hub runs: a version, or none in its loader.
 using RunningVersion = std::optional<std::uint16_t>;
 
+struct ReportWaiting {};
+struct ReportFound {
+  RunningVersion version;
+};
 struct ReportProgress {
   std::int32_t percent;
 };
@@ -74,15 +82,21 @@ struct ReportState {
 struct ReportFailing {
   std::string what;
 };
-struct ReportDone {};
+struct ReportDone {
+  bool isWritten;
+};
 struct ReportFailed {
   Exit status;
   std::string what;
   std::string next;
   std::vector<std::string> log;
+  bool isReplaced;
 };
-using WorkerReport =
-    std::variant<ReportProgress, ReportState, ReportFailing, ReportDone, ReportFailed>;
+using WorkerReport = std::variant<ReportWaiting, ReportFound, ReportProgress, ReportState,
+                                  ReportFailing, ReportDone, ReportFailed>;
+
+/// Takes what becomes of the hub.
+using Reporter = std::function<void(const WorkerReport&)>;
 
 std::string ToLine(const WorkerReport& report);
 /// Throws MessageError.

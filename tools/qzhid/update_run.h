@@ -2,51 +2,24 @@
 #pragma once
 
 #include <cstddef>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "qzhid/hubs.h"
-#include "qzhid/image.h"
-#include "qzhid/outcome.h"
-#include "qzhid/process.h"
-#include "qzhid/progress.h"
 #include "qzhid/update_display.h"
-#include "qzhid/update_messages.h"
+#include "qzhid/update_job.h"
+#include "qzhid/update_options.h"
+#include "qzhid/worker_process.h"
 
 namespace qzhid {
 
 /// What an update or a recovery is to do.
-struct UpdateOptions {
+struct UpdateOptions : WriteOptions {
   std::vector<std::string> hubs;
-  std::string image;
-  std::string sha256;    ///< what the image must have; empty: any
   std::size_t jobs = 4;  ///< hubs that are written at a time
-  int retries = 2;
-  int patience = 30;  ///< seconds to wait for a hub that has left
   bool isAll = false;
   bool isAgreed = false;
   bool isDryRun = false;
-  bool staysInLoader = false;
-  UpdateRules rules;
   ProgressStyle style = ProgressStyle::Auto;
-};
-
-/// One hub, and its worker while it is written.
-struct UpdateJob {
-  enum class State { Ready, Writing, Done };
-
-  Hub hub;
-  Progress progress;
-  State state = State::Ready;
-  Outcome outcome = Outcome::NotStarted;
-  std::string from = "?";  ///< what the hub ran before
-  std::string runs = "?";  ///< what it runs now, as far as that is known
-  int retries = 0;         ///< that were made
-  std::optional<Failure> failure{};
-  std::optional<Process> worker{};
-  std::string heard{};  ///< the beginning of the worker's next line
-  std::string log{};    ///< the worker's log file, where there is one
 };
 
 class UpdateRun {
@@ -65,25 +38,20 @@ class UpdateRun {
   std::size_t Count(Outcome outcome) const;
 
  private:
-  void Finish(UpdateJob& job, Outcome outcome, const Failure* failure = nullptr);
   void Finish(UpdateJob& job, const Failure& failure);
+  void ShowOutcome(const UpdateJob& job);
   void Check(UpdateJob& job, std::size_t attached);
-  void Start(UpdateJob& job, std::size_t number);
   void StartNext();
   bool Listen();
-  void HearLines(UpdateJob& job);
-  void Hear(UpdateJob& job, const std::string& line);
   void Take(UpdateJob& job, const WorkerReport& report);
-  void TakeFailing(UpdateJob& job, const ReportFailing& report);
-  void End(UpdateJob& job);
   void SayInterrupted();
   std::vector<ShownHub> ShownHubs() const;
 
   Host& host_;
   const UpdateOptions& options_;
   const Image& image_;
-  std::string imageCopy_;
   std::vector<UpdateJob> jobs_;
+  WorkerStarter workers_;
   UpdateDisplay display_;
 };
 

@@ -2,15 +2,15 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "qzhid/commands.h"
 #include "qzhid/hub_writer.h"
 #include "qzhid/image.h"
-#include "qzhid/state.h"
+#include "qzhid/port_lock.h"
 #include "qzhid/system.h"
-#include "qzhid/update_check.h"
 #include "qzhid/update_messages.h"
 
 namespace qzhid {
@@ -28,15 +28,24 @@ bool IsToldToRetry() {
   return std::getline(std::cin, line) && IsRetryLine(line);
 }
 
+// One process at a time; a station waits until it is the one, because a hub that another process
+// still writes is one of its own, which was written before the station was started again.
+void AwaitTurn(Host& host, const WorkerJob& job, std::optional<PortLock>& lock) {
+  constexpr std::chrono::milliseconds kBetweenTries{250};
+  const std::string name = LockName(host, job.location);
+  for (bool isFirst = true; !lock.emplace(name).IsHeld(); isFirst = false) {
+    if (!job.isForStation) throw IsBeingWritten(job.location);
+    if (isFirst) SendReport(ReportWaiting{});
+    Clock().Sleep(kBetweenTries);
+  }
+}
+
 void Work(Host& host, const WorkerJob& job) {
   const Image image = ReadImage(job.image);
-  const Hub hub = HubAt(host, job.location);
-  const HubState before = ReadState(host, hub);
-  // The hub may be another one than when the user was asked.
-  if (CheckHub(hub, before, image, job.rules) == Verdict::Write) {
-    WriteHub(host, job, hub, image.version, SendReport, IsToldToRetry);
-  }
-  SendReport(ReportDone{});
+  std::optional<PortLock> turn;
+  AwaitTurn(host, job, turn);
+  Clock clock;
+  WriteHub(host, job, image, clock, SendReport, IsToldToRetry);
 }
 
 WorkerJob TakeJob() {
@@ -67,7 +76,11 @@ void RunWorker(Host& host) {
   try {
     Work(host, job);
   } catch (const Failure& failure) {
-    ReportFailed report{failure.Status(), failure.what(), failure.Next(), {}};
+    ReportFailed report{failure.Status(),
+                        failure.what(),
+                        failure.Next(),
+                        {},
+                        dynamic_cast<const HubReplaced*>(&failure) != nullptr};
     if (job.isVerbose) report.log = failure.Log().empty() ? host.LastLogLines() : failure.Log();
     SendReport(report);
   }

@@ -4,6 +4,8 @@
 #include <memory>
 
 #include "qzhub/attachment.h"
+#include "qzhub/control_input.h"
+#include "qzhub/scenario_file.h"
 #include "qzhub/usbip_commands.h"
 
 namespace qzhub {
@@ -36,6 +38,7 @@ void Attach(const std::string& scenarioFile) {
                                    [&orStop, &added] { orStop([&added] { added.Serve(); }); }));
     }
   });
+  const ControlInput control(machine, !scenario.controlFile.empty(), stop, log);
   for (std::future<void>& attachment : running) attachment.get();
 }
 
@@ -49,7 +52,9 @@ void AddAttachCommand(CLI::App& app) {
                       "JSON file that describes the devices, default: one hub and one keyboard");
   command->callback([scenario] { Attach(*scenario); });
   command->footer(
-      "Keeps the devices attached until SIGINT or SIGTERM.\n\nExamples:\n"
+      "Keeps the devices attached until SIGINT or SIGTERM. Standard input takes lines as\n"
+      "'qzhub plug', 'unplug' and 'power-loss' write them, such as \"unplug "
+      "dock-a\".\n\nExamples:\n"
       "  modprobe vhci-hcd && qzhub attach --scenario two-hubs.json");
 }
 

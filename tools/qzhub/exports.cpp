@@ -1,7 +1,5 @@
 #include "qzhub/exports.h"
 
-#include <stdexcept>
-
 namespace qzhub {
 
 namespace {
@@ -17,18 +15,6 @@ std::vector<Export> ExportsOf(const virtualhub::Scenario& scenario) {
     exports.push_back({device.name, {kBusNumber, number}});
   }
   return exports;
-}
-
-virtualhub::Scenario LoadScenario(const std::string& file) {
-  virtualhub::Scenario scenario;
-  try {
-    scenario = file.empty() ? virtualhub::DefaultScenario() : virtualhub::ReadScenarioFile(file);
-  } catch (const virtualhub::ScenarioError& error) {
-    throw std::runtime_error(file + ": " + error.what());
-  }
-  if (scenario.devices.empty()) throw std::runtime_error(file + ": the scenario has no devices");
-  scenario.time = virtualhub::Clock::Mode::Real;
-  return scenario;
 }
 
 }  // namespace qzhub

@@ -5,6 +5,7 @@
 
 #include "common/help_command.h"
 #include "common/standard_streams.h"
+#include "qzhub/control_commands.h"
 #include "qzhub/image_command.h"
 #include "qzhub/usbip_commands.h"
 
@@ -21,6 +22,7 @@ int Run(int argc, char** argv) {
   qzhub::AddImageCommand(app);
   qzhub::AddServeCommand(app);
   qzhub::AddAttachCommand(app);
+  qzhub::AddControlCommands(app);
   tools::AddHelpCommand(app, "qzhub help serve");
   app.footer(
       "Examples:\n  qzhub image --out new.bin --version 2.10\n  qzhub help image\n\n"

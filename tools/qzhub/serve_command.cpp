@@ -2,6 +2,8 @@
 #include <cstdlib>
 #include <memory>
 
+#include "qzhub/control_input.h"
+#include "qzhub/scenario_file.h"
 #include "qzhub/server.h"
 #include "qzhub/socket.h"
 #include "qzhub/usbip_commands.h"
@@ -27,6 +29,7 @@ void Serve(const ServeOptions& options) {
     log.Event("exported " + exported.name + " busid=" + exported.place.Busid());
   }
   log.Event("listening " + LocalAddress(listener.get()).Text());
+  const ControlInput control(machine, !scenario.controlFile.empty(), stop, log);
   Server server(machine, exports, stop, log);
   if (server.Run(listener.get())) return;
   // Transfers are under way that may take long: nobody waits for them.
@@ -57,7 +60,9 @@ void AddServeCommand(CLI::App& app) {
                       "JSON file that describes the devices, default: one hub and one keyboard");
   command->callback([options] { Serve(*options); });
   command->footer(
-      "Serves up to 256 clients at once, until SIGINT or SIGTERM.\n\nExamples:\n  qzhub serve\n"
+      "Serves up to 256 clients at once, until SIGINT or SIGTERM. Standard input takes lines as\n"
+      "'qzhub plug', 'unplug' and 'power-loss' write them, such as \"unplug dock-a\".\n\n"
+      "Examples:\n  qzhub serve\n"
       "  qzhub serve --listen 192.0.2.1:3240 --scenario two-hubs.json");
 }
 

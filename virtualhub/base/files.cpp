@@ -19,6 +19,13 @@ namespace fs = std::filesystem;
 // What the last call of the standard library failed with.
 std::error_code LastError() { return {errno, std::generic_category()}; }
 
+std::ifstream Open(const fs::path& path) {
+  errno = 0;
+  std::ifstream file(path, std::ios::binary);
+  if (!file) Fail("cannot be opened", LastError());
+  return file;
+}
+
 // A new folder for one file beside the place where that file will be. Nobody else can have put
 // anything into it, such as a link, and it is removed at the end.
 class TemporaryFolder {
@@ -68,10 +75,18 @@ Bytes ReadWholeStream(std::istream& stream, std::size_t most) {
 Bytes ReadWholeFile(const std::filesystem::path& path, std::size_t most) {
   std::error_code error;
   if (std::filesystem::is_directory(path, error)) throw FileError("is a folder");
-  errno = 0;
-  std::ifstream file(path, std::ios::binary);
-  if (!file) Fail("cannot be opened", LastError());
+  std::ifstream file = Open(path);
   return ReadWholeStream(file, most);
+}
+
+Bytes ReadFilePart(const fs::path& path, std::uintmax_t offset, std::size_t size) {
+  std::ifstream file = Open(path);
+  Bytes bytes(size);
+  file.seekg(static_cast<std::streamoff>(offset));
+  file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(size));
+  if (file.bad()) throw FileError("cannot be read");
+  bytes.resize(static_cast<std::size_t>(file.gcount()));
+  return bytes;
 }
 
 void WriteFile(const fs::path& path, ByteView bytes) {

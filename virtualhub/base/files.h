@@ -1,6 +1,7 @@
 // Files that are read and written as a whole.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <istream>
 #include <stdexcept>
@@ -21,6 +22,9 @@ Bytes ReadWholeStream(std::istream& stream, std::size_t most);
 
 /// The contents of a file, by the same rules. A folder cannot be read.
 Bytes ReadWholeFile(const std::filesystem::path& path, std::size_t most);
+
+/// At most `size` bytes of a file from `offset` on; fewer when it ends before. Throws FileError.
+Bytes ReadFilePart(const std::filesystem::path& path, std::uintmax_t offset, std::size_t size);
 
 /// Writes to the file, device or pipe of that name, or makes a file. Throws FileError.
 void WriteFile(const std::filesystem::path& path, ByteView bytes);

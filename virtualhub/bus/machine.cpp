@@ -57,6 +57,14 @@ Machine::Machine(const Scenario& scenario)
   });
   for (const Fault& fault : scenario.faults) AddFault(fault);
   if (scenario.record) recorder_.Start();
+  if (scenario.controlFile.empty()) return;
+  control_ = ControlFile(scenario.controlFile);
+  ReadControl();
+  // What the lines so far did is over.
+  for (Device& device : devices_) {
+    if (device.returnAtUs) Arrive(device, 0);
+    device.readyAtUs = 0;
+  }
 }
 
 Machine::~Machine() {
@@ -77,6 +85,10 @@ void Machine::Save() {
 void Machine::LoadState(Device& device) {
   if (stateFolder_.empty() || !device.hub) return;
   const auto file = StateFilePath(stateFolder_, device.config.name);
+  std::error_code unknown;
+  const auto savedAt = std::filesystem::last_write_time(file, unknown);
+  if (device.savedAt == savedAt) return;
+  device.savedAt = savedAt;
   try {
     LoadStateFile(file, *device.hub);
     device.savedFlash = device.hub->SaveFlash();
@@ -96,6 +108,7 @@ void Machine::SaveState(Device& device) {
   try {
     SaveStateFile(file, *device.hub);
     device.savedFlash = std::move(flash);
+    device.savedAt = std::filesystem::last_write_time(file, unknown);
   } catch (const FileError& error) {
     std::cerr << "virtualhub: the state file " << file.string() << ' ' << error.what() << '\n';
   }
@@ -104,6 +117,7 @@ void Machine::SaveState(Device& device) {
 // ---- The bus ------------------------------------------------------------------------------------
 
 void Machine::CatchUp() {
+  ReadControl();
   const std::uint64_t now = clock_.NowUs();
   if (now < nextChangeUs_) return;
   nextChangeUs_ = 0;  // if memory runs out on the way, the rest is done later

@@ -20,6 +20,8 @@
 #include "virtualhub/bus/usb_tree.h"
 #include "virtualhub/hub/hub.h"
 #include "virtualhub/hub/report_channel.h"
+#include "virtualhub/scenario/control_file.h"
+#include "virtualhub/scenario/control_line.h"
 #include "virtualhub/scenario/scenario.h"
 
 namespace virtualhub {
@@ -44,7 +46,7 @@ struct FirmwareDouble {
 };
 
 /// Any thread may call any function, except where it says otherwise. Devices leave and come back as
-/// time passes; each call first carries out what is due.
+/// time passes, and as the lines of the control file say; each call first carries out what is due.
 class Machine {
  public:
   explicit Machine(const Scenario& scenario);
@@ -102,6 +104,14 @@ class Machine {
   void AddHandle(HandleKind kind) { ++handles_[static_cast<std::size_t>(kind)]; }
   void DropHandle(HandleKind kind) { --handles_[static_cast<std::size_t>(kind)]; }
 
+  // ---- What a user does ------------------------------------------------------------------------
+
+  /// Carries out a line as a control file has them. Throws ControlError.
+  void Control(const std::string& line);
+
+  /// Carries out what is due in a machine that nothing else is asked of.
+  void FollowControl();
+
   // ---- What a test does ------------------------------------------------------------------------
 
   /// Numbers of the named device's nodes, the HID node being the one that takes its reports; 0
@@ -150,6 +160,8 @@ class Machine {
   struct Device {
     explicit Device(const DeviceConfig& config);
     bool present() const { return nodes.hid != 0; }
+    /// On the bus, or back there after a while.
+    bool plugged() const { return present() || returnAtUs; }
 
     DeviceConfig config;
     PortPath port;
@@ -160,8 +172,9 @@ class Machine {
     UsbIds ids;              ///< as of its last arrival
     std::optional<std::uint64_t> leaveAtUs, returnAtUs;
     std::uint64_t readyAtUs = 0;
-    std::uint64_t heldUntilUs = 0;  ///< by another program
-    Bytes savedFlash;               ///< as it was last loaded or saved
+    std::uint64_t heldUntilUs = 0;                           ///< by another program
+    Bytes savedFlash;                                        ///< as it was last loaded or saved
+    std::optional<std::filesystem::file_time_type> savedAt;  ///< of the file at that time
   };
 
   Result BeginCall(Service service, DevInst node);
@@ -174,6 +187,9 @@ class Machine {
   void LosePlug(Device& device, std::optional<std::uint32_t> returnMs, const std::string& port);
   void LosePower(Device& device, std::optional<std::uint32_t> returnMs, const std::string& port);
   void StartReset(Device& device);
+  void ReadControl();
+  void CarryOut(const std::string& controlLine);
+  void PlugIn(Device& device, const std::string& port);
   void LoadState(Device& device);
   void SaveState(Device& device);
 
@@ -198,6 +214,7 @@ class Machine {
   Clock clock_;
   HostConfig host_;
   std::filesystem::path stateFolder_;
+  std::optional<ControlFile> control_;
   std::mutex mutex_;
   UsbTree tree_;
   std::vector<Device> devices_;

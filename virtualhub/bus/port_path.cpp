@@ -1,5 +1,6 @@
 #include "virtualhub/bus/port_path.h"
 
+#include <algorithm>
 #include <charconv>
 
 namespace virtualhub {
@@ -38,6 +39,12 @@ std::optional<PortPath> PortPath::Parse(const std::string& text) {
     if (rest.front() != '.') return std::nullopt;
     rest.remove_prefix(1);
   }
+}
+
+bool PortPath::IsInTheWayOf(const PortPath& other) const {
+  const auto [here, there] =
+      std::mismatch(ports.begin(), ports.end(), other.ports.begin(), other.ports.end());
+  return root == other.root && (here == ports.end() || there == other.ports.end());
 }
 
 PortPath PortPath::Parent() const { return {root, {ports.begin(), ports.end() - 1}}; }

@@ -16,6 +16,9 @@ struct PortPath {
 
   static std::optional<PortPath> Parse(const std::string& text);
   PortPath Parent() const;
+  /// Whether a device here and one there cannot be at the same time: it is the same port, or one is
+  /// on the way to the other.
+  bool IsInTheWayOf(const PortPath& other) const;
   auto operator<=>(const PortPath&) const = default;  // NOLINT(modernize-use-nullptr)
 };
 

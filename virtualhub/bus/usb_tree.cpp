@@ -185,6 +185,10 @@ void UsbTree::Detach(Instance& instance) {
   instance = {};
 }
 
+bool UsbTree::HasHub(const PortPath& place) const {
+  return hubs_.contains(place) || hubOverrides_.contains(place);
+}
+
 const Node* UsbTree::Find(DevInst node) const {
   const auto found = nodes_.find(node);
   return found == nodes_.end() ? nullptr : &found->second;

@@ -71,6 +71,9 @@ class UsbTree {
   Instance Attach(const PortPath& place, UsbIds ids, const DeviceNodes& nodes);
   void Detach(Instance& instance);
 
+  /// Whether a hub is there, so that no device can be.
+  bool HasHub(const PortPath& place) const;
+
   /// The present node of that number, null when there is none.
   const Node* Find(DevInst node) const;
 

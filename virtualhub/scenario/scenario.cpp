@@ -158,18 +158,12 @@ DeviceConfig ReadDevice(const JsonReader& in, const std::filesystem::path& folde
   return device;
 }
 
-bool IsBelow(const PortPath& place, const PortPath& above) {
-  return place.root == above.root && place.ports.size() > above.ports.size() &&
-         std::equal(above.ports.begin(), above.ports.end(), place.ports.begin());
-}
-
 void ReadDevices(const JsonReader& in, const std::filesystem::path& folder, Scenario& scenario) {
   for (const JsonReader& item : in.Items()) {
     const DeviceConfig device = ReadDevice(item, folder);
     for (const DeviceConfig& other : scenario.devices) {
       if (other.name == device.name) item.Member("name").Fail("two devices have this name");
-      if (other.port == device.port || IsBelow(other.port, device.port) ||
-          IsBelow(device.port, other.port)) {
+      if (device.plugged && other.plugged && other.port.IsInTheWayOf(device.port)) {
         item.Member("port").Fail("the device \"" + other.name + "\" is in the way");
       }
     }
@@ -221,6 +215,7 @@ Scenario ReadRoot(const JsonReader& in, const std::filesystem::path& folder) {
     }
   }
   in.Flag("record", scenario.record);
+  if (in.Has("control")) scenario.controlFile = folder / in.Member("control").Text();
   if (in.Has("state_folder")) scenario.stateFolder = folder / in.Member("state_folder").Text();
   return scenario;
 }

@@ -48,6 +48,7 @@ struct Scenario {
   std::vector<Fault> faults;
   bool record = false;
   std::filesystem::path stateFolder;  ///< empty: flash contents are not saved
+  std::filesystem::path controlFile;  ///< empty: none
 };
 
 /// Why a scenario is rejected: the place (JSON pointer, or line and column) and the reason.

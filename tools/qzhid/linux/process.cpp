@@ -16,8 +16,6 @@ namespace qzhid {
 
 namespace {
 
-constexpr int kPatienceMs = 100;
-
 [[noreturn]] void Fail(int error) { throw NotStarted(std::strerror(error)); }
 
 }  // namespace
@@ -89,13 +87,16 @@ std::string Process::Ending() {
   return "it ended with status " + std::to_string(WEXITSTATUS(status));
 }
 
-void Process::AwaitOutput(const std::vector<const Process*>& processes) {
+void Process::AwaitOutput(const std::vector<const Process*>& processes,
+                          const std::vector<std::intptr_t>& handles,
+                          std::chrono::milliseconds time) {
   std::vector<pollfd> files;
-  files.reserve(processes.size());
+  files.reserve(processes.size() + handles.size());
   for (const Process* process : processes) {
     files.push_back({process->data_->output.readEnd.get(), POLLIN, 0});
   }
-  poll(files.data(), files.size(), kPatienceMs);
+  for (const std::intptr_t handle : handles) files.push_back({static_cast<int>(handle), POLLIN, 0});
+  poll(files.data(), files.size(), static_cast<int>(time.count()));
 }
 
 }  // namespace qzhid

@@ -1,13 +1,16 @@
 #include "qzhid/system.h"
 
 #include <dlfcn.h>
+#include <link.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 namespace qzhid::system {
 
@@ -37,6 +40,21 @@ void* LoadLibraryFile(const std::string& file, std::string& reason) {
 void UnloadLibraryFile(void* library) { dlclose(library); }
 
 void* FindFunction(void* library, const char* name) { return dlsym(library, name); }
+
+std::string LibraryVersion(void* library) {
+  constexpr std::string_view kBefore = ".so.";
+  const link_map* map = nullptr;
+  if (dlinfo(library, RTLD_DI_LINKMAP, &map) != 0) return "";
+  std::error_code error;
+  const std::string name = std::filesystem::canonical(map->l_name, error).filename().string();
+  const std::size_t at = name.find(kBefore);
+  return at == std::string::npos ? "" : name.substr(at + kBefore.size());
+}
+
+std::string HostName() {
+  std::array<char, 256> name{};
+  return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
+}
 
 bool IsTerminal(Stream stream) { return isatty(static_cast<int>(stream)) == 1; }
 

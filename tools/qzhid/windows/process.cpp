@@ -8,7 +8,6 @@ namespace qzhid {
 
 namespace {
 
-constexpr DWORD kPatienceMs = 100;
 constexpr DWORD kPollEveryMs = 20;
 
 [[noreturn]] void Fail() { throw NotStarted("system error " + std::to_string(GetLastError())); }
@@ -102,15 +101,27 @@ std::string Process::Ending() {
   return "it ended with status " + std::to_string(status);
 }
 
-void Process::AwaitOutput(const std::vector<const Process*>& processes) {
+void Process::AwaitOutput(const std::vector<const Process*>& processes,
+                          const std::vector<std::intptr_t>& handles,
+                          std::chrono::milliseconds time) {
   // Pipes cannot be waited for, and a thread that read them would switch the library's log on.
-  for (DWORD waited = 0; waited < kPatienceMs; waited += kPollEveryMs) {
+  std::vector<HANDLE> ready;
+  ready.reserve(handles.size());
+  for (const std::intptr_t handle : handles) ready.push_back(reinterpret_cast<HANDLE>(handle));
+  const DWORD patience = static_cast<DWORD>(time.count());
+  const DWORD step = processes.empty() ? patience : kPollEveryMs;
+  for (DWORD waited = 0; waited < patience; waited += step) {
     for (const Process* process : processes) {
       DWORD size = 0;
       const HANDLE pipe = process->data_->output.readEnd.Get();
       if (PeekNamedPipe(pipe, nullptr, 0, nullptr, &size, nullptr) == 0 || size > 0) return;
     }
-    Sleep(kPollEveryMs);
+    if (ready.empty()) {
+      Sleep(step);
+    } else if (WaitForMultipleObjects(static_cast<DWORD>(ready.size()), ready.data(), FALSE,
+                                      step) != WAIT_TIMEOUT) {
+      return;
+    }
   }
 }
 

@@ -33,6 +33,29 @@ void* FindFunction(void* library, const char* name) {
   return reinterpret_cast<void*>(GetProcAddress(reinterpret_cast<HMODULE>(library), name));
 }
 
+std::string LibraryVersion(void* library) {
+  std::array<wchar_t, 32768> path{};
+  GetModuleFileNameW(reinterpret_cast<HMODULE>(library), path.data(),
+                     static_cast<DWORD>(path.size()));
+  std::vector<char> facts(GetFileVersionInfoSizeW(path.data(), nullptr));
+  VS_FIXEDFILEINFO* version = nullptr;
+  UINT size = 0;
+  if (facts.empty() ||
+      GetFileVersionInfoW(path.data(), 0, static_cast<DWORD>(facts.size()), facts.data()) == 0 ||
+      VerQueryValueW(facts.data(), L"\\", reinterpret_cast<void**>(&version), &size) == 0) {
+    return "";
+  }
+  return std::to_string(HIWORD(version->dwFileVersionMS)) + '.' +
+         std::to_string(LOWORD(version->dwFileVersionMS)) + '.' +
+         std::to_string(HIWORD(version->dwFileVersionLS));
+}
+
+std::string HostName() {
+  std::array<char, 256> name{};
+  DWORD size = static_cast<DWORD>(name.size());
+  return GetComputerNameExA(ComputerNameDnsHostname, name.data(), &size) != 0 ? name.data() : "";
+}
+
 bool IsTerminal(Stream stream) { return _isatty(static_cast<int>(stream)) != 0; }
 
 void PassBytesUnchanged(Stream stream) { _setmode(static_cast<int>(stream), _O_BINARY); }

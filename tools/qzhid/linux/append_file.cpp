@@ -1,0 +1,103 @@
+#include "qzhid/append_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "common/descriptor.h"
+
+namespace qzhid {
+
+namespace {
+
+constexpr int kTries = 20;
+constexpr useconds_t kBetweenTriesUs = 100000;
+
+[[noreturn]] void Fail(const std::string& what, int error) {
+  throw tools::FileError(what + ": " + std::strerror(error));
+}
+
+// Also the entry in its folder, which is new.
+void SyncFolder(const std::filesystem::path& path) {
+  const std::filesystem::path folder = std::filesystem::absolute(path).parent_path();
+  const tools::Descriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  fsync(opened.get());  // not every file system can
+}
+
+std::uint64_t SizeOf(int file) {
+  struct stat facts {};
+  if (fstat(file, &facts) != 0) Fail("cannot be examined", errno);
+  if (!S_ISREG(facts.st_mode)) throw tools::FileError("is not a regular file");
+  return static_cast<std::uint64_t>(facts.st_size);
+}
+
+}  // namespace
+
+AppendFile::AppendFile(const std::filesystem::path& path) {
+  constexpr mode_t kMode = 0666;
+  tools::Descriptor file(
+      open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, kMode));
+  if (!file) Fail("cannot be opened", errno);
+  SizeOf(file.get());
+  for (int tries = 1; flock(file.get(), LOCK_EX | LOCK_NB) != 0; ++tries) {
+    if (errno != EWOULDBLOCK) break;  // not every file system can
+    if (tries == kTries) throw tools::FileError("is open in another station");
+    usleep(kBetweenTriesUs);
+  }
+  SyncFolder(path);
+  handle_ = dup(file.get());
+  if (handle_ < 0) Fail("cannot be opened", errno);
+  fcntl(static_cast<int>(handle_), F_SETFD, FD_CLOEXEC);
+}
+
+AppendFile::~AppendFile() { close(static_cast<int>(handle_)); }
+
+void AppendFile::Append(const std::string& text) {
+  const int file = static_cast<int>(handle_);
+  const std::uint64_t size = SizeOf(file);
+  ssize_t written = 0;
+  do {
+    written = write(file, text.data(), text.size());
+  } while (written < 0 && errno == EINTR);
+  int error = written < 0 ? errno : ENOSPC;
+  if (written == static_cast<ssize_t>(text.size())) {
+    if (fsync(file) == 0) return;
+    error = errno;
+  }
+  if (ftruncate(file, static_cast<off_t>(size)) != 0) error = errno;
+  Fail("cannot be written", error);
+}
+
+void AppendFile::Reserve(std::size_t bytes) {
+  const int file = static_cast<int>(handle_);
+  const std::uint64_t size = SizeOf(file);
+  rlimit limit{};
+  if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY &&
+      size + bytes > limit.rlim_cur) {
+    Fail("has no room for more", EFBIG);
+  }
+  if (fallocate(file, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(size), static_cast<off_t>(bytes)) ==
+      0) {
+    return;
+  }
+  if (errno != EOPNOTSUPP && errno != ENOSYS) Fail("has no room for more", errno);
+  struct statvfs disk {};
+  if (fstatvfs(file, &disk) == 0 && disk.f_bavail * disk.f_frsize < bytes) {
+    Fail("has no room for more", ENOSPC);
+  }
+}
+
+void AppendFile::Cut(std::uint64_t size) {
+  if (ftruncate(static_cast<int>(handle_), static_cast<off_t>(size)) != 0) {
+    Fail("cannot be shortened", errno);
+  }
+  fsync(static_cast<int>(handle_));
+}
+
+}  // namespace qzhid

@@ -1,0 +1,36 @@
+// One process at a time writes the hub at a port.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "qzhid/failure.h"
+#include "qzhid/host.h"
+
+namespace qzhid {
+
+/// Held by this process while the object lives, unless another one of this computer, of any user,
+/// holds it. The system takes it from a process that dies.
+class PortLock {
+ public:
+  /// Tries once.
+  explicit PortLock(const std::string& name);
+  PortLock(const PortLock&) = delete;
+  PortLock& operator=(const PortLock&) = delete;
+  ~PortLock();
+
+  bool IsHeld() const { return isHeld_; }
+
+ private:
+  bool isHeld_ = false;
+  std::intptr_t handle_ = -1;
+};
+
+/// The name of the lock for a hub at that location. Virtual hubs are different ones in each
+/// scenario.
+std::string LockName(Host& host, const std::string& location);
+
+/// Why a hub whose lock is not free is left alone.
+Failure IsBeingWritten(const std::string& hub);
+
+}  // namespace qzhid
