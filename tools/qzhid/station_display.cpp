@@ -24,7 +24,7 @@ StationDisplay::StationDisplay(Host& host, const std::filesystem::path& page)
   if (host.MayMove()) screen_.emplace();
 }
 
-StationDisplay::~StationDisplay() {
+void StationDisplay::End() {
   page_.End();
   if (!screen_) return;
   screen_.reset();

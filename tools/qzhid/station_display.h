@@ -18,8 +18,7 @@ class StationDisplay {
  public:
   /// `page` is empty when no page is wanted.
   StationDisplay(Host& host, const std::filesystem::path& page);
-  /// Leaves the terminal as it was, and the last page.
-  ~StationDisplay();
+  ~StationDisplay() { End(); }
   StationDisplay(const StationDisplay&) = delete;
   StationDisplay& operator=(const StationDisplay&) = delete;
 
@@ -28,6 +27,8 @@ class StationDisplay {
   void Show(const StationView& view);
   /// Shows a remark that concerns no bay.
   void Say(const std::string& line);
+  /// Writes the last page, and leaves the terminal as it was: what follows is printed below that.
+  void End();
 
  private:
   void Draw();

@@ -187,6 +187,7 @@ std::string PageFile::Show(const StationView& view) {
 
 void PageFile::End() {
   if (!path_.empty() && shown_) Write(true);
+  shown_.reset();
 }
 
 std::string PageFile::Write(bool hasEnded) {
