@@ -48,7 +48,7 @@ def main(programs, folder, *names):
     except browser.CannotRun as reason:
         print(reason)
         return 77
-    checks.PageTest.programs, checks.PageTest.folder = pathlib.Path(programs), folder
+    checks.PageTest.programs, checks.PageTest.folder = pathlib.Path(programs).resolve(), folder
     checks.PageTest.chromium = chromium
     try:
         result = unittest.TextTestRunner(verbosity=2, resultclass=Report).run(tests)

@@ -1,8 +1,11 @@
 """The page of a factory station."""
 import json
+import os
 import pathlib
+import signal
 import subprocess
 import sys
+import tempfile
 import time
 
 import checks
@@ -13,6 +16,39 @@ import terminal  # noqa: E402
 
 STOPPED = {"stopped": sample.NO_SPACE}
 SIZES = (1920, 1080), (1280, 720), (1080, 1920)
+
+
+class RunningStation:
+    """A station with two bays, into which two virtual hubs can be plugged."""
+
+    def __init__(self, programs, folder):
+        self.folder = pathlib.Path(folder)
+        hub = {"plugged": False, "timing": {"latency_us": 1000}}
+        self.folder.joinpath("scenario.json").write_text(json.dumps({
+            "control": "hands.txt", "state_folder": "state",
+            "devices": [{"name": "a", "port": "1", **hub}, {"name": "b", "port": "2", **hub}]}))
+        subprocess.run([programs / "qzhub", "image", "--out", self.folder / "new.bin", "--version", "0210"],
+                       check=True, timeout=20)
+        self.command = [programs / "qzhid", "--virtual", "station", "--image", "new.bin", "--record",
+                        "units.jsonl", "--page", "page.html", "--bay", "left=1-1", "--bay", "right=1-2"]
+
+    def __enter__(self):
+        self.start()
+        return self
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.wait()
+
+    def start(self):
+        environment = {**os.environ, "QZ_VIRTUAL_HUB": "scenario.json", "XDG_CONFIG_HOME": str(self.folder)}
+        self.process = subprocess.Popen(self.command, cwd=self.folder, env=environment,
+                                        stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                        stderr=subprocess.DEVNULL)
+
+    def plug(self, name):
+        with open(self.folder / "hands.txt", "a") as hands:
+            hands.write(f"plug {name}\n")
 
 
 class StationPageTest(checks.PageTest):
@@ -152,6 +188,30 @@ class StationPageTest(checks.PageTest):
         self.assertFalse(self.is_shown("#old"))
         self.check_shown()
         self.picture("ended")
+
+    def test_the_page_of_a_running_station_follows_it_to_its_end(self):
+        with tempfile.TemporaryDirectory() as folder, RunningStation(self.programs, folder) as station:
+            page = pathlib.Path(folder, "page.html")
+            self.wait_until(page.exists, "the first page")
+            self.chromium.open(page)
+            self.wait_until(lambda: self.texts(".word") == ["○ FREE", "○ FREE"], "two free bays")
+            station.plug("a")
+            self.wait_until(lambda: self.texts(".bar + .what"), "a hub that is written")
+            self.wait_until(lambda: self.texts(".word")[:1] == ["✓ PASS"], "PASS")
+            self.assertEqual(["1", "0", "100 %"], self.texts("dd")[:3])
+            self.check_source(page.read_text(encoding="utf-8"))
+            self.check_shown()
+            written = page.read_text(encoding="utf-8")
+            self.wait_until(lambda: page.read_text(encoding="utf-8") != written, "the page to be written again")
+            self.assertEqual(["✓ PASS", "○ FREE"], self.texts(".word"))
+            station.plug("b")
+            self.wait_until(lambda: self.texts(".bar + .what"), "a hub that is written")
+            station.process.kill()
+            self.wait_until(lambda: self.is_shown("#old"), "the page to be out of date")
+            station.start()
+            self.wait_until(lambda: not self.is_shown("#old"), "the page of the next station")
+            station.process.send_signal(signal.SIGINT)
+            self.wait_until(lambda: self.is_shown("#ended"), "the end")
 
     def test_pictures_for_the_manual(self):
         view = sample.many(4)

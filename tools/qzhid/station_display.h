@@ -22,8 +22,8 @@ class StationDisplay {
   StationDisplay(const StationDisplay&) = delete;
   StationDisplay& operator=(const StationDisplay&) = delete;
 
-  /// Shows the station: whenever something changed, and at least every ten seconds, because a page
-  /// that is not written again counts as out of date. Does nothing when nothing visible changed.
+  /// Shows the station: whenever something changed, and about once a second, because a page that is
+  /// not written again counts as out of date. Draws nothing when nothing visible changed.
   void Show(const StationView& view);
   /// Shows a remark that concerns no bay.
   void Say(const std::string& line);

@@ -17,10 +17,9 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-// How often a page is written at least, and how old it can be: three times as much, and more where
-// that is little.
+// How often a page is written at least, and how old it can be before it counts as out of date.
 constexpr seconds kBusyBeat{1}, kBusyAge{5};
-constexpr seconds kIdleBeat{10}, kIdleAge{30};
+constexpr seconds kIdleBeat{5}, kIdleAge{20};
 constexpr milliseconds kLeastPause{250};  // between two pages that differ in numbers only
 constexpr int kShortTroubles = 5;         // as when the browser has the file open on Windows
 
