@@ -189,8 +189,9 @@ void Station::Step() {
   if (Count(Stage::Recording) > 0) ShowRecorded();
   StartNext();
   const Clock::Time now = world_.Now();
-  const bool isMoving = Count(Stage::Working) > 0 && now - shownAt_ >= kRedraw;
-  if (!isChanged_ && !isMoving) return;
+  // Also while nothing moves: a page that is not written again counts as out of date.
+  const milliseconds pause = Count(Stage::Working) > 0 ? kRedraw : kLongestRest;
+  if (!isChanged_ && now - shownAt_ < pause) return;
   isChanged_ = false;
   shownAt_ = now;
   UpdateView();
