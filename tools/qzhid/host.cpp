@@ -15,6 +15,9 @@ constexpr std::size_t kShownLines = 10;
 constexpr std::streamoff kLongestTail = 0x10000;  // of a log that may be of any size
 constexpr int kFailuresOnly = 3;
 
+// Of the form of all results; it changes when a member is renamed, removed or means something else.
+constexpr int kSchema = 1;
+
 std::string TextOf(const nlohmann::ordered_json& object, int indent) {
   nlohmann::ordered_json whole = {{"schema", kSchema}};
   whole.update(object);

@@ -13,10 +13,6 @@
 
 namespace qzhid {
 
-/// The number of the form of all results, events and records; it changes when a member is renamed,
-/// removed or means something else.
-inline constexpr int kSchema = 1;
-
 nlohmann::ordered_json ToJson(const Failure& failure);
 
 struct Options {
