@@ -15,10 +15,14 @@ HubState ReadState(Host& host, const Hub& hub) {
     throw Failure(Exit::HubLost, "the hub does not answer", hub.Name(),
                   "unplug it, plug it in again and repeat the command");
   }
-  const OpenHub open(host, hub);
-  std::uint16_t version = 0;
-  // The hub has just answered: what has no version now is the loader.
-  if (host.Api().ReadDevVersion(open.Handle(), &version) != 0) state.version = version;
+  // The hub has just answered: what has no version now is the loader. But the library also fails
+  // to find a hub while others come and go, so that is not believed at once.
+  constexpr int kTries = 3;
+  for (int i = 0; i < kTries && !state.version; ++i) {
+    const OpenHub open(host, hub);
+    std::uint16_t version = 0;
+    if (host.Api().ReadDevVersion(open.Handle(), &version) != 0) state.version = version;
+  }
   return state;
 }
 
