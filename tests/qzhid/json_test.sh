@@ -52,6 +52,9 @@ flash-status|3|flash status
 doctor|0|doctor
 END
 takes failure 1 list --log /nowhere/log
+machine "$(hub)"
+takes station 0 station --image "$work/new.bin" --record "$work/units.jsonl" --once 1 --quiet
+takes failure 2 station --image "$work/new.bin"
 takes failure 5 image "$work/missing"
 machine "$(hub)"
 takes failure 1 i2c read --target 0xA2 --length 1

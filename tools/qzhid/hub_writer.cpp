@@ -13,6 +13,8 @@ namespace {
 
 constexpr std::chrono::milliseconds kBetweenLists{100};
 constexpr int kMostLooks = 2;
+// The library reports an erase and the first piece as done before it notices that the hub has left.
+constexpr std::int32_t kPerhapsErased = Progress::kErased + 1;
 
 // What went wrong in one try, and the last lines of the log at that time.
 struct Trouble {
@@ -57,11 +59,13 @@ class Writer {
 
   /// Throws HubReplaced when the hub that is at the port after a try cannot be the one before.
   void CheckReturn(const Trouble& trouble, const Hub& before, const Sight& sight) const {
-    // Without a bank, erased flash runs nothing. A hub with two banks is taken for another one
-    // here, which costs a record; the other way round, a hub would be left half written.
+    // When the flash is erased, a hub runs nothing but the whole image. A hub with two banks is
+    // taken for another one here, which costs a record; the other way round, a hub would be left
+    // half written.
     const auto version = sight.state->version;
-    bool isOther = job_.isForStation && sight.wasUnplugged && isErased_ && version &&
-                   *version != image_.version;
+    const bool isPossible = !version || percent_ <= kPerhapsErased ||
+                            (percent_ >= Progress::kWritten && *version == image_.version);
+    bool isOther = job_.isForStation && sight.wasUnplugged && !isPossible;
     try {
       CheckHub(*sight.hub, *sight.state, image_,
                {.takesLoader = true, .isForced = job_.rules.isForced, .allowsOlder = true});
@@ -111,7 +115,7 @@ class Writer {
 
   // The library's callback has no argument for the writer.
   static void PassProgress(std::int32_t percent) {
-    if (percent >= Progress::kErased) s_writer->isErased_ = true;
+    s_writer->percent_ = std::max(s_writer->percent_, percent);
     s_writer->report_(ReportProgress{percent});
   }
   inline static Writer* s_writer = nullptr;
@@ -121,7 +125,7 @@ class Writer {
   const Image& image_;
   Clock& clock_;
   const Reporter& report_;
-  bool isErased_ = false;  ///< the old firmware may be gone
+  std::int32_t percent_ = 0;  ///< the most that was reported in all tries
 };
 
 Failure Explain(Exit status, const Trouble& trouble, const Hub& hub, const std::string& state,

@@ -15,8 +15,9 @@ enum class Phase { Preparing, Erasing, Writing, Checking, Starting, Done };
 /// How far the update of one hub is.
 class Progress {
  public:
-  /// What the library reports when the flash is erased.
+  /// What the library reports when the flash is erased, and when the image is in it.
   static constexpr std::int32_t kErased = 30;
+  static constexpr std::int32_t kWritten = 70;
 
   /// `size` is that of the image in bytes.
   explicit Progress(std::size_t size) : size_(size) {}

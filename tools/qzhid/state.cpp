@@ -9,16 +9,16 @@ std::string RecoverHub(const Hub& hub) {
 }
 
 HubState ReadState(Host& host, const Hub& hub) {
+  // A hub that answers and has no version is in its loader. But it may have left between the two
+  // answers, so that counts only when it is so again.
+  constexpr int kLooks = 2;
   const Patience patience(host, "hub " + hub.Name() + " to answer");
   HubState state;
-  if (host.Api().GetHubVIDPIDFromHidDevice(hub.instance, &state.vid, &state.pid) == 0) {
-    throw Failure(Exit::HubLost, "the hub does not answer", hub.Name(),
-                  "unplug it, plug it in again and repeat the command");
-  }
-  // The hub has just answered: what has no version now is the loader. But the library also fails
-  // to find a hub while others come and go, so that is not believed at once.
-  constexpr int kTries = 3;
-  for (int i = 0; i < kTries && !state.version; ++i) {
+  for (int looks = 0; looks < kLooks && !state.version; ++looks) {
+    if (host.Api().GetHubVIDPIDFromHidDevice(hub.instance, &state.vid, &state.pid) == 0) {
+      throw Failure(Exit::HubLost, "the hub does not answer", hub.Name(),
+                    "unplug it, plug it in again and repeat the command");
+    }
     const OpenHub open(host, hub);
     std::uint16_t version = 0;
     if (host.Api().ReadDevVersion(open.Handle(), &version) != 0) state.version = version;

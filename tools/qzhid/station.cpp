@@ -22,7 +22,7 @@ constexpr milliseconds kTurn{100};    // while hubs are written
 constexpr milliseconds kRedraw{250};  // while something moves
 constexpr milliseconds kLongestRest{1000};
 constexpr std::size_t kLongestLabel = 200;
-constexpr int kDone = 100;
+constexpr int kComplete = 100;
 
 double Seconds(Clock::Time::duration time) { return std::chrono::duration<double>(time).count(); }
 
@@ -42,6 +42,8 @@ std::optional<Failure> Obstacle(const Hub& hub) {
   return Failure(Exit::Refused, "the hub has no location, by which it could be found after a reset",
                  hub.Name(), "plug it into another port");
 }
+
+bool WasLost(const Bay& bay) { return bay.job && bay.job->outcome == Outcome::Lost; }
 
 std::string Place(const Hub& hub) { return hub.locations.empty() ? hub.shownId : hub.Location(); }
 
@@ -104,6 +106,8 @@ void Station::Look() {
 void Station::See(Bay& bay, const Hub* hub) {
   const Clock::Time now = world_.Now();
   if (hub != nullptr) {
+    // A hub that was lost and is back was plugged in again, just before this was noticed.
+    if (bay.stage == Stage::Done && WasLost(bay) && bay.awaySince) Leave(bay);
     bay.awaySince.reset();
     if (bay.stage == Stage::Free) return Arrive(bay, *hub);
     if (bay.stage != Stage::Arrived) return;
@@ -135,7 +139,7 @@ void Station::Arrive(Bay& bay, const Hub& hub) {
 
 // What became of a hub that was lost stays to be seen: it may have been away for long.
 void Station::Leave(Bay& bay) {
-  const bool wasLost = bay.job && bay.job->outcome == Outcome::Lost;
+  const bool wasLost = WasLost(bay);
   bay.stage = Stage::Free;
   bay.awaySince.reset();
   bay.hub.reset();
@@ -185,8 +189,9 @@ void Station::Step() {
   if (Count(Stage::Recording) > 0) ShowRecorded();
   StartNext();
   const Clock::Time now = world_.Now();
-  const bool isMoving = Count(Stage::Working) > 0 && now - shownAt_ >= kRedraw;
-  if (!isChanged_ && !isMoving) return;
+  // Also while nothing moves: a page that is not written again counts as out of date.
+  const milliseconds pause = Count(Stage::Working) > 0 ? kRedraw : kLongestRest;
+  if (!isChanged_ && now - shownAt_ < pause) return;
   isChanged_ = false;
   shownAt_ = now;
   UpdateView();
@@ -317,6 +322,8 @@ void Station::ShowOutcome(Bay& bay) {
   const UpdateJob& job = *bay.job;
   const bool isPassed = job.outcome == Outcome::Updated || job.outcome == Outcome::Current;
   bay.stage = Stage::Done;
+  // An absence of a hub that is there again was the worker's business.
+  if (!WasLost(bay)) bay.awaySince.reset();
   bay.tile.state = isPassed ? BayState::Passed : BayState::Failed;
   bay.tile.activity.clear();
   bay.tile.secondsLeft.reset();
@@ -324,7 +331,7 @@ void Station::ShowOutcome(Bay& bay) {
   bay.tile.from = job.from;
   bay.tile.runs = job.runs;
   bay.tile.retries = job.retries;
-  if (isPassed) bay.tile.percent = kDone;
+  if (isPassed) bay.tile.percent = kComplete;
   if (job.failure) {
     bay.tile.reason = job.failure->what();
     bay.tile.next = job.failure->Next();
@@ -372,7 +379,7 @@ void Station::ShowProgress(Bay& bay) {
   constexpr int kKnown = 20;  // per cent; before, nothing can be said
   if (tile.percent < kKnown) return;
   const double perPercent = Seconds(now - bay.since) / tile.percent;
-  tile.secondsLeft = static_cast<int>(std::lround(perPercent * (kDone - tile.percent)));
+  tile.secondsLeft = static_cast<int>(std::lround(perPercent * (kComplete - tile.percent)));
 }
 
 milliseconds Station::Rest() {

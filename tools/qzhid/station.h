@@ -21,12 +21,12 @@ struct StationPlan {
     std::string port;  ///< a port id, or a location or the end of it
   };
 
-  std::vector<Port> bays;  ///< empty: every port is a bay
+  std::vector<Port> bays{};  ///< empty: every port is a bay
   bool asksLabel = false;
   std::size_t most = 0;  ///< units; 0: any number
   std::size_t imageSize = 0;
   std::uint16_t imageVersion = 0;
-  UnitRecord record;  ///< what is the same in each
+  UnitRecord record{};  ///< what is the same in each
 };
 
 /// What a station needs of the world around it.

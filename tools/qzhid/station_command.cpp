@@ -59,6 +59,7 @@ class RealWorld : public StationWorld {
 
   void Show(const StationView& view) override { display_.Show(view); }
   void Say(const std::string& line) override { display_.Say(line); }
+  void EndDisplay() { display_.End(); }
 
   const StationRecords& Records() const { return records_; }
 
@@ -155,6 +156,7 @@ void RunStation(Host& host, const StationOptions& options) {
   Arrivals arrivals(host.IsVirtual(), options.asksLabel);
   Station station(world, plan);
   Run(station, world, arrivals);
+  world.EndDisplay();
   const StationView& view = station.View();
   CheckRecorded(world);
   host.Report(

@@ -32,6 +32,8 @@ struct BayTile {
   std::string outcome{};             ///< of a unit that is done, in the words of update: "updated"
   std::string reason{};              ///< why it failed
   std::string next{};                ///< what to do about that
+
+  bool operator==(const BayTile&) const = default;
 };
 
 /// The whole station.
@@ -43,6 +45,8 @@ struct StationView {
   std::size_t failed = 0;
   double unitsPerHour = 0;  ///< 0 while it is not known
   std::string stopped{};    ///< why no further unit is started; empty while the line runs
+
+  bool operator==(const StationView&) const = default;
 };
 
 }  // namespace qzhid
