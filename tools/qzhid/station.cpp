@@ -22,7 +22,7 @@ constexpr milliseconds kTurn{100};    // while hubs are written
 constexpr milliseconds kRedraw{250};  // while something moves
 constexpr milliseconds kLongestRest{1000};
 constexpr std::size_t kLongestLabel = 200;
-constexpr int kDone = 100;
+constexpr int kComplete = 100;
 
 double Seconds(Clock::Time::duration time) { return std::chrono::duration<double>(time).count(); }
 
@@ -331,7 +331,7 @@ void Station::ShowOutcome(Bay& bay) {
   bay.tile.from = job.from;
   bay.tile.runs = job.runs;
   bay.tile.retries = job.retries;
-  if (isPassed) bay.tile.percent = kDone;
+  if (isPassed) bay.tile.percent = kComplete;
   if (job.failure) {
     bay.tile.reason = job.failure->what();
     bay.tile.next = job.failure->Next();
@@ -379,7 +379,7 @@ void Station::ShowProgress(Bay& bay) {
   constexpr int kKnown = 20;  // per cent; before, nothing can be said
   if (tile.percent < kKnown) return;
   const double perPercent = Seconds(now - bay.since) / tile.percent;
-  tile.secondsLeft = static_cast<int>(std::lround(perPercent * (kDone - tile.percent)));
+  tile.secondsLeft = static_cast<int>(std::lround(perPercent * (kComplete - tile.percent)));
 }
 
 milliseconds Station::Rest() {

@@ -18,12 +18,12 @@ using Json = nlohmann::ordered_json;
 namespace fs = std::filesystem;
 
 // Of the form of a record; it changes when a member is renamed, removed or means something else.
-constexpr int kSchema = 1;
+constexpr int kRecordSchema = 1;
 constexpr const char* kBeginning = "{\"schema\":";
 constexpr std::size_t kLongestRecord = 0x4000;
-constexpr std::uint64_t kLongestTail = 0x100000;  // of a file that may be of any size
+constexpr std::uint64_t kReadTail = 0x100000;  // of a file that may be of any size
 
-[[noreturn]] void Reject(const fs::path& file, const std::string& why) {
+[[noreturn]] void RejectRecords(const fs::path& file, const std::string& why) {
   throw Failure(Exit::Failed, "the record file " + file.string() + " " + why, "",
                 "free some space, or name a file of records or a new one");
 }
@@ -47,7 +47,7 @@ std::string DateText(UnitRecord::Date date) {
 
 Json OrNull(const std::string& text) { return text.empty() ? Json() : Json(text); }
 
-std::string Line(const Json& record) {
+std::string RecordLine(const Json& record) {
   return record.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
@@ -83,10 +83,10 @@ Tail ReadTail(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   file.seekg(0, std::ios::end);
   const auto size = static_cast<std::uint64_t>(std::max<std::streamoff>(file.tellg(), 0));
-  Tail tail{.start = size - std::min(size, kLongestTail)};
+  Tail tail{.start = size - std::min(size, kReadTail)};
   file.seekg(static_cast<std::streamoff>(tail.start));
   tail.text.assign(std::istreambuf_iterator<char>(file), {});
-  if (!file && !file.eof()) Reject(path, "cannot be read");
+  if (!file && !file.eof()) RejectRecords(path, "cannot be read");
   return tail;
 }
 
@@ -111,7 +111,7 @@ void MoveAside(const fs::path& path, AppendFile& file, const Tail& tail,
 
 Json ToJson(const UnitRecord& record) {
   constexpr double kThousand = 1000;
-  return {{"schema", kSchema},
+  return {{"schema", kRecordSchema},
           {"start", DateText(record.start)},
           {"end", DateText(record.end)},
           {"seconds", std::round(record.seconds * kThousand) / kThousand},
@@ -155,7 +155,7 @@ std::string CsvRow(const Json& record) {
     if (value.is_string()) {
       row += Cell(value.get<std::string>());
     } else if (!value.is_null()) {
-      row += Line(value);
+      row += RecordLine(value);
     }
   }
   return row;
@@ -170,7 +170,8 @@ void StationRecords::OpenJson(const fs::path& path, const Say& say) {
   try {
     File& file = files_.emplace_back(File{path, std::make_unique<AppendFile>(path)});
     const std::string beginning = ReadBeginning(path, std::string(kBeginning).size());
-    if (!std::string(kBeginning).starts_with(beginning)) Reject(path, "holds something else");
+    if (!std::string(kBeginning).starts_with(beginning))
+      RejectRecords(path, "holds something else");
     const Tail tail = ReadTail(path);
     const std::string last = tail.text.substr(tail.WholeLines());
     if (last.empty()) return;
@@ -180,7 +181,7 @@ void StationRecords::OpenJson(const fs::path& path, const Say& say) {
     file.file->Append("\n");
     say("the last line of " + path.string() + " had no end; it has one now");
   } catch (const tools::FileError& error) {
-    Reject(path, error.what());
+    RejectRecords(path, error.what());
   }
 }
 
@@ -189,13 +190,13 @@ void StationRecords::OpenCsv(const fs::path& path, const Say& say) {
   try {
     File& file = files_.emplace_back(File{path, std::make_unique<AppendFile>(path)});
     std::string beginning = ReadBeginning(path, header.size());
-    if (!header.starts_with(beginning)) Reject(path, "has another header");
+    if (!header.starts_with(beginning)) RejectRecords(path, "has another header");
     const Tail tail = ReadTail(path);
     if (tail.WholeLines() < tail.text.size()) MoveAside(path, *file.file, tail, say);
     if (beginning != header) file.file->Append(header);
     FillCsv(say);
   } catch (const tools::FileError& error) {
-    Reject(path, error.what());
+    RejectRecords(path, error.what());
   }
 }
 
@@ -227,14 +228,14 @@ void StationRecords::CheckRoom(std::size_t records) {
     try {
       file.file->Reserve(records * kLongestRecord);
     } catch (const tools::FileError& error) {
-      Reject(file.path, error.what());
+      RejectRecords(file.path, error.what());
     }
   }
 }
 
 void StationRecords::Add(const UnitRecord& record) {
   // Parsed again, so that a row is the same whether it is made now or from the file.
-  const std::string line = Line(ToJson(record));
+  const std::string line = RecordLine(ToJson(record));
   files_.front().lines.push_back(line + '\n');
   if (files_.size() > 1) files_.back().lines.push_back(CsvRow(Json::parse(line)) + '\n');
 }
@@ -247,7 +248,7 @@ void StationRecords::Flush() {
         file.lines.erase(file.lines.begin());
       }
     } catch (const tools::FileError& error) {
-      Reject(file.path, error.what());
+      RejectRecords(file.path, error.what());
     }
   }
 }

@@ -8,8 +8,8 @@ namespace {
 
 std::string TextOf(RunningVersion version) { return HubState{.version = version}.Text(); }
 
-Failure FailureOf(const Hub& hub, const ReportFailed& report, bool isStopWanted) {
-  Failure failure(report.status, (isStopWanted ? "stopped, and " : "") + report.what, hub.Name(),
+Failure FailureOf(const Hub& hub, const ReportFailed& report, bool stops) {
+  Failure failure(report.status, (stops ? "stopped, and " : "") + report.what, hub.Name(),
                   report.next);
   failure.SetLog(report.log);
   return failure;
@@ -27,7 +27,7 @@ void UpdateJob::Finish(const Failure& itsFailure) {
   failure = itsFailure;
 }
 
-UpdateJob::Change UpdateJob::Take(const WorkerReport& report, bool isStopWanted) {
+UpdateJob::Change UpdateJob::Take(const WorkerReport& report, bool stops) {
   if (state == State::Done) return Change::None;  // only its end is of interest
   isWaiting = std::holds_alternative<ReportWaiting>(report);
   if (const auto* found = std::get_if<ReportFound>(&report)) {
@@ -37,12 +37,12 @@ UpdateJob::Change UpdateJob::Take(const WorkerReport& report, bool isStopWanted)
   } else if (const auto* now = std::get_if<ReportState>(&report)) {
     runs = TextOf(now->version);
   } else if (const auto* failing = std::get_if<ReportFailing>(&report)) {
-    return TakeFailing(*failing, isStopWanted);
+    return TakeFailing(*failing, stops);
   } else if (const auto* done = std::get_if<ReportDone>(&report)) {
     Finish(done->isWritten ? Outcome::Updated : Outcome::Current);
   } else if (const auto* failed = std::get_if<ReportFailed>(&report)) {
     isReplaced = failed->isReplaced;
-    Finish(FailureOf(hub, *failed, isStopWanted));
+    Finish(FailureOf(hub, *failed, stops));
   }
   return state == State::Done ? Change::Done : Change::None;
 }
@@ -53,8 +53,8 @@ UpdateJob::Change UpdateJob::TakeProgress(const ReportProgress& report) {
   return isStep ? Change::Step : Change::None;
 }
 
-UpdateJob::Change UpdateJob::TakeFailing(const ReportFailing& report, bool isStopWanted) {
-  if (isStopWanted) {
+UpdateJob::Change UpdateJob::TakeFailing(const ReportFailing& report, bool stops) {
+  if (stops) {
     worker->GiveUp();
     return Change::None;
   }

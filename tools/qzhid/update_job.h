@@ -51,11 +51,11 @@ struct UpdateJob {
   void Finish(const Failure& itsFailure);
   /// Step: it has come to its next ten percent. A try that failed is repeated unless the user wants
   /// to stop.
-  Change Take(const WorkerReport& report, bool isStopWanted);
+  Change Take(const WorkerReport& report, bool stops);
 
  private:
   Change TakeProgress(const ReportProgress& report);
-  Change TakeFailing(const ReportFailing& report, bool isStopWanted);
+  Change TakeFailing(const ReportFailing& report, bool stops);
 };
 
 }  // namespace qzhid

@@ -31,12 +31,12 @@ bool IsToldToRetry() {
 // One process at a time; a station waits until it is the one, because a hub that another process
 // still writes is one of its own, which was written before the station was started again.
 void AwaitTurn(Host& host, const WorkerJob& job, std::optional<PortLock>& lock) {
-  constexpr std::chrono::milliseconds kBetweenTries{250};
+  constexpr std::chrono::milliseconds kBetweenTurns{250};
   const std::string name = LockName(host, job.location);
   for (bool isFirst = true; !lock.emplace(name).IsHeld(); isFirst = false) {
     if (!job.isForStation) throw IsBeingWritten(job.location);
     if (isFirst) SendReport(ReportWaiting{});
-    Clock().Sleep(kBetweenTries);
+    Clock().Sleep(kBetweenTurns);
   }
 }
 

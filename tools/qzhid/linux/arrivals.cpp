@@ -19,7 +19,7 @@ namespace qzhid {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using SteadyTime = std::chrono::steady_clock;
 
 // Whatever the kernel announces, names are looked at from time to time: a program in a container
 // may hear nothing.
@@ -60,7 +60,7 @@ struct Arrivals::Data {
   bool isChanged = false;
   tools::Descriptor events{};
   std::set<std::string> names{};
-  Clock::time_point polledAt = Clock::now();
+  SteadyTime::time_point polledAt = SteadyTime::now();
   std::string input{};
 
   void Hear() {
@@ -76,7 +76,7 @@ struct Arrivals::Data {
   }
 
   void Poll() {
-    const auto now = Clock::now();
+    const auto now = SteadyTime::now();
     if (isVirtual) {
       if (now - polledAt < kVirtualChange) return;
       isChanged = true;

@@ -12,11 +12,19 @@
 #include <thread>
 #include <utility>
 
+// Some headers do not declare them.
+extern "C" {
+CMAPI CONFIGRET WINAPI CM_Register_Notification(PCM_NOTIFY_FILTER filter, PVOID context,
+                                                PCM_NOTIFY_CALLBACK callback,
+                                                PHCMNOTIFICATION notification);
+CMAPI CONFIGRET WINAPI CM_Unregister_Notification(HCMNOTIFICATION notification);
+}
+
 namespace qzhid {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using SteadyTime = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kPollWithEvents{5};
 constexpr std::chrono::seconds kPollAlone{1};
@@ -57,7 +65,7 @@ struct Arrivals::Data {
   HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
   HCMNOTIFICATION events = nullptr;
   std::vector<wchar_t> names{};
-  Clock::time_point polledAt = Clock::now();
+  SteadyTime::time_point polledAt = SteadyTime::now();
   std::shared_ptr<Lines> input = std::make_shared<Lines>();
 
   static DWORD CALLBACK Hear(HCMNOTIFICATION, PVOID context, CM_NOTIFY_ACTION,
@@ -77,7 +85,7 @@ struct Arrivals::Data {
   }
 
   void Poll() {
-    const auto now = Clock::now();
+    const auto now = SteadyTime::now();
     if (isVirtual) {
       if (now - polledAt < kVirtualChange) return;
       isChanged = true;
