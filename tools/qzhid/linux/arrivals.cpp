@@ -83,7 +83,10 @@ struct Arrivals::Data {
     } else {
       if (now - polledAt < (events ? kPollWithEvents : kPollAlone)) return;
       std::set<std::string> seen = ReadNames();
-      if (seen != std::exchange(names, std::move(seen))) isChanged = true;
+      if (seen != names) {
+        names = std::move(seen);
+        isChanged = true;
+      }
     }
     polledAt = now;
   }

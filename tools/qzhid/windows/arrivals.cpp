@@ -92,7 +92,10 @@ struct Arrivals::Data {
     } else {
       if (now - polledAt < (events != nullptr ? kPollWithEvents : kPollAlone)) return;
       std::vector<wchar_t> seen = ReadNames();
-      if (seen != std::exchange(names, std::move(seen))) isChanged = true;
+      if (seen != names) {
+        names = std::move(seen);
+        isChanged = true;
+      }
     }
     polledAt = now;
   }
