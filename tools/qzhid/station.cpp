@@ -177,7 +177,7 @@ void Station::EndLabels() {
 }
 
 void Station::Stop() {
-  isStopping_ = isChanged_ = true;
+  isStopping_ = isChanged_ = view_.isEnding = true;
   view_.stopped = "the station ends";
 }
 
