@@ -1,0 +1,169 @@
+#include "qzhid/explain/text_report.h"
+
+#include <algorithm>
+
+#include "qzhid/options.h"
+
+namespace qzhid {
+
+namespace {
+
+constexpr std::size_t kShownHarmless = 12;
+
+std::string SystemText(const Session& session) {
+  if (!session.host.empty()) return session.host;
+  if (session.system == System::Windows) return "Windows, as its line ends or handles show";
+  if (session.system == System::Linux) return "Linux, as its handles show";
+  return "not logged";
+}
+
+std::string HeaderOf(const Session& session) {
+  std::string text = "session from " + TimeText(session.begin) + " to " + TimeText(session.end) +
+                     ", line " + std::to_string(session.firstLine) + " on\n";
+  text += "  host     " + SystemText(session) + '\n';
+  if (!session.built.empty()) text += "  library  built " + session.built + '\n';
+  for (const ListedHub& hub : session.hubs) {
+    text += "  hub      " + hub.ids + " on port " + std::to_string(hub.port) + ", level " +
+            std::to_string(hub.level) + '\n';
+  }
+  if (session.level > 0) {
+    text +=
+        "  level    " + std::to_string(session.level) + " and above; a log of level 0 says more\n";
+  }
+  return text;
+}
+
+std::string ClockText(std::int64_t seconds) { return TimeText(seconds).substr(11); }
+
+std::string StepsOf(const Job& job) {
+  std::string text;
+  for (const StepTime& step : job.steps) {
+    if (!text.empty()) text += ", ";
+    text += NameOf(step.step);
+    text += " " + std::to_string(step.end - step.begin) + " s";
+  }
+  return text;
+}
+
+std::string FactsOf(const Job& job) {
+  std::string text;
+  if (!job.hub.empty()) text += ", hub " + job.hub;
+  if (!job.version.empty()) {
+    text += job.isInLoader.value_or(false) ? " in its loader" : " running " + job.version;
+  }
+  if (job.hasTwoBanks) text += ", two banks";
+  return text;
+}
+
+std::string ProblemOf(const Session& session, const Job& job) {
+  const Explanation why = Explain(session, job);
+  std::string text = "      what    " + why.what + '\n';
+  if (!why.hub.empty()) text += "      hub     " + why.hub + '\n';
+  if (!why.advice.empty()) text += "      to do   " + why.advice + '\n';
+  if (job.trouble) {
+    text +=
+        "      line    " + std::to_string(job.trouble->number) + ": " + job.trouble->text + '\n';
+  }
+  return text;
+}
+
+std::string TextOf(const Session& session, const Job& job) {
+  std::string text = "  " + ClockText(job.begin) + "  " + TitleOf(job) + ": " + NameOf(job.result) +
+                     " after " + std::to_string(job.end - job.begin) + " s" + FactsOf(job) + '\n';
+  if (job.call == "QZ_UpdateDev" && !job.steps.empty()) {
+    text += "      steps   " + StepsOf(job) + '\n';
+  }
+  return IsProblem(job) ? text + ProblemOf(session, job) : text;
+}
+
+bool IsQuiet(const Job& job) { return !IsProblem(job) && job.call != "QZ_UpdateDev"; }
+
+/// Jobs one after the other in which nothing went wrong, in one line.
+std::string TextOfQuiet(const std::vector<Job>& jobs, std::size_t first, std::size_t last) {
+  std::vector<std::pair<std::string, std::size_t>> kinds;
+  for (std::size_t i = first; i < last; ++i) {
+    const bool isPlain = jobs[i].result == Result::Done;
+    const std::string kind =
+        TitleOf(jobs[i]) + (isPlain ? "" : std::string(" (") + NameOf(jobs[i].result) + ")");
+    const auto known = std::find_if(kinds.begin(), kinds.end(),
+                                    [&](const auto& each) { return each.first == kind; });
+    if (known != kinds.end()) {
+      ++known->second;
+    } else {
+      kinds.emplace_back(kind, 1);
+    }
+  }
+  std::string text;
+  for (const auto& [kind, count] : kinds) {
+    text += (text.empty() ? "" : ", ") + kind;
+    if (count > 1) text += " " + std::to_string(count) + " times";
+  }
+  return "  " + ClockText(jobs[first].begin) + "  " + text + '\n';
+}
+
+std::string JobsOf(const Session& session) {
+  std::string text;
+  for (std::size_t i = 0; i < session.jobs.size();) {
+    std::size_t last = i;
+    while (last < session.jobs.size() && IsQuiet(session.jobs[last])) ++last;
+    text += last > i ? TextOfQuiet(session.jobs, i, last) : TextOf(session, session.jobs[i]);
+    i = std::max(last, i + 1);
+  }
+  if (session.omittedJobs > 0) {
+    text += "  and " + std::to_string(session.omittedJobs) + " more that are not shown\n";
+  }
+  return text;
+}
+
+std::string FlatText(const char* format) {
+  std::string text;
+  for (const char* at = format; *at != '\0'; ++at) {
+    if (*at != '\n') text += *at;
+  }
+  return text;
+}
+
+std::string HarmlessOf(const std::vector<LogAccount>& accounts) {
+  std::map<const LogLine*, std::uint64_t> lines;
+  for (const LogAccount& account : accounts) {
+    for (const Session& session : account.sessions) {
+      for (const auto& [line, count] : session.harmless) lines[line] += count;
+    }
+  }
+  std::string text;
+  std::size_t shown = 0;
+  for (const auto& [line, count] : lines) {
+    if (++shown > kShownHarmless) break;
+    text += "  \"" + FlatText(line->text) + "\", " + std::to_string(count) +
+            " times: " + line->meaning + '\n';
+  }
+  return text.empty() ? "" : "lines that look like failures and are none:\n" + text;
+}
+
+std::string ShapeOf(const LogAccount& account) {
+  const LogShape& shape = account.shape;
+  std::string text = account.file + ": " + std::to_string(shape.events) + " lines";
+  if (shape.isCutAtStart) text += ", cut at the start";
+  if (shape.isCutAtEnd) text += ", cut at the end";
+  if (shape.unknown > 0) {
+    text += ", " + std::to_string(shape.unknown) + " of them of another release of the library";
+  }
+  return text + '\n';
+}
+
+}  // namespace
+
+std::string TextReport(const std::vector<LogAccount>& accounts) {
+  std::string text;
+  for (const LogAccount& account : accounts) {
+    text += ShapeOf(account);
+    for (const Session& session : account.sessions) text += HeaderOf(session) + JobsOf(session);
+    if (account.omittedSessions > 0) {
+      text += "and " + std::to_string(account.omittedSessions) +
+              " more sessions in which nothing went wrong\n";
+    }
+  }
+  return text + HarmlessOf(accounts) + Verdict(accounts) + '\n';
+}
+
+}  // namespace qzhid
