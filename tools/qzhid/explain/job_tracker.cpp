@@ -21,6 +21,7 @@ constexpr const char* kReadVersion = "QZ_ReadDevVersion";
 constexpr const char* kReadImage = "QZ_ReadBinVersion";
 
 constexpr std::uint16_t kEnableKey = 0x4002, kClockKey = 0x4006, kEraseKey = 0x40E8;
+constexpr std::uint32_t kLinuxStall = 32, kWindowsStall = 31;
 constexpr std::uint16_t kDriveKey = 0x400C, kReadGpioKey = 0xC004;
 
 Step FirstStep(const std::string& call) {
@@ -105,9 +106,7 @@ void JobTracker::Take(const LogEvent& event) {
   if (event.line->sign == Sign::Host) TakeHost(event);
   session_->level = std::min(session_->level, event.line->level);
   session_->end = event.seconds;
-  if (event.line->nature == Nature::Harmless || event.line->sign == Sign::OpenResult) {
-    ++session_->harmless[event.line];
-  }
+  if (event.line->nature == Nature::Harmless) CountHarmless(event.line);
   if (ContinueRequest(event)) return;
   if (event.line->sign == Sign::UpdateRunning) return KeepRefused(event);
   SwitchJob(event);
@@ -162,8 +161,8 @@ void JobTracker::BeginSession(const LogEvent& event) {
 }
 
 void JobTracker::EndSession() {
-  CommitRequest();
   KeepGpio();
+  CommitRequest();
   EndJob();
   if (session_->system == System::Unknown) session_->system = pointers_;
   receiver_(std::move(*session_));
@@ -175,6 +174,8 @@ std::string JobTracker::CallOf(const LogEvent& event) const {
   if (event.line->sign == Sign::Path) return Is(kReadImage) ? kReadImage : kUpdate;
   if (event.name.starts_with("CUniversalFlow::DevUpdate")) return kUpdate;
   if (event.name.starts_with("CUniversalFlow::DevReadVersion")) return kReadVersion;
+  if (event.name == "CUniversalFlow::DevErase") return std::string(event.name);
+  if (event.name == "CUniversalFlow::ResetDeviceonly") return std::string(event.name);
   const bool isExport = event.name.starts_with("QZ_") && event.name != "QZ_InitProperty";
   return isExport ? std::string(event.name) : "";
 }
@@ -217,13 +218,15 @@ void JobTracker::BeginJob(const LogEvent& event, const std::string& call) {
   job_->begin = job_->end = event.seconds;
   job_->firstLine = job_->lastLine = request_ ? request_->number : event.number;
   step_ = Step::None;
-  isEnded_ = isConnected_ = isResetSent_ = isImageMissing_ = false;
+  isEnded_ = isArrived_ = isConnected_ = isResetSent_ = hasLeft_ = isImageMissing_ = false;
   forgets_ = 0;
   status_.clear();
   wait_ = {};
   waitCause_.reset();
   lastRequest_.reset();
-  if (!call.empty()) NameJob(event, call);
+  clockTrouble_.reset();
+  if (!call.empty()) return NameJob(event, call);
+  if (event.line->topic == Topic::Finding) EnterStep(Step::Find, event);
 }
 
 void JobTracker::NameJob(const LogEvent& event, const std::string& call) {
@@ -235,6 +238,8 @@ void JobTracker::EndJob() {
   if (!job_) return;
   Job job = std::move(*job_);
   job_.reset();
+  job.isDetailed = job.isDetailed || session_->level == 0;
+  if (!job.isDetailed) job.steps.clear();  // their ends are not logged
   if (job.result == Result::Unclear) {
     const bool isShown = session_->level <= 1;
     if (job.call == kUpdate || job.call == kOpen) {
@@ -347,14 +352,15 @@ void JobTracker::CommitRequest() {
   const std::uint16_t key = failed.request ? failed.request->Key() : 0;
   failed.step = step_ == Step::None ? Step::Request : step_;
   if (step_ == Step::Write && key == kEraseKey) failed.step = Step::Erase;
-  if (Is(kClose) || key == kClockKey) return;
+  if (Is(kUpdate) && key == kClockKey) clockTrouble_ = failed;
+  if (Is(kClose) || key == kClockKey) return CountHarmless(failed.line);
   if (IsWaiting() && (key == 0 || key == kEnableKey)) {
     ++wait_.refused;
     waitCause_ = std::move(failed);
     return;
   }
   lastRequest_ = failed;
-  const bool isSure = job_->isDetailed || (!Is(kUpdate) && !Is(kOpen) && !Is(kReadVersion));
+  const bool isSure = IsDetailed() || (!Is(kUpdate) && !Is(kOpen) && !Is(kReadVersion));
   if (isSure && !Is(kOpen)) AddTrouble(std::move(failed));
 }
 
@@ -375,13 +381,24 @@ void JobTracker::CommitOpening(const LogEvent& event) {
   } else if (!isKnown) {
     isStranger = false;  // it was a hub a moment before
   }
-  if (isStranger) return;
+  if (isStranger) return CountHarmless(failed.line);
   ++wait_.closed;
   waitCause_ = std::move(failed);
 }
 
+void JobTracker::CountHarmless(const LogLine* line, std::uint64_t count) {
+  session_->harmless[line] += count;
+}
+
+/// The frequency is raised before the bank is erased, and a failure is only a trouble when the hub
+/// has left: when it did not refuse, and refuses or misses the erase.
 void JobTracker::AddTrouble(Trouble trouble) {
-  if (!job_->trouble) job_->trouble = std::move(trouble);
+  if (job_->trouble) return;
+  const bool isErase = trouble.request && trouble.request->Key() == kEraseKey;
+  job_->trouble = std::move(trouble);
+  if (!isErase || !clockTrouble_ || !clockTrouble_->code) return;
+  const std::uint32_t code = *clockTrouble_->code;
+  if (code != kLinuxStall && code != kWindowsStall) job_->trouble = clockTrouble_;
 }
 
 void JobTracker::EndWith(Result result) {
@@ -391,7 +408,7 @@ void JobTracker::EndWith(Result result) {
 
 void JobTracker::EnterStep(Step step, const LogEvent& event) {
   step_ = step;
-  if (IsWaitStep(step)) isConnected_ = false;
+  if (IsWaitStep(step)) isArrived_ = isConnected_ = hasLeft_ = false;
   if (step != Step::None) job_->steps.push_back({step, event.seconds, event.seconds});
 }
 
@@ -456,10 +473,16 @@ void JobTracker::ApplyStep(const LogEvent& event) {
       isImageMissing_ = event.line->sign == Sign::NotLoaded;
       if (isImageMissing_) AddTrouble(TroubleOf(event));
       return EnterStep(Is(kReadImage) ? Step::Version : Step::Find, event);
+    case Sign::Arrived:
+      isArrived_ = true;
+      return;
     case Sign::ConnectTrue:
       return AfterConnect(event);
     case Sign::Mode:
       return AfterMode(event);
+    case Sign::FlashCode:
+      if (isResetSent_ && !IsDetailed()) AfterLoaderMode(false, event);
+      return;
     case Sign::OneBank:  // which resets then
     case Sign::ResetSent:
       isResetSent_ = true;
@@ -485,11 +508,15 @@ void JobTracker::ApplyStep(const LogEvent& event) {
   }
 }
 
+/// A wait that has found nothing can succeed, too: the device counts as there until a scan after it
+/// was found misses it. Then the step goes on, and the next request fails.
 void JobTracker::AfterConnect(const LogEvent& event) {
   isConnected_ = true;
+  if (waitCause_ && wait_.refused > 0) CountHarmless(waitCause_->line, wait_.refused);
   wait_ = {};
   waitCause_.reset();
   lastRequest_.reset();
+  if (!isArrived_) return;
   if (step_ == Step::Find) EnterStep(Is(kOpen) ? Step::Clock : Step::Mode, event);
   if (step_ == Step::LoaderBack) EnterStep(Step::Mode, event);
 }
@@ -497,14 +524,19 @@ void JobTracker::AfterConnect(const LogEvent& event) {
 void JobTracker::AfterMode(const LogEvent& event) {
   const bool isLoader = event.values.texts[0] == "RomState";
   if (!job_->isInLoader) job_->isInLoader = isLoader;
-  if (step_ != Step::Mode) return;
-  if (Is(kReadVersion)) {
-    EnterStep(Step::Version, event);
-  } else if (!isResetSent_) {
-    EnterStep(Step::ToLoader, event);
-  } else {
-    EnterStep(isLoader ? Step::Erase : Step::Write, event);
+  if (isResetSent_) return AfterLoaderMode(isLoader, event);
+  if (step_ == Step::Mode || step_ == Step::Find) {
+    EnterStep(Is(kReadVersion) ? Step::Version : Step::ToLoader, event);
   }
+}
+
+/// A hub with one bank must be in its loader after the reset.
+void JobTracker::AfterLoaderMode(bool isLoader, const LogEvent& event) {
+  if (isLoader) return EnterStep(Step::Erase, event);
+  Trouble trouble = TroubleOf(event);
+  trouble.step = hasLeft_ || !IsDetailed() ? Step::LoaderBack : Step::ToLoader;
+  AddTrouble(std::move(trouble));
+  EnterStep(Step::Write, event);
 }
 
 void JobTracker::ApplyWait(const LogEvent& event) {
@@ -520,6 +552,9 @@ void JobTracker::ApplyWait(const LogEvent& event) {
     case Sign::ParentFail:
       ++wait_.blind;
       waitCause_ = TroubleOf(event);
+      return;
+    case Sign::LeftTrue:
+      hasLeft_ = true;
       return;
     case Sign::WantedPath:
       wait_.wanted = event.values.texts[0].substr(0, kLongestText);
@@ -603,6 +638,8 @@ void JobTracker::FailStep(Step step, const LogEvent& event) {
   Trouble trouble = lastRequest_ ? *lastRequest_ : TroubleOf(event);
   trouble.step = step;
   AddTrouble(std::move(trouble));
+  const bool isGuess = !IsDetailed() && job_->trouble->line->sign == Sign::ConnectFalse;
+  if (isGuess) job_->trouble->step = step;
 }
 
 void JobTracker::ApplyEnd(const LogEvent& event) {
@@ -633,14 +670,13 @@ void JobTracker::ApplyEnd(const LogEvent& event) {
       job_->result = Result::Failed;
       return;
     case Sign::Rejected:
-    case Sign::Exception:
-      if (step_ == Step::None) step_ = Step::Request;
+      step_ = Step::Request;
       [[fallthrough]];
+    case Sign::Exception:
     case Sign::Failed:
     case Sign::OpenFail:
     case Sign::UpdateFail:
-      // Only a wait fails without a line that a log of any level has.
-      if (step_ == Step::Image && !job_->isDetailed) step_ = Step::Find;
+      if (Is(kUpdate) && !IsDetailed()) step_ = Step::None;
       AddTrouble(TroubleOf(event));
       return EndWith(Result::Failed);
     default:

@@ -51,6 +51,8 @@ class JobTracker {
   void EnterStep(Step step, const LogEvent& event);
   void AfterConnect(const LogEvent& event);
   void AfterMode(const LogEvent& event);
+  void AfterLoaderMode(bool isLoader, const LogEvent& event);
+  void CountHarmless(const LogLine* line, std::uint64_t count = 1);
   void FailWait(const LogEvent& event);
   void FailStep(Step step, const LogEvent& event);
   void AddTrouble(Trouble trouble);
@@ -60,6 +62,7 @@ class JobTracker {
   void CommitOpening(const LogEvent& event);
   void FailListing(const LogEvent& event);
   bool IsWaiting() const;
+  bool IsDetailed() const { return job_->isDetailed || session_->level == 0; }
   bool Is(const char* call) const { return job_ && job_->call == call; }
   bool IsList() const { return job_ && job_->call.starts_with("QZ_ListAllHidDev"); }
 
@@ -72,19 +75,22 @@ class JobTracker {
   std::optional<Job> job_;
   Step step_ = Step::None;
   bool isEnded_ = false;      ///< the job's last line was seen
-  bool isConnected_ = false;  ///< the wait of the step is over
+  bool isArrived_ = false;    ///< the wait of the step has found the hub
+  bool isConnected_ = false;  ///< and is over
   bool isResetSent_ = false;  ///< into the loader
+  bool hasLeft_ = false;      ///< to reset
   bool isImageMissing_ = false;
   int forgets_ = 0;  ///< lines "Into dummy remove function"
   std::vector<std::uint8_t> status_;
   WaitFacts wait_;
-  std::optional<Trouble> waitCause_;    ///< the last failure in the wait
-  std::optional<Trouble> request_;      ///< that failed, while its lines are read
-  std::optional<Trouble> lastRequest_;  ///< the one that the current line may be about
-  std::optional<Trouble> openCause_;    ///< why a device cannot be opened
-  std::optional<Trouble> opening_;      ///< of a device, that failed
-  std::set<std::uint32_t> strangers_;   ///< devices that are no hubs, or cannot be opened
-  std::set<std::string> otherPaths_;    ///< locations of other hubs
+  std::optional<Trouble> waitCause_;     ///< the last failure in the wait
+  std::optional<Trouble> request_;       ///< that failed, while its lines are read
+  std::optional<Trouble> lastRequest_;   ///< the one that the current line may be about
+  std::optional<Trouble> clockTrouble_;  ///< that the frequency was not raised
+  std::optional<Trouble> openCause_;     ///< why a device cannot be opened
+  std::optional<Trouble> opening_;       ///< of a device, that failed
+  std::set<std::uint32_t> strangers_;    ///< devices that are no hubs, or cannot be opened
+  std::set<std::string> otherPaths_;     ///< locations of other hubs
 };
 
 }  // namespace qzhid

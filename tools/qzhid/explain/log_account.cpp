@@ -38,7 +38,10 @@ void KeepSession(LogAccount& account, Session&& session) {
   }
 }
 
-std::string Quoted(Step step) { return std::string("'") + NameOf(step) + "'"; }
+std::string InStep(Step step) {
+  if (step == Step::None) return "In a step that this log does not show";
+  return std::string("In the step '") + NameOf(step) + "'";
+}
 
 std::string Plural(std::uint32_t count, const std::string& thing) {
   return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
@@ -78,29 +81,35 @@ std::string WaitText(const Trouble& trouble, const std::string& code) {
 std::string WhatOf(const Session& session, const Job& job) {
   const Step step = FailedStep(job);
   if (!job.trouble) {
-    return "The log ends in the step " + Quoted(step) +
-           ": the program ended there, or the log is cut.";
+    return InStep(step) + " the log ends: the program ended there, or the log is cut.";
   }
   const Trouble& trouble = *job.trouble;
   const std::string code =
       trouble.code ? ErrorText(session.system, trouble.codeKind, *trouble.code) : "";
   const Sign sign = trouble.line->sign;
   if (sign == Sign::ConnectFalse) {
-    return "In the step " + Quoted(step) + " the hub did not come in time." +
-           WaitText(trouble, code);
+    return InStep(step) + " the hub did not come in time." + WaitText(trouble, code);
   }
   if (sign == Sign::SendFail || sign == Sign::AnswerCode) {
     const std::string name =
         trouble.request ? "the request " + TextOf(*trouble.request) : std::string("a request");
     const char* const how =
         trouble.isAnswer ? " was sent, and its answer was not read: " : " was not carried out: ";
-    return "In the step " + Quoted(step) + " " + name + how + code + "." + ProgressOf(trouble);
+    return InStep(step) + " " + name + how + code + "." + ProgressOf(trouble);
   }
   if (sign == Sign::UpdateFail && !job.isDetailed) {
     return "The update failed while it waited for the hub, at the start or after the reset into "
-           "the loader; a log of level 0 says which.";
+           "the loader; a log of level 0 would say which.";
   }
-  std::string what = "In the step " + Quoted(step) + ": " + trouble.line->meaning;
+  if (sign == Sign::Mode || sign == Sign::FlashCode) {
+    return step == Step::ToLoader ? "In the step 'reset into the loader' the hub accepted the "
+                                    "reset and did not carry it "
+                                    "out: it still runs its firmware."
+                                  : "In the step 'wait for the loader' the hub came back running "
+                                    "its firmware, as after "
+                                    "a loss of power.";
+  }
+  std::string what = InStep(step) + ": " + trouble.line->meaning;
   if (sign == Sign::Exception && trouble.text.find(':') != std::string::npos) {
     what += " The log says: " + trouble.text + ".";
   }
@@ -111,6 +120,8 @@ std::string WhatOf(const Session& session, const Job& job) {
 
 std::string HubAfterUpdate(const Job& job) {
   switch (FailedStep(job)) {
+    case Step::None:
+      return "What it runs is not known from this log.";
     case Step::ToLoader:
       return "It is unchanged: it runs its firmware, or is in its loader with its firmware intact.";
     case Step::LoaderBack:

@@ -67,6 +67,7 @@ enum class Sign : std::uint8_t {
   ParentFail,
   WantedPath,
   SeenPath,
+  Arrived,
   ConnectTrue,
   ConnectFalse,
   LeftTrue,
@@ -94,6 +95,7 @@ enum class Sign : std::uint8_t {
   // What the hub runs.
   StatusBytes,
   NoStatus,
+  FlashCode,
   Mode,
   ModeFail,
   OneBank,
