@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "qzhid/explain/readable_text.h"
+
 namespace qzhid {
 
 namespace {
@@ -146,7 +148,7 @@ void JobTracker::TakeHost(const LogEvent& event) {
     if (first) session_->firstLine = first->firstLine;
   }
   job_ = std::move(first);
-  session_->host = HostOf(event.values.texts[0]);
+  session_->host = ReadableText(HostOf(event.values.texts[0]));
   session_->system = SystemOf(session_->host);
 }
 
@@ -177,7 +179,7 @@ std::string JobTracker::CallOf(const LogEvent& event) const {
   if (event.name == "CUniversalFlow::DevErase") return std::string(event.name);
   if (event.name == "CUniversalFlow::ResetDeviceonly") return std::string(event.name);
   const bool isExport = event.name.starts_with("QZ_") && event.name != "QZ_InitProperty";
-  return isExport ? std::string(event.name) : "";
+  return isExport ? ReadableText(event.name) : "";
 }
 
 /// Whether the job, whose end no line shows, has ended before this line.
@@ -302,7 +304,7 @@ Trouble JobTracker::TroubleOf(const LogEvent& event) const {
   Trouble trouble;
   trouble.step = step_;
   trouble.line = event.line;
-  trouble.text = event.text.substr(0, kLongestText);
+  trouble.text = ReadableText(event.text.substr(0, kLongestText));
   trouble.number = event.number;
   trouble.seconds = event.seconds;
   trouble.codeKind = event.line->code;
@@ -424,10 +426,10 @@ void JobTracker::ApplyFacts(const LogEvent& event) {
   const LogValues& values = event.values;
   switch (event.line->sign) {
     case Sign::Built:
-      session_->built = std::string(values.texts[0]) + " " + std::string(values.texts[1]);
+      session_->built = ReadableText(values.texts[0]) + " " + ReadableText(values.texts[1]);
       break;
     case Sign::ListRecord: {
-      const ListedHub hub{IdsOf(values.texts[4]), values.Number(2), values.Number(3)};
+      const ListedHub hub{ReadableText(IdsOf(values.texts[4])), values.Number(2), values.Number(3)};
       auto& hubs = session_->hubs;
       const bool isKnown = std::find(hubs.begin(), hubs.end(), hub) != hubs.end();
       if (!isKnown && hubs.size() < kMostKnown) hubs.push_back(hub);
@@ -437,7 +439,7 @@ void JobTracker::ApplyFacts(const LogEvent& event) {
       pointers_ = values.texts[1].starts_with("0x") ? System::Linux : System::Windows;
       break;
     case Sign::Path:
-      job_->image = values.texts[0];
+      job_->image = ReadableText(values.texts[0]);
       break;
     case Sign::HubIds:
       job_->hub = Ids(values.Number(0), values.Number(1));
@@ -557,10 +559,10 @@ void JobTracker::ApplyWait(const LogEvent& event) {
       hasLeft_ = true;
       return;
     case Sign::WantedPath:
-      wait_.wanted = event.values.texts[0].substr(0, kLongestText);
+      wait_.wanted = ReadableText(event.values.texts[0].substr(0, kLongestText));
       return;
     case Sign::SeenPath: {
-      const std::string path(event.values.texts[0].substr(0, kLongestText));
+      const std::string path = ReadableText(event.values.texts[0].substr(0, kLongestText));
       if (step_ != Step::Find && IsWaiting() && !otherPaths_.contains(path)) wait_.elsewhere = path;
       if (step_ == Step::Find && otherPaths_.size() < kMostKnown) otherPaths_.insert(path);
       return;

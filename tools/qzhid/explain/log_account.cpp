@@ -257,6 +257,28 @@ std::string Verdict(const std::vector<LogAccount>& accounts) {
   return "";
 }
 
+std::vector<HarmlessLine> HarmlessLines(const std::vector<LogAccount>& accounts) {
+  std::map<const LogLine*, std::uint64_t> counts;
+  for (const LogAccount& account : accounts) {
+    for (const Session& session : account.sessions) {
+      for (const auto& [line, count] : session.harmless) counts[line] += count;
+    }
+  }
+  std::vector<HarmlessLine> lines;
+  for (const auto& [line, count] : counts) {
+    std::string text = line->text;
+    std::erase(text, '\n');
+    lines.push_back({line, text, count});
+  }
+  return lines;
+}
+
+std::string HostText(const Session& session) {
+  if (!session.host.empty()) return session.host;
+  if (session.system == System::Windows) return "Windows, as line ends or handles show";
+  return session.system == System::Linux ? "Linux, as handles show" : "not logged";
+}
+
 std::string TimeText(std::int64_t seconds) {
   using namespace std::chrono;
   const sys_seconds time{std::chrono::seconds(seconds)};

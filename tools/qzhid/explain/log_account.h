@@ -38,6 +38,17 @@ std::string Verdict(const std::vector<LogAccount>& accounts);
 /// The number of calls in which something went wrong.
 std::uint64_t CountProblems(const std::vector<LogAccount>& accounts);
 
+/// A line of the logs that looks like a failure and is none.
+struct HarmlessLine {
+  const LogLine* line = nullptr;
+  std::string text;  ///< as in the log, with %d and the like for what changes
+  std::uint64_t count = 0;
+};
+std::vector<HarmlessLine> HarmlessLines(const std::vector<LogAccount>& accounts);
+
+/// The system that a session ran on, or how it shows.
+std::string HostText(const Session& session);
+
 /// "2024-03-07 09:05:02".
 std::string TimeText(std::int64_t seconds);
 

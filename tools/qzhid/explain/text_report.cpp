@@ -1,26 +1,15 @@
 #include "qzhid/explain/text_report.h"
 
-#include <algorithm>
-
-#include "qzhid/options.h"
+#include "qzhid/explain/job_groups.h"
 
 namespace qzhid {
 
 namespace {
 
-constexpr std::size_t kShownHarmless = 12;
-
-std::string SystemText(const Session& session) {
-  if (!session.host.empty()) return session.host;
-  if (session.system == System::Windows) return "Windows, as its line ends or handles show";
-  if (session.system == System::Linux) return "Linux, as its handles show";
-  return "not logged";
-}
-
 std::string HeaderOf(const Session& session) {
   std::string text = "session from " + TimeText(session.begin) + " to " + TimeText(session.end) +
                      ", line " + std::to_string(session.firstLine) + " on\n";
-  text += "  host     " + SystemText(session) + '\n';
+  text += "  host     " + HostText(session) + '\n';
   if (!session.built.empty()) text += "  library  built " + session.built + '\n';
   for (const ListedHub& hub : session.hubs) {
     text += "  hub      " + hub.ids + " on port " + std::to_string(hub.port) + ", level " +
@@ -76,38 +65,14 @@ std::string TextOf(const Session& session, const Job& job) {
   return IsProblem(job) ? text + ProblemOf(session, job) : text;
 }
 
-bool IsQuiet(const Job& job) { return !IsProblem(job) && job.call != "QZ_UpdateDev"; }
-
-/// Jobs one after the other in which nothing went wrong, in one line.
-std::string TextOfQuiet(const std::vector<Job>& jobs, std::size_t first, std::size_t last) {
-  std::vector<std::pair<std::string, std::size_t>> kinds;
-  for (std::size_t i = first; i < last; ++i) {
-    const bool isPlain = jobs[i].result == Result::Done;
-    const std::string kind =
-        TitleOf(jobs[i]) + (isPlain ? "" : std::string(" (") + NameOf(jobs[i].result) + ")");
-    const auto known = std::find_if(kinds.begin(), kinds.end(),
-                                    [&](const auto& each) { return each.first == kind; });
-    if (known != kinds.end()) {
-      ++known->second;
-    } else {
-      kinds.emplace_back(kind, 1);
-    }
-  }
-  std::string text;
-  for (const auto& [kind, count] : kinds) {
-    text += (text.empty() ? "" : ", ") + kind;
-    if (count > 1) text += " " + std::to_string(count) + " times";
-  }
-  return "  " + ClockText(jobs[first].begin) + "  " + text + '\n';
-}
-
 std::string JobsOf(const Session& session) {
   std::string text;
-  for (std::size_t i = 0; i < session.jobs.size();) {
-    std::size_t last = i;
-    while (last < session.jobs.size() && IsQuiet(session.jobs[last])) ++last;
-    text += last > i ? TextOfQuiet(session.jobs, i, last) : TextOf(session, session.jobs[i]);
-    i = std::max(last, i + 1);
+  for (const JobGroup& group : GroupJobs(session)) {
+    if (group.text.empty()) {
+      text += TextOf(session, *group.first);
+    } else {
+      text += "  " + ClockText(group.first->begin) + "  " + group.text + '\n';
+    }
   }
   if (session.omittedJobs > 0) {
     text += "  and " + std::to_string(session.omittedJobs) + " more that are not shown\n";
@@ -115,27 +80,11 @@ std::string JobsOf(const Session& session) {
   return text;
 }
 
-std::string FlatText(const char* format) {
-  std::string text;
-  for (const char* at = format; *at != '\0'; ++at) {
-    if (*at != '\n') text += *at;
-  }
-  return text;
-}
-
 std::string HarmlessOf(const std::vector<LogAccount>& accounts) {
-  std::map<const LogLine*, std::uint64_t> lines;
-  for (const LogAccount& account : accounts) {
-    for (const Session& session : account.sessions) {
-      for (const auto& [line, count] : session.harmless) lines[line] += count;
-    }
-  }
   std::string text;
-  std::size_t shown = 0;
-  for (const auto& [line, count] : lines) {
-    if (++shown > kShownHarmless) break;
-    text += "  \"" + FlatText(line->text) + "\", " + std::to_string(count) +
-            " times: " + line->meaning + '\n';
+  for (const HarmlessLine& each : HarmlessLines(accounts)) {
+    text += "  \"" + each.text + "\", " + std::to_string(each.count) +
+            (each.count == 1 ? " time: " : " times: ") + each.line->meaning + '\n';
   }
   return text.empty() ? "" : "lines that look like failures and are none:\n" + text;
 }
