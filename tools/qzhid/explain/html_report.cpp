@@ -194,10 +194,8 @@ std::string HtmlReport(const std::vector<LogAccount>& accounts) {
   std::string page = kHead + Element("h1", "What happened") + Element(kind, Verdict(accounts));
   for (const LogAccount& account : accounts) {
     for (const Session& session : account.sessions) page += SessionPart(session);
-    if (account.omittedSessions > 0) {
-      page += Element("p", "And " + std::to_string(account.omittedSessions) +
-                               " more sessions in which nothing went wrong.");
-    }
+    const std::string omitted = OmittedText(account);
+    if (!omitted.empty()) page += Element("p", omitted);
   }
   return page + HarmlessPart(accounts) + "</body>\n</html>\n";
 }

@@ -265,6 +265,7 @@ void JobTracker::Keep(Job&& job) {
   const bool isFine = job.result == Result::Done || job.result == Result::Empty;
   if (keptJobs_ >= (isFine ? kMostJobs : kMostFailures)) {
     ++session_->omittedJobs;
+    if (!isFine) ++session_->omittedProblems;
     return;
   }
   ++keptJobs_;

@@ -99,7 +99,8 @@ Json ToJson(const LogAccount& account) {
           {"cut_at_start", account.shape.isCutAtStart},
           {"cut_at_end", account.shape.isCutAtEnd},
           {"sessions", sessions},
-          {"omitted_sessions", account.omittedSessions}};
+          {"omitted_sessions", account.omittedSessions},
+          {"omitted_problems", account.omittedProblems}};
 }
 
 }  // namespace

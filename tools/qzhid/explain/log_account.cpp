@@ -30,6 +30,9 @@ void CheckShape(const std::string& file, const LogShape& shape) {
 }
 
 void KeepSession(LogAccount& account, Session&& session) {
+  for (const auto& [line, count] : session.harmless) account.harmless[line] += count;
+  session.harmless.clear();
+  account.omittedProblems += session.omittedProblems;
   const bool isBad = std::any_of(session.jobs.begin(), session.jobs.end(), IsProblem);
   if (account.sessions.size() < kMostSessions || isBad) {
     account.sessions.push_back(std::move(session));
@@ -231,9 +234,19 @@ Explanation Explain(const Session& session, const Job& job) {
   return {WhatOf(session, job), HubAfter(job), AdviceFor(session, job)};
 }
 
+std::string OmittedText(const LogAccount& account) {
+  if (account.omittedSessions == 0 && account.omittedProblems == 0) return "";
+  std::string text = "and " + std::to_string(account.omittedSessions) + " more sessions";
+  if (account.omittedProblems > 0) {
+    text += ", and " + std::to_string(account.omittedProblems) + " more calls that failed";
+  }
+  return text;
+}
+
 std::uint64_t CountProblems(const std::vector<LogAccount>& accounts) {
   std::uint64_t problems = 0;
   for (const LogAccount& account : accounts) {
+    problems += account.omittedProblems;
     for (const Session& session : account.sessions) {
       problems += static_cast<std::uint64_t>(
           std::count_if(session.jobs.begin(), session.jobs.end(), IsProblem));
@@ -260,9 +273,7 @@ std::string Verdict(const std::vector<LogAccount>& accounts) {
 std::vector<HarmlessLine> HarmlessLines(const std::vector<LogAccount>& accounts) {
   std::map<const LogLine*, std::uint64_t> counts;
   for (const LogAccount& account : accounts) {
-    for (const Session& session : account.sessions) {
-      for (const auto& [line, count] : session.harmless) counts[line] += count;
-    }
+    for (const auto& [line, count] : account.harmless) counts[line] += count;
   }
   std::vector<HarmlessLine> lines;
   for (const auto& [line, count] : counts) {

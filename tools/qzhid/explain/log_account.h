@@ -2,6 +2,7 @@
 #pragma once
 
 #include <istream>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -15,7 +16,9 @@ struct LogAccount {
   std::string file;
   LogShape shape;
   std::vector<Session> sessions;
-  std::uint64_t omittedSessions = 0;  ///< in which nothing went wrong
+  std::uint64_t omittedSessions = 0;                 ///< that are not in `sessions`
+  std::uint64_t omittedProblems = 0;                 ///< calls that failed and are not there
+  std::map<const LogLine*, std::uint64_t> harmless;  ///< lines that look like failures
 };
 
 /// Reads a log to its end, of whatever size. Throws Failure when it is no log of the library.
@@ -37,6 +40,9 @@ std::string Verdict(const std::vector<LogAccount>& accounts);
 
 /// The number of calls in which something went wrong.
 std::uint64_t CountProblems(const std::vector<LogAccount>& accounts);
+
+/// What a log has more than is kept of it; empty when there is nothing.
+std::string OmittedText(const LogAccount& account);
 
 /// A line of the logs that looks like a failure and is none.
 struct HarmlessLine {

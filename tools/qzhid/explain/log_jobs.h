@@ -128,7 +128,8 @@ struct Session {
   std::uint64_t firstLine = 0;
   std::vector<ListedHub> hubs;
   std::vector<Job> jobs;
-  std::uint64_t omittedJobs = 0;                     ///< that went well and are not in `jobs`
+  std::uint64_t omittedJobs = 0;                     ///< that are not in `jobs`
+  std::uint64_t omittedProblems = 0;                 ///< of these, those that failed
   std::map<const LogLine*, std::uint64_t> harmless;  ///< lines that look like failures
 };
 

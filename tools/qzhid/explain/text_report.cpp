@@ -107,10 +107,8 @@ std::string TextReport(const std::vector<LogAccount>& accounts) {
   for (const LogAccount& account : accounts) {
     text += ShapeOf(account);
     for (const Session& session : account.sessions) text += HeaderOf(session) + JobsOf(session);
-    if (account.omittedSessions > 0) {
-      text += "and " + std::to_string(account.omittedSessions) +
-              " more sessions in which nothing went wrong\n";
-    }
+    const std::string omitted = OmittedText(account);
+    if (!omitted.empty()) text += omitted + '\n';
   }
   return text + HarmlessOf(accounts) + Verdict(accounts) + '\n';
 }
