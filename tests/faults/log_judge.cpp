@@ -56,7 +56,7 @@ LogJudge::Verdict LogJudge::Explain() {
   });
   reader.Take({s_text, length_});
   reader.End();
-  tracker.End(false);
+  tracker.End();
   return verdict;
 }
 

@@ -61,7 +61,8 @@ void RunExplain(Host& host, const ExplainOptions& options) {
 void AddExplainCommand(CLI::App& app, Host& host) {
   CLI::App* command = app.add_subcommand("explain", "say what happened, from the library's log");
   const auto options = std::make_shared<ExplainOptions>();
-  command->add_option("LOG", options->logs, "a log file; - for standard input")->required();
+  command->add_option("FILE", options->logs, "a log of the library; - for standard input")
+      ->required();
   command->add_option("--html", options->page, "write it as a page for a browser to this file, too")
       ->option_text("FILE");
   AddExamples(*command, {"qzhid explain update.log", "qzhid explain *.log --html account.html",

@@ -108,6 +108,7 @@ void JobTracker::Take(const LogEvent& event) {
   if (event.line->sign == Sign::Host) TakeHost(event);
   session_->level = std::min(session_->level, event.line->level);
   session_->end = event.seconds;
+  if (event.isWindows) lineEnds_ = System::Windows;
   if (event.line->nature == Nature::Harmless) CountHarmless(event.line);
   if (ContinueRequest(event)) return;
   if (event.line->sign == Sign::UpdateRunning) return KeepRefused(event);
@@ -125,10 +126,8 @@ void JobTracker::Take(const LogEvent& event) {
   if (!isAboutIt) lastRequest_.reset();
 }
 
-void JobTracker::End(bool isWindows) {
-  if (!session_) return;
-  if (session_->system == System::Unknown && isWindows) session_->system = System::Windows;
-  EndSession();
+void JobTracker::End() {
+  if (session_) EndSession();
 }
 
 /// A process names its host in its first listing or opening, before which it has logged little.
@@ -157,7 +156,7 @@ void JobTracker::BeginSession(const LogEvent& event) {
   session_->file = file_;
   session_->begin = session_->end = event.seconds;
   session_->firstLine = event.number;
-  pointers_ = System::Unknown;
+  pointers_ = lineEnds_ = System::Unknown;
   strangers_.clear();
   otherPaths_.clear();
 }
@@ -167,6 +166,7 @@ void JobTracker::EndSession() {
   CommitRequest();
   EndJob();
   if (session_->system == System::Unknown) session_->system = pointers_;
+  if (session_->system == System::Unknown) session_->system = lineEnds_;
   receiver_(std::move(*session_));
   session_.reset();
 }
@@ -178,6 +178,7 @@ std::string JobTracker::CallOf(const LogEvent& event) const {
   if (event.name.starts_with("CUniversalFlow::DevReadVersion")) return kReadVersion;
   if (event.name == "CUniversalFlow::DevErase") return std::string(event.name);
   if (event.name == "CUniversalFlow::ResetDeviceonly") return std::string(event.name);
+  if (event.name == "CHidFind::ListHidDevice") return IsList() ? job_->call : "QZ_ListAllHidDev";
   const bool isExport = event.name.starts_with("QZ_") && event.name != "QZ_InitProperty";
   return isExport ? ReadableText(event.name) : "";
 }
@@ -203,6 +204,7 @@ void JobTracker::SwitchJob(const LogEvent& event) {
   const Sign sign = event.line->sign;
   const std::string call = CallOf(event);
   KeepGpio();
+  if (job_ && CorrectGuess(event, call)) return;
   if (job_) {
     const bool isOther = !call.empty() && !job_->call.empty() && call != job_->call;
     const bool isNewOpening = sign == Sign::Built && !(IsList() && !isEnded_);
@@ -220,6 +222,7 @@ void JobTracker::BeginJob(const LogEvent& event, const std::string& call) {
   job_->begin = job_->end = event.seconds;
   job_->firstLine = job_->lastLine = request_ ? request_->number : event.number;
   step_ = Step::None;
+  isGuessed_ = event.line->sign == Sign::Built || event.name == "CHidFind::ListHidDevice";
   isEnded_ = isArrived_ = isConnected_ = isResetSent_ = hasLeft_ = isImageMissing_ = false;
   forgets_ = 0;
   status_.clear();
@@ -234,6 +237,17 @@ void JobTracker::BeginJob(const LogEvent& event, const std::string& call) {
 void JobTracker::NameJob(const LogEvent& event, const std::string& call) {
   job_->call = call;
   if (step_ == Step::None) EnterStep(FirstStep(call), event);
+}
+
+/// A listing whose first line is cut off looks like an opening at first, and the other listing.
+bool JobTracker::CorrectGuess(const LogEvent& event, const std::string& call) {
+  const bool isListing = call.starts_with("QZ_List") && event.line->sign != Sign::ListEnter;
+  if (!isListing || !isGuessed_) return false;
+  job_->call = call;
+  step_ = Step::List;
+  job_->steps = {{step_, job_->begin, event.seconds}};
+  isGuessed_ = event.name == "CHidFind::ListHidDevice";
+  return true;
 }
 
 void JobTracker::EndJob() {

@@ -19,8 +19,8 @@ class JobTracker {
   JobTracker(std::string file, Receiver receiver);
 
   void Take(const LogEvent& event);
-  /// The log has ended. `isWindows`: its lines end as on Windows.
-  void End(bool isWindows);
+  /// The log has ended.
+  void End();
 
  private:
   // Which job a line belongs to.
@@ -31,6 +31,7 @@ class JobTracker {
   std::string CallOf(const LogEvent& event) const;
   void BeginJob(const LogEvent& event, const std::string& call);
   void NameJob(const LogEvent& event, const std::string& call);
+  bool CorrectGuess(const LogEvent& event, const std::string& call);
   void EndJob();
   void BeginSession(const LogEvent& event);
   void EndSession();
@@ -71,9 +72,11 @@ class JobTracker {
   std::optional<Session> session_;
   std::uint64_t keptJobs_ = 0;
   System pointers_ = System::Unknown;  ///< by the way that handles are written
+  System lineEnds_ = System::Unknown;  ///< by the ends of lines, which may have been converted
 
   std::optional<Job> job_;
   Step step_ = Step::None;
+  bool isGuessed_ = false;    ///< the job was taken for an opening
   bool isEnded_ = false;      ///< the job's last line was seen
   bool isArrived_ = false;    ///< the wait of the step has found the hub
   bool isConnected_ = false;  ///< and is over

@@ -220,7 +220,7 @@ LogAccount ReadLog(const std::string& file, std::istream& stream) {
     if (shape.isWide || (shape.events == 0 && shape.bytes > kFarEnough)) break;
   }
   reader.End();
-  tracker.End(reader.Shape().windows > 0);
+  tracker.End();
   account.shape = reader.Shape();
   CheckShape(file, account.shape);
   return account;

@@ -84,6 +84,8 @@ constexpr LogLine kLines[] = {
     {Sign::Exception, Topic::Calls, 3, Nature::Failure, kNoNumber, kAnyExport,
      "The calling thread is being ended\n", "The host ended the thread that made the call.",
      kFixHost},
+    {Sign::None, Topic::Calls, 3, Nature::Harmless, kNoNumber, "CRequestCMD::Yv_CloseDevice",
+     "Property Object is null!!\n", "There was nothing to close.", ""},
     {Sign::Cause, Topic::Calls, 3, Nature::Failure, kNoNumber, "CRequestCMD::*",
      "Property Object is null!!\n",
      "Nothing was sent because no hub is open: it was closed, or something was listed since.",

@@ -80,10 +80,8 @@ void LogReader::End() {
 
 void LogReader::TakeLine(std::string_view line) {
   ++shape_.lines;
-  if (line.ends_with('\r')) {
-    ++shape_.windows;
-    line.remove_suffix(1);
-  }
+  isWindows_ = line.ends_with('\r');
+  if (isWindows_) line.remove_suffix(1);
   TakeRest(line);
 }
 
@@ -109,6 +107,7 @@ void LogReader::BeginEvent(std::string_view stamp, std::string_view rest) {
   }
   current_.seconds = stampSeconds_;
   current_.number = shape_.lines;
+  current_.isWindows = isWindows_;
   event_ = rest;
   isInEvent_ = true;
 }

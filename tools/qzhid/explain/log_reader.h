@@ -18,6 +18,7 @@ struct LogEvent {
   std::string_view text;     ///< without line ends
   std::int64_t seconds = 0;  ///< since 1970, in the time of the computer that logged it
   std::uint64_t number = 0;  ///< of the line in the file, from 1
+  bool isWindows = false;    ///< the line ends as on Windows
 };
 
 /// What a log is like as a whole.
@@ -26,7 +27,6 @@ struct LogShape {
   std::uint64_t lines = 0;
   std::uint64_t events = 0;   ///< lines of the library
   std::uint64_t unknown = 0;  ///< of these, the ones that the table does not have
-  std::uint64_t windows = 0;  ///< lines that end as on Windows
   bool isWide = false;        ///< UTF-16, which no library writes
   bool isCutAtStart = false;  ///< begins in the middle of a line
   bool isCutAtEnd = false;    ///< ends in the middle of a line
@@ -63,6 +63,7 @@ class LogReader {
   std::string stamp_;  ///< the last one that was read, and its time
   std::int64_t stampSeconds_ = 0;
   bool isInEvent_ = false;
+  bool isWindows_ = false;  ///< the current line
 };
 
 }  // namespace qzhid
