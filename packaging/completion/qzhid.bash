@@ -44,7 +44,10 @@ _qzhid() {
 
   COMPREPLY=()
   case $option in
-    -i | --image | --log | --library | --file | --out | --record | --csv | --page) _qzhid_files; return ;;
+    -i | --image | --log | --library | --file | --out | --record | --csv | --page | --html | --bundle | --with-log)
+      _qzhid_files
+      return
+      ;;
     --hub)
       compopt -o filenames 2>/dev/null  # which quotes blanks
       mapfile -t choices < <(_qzhid_hubs)

@@ -9,6 +9,7 @@
 
 #include "api/api_calls.h"
 #include "discovery/hid_find.h"
+#include "faults/log_judge.h"
 #include "flow/universal_flow.h"
 
 // Allocations of a thread by operator new are counted, and from the first to the last of these
@@ -110,6 +111,7 @@ struct Job {
   enum class Leaves { Anything, Nothing, WhatItOpened };
 
   const char* name;
+  const char* exportName;  ///< how the name of each export that it calls begins
   bool isGivenHandle;
   Leaves leaves;                           ///< the devices that are open afterwards
   std::function<bool(void*& handle)> run;  ///< whether it was reported as done
@@ -127,6 +129,21 @@ class FaultSweep : public ApiTest {
     CMsg::Instance().AddResponder(&m_Listener);
   }
   ~FaultSweep() override { CMsg::Instance().RemoveResponder(&m_Listener); }
+
+  /// How the logs of all cases were explained, a line for each kind.
+  static void TearDownTestSuite() {
+    for (const auto& [kind, score] : s_judge.Scores()) {
+      std::printf("explained: %s|%d|%d|%d|%d|%d|%d\n", kind.c_str(), score.failed, score.named,
+                  score.otherStep, score.silent, score.good, score.blamed);
+      // What a false answer leads to is all that a log can show.
+      const bool isLie = std::any_of(
+          std::begin(kFaultKinds), std::end(kFaultKinds),
+          [&kind](const FaultKind& each) { return each.name == kind && each.Is(kLie); });
+      EXPECT_TRUE(isLie || score.named == score.failed) << kind;
+      EXPECT_TRUE(isLie || score.blamed == 0) << kind;
+    }
+    EXPECT_EQ(0u, s_judge.UnknownLines());
+  }
 
   /// Injects the kind at the places of the job; prints one line of the summary.
   void Sweep(const Start& start, const Job& job, const FaultKind& kind) {
@@ -158,17 +175,32 @@ class FaultSweep : public ApiTest {
     Fault fault = {};
     std::uint16_t key = 0;        ///< of the request under way
     unsigned row = 0, index = 0;  ///< which one that is in which row of requests of that key
+    StepSet steps = kAnyStep;     ///< in which of the job it is
   };
-  /// Counts the failures in the log, without memory of its own.
+  /// How far the job without faults had come when it reported a percentage.
+  struct Mark {
+    int percent;
+    std::uint64_t used;
+    std::uint64_t records;
+  };
+  /// Counts the failures in the log and hands its lines on, without memory of its own.
   struct Listener final : SilentReceiver {
-    void OnLog(const char*, int level) override { failures += level >= 3 ? 1 : 0; }
+    void OnLog(const char* line, int level) override {
+      failures += level >= 3 ? 1 : 0;
+      s_judge.Add(line);
+    }
     int failures = 0;
   };
   struct Outcomes {
     int tried = 0, done = 0, wrong = 0, failed = 0, replugged = 0, lost = 0;
   };
 
-  static void OnProgress(std::int32_t percent) { s_progress = percent; }
+  static void OnProgress(std::int32_t percent) {
+    s_progress = percent;
+    if (s_nMarks < std::size(s_marks)) {
+      s_marks[s_nMarks++] = {percent, t_used, virtualhub::CurrentMachine().recorder().all().size()};
+    }
+  }
 
   /// A machine whose hub is listed, and open if that is wanted.
   void Prepare(bool isOpen) {
@@ -183,6 +215,7 @@ class FaultSweep : public ApiTest {
     Prepare(job.isGivenHandle);
     if (!kind.Is(kOutOfMemory)) machine->recorder().Start();  // which uses memory, too
     t_used = 0;
+    s_nMarks = 0;
     const bool isReported = job.run(handle);
     const std::uint64_t allocations = kind.Is(kOutOfMemory) ? t_used : 0;
     EXPECT_TRUE(isReported) << m_Trace;
@@ -191,12 +224,19 @@ class FaultSweep : public ApiTest {
     std::vector<Place> places;
     Place place{kind.fault};
     if (kind.fault.action == Unplug || kind.fault.action == PowerLoss) place.fault.device = "hub";
+    const bool isUpdate = job.exportName == std::string("QZ_UpdateDev");
     for (place.fault.nth = 1; place.fault.nth <= allocations; ++place.fault.nth) {
+      if (isUpdate) place.steps = StepsOfUpdate(PercentAt(&Mark::used, place.fault.nth - 1));
       places.push_back(place);
     }
     std::map<std::optional<Service>, std::uint32_t> events;
     std::map<unsigned, unsigned> lengths;  // of the rows
+    bool isResetSent = false, isModeRead = false;
     for (const Record& record : machine->recorder().all()) {
+      const auto number = static_cast<std::uint64_t>(&record - machine->recorder().all().data());
+      const int percent = PercentAt(&Mark::records, number);
+      isResetSent = isResetSent || record.key() == 0x4000;
+      isModeRead = isModeRead || (percent >= 20 && (!isResetSent || record.key() == 0xC009));
       if (record.kind == Record::Kind::Request) {
         const bool goesOn = record.key() == std::exchange(place.key, record.key());
         place.row += goesOn ? 0 : 1;
@@ -206,6 +246,11 @@ class FaultSweep : public ApiTest {
       if (!IsEventOf(place.fault, record)) continue;
       place.fault.service = record.service;
       place.fault.nth = ++events[record.service];
+      const bool isSending = record.kind == Record::Kind::Output;
+      if (isUpdate) place.steps = StepOfUpdate(percent, place.key, isModeRead, isSending);
+      if (isUpdate && place.fault.on == On::Reset && place.key == 0x4000) {
+        place.steps = Only(Step::LoaderBack);
+      }
       places.push_back(place);
     }
     std::erase_if(places, [&lengths](const Place& each) {
@@ -213,6 +258,15 @@ class FaultSweep : public ApiTest {
     });
     QZ_CloseDev(std::exchange(handle, nullptr));
     return places;
+  }
+
+  /// What the job without faults had reported when the counter of the mark was at that number.
+  static int PercentAt(std::uint64_t Mark::*counter, std::uint64_t number) {
+    int percent = -1;
+    for (std::size_t i = 0; i < s_nMarks && s_marks[i].*counter <= number; ++i) {
+      percent = s_marks[i].percent;
+    }
+    return percent;
   }
 
   bool IsEventOf(const Fault& fault, const Record& record) {
@@ -233,18 +287,29 @@ class FaultSweep : public ApiTest {
   }
 
   void Inject(const Start& start, const Job& job, const FaultKind& kind, const Place& place) {
+    s_judge.Begin();
     Prepare(job.isGivenHandle);
     m_Listener.failures = 0;
     s_progress = 0;
     const std::uint64_t exchanges = machine->exchanges();
     const bool isReported = RunStruck(job, kind, place);
+    s_judge.End();
+    const std::string service =
+        place.fault.service ? std::string(NameOf(*place.fault.service)) : "event";
+    const std::string where = m_Trace + Text(", %s %d, request %x", service.c_str(),
+                                             static_cast<int>(place.fault.nth), place.key);
     ++m_Outcomes.tried;
     if (!isReported) {
       ++m_Outcomes.failed;
+      // Only an export logs that there is no memory.
+      if (job.isExport || !kind.Is(kOutOfMemory)) {
+        s_judge.JudgeFailure(kind.name, job.exportName, place.steps, where);
+      }
       Check(s_progress == 0, "progress is back at 0", place);
       Check(m_Listener.failures > 0 || !job.isExport, "the log reports the failure", place);
     } else if (job.isDone()) {
       ++m_Outcomes.done;
+      s_judge.JudgeSuccess(kind.name, where);
     } else {
       ++m_Outcomes.wrong;
       Check(job.mayLie(kind, place.key), "what is reported as done is done", place);
@@ -314,6 +379,9 @@ class FaultSweep : public ApiTest {
   }
 
   static inline int s_progress;
+  static inline Mark s_marks[512];
+  static inline std::size_t s_nMarks = 0;
+  static inline LogJudge s_judge;
   Listener m_Listener;
   virtualhub::Scenario m_Scenario;
   Outcomes m_Outcomes;
@@ -338,6 +406,7 @@ TEST_P(UpdateSweep, EndsInAClearResultAndAHubThatCanBeUpdated) {
     return kind.fault.action == LoseWrite && (key == 0x40E9 || isUnnoticed);
   };
   const Job job = {"update",
+                   "QZ_UpdateDev",
                    true,
                    Job::Leaves::Nothing,
                    [this](void* dev) { return Update(dev); },
@@ -383,31 +452,32 @@ TEST_F(FaultSweep, EachJobReportsItsFailureAndLeavesOpenWhatItPromises) {
     return (flow.*job)();
   };
   const Job jobs[] = {
-      {"list", false, Nothing, [&](void*) { return isTaken(QZ_ListAllHidDev(&records, &count)); },
-       isListed},
-      {"list by ids", false, Nothing,
+      {"list", "QZ_ListAllHidDev", false, Nothing,
+       [&](void*) { return isTaken(QZ_ListAllHidDev(&records, &count)); }, isListed},
+      {"list by ids", "QZ_ListAllHidDevByVIDPID", false, Nothing,
        [&](void*) { return isTaken(QZ_ListAllHidDevByVIDPID(0x2E7C, 0x818, &records, &count)); },
        isListed},
-      {"open", false, WhatItOpened,
+      {"open", "QZ_OpenHid", false, WhatItOpened,
        [&](void*& opened) { return (opened = QZ_OpenHid(number())) != nullptr; }, isAlways},
-      {"close", true, Nothing, [](void* dev) { return QZ_CloseDev(dev), true; },
+      {"close", "QZ_CloseDev", true, Nothing, [](void* dev) { return QZ_CloseDev(dev), true; },
        [&] { return QZ_HidI2CConfig(handle, 0xA0, 2, 1) == kRejected; }},
-      {"read the hub's version", true, Nothing,
+      {"read the hub's version", "QZ_ReadDevVersion", true, Nothing,
        [&](void* dev) { return QZ_ReadDevVersion(dev, &version) == 1; },
        [&] { return isVersion(0x0102); }},
-      {"read the file's version", true, Nothing,
+      {"read the file's version", "QZ_ReadBinVersion", true, Nothing,
        [&](void* dev) { return QZ_ReadBinVersion(dev, file.path(), &version) == 1; },
        [&] { return isVersion(0x0210); }},
-      {"read the hub's ids", false, Nothing,
+      {"read the hub's ids", "QZ_", false, Nothing,
        [&](void*) { return QZ_GetHubVIDPIDFromHidDevice(number(), &vid, &pid) == 1; }, areIds},
-      {"read the file's ids", false, Nothing,
+      {"read the file's ids", "QZ_GetHidBinFileVIDPID", false, Nothing,
        [&](void*) { return QZ_GetHidBinFileVIDPID(file.path(), &vid, &pid) == 1; }, areIds},
-      {"bridges", true, Anything, crossBridges,
+      {"bridges", "QZ_", true, Anything, crossBridges,
        [&] { return machine->exchanges() == exchanges + 16 && hub().gpio()[5]; }},
       // Jobs that no export offers yet. A hub that does not come back is reported as erased.
-      {"erase", true, Anything, [&](void* dev) { return runFlow(dev, &CUniversalFlow::DevErase); },
+      {"erase", "", true, Anything,
+       [&](void* dev) { return runFlow(dev, &CUniversalFlow::DevErase); },
        [&] { return hub().bank(0).contents()[0x7F12] == 0xFF; }, isAnyLie, false},
-      {"reset", true, Anything,
+      {"reset", "", true, Anything,
        [&](void* dev) { return runFlow(dev, &CUniversalFlow::ResetDeviceonly); }, isAlways,
        isAnyLie, false}};
   for (const Job& job : jobs) {

@@ -55,6 +55,11 @@ takes failure 1 list --log /nowhere/log
 machine "$(hub)"
 takes station 0 station --image "$work/new.bin" --record "$work/units.jsonl" --once 1 --quiet
 takes failure 2 station --image "$work/new.bin"
+run --json doctor --bundle "$work/bundle.zip" --yes --log "$work/doctor.log"
+: > "$work/err"  # says what is in the bundle
+keep doctor 0
+takes explain 0 explain "$work/doctor.log"
+takes failure 1 explain "$work/new.bin"
 takes failure 5 image "$work/missing"
 machine "$(hub)"
 takes failure 1 i2c read --target 0xA2 --length 1
@@ -69,6 +74,8 @@ takes list 0 list
 takes doctor 1 doctor
 takes info 0 info --hub 1-2
 takes failure 4 info --hub 1-3.1
+run info --hub 1-4 --log "$work/silent.log"
+takes explain 1 explain "$work/silent.log" "$work/doctor.log"
 takes failure 6 info --hub 1-4
 takes failure 2 info
 takes recover 1 recover $write --hub 1-2 --hub 1-4 --hub 1-3.1
@@ -88,6 +95,10 @@ recover|7|$(fault request hub stall ', "request": "40/C8"')|, "running": "rom"|
 update|1|$(fault request hub stall ', "request": "40/00"')||--retries 1
 update|0|{"on": "request", "request": "40/C8", "action": "power_loss", "return_ms": 0}||
 END
+machine "$(hub)" '{"on": "request", "request": "40/C8", "nth": 100, "device": "hub", "action": "power_loss", "return_ms": 0}'
+run update $write --log "$work/update.log" --retries 0
+takes explain 1 explain "$work/update.log"
+machine "$(hub)"
 takes update 5 update --yes --image "$work/other.bin"
 takes failure 5 update $write --sha256 "$(printf '%064d' 0)"
 takes failure 5 update $write --flash-size 32679

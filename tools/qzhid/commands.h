@@ -20,6 +20,7 @@ void AddGpioCommand(CLI::App& app, Host& host);
 void AddI2cCommand(CLI::App& app, Host& host);
 void AddFlashCommand(CLI::App& app, Host& host);
 void AddDoctorCommand(CLI::App& app, Host& host);
+void AddExplainCommand(CLI::App& app, Host& host);
 void AddWorkerCommand(CLI::App& app, Host& host);
 
 }  // namespace qzhid

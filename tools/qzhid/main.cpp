@@ -79,6 +79,7 @@ int Run(int argc, char** argv, qzhid::Host& host) {
   qzhid::AddI2cCommand(app, host);
   qzhid::AddFlashCommand(app, host);
   qzhid::AddDoctorCommand(app, host);
+  qzhid::AddExplainCommand(app, host);
   qzhid::AddWorkerCommand(app, host);
   tools::AddHelpCommand(app, "qzhid help gpio get");
   qzhid::AddExamples(app, {"qzhid list", "qzhid update --image new.bin", "qzhid info --virtual"});

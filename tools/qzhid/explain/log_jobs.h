@@ -1,0 +1,136 @@
+// What a log is about: sessions, the calls of the host in them, and what went wrong first.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "qzhid/explain/log_lines.h"
+
+namespace qzhid {
+
+/// A part of a call. Those of an update are in its order.
+enum class Step {
+  None,
+  Image,       ///< load the image file
+  Find,        ///< wait until the hub is there
+  Mode,        ///< read whether it runs its firmware or its loader
+  ToLoader,    ///< reset it into its loader
+  LoaderBack,  ///< wait until it is back
+  Erase,
+  Write,
+  Check,
+  Start,         ///< reset it into the new firmware
+  FirmwareBack,  ///< wait until it is back
+  List,
+  Clock,    ///< raise the frequency
+  Version,  ///< read the version
+  Request,  ///< a request of the host's own
+  Finish
+};
+
+/// As texts and results name it: "wait for the loader".
+const char* NameOf(Step step);
+
+enum class Result {
+  Done,
+  Empty,  ///< a listing that found no hub
+  Failed,
+  Unfinished,  ///< the log ends in the middle of it, or the program did
+  Unclear      ///< the log's level does not show it
+};
+
+/// As texts and results name it.
+const char* NameOf(Result result);
+
+/// A vendor request that failed.
+struct LoggedRequest {
+  std::uint8_t type = 0, code = 0;
+  std::uint16_t value = 0, index = 0;
+  std::uint32_t length = 0;
+  std::optional<std::uint8_t> target;  ///< of an I2C transfer
+
+  std::uint16_t Key() const { return static_cast<std::uint16_t>(type << 8 | code); }
+  std::uint32_t Address() const { return static_cast<std::uint32_t>(index) << 16 | value; }
+};
+
+/// What a wait for a hub saw, when the hub did not come.
+struct WaitFacts {
+  std::uint32_t refused = 0;  ///< requests 40/02
+  std::uint32_t closed = 0;   ///< times that a device that may be the hub could not be opened
+  std::uint32_t blind = 0;    ///< scans in which the system did not list its devices
+  std::string elsewhere;      ///< the location of a hub at another port
+  std::string wanted;         ///< and where it should be
+};
+
+/// The first thing that went wrong in a call.
+struct Trouble {
+  Step step = Step::None;
+  const LogLine* line = nullptr;
+  std::string text;          ///< of the line, as logged
+  std::uint64_t number = 0;  ///< of the line in the file
+  std::int64_t seconds = 0;
+  std::optional<std::uint32_t> code;
+  CodeKind codeKind = CodeKind::None;
+  bool isAnswer = false;  ///< the request was sent, and its answer not read
+  std::optional<LoggedRequest> request;
+  WaitFacts wait;
+};
+
+struct StepTime {
+  Step step = Step::None;
+  std::int64_t begin = 0, end = 0;
+};
+
+/// One call of an export.
+struct Job {
+  std::string call;  ///< the export; empty when the log does not show which
+  Result result = Result::Unclear;
+  std::int64_t begin = 0, end = 0;
+  std::uint64_t firstLine = 0, lastLine = 0;
+  std::vector<StepTime> steps;
+  std::optional<Trouble> trouble;
+  bool isDetailed = false;         ///< lines of level 0 are there
+  std::string image;               ///< the file of an update
+  std::optional<bool> isInLoader;  ///< at the start
+  bool hasTwoBanks = false;
+  std::string hub;      ///< "2E7C:0818", as the status block or the hub itself says
+  std::string version;  ///< that it ran at the start
+};
+
+/// The step that failed, or where an unfinished job ends.
+Step FailedStep(const Job& job);
+
+/// What a call does, for people: "update". The name of the call itself when there is no other.
+std::string TitleOf(const Job& job);
+
+enum class System { Unknown, Windows, Linux };
+
+/// A hub of a list.
+struct ListedHub {
+  std::string ids;  ///< "2E7C:0818"
+  std::uint32_t port = 0, level = 0;
+
+  bool operator==(const ListedHub&) const = default;
+};
+
+/// What one process has logged, as far as the log shows where it begins.
+struct Session {
+  std::string file;
+  std::string host;   ///< the system, as logged; empty if it is not
+  std::string built;  ///< when the library was built
+  System system = System::Unknown;
+  int level = 3;  ///< of its lines, the lowest
+  std::int64_t begin = 0, end = 0;
+  std::uint64_t firstLine = 0;
+  std::vector<ListedHub> hubs;
+  std::vector<Job> jobs;
+  std::uint64_t omittedJobs = 0;                     ///< that are not in `jobs`
+  std::uint64_t omittedProblems = 0;                 ///< of these, those that failed
+  std::map<const LogLine*, std::uint64_t> harmless;  ///< lines that look like failures
+};
+
+}  // namespace qzhid
