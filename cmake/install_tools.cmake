@@ -11,6 +11,9 @@ endif()
 if(WIN32)
   return()
 endif()
+# Wireshark looks for dissectors of packages there.
+install(FILES packaging/wireshark/qzhid.lua DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins
+  COMPONENT tools)
 
 foreach(page IN ITEMS qzhid.1 qzhub.1)
   set(packed ${PROJECT_BINARY_DIR}/install/${page}.gz)

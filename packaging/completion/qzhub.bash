@@ -16,7 +16,7 @@ _qzhub() {
 
   COMPREPLY=()
   case $option in
-    --out | --scenario)
+    --out | --scenario | --capture)
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -f -- "$word")
       return

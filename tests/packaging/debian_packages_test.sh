@@ -19,7 +19,7 @@ fail() { echo "$*" >&2; failures=1; }
 contents() {
   sort > "$work/expected"
   dpkg-deb --fsys-tarfile "$packages/$1_${version}_$architecture.deb" | tar -t | grep -v '/$' |
-    sed -E "s|^\./||; s|[^/]+-linux-gnu[^/]*|ARCH|; s,/(docs|examples)/.*\.(md|c)$,/\1/," | sort -u |
+    sed -E "s|^\./||; s|[^/]+-linux-gnu[^/]*|ARCH|; s,/(docs|examples)/.*\.(md|png|c)$,/\1/," | sort -u |
     diff -u "$work/expected" - >&2 || fail "$1 does not contain the right files"
 }
 # field PACKAGE NAME PATTERN: that field of the package matches the pattern.
@@ -63,6 +63,7 @@ field libqzhidapi-dev Depends "^libqzhidapi1 \(= $version\)\$"
 contents qzhidapi-tools << END
 usr/bin/qzhid
 usr/bin/qzhub
+usr/lib/ARCH/wireshark/plugins/qzhid.lua
 usr/lib/udev/rules.d/70-qzhidapi.rules
 usr/share/bash-completion/completions/qzhid
 usr/share/bash-completion/completions/qzhub

@@ -90,6 +90,8 @@ update|0|{"on": "request", "request": "40/C8", "action": "power_loss", "return_m
 END
 takes update 5 update --yes --image "$work/other.bin"
 takes failure 5 update $write --sha256 "$(printf '%064d' 0)"
+takes failure 5 update $write --flash-size 32679
+takes update 0 update $write --flash-size 32680
 slow "{\"name\": \"a\", \"port\": \"1\", $slowness}, {\"name\": \"b\", \"port\": \"2\"}"
 start update --all --json --jobs 1 $write
 await '"writing"'

@@ -34,7 +34,8 @@ StationView ReadView(const nlohmann::json& json) {
                    json.value("passed", 0u),
                    json.value("failed", 0u),
                    json.value("rate", 0.0),
-                   json.value("stopped", "")};
+                   json.value("stopped", ""),
+                   json.value("ending", false)};
   for (const auto& bay : json["bays"]) view.bays.push_back(ReadBay(bay));
   return view;
 }

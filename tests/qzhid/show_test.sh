@@ -155,7 +155,7 @@ expect 2 "qzhid: A subcommand is required; see 'qzhid --help'" --json
 expect 2 "qzhid: --vid: '12345' is not one to four hexadecimal digits; see 'qzhid --help'" list --vid 12345 --pid 1
 expect 2 "qzhid: there is no command 'updat'; did you mean 'update'?; see 'qzhid --help'" updat --yes
 expect 2 "qzhid: there is no command 'gett'; did you mean 'get'?; see 'qzhid --help'" gpio gett 3
-expect 2 "qzhid: there is no command 'frob'; the commands are list, info, image, update, recover, gpio, i2c, flash, doctor, help; see 'qzhid --help'" frob
+expect 2 "qzhid: there is no command 'frob'; the commands are list, info, image, update, recover, station, gpio, i2c, flash, doctor, help; see 'qzhid --help'" frob
 expect 2 "qzhid: The following argument was not expected: 5; see 'qzhid --help'" list 5
 expect 0 'Usage: qzhid gpio drive [OPTIONS] LINE LEVEL' help gpio drive
 "$qzhid" --virtual list <&- >&- 2>&- || complain 'it does not work without its standard streams'

@@ -49,7 +49,7 @@ screens = {
         (sample.view(sample.AGAIN, sample.RECOVERED, sample.CURRENT, sample.REFUSED), 100, 30),
     "a line that has stopped": (sample.many(5, **stopped), 80, 24),
     "wide characters and long texts": (sample.view(sample.WIDE, sample.LONG, sample.EVIL), 80, 24),
-    "a line each": (sample.many(5), 70, 6),
+    "one failure in three thousand": (sample.many(5, passed=2999, failed=1), 72, 6),
     "more bays than lines": (sample.many(32), 50, 6),
     "a terminal without UTF-8": (sample.many(4), 80, 24, "", "the page → Ω cannot be written"),
 }
@@ -85,6 +85,10 @@ for name, bay, more, colour in (("PASS", sample.PASSED, {}, "30;42"), ("FAIL", s
 # Nothing from outside reaches the terminal as a control character, or turns the text around.
 text = "\n".join(screen(sample.view(sample.EVIL), 80, 24) + show([sample.view(), sample.view(sample.EVIL)], "events"))
 compare("control characters", [], re.findall("[\x00-\x09\x0b-\x1f\x7f-\x9f\u202e]", text))
+
+# The end that the user wants is no failure.
+compare("end", ["  the line has stopped: the station ends"],
+        show([sample.view(), sample.view(stopped="the station ends", ending=True)], "events"))
 
 # The events between views, in order; "!" is a failure.
 unit = [sample.FREE, sample.SCAN, sample.CHECKING, sample.WRITING, {**sample.WRITING, "percent": 50},

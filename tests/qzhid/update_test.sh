@@ -54,8 +54,8 @@ $(echo "$hub_member" | sed 's/^/    /')
 }
 END
 {
-  echo "$steps" | sed 's/\(.*\), \(.*\) %/{"event":"progress","port_id":"1-3.1","phase":"\1","percent":\2}/'
-  echo '{"event":"outcome","port_id":"1-3.1","outcome":"updated","runs":"loader","error":null}'
+  echo "$steps" | sed 's/\(.*\), \(.*\) %/{"schema":1,"event":"progress","port_id":"1-3.1","phase":"\1","percent":\2}/'
+  echo '{"schema":1,"event":"outcome","port_id":"1-3.1","outcome":"updated","runs":"loader","error":null}'
 } | diff -u - "$work/err" >&2 || complain 'the events differ'
 update -q
 [ "$status" -eq 0 ] && [ ! -s "$work/out" ] && [ ! -s "$work/err" ] || complain '--quiet is not quiet'
@@ -80,6 +80,8 @@ expect 5 "$me the hub runs its firmware 1.02; nothing needs to be recovered; 'qz
 expect 0 "$done" update -y -i "$work/new.bin" --sha256 "$(digest "$work/new.bin" | tr a-f A-F)"
 expect 5 "qzhid: image $work/new.bin has the SHA-256 $(digest "$work/new.bin"); use the image that has $(digest "$work/old.bin")" \
   update -y -i "$work/new.bin" --sha256 "$(digest "$work/old.bin")"
+expect 5 "qzhid: image $work/new.bin is longer than the flash: 32680 bytes of at most 32679; use the image for this hub" \
+  update -y -i "$work/new.bin" --flash-size 32679
 expect 2 "qzhid: --sha256: '12ab' is not 64 hexadecimal digits; see 'qzhid --help'" update -y -i "$work/new.bin" --sha256 12ab
 while read -r size reason; do
   cp "$work/new.bin" "$work/odd.bin" && truncate -s $size "$work/odd.bin"
@@ -93,6 +95,7 @@ expect 3 "qzhid: no hub matches '6'; attached are: 1-3.1" update --hub 6 --image
 # A dry run checks everything and writes nothing.
 machine "$(hub)" '' ', "state_folder": "dry"'
 expect 0 '      "outcome": "not started",' update -n -i "$work/new.bin" --json
+expect 0 'hub 1-3.1 would be written' update -n -i "$work/new.bin"
 expect 5 "$me the image is for vendor 2E7D, the hub is of vendor 2E7C; use an image for this hub" update -n -i "$work/vendor.bin"
 update -n
 grep -qx 'hub 1-3.1: 1.02 -> 2.10' "$work/err" || complain 'the dry run does not say what it would do'

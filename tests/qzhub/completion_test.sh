@@ -39,7 +39,8 @@ offer 'plug power-loss' p
 offer '--help --scenario' unplug --
 offer '' plug ''
 offer 'new.bin' plug dock --scenario ne
-offer '--help --listen --scenario' serve --
+offer '--help --listen --scenario --capture' serve --
+offer 'new.bin' attach --capture ne
 offer '--size' image --s
 offer '' serve ''
 offer '' image --size ''

@@ -58,8 +58,8 @@ std::string ReadyHidFile(std::uint32_t port) {
 
 }  // namespace
 
-bool Eventually(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+bool Eventually(const std::function<bool()>& condition, std::chrono::seconds limit) {
+  const auto end = std::chrono::steady_clock::now() + limit;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) return false;
     std::this_thread::sleep_for(10ms);

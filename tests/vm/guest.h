@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -11,8 +12,9 @@
 
 namespace qzhid::vm {
 
-/// Polls until it holds, for at most 20 seconds.
-bool Eventually(const std::function<bool()>& condition);
+/// Polls until it holds, for at most that time.
+bool Eventually(const std::function<bool()>& condition,
+                std::chrono::seconds limit = std::chrono::seconds(20));
 
 /// Empty when there is none.
 std::string ReadFile(const std::string& path);
@@ -35,6 +37,8 @@ class Program {
   bool HasWritten(const std::string& text) const {
     return Output().find(text) != std::string::npos;
   }
+
+  pid_t Id() const { return process_; }
 
   /// Waits for its end; returns the exit status, 128 and more for a signal.
   int Wait();

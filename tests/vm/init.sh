@@ -6,7 +6,7 @@ export PATH=/qz/bin:/usr/sbin:/usr/bin:/bin LD_LIBRARY_PATH=/qz/lib
 mount -t proc proc /proc
 mount -t sysfs sysfs /sys
 mount -t devtmpfs devtmpfs /dev
-for module in usb-common usbcore usbip-core vhci-hcd hid usbhid hid-generic; do
+for module in usb-common usbcore usbmon usbip-core vhci-hcd hid usbhid hid-generic; do
   insmod "/modules/$module.ko"
 done
 ip link set lo up

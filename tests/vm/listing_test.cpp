@@ -52,6 +52,29 @@ TEST(Listing, HubsAreListedAndOtherDevicesOnlyByTheirIds) {
   QZ_FreeDevList(list);
 }
 
+/// What the first group of the pattern matches in the program's list.
+std::string Listed(const char* pattern, const std::string& options = "") {
+  const std::string list = RunProgram("qzhid list --json " + options).second;
+  std::smatch found;
+  return std::regex_search(list, found, std::regex(pattern)) ? found[1].str() : list;
+}
+
+TEST(Listing, TheProgramShowsAHubWithoutNodeInItsPlace) {
+  constexpr const char *kPlace = "(\"port_id\"[^}]*)\"level\"", *kState = "\"state\": \"([^\"]*)";
+  const Attached attached(HubScenario());
+  const std::string place = Listed(kPlace),
+                    interface = "1-" + std::to_string(attached.PortOf("hub")) + ":1.0";
+  EXPECT_EQ("firmware", Listed(kState));
+  EXPECT_EQ(place, Listed(kPlace, "--library /none"));
+  EXPECT_EQ("unknown", Listed(kState, "--library /none"));
+  WriteFile("/sys/bus/usb/drivers/usbhid/unbind", interface);
+  ASSERT_TRUE(Eventually([] { return HidrawDevices().empty(); }));
+  EXPECT_EQ(place, Listed(kPlace));
+  EXPECT_EQ("no node", Listed(kState));
+  EXPECT_THAT(RunProgram("qzhid info"), Pair(5, HasSubstr("the hub has no HID node")));
+  WriteFile("/sys/bus/usb/drivers/usbhid/bind", interface);
+}
+
 TEST(Listing, AHubThatTheStockClientAttachesWorks) {
   WriteFile("/tmp/served.json", HubScenario(R"(, "i2c": [{"kind": "eeprom", "address": "0x50"}])"));
   Program server("qzhub serve --scenario /tmp/served.json");

@@ -7,7 +7,7 @@ cd "$(dirname "$0")/../.."
 build=$1 results=$2
 shift 2
 limit=600 # seconds; a run that takes longer hangs
-modules=(usb-common usbcore usbip-core vhci-hcd hid usbhid hid-generic)
+modules=(usb-common usbcore usbmon usbip-core vhci-hcd hid usbhid hid-generic)
 
 kernel=$(tests/vm/kernel.sh)
 work=$(mktemp -d)

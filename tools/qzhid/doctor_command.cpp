@@ -30,7 +30,7 @@ Finding ExamineScenario() {
 
 Finding ExamineHub(Host& host, const Hub& hub) {
   const std::string name = "hub " + hub.Name();
-  if (!hub.isOpenable) return {false, name + " cannot be opened", NoPermission("").Next()};
+  if (!hub.isOpenable) return {false, name + " cannot be opened", NotOpenable(hub).Next()};
   try {
     const HubState state = ReadState(host, hub);
     if (state.version) return {true, name + " runs firmware " + state.Text(), ""};
@@ -43,7 +43,10 @@ Finding ExamineHub(Host& host, const Hub& hub) {
 void ExamineHubs(Host& host, Findings& findings) {
   const std::vector<Hub> hubs = ListHubs(host);
   if (hubs.empty()) findings.push_back({true, "no hub is attached", "plug one in to work with it"});
-  for (const Hub& hub : hubs) findings.push_back(ExamineHub(host, hub));
+  for (const Hub& hub : hubs) {
+    // The others are among the findings about the system.
+    if (hub.hasNode) findings.push_back(ExamineHub(host, hub));
+  }
 }
 
 Findings Examine(Host& host) {

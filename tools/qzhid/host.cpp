@@ -18,11 +18,13 @@ constexpr int kFailuresOnly = 3;
 // Of the form of all results; it changes when a member is renamed, removed or means something else.
 constexpr int kSchema = 1;
 
-void Print(const nlohmann::ordered_json& object) {
+std::string TextOf(const nlohmann::ordered_json& object, int indent) {
   nlohmann::ordered_json whole = {{"schema", kSchema}};
   whole.update(object);
-  std::cout << whole.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+  return whole.dump(indent, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
 }
+
+void Print(const nlohmann::ordered_json& object) { std::cout << TextOf(object, 2); }
 
 Failure NoLog(const std::filesystem::path& file) {
   return {Exit::Failed, "the log " + file.string() + " cannot be written", "",
@@ -124,8 +126,21 @@ void Host::Count(const Failure& failure) {
   }
 }
 
+void Host::PrintEvent(const nlohmann::ordered_json& event) const {
+  std::cerr << TextOf(event, -1) << std::flush;
+}
+
+void Host::Say(const std::string& text) const {
+  if (options_.printsEvents) {
+    PrintEvent({{"event", "message"}, {"text", text}});
+  } else if (!options_.isQuiet) {
+    std::cerr << "qzhid: " + text + '\n' << std::flush;
+  }
+}
+
 void Host::Show(const Failure& failure) {
   Count(failure);
+  if (options_.printsEvents) return PrintEvent({{"event", "error"}, {"error", ToJson(failure)}});
   if (failure.Next().empty()) {  // it is what the user wanted
     std::cerr << failure.what() << '\n';
     return;
@@ -145,7 +160,9 @@ void Host::Report(const Failure& failure) {
   if (options_.isJson) Print({{"error", ToJson(failure)}});
 }
 
-bool Host::MayMove() const { return !options_.isPlain && system::DrawableTerminal().columns > 0; }
+bool Host::MayMove() const {
+  return !options_.isPlain && !options_.printsEvents && system::DrawableTerminal().columns > 0;
+}
 
 bool Host::IsColourful() const {
   const char* unwanted = std::getenv("NO_COLOR");

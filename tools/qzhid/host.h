@@ -24,6 +24,7 @@ struct Options {
   bool isQuiet = false;
   bool isPlain = false;
   bool isVerbose = false;
+  bool printsEvents = false;  ///< standard error has JSON objects only, one a line
 };
 
 class Host {
@@ -51,6 +52,12 @@ class Host {
   /// The exit status becomes the failure's, or Failed when another kind of failure was counted
   /// before.
   void Count(const Failure& failure);
+
+  /// An object on a line of standard error.
+  void PrintEvent(const nlohmann::ordered_json& event) const;
+
+  /// A remark on a line of standard error; not with --quiet, unless it is an event.
+  void Say(const std::string& text) const;
 
   /// Counts a failure and shows it: one line on standard error, and with --verbose the last lines
   /// of the log after it.

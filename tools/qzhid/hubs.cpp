@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "common/texts.h"
+#include "qzhid/attached.h"
 #include "qzhid/patience.h"
 #include "qzhid/system.h"
 
@@ -75,6 +76,32 @@ bool AreOnOnePort(const Hub& hub, const Hub& other) {
          (!hub.id.port.empty() && hub.id.Device() == other.id.Device());
 }
 
+// Appends those that are on other ports.
+void AddOthers(std::vector<Hub>& hubs, const std::vector<Hub>& others) {
+  const std::vector<Hub> known = hubs;
+  for (const Hub& other : others) {
+    if (std::none_of(known.begin(), known.end(),
+                     [&other](const Hub& hub) { return AreOnOnePort(hub, other); })) {
+      hubs.push_back(other);
+    }
+  }
+}
+
+std::vector<Hub> HubsOfSystem() {
+  std::vector<Hub> hubs;
+  for (const AttachedHub& attached : AttachedHubs()) {
+    Hub hub;
+    hub.vid = attached.vid;
+    hub.pid = attached.pid;
+    hub.locations = {attached.location};
+    hub.id = ReadPortId(attached.location);
+    hub.isOpenable = false;
+    hub.hasNode = attached.hasNode;
+    hubs.push_back(std::move(hub));
+  }
+  return hubs;
+}
+
 void NameHubs(std::vector<Hub>& hubs, const PortNames& names) {
   const bool isOnSeveral = std::any_of(hubs.begin(), hubs.end(), [&hubs](const Hub& hub) {
     return hub.id.controller != hubs.front().id.controller;
@@ -93,15 +120,16 @@ void NameHubs(std::vector<Hub>& hubs, const PortNames& names) {
 std::string Hub::Name() const { return shownId + (userName.empty() ? "" : " (" + userName + ")"); }
 
 nlohmann::ordered_json ToJson(const Hub& hub) {
-  return {{"port_id", hub.shownId},
-          {"name",
-           hub.userName.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(hub.userName)},
-          {"vid", hub.vid},
-          {"pid", hub.pid},
-          {"location", hub.Location()},
-          {"level", hub.level},
-          {"port", hub.port},
-          {"instance", hub.instance}};
+  return {
+      {"port_id", hub.shownId},
+      {"name",
+       hub.userName.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(hub.userName)},
+      {"vid", hub.vid},
+      {"pid", hub.pid},
+      {"location", hub.Location()},
+      {"level", hub.level},
+      {"port", hub.port},
+      {"instance", hub.hasNode ? nlohmann::ordered_json(hub.instance) : nlohmann::ordered_json()}};
 }
 
 std::string VersionText(std::uint16_t version) {
@@ -123,21 +151,28 @@ std::vector<Hub> ListDevices(Host& host, std::uint16_t vid, std::uint16_t pid) {
 std::vector<Hub> ListHubs(Host& host) {
   // That list opens no device, so it also holds hubs that this user has no permission to open. It
   // comes first, because instances are good for the last list.
-  const std::vector<Hub> closed = ListDevicesOf(host, kFamilyVendorId, std::nullopt);
+  std::vector<Hub> closed = ListDevicesOf(host, kFamilyVendorId, std::nullopt);
+  for (Hub& hub : closed) hub.isOpenable = false;
   std::vector<Hub> hubs = ListOpenableHubs(host);
-  const std::size_t openable = hubs.size();
-  for (const Hub& hub : closed) {
-    const bool isThere = std::any_of(hubs.begin(), hubs.end(),
-                                     [&hub](const Hub& other) { return AreOnOnePort(hub, other); });
-    if (!isThere) hubs.push_back(hub);
+  AddOthers(hubs, closed);
+  if (!host.Settings().isVirtual) {
+    std::vector<Hub> others = HubsOfSystem();
+    std::erase_if(others, [](const Hub& hub) { return hub.hasNode; });
+    AddOthers(hubs, others);
   }
-  for (std::size_t i = openable; i < hubs.size(); ++i) hubs[i].isOpenable = false;
   NameHubs(hubs, host.Names());
   return hubs;
 }
 
-Failure NoPermission(const std::string& hub) {
-  return {Exit::NoPermission, "the hub cannot be opened", hub,
+std::vector<Hub> ListAttachedHubs(Host& host) {
+  std::vector<Hub> hubs = HubsOfSystem();
+  NameHubs(hubs, host.Names());
+  return hubs;
+}
+
+Failure NotOpenable(const Hub& hub) {
+  if (!hub.hasNode) return {Exit::Refused, "the hub has no HID node", hub.Name(), kFindNode};
+  return {Exit::NoPermission, "the hub cannot be opened", hub.Name(),
           "get permission for it (on Linux: the udev rule) or end the program that has it open"};
 }
 

@@ -23,6 +23,7 @@ struct Hub {
   std::string shownId{};   ///< with the controller if hubs of several controllers are attached
   std::string userName{};  ///< which the user has given to the port
   bool isOpenable = true;
+  bool hasNode = true;  ///< a HID node; without one it has no instance and cannot be opened
 
   std::string Location() const { return locations.empty() ? "" : locations.front(); }
   /// As messages name it: "1-3.1 (bay 3)".
@@ -37,12 +38,20 @@ std::string VersionText(std::uint16_t version);
 std::string IdText(std::uint32_t id);
 
 /// All hubs of the family: first those that can be opened, in the order in which the system
-/// enumerates them, then those that cannot.
+/// enumerates them, then those that cannot, at last those without a HID node.
 std::vector<Hub> ListHubs(Host& host);
+/// The same hubs as far as the system shows them, without the library.
+std::vector<Hub> ListAttachedHubs(Host& host);
 /// The HID devices with exactly these ids, of the family or not.
 std::vector<Hub> ListDevices(Host& host, std::uint16_t vid, std::uint16_t pid);
 
-Failure NoPermission(const std::string& hub);
+/// What to do about a hub that has no HID node.
+inline constexpr const char* kFindNode =
+    "return it to the system's HID driver: plug it in again, and end virtual machines and programs "
+    "that use it";
+
+/// Why a hub cannot be opened.
+Failure NotOpenable(const Hub& hub);
 
 /// The list entry of a hub that may have come back under another number; null when it is away.
 const Hub* AtLocation(const std::vector<Hub>& hubs, const std::string& location);

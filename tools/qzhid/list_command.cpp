@@ -31,11 +31,24 @@ void ListAnyDevices(Host& host, const ListOptions& options) {
               rows.size() == 1 ? "no such HID device is attached\n" : Table(rows));
 }
 
+// Whether there is a library; if not, that is shown.
+bool HasLibrary(Host& host) {
+  try {
+    host.Api();
+    return true;
+  } catch (const Failure& failure) {
+    if (host.Settings().isVirtual) throw;
+    host.Show(failure);
+    return false;
+  }
+}
+
 void List(Host& host) {
+  const bool hasLibrary = HasLibrary(host);
   nlohmann::ordered_json list = nlohmann::ordered_json::array();
   Rows rows = {{"PORT", "NAME", "VID:PID", "VERSION", "STATE"}};
-  for (const Hub& hub : ListHubs(host)) {
-    const HubSummary summary = Summarise(host, hub);
+  for (const Hub& hub : hasLibrary ? ListHubs(host) : ListAttachedHubs(host)) {
+    const HubSummary summary = hasLibrary ? Summarise(host, hub) : SummariseUnread(hub);
     const std::string version = summary.version ? VersionText(*summary.version) : "";
     list.push_back({{"hub", ToJson(hub)},
                     {"state", summary.state},

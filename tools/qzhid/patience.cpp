@@ -7,8 +7,9 @@
 namespace qzhid {
 
 Patience::Patience(Host& host, const std::string& waitingFor)
-    : moves_(host.MayMove()), text_("waiting for " + waitingFor) {
-  if (!host.Settings().isQuiet) thread_ = std::thread(&Patience::Show, this);
+    : host_(host), moves_(host.MayMove()), text_("waiting for " + waitingFor) {
+  if (!host.Settings().isQuiet || host.Settings().printsEvents)
+    thread_ = std::thread(&Patience::Show, this);
 }
 
 Patience::~Patience() {
@@ -28,7 +29,7 @@ void Patience::Show() {
   const auto isOver = [this] { return isOver_; };
   if (changed_.wait_for(lock, kSoon, isOver)) return;
   if (!moves_) {
-    std::cerr << "qzhid: " + text_ + '\n' << std::flush;
+    host_.Say(text_);
     return;
   }
   std::size_t turn = 0;

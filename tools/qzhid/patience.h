@@ -22,6 +22,7 @@ class Patience {
  private:
   void Show();
 
+  Host& host_;
   bool moves_;
   std::string text_;
   std::mutex mutex_;

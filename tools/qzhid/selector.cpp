@@ -79,7 +79,7 @@ Hub PickHub(Host& host, const std::optional<std::string>& selector) {
   const std::vector<Hub> attached = ListHubs(host);
   Hub hub = selector ? TheOnly(Matching(attached, *selector), "match '" + *selector + "'")
                      : TheOnlyAttached(attached);
-  if (!hub.isOpenable) throw NoPermission(hub.Name());
+  if (!hub.isOpenable) throw NotOpenable(hub);
   return hub;
 }
 
@@ -92,7 +92,7 @@ std::vector<Hub> PickHubs(Host& host, const std::vector<std::string>& selectors)
     if (!IsFilter(selector)) TheOnly(matching, "match '" + selector + "'");
     for (const Hub& hub : matching) {
       const bool isNamedTwice = std::any_of(hubs.begin(), hubs.end(), [&hub](const Hub& other) {
-        return other.instance == hub.instance;
+        return other.instance == hub.instance && other.locations == hub.locations;
       });
       if (!isNamedTwice) hubs.push_back(hub);
     }

@@ -26,7 +26,10 @@ HubState ReadState(Host& host, const Hub& hub) {
   return state;
 }
 
+HubSummary SummariseUnread(const Hub& hub) { return {hub.hasNode ? "unknown" : "no node", {}}; }
+
 HubSummary Summarise(Host& host, const Hub& hub) {
+  if (!hub.hasNode) return SummariseUnread(hub);
   if (!hub.isOpenable) return {"no permission", {}};
   try {
     const HubState state = ReadState(host, hub);

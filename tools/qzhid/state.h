@@ -19,7 +19,7 @@ struct HubState {
 
 /// What is known of a hub without more than a look at it.
 struct HubSummary {
-  std::string state;  ///< "firmware", "loader", "no permission" or "silent"
+  std::string state;  ///< "firmware", "loader", "no permission", "no node", "silent" or "unknown"
   std::optional<std::uint16_t> version;
 };
 
@@ -33,5 +33,7 @@ HubState ReadState(Host& host, const Hub& hub);
 
 /// Looks at a hub of the last list, also one that does not answer or cannot be opened.
 HubSummary Summarise(Host& host, const Hub& hub);
+/// The same without a library to ask.
+HubSummary SummariseUnread(const Hub& hub);
 
 }  // namespace qzhid

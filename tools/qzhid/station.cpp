@@ -37,7 +37,7 @@ std::string Clean(const std::string& scanned) {
 
 // Why a hub cannot be written at all.
 std::optional<Failure> Obstacle(const Hub& hub) {
-  if (!hub.isOpenable) return NoPermission(hub.Name());
+  if (!hub.isOpenable) return NotOpenable(hub);
   if (!hub.locations.empty()) return std::nullopt;
   return Failure(Exit::Refused, "the hub has no location, by which it could be found after a reset",
                  hub.Name(), "plug it into another port");
@@ -177,7 +177,7 @@ void Station::EndLabels() {
 }
 
 void Station::Stop() {
-  isStopping_ = isChanged_ = true;
+  isStopping_ = isChanged_ = view_.isEnding = true;
   view_.stopped = "the station ends";
 }
 

@@ -10,27 +10,25 @@ namespace qzhid {
 namespace {
 
 // What has come to a bay that is in another state now.
-std::string StateEvent(const BayTile& before, const BayTile& after, bool isStopped) {
-  const TileText text = TextOf(after, isStopped);
-  const std::string label = after.label.empty() ? "" : ", label " + after.label;
+std::string StateEvent(const BayTile& bay) {
+  const TileText text = TextOf(bay, false);
+  const std::string label = bay.label.empty() ? "" : ", label " + bay.label;
   switch (text.kind) {
     case TileKind::Scan:
       return "a hub has arrived; scan its label";
     case TileKind::Work:
-      return "started" + label + ": " + after.activity;
+      return "started" + label + ": " + bay.activity;
     case TileKind::Pass:
       return text.word + ": " + text.what;
     case TileKind::Fail:
       return text.word + ": " + text.what + (text.next.empty() ? "" : "; " + text.next);
     default:
-      return before.state == BayState::Empty ? "" : "unplugged";
+      return "unplugged";
   }
 }
 
-std::string BayEvent(const BayTile& before, const BayTile& after, bool isStopped) {
-  if (before.state != after.state || before.outcome != after.outcome) {
-    return StateEvent(before, after, isStopped);
-  }
+std::string BayEvent(const BayTile& before, const BayTile& after) {
+  if (before.state != after.state || before.outcome != after.outcome) return StateEvent(after);
   if (after.state != BayState::Working) return "";
   return before.activity != after.activity ? after.activity : "";
 }
@@ -50,12 +48,12 @@ std::vector<StationEvent> EventsBetween(const StationView& before, const Station
     events.push_back({ToUtf8(ShownCharacters(text)), isFailure});
   };
   for (const BayTile& bay : after.bays) {
-    const std::string event = BayEvent(BayIn(before, bay), bay, !after.stopped.empty());
+    const std::string event = BayEvent(BayIn(before, bay), bay);
     if (!event.empty()) add(TitleOf(bay) + ": " + event, bay.state == BayState::Failed);
   }
   if (after.stopped.empty() && !before.stopped.empty()) add("the line runs again", false);
   if (after.stopped != before.stopped && !after.stopped.empty()) {
-    add("the line has stopped: " + after.stopped, true);
+    add("the line has stopped: " + after.stopped, !after.isEnding);
   }
   return events;
 }

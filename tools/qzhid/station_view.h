@@ -45,6 +45,7 @@ struct StationView {
   std::size_t failed = 0;
   double unitsPerHour = 0;  ///< 0 while it is not known
   std::string stopped{};    ///< why no further unit is started; empty while the line runs
+  bool isEnding = false;    ///< because the user ends it, which is no trouble
 
   bool operator==(const StationView&) const = default;
 };

@@ -40,13 +40,12 @@ std::string Changes(const UpdateRun& run, const Image& image) {
 }
 
 // Shows the failures that were not shown before.
-void ShowFailures(Host& host, const UpdateOptions& options, const UpdateRun& run,
-                  std::vector<bool>& isShown) {
+void ShowFailures(Host& host, const UpdateRun& run, std::vector<bool>& isShown) {
   isShown.resize(run.Jobs().size());
   for (std::size_t i = 0; i < run.Jobs().size(); ++i) {
     const auto& failure = run.Jobs()[i].failure;
     if (failure && !isShown[i]) {
-      options.style == ProgressStyle::Json ? host.Count(*failure) : host.Show(*failure);
+      host.Settings().printsEvents ? host.Count(*failure) : host.Show(*failure);
     }
     isShown[i] = failure.has_value();
   }
@@ -81,6 +80,8 @@ std::string Sentence(const UpdateJob& job) {
              hub + " runs " + job.runs + " now\n";
     case Outcome::Current:
       return hub + " already runs " + job.runs + '\n';
+    case Outcome::NotStarted:
+      return job.failure ? "" : hub + " would be written\n";
     default:
       return "";  // the failure has been shown
   }
@@ -112,16 +113,18 @@ void Update(Host& host, const UpdateOptions& options) {
   UpdateRun run(host, options, image, ChooseHubs(host, options));
   run.Check();
   std::vector<bool> isShown;
-  ShowFailures(host, options, run, isShown);
+  ShowFailures(host, run, isShown);
   const std::string changes = Changes(run, image);
   const bool isAsked = !options.isAgreed && !options.isDryRun;
-  if (!isAsked && !host.Settings().isQuiet && options.style != ProgressStyle::Json) {
+  if (!isAsked && !host.Settings().isQuiet && !host.Settings().printsEvents) {
     std::cerr << changes << std::flush;
   }
-  if (!options.isDryRun) {
+  if (options.isDryRun) {
+    run.Skip();
+  } else {
     Ask(options, changes);
     run.Write();
-    ShowFailures(host, options, run, isShown);
+    ShowFailures(host, run, isShown);
   }
   ReportAll(host, options, image, run);
 }
@@ -139,6 +142,7 @@ CLI::App* AddWriter(CLI::App& app, Host& host, const std::string& name, const st
       ->option_text("MODE");
   command->callback([&host, options] {
     options->rules.takesLoader = options->isAll;
+    host.Settings().printsEvents = options->style == ProgressStyle::Json;
     Update(host, *options);
   });
   return command;

@@ -30,19 +30,20 @@ void UpdateDisplay::Draw(const std::vector<ShownHub>& hubs) {
 }
 
 void UpdateDisplay::ShowProgress(const Hub& hub, const Progress& progress) {
-  if (style_ == ProgressStyle::Json) {
-    Print({{"event", "progress"},
-           {"port_id", hub.shownId},
-           {"phase", progress.PhaseName()},
-           {"percent", progress.Percent()}});
+  if (host_.Settings().printsEvents) {
+    host_.PrintEvent({{"event", "progress"},
+                      {"port_id", hub.shownId},
+                      {"phase", progress.PhaseName()},
+                      {"percent", progress.Percent()}});
   } else if (!isLive_ && !host_.Settings().isQuiet) {
     std::cerr << "hub " + hub.Name() + ": " + progress.Text() + '\n' << std::flush;
   }
 }
 
 void UpdateDisplay::ShowRetry(const Hub& hub, const std::string& what, int retry, int retries) {
-  if (style_ == ProgressStyle::Json) {
-    Print({{"event", "retry"}, {"port_id", hub.shownId}, {"what", what}, {"retry", retry}});
+  if (host_.Settings().printsEvents) {
+    host_.PrintEvent(
+        {{"event", "retry"}, {"port_id", hub.shownId}, {"what", what}, {"retry", retry}});
   } else if (!host_.Settings().isQuiet) {
     Say("hub " + hub.Name() + ": " + what + "; trying again (" + std::to_string(retry) + " of " +
         std::to_string(retries) + ")");
@@ -52,24 +53,15 @@ void UpdateDisplay::ShowRetry(const Hub& hub, const std::string& what, int retry
 void UpdateDisplay::ShowOutcome(const Hub& hub, Outcome outcome, const std::string& runs,
                                 const Failure* failure) {
   if (style_ != ProgressStyle::Json) return;
-  Print({{"event", "outcome"},
-         {"port_id", hub.shownId},
-         {"outcome", NameOf(outcome)},
-         {"runs", runs},
-         {"error", failure != nullptr ? ToJson(*failure) : nlohmann::ordered_json()}});
+  host_.PrintEvent({{"event", "outcome"},
+                    {"port_id", hub.shownId},
+                    {"outcome", NameOf(outcome)},
+                    {"runs", runs},
+                    {"error", failure != nullptr ? ToJson(*failure) : nlohmann::ordered_json()}});
 }
 
 void UpdateDisplay::Say(const std::string& text) {
-  if (style_ == ProgressStyle::Json) {
-    Print({{"event", "message"}, {"text", text}});
-  } else {
-    live_.Say(text);
-  }
-}
-
-void UpdateDisplay::Print(const nlohmann::ordered_json& event) const {
-  std::cerr << event.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n'
-            << std::flush;
+  host_.Settings().printsEvents ? host_.Say(text) : live_.Say(text);
 }
 
 }  // namespace qzhid

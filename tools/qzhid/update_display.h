@@ -40,8 +40,6 @@ class UpdateDisplay {
   void Say(const std::string& text);
 
  private:
-  void Print(const nlohmann::ordered_json& event) const;
-
   Host& host_;
   ProgressStyle style_;
   LiveLines live_;

@@ -49,7 +49,7 @@ UpdateJob::Change UpdateJob::Take(const WorkerReport& report, bool stops) {
 
 UpdateJob::Change UpdateJob::TakeProgress(const ReportProgress& report) {
   const bool isStep = progress.Take(report.percent);
-  if (progress.CurrentPhase() >= Phase::Erasing) runs = "?";
+  if (progress.CurrentPhase() >= Phase::Erasing) runs.assign(1, '?');
   return isStep ? Change::Step : Change::None;
 }
 

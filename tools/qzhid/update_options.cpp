@@ -23,6 +23,11 @@ void AddWriteOptions(CLI::App& command, WriteOptions& options) {
   command.add_option("--sha256", options.sha256, "reject an image with another SHA-256")
       ->check(CLI::Validator(CheckHexDigest, "HEX"))
       ->option_text("HEX");
+  command
+      .add_option("--flash-size", options.flashSize,
+                  "reject an image that is longer than the hub's flash")
+      ->check(CLI::PositiveNumber)
+      ->option_text("BYTES");
   command.add_option("--retries", options.retries, "tries after one that failed, default 2")
       ->check(CLI::Range(0, 100))
       ->option_text("N");
@@ -39,6 +44,13 @@ void AddRuleOptions(CLI::App& command, UpdateRules& rules) {
 
 Image ReadWantedImage(const WriteOptions& options) {
   Image image = ReadImage(options.image);
+  const std::size_t size = image.bytes.size();
+  if (size > options.flashSize.value_or(size)) {
+    throw Failure(Exit::Refused,
+                  "image " + image.path + " is longer than the flash: " + std::to_string(size) +
+                      " bytes of at most " + std::to_string(*options.flashSize),
+                  "", "use the image for this hub");
+  }
   const std::string wanted = Upper(options.sha256);
   if (wanted.empty() || wanted == Upper(image.sha256)) return image;
   throw Failure(Exit::Refused, "image " + image.path + " has the SHA-256 " + image.sha256, "",

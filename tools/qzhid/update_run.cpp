@@ -66,7 +66,7 @@ void UpdateRun::Check() {
 }
 
 void UpdateRun::Check(UpdateJob& job, std::size_t attached) {
-  if (!job.hub.isOpenable) throw NoPermission(job.hub.Name());
+  if (!job.hub.isOpenable) throw NotOpenable(job.hub);
   if (job.hub.locations.empty() && attached > 1) {
     throw Failure(Exit::Failed, "the hub has no location", job.hub.Name(),
                   "unplug the other hubs and repeat the command");
@@ -77,6 +77,14 @@ void UpdateRun::Check(UpdateJob& job, std::size_t attached) {
   job.from = job.runs = state.Text();
   if (CheckHub(job.hub, state, image_, options_.rules) == Verdict::Current) {
     job.Finish(Outcome::Current);
+    ShowOutcome(job);
+  }
+}
+
+void UpdateRun::Skip() {
+  for (UpdateJob& job : jobs_) {
+    if (job.state != State::Ready) continue;
+    job.Finish(Outcome::NotStarted);
     ShowOutcome(job);
   }
 }

@@ -29,6 +29,8 @@ class UpdateRun {
 
   /// Finds out which hubs are to be written; those are then Ready.
   void Check();
+  /// Says of those that are Ready that they were not started.
+  void Skip();
   /// Writes those that are Ready. An interruption does not end that; a second one keeps further
   /// hubs from being started.
   void Write();

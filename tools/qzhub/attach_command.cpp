@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "qzhub/attachment.h"
+#include "qzhub/capture_option.h"
 #include "qzhub/control_input.h"
 #include "qzhub/scenario_file.h"
 #include "qzhub/usbip_commands.h"
@@ -12,9 +13,14 @@ namespace qzhub {
 
 namespace {
 
-void Attach(const std::string& scenarioFile) {
-  const virtualhub::Scenario scenario = LoadScenario(scenarioFile);
+struct AttachOptions {
+  std::string scenario, capture;
+};
+
+void Attach(const AttachOptions& options) {
+  virtualhub::Scenario scenario = LoadScenario(options.scenario);
   const Vhci vhci;
+  CaptureTo(options.capture, scenario);
   virtualhub::Machine machine(scenario);
   const StopEvent stop;
   stop.RequestOnSignals();
@@ -47,10 +53,11 @@ void Attach(const std::string& scenarioFile) {
 void AddAttachCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand(
       "attach", "plug virtual devices into this computer (as root; needs vhci_hcd)");
-  const auto scenario = std::make_shared<std::string>();
-  command->add_option("--scenario", *scenario,
+  const auto options = std::make_shared<AttachOptions>();
+  command->add_option("--scenario", options->scenario,
                       "JSON file that describes the devices, default: one hub and one keyboard");
-  command->callback([scenario] { Attach(*scenario); });
+  AddCaptureOption(*command, options->capture);
+  command->callback([options] { Attach(*options); });
   command->footer(
       "Keeps the devices attached until SIGINT or SIGTERM. Standard input takes lines as\n"
       "'qzhub plug', 'unplug' and 'power-loss' write them, such as \"unplug "

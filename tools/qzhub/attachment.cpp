@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <set>
 #include <system_error>
 #include <thread>
 
@@ -29,11 +30,19 @@ void Attachment::AttachIfPresent() {
   Attach();
 }
 
+// Where it was; else the port of the host controller that is its port in the scenario, where no
+// other device of the scenario can be while it is away; else any.
 std::uint32_t Attachment::ChoosePort(const std::optional<virtualhub::PortPath>& before) {
-  if (!port_) return vhci_.FindFreePort({});
-  if (before != device_->port) return vhci_.FindFreePort({*port_});
-  // Someone else may have taken it while the device was away.
-  return vhci_.IsFree(*port_) ? *port_ : vhci_.FindFreePort({});
+  // Someone else may have taken it meanwhile.
+  if (before == device_->port && vhci_.IsFree(*port_)) return *port_;
+  std::set<std::uint32_t> left;
+  if (before && before != device_->port) left.insert(*port_);
+  const virtualhub::PortPath& place = device_->port;
+  if (place.root == 1 && place.ports.size() == 1) {
+    const std::uint32_t own = place.ports.front() - 1;
+    if (!left.contains(own) && vhci_.IsFree(own)) return own;
+  }
+  return vhci_.FindFreePort(left);
 }
 
 void Attachment::Attach() {

@@ -3,17 +3,22 @@
 #include <algorithm>
 #include <utility>
 
+#include "virtualhub/bus/urb_status.h"
+
 namespace qzhub {
 
 namespace {
 
 using virtualhub::Error;
+using virtualhub::kUrbNoMemory;
+using virtualhub::kUrbOk;
+using virtualhub::kUrbStall;
+using virtualhub::kUrbUnlinked;
 using virtualhub::Result;
 
 constexpr std::size_t kMostTransfers = 64;
 constexpr std::uint32_t kInterruptEndpoint = virtualhub::kInterruptInEndpoint & 0x0F;
 static_assert(kInterruptEndpoint == virtualhub::kInterruptOutEndpoint);
-constexpr std::uint32_t kMostSystemCode = 133;  // the last error number of Linux
 constexpr auto kPresenceInterval = std::chrono::milliseconds(20);
 
 // Asks for a reset of the port that the device hangs on: SET_FEATURE(PORT_RESET) of the hub class.
@@ -25,14 +30,6 @@ bool IsPortReset(ByteView setup) {
 
 bool HasLeft(const Result& result) {
   return result.error == Error::Gone || result.error == Error::CutOff;
-}
-
-std::int32_t StatusOf(const Result& result) {
-  if (result.ok()) return kUrbOk;
-  if (HasLeft(result)) return kUrbProtocolError;
-  if (result.error != Error::SystemCode) return kUrbStall;
-  const bool isErrorNumber = result.code >= 1 && result.code <= kMostSystemCode;
-  return isErrorNumber ? -static_cast<std::int32_t>(result.code) : kUrbProtocolError;
 }
 
 }  // namespace
@@ -155,7 +152,7 @@ void DeviceLink::CarryOut(const Transfer& transfer, std::unique_lock<std::mutex>
   if (underWay_) {
     underWay_.reset();
     const std::size_t sent = result.ok() ? transfer.data.size() : 0;
-    const Bytes message = EncodeSubmitted(command.sequence, StatusOf(result),
+    const Bytes message = EncodeSubmitted(command.sequence, UrbStatusOf(result),
                                           command.in ? answer.size() : sent, answer);
     if (!connection_.send(message)) End();
   }

@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "qzhub/capture_option.h"
 #include "qzhub/control_input.h"
 #include "qzhub/scenario_file.h"
 #include "qzhub/server.h"
@@ -14,12 +15,13 @@ namespace {
 
 struct ServeOptions {
   std::string listen = "127.0.0.1:3240";
-  std::string scenario;
+  std::string scenario, capture;
 };
 
 void Serve(const ServeOptions& options) {
-  const virtualhub::Scenario scenario = LoadScenario(options.scenario);
+  virtualhub::Scenario scenario = LoadScenario(options.scenario);
   const tools::Descriptor listener = Listen(*SocketAddress::Parse(options.listen));
+  CaptureTo(options.capture, scenario);
   virtualhub::Machine machine(scenario);
   const StopEvent stop;
   stop.RequestOnSignals();
@@ -58,6 +60,7 @@ void AddServeCommand(CLI::App& app) {
       ->check(address);
   command->add_option("--scenario", options->scenario,
                       "JSON file that describes the devices, default: one hub and one keyboard");
+  AddCaptureOption(*command, options->capture);
   command->callback([options] { Serve(*options); });
   command->footer(
       "Serves up to 256 clients at once, until SIGINT or SIGTERM. Standard input takes lines as\n"

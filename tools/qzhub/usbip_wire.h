@@ -73,15 +73,6 @@ struct Command {
 /// its range, with too long a transfer, or isochronous (no device here has such endpoints).
 std::optional<Command> DecodeCommand(ByteView bytes);
 
-/// Status of a transfer: a negative error number of Linux.
-enum UrbStatus : std::int32_t {
-  kUrbOk = 0,
-  kUrbNoMemory = -12,
-  kUrbStall = -32,
-  kUrbProtocolError = -71,
-  kUrbUnlinked = -104,
-};
-
 /// The answer to a submit command; `data` is empty for an OUT transfer.
 Bytes EncodeSubmitted(std::uint32_t sequence, std::int32_t status, std::size_t actualLength,
                       ByteView data);

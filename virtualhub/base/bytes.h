@@ -1,6 +1,7 @@
-// Byte sequences and the little- and big-endian fields in them.
+// Byte sequences, and the little- and big-endian fields in them.
 #pragma once
 
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -30,6 +31,16 @@ constexpr void PutBigEndian16(MutableBytes bytes, std::size_t offset, std::uint1
 constexpr void PutLittleEndian32(MutableBytes bytes, std::size_t offset, std::uint32_t value) {
   for (std::size_t i = 0; i < 4; ++i) {
     bytes[offset + i] = static_cast<std::uint8_t>(value >> (8 * i));
+  }
+}
+
+inline void Append(Bytes& bytes, ByteView more) {
+  bytes.insert(bytes.end(), more.begin(), more.end());
+}
+template <std::unsigned_integral T>
+void AppendLittleEndian(Bytes& bytes, T value) {
+  for (std::size_t i = 0; i < sizeof(T); ++i) {
+    bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
   }
 }
 

@@ -99,6 +99,20 @@ void WriteFile(const fs::path& path, ByteView bytes) {
   if (!file) Fail("cannot be written", LastError());
 }
 
+fs::path MakeNewFile(const fs::path& path, ByteView bytes) {
+  const TemporaryFolder folder(path);
+  WriteFile(folder.File(), bytes);
+  fs::path made = path;
+  std::error_code error;
+  for (int number = 2; !fs::copy_file(folder.File(), made, error); ++number) {
+    if (error != std::errc::file_exists) Fail("cannot be created", error);
+    made.replace_filename(path.stem());
+    made += "-" + std::to_string(number);
+    made += path.extension();
+  }
+  return made;
+}
+
 void ReplaceFile(const fs::path& path, ByteView bytes) {
   const TemporaryFolder folder(path);
   WriteFile(folder.File(), bytes);

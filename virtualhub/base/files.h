@@ -29,6 +29,10 @@ Bytes ReadFilePart(const std::filesystem::path& path, std::uintmax_t offset, std
 /// Writes to the file, device or pipe of that name, or makes a file. Throws FileError.
 void WriteFile(const std::filesystem::path& path, ByteView bytes);
 
+/// Makes a file of that name, or of the first such as "name-2.txt" and "name-3.txt" that no file
+/// has, also when several processes do so at the same time. Returns its path. Throws FileError.
+std::filesystem::path MakeNewFile(const std::filesystem::path& path, ByteView bytes);
+
 /// Replaces a file as a whole: the bytes go to a new file that is then renamed, so that the path
 /// never names a part of them. Throws FileError; then the old file stays as it was.
 void ReplaceFile(const std::filesystem::path& path, ByteView bytes);

@@ -12,6 +12,16 @@ constexpr auto kVirtualStart =
 
 }  // namespace
 
+Clock::Clock(Mode mode)
+    : mode_(mode),
+      start_(std::chrono::steady_clock::now()),
+      calendarStart_(mode == Mode::Virtual ? kVirtualStart : std::chrono::system_clock::now()) {}
+
+std::uint64_t Clock::CalendarUs() const {
+  const auto start = std::chrono::floor<std::chrono::microseconds>(calendarStart_);
+  return static_cast<std::uint64_t>(start.time_since_epoch().count()) + NowUs();
+}
+
 std::uint64_t Clock::NowUs() const {
   if (mode_ == Mode::Virtual) return virtualUs_ += perLookUs_;
   const auto elapsed = std::chrono::steady_clock::now() - start_;

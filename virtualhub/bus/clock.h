@@ -20,10 +20,12 @@ class Clock {
     Real,
   };
 
-  explicit Clock(Mode mode) : mode_(mode), start_(std::chrono::steady_clock::now()) {}
+  explicit Clock(Mode mode);
 
   Mode mode() const { return mode_; }
   std::uint64_t NowUs() const;
+  /// The same, since 1970.
+  std::uint64_t CalendarUs() const;
   void SleepUs(std::uint64_t microseconds);
 
   /// Lets that much virtual time pass each time the clock is read, as time passes while a program
@@ -36,6 +38,7 @@ class Clock {
  private:
   const Mode mode_;
   const std::chrono::steady_clock::time_point start_;
+  const std::chrono::system_clock::time_point calendarStart_;
   // NowUs moves the time on in an object that otherwise stays as it is.
   mutable std::atomic<std::uint64_t> virtualUs_{0};
   std::atomic<std::uint64_t> perLookUs_{0};

@@ -42,6 +42,7 @@ Machine::Machine(const Scenario& scenario)
       host_(scenario.host),
       stateFolder_(scenario.stateFolder),
       tree_(scenario.instanceNumbers.value_or(kUsualNumbers), scenario.rootHubs, scenario.hubs) {
+  StartCapture(scenario);
   devices_.reserve(scenario.devices.size());
   for (const DeviceConfig& config : scenario.devices) {
     Device& device = devices_.emplace_back(config);
@@ -49,12 +50,7 @@ Machine::Machine(const Scenario& scenario)
     if (config.plugged) Arrive(device, 0);
     device.readyAtUs = 0;
   }
-  for (std::size_t i = 0; i < devices_.size(); ++i) order_.push_back(i);
-  const auto& wanted = scenario.enumerationOrder;
-  std::stable_sort(order_.begin(), order_.end(), [&](std::size_t a, std::size_t b) {
-    return std::find(wanted.begin(), wanted.end(), devices_[a].config.name) <
-           std::find(wanted.begin(), wanted.end(), devices_[b].config.name);
-  });
+  SetOrder(scenario.enumerationOrder);
   for (const Fault& fault : scenario.faults) AddFault(fault);
   if (scenario.record) recorder_.Start();
   if (scenario.controlFile.empty()) return;
@@ -64,6 +60,28 @@ Machine::Machine(const Scenario& scenario)
   for (Device& device : devices_) {
     if (device.returnAtUs) Arrive(device, 0);
     device.readyAtUs = 0;
+  }
+}
+
+// Devices that are not named come last.
+void Machine::SetOrder(const std::vector<std::string>& names) {
+  for (const std::string& name : names) order_.push_back(&Named(name));
+  for (const Device& device : devices_) {
+    if (std::find(order_.begin(), order_.end(), &device) == order_.end()) order_.push_back(&device);
+  }
+}
+
+void Machine::StartCapture(const Scenario& scenario) {
+  constexpr std::uint16_t kUsbLinuxMmapped = 220;  // LINKTYPE_USB_LINUX_MMAPPED
+  if (scenario.captureFile.empty()) return;
+  const auto existing =
+      scenario.replacesCapture ? PcapngFile::Existing::Replaced : PcapngFile::Existing::Kept;
+  try {
+    capture_ = std::make_unique<UsbCapture>(
+        PcapngFile(scenario.captureFile, existing, kUsbLinuxMmapped), clock_);
+  } catch (const FileError& error) {
+    std::cerr << "virtualhub: the capture " << scenario.captureFile.string() << ' ' << error.what()
+              << '\n';
   }
 }
 
@@ -151,12 +169,14 @@ void Machine::Arrive(Device& device, std::uint64_t atUs) {
   device.stay = ++stays_;
   hidNodes_.reset();
   device.returnAtUs.reset();  // not earlier: without memory for its nodes it arrives later
+  if (capture_) capture_->Arrive(Describe(device));
 }
 
 void Machine::Leave(Device& device) {
   device.leaveAtUs.reset();
   device.readyAtUs = kNever;
   device.channel.DropAnswer();
+  if (capture_) capture_->Leave({device.nodes.hid, device.stay});
   ForgetNodes(device.nodes);
   hidNodes_.reset();
   tree_.Detach(device.nodes);
@@ -236,9 +256,8 @@ const Node* Machine::View::FindNode(DevInst node) const { return machine_.tree_.
 std::shared_ptr<const std::vector<DevInst>> Machine::View::HidNodes() const {
   if (machine_.hidNodes_) return machine_.hidNodes_;
   std::vector<DevInst> nodes;
-  for (const std::size_t index : machine_.order_) {
-    const Device& device = machine_.devices_[index];
-    const std::vector<DevInst>& own = device.nodes.hidNodes;
+  for (const Device* device : machine_.order_) {
+    const std::vector<DevInst>& own = device->nodes.hidNodes;
     nodes.insert(nodes.end(), own.begin(), own.end());
   }
   machine_.hidNodes_ = std::make_shared<const std::vector<DevInst>>(std::move(nodes));
@@ -304,10 +323,14 @@ std::optional<BusDevice> Machine::OnBus(std::string_view name) {
   CatchUp();
   const Device& device = Named(name);
   if (!device.present()) return std::nullopt;
+  return Describe(device);
+}
+
+BusDevice Machine::Describe(const Device& device) const {
   const DeviceConfig& config = device.config;
-  return BusDevice{config.name,        {device.nodes.hid, device.stay},
-                   device.port,        device.ids,
-                   config.productText, config.reports};
+  return {config.name,        {device.nodes.hid, device.stay},
+          device.port,        device.ids,
+          config.productText, config.reports};
 }
 
 bool Machine::IsPresent(const HidNode& node) {

@@ -18,6 +18,7 @@
 #include "virtualhub/bus/faults.h"
 #include "virtualhub/bus/recorder.h"
 #include "virtualhub/bus/usb_tree.h"
+#include "virtualhub/capture/usb_capture.h"
 #include "virtualhub/hub/hub.h"
 #include "virtualhub/hub/report_channel.h"
 #include "virtualhub/scenario/control_file.h"
@@ -89,7 +90,8 @@ class Machine {
 
   /// Report exchanges. Each takes the device's latency; an input report shorter than the buffer
   /// does not touch the rest of it. The other HID nodes of the device stall.
-  Result SetOutputReport(const HidNode& node, ByteView report);
+  Result SetOutputReport(const HidNode& node, ByteView report,
+                         OutputPipe pipe = OutputPipe::Control);
   Result GetInputReport(const HidNode& node, MutableBytes report);
 
   /// The named device as a USB host finds it now; none while it is off the bus.
@@ -186,6 +188,9 @@ class Machine {
   void Leave(Device& device);
   void LosePlug(Device& device, std::optional<std::uint32_t> returnMs, const std::string& port);
   void LosePower(Device& device, std::optional<std::uint32_t> returnMs, const std::string& port);
+  BusDevice Describe(const Device& device) const;
+  void SetOrder(const std::vector<std::string>& names);
+  void StartCapture(const Scenario& scenario);
   void StartReset(Device& device);
   void ReadControl();
   void CarryOut(const std::string& controlLine);
@@ -201,8 +206,9 @@ class Machine {
   void Hold(Device& device, std::optional<std::uint32_t> releaseMs);
   bool StrikeDevice(const Fault& fault, Device* concerned);
 
-  template <typename Deliver>
-  Result RunExchange(bool output, const HidNode& node, ByteView report, Deliver deliver);
+  template <typename Begin, typename Deliver>
+  Result RunExchange(bool output, const HidNode& node, ByteView report, Begin begin,
+                     Deliver deliver);
   std::optional<Result> Prevent(const Fault* fault, Device& device);
   Result DeliverOutput(Device& device, const Fault* fault, ByteView report, Effects& effects);
   Result DeliverInput(Device& device, const Fault* fault, MutableBytes report);
@@ -218,12 +224,13 @@ class Machine {
   std::mutex mutex_;
   UsbTree tree_;
   std::vector<Device> devices_;
-  std::vector<std::size_t> order_;                        ///< indices into devices_
+  std::vector<const Device*> order_;                      ///< of enumeration
   std::unordered_map<DevInst, Device*> byNode_;           ///< present devices under all their nodes
   std::shared_ptr<const std::vector<DevInst>> hidNodes_;  ///< null: to be listed again
   std::uint64_t nextChangeUs_ = 0;                        ///< nothing leaves or returns before that
   Faults faults_;
   Recorder recorder_;
+  std::unique_ptr<UsbCapture> capture_;
   std::shared_ptr<const ExchangeHook> hook_;
   std::optional<FirmwareDouble> double_;
   std::uint64_t exchanges_ = 0, stays_ = 0;

@@ -3,12 +3,14 @@
 
 namespace virtualhub {
 
-template <typename Deliver>
-Result Machine::RunExchange(bool output, const HidNode& node, ByteView report, Deliver deliver) {
+template <typename Begin, typename Deliver>
+Result Machine::RunExchange(bool output, const HidNode& node, ByteView report, Begin begin,
+                            Deliver deliver) {
   Exchange exchange{0, output, node.number, report};
   std::shared_ptr<const ExchangeHook> hook;
   std::uint32_t latencyUs = 0;
   bool present = false;
+  UsbCapture::Transfer transfer;
   {
     const std::lock_guard<std::mutex> guard(mutex_);
     CatchUp();
@@ -17,12 +19,14 @@ Result Machine::RunExchange(bool output, const HidNode& node, ByteView report, D
     const Device* device = OfHidNode(node);
     present = device != nullptr;
     if (present && device->hub) latencyUs = device->hub->timing().latencyUs;
+    if (capture_) transfer = begin();
   }
   clock_.SleepUs(latencyUs);
   if (hook) (*hook)(exchange);
 
   Effects effects;
   Result result;
+  ByteView input;
   {
     const std::lock_guard<std::mutex> guard(mutex_);
     CatchUp();
@@ -41,21 +45,33 @@ Result Machine::RunExchange(bool output, const HidNode& node, ByteView report, D
       }
     }
     RecordReport(output ? Record::Kind::Output : Record::Kind::Input, node.number, report, result);
+    if (!output && device != nullptr) {
+      input =
+          report.first(std::min<std::size_t>(device->config.reports.inputLength, report.size()));
+    }
   }
   clock_.SleepUs(std::uint64_t{effects.delayMs} * 1000);
+  if (capture_) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    capture_->End(transfer, result, input);
+  }
   return result;
 }
 
-Result Machine::SetOutputReport(const HidNode& node, ByteView report) {
-  return RunExchange(true, node, report, [&](Device& device, const Fault* fault, Effects& effects) {
-    return DeliverOutput(device, fault, report, effects);
-  });
+Result Machine::SetOutputReport(const HidNode& node, ByteView report, OutputPipe pipe) {
+  return RunExchange(
+      true, node, report, [&] { return capture_->BeginOutput(node, pipe, report); },
+      [&](Device& device, const Fault* fault, Effects& effects) {
+        return DeliverOutput(device, fault, report, effects);
+      });
 }
 
 Result Machine::GetInputReport(const HidNode& node, MutableBytes report) {
-  return RunExchange(false, node, report, [&](Device& device, const Fault* fault, Effects&) {
-    return DeliverInput(device, fault, report);
-  });
+  return RunExchange(
+      false, node, report, [&] { return capture_->BeginInput(node, report); },
+      [&](Device& device, const Fault* fault, Effects&) {
+        return DeliverInput(device, fault, report);
+      });
 }
 
 // The result of an exchange that a fault keeps from happening; none when it happens.

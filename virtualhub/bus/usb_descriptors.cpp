@@ -22,17 +22,13 @@ std::uint8_t Low(std::size_t value) { return static_cast<std::uint8_t>(value); }
 std::uint8_t High(std::size_t value) { return static_cast<std::uint8_t>(value >> 8); }
 std::uint8_t TypeByte(DescriptorType type) { return static_cast<std::uint8_t>(type); }
 
-void Append(Bytes& bytes, const Bytes& more) {
-  bytes.insert(bytes.end(), more.begin(), more.end());
-}
-
 // Report count, usage 1, and the main item. A report that is its ID alone has no fields.
 void AppendReport(Bytes& items, std::uint16_t reportLength, std::optional<std::uint8_t> id,
                   std::uint8_t mainItem) {
   if (reportLength < 2) return;
   const std::size_t count = reportLength - 1u;
-  if (id) Append(items, {0x85, *id});
-  Append(items, {0x96, Low(count), High(count), 0x09, 0x01, mainItem, 0x02});
+  if (id) Append(items, Bytes{0x85, *id});
+  Append(items, Bytes{0x96, Low(count), High(count), 0x09, 0x01, mainItem, 0x02});
 }
 
 }  // namespace
@@ -89,11 +85,11 @@ Bytes ConfigurationDescriptor(const ReportConfig& reports, DescriptorType type) 
   const bool hasOut = reports.outEndpoint != OutEndpoint::None;
   const std::uint8_t endpoints = hasOut ? 2 : 1;
   const auto appendEndpoint = [&](Bytes& bytes, std::uint8_t address) {
-    Append(bytes, {7, 5, address, 3, kInterruptPacketSize, 0,
-                   highSpeed ? kHighSpeedInterval : kFullSpeedInterval});
+    Append(bytes, Bytes{7, 5, address, 3, kInterruptPacketSize, 0,
+                        highSpeed ? kHighSpeedInterval : kFullSpeedInterval});
   };
   Bytes all{9, TypeByte(type), 0, 0, 1, kConfigurationValue, 0, kSelfPowered, 0};
-  Append(all, {9, 4, 0, 0, endpoints, kHidClass, 0, 0, 0});  // interface 0, no boot protocol
+  Append(all, Bytes{9, 4, 0, 0, endpoints, kHidClass, 0, 0, 0});  // interface 0, no boot protocol
   Append(all, HidDescriptor(reports));
   appendEndpoint(all, kInterruptInEndpoint);
   if (hasOut) appendEndpoint(all, kInterruptOutEndpoint);
@@ -123,7 +119,7 @@ Bytes StringDescriptor(std::string_view utf8) {
     units.resize(kMostStringUnits - (splitsPair ? 1 : 0));
   }
   Bytes descriptor{Low(2 + 2 * units.size()), TypeByte(DescriptorType::String)};
-  for (const char16_t unit : units) Append(descriptor, {Low(unit), High(unit)});
+  for (const char16_t unit : units) Append(descriptor, Bytes{Low(unit), High(unit)});
   return descriptor;
 }
 

@@ -17,6 +17,7 @@ inline constexpr std::uint16_t kDeviceRelease = 0x0100;  ///< bcdDevice
 /// String indices. Manufacturer and product are those of the device descriptor; there is no serial
 /// number, so that hosts distinguish devices by their port.
 inline constexpr std::uint8_t kManufacturerString = 1;
+inline constexpr std::string_view kManufacturer = "Virtual";
 inline constexpr std::uint8_t kProductString = 2;
 inline constexpr std::uint8_t kProductTextString = 52;
 inline constexpr std::uint16_t kLanguage = 0x0409;  ///< the only one: English (United States)

@@ -159,7 +159,7 @@ Result UsbDevice::GetString(const SetupPacket& setup, Bytes& answer) {
   if (setup.index != kLanguage) return kStall;
   switch (index) {
     case kManufacturerString:
-      answer = StringDescriptor("Virtual");
+      answer = StringDescriptor(kManufacturer);
       return kDone;
     case kProductString:
       answer = StringDescriptor(device_.name);
@@ -234,13 +234,13 @@ Result UsbDevice::SetReport(const SetupPacket& setup, ByteView data, Bytes&) {
   if (device_.reports.outEndpoint == OutEndpoint::Only) return kStall;
   const std::uint8_t id = Low(setup.value);
   if (id != 0 && (data.empty() || data[0] != id)) return kStall;
-  return TakeOutputReport(id, data);
+  return TakeOutputReport(id, data, OutputPipe::Control);
 }
 
-Result UsbDevice::TakeOutputReport(std::uint8_t id, ByteView data) {
+Result UsbDevice::TakeOutputReport(std::uint8_t id, ByteView data, OutputPipe pipe) {
   Bytes report(data.begin(), data.end());
   if (id == 0) report.insert(report.begin(), id);
-  return machine_.SetOutputReport(device_.hid, report);
+  return machine_.SetOutputReport(device_.hid, report, pipe);
 }
 
 // Nothing but its first byte says whether a report there is numbered.
@@ -250,7 +250,8 @@ Result UsbDevice::InterruptOut(ByteView data) {
   if (halted == nullptr || *halted) return kStall;
   if (device_.reports.outEndpoint == OutEndpoint::Ignored) return kStall;
   const bool isNumbered = device_.reports.channel2 && !data.empty() && data[0] == kNumberedReport;
-  const Result result = TakeOutputReport(isNumbered ? kNumberedReport : 0, data);
+  const Result result =
+      TakeOutputReport(isNumbered ? kNumberedReport : 0, data, OutputPipe::Interrupt);
   return result.error == Error::BadReport ? kStall : result;
 }
 

@@ -74,7 +74,7 @@ class UsbDevice {
   void BusReset();
   /// Whether the interrupt endpoint with that address is halted; null when there is none now.
   bool* HaltOf(std::uint16_t endpoint);
-  Result TakeOutputReport(std::uint8_t id, ByteView data);
+  Result TakeOutputReport(std::uint8_t id, ByteView data, OutputPipe pipe);
   Result GetString(const SetupPacket& setup, Bytes& answer);
   Result GetProductText(Bytes& answer);
 

@@ -1,7 +1,7 @@
 #include "virtualhub/bus/usb_tree.h"
 
-#include <algorithm>
 #include <cstdio>
+#include <set>
 
 #include "virtualhub/base/crc32.h"
 
@@ -138,9 +138,8 @@ void UsbTree::AddDevice(const PortPath& place, UsbIds ids, const DeviceNodes& no
                         Instance& instance) {
   Node usbNode = DeviceNode(place, HubAt(place.Parent()), ids);
   const unsigned mark = PlaceMark(usbNode.locationPaths->front());
-  std::vector<std::string> parts = nodes.siblings;
-  parts.push_back(nodes.part);
-  std::sort(parts.begin(), parts.end());
+  std::set<std::string> parts(nodes.siblings.begin(), nodes.siblings.end());
+  parts.insert(nodes.part);
   instance.hidNodes.reserve(parts.size());
   instance.interfaces.reserve(parts.size());
   instance.usb = Add(std::move(usbNode), nodes.usb);

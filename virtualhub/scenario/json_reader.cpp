@@ -1,5 +1,6 @@
 #include "virtualhub/scenario/json_reader.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "virtualhub/scenario/scenario.h"
@@ -81,6 +82,14 @@ std::vector<std::string> JsonReader::Texts() const {
   std::vector<std::string> texts;
   for (const JsonReader& item : Items()) texts.push_back(item.Text());
   return texts;
+}
+
+std::ptrdiff_t JsonReader::IndexIn(const std::vector<std::string>& texts) const {
+  const auto found = std::find(texts.begin(), texts.end(), Text());
+  if (found != texts.end()) return found - texts.begin();
+  std::string known;
+  for (const std::string& text : texts) known += (known.empty() ? "" : ", ") + text;
+  Fail("\"" + Text() + "\" is not one of " + known);
 }
 
 bool JsonReader::Flag() const {

@@ -56,17 +56,9 @@ class JsonReader {
   void Choice(const char* key, T& out,
               std::initializer_list<std::pair<const char*, T>> choices) const {
     if (!Has(key)) return;
-    const JsonReader member = Member(key);
-    const std::string text = member.Text();
-    std::string known;
-    for (const auto& [name, value] : choices) {
-      if (text == name) {
-        out = value;
-        return;
-      }
-      known += std::string(known.empty() ? "" : ", ") + name;
-    }
-    member.Fail("\"" + text + "\" is not one of " + known);
+    std::vector<std::string> texts;
+    for (const auto& choice : choices) texts.push_back(choice.first);
+    out = std::next(choices.begin(), Member(key).IndexIn(texts))->second;
   }
 
  private:
@@ -74,6 +66,7 @@ class JsonReader {
 
   JsonReader(const nlohmann::json& value, std::string place, std::shared_ptr<Members> asked)
       : value_(value), place_(std::move(place)), asked_(std::move(asked)) {}
+  std::ptrdiff_t IndexIn(const std::vector<std::string>& texts) const;
   JsonReader Below(const nlohmann::json& value, const std::string& key) const;
 
   const nlohmann::json& value_;

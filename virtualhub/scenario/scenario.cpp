@@ -216,6 +216,7 @@ Scenario ReadRoot(const JsonReader& in, const std::filesystem::path& folder) {
   }
   in.Flag("record", scenario.record);
   if (in.Has("control")) scenario.controlFile = folder / in.Member("control").Text();
+  if (in.Has("capture")) scenario.captureFile = folder / in.Member("capture").Text();
   if (in.Has("state_folder")) scenario.stateFolder = folder / in.Member("state_folder").Text();
   return scenario;
 }

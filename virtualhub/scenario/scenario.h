@@ -49,6 +49,8 @@ struct Scenario {
   bool record = false;
   std::filesystem::path stateFolder;  ///< empty: flash contents are not saved
   std::filesystem::path controlFile;  ///< empty: none
+  std::filesystem::path captureFile;  ///< empty: none
+  bool replacesCapture = false;       ///< otherwise a new file gets another name
 };
 
 /// Why a scenario is rejected: the place (JSON pointer, or line and column) and the reason.

@@ -6,32 +6,18 @@
 #include <array>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
+
+#include "qzhid/linux/usb_devices.h"
+#include "qzhid/state.h"
 
 namespace qzhid {
 
 namespace {
 
 namespace fs = std::filesystem;
-constexpr const char* kVendor = "2e7c";
 constexpr const char* kRule = "70-qzhidapi.rules";
 constexpr const char* kQuirk = "qzhidapi-usbhid.conf";
-
-std::string FirstLine(const fs::path& file) {
-  std::ifstream stream(file);
-  std::string line;
-  std::getline(stream, line);
-  return line;
-}
-
-// What is in a folder; nothing when it cannot be read.
-std::vector<fs::path> Entries(const fs::path& folder) {
-  std::error_code error;
-  std::vector<fs::path> entries;
-  for (const auto& entry : fs::directory_iterator(folder, error)) entries.push_back(entry.path());
-  return entries;
-}
 
 Finding ExamineKernel() {
   constexpr int kMajor = 5, kMinor = 11;
@@ -79,25 +65,12 @@ Finding ExamineNode(const std::string& file, const std::string& hub) {
           "plug the hub in again, or log in locally: the rule only covers local users"};
 }
 
-// The HID nodes below a USB device.
-std::vector<std::string> NodesOf(const fs::path& device) {
-  std::vector<std::string> nodes;
-  std::error_code error;
-  const std::string folder = fs::canonical(device, error).string() + '/';
-  for (const fs::path& node : Entries("/sys/class/hidraw")) {
-    if (fs::canonical(node, error).string().starts_with(folder)) {
-      nodes.push_back("/dev/" + node.filename().string());
-    }
-  }
-  return nodes;
-}
-
 // Whether the kernel's list of quirks, such as "0x2E7C:0x0818:0x40000,(null)", keeps output reports
 // for the device away from its endpoint.
-bool IsQuirkSet(const fs::path& device) {
+bool IsQuirkSet(const UsbDevice& device) {
   constexpr unsigned kNoReportsToEndpoint = 0x40000;
-  const unsigned long vendor = std::stoul("0" + FirstLine(device / "idVendor"), nullptr, 16);
-  const unsigned long product = std::stoul("0" + FirstLine(device / "idProduct"), nullptr, 16);
+  const unsigned long vendor = std::stoul("0" + device.vid, nullptr, 16);
+  const unsigned long product = std::stoul("0" + device.pid, nullptr, 16);
   std::istringstream quirks(FirstLine("/sys/module/usbhid/parameters/quirks"));
   for (std::string quirk; std::getline(quirks, quirk, ',');) {
     unsigned vid = 0, pid = 0, flags = 0;
@@ -120,24 +93,20 @@ bool HasInterruptOut(const fs::path& node) {
 }
 
 // Hubs may take reports there, so the endpoint is not a problem by itself.
-Finding ExamineEndpoint(const fs::path& device, const std::string& hub) {
+Finding ExamineEndpoint(const UsbDevice& device, const std::string& hub) {
   const std::string what = hub + " has an interrupt OUT endpoint";
   if (IsQuirkSet(device)) return {true, what + ", which the kernel leaves alone", ""};
   return {true, what + ", to which the kernel sends requests",
           std::string("if they fail, copy ") + kQuirk + " to /etc/modprobe.d and start again"};
 }
 
-void ExamineDevice(const fs::path& device, std::vector<Finding>& findings) {
-  if (FirstLine(device / "idVendor") != kVendor) return;
-  const std::string hub = "USB device " + device.filename().string() + " (" + kVendor + ":" +
-                          FirstLine(device / "idProduct") + ")";
-  const std::vector<std::string> nodes = NodesOf(device);
-  if (nodes.empty()) {
-    findings.push_back({false, hub + " has no hidraw node",
-                        "return it to the kernel's usbhid driver: plug it in again, and end "
-                        "virtual machines and programs that use it"});
+void ExamineDevice(const UsbDevice& device, std::vector<Finding>& findings) {
+  const std::string hub = "USB device " + device.folder.filename().string() + " (" + device.vid +
+                          ":" + device.pid + ")";
+  if (device.nodes.empty()) {
+    findings.push_back({false, hub + " has no hidraw node", kFindNode});
   }
-  for (const std::string& node : nodes) {
+  for (const std::string& node : device.nodes) {
     std::string name = hub;
     name.append(" at ").append(node);
     findings.push_back(ExamineNode(node, name));
@@ -151,7 +120,7 @@ void ExamineDevice(const fs::path& device, std::vector<Finding>& findings) {
 
 std::vector<Finding> ExamineSystem() {
   std::vector<Finding> findings = {ExamineKernel(), ExamineDriver(), ExamineRule()};
-  for (const fs::path& device : Entries("/sys/bus/usb/devices")) ExamineDevice(device, findings);
+  for (const UsbDevice& device : UsbDevices()) ExamineDevice(device, findings);
   return findings;
 }
 
