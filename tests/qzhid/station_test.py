@@ -146,7 +146,7 @@ def outcomes_of_all_kinds():
     bench = Bench("outcomes", [
         hub("old", "1"), hub("current", "2", image={"version": "0x0210"}),
         hub("foreign", "3", image={"vid": "0x2E7D"}), hub("closed", "4"),
-        hub("loader", "5", running="rom"), hub("newer", "6", image={"version": "0x0300"}),
+        hub("loader", "5", image=None), hub("newer", "6", image={"version": "0x0300"}),
         hub("stranger", "7")], [closed])
     bays = [f"--bay=b{port}=1-{port}" for port in range(1, 7)]
     bench.start(*bays, "--once", 6)

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "qzhid/host.h"
 #include "qzhid/sha256.h"
 
 namespace qzhid {

@@ -5,9 +5,10 @@
 #include <string>
 
 #include "qzhid/failure.h"
-#include "qzhid/host.h"
 
 namespace qzhid {
+
+class Host;
 
 /// Held by this process while the object lives, unless another one of this computer, of any user,
 /// holds it. The system takes it from a process that dies.

@@ -30,7 +30,8 @@ class RealWorld : public StationWorld {
   RealWorld(Host& host, const StationOptions& options, const Image& image)
       : host_(host),
         display_(host, options.page),
-        records_(options.record, options.csv, [this](const std::string& line) { Say(line); }),
+        records_(options.record, options.csv,
+                 [this](const std::string& line) { display_.Say(line); }),
         workers_(host, options, image) {}
 
   Clock::Time Now() override { return clock_.Now(); }
