@@ -148,7 +148,7 @@ std::string ErrorName(System system, CodeKind kind, std::uint32_t code) {
 std::string ErrorText(System system, CodeKind kind, std::uint32_t code) {
   if (code == kWithoutCode) return "-1: the system gave no reason, or the library sent nothing";
   if (system != System::Unknown) return EntryText(system, kind, code);
-  const std::string onLinux = EntryText(System::Linux, kind, code);
+  std::string onLinux = EntryText(System::Linux, kind, code);
   const std::string onWindows = EntryText(System::Windows, kind, code);
   if (onLinux == onWindows) return onLinux;
   return "on Linux " + onLinux + "; on Windows " + onWindows;

@@ -18,17 +18,20 @@ constexpr const char* kHead = R"(<!DOCTYPE html>
 <meta http-equiv="Content-Security-Policy" content="default-src 'none'; style-src 'unsafe-inline'">
 <title>What happened</title>
 <style>
-:root { color-scheme: light dark; --good: #2a7d46; --bad: #b3261e; --line: #8886; --wait: #4674b5; }
-body { font: 16px/1.5 system-ui, sans-serif; max-width: 60rem; margin: 2rem auto; padding: 0 1rem; }
+:root { color-scheme: light dark; --text: #1b1b1b; --page: #ffffff; --box: #f1f1f1; --good: #1f6b3a; --bad: #b3261e; --wait: #3f6ba6; }
+@media (prefers-color-scheme: dark) {
+  :root { --text: #e8e8e8; --page: #1b1b1b; --box: #2a2a2a; --good: #7fd6a0; --bad: #ff8a80; --wait: #8fb4e8; }
+}
+html { background: var(--page); color: var(--text); }
+body { font: 16px/1.5 system-ui, sans-serif; max-width: 60rem; margin: 2rem auto; padding: 0 1rem; overflow-wrap: anywhere; }
 h1 { font-size: 1.6rem; } h2 { font-size: 1.2rem; margin-top: 2.5rem; }
 table { border-collapse: collapse; } th, td { text-align: left; vertical-align: top; padding: .2rem 1rem .2rem 0; }
-.verdict { padding: .8rem 1rem; border-left: .4rem solid var(--good); background: #8881; }
-.verdict.bad, .problem { border-left: .4rem solid var(--bad); }
-.problem { padding: .1rem 1rem; margin: .5rem 0 1rem; background: #8881; }
+.verdict, .problem { background: var(--box); padding: .1rem 1rem; border-left: .4rem solid var(--good); }
+.verdict { padding: .8rem 1rem; } .verdict.bad, .problem { border-color: var(--bad); }
 .job { margin: .6rem 0; } .failed, .unfinished { color: var(--bad); font-weight: bold; } .done { color: var(--good); }
-svg { width: 100%; height: 2rem; } svg rect { fill: var(--good); stroke: Canvas; } svg rect.wait { fill: var(--wait); }
-svg rect.bad { fill: var(--bad); }
-code { font-family: ui-monospace, monospace; overflow-wrap: anywhere; }
+svg { width: 100%; height: 2rem; } rect { fill: var(--good); stroke: var(--page); }
+rect.wait { fill: var(--wait); } rect.bad { fill: var(--bad); }
+code { font-family: ui-monospace, monospace; }
 </style>
 </head>
 <body>
