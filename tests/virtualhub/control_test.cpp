@@ -81,8 +81,8 @@ TEST_F(ControlTest, AnExchangeUnderWayIsCutOffAndAHubKeepsItsCodeOnlyWithItsPowe
   const std::pair<const char*, const char*> cuts[] = {{"unplug hub\n", "rom 00 01"},
                                                       {"power-loss hub 0\n", "flash 01 02"}};
   for (const auto& [line, state] : cuts) {
-    machine->SetExchangeHook([&, added = false](const Exchange&) mutable {
-      if (!std::exchange(added, true)) std::ofstream(file, std::ios::app) << line;
+    machine->SetExchangeHook([&, text = line, added = false](const Exchange&) mutable {
+      if (!std::exchange(added, true)) std::ofstream(file, std::ios::app) << text;
     });
     EXPECT_EQ(Error::CutOff, Send(Hex(kEnable1))) << line;
     machine->SetExchangeHook(nullptr);

@@ -72,28 +72,32 @@ std::size_t Count(const std::string& text, const std::string& part) {
   return count;
 }
 
-/// What is recorded of a unit, how often it was written, and whether its flash has the image. Each
-/// time begins a new generation of the flash. A try may fail before anything is written, because
-/// other hubs come and go.
+/// What is recorded of a unit, whether its flash has the image, and whether it was written once for
+/// each try at most. (Writing begins a new generation of the flash, except when it goes on where a
+/// fault has stopped it. A try of any unit may fail because other hubs come and go meanwhile.)
 std::string Summary(const json& record, std::size_t unit) {
   constexpr int kAtFirst = 2;
   const std::string flash = ReadFile(kFolder + "state/" + NameOf(unit) + ".flash");
   const int written = flash.empty() ? 0 : static_cast<unsigned char>(flash.at(12)) - kAtFirst;
-  const bool hasImage = flash.find(ReadFile(kFolder + "image.bin")) != std::string::npos;
+  const int retries = record["retries"].get<int>();
   std::ostringstream text;
   text << NameOf(unit) << ' ' << record["outcome"].get<std::string>() << ' '
-       << record["from"].get<std::string>() << " -> " << record["runs"].get<std::string>()
-       << ", written " << (unit == kBroken ? std::min(written, 2) : written)
-       << (hasImage ? ", image" : "");
+       << record["from"].get<std::string>() << " -> " << record["runs"].get<std::string>();
+  if (written > 0) text << ", written";
+  if (written > 1 + retries) text << " too often";
+  if (IsSpecial(unit) && retries > 0) text << ", tried again";
+  if (flash.find(ReadFile(kFolder + "image.bin")) != std::string::npos) text << ", image";
   return text.str();
 }
 
 std::string Expected(std::size_t unit) {
-  std::string expected = "updated 1.02 -> 2.10, written 1, image";
-  if (RunsImage(unit)) expected = "current 2.10 -> 2.10, written 0";
-  if (unit == kStalls || unit == kPulled) expected = "updated 1.02 -> 2.10, written 2, image";
-  if (unit == kBroken) expected = "loader 1.02 -> loader, written 2";
-  if (unit == kForeign) expected = "refused 1.02 -> 1.02, written 0";
+  std::string expected = "updated 1.02 -> 2.10, written, image";
+  if (RunsImage(unit)) expected = "current 2.10 -> 2.10";
+  if (unit == kStalls || unit == kPulled) {
+    expected = "updated 1.02 -> 2.10, written, tried again, image";
+  }
+  if (unit == kBroken) expected = "loader 1.02 -> loader, written, tried again";
+  if (unit == kForeign) expected = "refused 1.02 -> 1.02";
   return NameOf(unit) + ' ' + expected;
 }
 
@@ -129,11 +133,11 @@ class Worker {
     if (records <= done) return true;
     if (unit_ + kBays >= kUnits) return false;
     if (!isEmpty_) {
-      emptied_ = Count(shown, BayOf(unit_) + "empty\n");
+      emptied_ = Count(shown, BayOf(unit_) + "unplugged\n");
       act_("unplug " + NameOf(unit_));
     }
     isEmpty_ = true;
-    if (Count(shown, BayOf(unit_) + "empty\n") == emptied_) return true;
+    if (Count(shown, BayOf(unit_) + "unplugged\n") == emptied_) return true;
     writing_ = Count(shown, BayOf(unit_) + "writing\n");
     unit_ += kBays;
     isEmpty_ = false;
@@ -178,7 +182,6 @@ TEST_F(StationTest, TwentyUnitsInFourBaysAreEachWrittenAndRecordedOnce) {
   Attached attached(Scenario(), kBays);
   Program station("qzhid station --image " + image + " --record " + kFolder + "records" +
                   " --retries 4 --bay 1=1-1 --bay 2=1-2 --bay 3=1-3 --bay 4=1-4");
-  ASSERT_TRUE(Eventually([&] { return station.HasWritten("the line runs"); })) << station.Output();
   const std::function<void(const std::string&)> act = [](const std::string& line) {
     std::ofstream(kFolder + "control", std::ios::app) << line + '\n';
   };
@@ -220,7 +223,8 @@ TEST_F(StationTest, TwentyUnitsInFourBaysAreEachWrittenAndRecordedOnce) {
   };
   ASSERT_TRUE(Eventually(hasRested)) << "it still looks at the last hubs";
   std::this_thread::sleep_for(std::chrono::seconds(10));
-  EXPECT_EQ(before, TimeOf(station.Id())) << "hundredths of a second";
+  // The counter's step is a hundredth of a second, and the processor may be emulated.
+  EXPECT_LE(TimeOf(station.Id()) - before, 1) << "hundredths of a second";
   EXPECT_GT(0, read(opened, events.data(), events.size())) << "a device file was opened";
   close(opened);
 
@@ -228,9 +232,9 @@ TEST_F(StationTest, TwentyUnitsInFourBaysAreEachWrittenAndRecordedOnce) {
   const std::size_t arrivals = attached.Ports("unit-16").size();
   act("power-loss unit-16");
   ASSERT_TRUE(Eventually([&] { return attached.Ports("unit-16").size() > arrivals; }));
-  const std::size_t shown = Count(station.Output(), "bay 2: empty\n");
+  const std::size_t shown = Count(station.Output(), "bay 2: unplugged\n");
   act("unplug unit-17");
-  EXPECT_TRUE(Eventually([&] { return Count(station.Output(), "bay 2: empty\n") > shown; }));
+  EXPECT_TRUE(Eventually([&] { return Count(station.Output(), "bay 2: unplugged\n") > shown; }));
   station.Stop();
   EXPECT_EQ(kUnits, Records().size());
 }
