@@ -41,8 +41,8 @@ LogJudge::Verdict LogJudge::Explain() {
   static const LogPatterns patterns;
   Verdict verdict;
   JobTracker tracker("", [&](Session&& session) {
-    for (const qzhid::Job& job : session.jobs) {
-      const bool isFine = job.result == Result::Done;
+    for (const auto& job : session.jobs) {
+      const bool isFine = job.result == qzhid::Result::Done;
       if (isFine || verdict.isProblem) continue;
       verdict = {true, job.call, FailedStep(job)};
     }
