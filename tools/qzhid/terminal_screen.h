@@ -23,7 +23,7 @@ class TerminalSetup {
  private:
   bool hasUtf8_ = false;
   bool isQuiet_ = false;  ///< what is typed was shown before
-  unsigned int oldCodePage_ = 0;
+  [[maybe_unused]] unsigned int oldCodePage_ = 0;  ///< of a Windows console
 };
 
 /// While an object of this class lives, its lines are all that the terminal on standard error
