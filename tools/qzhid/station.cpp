@@ -1,7 +1,6 @@
 #include "qzhid/station.h"
 
 #include <algorithm>
-#include <cmath>
 #include <utility>
 
 #include "qzhid/state.h"
@@ -22,9 +21,6 @@ constexpr milliseconds kTurn{100};    // while hubs are written
 constexpr milliseconds kRedraw{250};  // while something moves
 constexpr milliseconds kLongestRest{1000};
 constexpr std::size_t kLongestLabel = 200;
-constexpr int kComplete = 100;
-
-double Seconds(Clock::Time::duration time) { return std::chrono::duration<double>(time).count(); }
 
 std::string Clean(const std::string& scanned) {
   std::string label;
@@ -42,8 +38,6 @@ std::optional<Failure> Obstacle(const Hub& hub) {
   return Failure(Exit::Refused, "the hub has no location, by which it could be found after a reset",
                  hub.Name(), "plug it into another port");
 }
-
-bool WasLost(const Bay& bay) { return bay.job && bay.job->outcome == Outcome::Lost; }
 
 std::string Place(const Hub& hub) { return hub.locations.empty() ? hub.shownId : hub.Location(); }
 
@@ -107,7 +101,7 @@ void Station::See(Bay& bay, const Hub* hub) {
   const Clock::Time now = world_.Now();
   if (hub != nullptr) {
     // A hub that was lost and is back was plugged in again, just before this was noticed.
-    if (bay.stage == Stage::Done && WasLost(bay) && bay.awaySince) Leave(bay);
+    if (bay.stage == Stage::Done && bay.WasLost() && bay.awaySince) Leave(bay);
     bay.awaySince.reset();
     if (bay.stage == Stage::Free) return Arrive(bay, *hub);
     if (bay.stage != Stage::Arrived) return;
@@ -139,7 +133,7 @@ void Station::Arrive(Bay& bay, const Hub& hub) {
 
 // What became of a hub that was lost stays to be seen: it may have been away for long.
 void Station::Leave(Bay& bay) {
-  const bool wasLost = WasLost(bay);
+  const bool wasLost = bay.WasLost();
   bay.stage = Stage::Free;
   bay.awaySince.reset();
   bay.hub.reset();
@@ -272,27 +266,9 @@ void Station::Take(Bay& bay, const WorkerReport& report) {
 }
 
 void Station::Record(Bay& bay) {
-  const UpdateJob& job = *bay.job;
   UnitRecord record = plan_.record;
-  record.start = bay.started;
   record.end = world_.Date();
-  record.seconds = Seconds(world_.Now() - bay.since);
-  record.bay = bay.tile.name;
-  record.portId = bay.hub->shownId;
-  record.location = bay.hub->Location();
-  record.label = bay.tile.label;
-  record.vid = bay.hub->vid;
-  record.pid = bay.hub->pid;
-  record.from = job.from;
-  record.runs = job.runs;
-  record.outcome = job.outcome;
-  record.retries = job.retries;
-  record.isRecovered = job.from == HubState{}.Text() && job.outcome == Outcome::Updated;
-  if (job.failure) {
-    record.status = static_cast<int>(job.failure->Status());
-    record.what = job.failure->what();
-    record.next = job.failure->Next();
-  }
+  bay.FillRecord(record, world_.Now());
   bay.stage = Stage::Recording;
   roomAt_.reset();
   world_.Keep(record);
@@ -320,24 +296,13 @@ void Station::ShowRecorded() {
 
 void Station::ShowOutcome(Bay& bay) {
   const UpdateJob& job = *bay.job;
-  const bool isPassed = job.outcome == Outcome::Updated || job.outcome == Outcome::Current;
   bay.stage = Stage::Done;
   // An absence of a hub that is there again was the worker's business.
-  if (!WasLost(bay)) bay.awaySince.reset();
-  bay.tile.state = isPassed ? BayState::Passed : BayState::Failed;
-  bay.tile.activity.clear();
-  bay.tile.secondsLeft.reset();
-  bay.tile.outcome = NameOf(job.outcome);
-  bay.tile.from = job.from;
-  bay.tile.runs = job.runs;
-  bay.tile.retries = job.retries;
-  if (isPassed) bay.tile.percent = kComplete;
-  if (job.failure) {
-    bay.tile.reason = job.failure->what();
-    bay.tile.next = job.failure->Next();
-  }
-  ++(isPassed ? view_.passed : view_.failed);
-  const double hours = Seconds(world_.Now() - *firstStart_) / 3600;
+  if (!bay.WasLost()) bay.awaySince.reset();
+  bay.ShowOutcome();
+  ++(bay.IsPassed() ? view_.passed : view_.failed);
+  const double hours =
+      std::chrono::duration<double>(world_.Now() - *firstStart_) / std::chrono::hours(1);
   if (hours > 0) view_.unitsPerHour = static_cast<double>(view_.passed + view_.failed) / hours;
   isChanged_ = true;
   if (job.failure) {
@@ -351,35 +316,15 @@ void Station::ShowOutcome(Bay& bay) {
 }
 
 void Station::UpdateView() {
+  const Clock::Time now = world_.Now();
   view_.bays.clear();
   for (const auto& bay : bays_) {
-    if (bay->stage == Stage::Working || bay->stage == Stage::Recording) ShowProgress(*bay);
+    if (bay->stage == Stage::Working || bay->stage == Stage::Recording) bay->ShowProgress(now);
     if (bay->stage == Stage::Arrived) {
       bay->tile.activity = view_.stopped.empty() ? "checking" : "waiting until the line runs";
     }
     view_.bays.push_back(bay->tile);
   }
-}
-
-void Station::ShowProgress(Bay& bay) {
-  const UpdateJob& job = *bay.job;
-  BayTile& tile = bay.tile;
-  tile.percent = job.progress.Percent();
-  tile.from = job.from;
-  tile.runs = job.runs;
-  tile.retries = job.retries;
-  tile.activity = tile.percent < 0 ? "checking" : job.progress.PhaseName();
-  if (job.isWaiting) tile.activity = "waiting for another process that writes the hub";
-  const Clock::Time now = world_.Now();
-  if (bay.awaySince && now - *bay.awaySince >= kUnplugged) {
-    tile.activity = "waiting for the hub to return";
-  }
-  if (bay.stage == Stage::Recording) tile.activity = "recording";
-  tile.secondsLeft.reset();
-  constexpr int kKnown = 20;  // per cent; before, nothing can be said
-  if (tile.percent < kKnown) return;
-  const double perPercent = Seconds(now - bay.since) / tile.percent;
-  tile.secondsLeft = static_cast<int>(std::lround(perPercent * (kComplete - tile.percent)));
 }
 
 milliseconds Station::Rest() {

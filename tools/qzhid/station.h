@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "qzhid/clock.h"
+#include "qzhid/station_bay.h"
 #include "qzhid/station_record.h"
 #include "qzhid/station_view.h"
 #include "qzhid/update_job.h"
@@ -52,28 +53,6 @@ class StationWorld {
   virtual void Say(const std::string& line) = 0;
 };
 
-/// One bay, from the arrival of a hub until it is unplugged.
-struct Bay {
-  enum class Stage {
-    Free,
-    Arrived,    ///< until its hub can be written
-    Working,    ///< a worker has the hub, and all that it does on the bus is the worker's business
-    Recording,  ///< the unit is done, and its record is not on the disk
-    Done        ///< until the hub is unplugged
-  };
-
-  BayTile tile;
-  std::string port{};      ///< which the engineer has named; else the bay belongs to a location
-  std::string location{};  ///< of the last hub
-  Stage stage = Stage::Free;
-  std::optional<Hub> hub{};
-  std::optional<Clock::Time> awaySince{};
-  Clock::Time since{};      ///< its arrival, then its start
-  std::size_t arrival = 0;  ///< counted over all bays
-  UnitRecord::Date started{};
-  std::optional<UpdateJob> job{};
-};
-
 /// A hub is one unit from its arrival until it is unplugged. An absence of less than two seconds is
 /// no unplugging but a reset (kUnplugged), and while a worker has the hub no absence is one: the
 /// worker waits for the hub, and takes what comes back for the same unit unless it cannot be.
@@ -115,7 +94,6 @@ class Station {
   void Record(Bay& bay);
   void ShowRecorded();
   void ShowOutcome(Bay& bay);
-  void ShowProgress(Bay& bay);
   void UpdateView();
   std::size_t Count(Bay::Stage stage) const;
 

@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <iostream>
 #include <memory>
 
@@ -25,13 +26,12 @@ struct StationOptions : WriteOptions {
 };
 
 // The library, processes, files and displays.
-class RealWorld : public StationWorld {
+class RealWorld final : public StationWorld {
  public:
   RealWorld(Host& host, const StationOptions& options, const Image& image)
       : host_(host),
         display_(host, options.page),
-        records_(options.record, options.csv,
-                 [this](const std::string& line) { display_.Say(line); }),
+        records_(options.record, options.csv, std::bind_front(&StationDisplay::Say, &display_)),
         workers_(host, options, image) {}
 
   Clock::Time Now() override { return clock_.Now(); }

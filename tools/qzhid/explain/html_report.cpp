@@ -70,10 +70,6 @@ std::string Row(const char* name, const std::string& text) {
 
 std::string SecondsText(std::int64_t seconds) { return std::to_string(seconds) + " s"; }
 
-bool IsWait(Step step) {
-  return step == Step::Find || step == Step::LoaderBack || step == Step::FirmwareBack;
-}
-
 /// The steps of a job as bars as long as they took. Times are whole seconds, so that many steps
 /// take none; these can be seen, too.
 std::string Timeline(const Job& job) {
@@ -130,7 +126,7 @@ std::string ProblemPart(const Session& session, const Job& job) {
 }
 
 std::string JobPart(const Session& session, const Job& job) {
-  const bool isUpdate = job.call == "QZ_UpdateDev";
+  const bool isUpdate = job.call == kUpdateCall;
   const std::string name = NameOf(job.result);
   const std::string kind = job.result == Result::Empty ? "empty" : name;
   std::string part = "<div class=\"job\">\n<p>" + TimeText(job.begin) + " <b>" +

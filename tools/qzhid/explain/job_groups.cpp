@@ -11,7 +11,7 @@ namespace {
 
 using Kinds = std::vector<std::pair<std::string, std::size_t>>;  // what was done, and how often
 
-bool IsQuiet(const Job& job) { return !IsProblem(job) && job.call != "QZ_UpdateDev"; }
+bool IsQuiet(const Job& job) { return !IsProblem(job) && job.call != kUpdateCall; }
 
 std::string KindOf(const Job& job) {
   const std::string title = TitleOf(job);

@@ -149,9 +149,9 @@ std::string HubAfterUpdate(const Job& job) {
 }
 
 std::string HubAfter(const Job& job) {
-  if (job.call == "QZ_UpdateDev") return HubAfterUpdate(job);
-  const bool isFile = job.call == "QZ_ReadBinVersion" || job.call == "QZ_GetHidBinFileVIDPID";
-  const bool isList = job.call.starts_with("QZ_List");
+  if (job.call == kUpdateCall) return HubAfterUpdate(job);
+  const bool isFile = job.call == kReadImageCall || job.call == "QZ_GetHidBinFileVIDPID";
+  const bool isList = IsListing(job.call);
   return isFile || isList || job.call.empty() ? "" : "Its firmware is unchanged.";
 }
 
@@ -198,7 +198,7 @@ std::string AdviceFor(const Session& session, const Job& job) {
         AdviceForCode(ClassOf(session.system, job.trouble->codeKind, *job.trouble->code));
     if (*advice != '\0') return advice;
   }
-  if (job.call == "QZ_UpdateDev" && (!job.trouble || job.trouble->line->sign != Sign::Rejected)) {
+  if (job.call == kUpdateCall && (!job.trouble || job.trouble->line->sign != Sign::Rejected)) {
     return AdviceForUpdate(job);
   }
   return job.trouble ? job.trouble->line->advice : "";

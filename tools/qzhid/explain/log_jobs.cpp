@@ -10,13 +10,13 @@ namespace {
 using CallTitle = std::pair<const char*, const char*>;
 
 constexpr CallTitle kTitles[] = {
-    {"QZ_ListAllHidDev", "list hubs"},
+    {kListCall, "list hubs"},
     {"QZ_ListAllHidDevByVIDPID", "list devices by ids"},
-    {"QZ_OpenHid", "open"},
-    {"QZ_CloseDev", "close"},
-    {"QZ_UpdateDev", "update"},
-    {"QZ_ReadBinVersion", "read the version of an image"},
-    {"QZ_ReadDevVersion", "read the version of the hub"},
+    {kOpenCall, "open"},
+    {kCloseCall, "close"},
+    {kUpdateCall, "update"},
+    {kReadImageCall, "read the version of an image"},
+    {kReadVersionCall, "read the version of the hub"},
     {"QZ_GetHidBinFileVIDPID", "read the ids of an image"},
     {"QZ_GetHubVIDPIDFromHidDevice", "read the ids of the hub"},
     {"QZ_HidI2CConfig", "configure the I2C master"},
@@ -36,6 +36,8 @@ constexpr CallTitle kTitles[] = {
 
 }  // namespace
 
+bool IsListing(const std::string& call) { return call.starts_with(kListCall); }
+
 const char* NameOf(Step step) {
   constexpr std::array kNames{"unknown step",
                               "load the image",
@@ -54,6 +56,10 @@ const char* NameOf(Step step) {
                               "request",
                               "finish"};
   return kNames[static_cast<std::size_t>(step)];
+}
+
+bool IsWait(Step step) {
+  return step == Step::Find || step == Step::LoaderBack || step == Step::FirmwareBack;
 }
 
 const char* NameOf(Result result) {

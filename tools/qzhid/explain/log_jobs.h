@@ -12,6 +12,17 @@
 
 namespace qzhid {
 
+// Calls whose lines are read in a way of their own.
+inline constexpr const char* kUpdateCall = "QZ_UpdateDev";
+inline constexpr const char* kOpenCall = "QZ_OpenHid";
+inline constexpr const char* kCloseCall = "QZ_CloseDev";
+inline constexpr const char* kReadVersionCall = "QZ_ReadDevVersion";
+inline constexpr const char* kReadImageCall = "QZ_ReadBinVersion";
+inline constexpr const char* kListCall = "QZ_ListAllHidDev";
+
+/// Whether it is one of the two calls that list devices.
+bool IsListing(const std::string& call);
+
 /// A part of a call. Those of an update are in its order.
 enum class Step {
   None,
@@ -34,6 +45,9 @@ enum class Step {
 
 /// As texts and results name it: "wait for the loader".
 const char* NameOf(Step step);
+
+/// Whether it waits for the hub.
+bool IsWait(Step step);
 
 enum class Result {
   Done,

@@ -59,7 +59,7 @@ std::string ProblemOf(const Session& session, const Job& job) {
 std::string TextOf(const Session& session, const Job& job) {
   std::string text = "  " + ClockText(job.begin) + "  " + TitleOf(job) + ": " + NameOf(job.result) +
                      " after " + std::to_string(job.end - job.begin) + " s" + FactsOf(job) + '\n';
-  if (job.call == "QZ_UpdateDev" && !job.steps.empty()) {
+  if (job.call == kUpdateCall && !job.steps.empty()) {
     text += "      steps   " + StepsOf(job) + '\n';
   }
   return IsProblem(job) ? text + ProblemOf(session, job) : text;
