@@ -22,7 +22,7 @@ class TerminalSetup {
 
  private:
   bool hasUtf8_ = false;
-  bool isQuiet_ = false;  ///< what is typed was shown before
+  bool isQuiet_ = false;                           ///< what is typed was shown before
   [[maybe_unused]] unsigned int oldCodePage_ = 0;  ///< of a Windows console
 };
 
