@@ -14,7 +14,7 @@ constexpr std::array kSequences{
     "",         "\x1b[1m",     "\x1b[2m",      "\x1b[30;42m", "\x1b[1;97;41m",
     "\x1b[36m", "\x1b[30;43m", "\x1b[1;97;45m"};
 
-// What stands for the characters that the tiles are drawn with.
+// What replaces the characters that the tiles are drawn with.
 constexpr std::u32string_view kDrawn = U"█▀▄░─│┌┐└┘√×→…○■►≡";
 constexpr std::string_view kInAscii = "#\"_.-|++++*x>~o#>=";
 static_assert(kDrawn.size() == kInAscii.size());
