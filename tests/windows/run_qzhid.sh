@@ -51,6 +51,15 @@ PORT  NAME  FROM  RUNS  OUTCOME
 1-3   -     1.02  2.10  updated
 2 updated, 1 lost
 END
+# A station records each unit, and a log is explained. Both convert text, like the case above.
+if [ "$(uname -m)" != aarch64 ]; then
+  TIME=real machine "$(at 1), $(at 2 ', "image": {"version": "0x0210"}')"
+  expect 0 '2 passed, 0 failed' station --image "$work/new.bin" --record "$work/units.jsonl" --csv "$work/units.csv" --once 2
+  [ "$(grep -c '"outcome":"\(updated\|current\)"' "$work/units.jsonl")" -eq 2 ] || complain 'not two units are recorded'
+  machine "$(at 1)"
+  expect 0 'hub 1-1 runs 2.10 now' update --yes --image "$work/new.bin" --log "$work/update.log"
+  expect 0 'nothing went wrong' explain "$work/update.log"
+fi
 machine "$(at 1)" '{"on": "call", "service": "OpenHidDevice", "count": 0, "action": "fail", "code": 5}'
 expect 4 'qzhid: hub 1-1: the hub cannot be opened; get permission for it (on Linux: the udev rule) or end the program that has it open' info
 expect 1 '  "problems": 1' doctor --json
