@@ -164,18 +164,6 @@ class Worker {
   int pulls_ = 0;
 };
 
-/// Ticks of processor time.
-long TimeOf(pid_t process) {
-  const std::string stat = ReadFile("/proc/" + std::to_string(process) + "/stat");
-  std::istringstream fields(stat.substr(stat.rfind(')')));
-  constexpr int kBefore = 12;  // fields between the name and the times
-  std::string field;
-  for (int i = 0; i < kBefore; ++i) fields >> field;
-  long user = 0, system = 0;
-  fields >> user >> system;
-  return user + system;
-}
-
 TEST_F(StationTest, TwentyUnitsInFourBaysAreEachWrittenAndRecordedOnce) {
   const std::string image = kFolder + "image.bin";
   RunProgram("qzhub image --size 32680 --version 2.10 --out " + image);
@@ -207,25 +195,25 @@ TEST_F(StationTest, TwentyUnitsInFourBaysAreEachWrittenAndRecordedOnce) {
   EXPECT_THAT(summaries, ElementsAreArray(expected)) << station.Output();
   EXPECT_EQ(kUnits, Records().size());
 
-  // While nothing changes, it does nothing.
+  // While nothing changes, it opens no device.
   const int opened = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
   for (const std::string& name : HidrawDevices()) {
     ASSERT_LE(0, inotify_add_watch(opened, ("/dev/" + name).c_str(), IN_OPEN));
   }
-  std::array<char, 4096> events{};
-  long before = 0;
+  const auto wasOpened = [opened] {
+    std::array<char, 4096> events{};
+    bool isAny = false;
+    while (read(opened, events.data(), events.size()) > 0) isAny = true;
+    return isAny;
+  };
   const auto hasRested = [&] {
-    before = TimeOf(station.Id());
+    wasOpened();
     std::this_thread::sleep_for(std::chrono::seconds(2));
-    while (read(opened, events.data(), events.size()) > 0) {
-    }
-    return before == TimeOf(station.Id());
+    return !wasOpened();
   };
   ASSERT_TRUE(Eventually(hasRested)) << "it still looks at the last hubs";
   std::this_thread::sleep_for(std::chrono::seconds(10));
-  // The counter's step is a hundredth of a second, and the processor may be emulated.
-  EXPECT_LE(TimeOf(station.Id()) - before, 1) << "hundredths of a second";
-  EXPECT_GT(0, read(opened, events.data(), events.size())) << "a device file was opened";
+  EXPECT_FALSE(wasOpened()) << "a device file was opened";
   close(opened);
 
   // A hub that leaves for a moment is no new unit; one that was unplugged has left its bay.
