@@ -1,4 +1,4 @@
-// Numbers and bytes as text in hexadecimal.
+// Numbers and bytes as text in hexadecimal, and text in HTML.
 #pragma once
 
 #include <cstdint>
@@ -25,5 +25,8 @@ std::optional<std::uint16_t> ParseHexNumber(std::string_view text);
 /// Bytes of two digits each, such as "01a0" and "0xff"; blanks and commas between them do not
 /// count. None for any other text.
 std::optional<Bytes> ParseHexBytes(std::string_view text);
+
+/// Text as a part of an HTML page, also in an attribute with double quotes.
+std::string EscapeHtml(std::string_view text);
 
 }  // namespace tools

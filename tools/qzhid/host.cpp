@@ -190,4 +190,8 @@ nlohmann::ordered_json ToJson(const Failure& failure) {
           {"next", failure.Next()}};
 }
 
+nlohmann::ordered_json OrNull(const std::string& text) {
+  return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text);
+}
+
 }  // namespace qzhid

@@ -14,6 +14,8 @@
 namespace qzhid {
 
 nlohmann::ordered_json ToJson(const Failure& failure);
+/// The text, or null when it is empty.
+nlohmann::ordered_json OrNull(const std::string& text);
 
 struct Options {
   std::string chosenLibrary;

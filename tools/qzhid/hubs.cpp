@@ -122,8 +122,7 @@ std::string Hub::Name() const { return shownId + (userName.empty() ? "" : " (" +
 nlohmann::ordered_json ToJson(const Hub& hub) {
   return {
       {"port_id", hub.shownId},
-      {"name",
-       hub.userName.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(hub.userName)},
+      {"name", OrNull(hub.userName)},
       {"vid", hub.vid},
       {"pid", hub.pid},
       {"location", hub.Location()},

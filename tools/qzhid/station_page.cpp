@@ -4,6 +4,7 @@
 #include <array>
 
 #include "common/files.h"
+#include "common/texts.h"
 #include "qzhid/local_time.h"
 #include "qzhid/station_events.h"
 #include "qzhid/station_page_parts.h"
@@ -25,26 +26,7 @@ constexpr int kShortTroubles = 5;         // as when the browser has the file op
 
 // Text from outside as a part of a page.
 std::string Escaped(const std::string& text) {
-  std::string escaped;
-  for (const char letter : ToUtf8(ShownCharacters(text))) {
-    switch (letter) {
-      case '&':
-        escaped += "&amp;";
-        break;
-      case '<':
-        escaped += "&lt;";
-        break;
-      case '>':
-        escaped += "&gt;";
-        break;
-      case '"':
-        escaped += "&quot;";
-        break;
-      default:
-        escaped += letter;
-    }
-  }
-  return escaped;
+  return tools::EscapeHtml(ToUtf8(ShownCharacters(text)));
 }
 
 std::string Paragraph(const std::string& name, const std::string& text) {

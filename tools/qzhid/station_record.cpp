@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "common/files.h"
+#include "qzhid/host.h"
 
 namespace qzhid {
 
@@ -44,8 +45,6 @@ std::string DateText(UnitRecord::Date date) {
                 static_cast<int>(clock.subseconds().count()));
   return text.data();
 }
-
-Json OrNull(const std::string& text) { return text.empty() ? Json() : Json(text); }
 
 std::string RecordLine(const Json& record) {
   return record.dump(-1, ' ', false, Json::error_handler_t::replace);

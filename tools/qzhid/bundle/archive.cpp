@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <string_view>
 
+#include "virtualhub/base/crc32.h"
+
 namespace qzhid {
 
 namespace {
@@ -12,19 +14,7 @@ namespace {
 using virtualhub::Bytes;
 
 std::uint32_t Crc32(std::string_view text) {
-  static const auto table = [] {
-    std::array<std::uint32_t, 256> values{};
-    for (std::uint32_t i = 0; i < values.size(); ++i) {
-      values[i] = i;
-      for (int bit = 0; bit < 8; ++bit) {
-        values[i] = (values[i] & 1) != 0 ? values[i] >> 1 ^ 0xEDB88320u : values[i] >> 1;
-      }
-    }
-    return values;
-  }();
-  std::uint32_t crc = 0xFFFFFFFF;
-  for (const char c : text) crc = crc >> 8 ^ table[(crc ^ static_cast<std::uint8_t>(c)) & 0xFF];
-  return ~crc;
+  return virtualhub::Crc32({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
 }
 
 /// Appends numbers in little-endian order, and texts.

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "common/texts.h"
 #include "qzhid/explain/job_groups.h"
 
 namespace qzhid {
@@ -37,35 +38,13 @@ code { font-family: ui-monospace, monospace; }
 <body>
 )";
 
-std::string Escape(std::string_view text) {
-  std::string escaped;
-  for (const char c : text) {
-    switch (c) {
-      case '&':
-        escaped += "&amp;";
-        break;
-      case '<':
-        escaped += "&lt;";
-        break;
-      case '>':
-        escaped += "&gt;";
-        break;
-      case '"':
-        escaped += "&quot;";
-        break;
-      default:
-        escaped += c;
-    }
-  }
-  return escaped;
-}
-
 std::string Element(const std::string& tag, std::string_view text) {
-  return "<" + tag + ">" + Escape(text) + "</" + tag.substr(0, tag.find(' ')) + ">\n";
+  return "<" + tag + ">" + tools::EscapeHtml(text) + "</" + tag.substr(0, tag.find(' ')) + ">\n";
 }
 
 std::string Row(const char* name, const std::string& text) {
-  return std::string("<tr><th scope=\"row\">") + name + "</th><td>" + Escape(text) + "</td></tr>\n";
+  return std::string("<tr><th scope=\"row\">") + name + "</th><td>" + tools::EscapeHtml(text) +
+         "</td></tr>\n";
 }
 
 std::string SecondsText(std::int64_t seconds) { return std::to_string(seconds) + " s"; }
@@ -116,11 +95,12 @@ std::string StepTable(const Job& job) {
 std::string ProblemPart(const Session& session, const Job& job) {
   const Explanation why = Explain(session, job);
   std::string part = "<div class=\"problem\">\n" + Element("p", why.what);
-  if (!why.hub.empty()) part += "<p><b>The hub:</b> " + Escape(why.hub) + "</p>\n";
-  if (!why.advice.empty()) part += "<p><b>What to do:</b> " + Escape(why.advice) + "</p>\n";
+  if (!why.hub.empty()) part += "<p><b>The hub:</b> " + tools::EscapeHtml(why.hub) + "</p>\n";
+  if (!why.advice.empty())
+    part += "<p><b>What to do:</b> " + tools::EscapeHtml(why.advice) + "</p>\n";
   if (job.trouble) {
     part += "<p>Line " + std::to_string(job.trouble->number) + ": <code>" +
-            Escape(job.trouble->text) + "</code></p>\n";
+            tools::EscapeHtml(job.trouble->text) + "</code></p>\n";
   }
   return part + "</div>\n";
 }
@@ -130,13 +110,13 @@ std::string JobPart(const Session& session, const Job& job) {
   const std::string name = NameOf(job.result);
   const std::string kind = job.result == Result::Empty ? "empty" : name;
   std::string part = "<div class=\"job\">\n<p>" + TimeText(job.begin) + " <b>" +
-                     Escape(TitleOf(job)) + "</b>: <span class=\"" + kind + "\">" + name +
-                     "</span> after " + SecondsText(job.end - job.begin);
-  if (!job.hub.empty()) part += ", hub " + Escape(job.hub);
+                     tools::EscapeHtml(TitleOf(job)) + "</b>: <span class=\"" + kind + "\">" +
+                     name + "</span> after " + SecondsText(job.end - job.begin);
+  if (!job.hub.empty()) part += ", hub " + tools::EscapeHtml(job.hub);
   if (job.isInLoader.value_or(false)) {
     part += " in its loader";
   } else if (!job.version.empty()) {
-    part += " running " + Escape(job.version);
+    part += " running " + tools::EscapeHtml(job.version);
   }
   part += "</p>\n";
   if (isUpdate && !job.steps.empty()) part += Timeline(job) + StepTable(job);
@@ -175,8 +155,9 @@ std::string SessionPart(const Session& session) {
 std::string HarmlessPart(const std::vector<LogAccount>& accounts) {
   std::string rows;
   for (const HarmlessLine& each : HarmlessLines(accounts)) {
-    rows += "<tr><td><code>" + Escape(each.text) + "</code></td><td>" + std::to_string(each.count) +
-            "</td><td>" + Escape(each.line->meaning) + "</td></tr>\n";
+    rows += "<tr><td><code>" + tools::EscapeHtml(each.text) + "</code></td><td>" +
+            std::to_string(each.count) + "</td><td>" + tools::EscapeHtml(each.line->meaning) +
+            "</td></tr>\n";
   }
   if (rows.empty()) return "";
   return "<h2>Lines that look like failures and are none</h2>\n<table>\n<tr><th "

@@ -2,14 +2,13 @@
 
 #include "qzhid/explain/error_names.h"
 #include "qzhid/explain/request_names.h"
+#include "qzhid/host.h"
 
 namespace qzhid {
 
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-Json OrNull(const std::string& text) { return text.empty() ? Json() : Json(text); }
 
 const char* NameOf(System system) {
   constexpr std::array kNames{"unknown", "windows", "linux"};
