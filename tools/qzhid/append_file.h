@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
 
 #include "common/files.h"
@@ -30,7 +31,8 @@ class AppendFile {
   void Cut(std::uint64_t size);
 
  private:
-  std::intptr_t handle_ = -1;
+  struct Data;
+  std::unique_ptr<Data> data_;
 };
 
 }  // namespace qzhid

@@ -1,7 +1,7 @@
 // One process at a time writes the hub at a port.
 #pragma once
 
-#include <cstdint>
+#include <memory>
 #include <string>
 
 #include "qzhid/failure.h"
@@ -23,8 +23,9 @@ class PortLock {
   bool IsHeld() const { return isHeld_; }
 
  private:
+  struct Data;
+  std::unique_ptr<Data> data_;
   bool isHeld_ = false;
-  std::intptr_t handle_ = -1;
 };
 
 /// The name of the lock for a hub at that location. Virtual hubs are different ones in each

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,6 +15,9 @@ inline Failure NotStarted(const std::string& reason) {
   return {Exit::Failed, "another process cannot be started: " + reason, "",
           "end other programs and repeat the command"};
 }
+
+/// What the system can wait for; see waitable.h of each system.
+struct Waitable;
 
 /// Neither the terminal's interrupts nor the end of this process reach it.
 class Process {
@@ -37,11 +39,11 @@ class Process {
   /// Waits for its end and describes it, as in "it ended with status 1".
   std::string Ending();
 
-  /// Returns when one of them has something to read, when one of the system's handles is ready, at
-  /// an interrupt, or after that time.
+  /// Returns when one of them has something to read, at an interrupt, or after 100 ms.
+  static void AwaitOutput(const std::vector<const Process*>& processes);
+  /// The same, but also returns when one of the system's objects is ready, and after that time.
   static void AwaitOutput(const std::vector<const Process*>& processes,
-                          const std::vector<std::intptr_t>& handles = {},
-                          std::chrono::milliseconds time = std::chrono::milliseconds(100));
+                          const std::vector<Waitable>& objects, std::chrono::milliseconds time);
 
  private:
   struct Data;

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "common/descriptor.h"
 
@@ -39,6 +40,10 @@ std::uint64_t SizeOf(int file) {
 
 }  // namespace
 
+struct AppendFile::Data {
+  tools::Descriptor file;
+};
+
 AppendFile::AppendFile(const std::filesystem::path& path) {
   constexpr mode_t kMode = 0666;
   tools::Descriptor file(
@@ -51,15 +56,13 @@ AppendFile::AppendFile(const std::filesystem::path& path) {
     usleep(kBetweenTriesUs);
   }
   SyncFolder(path);
-  handle_ = dup(file.get());
-  if (handle_ < 0) Fail("cannot be opened", errno);
-  fcntl(static_cast<int>(handle_), F_SETFD, FD_CLOEXEC);
+  data_.reset(new Data{std::move(file)});
 }
 
-AppendFile::~AppendFile() { close(static_cast<int>(handle_)); }
+AppendFile::~AppendFile() = default;
 
 void AppendFile::Append(const std::string& text) {
-  const int file = static_cast<int>(handle_);
+  const int file = data_->file.get();
   const std::uint64_t size = SizeOf(file);
   ssize_t written = 0;
   do {
@@ -75,7 +78,7 @@ void AppendFile::Append(const std::string& text) {
 }
 
 void AppendFile::Reserve(std::size_t bytes) {
-  const int file = static_cast<int>(handle_);
+  const int file = data_->file.get();
   const std::uint64_t size = SizeOf(file);
   rlimit limit{};
   if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY &&
@@ -94,10 +97,10 @@ void AppendFile::Reserve(std::size_t bytes) {
 }
 
 void AppendFile::Cut(std::uint64_t size) {
-  if (ftruncate(static_cast<int>(handle_), static_cast<off_t>(size)) != 0) {
+  if (ftruncate(data_->file.get(), static_cast<off_t>(size)) != 0) {
     Fail("cannot be shortened", errno);
   }
-  fsync(static_cast<int>(handle_));
+  fsync(data_->file.get());
 }
 
 }  // namespace qzhid

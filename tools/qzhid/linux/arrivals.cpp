@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "common/descriptor.h"
+#include "qzhid/linux/waitable.h"
 
 namespace qzhid {
 
@@ -113,11 +114,11 @@ Arrivals::Arrivals(bool isVirtual, bool hasLines) : data_(std::make_unique<Data>
 Arrivals::~Arrivals() = default;
 
 void Arrivals::Await(const std::vector<const Process*>& processes, std::chrono::milliseconds time) {
-  std::vector<std::intptr_t> handles;
-  if (data_->events) handles.push_back(data_->events.get());
-  if (data_->hasLines) handles.push_back(STDIN_FILENO);
+  std::vector<Waitable> objects;
+  if (data_->events) objects.push_back({data_->events.get()});
+  if (data_->hasLines) objects.push_back({STDIN_FILENO});
   if (data_->isVirtual) time = std::min(time, kVirtualChange);
-  Process::AwaitOutput(processes, handles, time);
+  Process::AwaitOutput(processes, objects, time);
   if (data_->events) data_->Hear();
   if (data_->hasLines && HasInput()) data_->ReadInput();
   data_->Poll();

@@ -8,25 +8,28 @@
 #include <cerrno>
 #include <cstddef>
 
+#include "common/descriptor.h"
+
 namespace qzhid {
+
+struct PortLock::Data {
+  tools::Descriptor socket;
+};
 
 // A name without a file: all users share these names, they need no folder, and nothing of them is
 // left when the process ends.
 PortLock::PortLock(const std::string& name)
-    : handle_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    : data_(new Data{tools::Descriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0))}) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   const std::size_t size = std::min(name.size(), sizeof(address.sun_path) - 1);
   std::copy_n(name.begin(), size, address.sun_path + 1);
   const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + size);
-  const int status =
-      bind(static_cast<int>(handle_), reinterpret_cast<const sockaddr*>(&address), length);
+  const int status = bind(data_->socket.get(), reinterpret_cast<const sockaddr*>(&address), length);
   // A system without such sockets has no lock; that is no reason not to write.
   isHeld_ = status == 0 || errno != EADDRINUSE;
 }
 
-PortLock::~PortLock() {
-  if (handle_ >= 0) close(static_cast<int>(handle_));
-}
+PortLock::~PortLock() = default;
 
 }  // namespace qzhid

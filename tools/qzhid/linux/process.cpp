@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "common/descriptor.h"
+#include "qzhid/linux/waitable.h"
 
 namespace qzhid {
 
@@ -87,15 +88,18 @@ std::string Process::Ending() {
   return "it ended with status " + std::to_string(WEXITSTATUS(status));
 }
 
+void Process::AwaitOutput(const std::vector<const Process*>& processes) {
+  AwaitOutput(processes, {}, std::chrono::milliseconds(100));
+}
+
 void Process::AwaitOutput(const std::vector<const Process*>& processes,
-                          const std::vector<std::intptr_t>& handles,
-                          std::chrono::milliseconds time) {
+                          const std::vector<Waitable>& objects, std::chrono::milliseconds time) {
   std::vector<pollfd> files;
-  files.reserve(processes.size() + handles.size());
+  files.reserve(processes.size() + objects.size());
   for (const Process* process : processes) {
     files.push_back({process->data_->output.readEnd.get(), POLLIN, 0});
   }
-  for (const std::intptr_t handle : handles) files.push_back({static_cast<int>(handle), POLLIN, 0});
+  for (const Waitable& object : objects) files.push_back({object.descriptor, POLLIN, 0});
   poll(files.data(), files.size(), static_cast<int>(time.count()));
 }
 

@@ -13,8 +13,6 @@ constexpr DWORD kBetweenTriesMs = 100;
   throw tools::FileError(what + ": system error " + std::to_string(error));
 }
 
-HANDLE File(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
-
 LARGE_INTEGER SizeOf(HANDLE file) {
   LARGE_INTEGER size{};
   if (GetFileSizeEx(file, &size) == 0) Fail("cannot be examined");
@@ -30,25 +28,29 @@ void CutAt(HANDLE file, LARGE_INTEGER size) {
 
 }  // namespace
 
-AppendFile::AppendFile(const std::filesystem::path& path) {
+struct AppendFile::Data {
+  HANDLE file = INVALID_HANDLE_VALUE;
+  ~Data() {
+    if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
+  }
+};
+
+AppendFile::AppendFile(const std::filesystem::path& path) : data_(std::make_unique<Data>()) {
   for (int tries = 1;; ++tries) {
-    const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
-                                    nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    handle_ = reinterpret_cast<std::intptr_t>(file);
-    if (file != INVALID_HANDLE_VALUE) break;
+    data_->file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                              OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (data_->file != INVALID_HANDLE_VALUE) break;
     if (GetLastError() != ERROR_SHARING_VIOLATION) Fail("cannot be opened");
     if (tries == kTries) throw tools::FileError("is open in another program");
     Sleep(kBetweenTriesMs);
   }
-  if (GetFileType(File(handle_)) == FILE_TYPE_DISK) return;
-  CloseHandle(File(handle_));
-  throw tools::FileError("is not a regular file");
+  if (GetFileType(data_->file) != FILE_TYPE_DISK) throw tools::FileError("is not a regular file");
 }
 
-AppendFile::~AppendFile() { CloseHandle(File(handle_)); }
+AppendFile::~AppendFile() = default;
 
 void AppendFile::Append(const std::string& text) {
-  const HANDLE file = File(handle_);
+  const HANDLE file = data_->file;
   const LARGE_INTEGER size = SizeOf(file);
   if (SetFilePointerEx(file, size, nullptr, FILE_BEGIN) == 0) Fail("cannot be written");
   DWORD written = 0;
@@ -64,8 +66,8 @@ void AppendFile::Append(const std::string& text) {
 
 void AppendFile::Reserve(std::size_t bytes) {
   FILE_ALLOCATION_INFO room{};
-  room.AllocationSize.QuadPart = SizeOf(File(handle_)).QuadPart + static_cast<LONGLONG>(bytes);
-  if (SetFileInformationByHandle(File(handle_), FileAllocationInfo, &room, sizeof(room)) != 0) {
+  room.AllocationSize.QuadPart = SizeOf(data_->file).QuadPart + static_cast<LONGLONG>(bytes);
+  if (SetFileInformationByHandle(data_->file, FileAllocationInfo, &room, sizeof(room)) != 0) {
     return;
   }
   const DWORD error = GetLastError();
@@ -75,7 +77,7 @@ void AppendFile::Reserve(std::size_t bytes) {
 void AppendFile::Cut(std::uint64_t size) {
   LARGE_INTEGER end{};
   end.QuadPart = static_cast<LONGLONG>(size);
-  CutAt(File(handle_), end);
+  CutAt(data_->file, end);
 }
 
 }  // namespace qzhid

@@ -12,6 +12,8 @@
 #include <thread>
 #include <utility>
 
+#include "qzhid/windows/waitable.h"
+
 // Some headers do not declare them.
 extern "C" {
 CMAPI CONFIGRET WINAPI CM_Register_Notification(PCM_NOTIFY_FILTER filter, PVOID context,
@@ -131,7 +133,7 @@ Arrivals::~Arrivals() {
 
 void Arrivals::Await(const std::vector<const Process*>& processes, std::chrono::milliseconds time) {
   if (data_->isVirtual) time = std::min(time, kVirtualChange);
-  Process::AwaitOutput(processes, {reinterpret_cast<std::intptr_t>(data_->event)}, time);
+  Process::AwaitOutput(processes, {Waitable{data_->event}}, time);
   data_->Poll();
 }
 

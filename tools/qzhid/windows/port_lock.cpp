@@ -4,7 +4,11 @@
 
 namespace qzhid {
 
-PortLock::PortLock(const std::string& name) {
+struct PortLock::Data {
+  HANDLE mutex = nullptr;
+};
+
+PortLock::PortLock(const std::string& name) : data_(std::make_unique<Data>()) {
   // All users have access, in every session.
   SECURITY_DESCRIPTOR everyone{};
   InitializeSecurityDescriptor(&everyone, SECURITY_DESCRIPTOR_REVISION);
@@ -19,17 +23,16 @@ PortLock::PortLock(const std::string& name) {
   const DWORD result = WaitForSingleObject(mutex, 0);
   isHeld_ = result == WAIT_OBJECT_0 || result == WAIT_ABANDONED;
   if (isHeld_) {
-    handle_ = reinterpret_cast<std::intptr_t>(mutex);
+    data_->mutex = mutex;
   } else {
     CloseHandle(mutex);
   }
 }
 
 PortLock::~PortLock() {
-  if (handle_ == -1) return;
-  HANDLE mutex = reinterpret_cast<HANDLE>(handle_);
-  ReleaseMutex(mutex);
-  CloseHandle(mutex);
+  if (data_->mutex == nullptr) return;
+  ReleaseMutex(data_->mutex);
+  CloseHandle(data_->mutex);
 }
 
 }  // namespace qzhid

@@ -4,6 +4,8 @@
 
 #include <array>
 
+#include "qzhid/windows/waitable.h"
+
 namespace qzhid {
 
 namespace {
@@ -101,13 +103,16 @@ std::string Process::Ending() {
   return "it ended with status " + std::to_string(status);
 }
 
+void Process::AwaitOutput(const std::vector<const Process*>& processes) {
+  AwaitOutput(processes, {}, std::chrono::milliseconds(100));
+}
+
 void Process::AwaitOutput(const std::vector<const Process*>& processes,
-                          const std::vector<std::intptr_t>& handles,
-                          std::chrono::milliseconds time) {
+                          const std::vector<Waitable>& objects, std::chrono::milliseconds time) {
   // Pipes cannot be waited for, and a thread that read them would switch the library's log on.
   std::vector<HANDLE> ready;
-  ready.reserve(handles.size());
-  for (const std::intptr_t handle : handles) ready.push_back(reinterpret_cast<HANDLE>(handle));
+  ready.reserve(objects.size());
+  for (const Waitable& object : objects) ready.push_back(object.handle);
   const DWORD patience = static_cast<DWORD>(time.count());
   const DWORD step = processes.empty() ? patience : kPollEveryMs;
   for (DWORD waited = 0; waited < patience; waited += step) {

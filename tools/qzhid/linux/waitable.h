@@ -1,0 +1,9 @@
+#pragma once
+
+namespace qzhid {
+
+struct Waitable {
+  int descriptor;  ///< ready when it can be read
+};
+
+}  // namespace qzhid
