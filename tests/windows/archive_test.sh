@@ -18,12 +18,14 @@ bin/qzhid.exe
 bin/qzhub.exe
 bin/virtual/QzHidAPI.dll
 include/QzHidAPI.h
+lib/QzHidAPI.lib
 lib/cmake/QzHidAPI/QzHidAPIConfig.cmake
 lib/cmake/QzHidAPI/QzHidAPIConfigVersion.cmake
 lib/cmake/QzHidAPI/QzHidAPITargets-TYPE.cmake
 lib/cmake/QzHidAPI/QzHidAPITargets.cmake
 lib/libQzHidAPI.dll.a
 lib/pkgconfig/qzhidapi.pc
+lib/virtual/QzHidAPI.lib
 lib/virtual/libQzHidAPI.dll.a
 share/doc/QzHidAPI/CHANGELOG.md
 share/doc/QzHidAPI/CONTRIBUTING.md

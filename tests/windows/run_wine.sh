@@ -44,6 +44,7 @@ report() {
 # system starts.
 export WINEDLLOVERRIDES='winedbg.exe=d'
 report hid_stack $wine without_doubles/hid_stack_test.exe
+report msvc_hosts "$here/run_msvc_hosts.sh" msvc
 
 WINEDLLOVERRIDES='hid,setupapi,cfgmgr32=n;winedbg.exe=d'
 # What Wine's own dump service needs does not work under emulation.
