@@ -133,20 +133,24 @@ struct Part {
   void* system;
   const char* failure;  ///< what the log says without it, with the system's code
 };
-#define PART(name, supplied, failure) \
-  { #name, reinterpret_cast < void*>(&(supplied)), reinterpret_cast < void*>(&(name)), failure }
+template <class Function>
+Part MakePart(const char* name, Function* system, Function* supplied, const char* failure) {
+  return {name, reinterpret_cast<void*>(supplied), reinterpret_cast<void*>(system), failure};
+}
 const Part kParts[] = {
     // Wine numbers the nodes of each open set anew; elsewhere a node has one number.
-    PART(SetupDiEnumDeviceInfo, EnumNode, "List Hid Device Fail\n"),
+    MakePart("SetupDiEnumDeviceInfo", SetupDiEnumDeviceInfo, EnumNode, "List Hid Device Fail\n"),
     // In Wine no node has a parent.
-    PART(CM_Get_Parent, FindParent, "Get Parent Devinst fail,Error:0xd\n"),
+    MakePart("CM_Get_Parent", CM_Get_Parent, FindParent, "Get Parent Devinst fail,Error:0xd\n"),
     // The ids of those parents. Those of the HID nodes are Wine's.
-    PART(CM_Get_Device_IDA, ReadId, "Get Dev Level Fail\n"),
+    MakePart("CM_Get_Device_IDA", CM_Get_Device_IDA, ReadId, "Get Dev Level Fail\n"),
     // Wine's configuration manager has no properties. The hardware ids are those that Wine's
     // device-installation services give; the port and the location path belong to the parents.
-    PART(CM_Get_DevNode_PropertyW, ReadProperty, "Get Dev Hw Id Fail,ErrorCode:0x25\n"),
+    MakePart("CM_Get_DevNode_PropertyW", CM_Get_DevNode_PropertyW, ReadProperty,
+             "Get Dev Hw Id Fail,ErrorCode:0x25\n"),
     // The built-in devices have no string 52.
-    PART(HidD_GetIndexedString, ReadString, "HidD_GetIndexedString failed,Error Code:50\n"),
+    MakePart("HidD_GetIndexedString", HidD_GetIndexedString, ReadString,
+             "HidD_GetIndexedString failed,Error Code:50\n"),
 };
 
 /// Lets the library use the supplied parts, without one of them if it is named.
@@ -194,10 +198,11 @@ class HidStackTest : public ::testing::Test {
   }
 
   /// The handle that the system gives next; it reuses those that are closed.
-  static HANDLE NextHandle() {
+  static std::uintptr_t NextHandle() {
     const HANDLE handle = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    const auto number = reinterpret_cast<std::uintptr_t>(handle);
     CloseHandle(handle);
-    return handle;
+    return number;
   }
 
   ExportLog log;
@@ -242,7 +247,7 @@ TEST_F(HidStackTest, ADeviceThatTakesNoReportsIsNotOpenedAndNothingStaysOpen) {
   AcceptBoth();
   List();
   log.Clear();
-  const HANDLE handle = NextHandle();
+  const std::uintptr_t handle = NextHandle();
   const DEVINST number = SystemNodes().All()[0].DevInst;
   EXPECT_EQ(nullptr, QZ_OpenHid(numbers[1]));
   EXPECT_THAT(Logged(), IsSupersetOf({"match topology return true.\n",
