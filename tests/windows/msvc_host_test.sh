@@ -29,7 +29,7 @@ quietly "$clang_cl" $flags /c "/Fo$work/startup.obj" -- "$consumer/msvc/startup.
 for function in kernel32.ExitProcess msvcrt.printf; do
   name=${function%.*}
   printf 'LIBRARY %s.dll\nEXPORTS\n%s\n' "$name" "${function#*.}" > "$work/$name.def"
-  llvm-dlltool -m $machine -d "$work/$name.def" -l "$work/$name.lib"
+  llvm-dlltool -m "$machine" -d "$work/$name.def" -l "$work/$name.lib"
 done
 runtime="$work/startup.obj $work/kernel32.lib $work/msvcrt.lib"
 link_flags="/machine:$processor /subsystem:console /nodefaultlib /manifest:no"
