@@ -18,10 +18,11 @@ path() {
   key 'System\CurrentControlSet\Control\Session Manager\Environment' |
     sed -n 's/^ *PATH *REG_[A-Z_]* *//p' | tr -s ';' | sed 's/;$//'
 }
-# records: what the system's installer has recorded of products.
+installed='Software\Microsoft\Windows\CurrentVersion\Uninstall'
+# records: what the system has recorded of products.
 records() {
-  for key in 'Software\QzHidAPI' 'Software\Classes\Installer' 'Software\Microsoft\Windows\CurrentVersion\Installer' \
-    'Software\Microsoft\Windows\CurrentVersion\Uninstall'; do
+  for key in "$installed" 'Software\QzHidAPI' 'Software\Classes\Installer' \
+    'Software\Microsoft\Windows\CurrentVersion\Installer'; do
     key "$key"
   done
 }
@@ -36,7 +37,7 @@ run() {
 # check WHAT VERSION FOLDER FILES: that version is installed, alone, in that folder of drive C, with the files
 # in the list FILES.
 check() {
-  versions=$(records | sed -n 's/^ *DisplayVersion *REG_SZ *//p' | sort -u)
+  versions=$(key "$installed" | sed -n 's/^ *DisplayVersion *REG_SZ *//p' | sort -u)
   [ "$versions" = "$2" ] || complain "$1: installed are: $versions"
   [ "$(path)" = "$own_path;C:\\$3\\bin" ] || complain "$1: the PATH is: $(path)"
   (cd "$drive/$(echo "$3" | tr '\\' /)" && find . -type f | LC_ALL=C sort) | diff "$4" - || complain "$1: other files"
