@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace virtualhub {
+
+struct Utf8Character {
+  char32_t character;  ///< U+FFFD for a byte that belongs to no valid sequence
+  std::size_t length;  ///< bytes that it takes; 1 when it is not valid
+  bool isValid;
+};
+
+/// The first character of a text in UTF-8 that is not empty. Overlong forms, surrogates and what is
+/// beyond U+10FFFF are not valid.
+Utf8Character DecodeUtf8(std::string_view text);
+
+}  // namespace virtualhub
