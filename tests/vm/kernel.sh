@@ -35,21 +35,21 @@ apt_of_release() {
     -o Acquire::Check-Valid-Until=false)
 }
 
-package_of_metapackage() {
-  apt-cache "${apt[@]}" depends linux-image-amd64 2>/dev/null |
-    sed -n 's/^ *Depends: \(linux-image-[0-9][^ ]*\)$/\1/p' | head -n 1
-}
+# depends_of PACKAGE PATTERN: the packages that it depends on whose names match that.
+depends_of() { apt-cache "${apt[@]}" depends "$1" 2>/dev/null | sed -n "s/^ *Depends: \\($2\\)\$/\\1/p"; }
 
 fetch() {
-  local package
+  local package parts part
   work=$(mktemp -d "$cache/fetching.XXXXXX")
   apt_of_release
   apt-get "${apt[@]}" update >"$work/log" 2>&1 || { cat "$work/log" >&2; return 1; }
-  package=$(package_of_metapackage)
+  package=$(depends_of linux-image-amd64 'linux-image-[0-9][^ ]*' | head -n 1)
   [ -n "$package" ] || { echo "no package linux-image-amd64 in $release" >&2; return 1; }
   echo "==> downloading $package (some 100 MB)" >&2
-  (cd "$work" && apt-get "${apt[@]}" download "$package" >log 2>&1 && dpkg -x ./*.deb unpacked &&
-    rm -f ./*.deb) || { cat "$work/log" >&2; return 1; }
+  # Since 7.0 the kernel and its modules have packages of their own.
+  mapfile -t parts < <(depends_of "$package" 'linux-\(binary\|modules\)-[0-9][^ ]*')
+  (cd "$work" && apt-get "${apt[@]}" download "$package" "${parts[@]}" >log 2>&1 &&
+    for part in ./*.deb; do dpkg -x "$part" unpacked || exit 1; done) || { cat "$work/log" >&2; return 1; }
   mv -T "$work/unpacked" "$kernels/$package" 2>/dev/null || true # another run may have been faster
 }
 

@@ -76,7 +76,7 @@ fi
 
 status=0
 timeout --kill-after=5 "$limit" qemu-system-x86_64 -accel "$accelerator" -smp 2 -m 1024 -cpu max \
-  -kernel "$(echo "$kernel"/boot/vmlinuz-*)" -initrd "$work/initrd.gz" \
+  -kernel "$(find "$kernel" -name 'vmlinuz*')" -initrd "$work/initrd.gz" \
   -append "console=ttyS0 panic=-1 quiet" -nographic -no-reboot \
   -serial mon:stdio -serial "file:$work/reports.tar" "${devices[@]}" \
   </dev/null >"$results/console.txt" 2>&1 || status=$?
