@@ -28,7 +28,8 @@ Finding ExamineKernel() {
   const bool isKnown = std::sscanf(system.release, "%d.%d", &major, &minor) == 2;
   const std::string what = std::string("the kernel is ") + system.release;
   if (isKnown && (major > kMajor || (major == kMajor && minor >= kMinor))) return {true, what, ""};
-  return {false, what, "update it to 5.11 or newer: an older one cannot send requests to hubs"};
+  return {false, what,
+          "update the kernel to 5.11 or newer: an older one cannot send requests to hubs"};
 }
 
 Finding ExamineDriver() {
@@ -116,6 +117,8 @@ void ExamineDevice(const UsbDevice& device, std::vector<Finding>& findings) {
 }
 
 }  // namespace
+
+std::string SystemRemedy() { return ExamineKernel().remedy; }
 
 std::vector<Finding> ExamineSystem() {
   std::vector<Finding> findings = {ExamineKernel(), ExamineDriver(), ExamineRule()};
