@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""make_packages.py OUT SYSTEM=FOLDER...: makes the packages of the bindings in the folder OUT, with the
+"""make_packages.py [--node-modules FOLDER] OUT SYSTEM=FOLDER...: makes the packages of the bindings in the folder OUT, with the
 libraries for the systems that are named (linux-x64, linux-arm64, windows-x64, windows-arm64). Each FOLDER has
-a library somewhere, and the virtual one in a folder "virtual"."""
+a library somewhere, and the virtual one in a folder "virtual". The Node package needs the folder with koffi."""
 import argparse
 import pathlib
 import sys
 
-from packaging import deb, wheel
+from packaging import deb, npm, wheel
 from packaging.common import PackageError, find_libraries
 
 
@@ -14,6 +14,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("out", type=pathlib.Path)
     parser.add_argument("libraries", nargs="+", metavar="SYSTEM=FOLDER")
+    parser.add_argument("--node-modules", type=pathlib.Path)
     options = parser.parse_args()
     try:
         found = {}
@@ -24,6 +25,8 @@ def main():
         for libraries in found.values():
             print(wheel.make(options.out, libraries))
         print(deb.make(options.out))
+        if options.node_modules:
+            print(npm.make(options.out, found.values(), options.node_modules))
     except PackageError as error:
         sys.exit(f"make_packages.py: {error}")
 

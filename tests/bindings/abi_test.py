@@ -1,6 +1,7 @@
 """What the bindings know of the library is what the header declares: one changed parameter, constant or
 member in the header makes the check fail, for each language."""
 import importlib.util
+import json
 import pathlib
 import re
 import subprocess
@@ -107,9 +108,16 @@ class AbiTest(unittest.TestCase):
 
     def test_all_packages_have_the_version_of_the_library(self):
         version = re.search(r"^project\(QzHidAPI VERSION ([\d.]+)", (SOURCE / "CMakeLists.txt").read_text(), re.M)[1]
-        for file, pattern in [("python/qzhidapi/__init__.py", '__version__ = "(.*)"')]:
+        for file, pattern in [("python/qzhidapi/__init__.py", '__version__ = "(.*)"'),
+                              ("node/package.json", '"version": "(.*)"')]:
             found = re.search(pattern, (SOURCE / "bindings" / file).read_text())
             self.assertEqual(version, found and found[1], file)
+
+    def test_the_tests_use_the_version_of_koffi_that_the_package_names(self):
+        package, packed = (json.loads((SOURCE / "bindings" / folder / "package.json").read_text())
+                           for folder in ("node", "packaging"))
+        wanted = {**package["dependencies"], **package["optionalDependencies"]}
+        self.assertEqual(wanted, {name: packed["dependencies"].get(name) for name in wanted})
 
 
 if __name__ == "__main__":

@@ -32,32 +32,25 @@ if sys.platform == "win32":
     import ctypes
     from ctypes import wintypes
 
-    class _SecurityAttributes(ctypes.Structure):
-        _fields_ = [("length", wintypes.DWORD), ("descriptor", ctypes.c_void_p), ("inherit", wintypes.BOOL)]
+    WAIT_OBJECT_0, WAIT_ABANDONED = 0, 0x80
 
     @contextlib.contextmanager
     def _held(name: str) -> Iterator[bool]:
-        system = ctypes.WinDLL("kernel32", use_last_error=True)
-        rights = ctypes.WinDLL("advapi32")
+        system = ctypes.WinDLL("kernel32")
         system.CreateMutexW.restype = wintypes.HANDLE
         system.CreateMutexW.argtypes = [ctypes.c_void_p, wintypes.BOOL, wintypes.LPCWSTR]
-        for function in (system.WaitForSingleObject, system.ReleaseMutex, system.CloseHandle):
-            function.argtypes = [wintypes.HANDLE, wintypes.DWORD][:2 if function is system.WaitForSingleObject else 1]
-        # All users have access, in every session.
-        descriptor = ctypes.create_string_buffer(64)
-        rights.InitializeSecurityDescriptor(descriptor, 1)
-        rights.SetSecurityDescriptorDacl(descriptor, True, None, False)
-        access = _SecurityAttributes(ctypes.sizeof(_SecurityAttributes), ctypes.addressof(descriptor), False)
-        mutex = system.CreateMutexW(ctypes.byref(access), False, "Global\\" + name)
-        if not mutex:  # another user's, who does not share it after all; otherwise there are no locks here
-            yield ctypes.get_last_error() != 5
+        system.WaitForSingleObject.argtypes = [wintypes.HANDLE, wintypes.DWORD]
+        system.ReleaseMutex.argtypes = system.CloseHandle.argtypes = [wintypes.HANDLE]
+        mutex = system.CreateMutexW(None, False, "Global\\" + name)
+        if not mutex:  # another user's
+            yield False
             return
+        held = system.WaitForSingleObject(mutex, 0) in (WAIT_OBJECT_0, WAIT_ABANDONED)
         try:
-            held = system.WaitForSingleObject(mutex, 0) in (0, 0x80)  # 0x80: its holder has died
             yield held
+        finally:
             if held:
                 system.ReleaseMutex(mutex)
-        finally:
             system.CloseHandle(mutex)
 else:
     import socket
