@@ -1,5 +1,5 @@
-"""programs_test.py LANGUAGE LIBRARY QZHUB: the programs for that language in docs/bindings.md list hubs, update
-one with progress, and read an EEPROM."""
+"""programs_test.py LANGUAGE: the programs for that language in docs/bindings.md list hubs, update one with
+progress, and read an EEPROM. Environment: QZ_LIBRARY and QZHUB."""
 import json
 import os
 import pathlib
@@ -11,7 +11,7 @@ import unittest
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 LANGUAGE = sys.argv[1]
-LIBRARY, QZHUB = (os.path.abspath(path) for path in sys.argv[2:4])
+LIBRARY, QZHUB = (os.environ[name] for name in ("QZ_LIBRARY", "QZHUB"))
 
 
 def compile_csharp(program):
@@ -32,6 +32,8 @@ class ProgramsTest(unittest.TestCase):
         self.image = self.work / "new.bin"
         subprocess.run([QZHUB, "image", "--out", self.image, "--version", "0210", "--size", "32680"], check=True)
         page = (SOURCE / "docs/bindings.md").read_text()
+        (self.work / "node_modules").mkdir()
+        (self.work / "node_modules/qzhidapi").symlink_to(SOURCE / "bindings/node")
         self.programs = re.findall(rf"^```{LANGUAGE}\n(.*?)^```$", page, re.M | re.S)
 
     def run_program(self, number, *arguments, **members):
@@ -42,7 +44,7 @@ class ProgramsTest(unittest.TestCase):
         program.write_text(self.programs[number])
         environment = {**os.environ, "QZ_VIRTUAL_HUB": str(self.work / "scenario.json"),
                        "LD_LIBRARY_PATH": os.path.dirname(LIBRARY), "PYTHONPATH": str(SOURCE / "bindings/python"),
-                       "NODE_PATH": os.environ.get("NODE_PATH", ""), "XDG_CONFIG_HOME": str(self.work)}
+                       "XDG_CONFIG_HOME": str(self.work)}
         return subprocess.run([*RUN[LANGUAGE](program), *map(str, arguments)], capture_output=True, text=True,
                               env=environment)
 

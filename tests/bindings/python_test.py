@@ -1,5 +1,4 @@
-"""python_test.py LIBRARY QZHID QZHUB [ARGUMENT...]: the package qzhidapi on the virtual library. ARGUMENTs
-are those of unittest."""
+"""The package qzhidapi for Python on the virtual library. Environment: QZ_LIBRARY, QZHID and QZHUB."""
 import errno
 import hashlib
 import os
@@ -20,7 +19,7 @@ import qzhidapi  # noqa: E402
 from qzhidapi import (Hub, HubClosed, HubInUse, HubLost, InLoader, LibraryError, NoSuchHub,  # noqa: E402
                       PermissionDenied, QzHidError, Refused, RequestFailed, UpdateFailed, WrongUse)
 
-LIBRARY, QZHID, QZHUB = (os.path.abspath(path) for path in sys.argv[1:4])
+LIBRARY, QZHID, QZHUB = (os.environ[name] for name in ("QZ_LIBRARY", "QZHID", "QZHUB"))
 LOCATION = "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)#USB(1)"
 FOREVER = {"count": 0, "action": "fail", "code": errno.EACCES}
 NOT_OPENABLE = {"on": "call", "service": "OpenHidDevice", "device": "hub", **FOREVER}
@@ -616,4 +615,4 @@ class CommandTest(PackageTest):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=[sys.argv[0], *sys.argv[4:]])
+    unittest.main()

@@ -1,10 +1,10 @@
 #!/bin/sh
-# bindings_root_test.sh SOURCE BUILD DEBS ROOT: the packages of the bindings can be installed in a Debian
+# bindings_root_test.sh SOURCE BUILD DEBS CACHE: the packages of the bindings can be installed in a Debian
 # without network, work there, and leave nothing when they are removed. The changes to the root folder are
 # not kept.
 set -eu
 if [ "${5-}" != inside ]; then
-  [ -d "$4" ] || { echo "skipped: no Debian in $4"; exit 77; }
+  [ -d "$4/bindings-root" ] || { echo "skipped: no Debian in $4/bindings-root"; exit 77; }
   unshare -mn true || { echo 'skipped: mounting needs root'; exit 77; }
   exec unshare -mn sh "$0" "$1" "$2" "$3" "$4" inside
 fi
@@ -14,12 +14,12 @@ mount -t tmpfs tmpfs "$work"
 trap 'umount -l "$work"; rmdir "$work"' EXIT
 root=$work/root
 mkdir "$work/upper" "$work/work" "$root"
-mount -t overlay overlay -o "lowerdir=$4,upperdir=$work/upper,workdir=$work/work" "$root"
+mount -t overlay overlay -o "lowerdir=$4/bindings-root,upperdir=$work/upper,workdir=$work/work" "$root"
 mount -t proc proc "$root/proc"
 cp "$3"/libqzhidapi1_*.deb "$source"/tests/bindings/with_library.sh "$source"/tests/bindings/installed.* "$root/tmp"
 "$build/bin/qzhub" image --out "$root/tmp/new.bin" --version 0210 --size 32680
 case $(uname -m) in aarch64) system=linux-arm64 ;; *) system=linux-x64 ;; esac
-/usr/bin/python3 "$source/bindings/make_packages.py" "$root/tmp" "$system=$build/lib" > "$work/log"
+/usr/bin/python3 "$source/bindings/make_packages.py" --node-modules "$4/node/node_modules" "$root/tmp" "$system=$build/lib" > "$work/log"
 
 inside() { chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root "$@"; }
 fail() { echo "$*" >&2; exit 1; }
@@ -48,3 +48,11 @@ quietly sh -c 'dpkg -i /tmp/libqzhidapi1_*.deb /tmp/python3-qzhidapi_*.deb'
 works "$(inside sh -c 'echo /usr/lib/*/qzhidapi/virtual/libQzHidAPI.so.1')" python3 /tmp/installed.py
 quietly dpkg --purge python3-qzhidapi libqzhidapi1
 removed
+
+# The package for npm, which that Debian does not have
+mkdir "$root/tmp/app"
+npm install --prefix "$root/tmp/app" --cache "$work/npm" --offline --no-audit --no-fund "$root"/tmp/qzhidapi-*.tgz \
+  > "$work/log" 2>&1 || fail "npm: $(cat "$work/log")"
+native=/tmp/app/node_modules/qzhidapi/native/$system
+cp "$root/tmp/installed.js" "$root/tmp/app"
+works "$native/virtual/libQzHidAPI.so.1" node /tmp/app/installed.js

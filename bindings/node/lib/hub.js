@@ -67,10 +67,6 @@ class Hub {
     return this.#process.close();
   }
 
-  [Symbol.asyncDispose ?? Symbol.for('Symbol.asyncDispose')]() {
-    return this.close();
-  }
-
   async state() {
     const { vid, pid, version, runs } = await this.#call('state', []);
     return { vid, pid, version: version === null ? null : runs, runs };
