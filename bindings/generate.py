@@ -171,7 +171,7 @@ def csharp(abi):
                   f"    public delegate {translate(CSHARP, result)} {name}({arguments});"]
     lines += ["  }", "", "  /// <summary>The functions of a library that is loaded.</summary>",
               "  internal sealed class Functions", "  {"]
-    lines += [f"    public Abi.{name} {name};" for name, _, _ in abi.functions]
+    lines += [f"    public Abi.{name} {name} = null;" for name, _, _ in abi.functions]
     return "\n".join(lines + ["  }", "}", ""])
 
 

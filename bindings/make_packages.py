@@ -6,7 +6,7 @@ import argparse
 import pathlib
 import sys
 
-from packaging import deb, npm, wheel
+from packaging import deb, npm, nuget, wheel
 from packaging.common import PackageError, find_libraries
 
 
@@ -25,6 +25,7 @@ def main():
         for libraries in found.values():
             print(wheel.make(options.out, libraries))
         print(deb.make(options.out))
+        print(nuget.make(options.out, found.values()))
         if options.node_modules:
             print(npm.make(options.out, found.values(), options.node_modules))
     except PackageError as error:

@@ -112,32 +112,32 @@ namespace QzHid
   /// <summary>The functions of a library that is loaded.</summary>
   internal sealed class Functions
   {
-    public Abi.QZ_ListAllHidDev QZ_ListAllHidDev;
-    public Abi.QZ_ListAllHidDevByVIDPID QZ_ListAllHidDevByVIDPID;
-    public Abi.QZ_FreeDevList QZ_FreeDevList;
-    public Abi.QZ_OpenHid QZ_OpenHid;
-    public Abi.QZ_CloseDev QZ_CloseDev;
-    public Abi.QZ_DllPassPara QZ_DllPassPara;
-    public Abi.QZ_UpdateDev QZ_UpdateDev;
-    public Abi.QZ_ReadBinVersion QZ_ReadBinVersion;
-    public Abi.QZ_ReadDevVersion QZ_ReadDevVersion;
-    public Abi.QZ_GetHidBinFileVIDPID QZ_GetHidBinFileVIDPID;
-    public Abi.QZ_GetHubVIDPIDFromHidDevice QZ_GetHubVIDPIDFromHidDevice;
-    public Abi.QZ_HidI2CConfig QZ_HidI2CConfig;
-    public Abi.QZ_HidI2CWrite QZ_HidI2CWrite;
-    public Abi.QZ_HidI2CRead QZ_HidI2CRead;
-    public Abi.QZ_HidI2CRead2 QZ_HidI2CRead2;
-    public Abi.QZ_HidI2CBlockWriteFlash QZ_HidI2CBlockWriteFlash;
-    public Abi.QZ_Stage_Flash QZ_Stage_Flash;
-    public Abi.QZ_Write_Byte QZ_Write_Byte;
-    public Abi.QZ_HidI2CBlockEraseFlash QZ_HidI2CBlockEraseFlash;
-    public Abi.QZ_HidI2CBlockStatus QZ_HidI2CBlockStatus;
-    public Abi.QZ_MST_HidI2CBlock QZ_MST_HidI2CBlock;
-    public Abi.QZ_HidGPIOR QZ_HidGPIOR;
-    public Abi.QZ_HidGPIOW QZ_HidGPIOW;
-    public Abi.QZ_HidSetHubGPIO QZ_HidSetHubGPIO;
-    public Abi.QZ_SetLogPath QZ_SetLogPath;
-    public Abi.QZ_ConfigLog QZ_ConfigLog;
-    public Abi.QZ_GenerateDumplog QZ_GenerateDumplog;
+    public Abi.QZ_ListAllHidDev QZ_ListAllHidDev = null;
+    public Abi.QZ_ListAllHidDevByVIDPID QZ_ListAllHidDevByVIDPID = null;
+    public Abi.QZ_FreeDevList QZ_FreeDevList = null;
+    public Abi.QZ_OpenHid QZ_OpenHid = null;
+    public Abi.QZ_CloseDev QZ_CloseDev = null;
+    public Abi.QZ_DllPassPara QZ_DllPassPara = null;
+    public Abi.QZ_UpdateDev QZ_UpdateDev = null;
+    public Abi.QZ_ReadBinVersion QZ_ReadBinVersion = null;
+    public Abi.QZ_ReadDevVersion QZ_ReadDevVersion = null;
+    public Abi.QZ_GetHidBinFileVIDPID QZ_GetHidBinFileVIDPID = null;
+    public Abi.QZ_GetHubVIDPIDFromHidDevice QZ_GetHubVIDPIDFromHidDevice = null;
+    public Abi.QZ_HidI2CConfig QZ_HidI2CConfig = null;
+    public Abi.QZ_HidI2CWrite QZ_HidI2CWrite = null;
+    public Abi.QZ_HidI2CRead QZ_HidI2CRead = null;
+    public Abi.QZ_HidI2CRead2 QZ_HidI2CRead2 = null;
+    public Abi.QZ_HidI2CBlockWriteFlash QZ_HidI2CBlockWriteFlash = null;
+    public Abi.QZ_Stage_Flash QZ_Stage_Flash = null;
+    public Abi.QZ_Write_Byte QZ_Write_Byte = null;
+    public Abi.QZ_HidI2CBlockEraseFlash QZ_HidI2CBlockEraseFlash = null;
+    public Abi.QZ_HidI2CBlockStatus QZ_HidI2CBlockStatus = null;
+    public Abi.QZ_MST_HidI2CBlock QZ_MST_HidI2CBlock = null;
+    public Abi.QZ_HidGPIOR QZ_HidGPIOR = null;
+    public Abi.QZ_HidGPIOW QZ_HidGPIOW = null;
+    public Abi.QZ_HidSetHubGPIO QZ_HidSetHubGPIO = null;
+    public Abi.QZ_SetLogPath QZ_SetLogPath = null;
+    public Abi.QZ_ConfigLog QZ_ConfigLog = null;
+    public Abi.QZ_GenerateDumplog QZ_GenerateDumplog = null;
   }
 }

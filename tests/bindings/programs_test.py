@@ -15,8 +15,10 @@ LIBRARY, QZHUB = (os.environ[name] for name in ("QZ_LIBRARY", "QZHUB"))
 
 
 def compile_csharp(program):
+    """The compiler is not to be sanitized."""
     sources = sorted((SOURCE / "bindings/dotnet").glob("*.cs"))
-    subprocess.run(["mcs", "-warnaserror", "-out:" + str(program.with_suffix(".exe")), program, *sources], check=True)
+    subprocess.run(["mcs", "-warnaserror", "-out:" + str(program.with_suffix(".exe")), program, *sources], check=True,
+                   env={**os.environ, "LD_PRELOAD": ""})
     return ["mono", program.with_suffix(".exe")]
 
 

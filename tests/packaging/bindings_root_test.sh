@@ -56,3 +56,9 @@ npm install --prefix "$root/tmp/app" --cache "$work/npm" --offline --no-audit --
 native=/tmp/app/node_modules/qzhidapi/native/$system
 cp "$root/tmp/installed.js" "$root/tmp/app"
 works "$native/virtual/libQzHidAPI.so.1" node /tmp/app/installed.js
+
+# The package for .NET: the assembly and the folder runtimes next to a program
+mkdir "$root/tmp/net"
+(cd "$root/tmp/net" && /usr/bin/python3 -m zipfile -e ../QzHid.*.nupkg . && cp lib/*/QzHid.dll . &&
+  mcs -warnaserror -r:QzHid.dll -out:installed.exe ../installed.cs) > "$work/log" 2>&1 || fail "$(cat "$work/log")"
+works "/tmp/net/runtimes/$system/native/virtual/libQzHidAPI.so.1" mono /tmp/net/installed.exe
