@@ -106,6 +106,14 @@ namespace QzHid
       Call<object>(library => { work(library); return null; });
     }
 
+    /// <summary>What uses the present files again.</summary>
+    public static Action UseAgain()
+    {
+      List<string> files = files_;
+      bool isVirtual = IsVirtual;
+      return () => Use(files, isVirtual);
+    }
+
     /// <summary>From now on uses other files; null for those that are found.</summary>
     public static void Use(List<string> files, bool isVirtual)
     {

@@ -61,6 +61,7 @@ namespace QzHid
     private const string Variable = "QZ_VIRTUAL_HUB";
     private readonly string folder_ = TemporaryFolder.Make();
     private readonly string before_ = Environment.GetEnvironmentVariable(Variable);
+    private readonly Action useBefore_ = Session.UseAgain();
     private readonly string control_;
 
     internal Machine(string scenario, string library)
@@ -86,7 +87,7 @@ namespace QzHid
     public void Dispose()
     {
       if (Session.OpenHub != null) Session.OpenHub.Dispose();
-      Session.Use(null, false);  // flash contents are saved now
+      useBefore_();  // flash contents are saved now
       Native.SetVariable(Variable, before_);
       TemporaryFolder.Remove(folder_);
     }

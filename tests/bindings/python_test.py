@@ -394,6 +394,16 @@ class UpdateTest(PackageTest):
                           self.failure(Refused, self.update).what)
         self.assertEqual("updated", self.update().outcome)
 
+    def test_the_lock_of_a_real_hub_is_that_of_its_location(self):
+        machine = self.machine()
+        library = self.work / "lib.so"  # which is not in a folder "virtual"
+        library.symlink_to(LIBRARY)
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as lock:
+            lock.bind(f"\0qzhid-{hashlib.sha256(LOCATION.encode()).hexdigest()}")
+            qzhidapi.use_library(library)
+            self.assertIn("another process is writing the hub", self.failure(Refused, self.update).what)
+        self.assertTrue(machine.scenario.exists())
+
     def test_qzhid_does_not_write_a_hub_meanwhile(self):
         self.machine()
         ran = []
@@ -522,6 +532,13 @@ class WrongUseTest(PackageTest):
             qzhidapi.use_library(file)
             self.assertIn(what, self.failure(LibraryError, qzhidapi.list_hubs).what)
 
+    def test_after_a_test_with_virtual_hubs_the_library_is_the_one_from_before(self):
+        self.addCleanup(qzhidapi.use_library, None)
+        qzhidapi.use_library("/nowhere/lib.so")
+        with qzhidapi.virtual(library=LIBRARY):
+            self.assertEqual(1, len(qzhidapi.list_hubs()))
+        self.assertIn("/nowhere/lib.so", self.failure(LibraryError, qzhidapi.list_hubs).what)
+
     def test_virtual_hubs_cannot_be_changed_while_one_is_open(self):
         self.machine()
         self.opened()
@@ -539,7 +556,7 @@ class WrongUseTest(PackageTest):
 class SeveralHubsTest(PackageTest):
     def test_hubs_are_written_by_processes_of_their_own(self):
         state = self.enterContext(tempfile.TemporaryDirectory())
-        self.machine(hub("a", "1"), hub("b", "2", **ROM), hub("c", "3", image={"vid": "0x2E7D"}),
+        self.machine(hub("a", "1"), hub("b", "2", image={"cut_after": 4096}), hub("c", "3", image={"vid": "0x2E7D"}),
                      hub("hub", "4"), hub("d", "5", image={"version": "0x0210"}), hub("e", "6", image={"version": "0x0300"}),
                      faults=[NOT_OPENABLE, loss("40/C8", 9, device="a")], state_folder=state)
         steps = {}
@@ -612,6 +629,13 @@ class CommandTest(PackageTest):
                              env={**os.environ, "PYTHONPATH": str(SOURCE / "bindings/python")})
         self.assertEqual("the log /nowhere/log.txt cannot be written\n", run.stdout)
         self.assertIn("QZ_ListAllHidDev, List Device Success", log.read_text())
+
+    def test_a_crash_leaves_a_record(self):
+        text = "import os, qzhidapi, sys\nqzhidapi.use_library(sys.argv[1])\nqzhidapi.record_crashes()\nos.abort()"
+        run = subprocess.run([sys.executable, "-c", text, LIBRARY], cwd=self.work,
+                             env={**os.environ, "PYTHONPATH": str(SOURCE / "bindings/python")})
+        self.assertEqual(-signal.SIGABRT, run.returncode)
+        self.assertIn("SIGABRT", (self.work / "ConsoleApplication1.dmp").read_text())
 
 
 if __name__ == "__main__":

@@ -78,10 +78,7 @@ class Library:
     def unload(self) -> None:
         import _ctypes
         self.QZ_ConfigLog(0, FAILURES_ONLY)
-        if sys.platform == "win32":
-            _ctypes.FreeLibrary(self._dll._handle)
-        else:
-            _ctypes.dlclose(self._dll._handle)
+        getattr(_ctypes, "FreeLibrary" if sys.platform == "win32" else "dlclose")(self._dll._handle)
         if self._log_folder:
             shutil.rmtree(self._log_folder, ignore_errors=True)
 

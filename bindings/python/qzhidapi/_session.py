@@ -48,6 +48,10 @@ class Session:
             self._files = files
             self.is_virtual = is_virtual
 
+    def chosen(self) -> tuple[list[str], bool]:
+        """What ``use`` was called with."""
+        return self._files, self.is_virtual
+
     def claim(self, hub: Hub) -> None:
         """Makes that hub the open one."""
         if self.open_hub is not None and self.open_hub is not hub:

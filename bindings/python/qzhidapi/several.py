@@ -42,7 +42,7 @@ def update_hubs(hubs: Iterable[HubInfo], image: Path, progress: Optional[Callabl
     this thread. What it raises is raised when all hubs are done; what happens to a hub is only returned."""
     chosen = list(dict.fromkeys(hubs))
     with SESSION.call() as library:
-        job = {"library": library.path, "virtual": SESSION.is_virtual, "retries": retries, "wait": wait,
+        job: dict[str, Any] = {"library": library.path, "virtual": SESSION.is_virtual, "retries": retries, "wait": wait,
                "rules": {"force": force, "allow_older": allow_older, "takes_loader": True}}
     data = read_image(image, sha256)
     job["sha256"] = hashlib.sha256(data).hexdigest()

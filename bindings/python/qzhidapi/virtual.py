@@ -44,7 +44,7 @@ def virtual(scenario: Union[Mapping[str, Any], str, os.PathLike[str], None] = No
     the path of such a file. An object gets virtual time unless it says otherwise; its relative paths start
     in a temporary folder. ``library`` is the virtual library, unless the one of the package is meant."""
     files = candidates(is_virtual=True) if library is None else [os.fspath(library)]
-    before = os.environ.get(VARIABLE)
+    before, chosen = os.environ.get(VARIABLE), SESSION.chosen()
     with tempfile.TemporaryDirectory(prefix="qzhidapi-") as folder:
         machine = _machine(scenario, pathlib.Path(folder))
         SESSION.use(files, is_virtual=True)
@@ -54,7 +54,7 @@ def virtual(scenario: Union[Mapping[str, Any], str, os.PathLike[str], None] = No
         finally:
             if SESSION.open_hub is not None:
                 SESSION.open_hub.close()
-            SESSION.use([], is_virtual=False)  # flash contents are saved now
+            SESSION.use(*chosen)  # flash contents are saved now
             if before is None:
                 del os.environ[VARIABLE]
             else:
@@ -65,7 +65,7 @@ def _machine(scenario: Union[Mapping[str, Any], str, os.PathLike[str], None], fo
     if isinstance(scenario, (str, os.PathLike)):
         file = pathlib.Path(scenario).absolute()
         return Machine(file, json.loads(file.read_text("utf-8")).get("control"))
-    whole = {"time": "virtual", "control": "hands.txt",
+    whole: dict[str, Any] = {"time": "virtual", "control": "hands.txt",
              **(scenario if scenario is not None else {"devices": [{"name": "hub", "port": "3.1"}]})}
     file = folder / "scenario.json"
     file.write_text(json.dumps(whole), "utf-8")
