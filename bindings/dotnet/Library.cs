@@ -82,7 +82,8 @@ namespace QzHid
     private static List<string> files_;
     private static int calls_;
 
-    /// <summary>Does one operation with the library. Who comes meanwhile, also a progress callback, is rejected.</summary>
+    /// <summary>Does one operation with the library. A second one at the same time, also one of a progress
+    /// callback, is rejected.</summary>
     public static T Call<T>(Func<Library, T> work)
     {
       if (Interlocked.CompareExchange(ref calls_, 1, 0) != 0)

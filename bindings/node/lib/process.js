@@ -20,6 +20,7 @@ class WorkerProcess {
     this.pending = undefined; // the call under way
     this.last = Promise.resolve();
     this.isOpen = true;
+    this.ending = 'the hub is not open';
     this.child.on('message', (message) => this.take(message));
     this.child.on('error', (error) => this.end(error.message));
     this.child.on('exit', (code, signal) => this.end(signal ?? `exit status ${code}`));
@@ -28,14 +29,14 @@ class WorkerProcess {
 
   /** Calls run one after another; what `progress` throws, the call throws when it is done. */
   call(name, args, progress) {
-    if (!this.isOpen) return Promise.reject(new HubClosed('the hub is not open', 'open it again'));
+    if (!this.isOpen) return Promise.reject(new HubClosed(this.ending, 'open it again'));
     const done = this.last.then(() => this.send(name, args, progress));
     this.last = done.catch(() => {});
     return done;
   }
 
   send(name, args, progress) {
-    if (!this.isOpen) throw new HubClosed('the hub is not open any more', 'open it again');
+    if (!this.isOpen) throw new HubClosed(this.ending, 'open it again');
     return new Promise((resolve, reject) => {
       this.pending = { resolve, reject, progress, thrown: undefined };
       this.child.ref();
@@ -81,6 +82,7 @@ class WorkerProcess {
 
   /** The process is gone. */
   end(reason) {
+    if (this.isOpen) this.ending = `the process that used the hub has ended (${reason})`;
     this.isOpen = false;
     this.pending?.reject(new HubLost(`the process that used the hub died (${reason}), and the hub's state is unknown`,
       FIND_HUB));

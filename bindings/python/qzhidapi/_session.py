@@ -27,8 +27,8 @@ class Session:
 
     @contextlib.contextmanager
     def call(self) -> Iterator[_library.Library]:
-        """The library, for the calls of one operation. Whoever comes meanwhile, also a progress
-        callback, is rejected."""
+        """The library, for the calls of one operation. A second operation at the same time, also one of a
+        progress callback, is rejected."""
         if not self._lock.acquire(blocking=False):
             raise HubInUse("another call is running in this process",
                            "wait for it to return: make all calls from one thread, not from a callback")

@@ -107,10 +107,7 @@ def _outcome(hub: HubInfo, message: dict[str, Any]) -> HubOutcome:
     if "done" in message:
         return HubOutcome(hub=hub, error=None, **message["done"])
     failed = message["failed"]
-    kind = getattr(errors, failed.pop("kind"))
-    if kind is errors.RequestFailed:
-        kind = QzHidError
-    return _failed(hub, kind(**failed))
+    return _failed(hub, getattr(errors, failed.pop("kind"))(**failed))
 
 
 def _failed(hub: HubInfo, error: QzHidError) -> HubOutcome:
