@@ -33,6 +33,18 @@ Decoded DecodeFirst(std::string_view text) {
   return valid ? Decoded{character, more + 1} : Decoded{kReplacement, 1};
 }
 
+void AppendUtf8(std::string& text, char32_t character) {
+  if (character < 0x80) {
+    text += static_cast<char>(character);
+    return;
+  }
+  const int more = character < 0x800 ? 1 : character < 0x10000 ? 2 : 3;
+  text += static_cast<char>(0xFF00u >> (more + 1) | character >> (6 * more));
+  for (int i = more - 1; i >= 0; --i) {
+    text += static_cast<char>(0x80 | (character >> (6 * i) & 0x3F));
+  }
+}
+
 }  // namespace
 
 std::u16string ToUtf16(std::string_view utf8) {
@@ -49,6 +61,18 @@ std::u16string ToUtf16(std::string_view utf8) {
     }
   }
   return units;
+}
+
+std::string ToUtf8(std::u16string_view utf16) {
+  std::string text;
+  for (std::size_t i = 0; i < utf16.size(); ++i) {
+    auto character = static_cast<char32_t>(utf16[i]);
+    const bool isPair =
+        (character & 0xFC00) == 0xD800 && i + 1 < utf16.size() && (utf16[i + 1] & 0xFC00) == 0xDC00;
+    if (isPair) character = 0x10000 + ((character & 0x3FF) << 10) + (utf16[++i] & 0x3FFu);
+    AppendUtf8(text, IsSurrogate(character) ? kReplacement : character);
+  }
+  return text;
 }
 
 }  // namespace virtualhub
