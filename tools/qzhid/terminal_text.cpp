@@ -85,21 +85,7 @@ std::u32string ShownCharacters(std::string_view text) {
 
 std::string ToUtf8(std::u32string_view text) {
   std::string bytes;
-  const auto add = [&](char32_t lead, char32_t character, int shift) {
-    bytes += static_cast<char>(lead | character >> shift);
-    while ((shift -= 6) >= 0) bytes += static_cast<char>(0x80 | (character >> shift & 0x3F));
-  };
-  for (const char32_t character : text) {
-    if (character < 0x80) {
-      add(0, character, 0);
-    } else if (character < 0x800) {
-      add(0xC0, character, 6);
-    } else if (character < 0x10000) {
-      add(0xE0, character, 12);
-    } else {
-      add(0xF0, character, 18);
-    }
-  }
+  for (const char32_t character : text) virtualhub::AppendUtf8(bytes, character);
   return bytes;
 }
 

@@ -20,4 +20,16 @@ std::u16string ToUtf16(std::string_view utf8) {
   return units;
 }
 
+std::string ToUtf8(std::u16string_view utf16) {
+  std::string text;
+  for (std::size_t i = 0; i < utf16.size(); ++i) {
+    auto character = static_cast<char32_t>(utf16[i]);
+    const bool isPair =
+        (character & 0xFC00) == 0xD800 && i + 1 < utf16.size() && (utf16[i + 1] & 0xFC00) == 0xDC00;
+    if (isPair) character = 0x10000 + ((character & 0x3FF) << 10) + (utf16[++i] & 0x3FFu);
+    AppendUtf8(text, IsSurrogate(character) ? kReplacement : character);
+  }
+  return text;
+}
+
 }  // namespace virtualhub

@@ -29,4 +29,16 @@ Utf8Character DecodeUtf8(std::string_view text) {
   return isValid ? Utf8Character{character, more + 1, true} : kInvalid;
 }
 
+void AppendUtf8(std::string& text, char32_t character) {
+  if (character < 0x80) {
+    text += static_cast<char>(character);
+    return;
+  }
+  const int more = character < 0x800 ? 1 : character < 0x10000 ? 2 : 3;
+  text += static_cast<char>(0xFF00u >> (more + 1) | character >> (6 * more));
+  for (int i = more - 1; i >= 0; --i) {
+    text += static_cast<char>(0x80 | (character >> (6 * i) & 0x3F));
+  }
+}
+
 }  // namespace virtualhub

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace virtualhub {
@@ -14,5 +15,7 @@ struct Utf8Character {
 /// The first character of a text in UTF-8 that is not empty. Overlong forms, surrogates and what is
 /// beyond U+10FFFF are not valid.
 Utf8Character DecodeUtf8(std::string_view text);
+
+void AppendUtf8(std::string& text, char32_t character);
 
 }  // namespace virtualhub

@@ -42,7 +42,7 @@ std::string ReadEnd(const std::string& log) {
 std::string ExplainText(const std::string& name, const std::string& log) {
   std::istringstream stream(log);
   try {
-    return TextReport({ReadLog(name, stream)});
+    return TextReport({ReadLog(name, "", stream)});
   } catch (const Failure& failure) {
     return std::string(failure.what()) + '\n';
   }

@@ -1,6 +1,5 @@
 #include "qzhid/explain/readable_text.h"
 
-#include "qzhid/terminal_text.h"
 #include "virtualhub/base/utf8.h"
 
 namespace qzhid {
@@ -40,7 +39,7 @@ std::string ReadableText(std::string_view bytes) {
     } else if (isUtf8 || next.character < 0x80) {
       text += bytes.substr(0, next.length);
     } else {
-      text += ToUtf8({&next.character, 1});
+      virtualhub::AppendUtf8(text, next.character);
     }
     bytes.remove_prefix(next.length);
   }
