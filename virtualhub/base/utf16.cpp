@@ -27,7 +27,8 @@ std::string ToUtf8(std::u16string_view utf16) {
     const bool isPair =
         (character & 0xFC00) == 0xD800 && i + 1 < utf16.size() && (utf16[i + 1] & 0xFC00) == 0xDC00;
     if (isPair) character = 0x10000 + ((character & 0x3FF) << 10) + (utf16[++i] & 0x3FFu);
-    AppendUtf8(text, IsSurrogate(character) ? kReplacement : character);
+    const bool isAlone = character >= 0xD800 && character <= 0xDFFF;
+    AppendUtf8(text, isAlone ? kReplacement : character);
   }
   return text;
 }

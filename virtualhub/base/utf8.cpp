@@ -6,7 +6,7 @@ namespace virtualhub {
 
 namespace {
 
-constexpr Utf8Character kInvalid{0xFFFD, 1, false};
+constexpr Utf8Character kInvalid{kReplacement, 1, false};
 
 bool IsSurrogate(char32_t character) { return character >= 0xD800 && character <= 0xDFFF; }
 

@@ -6,8 +6,11 @@
 
 namespace virtualhub {
 
+/// U+FFFD, in place of what is not valid.
+inline constexpr char32_t kReplacement = 0xFFFD;
+
 struct Utf8Character {
-  char32_t character;  ///< U+FFFD for a byte that belongs to no valid sequence
+  char32_t character;  ///< kReplacement for a byte that belongs to no valid sequence
   std::size_t length;  ///< bytes that it takes; 1 when it is not valid
   bool isValid;
 };
