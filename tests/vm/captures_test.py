@@ -1,5 +1,7 @@
 """captures_test.py RESULTS: an update that usbmon has captured in the virtual machine holds the same
-requests and answers as the capture of the virtual hub, and the dissector knows all of them."""
+requests and answers as the capture of the virtual hub, the dissector knows all of them, and they are the same
+with every kernel."""
+import hashlib
 import pathlib
 import struct
 import subprocess
@@ -7,6 +9,8 @@ import sys
 import tempfile
 
 DISSECTOR = pathlib.Path(__file__).resolve().parents[2] / "packaging/wireshark/qzhid.lua"
+# Of all exchanges of an update, in order. It changes with what the library sends.
+EXPECTED = "3ceab53ae5dcb9de"
 FIELDS = ["qzhid.request", "qzhid.request.value", "qzhid.request.index", "qzhid.request.length", "qzhid.phase",
           "qzhid.data", "qzhid.status.version", "qzhid.status.firmware", "qzhid.result"]
 
@@ -38,11 +42,14 @@ with tempfile.NamedTemporaryFile() as converted:
     kernel, unknown = exchanges(converted.name), exchanges(converted.name, "qzhid.unknown")
 hub = exchanges(results / "update.pcapng")
 requests = [line for line in hub if line.startswith("0x")]
+checksum = hashlib.sha256("\n".join(hub).encode()).hexdigest()[:16]
+print(f"{len(requests)} requests, checksum {checksum}")
 problems = [
     (not 1000 < len(requests) < 2000, f"{len(requests)} requests"),
     (kernel != hub, f"usbmon has {len(kernel)} packets, the hub {len(hub)}; the first that differ: "
      f"{next(((k, h) for k, h in zip(kernel, hub) if k != h), 'none')}"),
     (unknown, f"unknown requests: {unknown}"),
+    (checksum != EXPECTED, f"the checksum of the exchanges is {checksum} instead of {EXPECTED}"),
 ]
 found = [what for is_bad, what in problems if is_bad]
 sys.exit("\n".join(found) or 0)
