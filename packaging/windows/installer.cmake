@@ -4,7 +4,8 @@ cmake_minimum_required(VERSION 3.25)
 set(upgrade_code F5401449-A8B7-49BD-847C-62C0124CB172)  # of all versions: it never changes
 set(tree ${CPACK_TEMPORARY_DIRECTORY})
 set(installer ${CPACK_PACKAGE_DIRECTORY}/${CPACK_PACKAGE_FILE_NAME}.msi)
-set(fragment ${CPACK_PACKAGE_DIRECTORY}/${CPACK_PACKAGE_FILE_NAME}.wxs)
+set(draft ${installer}.new)  # which gets its name when it is complete
+set(fragment ${installer}.wxs)
 
 # run(command...): fails if the command does, or if it prints a warning.
 function(run)
@@ -31,14 +32,14 @@ file(WRITE ${fragment}.txt "${list}")
 execute_process(COMMAND wixl-heat --prefix ./ --directory-ref INSTALLDIR --component-group Files
   --var var.Tree --win64 INPUT_FILE ${fragment}.txt OUTPUT_FILE ${fragment} COMMAND_ERROR_IS_FATAL ANY)
 run(wixl --arch x64 -D Win64=yes -D Tree=. -D Version=${CPACK_PACKAGE_VERSION}
-  -D UpgradeCode=${upgrade_code} -D ProductCode=${product_code} --output ${installer}
+  -D UpgradeCode=${upgrade_code} -D ProductCode=${product_code} --output ${draft}
   ${CMAKE_CURRENT_LIST_DIR}/installer.wxs ${fragment})
 file(REMOVE ${fragment} ${fragment}.txt)
 
 # What wixl has no elements for: that another product of the same version, which is that for another
 # processor, is replaced as well; the entry in the PATH; and the removal of the logs that the library writes
 # beside itself when it is given no other file.
-run(msibuild ${installer}
+run(msibuild ${draft}
   -q "DELETE FROM Upgrade WHERE ActionProperty='OLDER'"
   -q "INSERT INTO Upgrade (UpgradeCode, VersionMin, VersionMax, Attributes, ActionProperty) VALUES ('{${upgrade_code}}', '0.0.0', '${CPACK_PACKAGE_VERSION}', 768, 'OLDER')"
   -q "UPDATE Property SET Value='OLDER\;NEWER\;INSTALLDIR' WHERE Property='SecureCustomProperties'"
@@ -48,3 +49,4 @@ run(msibuild ${installer}
   -q "INSERT INTO RemoveFile (FileKey, Component_, FileName, DirProperty, InstallMode) VALUES ('VirtualLog', 'Path', 'info.txt', 'VIRTUALDIR', 2)"
   -s "QzHidAPI ${CPACK_PACKAGE_VERSION}" "The QzHidAPI authors" "${CPACK_QZ_PROCESSOR}\;1033"
   {${package_code}})
+file(RENAME ${draft} ${installer})
