@@ -155,7 +155,7 @@ std::vector<Hub> ListHubs(Host& host) {
   for (Hub& hub : closed) hub.isOpenable = false;
   std::vector<Hub> hubs = ListOpenableHubs(host);
   AddOthers(hubs, closed);
-  if (!host.Settings().isVirtual) {
+  if (!host.IsVirtual()) {
     std::vector<Hub> others = HubsOfSystem();
     std::erase_if(others, [](const Hub& hub) { return hub.hasNode; });
     AddOthers(hubs, others);

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <sstream>
 
+#include "qzhid/linux/udev_rules.h"
 #include "qzhid/linux/usb_devices.h"
 #include "qzhid/state.h"
 
@@ -38,9 +39,7 @@ Finding ExamineDriver() {
 }
 
 bool IsRuleInstalled() {
-  constexpr std::array kFolders{"/etc/udev/rules.d", "/run/udev/rules.d", "/usr/lib/udev/rules.d",
-                                "/usr/local/lib/udev/rules.d", "/lib/udev/rules.d"};
-  for (const char* folder : kFolders) {
+  for (const char* folder : kRuleFolders) {
     if (fs::exists(fs::path(folder) / kRule)) return true;
   }
   return false;
