@@ -105,7 +105,7 @@ class Tests
   public void AListSaysWhereEachHubIsAndWhatItRuns()
   {
     using (On(OneHub + ", {'name': 'b', 'port': '4', 'running': 'rom', 'rom': {'pid': '0x0810'}}, " +
-              "{'name': 'mouse', 'kind': 'other', 'port': '5', 'vid': '0x045E', 'pid': 64}"))
+              "{'name': 'mouse', 'kind': 'other', 'port': '5', 'vid': '0x045E', 'pid': '0x1400'}"))
     {
       IList<HubInfo> hubs = QzHidApi.ListHubs();
       EqualLists(new[] { "1-3.1 firmware 1.02 2E7C:0818", "1-4 loader  2E7C:0810" }, hubs.Select(
@@ -114,7 +114,8 @@ class Tests
       Equal(2u, hubs[0].Level);
       Equal(1u, hubs[0].Port);
       Equal("HID\\VID_2E7C&PID_0818&REV_0100", hubs[0].HardwareIds[0]);
-      EqualLists(new[] { "1-5" }, QzHidApi.ListDevices(0x045E, 0x40).Select(hub => hub.PortId));
+      EqualLists(new[] { "1-5" }, QzHidApi.ListDevices(0x045E, 0x1400).Select(hub => hub.PortId));
+      Equal(0, QzHidApi.ListDevices(0x045E, 0x0400).Count);
     }
   }
 
@@ -373,6 +374,18 @@ class Tests
       using (Hub hub = QzHid.Hub.Open())
         Equal("updated 1.02 2.10 1", Text(hub.Update(Image("new"), new UpdateOptions { Retries = 1, Wait = 20 })));
     }
+  }
+
+  public void AVersionThatCannotBeReadOnceIsReadAgain()
+  {
+    using (On(OneHub, "{'on': 'request', 'request': 'C0/09', 'nth': 2, 'action': 'stall'}"))
+      Equal("1.02", QzHidApi.ListHubs()[0].Version);
+  }
+
+  public void AHubThatLeavesWhileItIsAskedIsAskedAgain()
+  {
+    using (On(OneHub, "{'on': 'request', 'request': 'C0/09', 'action': 'unplug', 'return_ms': 0}"))
+      Equal("updated 1.02 2.10 0", Text(Update("new")));
   }
 
   public void AHubThatStaysInItsLoaderIsReportedAndRecovered()

@@ -62,13 +62,14 @@ async function failure(kind, promise) {
 
 onMachine('a list says where each hub is and what it runs', [
   { name: 'a', port: '3.1' }, { name: 'b', port: '4', running: 'rom', rom: { pid: '0x0810' } },
-  { name: 'mouse', kind: 'other', port: '5', vid: '0x045E', pid: 64 }], [], async () => {
+  { name: 'mouse', kind: 'other', port: '5', vid: '0x045E', pid: '0x1400' }], [], async () => {
   const hubs = await qz.listHubs();
   assert.deepEqual(hubs.map((one) => [one.portId, one.state, one.version, one.vid, one.pid]),
     [['1-3.1', 'firmware', '1.02', 0x2e7c, 0x0818], ['1-4', 'loader', null, 0x2e7c, 0x0810]]);
   assert.deepEqual([hubs[0].location, hubs[0].level, hubs[0].port], [LOCATION, 2, 1]);
   assert.equal(hubs[0].hardwareIds[0], 'HID\\VID_2E7C&PID_0818&REV_0100');
-  assert.deepEqual((await qz.listDevices(0x045e, 0x40)).map((one) => one.portId), ['1-5']);
+  assert.deepEqual((await qz.listDevices(0x045e, 0x1400)).map((one) => one.portId), ['1-5']);
+  assert.deepEqual(await qz.listDevices(0x045e, 0x0400), []);
 });
 
 onMachine('hubs that cannot be opened or do not answer are listed as such', [
@@ -265,6 +266,22 @@ onMachine('the hub is awaited when it is away', [hub({
 [loss('40/C8', { nth: 5, return_ms: 700 })],
 () => withHub(async (open) => assert.equal((await open.update(image.new, { retries: 1, wait: 20 })).retries, 1)),
 { time: 'real' });
+
+onMachine('a version that cannot be read once is read again', [hub()],
+  [{ on: 'request', request: 'C0/09', nth: 2, action: 'stall' }],
+  async () => assert.equal((await qz.listHubs())[0].version, '1.02'));
+
+onMachine('a hub that leaves while it is asked is asked again', [hub()],
+  [{ on: 'request', request: 'C0/09', action: 'unplug', return_ms: 0 }],
+  () => withHub(async (open) => assert.equal((await open.update(image.new, { wait: 0 })).runs, '2.10')));
+
+onMachine('no more hubs than wanted are written at a time', [{ name: 'a', port: '1' }, { name: 'b', port: '2' }], [],
+  async () => {
+    const ports = [];
+    await qz.updateHubs(await qz.listHubs(), image.new, { jobs: 1, progress: (one) => ports.push(one.portId) });
+    assert.deepEqual([...ports].sort(), ports);
+    assert.equal(new Set(ports).size, 2);
+  });
 
 onMachine('a hub that stays in its loader is reported and recovered', [hub()],
   [loss('40/C8', { nth: 5 }), loss('40/C8', { nth: 10 })], () => withHub(async (open) => {
