@@ -196,7 +196,7 @@ class Tests
       EqualLists(new[] { 0, 1, 0 }, new[] { 0, 5, 23 }.Select(hub.GpioGet));
       hub.GpioDrive(23, 1);
       hub.GpioSet(3, 1);
-      Equal(1, QzHidApi.ListHubs().Count);
+      Equal(1, QzHidApi.ListDevices(0x2E7C, 0x0818).Count);
       EqualLists(new[] { 1, 1 }, new[] { 23, 3 }.Select(hub.GpioGet));
       byte[] data = Enumerable.Range(1, 250).Select(one => (byte)one).ToArray();
       I2CTarget target = hub.I2C(0xA0);
@@ -204,6 +204,7 @@ class Tests
       EqualLists(Enumerable.Repeat((byte)255, 5).Concat(data).Concat(new byte[] { 255 }), target.Read(0, 256));
       EqualLists(data.Take(192), target.ReadAt(new byte[] { 5, 0 }, 192));
       hub.FlashWrite(0, new byte[300]);
+      Equal(0, hub.FlashStatus());
       hub.FlashStage(512, new byte[2]);
       hub.FlashErase();
       Equal(0, hub.FlashStatus());
@@ -386,6 +387,25 @@ class Tests
   {
     using (On(OneHub, "{'on': 'request', 'request': 'C0/09', 'action': 'unplug', 'return_ms': 0}"))
       Equal("updated 1.02 2.10 0", Text(Update("new")));
+  }
+
+  public void ATryWithAnOlderImageIsRepeatedToo()
+  {
+    using (On(OneHub, Loss("40/00")))
+      Equal("updated 1.02 1.01 1", Text(Update("older", new UpdateOptions { AllowOlder = true })));
+  }
+
+  public void AHubThatStartsItsOtherBankIsNotUpdated()
+  {
+    using (On(Hub("'dual_bank': true"), "{'on': 'request', 'request': '40/C8', 'count': 0, 'action': 'lose_write'}"))
+      Equal("the image is written, but not started, and the hub runs 1.02",
+            Failure<UpdateFailedException>(() => Update("new", new UpdateOptions { Retries = 0 })).What);
+  }
+
+  public void BytesAfterTheImageAreNoDamage()
+  {
+    File.WriteAllBytes(Image("longer"), File.ReadAllBytes(Image("new")).Concat(new byte[4]).ToArray());
+    using (On()) Equal("2.10", Update("longer").Runs);
   }
 
   public void AHubThatStaysInItsLoaderIsReportedAndRecovered()

@@ -138,6 +138,7 @@ onMachine('lines, I2C targets and flash are reached', [hub({
   assert.deepEqual(await target.read(0, 256), Buffer.concat([Buffer.alloc(5, 255), data, Buffer.alloc(1, 255)]));
   assert.deepEqual(await target.readAt(Buffer.from([5, 0]), 192), data.subarray(0, 192));
   await open.flashWrite(0, Buffer.alloc(300));
+  assert.equal(await open.flashStatus(), 0);
   await open.flashStage(512, Buffer.alloc(2));
   await open.flashErase();
   assert.equal(await open.flashStatus(), 0);
@@ -274,6 +275,21 @@ onMachine('a version that cannot be read once is read again', [hub()],
 onMachine('a hub that leaves while it is asked is asked again', [hub()],
   [{ on: 'request', request: 'C0/09', action: 'unplug', return_ms: 0 }],
   () => withHub(async (open) => assert.equal((await open.update(image.new, { wait: 0 })).runs, '2.10')));
+
+onMachine('a try with an older image is repeated, too', [hub()], [loss('40/00')],
+  () => withHub(async (open) => assert.equal((await open.update(image.older, { allowOlder: true })).retries, 1)));
+
+onMachine('a hub that starts its other bank is not updated', [hub({ dual_bank: true })],
+  [{ on: 'request', request: '40/C8', count: 0, action: 'lose_write' }], () => withHub(async (open) => {
+    const error = await failure(qz.UpdateFailed, open.update(image.new, { retries: 0 }));
+    assert.equal(error.what, 'the image is written, but not started, and the hub runs 1.02');
+  }));
+
+onMachine('bytes after the image are no damage', [hub()], [], () => withHub(async (open) => {
+  const longer = path.join(work, 'longer.bin');
+  fs.writeFileSync(longer, Buffer.concat([fs.readFileSync(image.new), Buffer.from('more')]));
+  assert.equal((await open.update(longer)).runs, '2.10');
+}));
 
 onMachine('no more hubs than wanted are written at a time', [{ name: 'a', port: '1' }, { name: 'b', port: '2' }], [],
   async () => {

@@ -123,6 +123,8 @@ class ListTest(PackageTest):
         for _ in range(2):
             self.assertEqual(1, opened.gpio_get(3))
             self.assertEqual(1, len(qzhidapi.list_hubs()))
+            self.assertEqual(1, opened.gpio_get(3))
+            self.assertEqual(1, len(qzhidapi.list_devices(0x2E7C, 0x0818)))
 
 
 class SelectorTest(PackageTest):
@@ -200,6 +202,11 @@ class RequestTest(PackageTest):
         target.write(0, bytes(16))
         self.assertEqual(bytes(16), target.read(0, 16))
 
+    def test_the_first_page_is_written_once_only(self):
+        fault = {"on": "request", "request": "40/C6", "action": "stall"}
+        self.machine(hub(i2c=[{"kind": "eeprom", "address": "0xA0"}]), faults=[fault])
+        self.failure(RequestFailed, self.opened().i2c(0xA0).write, 0, b"x")
+
     def test_a_refused_request_says_status_and_remedy_and_the_next_one_works(self):
         self.machine(hub(gpio_high=[1]))
         opened = self.opened()
@@ -223,6 +230,7 @@ class RequestTest(PackageTest):
         self.machine(hub(bridge_flash={"size": 4096, "busy_polls": 3}))
         opened = self.opened()
         opened.flash_write(0, bytes(300))
+        self.assertEqual(0, opened.flash_status())
         opened.flash_stage(512, bytes(2))
         opened.flash_erase()
         self.assertEqual(0, opened.flash_status())
@@ -344,6 +352,22 @@ class UpdateTest(PackageTest):
         for request in ["40/00", "40/E8", "40/C8", "C0/D8"]:
             with self.subTest(request), qzhidapi.virtual({"devices": [hub()], "faults": [loss(request)]}, LIBRARY):
                 self.assertEqual(("updated", "1.02", "2.10", 1), Hub().open().update(self.work / "new.bin"))
+
+    def test_a_try_with_an_older_image_is_repeated_too(self):
+        self.machine(faults=[loss("40/00")])
+        self.assertEqual(("updated", "1.02", "1.01", 1), self.update("older", allow_older=True))
+
+    def test_a_hub_that_starts_its_other_bank_is_not_updated(self):
+        lost = {"on": "request", "request": "40/C8", "count": 0, "action": "lose_write"}
+        self.machine(hub(dual_bank=True), faults=[lost])
+        error = self.failure(UpdateFailed, self.update, retries=0)
+        self.assertEqual("the image is written, but not started, and the hub runs 1.02", error.what)
+
+    def test_bytes_after_the_image_are_no_damage(self):
+        file = self.image("longer")
+        file.write_bytes(file.read_bytes() + b"more")
+        self.machine()
+        self.assertEqual("2.10", self.update("longer").runs)
 
     def test_the_hub_is_awaited_when_it_is_away(self):
         self.machine(hub(timing=QUICK), faults=[loss("40/C8", 5, return_ms=700)], time="real")
