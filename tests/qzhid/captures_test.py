@@ -71,9 +71,9 @@ FORMS = {
     "short headers": lambda file, packets: captures.pcap(
         file, captures.USBMON_SHORT, [(time, captures.short(packet)) for time, packet in packets]),
     "USBPcap": lambda file, packets: captures.pcap(
-        file, captures.USBPCAP, [(time, each) for time, packet in packets for each in captures.usbpcap(packet)]),
+        file, captures.USBPCAP, [(time, captures.usbpcap(packet)) for time, packet in packets]),
     "USBPcap with stages": lambda file, packets: captures.pcap(
-        file, captures.USBPCAP, [(time, each) for time, packet in packets for each in captures.usbpcap(packet, True)]),
+        file, captures.USBPCAP, [(time, each) for time, packet in packets for each in captures.usbpcap_stages(packet)]),
 }
 
 

@@ -58,9 +58,13 @@ def short(packet):
     return packet[:48] + packet[64:]
 
 
-def usbpcap(packet, with_stages=False):
-    """A packet as USBPcap has it: without a status before the end, and with Windows's codes. Its older
-    releases have a packet for each stage of a control transfer."""
+def usbpcap(packet):
+    """A packet as USBPcap has it: without a status before the end, and with Windows's codes."""
+    return usbpcap_stages(packet, 1)[0]
+
+
+def usbpcap_stages(packet, most=3):
+    """The same as older releases of USBPcap have it: a packet for each stage of a control transfer."""
     number, kind, transfer, endpoint, address, bus, without_setup = struct.unpack_from("<QBBBBHB", packet)
     status = struct.unpack_from("<i", packet, 28)[0]
     ends = kind != ord("S")
@@ -71,7 +75,7 @@ def usbpcap(packet, with_stages=False):
                            stage) + data
 
     setup, data = b"" if without_setup else packet[40:48], packet[64:]
-    if not with_stages or transfer != 2:
+    if most == 1 or transfer != 2:
         return [made(3 if ends else 0, setup + data)]
     stages = [made(1, data)] if data else []
     return [made(0, setup)] + stages if not ends else stages + [made(2, b"")]
