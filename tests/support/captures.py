@@ -28,8 +28,9 @@ def pcap(file, link_type, all_packets, order="<", ticks=10**6):
             out.write(struct.pack(order + "IIII", time // 10**6, fraction, len(packet), len(packet)) + packet)
 
 
-def pcapng(file, link_type, all_packets, order="<", resolution=9):
-    """Writes a pcapng file with times of that many decimal places."""
+def pcapng(file, link_type, all_packets, order="<", resolution=9, start=1_700_000_000, old=False):
+    """Writes a pcapng file with times of that many decimal places after `start`, in seconds; in packet
+    blocks, or in those that came before them."""
     def block(kind, body):
         body += bytes(-len(body) % 4)
         length = struct.pack(order + "I", len(body) + 12)
@@ -39,18 +40,25 @@ def pcapng(file, link_type, all_packets, order="<", resolution=9):
         out.write(block(0x0A0D0D0A, struct.pack(order + "IHHq", 0x1A2B3C4D, 1, 0, -1)))
         out.write(block(0x0BAD, b"of no use"))
         out.write(block(1, struct.pack(order + "HHI", 1, 0, 0)))  # of a network
-        out.write(block(1, struct.pack(order + "HHIHHB3xHH", link_type, 0, 0, 9, 1, resolution, 0, 0)))
+        out.write(block(1, struct.pack(order + "HHIHHB3xHHqHH", link_type, 0, 0, 9, 1, resolution,
+                                       14, 8, start, 0, 0)))
         out.write(block(6, struct.pack(order + "IIIII", 0, 0, 0, 4, 4) + b"ping"))
         for time, packet in all_packets:
-            ticks = time * 10 ** (resolution - 6)
-            out.write(block(6, struct.pack(order + "IIIII", 1, ticks >> 32, ticks & 0xFFFFFFFF, len(packet),
-                                           len(packet)) + packet))
+            ticks = (time - start * 10**6) * 10 ** (resolution - 6)
+            interface = struct.pack(order + "HH", 1, 0) if old else struct.pack(order + "I", 1)
+            out.write(block(2 if old else 6, interface + struct.pack(
+                order + "IIII", ticks >> 32, ticks & 0xFFFFFFFF, len(packet), len(packet)) + packet))
 
 
 def big_endian(packet):
     """A packet of usbmon as a computer with the other order of bytes has it."""
     fields = struct.unpack_from("<QBBBBHBBqiiII", packet)
     return struct.pack(">QBBBBHBBqiiII", *fields) + packet[40:]
+
+
+def qemu(packet):
+    """A packet of usbmon as QEMU writes it: without a number for control transfers, and another mark."""
+    return bytes(8) + packet[8:15] + b"=" + packet[16:]
 
 
 def short(packet):
