@@ -30,10 +30,10 @@ offer() {
 
 cd "$work"
 touch new.bin
-offer 'image serve attach plug unplug power-loss help' ''
+offer 'image serve redirect attach plug unplug power-loss help' ''
 offer 'serve' s
 offer '--help --version' --
-offer 'image serve attach plug unplug power-loss help' help ''
+offer 'image serve redirect attach plug unplug power-loss help' help ''
 offer 'attach' help a
 offer 'plug power-loss' p
 offer '--help --scenario' unplug --

@@ -1,6 +1,7 @@
 """captures_test.py RESULTS PROGRAMS: an update that usbmon has captured in the virtual machine holds the
-same requests and answers as the capture of the virtual hub, the dissector knows all of them, and a hub
-that repeats either capture is updated."""
+same requests and answers as the capture of the virtual hub, the dissector knows all of them, they are the
+same with every kernel, and a hub that repeats either capture is updated."""
+import hashlib
 import json
 import os
 import pathlib
@@ -14,6 +15,8 @@ sys.path.append(str(SOURCE / "tests/support"))
 import captures  # pylint: disable=wrong-import-position
 
 DISSECTOR = SOURCE / "packaging/wireshark/qzhid.lua"
+# Of all exchanges of an update, in order. It changes with what the library sends.
+EXPECTED = "3ceab53ae5dcb9de"
 FIELDS = ["qzhid.request", "qzhid.request.value", "qzhid.request.index", "qzhid.request.length", "qzhid.phase",
           "qzhid.data", "qzhid.status.version", "qzhid.status.firmware", "qzhid.result"]
 
@@ -68,11 +71,14 @@ with tempfile.TemporaryDirectory() as scratch:
     accounts = [account_of(file) for file in (usbmon, virtual)]
 hub = exchanges(virtual)
 requests = [line for line in hub if line.startswith("0x")]
+checksum = hashlib.sha256("\n".join(hub).encode()).hexdigest()[:16]
+print(f"{len(requests)} requests, checksum {checksum}")
 problems = [
     (not 1000 < len(requests) < 2000, f"{len(requests)} requests"),
     (kernel != hub, f"usbmon has {len(kernel)} packets, the hub {len(hub)}; the first that differ: "
      f"{next(((k, h) for k, h in zip(kernel, hub) if k != h), 'none')}"),
     (unknown, f"unknown requests: {unknown}"),
+    (checksum != EXPECTED, f"the checksum of the exchanges is {checksum} instead of {EXPECTED}"),
     (replays != 2 * [(0, [])], f"updates of replayed hubs: {replays}"),
     (accounts[0] != accounts[1] or [job[0] for job in accounts[0]] != ["done"], f"accounts: {accounts}"),
 ]

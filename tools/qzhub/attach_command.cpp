@@ -7,7 +7,7 @@
 #include "qzhub/capture_option.h"
 #include "qzhub/control_input.h"
 #include "qzhub/scenario_file.h"
-#include "qzhub/usbip_commands.h"
+#include "qzhub/kernel_commands.h"
 
 namespace qzhub {
 
