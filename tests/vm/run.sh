@@ -33,6 +33,7 @@ for program in "$@" qzhub qzhid update_hub i2c_eeprom gpio_blink; do
   add "$build/bin/$program" /qz/bin
 done
 echo "$*" >"$root/qz/programs"
+echo reports=ttyS1 >"$root/qz/settings"
 cp "$build"/lib/libQzHidAPI.so.? "$root/qz/lib/"
 peer=$(PATH=$PATH:/usr/sbin ldconfig -p | sed -n 's/.*libhidapi-hidraw.so.0 .* => //p')
 [ -z "$peer" ] || add "$peer" /qz/lib # for the benchmark that compares with it
