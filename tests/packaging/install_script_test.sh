@@ -1,6 +1,6 @@
 #!/bin/sh
-# install_script_test.sh ARCHIVE: the install.sh of that archive installs everything, or says what prevents
-# that and changes nothing, and it removes what it has installed.
+# install_script_test.sh ARCHIVE PROCESSOR: the install.sh of that archive, which is for that processor,
+# installs everything, or says what prevents that and changes nothing, and it removes what it has installed.
 set -eu
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -25,6 +25,8 @@ shim() {
   { echo '#!/bin/sh'; cat; } > "$work/shims/$1"
   chmod +x "$work/shims/$1"
 }
+# is_on PROCESSOR: the script sees that processor, which may be emulated.
+is_on() { echo "[ \$1 = -s ] && echo Linux || echo $1" | shim uname; }
 state() { (cd "$work" && [ ! -d 'a prefix' ] || find 'a prefix' \( -type d -o -type l \) -print -o -exec cksum {} + | sort); }
 # refuses TEXT ARGUMENT...: the script fails with that text and changes nothing below the prefix.
 refuses() {
@@ -44,6 +46,7 @@ removes_all() {
   [ ! -e "$work/a prefix" ] || fail "left: $(find "$work/a prefix")"
 }
 
+is_on "$2"
 for arguments in '--prefix' '--prefix=' '--prefix /' '--frobnicate'; do
   # shellcheck disable=SC2086
   expect 2 'usage: install.sh' $arguments
@@ -59,10 +62,9 @@ rm -r "$work/a prefix"
 mv "$archive/lib/libQzHidAPI.so.1" "$work"
 refuses 'lib/libQzHidAPI.so.1 is missing: unpack the archive again'
 mv "$work/libQzHidAPI.so.1" "$archive/lib"
-refuse_processor() { echo '[ "$1" = -s ] && echo Linux || echo riscv64' | shim uname; }
-refuse_processor
+is_on riscv64
 refuses 'this is Linux on riscv64'
-rm "$work/shims/uname"
+is_on "$2"
 mv "$archive/bin/qzhid" "$work"
 printf '#!/bin/sh\necho "GLIBC_9 not found" >&2\nexit 1\n' > "$archive/bin/qzhid"
 chmod +x "$archive/bin/qzhid"
@@ -103,10 +105,10 @@ state > "$work/installed"
 interrupt 'kill -9 $script $PPID; exit 1'
 expect 137 '' --prefix "$prefix"
 rm "$work/shims/mv"
-refuse_processor
+is_on riscv64
 expect 1 'undoing what an interrupted installation did' --prefix "$prefix"
 state | diff -u "$work/installed" - >&2 || fail 'the installation before is not back'
-rm "$work/shims/uname"
+is_on "$2"
 expect 0 'is installed in' --prefix "$prefix"
 is_installed
 [ ! -e "$prefix/share/doc/QzHidAPI/CHANGELOG.md" ] || fail 'a file of the version before is left'

@@ -24,7 +24,7 @@ cp "$libraries"/{ld-linux-aarch64.so.1,lib{c,m}.so.6,lib{dl,rt}.so.*,libpthread.
 ln -s aarch64-linux-gnu/ld-linux-aarch64.so.1 "$root/lib/ld-linux-aarch64.so.1"
 echo linux_host_tests >"$root/qz/programs"
 printf 'reports=ttyS0\nexport GTEST_FILTER="%s"\n' "$filter" >"$root/qz/settings"
-(cd "$root" && find . | cpio -o -H newc 2>/dev/null | gzip -1) >"$work/initrd.gz"
+(cd "$root" && find . | busybox cpio -o -H newc 2>/dev/null | gzip -1) >"$work/initrd.gz"
 
 mkdir -p "$results"
 rm -f "$results"/*
