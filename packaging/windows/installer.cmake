@@ -4,7 +4,8 @@ cmake_minimum_required(VERSION 3.25)
 set(upgrade_code F5401449-A8B7-49BD-847C-62C0124CB172)  # of all versions: it never changes
 set(tree ${CPACK_TEMPORARY_DIRECTORY})
 set(installer ${CPACK_PACKAGE_DIRECTORY}/${CPACK_PACKAGE_FILE_NAME}.msi)
-set(fragment ${CPACK_PACKAGE_DIRECTORY}/${CPACK_PACKAGE_FILE_NAME}.wxs)
+set(draft ${installer}.new)  # which gets its name when it is complete
+set(fragment ${installer}.wxs)
 
 # run(command...): fails if the command does, or if it prints a warning.
 function(run)
@@ -30,38 +31,22 @@ string(UUID package_code NAMESPACE ${product_code} TYPE SHA1 UPPER NAME "${conte
 file(WRITE ${fragment}.txt "${list}")
 execute_process(COMMAND wixl-heat --prefix ./ --directory-ref INSTALLDIR --component-group Files
   --var var.Tree --win64 INPUT_FILE ${fragment}.txt OUTPUT_FILE ${fragment} COMMAND_ERROR_IS_FATAL ANY)
-# The tool names folders after the place where the files happen to be.
-file(READ ${fragment} text)
-string(REGEX MATCHALL "dir[0-9A-F]+" ids "${text}")
-set(folders "")  # the innermost first
-foreach(id IN LISTS ids)
-  list(LENGTH folders number)
-  string(REPLACE ${id} Folder${number} text "${text}")
-  list(PREPEND folders Folder${number})
-endforeach()
-file(WRITE ${fragment} "${text}")
 run(wixl --arch x64 -D Win64=yes -D Tree=. -D Version=${CPACK_PACKAGE_VERSION}
-  -D UpgradeCode=${upgrade_code} -D ProductCode=${product_code} --output ${installer}
+  -D UpgradeCode=${upgrade_code} -D ProductCode=${product_code} --output ${draft}
   ${CMAKE_CURRENT_LIST_DIR}/installer.wxs ${fragment})
 file(REMOVE ${fragment} ${fragment}.txt)
 
-# What wixl has no elements for. Another product of the same version, which is that for another processor,
-# is replaced as well.
-run(msibuild ${installer}
+# What wixl has no elements for: that another product of the same version, which is that for another
+# processor, is replaced as well; the entry in the PATH; and the removal of the logs that the library writes
+# beside itself when it is given no other file.
+run(msibuild ${draft}
   -q "DELETE FROM Upgrade WHERE ActionProperty='OLDER'"
   -q "INSERT INTO Upgrade (UpgradeCode, VersionMin, VersionMax, Attributes, ActionProperty) VALUES ('{${upgrade_code}}', '0.0.0', '${CPACK_PACKAGE_VERSION}', 768, 'OLDER')"
+  -q "UPDATE Property SET Value='OLDER\;NEWER\;INSTALLDIR' WHERE Property='SecureCustomProperties'"
   -q "CREATE TABLE Environment (Environment CHAR(72) NOT NULL, Name CHAR(255) NOT NULL LOCALIZABLE, Value CHAR(255) LOCALIZABLE, Component_ CHAR(72) NOT NULL PRIMARY KEY Environment)"
   -q "INSERT INTO Environment (Environment, Name, Value, Component_) VALUES ('Path', '=-*PATH', '[~]\;[INSTALLDIR]bin', 'Path')"
+  -q "INSERT INTO RemoveFile (FileKey, Component_, FileName, DirProperty, InstallMode) VALUES ('Log', 'Path', 'info.txt', 'BINDIR', 2)"
+  -q "INSERT INTO RemoveFile (FileKey, Component_, FileName, DirProperty, InstallMode) VALUES ('VirtualLog', 'Path', 'info.txt', 'VIRTUALDIR', 2)"
   -s "QzHidAPI ${CPACK_PACKAGE_VERSION}" "The QzHidAPI authors" "${CPACK_QZ_PROCESSOR}\;1033"
   {${package_code}})
-
-# Removal also removes the log that the library writes when it is given no other file, and all folders. Rows
-# are in the order in which their keys came into the file: folders whose keys are new go in this order.
-set(queries "")
-foreach(folder IN ITEMS BINDIR VIRTUALDIR)
-  list(APPEND queries -q "INSERT INTO RemoveFile (FileKey, Component_, FileName, DirProperty, InstallMode) VALUES ('Log${folder}', 'Path', 'info.txt', '${folder}', 2)")
-endforeach()
-foreach(folder IN LISTS folders ITEMS INSTALLDIR)
-  list(APPEND queries -q "INSERT INTO RemoveFile (FileKey, Component_, DirProperty, InstallMode) VALUES ('Remove${folder}', 'Path', '${folder}', 2)")
-endforeach()
-run(msibuild ${installer} ${queries})
+file(RENAME ${draft} ${installer})

@@ -147,10 +147,10 @@ TEST_F(CrossingCallsTest, EveryExportInTheMiddleOfAnUpdateHasItsOutcome) {
       std::size_t refusals = 0;
       int last = -1;
       count = 7;
-      const bool isUpdated = Update([&, isOther = isOther, moment = moment](int percent) {
-        if (percent == moment && last != moment) {
+      const bool isUpdated = Update([&, onOther = isOther, at = moment](int percent) {
+        if (percent == at && last != at) {
           const auto call = [&] { result = crossing.call(); };
-          isOther ? std::thread(call).join() : call();
+          onOther ? std::thread(call).join() : call();
           refusals = Count({3, crossing.name, "An update is running\n"});
         }
         last = percent;

@@ -456,9 +456,9 @@ TEST_F(StepsTest, ABoardWithoutPowerIsTriedFourTimesAndSwitchedOnUpToTenTimes) {
       expected = expected + Lines{step.call} + step.done;
     }
     if (seconds > 0) expected.push_back("true");
-    prepareHub = [waits = waits, switches = switches](Script& hub) {
-      hub.lateConnects = waits;
-      hub.switchFailures = switches;
+    prepareHub = [late = waits, failures = switches](Script& hub) {
+      hub.lateConnects = late;
+      hub.switchFailures = failures;
     };
     EXPECT_THAT(Run(kSwitchOn), ElementsAreArray(expected));
   }

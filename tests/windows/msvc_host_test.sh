@@ -1,6 +1,6 @@
 #!/bin/sh
 # msvc_host_test.sh CMAKE BUILD CONSUMER PROCESSOR OUTPUT: builds hosts as Visual C++ does, with clang-cl
-# and lld-link, with the installed files of the build folder: through CMake in C, and by hand in C++.
+# and lld-link, with the installed files of the build folder: through CMake, and by hand in C and C++.
 # They call the library through QzHidAPI.lib, and are put into OUTPUT to run on virtual hubs.
 set -eu
 cmake=$1 build=$2 consumer=$3 processor=$4 output=$5
@@ -44,10 +44,12 @@ quietly "$cmake" --build "$work/build" --verbose
 grep -qF "$prefix/lib/QzHidAPI.lib" "$work/log" || fail "not linked with it: $(cat "$work/log")"
 grep -qF "$prefix/lib/virtual/QzHidAPI.lib" "$work/log" || fail "not linked with it: $(cat "$work/log")"
 
-# Without CMake: what README.md says.
-# shellcheck disable=SC2086
-quietly "$clang_cl" $flags "/I$prefix/include" "/Fo$work/" "/Fe$work/build/cpp_host.exe" \
-  "/Tp$consumer/host.c" -fuse-ld=lld /link $link_flags $runtime "/libpath:$prefix/lib" QzHidAPI.lib
+# Without CMake: what README.md says, in C and in C++. Here, the warnings are also those of the header.
+for language in c p; do
+  # shellcheck disable=SC2086
+  quietly "$clang_cl" $flags "/I$prefix/include" "/Fo$work/" "/Fe$work/build/${language}_host.exe" \
+    "/T$language$consumer/host.c" -fuse-ld=lld /link $link_flags $runtime "/libpath:$prefix/lib" QzHidAPI.lib
+done
 
 rm -rf "$output"
 mkdir -p "$output"
@@ -55,7 +57,7 @@ mv "$work/build"/*.exe "$work/build/QzHidAPI.dll" "$output"
 cmp "$prefix/bin/virtual/QzHidAPI.dll" "$output/QzHidAPI.dll"
 expected='ExitProcess QZ_CloseDev QZ_FreeDevList QZ_ListAllHidDev QZ_OpenHid QZ_ReadDevVersion '
 expected="${expected}QzHidAPI.dll kernel32.dll msvcrt.dll printf "
-for host in real_host virtual_host cpp_host; do
+for host in real_host virtual_host c_host p_host; do
   llvm-readobj --coff-imports "$output/$host.exe" | sed -n 's/^ *Name: //p; s/^ *Symbol: \(.*\) (.*/\1/p' |
     LC_ALL=C sort | tr '\n' ' ' > "$work/imports"
   [ "$(cat "$work/imports")" = "$expected" ] || fail "$host imports: $(cat "$work/imports")"

@@ -5,7 +5,7 @@ cd "$1" || exit 1
 failures=0
 echo '{"time": "virtual", "devices": [{"name": "hub", "port": "1"}]}' > scenario.json
 export QZ_VIRTUAL_HUB=scenario.json
-for host in real_host virtual_host cpp_host; do
+for host in real_host virtual_host c_host p_host; do
   /usr/lib/wine/wine64 $host.exe > output || { echo "$host failed"; failures=1; }
   said=$(tr -d '\r' < output)
   # The C runtime of Wine for ARM64 misreads the arguments of formatted output.

@@ -45,7 +45,7 @@ report() {
 export WINEDLLOVERRIDES='winedbg.exe=d'
 report hid_stack $wine without_doubles/hid_stack_test.exe
 report msvc_hosts "$here/run_msvc_hosts.sh" msvc
-# Emulated, this would take half a minute, and Wine for ARM64 does not know the folder of 64-bit programs.
+# Emulated, this takes too long, and Wine for ARM64 does not know the folder of 64-bit programs.
 [ "$(uname -m)" = aarch64 ] || report installer "$here/run_installer.sh" installer
 
 WINEDLLOVERRIDES='hid,setupapi,cfgmgr32=n;winedbg.exe=d'
