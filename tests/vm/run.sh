@@ -14,7 +14,7 @@ modules=(usb-common usbcore usbmon usbip-core vhci-hcd xhci-hcd xhci-pci hid usb
 kernel=$(tests/vm/kernel.sh)
 work=$(mktemp -d)
 hubs=
-trap '[ -z "$hubs" ] || kill "$hubs"; rm -rf "$work"' EXIT
+trap '[ -z "$hubs" ] || kill "$hubs" || true; rm -rf "$work"' EXIT
 root=$work/root
 
 # add FILE FOLDER: copies a program and the libraries that it is linked to.
