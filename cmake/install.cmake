@@ -4,6 +4,10 @@ include(CMakePackageConfigHelpers)
 # Builds everything that is installed, and nothing else.
 add_custom_target(installed)
 
+if(WIN32 AND NOT MSVC)
+  include(cmake/msvc_import_library.cmake)
+endif()
+
 # qz_install_library(target bindir libdir)
 function(qz_install_library target bindir libdir)
   install(TARGETS ${target} EXPORT QzHidAPITargets
@@ -12,6 +16,9 @@ function(qz_install_library target bindir libdir)
     ARCHIVE DESTINATION ${libdir} COMPONENT development
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
   add_dependencies(installed ${target})
+  if(WIN32 AND NOT MSVC)
+    qz_install_msvc_import_library(${target} ${libdir})
+  endif()
 endfunction()
 if(TARGET QzHidAPI)
   qz_install_library(QzHidAPI ${CMAKE_INSTALL_BINDIR} ${CMAKE_INSTALL_LIBDIR})
