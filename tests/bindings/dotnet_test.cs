@@ -444,6 +444,14 @@ class Tests
     }
   }
 
+  public void AHubThatCannotBeOpenedAnyMoreIsReportedAsSuch()
+  {
+    using (On(OneHub, NotOpenable.Replace("'count'", "'nth': 6, 'count'")))
+      Contains("udev rule", Failure<PermissionDeniedException>(() => Update("new")).Remedy);
+    using (On(OneHub, NotOpenable.Replace("'count'", "'nth': 20, 'count'")))
+      Equal("the update failed, and the hub cannot be opened", Failure<HubLostException>(() => Update("new")).What);
+  }
+
   public void AnotherHubAtThePortIsNotWritten()
   {
     using (Machine machine = On(OneHub + ", {'name': 'other', 'port': '3.1', 'plugged': false, 'image': {'pid': '0x0820'}}"))

@@ -327,6 +327,16 @@ onMachine('a hub that does not come back is lost', [hub()], [{ on: 'reset', acti
       ['the update failed, and the hub has left the bus', null, 'lost']);
   }));
 
+for (const [nth, kind, what] of [[6, qz.PermissionDenied, 'the hub cannot be opened'],
+  [20, qz.HubLost, 'the update failed, and the hub cannot be opened']]) {
+  onMachine(`a hub that cannot be opened from the ${nth}th time on is reported as such`, [hub()],
+    [{ ...notOpenable, nth }], () => withHub(async (open) => {
+      const error = await failure(kind, open.update(image.new, { wait: 0 }));
+      assert.equal(error.what, what);
+      assert.match(error.remedy, /udev rule/);
+    }));
+}
+
 onMachine('another hub at the port is not written', [hub(), { name: 'other', port: '3.1', plugged: false,
   image: { pid: '0x0820' } }], [],
 (machine) => withHub(async (open) => {
@@ -430,6 +440,15 @@ onMachine('a process that dies leaves a hub in an unknown state, and no other on
   assert.match((await failure(qz.HubClosed, open.version())).what, /has ended \(SIGKILL\)/);
   assert.equal((await qz.listHubs()).length, 1);
 }, { time: 'real' });
+
+onMachine('signals do not end a process that writes a hub', [hub()], [], () => withHub(async (open) => {
+  const signals = ['SIGINT', 'SIGTERM', 'SIGHUP'];
+  const interrupt = (percent) => {
+    if (percent === 10) children().forEach((child) => signals.forEach((signal) => process.kill(child, signal)));
+  };
+  assert.equal((await open.update(image.new, { progress: interrupt })).runs, '2.10');
+  assert.equal(await open.version(), '2.10');
+}));
 
 onMachine('a hub is written to the end when the program dies', [hub()], [], async (machine) => {
   const program = `const qz = require(${JSON.stringify(PACKAGE)});

@@ -409,6 +409,15 @@ class UpdateTest(PackageTest):
         self.assertEqual(("the update failed, and the hub has left the bus", None, "lost", 6),
                          (error.what, error.runs, error.outcome, error.exit_status))
 
+    def test_a_hub_that_cannot_be_opened_any_more_is_reported_as_such(self):
+        for nth, kind, what in [(6, PermissionDenied, "the hub cannot be opened"),
+                                (20, HubLost, "the update failed, and the hub cannot be opened")]:
+            fault = {**NOT_OPENABLE, "nth": nth}
+            with qzhidapi.virtual({"devices": [hub()], "faults": [fault]}, LIBRARY), Hub() as opened:
+                error = self.failure(kind, opened.update, self.work / "new.bin", wait=0)
+                self.assertEqual(what, error.what)
+                self.assertIn("udev rule", error.remedy)
+
     def test_another_hub_at_the_port_is_not_written(self):
         machine = self.machine(hub(), hub("other", plugged=False, image={"pid": "0x0820"}))
 
