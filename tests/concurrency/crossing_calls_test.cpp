@@ -1,5 +1,6 @@
 // Exports that are called while another one runs: from the progress callback of an update, and from
 // other threads.
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -72,7 +73,7 @@ class CrossingCallsTest : public ApiTest {
     for (const auto& call : calls) {
       std::atomic<pid_t> number{0};
       threads.emplace_back([&, call] {
-        number = gettid();
+        number = static_cast<pid_t>(syscall(SYS_gettid));
         call();
         isOver = true;
       });

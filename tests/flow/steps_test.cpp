@@ -325,7 +325,8 @@ class StepsTest : public LayerTest {
     flow.SetI2CSpeedPara(hasBoard, 0x103, 0x2C);
     flow.SetResetToFlash(resetsToFlash);
     try {
-      return script.lines + Lines{job.run(flow) ? "true" : "false"};
+      const bool isDone = job.run(flow);
+      return script.lines + Lines{isDone ? "true" : "false"};
     } catch (const std::bad_alloc&) {
       return script.lines + Lines{"thrown"};
     }
