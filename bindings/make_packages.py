@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""make_packages.py [--node-modules FOLDER] OUT SYSTEM=FOLDER...: makes the packages of the bindings in the folder OUT, with the
-libraries for the systems that are named (linux-x64, linux-arm64, windows-x64, windows-arm64). Each FOLDER has
-a library somewhere, and the virtual one in a folder "virtual". The Node package needs the folder with koffi."""
+"""make_packages.py [--node-modules FOLDER] OUT SYSTEM=FOLDER...: makes the packages of the bindings in the
+folder OUT, with the libraries for the systems that are named (linux-x64, linux-arm64, windows-x64, windows-arm64).
+Each FOLDER has a library somewhere, and the virtual one in a folder "virtual". The Node package is made if the
+folder of node modules is given, which has koffi."""
 import argparse
 import pathlib
 import sys

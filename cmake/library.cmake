@@ -34,6 +34,11 @@ endfunction()
 # versions, so that a host runs on any of them.
 function(qz_finish_shared_object target)
   target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src/platform/system/linux/process_life.cpp)
+  if(QZ_OLDEST_GLIBC)
+    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src/platform/system/linux/start_files.cpp)
+    set_source_files_properties(${PROJECT_SOURCE_DIR}/src/platform/system/linux/start_files.cpp
+      PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+  endif()
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src)
   target_compile_definitions(${target} PRIVATE QZ_BUILDING_LIBRARY)
   set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)

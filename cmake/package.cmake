@@ -1,5 +1,5 @@
 # What cpack makes: a Debian package for each component on Linux; for Windows, an archive with everything
-# and an installer of the same files.
+# and an installer of the same files. Portable builds make an archive for any Linux, too.
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGE_VENDOR "The QzHidAPI authors")
 set(CPACK_PACKAGE_CONTACT "${CPACK_PACKAGE_VENDOR}")
@@ -24,13 +24,31 @@ if(WIN32)
 endif()
 
 set(CPACK_GENERATOR DEB)
+if(QZ_OLDEST_GLIBC)
+  set(CPACK_GENERATOR DEB TGZ)
+  string(REPLACE aarch64 arm64 architecture ${CMAKE_SYSTEM_PROCESSOR})
+  string(REPLACE x86_64 x64 architecture ${architecture})
+  set(CPACK_ARCHIVE_FILE_NAME ${PROJECT_NAME}-${PROJECT_VERSION}-linux-${architecture})
+  # Debian's own packages for x64 are those of the preset "release".
+  if(architecture STREQUAL "x64")
+    set(CPACK_GENERATOR TGZ)
+  endif()
+  set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/package_archive.cmake)
+endif()
 set(CPACK_COMPONENTS_ALL library development tools)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+if(QZ_OLDEST_GLIBC)
+  # A test compares this with what the files need. dpkg-shlibdeps cannot read files for other processors.
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${architecture})
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_DEPENDS "libc6 (>= ${QZ_OLDEST_GLIBC})")
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS ${CPACK_DEBIAN_LIBRARY_PACKAGE_DEPENDS})
+else()
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+endif()
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
 
 # qz_debian_package(component name section summary text)

@@ -220,7 +220,6 @@ namespace QzHid
         }
         uint status = request(library);
         if (status == 0) return null;
-        Drop(library);
         if (Hubs.Attached(library).All(hub => hub.Location != Info.Location))
         {
           throw new HubLostException(what + " failed, and the hub is gone", "plug it in again and try again",

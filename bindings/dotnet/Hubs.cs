@@ -273,8 +273,9 @@ namespace QzHid
         ++number;
         string[] parts = line.Split('#')[0].Split(new[] { '=' }, 2).Select(part => part.Trim()).ToArray();
         if (parts.Length == 1 && parts[0].Length == 0) continue;
-        if (parts.Length < 2 || parts.Any(part => part.Length == 0)) throw Unusable(file, "line " + number + " is not NAME = PORT");
-        if (names.Any(name => name.Key == parts[0])) throw Unusable(file, "line " + number + " names '" + parts[0] + "' again");
+        string place = "line " + number;
+        if (parts.Length < 2 || parts.Any(part => part.Length == 0)) throw Unusable(file, place + " is not NAME = PORT");
+        if (names.Any(name => name.Key == parts[0])) throw Unusable(file, place + " names '" + parts[0] + "' again");
         names.Add(new KeyValuePair<string, string>(parts[0], parts[1]));
       }
       return names;

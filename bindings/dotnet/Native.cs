@@ -28,7 +28,8 @@ namespace QzHid
       IntPtr library;
       if (IsWindows)
       {
-        library = Windows.LoadLibraryExW(file, IntPtr.Zero, SearchDefaultDirs | (Path.IsPathRooted(file) ? SearchDllLoadDir : 0));
+        uint folders = SearchDefaultDirs | (Path.IsPathRooted(file) ? SearchDllLoadDir : 0);
+        library = Windows.LoadLibraryExW(file, IntPtr.Zero, folders);
         reason = file + ": system error " + Marshal.GetLastWin32Error();
       }
       else

@@ -83,8 +83,10 @@ namespace QzHid
       return false;
     }
 
-    [DllImport("libc.so.6", EntryPoint = "socket")] private static extern int socket_of(int domain, int type, int protocol);
-    [DllImport("libc.so.6", SetLastError = true)] private static extern int bind(int socket, byte[] address, uint length);
+    [DllImport("libc.so.6", EntryPoint = "socket")]
+    private static extern int socket_of(int domain, int type, int protocol);
+    [DllImport("libc.so.6", SetLastError = true)]
+    private static extern int bind(int socket, byte[] address, uint length);
     [DllImport("libc.so.6")] private static extern int close(int descriptor);
   }
 }

@@ -186,6 +186,12 @@ namespace QzHid
           throw new HubLostException(before + (trouble.Length == 0 ? "the hub is gone" : "the hub has left the bus"), remedy,
                                      label);
         }
+        if (!hub.IsOpenable)
+        {
+          PermissionDeniedException denied = Hubs.NotOpenable(hub);
+          if (trouble.Length == 0) throw denied;
+          throw new HubLostException(before + denied.What, denied.Remedy, denied.Hub);
+        }
         try
         {
           state = Hubs.ReadState(library_, hub);
@@ -199,6 +205,7 @@ namespace QzHid
       throw new HubLostException(before + "the hub does not answer", remedy, label);
     }
 
+    /// <summary>The hub; null when it does not come back.</summary>
     private HubInfo Await()
     {
       var time = Stopwatch.StartNew();
@@ -207,11 +214,7 @@ namespace QzHid
         List<HubInfo> found = Hubs.Attached(library_).Where(hub => hub.Location == location_).ToList();
         List<HubInfo> usable = found.Where(hub => hub.IsOpenable).ToList();
         if (usable.Count == 1) return usable[0];
-        if (time.Elapsed.TotalSeconds >= options_.Wait)
-        {
-          if (found.Count > 0 && usable.Count == 0) throw Hubs.NotOpenable(found[0]);
-          return null;
-        }
+        if (time.Elapsed.TotalSeconds >= options_.Wait) return usable.Count == 0 ? found.FirstOrDefault() : null;
         Thread.Sleep(BetweenLists);
       }
     }

@@ -47,6 +47,10 @@ QZ_CATCHES_FORCED_UNWINDING Result Run(const ExportCall& call, Result failure, c
     LogEndOfThread(call.name);
     throw;
   } catch (...) {
+    if (platform::IsThreadEnding()) {
+      LogEndOfThread(call.name);
+      throw;
+    }
     LogException(call.name);
   }
   return failure;

@@ -48,6 +48,9 @@ class CUpdateResponder final : public CDllResponder {
     } catch (const platform::ForcedUnwinding&) {
       m_bThreadEnds = true;
       throw;
+    } catch (...) {
+      m_bThreadEnds = platform::IsThreadEnding();
+      throw;
     }
   }
 

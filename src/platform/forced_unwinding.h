@@ -12,7 +12,15 @@ namespace qzhid::platform {
 #if __has_include(<bits/cxxabi_forced.h>)
 using ForcedUnwinding = abi::__forced_unwind;
 #else
-class ForcedUnwinding {};  // never thrown: here no thread is ended that way
+class ForcedUnwinding {};  // never thrown
+#endif
+
+/// In a handler for everything: whether the thread unwinds that way, where that has no type. Asked
+/// first in the handler, which must rethrow then.
+#if defined(QZ_PORTABLE)
+bool IsThreadEnding() noexcept;
+#else
+constexpr bool IsThreadEnding() noexcept { return false; }
 #endif
 
 // For functions that catch it. It has no object, which a sanitizer takes for a null reference.

@@ -189,7 +189,7 @@ TEST_P(CrashRecordTest, EachCrashReplacesTheWholeRecordAndEndsTheProcessAsBefore
   };
   EXPECT_EQ(-1, Crash({isAsNew, Record, Record}));
   EXPECT_TRUE(fs::is_empty(folder.path));
-  const std::string overflow = "Signal: 11 \\(SIGSEGV\\)\nFault address: 0x7",
+  const std::string overflow = "Signal: 11 \\(SIGSEGV\\)\nFault address: 0x[0-9a-f]{9}",
                     us = std::to_string(getpid());
   const std::tuple<std::function<void()>, int, std::string> rows[] = {
       {Null, SIGSEGV, "Signal: 11 \\(SIGSEGV\\)\nFault address: 0x0\n"},

@@ -105,7 +105,7 @@ class Tests
   public void AListSaysWhereEachHubIsAndWhatItRuns()
   {
     using (On(OneHub + ", {'name': 'b', 'port': '4', 'running': 'rom', 'rom': {'pid': '0x0810'}}, " +
-              "{'name': 'mouse', 'kind': 'other', 'port': '5', 'vid': '0x045E', 'pid': 64}"))
+              "{'name': 'mouse', 'kind': 'other', 'port': '5', 'vid': '0x045E', 'pid': '0x1400'}"))
     {
       IList<HubInfo> hubs = QzHidApi.ListHubs();
       EqualLists(new[] { "1-3.1 firmware 1.02 2E7C:0818", "1-4 loader  2E7C:0810" }, hubs.Select(
@@ -114,7 +114,8 @@ class Tests
       Equal(2u, hubs[0].Level);
       Equal(1u, hubs[0].Port);
       Equal("HID\\VID_2E7C&PID_0818&REV_0100", hubs[0].HardwareIds[0]);
-      EqualLists(new[] { "1-5" }, QzHidApi.ListDevices(0x045E, 0x40).Select(hub => hub.PortId));
+      EqualLists(new[] { "1-5" }, QzHidApi.ListDevices(0x045E, 0x1400).Select(hub => hub.PortId));
+      Equal(0, QzHidApi.ListDevices(0x045E, 0x0400).Count);
     }
   }
 
@@ -195,7 +196,7 @@ class Tests
       EqualLists(new[] { 0, 1, 0 }, new[] { 0, 5, 23 }.Select(hub.GpioGet));
       hub.GpioDrive(23, 1);
       hub.GpioSet(3, 1);
-      Equal(1, QzHidApi.ListHubs().Count);
+      Equal(1, QzHidApi.ListDevices(0x2E7C, 0x0818).Count);
       EqualLists(new[] { 1, 1 }, new[] { 23, 3 }.Select(hub.GpioGet));
       byte[] data = Enumerable.Range(1, 250).Select(one => (byte)one).ToArray();
       I2CTarget target = hub.I2C(0xA0);
@@ -203,6 +204,7 @@ class Tests
       EqualLists(Enumerable.Repeat((byte)255, 5).Concat(data).Concat(new byte[] { 255 }), target.Read(0, 256));
       EqualLists(data.Take(192), target.ReadAt(new byte[] { 5, 0 }, 192));
       hub.FlashWrite(0, new byte[300]);
+      Equal(0, hub.FlashStatus());
       hub.FlashStage(512, new byte[2]);
       hub.FlashErase();
       Equal(0, hub.FlashStatus());
@@ -375,6 +377,37 @@ class Tests
     }
   }
 
+  public void AVersionThatCannotBeReadOnceIsReadAgain()
+  {
+    using (On(OneHub, "{'on': 'request', 'request': 'C0/09', 'nth': 2, 'action': 'stall'}"))
+      Equal("1.02", QzHidApi.ListHubs()[0].Version);
+  }
+
+  public void AHubThatLeavesWhileItIsAskedIsAskedAgain()
+  {
+    using (On(OneHub, "{'on': 'request', 'request': 'C0/09', 'action': 'unplug', 'return_ms': 0}"))
+      Equal("updated 1.02 2.10 0", Text(Update("new")));
+  }
+
+  public void ATryWithAnOlderImageIsRepeatedToo()
+  {
+    using (On(OneHub, Loss("40/00")))
+      Equal("updated 1.02 1.01 1", Text(Update("older", new UpdateOptions { AllowOlder = true })));
+  }
+
+  public void AHubThatStartsItsOtherBankIsNotUpdated()
+  {
+    using (On(Hub("'dual_bank': true"), "{'on': 'request', 'request': '40/C8', 'count': 0, 'action': 'lose_write'}"))
+      Equal("the image is written, but not started, and the hub runs 1.02",
+            Failure<UpdateFailedException>(() => Update("new", new UpdateOptions { Retries = 0 })).What);
+  }
+
+  public void BytesAfterTheImageAreNoDamage()
+  {
+    File.WriteAllBytes(Image("longer"), File.ReadAllBytes(Image("new")).Concat(new byte[4]).ToArray());
+    using (On()) Equal("2.10", Update("longer").Runs);
+  }
+
   public void AHubThatStaysInItsLoaderIsReportedAndRecovered()
   {
     using (On(OneHub, Loss("40/C8", 5) + ", " + Loss("40/C8", 10)))
@@ -409,6 +442,14 @@ class Tests
       EqualLists(new[] { "the update failed, and the hub has left the bus", null, "lost" },
             new[] { error.What, error.Runs, error.Outcome });
     }
+  }
+
+  public void AHubThatCannotBeOpenedAnyMoreIsReportedAsSuch()
+  {
+    using (On(OneHub, NotOpenable.Replace("'count'", "'nth': 6, 'count'")))
+      Contains("udev rule", Failure<PermissionDeniedException>(() => Update("new")).Remedy);
+    using (On(OneHub, NotOpenable.Replace("'count'", "'nth': 20, 'count'")))
+      Equal("the update failed, and the hub cannot be opened", Failure<HubLostException>(() => Update("new")).What);
   }
 
   public void AnotherHubAtThePortIsNotWritten()

@@ -62,13 +62,14 @@ async function failure(kind, promise) {
 
 onMachine('a list says where each hub is and what it runs', [
   { name: 'a', port: '3.1' }, { name: 'b', port: '4', running: 'rom', rom: { pid: '0x0810' } },
-  { name: 'mouse', kind: 'other', port: '5', vid: '0x045E', pid: 64 }], [], async () => {
+  { name: 'mouse', kind: 'other', port: '5', vid: '0x045E', pid: '0x1400' }], [], async () => {
   const hubs = await qz.listHubs();
   assert.deepEqual(hubs.map((one) => [one.portId, one.state, one.version, one.vid, one.pid]),
     [['1-3.1', 'firmware', '1.02', 0x2e7c, 0x0818], ['1-4', 'loader', null, 0x2e7c, 0x0810]]);
   assert.deepEqual([hubs[0].location, hubs[0].level, hubs[0].port], [LOCATION, 2, 1]);
   assert.equal(hubs[0].hardwareIds[0], 'HID\\VID_2E7C&PID_0818&REV_0100');
-  assert.deepEqual((await qz.listDevices(0x045e, 0x40)).map((one) => one.portId), ['1-5']);
+  assert.deepEqual((await qz.listDevices(0x045e, 0x1400)).map((one) => one.portId), ['1-5']);
+  assert.deepEqual(await qz.listDevices(0x045e, 0x0400), []);
 });
 
 onMachine('hubs that cannot be opened or do not answer are listed as such', [
@@ -94,10 +95,11 @@ onMachine('port ids begin with the controller when there are several', [
   assert.deepEqual((await qz.listHubs()).map((one) => one.portId), ['1400/1-3.1', '1500/1-3.1']);
 });
 
-onMachine('a hub is named by port id, name, location or ids', [
-  { name: 'a', port: '3.1' }, { name: 'b', port: '2', image: { pid: '0x0820' } }, { name: 'c', port: '4.3.1' }], [],
-async (machine) => {
-  process.env.QZ_VIRTUAL_HUB = machine.scenario; // the library is loaded here, which is faster
+test('a hub is named by port id, name, location or ids', async () => {
+  // The library is loaded in this process, which is faster.
+  process.env.QZ_VIRTUAL_HUB = path.join(work, 'selectors.json');
+  fs.writeFileSync(process.env.QZ_VIRTUAL_HUB, JSON.stringify({ time: 'virtual', devices: [
+    { name: 'a', port: '3.1' }, { name: 'b', port: '2', image: { pid: '0x0820' } }, { name: 'c', port: '4.3.1' }] }));
   const loaded = require(path.join(PACKAGE, 'lib/library')).open([library]);
   const pick = async (selector) => require(path.join(PACKAGE, 'lib/hubs')).pick(loaded, selector);
   const names = path.join(work, 'config/qzhid/ports.conf');
@@ -137,6 +139,7 @@ onMachine('lines, I2C targets and flash are reached', [hub({
   assert.deepEqual(await target.read(0, 256), Buffer.concat([Buffer.alloc(5, 255), data, Buffer.alloc(1, 255)]));
   assert.deepEqual(await target.readAt(Buffer.from([5, 0]), 192), data.subarray(0, 192));
   await open.flashWrite(0, Buffer.alloc(300));
+  assert.equal(await open.flashStatus(), 0);
   await open.flashStage(512, Buffer.alloc(2));
   await open.flashErase();
   assert.equal(await open.flashStatus(), 0);
@@ -266,6 +269,37 @@ onMachine('the hub is awaited when it is away', [hub({
 () => withHub(async (open) => assert.equal((await open.update(image.new, { retries: 1, wait: 20 })).retries, 1)),
 { time: 'real' });
 
+onMachine('a version that cannot be read once is read again', [hub()],
+  [{ on: 'request', request: 'C0/09', nth: 2, action: 'stall' }],
+  async () => assert.equal((await qz.listHubs())[0].version, '1.02'));
+
+onMachine('a hub that leaves while it is asked is asked again', [hub()],
+  [{ on: 'request', request: 'C0/09', action: 'unplug', return_ms: 0 }],
+  () => withHub(async (open) => assert.equal((await open.update(image.new, { wait: 0 })).runs, '2.10')));
+
+onMachine('a try with an older image is repeated, too', [hub()], [loss('40/00')],
+  () => withHub(async (open) => assert.equal((await open.update(image.older, { allowOlder: true })).retries, 1)));
+
+onMachine('a hub that starts its other bank is not updated', [hub({ dual_bank: true })],
+  [{ on: 'request', request: '40/C8', count: 0, action: 'lose_write' }], () => withHub(async (open) => {
+    const error = await failure(qz.UpdateFailed, open.update(image.new, { retries: 0 }));
+    assert.equal(error.what, 'the image is written, but not started, and the hub runs 1.02');
+  }));
+
+onMachine('bytes after the image are no damage', [hub()], [], () => withHub(async (open) => {
+  const longer = path.join(work, 'longer.bin');
+  fs.writeFileSync(longer, Buffer.concat([fs.readFileSync(image.new), Buffer.from('more')]));
+  assert.equal((await open.update(longer)).runs, '2.10');
+}));
+
+onMachine('no more hubs than wanted are written at a time', [{ name: 'a', port: '1' }, { name: 'b', port: '2' }], [],
+  async () => {
+    const ports = [];
+    await qz.updateHubs(await qz.listHubs(), image.new, { jobs: 1, progress: (one) => ports.push(one.portId) });
+    assert.deepEqual([...ports].sort(), ports);
+    assert.equal(new Set(ports).size, 2);
+  });
+
 onMachine('a hub that stays in its loader is reported and recovered', [hub()],
   [loss('40/C8', { nth: 5 }), loss('40/C8', { nth: 10 })], () => withHub(async (open) => {
     const error = await failure(qz.InLoader, open.update(image.new, { retries: 1, wait: 0 }));
@@ -292,6 +326,16 @@ onMachine('a hub that does not come back is lost', [hub()], [{ on: 'reset', acti
     assert.deepEqual([error.what, error.runs, error.outcome],
       ['the update failed, and the hub has left the bus', null, 'lost']);
   }));
+
+for (const [nth, kind, what] of [[6, qz.PermissionDenied, 'the hub cannot be opened'],
+  [20, qz.HubLost, 'the update failed, and the hub cannot be opened']]) {
+  onMachine(`a hub that cannot be opened from the ${nth}th time on is reported as such`, [hub()],
+    [{ ...notOpenable, nth }], () => withHub(async (open) => {
+      const error = await failure(kind, open.update(image.new, { wait: 0 }));
+      assert.equal(error.what, what);
+      assert.match(error.remedy, /udev rule/);
+    }));
+}
 
 onMachine('another hub at the port is not written', [hub(), { name: 'other', port: '3.1', plugged: false,
   image: { pid: '0x0820' } }], [],
@@ -396,6 +440,15 @@ onMachine('a process that dies leaves a hub in an unknown state, and no other on
   assert.match((await failure(qz.HubClosed, open.version())).what, /has ended \(SIGKILL\)/);
   assert.equal((await qz.listHubs()).length, 1);
 }, { time: 'real' });
+
+onMachine('signals do not end a process that writes a hub', [hub()], [], () => withHub(async (open) => {
+  const signals = ['SIGINT', 'SIGTERM', 'SIGHUP'];
+  const interrupt = (percent) => {
+    if (percent === 10) children().forEach((child) => signals.forEach((signal) => process.kill(child, signal)));
+  };
+  assert.equal((await open.update(image.new, { progress: interrupt })).runs, '2.10');
+  assert.equal(await open.version(), '2.10');
+}));
 
 onMachine('a hub is written to the end when the program dies', [hub()], [], async (machine) => {
   const program = `const qz = require(${JSON.stringify(PACKAGE)});

@@ -88,6 +88,16 @@ class ListTest(PackageTest):
         self.assertEqual(["1-5"], [found.port_id for found in qzhidapi.list_devices(0x045E, 0x40)])
         self.assertEqual([], qzhidapi.list_devices(0x045E, 0x41))
 
+    def test_devices_are_listed_by_their_whole_ids(self):
+        self.machine(hub(), {"name": "mouse", "kind": "other", "port": "5", "vid": "0x045E", "pid": "0x1400"})
+        for vid, pid in [(0x045E, 0x0400), (0x045E, 0x0140), (0x005E, 0x1400), (0x045E, 0x1401)]:
+            self.assertEqual([], qzhidapi.list_devices(vid, pid))
+        self.assertEqual(["1-5"], [found.port_id for found in qzhidapi.list_devices(0x045E, 0x1400)])
+
+    def test_a_version_that_cannot_be_read_once_is_read_again(self):
+        self.machine(faults=[{"on": "request", "request": "C0/09", "nth": 2, "action": "stall"}])
+        self.assertEqual([0x0102], [found.version for found in qzhidapi.list_hubs()])
+
     def test_without_a_hub_the_list_is_empty(self):
         self.machine({"name": "mouse", "kind": "other", "port": "5"})
         self.assertEqual([], qzhidapi.list_hubs())
@@ -113,6 +123,8 @@ class ListTest(PackageTest):
         for _ in range(2):
             self.assertEqual(1, opened.gpio_get(3))
             self.assertEqual(1, len(qzhidapi.list_hubs()))
+            self.assertEqual(1, opened.gpio_get(3))
+            self.assertEqual(1, len(qzhidapi.list_devices(0x2E7C, 0x0818)))
 
 
 class SelectorTest(PackageTest):
@@ -190,6 +202,11 @@ class RequestTest(PackageTest):
         target.write(0, bytes(16))
         self.assertEqual(bytes(16), target.read(0, 16))
 
+    def test_the_first_page_is_written_once_only(self):
+        fault = {"on": "request", "request": "40/C6", "action": "stall"}
+        self.machine(hub(i2c=[{"kind": "eeprom", "address": "0xA0"}]), faults=[fault])
+        self.failure(RequestFailed, self.opened().i2c(0xA0).write, 0, b"x")
+
     def test_a_refused_request_says_status_and_remedy_and_the_next_one_works(self):
         self.machine(hub(gpio_high=[1]))
         opened = self.opened()
@@ -213,6 +230,7 @@ class RequestTest(PackageTest):
         self.machine(hub(bridge_flash={"size": 4096, "busy_polls": 3}))
         opened = self.opened()
         opened.flash_write(0, bytes(300))
+        self.assertEqual(0, opened.flash_status())
         opened.flash_stage(512, bytes(2))
         opened.flash_erase()
         self.assertEqual(0, opened.flash_status())
@@ -227,6 +245,7 @@ class RequestTest(PackageTest):
                 (lambda opened: opened.i2c(0xA0, 2, 2).read(0x0102, 9), "40d602010000 0900 a00282"),
                 (lambda opened: opened.i2c(0xA0, 5).read_at(b"\1\2\3\4\5", 9), "40d601020304 0905 a00580"),
                 (lambda opened: opened.flash_write(0x01020304, b"ab"), "40f1040302010200|6162"),
+                (lambda opened: opened.flash_write(0x100, bytes(129)), "40f1000100008000|40f1800100000100"),
                 (lambda opened: opened.flash_stage(0x01020304, b"ab"), "00cf040302010200|6162"),
                 (lambda opened: opened.gpio_set(0x0102, 1), "40040101020100"),
                 (lambda opened: opened.gpio_drive(5, 1), "400c0005000100")]:
@@ -334,10 +353,30 @@ class UpdateTest(PackageTest):
             with self.subTest(request), qzhidapi.virtual({"devices": [hub()], "faults": [loss(request)]}, LIBRARY):
                 self.assertEqual(("updated", "1.02", "2.10", 1), Hub().open().update(self.work / "new.bin"))
 
+    def test_a_try_with_an_older_image_is_repeated_too(self):
+        self.machine(faults=[loss("40/00")])
+        self.assertEqual(("updated", "1.02", "1.01", 1), self.update("older", allow_older=True))
+
+    def test_a_hub_that_starts_its_other_bank_is_not_updated(self):
+        lost = {"on": "request", "request": "40/C8", "count": 0, "action": "lose_write"}
+        self.machine(hub(dual_bank=True), faults=[lost])
+        error = self.failure(UpdateFailed, self.update, retries=0)
+        self.assertEqual("the image is written, but not started, and the hub runs 1.02", error.what)
+
+    def test_bytes_after_the_image_are_no_damage(self):
+        file = self.image("longer")
+        file.write_bytes(file.read_bytes() + b"more")
+        self.machine()
+        self.assertEqual("2.10", self.update("longer").runs)
+
     def test_the_hub_is_awaited_when_it_is_away(self):
         self.machine(hub(timing=QUICK), faults=[loss("40/C8", 5, return_ms=700)], time="real")
         result = self.opened().update(self.work / "new.bin", retries=1, wait=20)
         self.assertEqual(("updated", "1.02", "2.10", 1), result)
+
+    def test_a_hub_that_leaves_while_it_is_asked_is_asked_again(self):
+        self.machine(faults=[{"on": "request", "request": "C0/09", "action": "unplug", "return_ms": 0}])
+        self.assertEqual(("updated", "1.02", "2.10", 0), self.update())
 
     def test_a_hub_that_stays_in_its_loader_is_reported_and_recovered(self):
         self.machine(faults=[loss("40/C8", 5), loss("40/C8", 10)])
@@ -369,6 +408,15 @@ class UpdateTest(PackageTest):
         error = self.failure(HubLost, self.opened().update, self.work / "new.bin", wait=0)
         self.assertEqual(("the update failed, and the hub has left the bus", None, "lost", 6),
                          (error.what, error.runs, error.outcome, error.exit_status))
+
+    def test_a_hub_that_cannot_be_opened_any_more_is_reported_as_such(self):
+        for nth, kind, what in [(6, PermissionDenied, "the hub cannot be opened"),
+                                (20, HubLost, "the update failed, and the hub cannot be opened")]:
+            fault = {**NOT_OPENABLE, "nth": nth}
+            with qzhidapi.virtual({"devices": [hub()], "faults": [fault]}, LIBRARY), Hub() as opened:
+                error = self.failure(kind, opened.update, self.work / "new.bin", wait=0)
+                self.assertEqual(what, error.what)
+                self.assertIn("udev rule", error.remedy)
 
     def test_another_hub_at_the_port_is_not_written(self):
         machine = self.machine(hub(), hub("other", plugged=False, image={"pid": "0x0820"}))
@@ -570,6 +618,15 @@ class SeveralHubsTest(PackageTest):
                          [type(one.error) for one in outcomes])
         self.assertEqual({"1-1", "1-2"}, set(steps))
         self.assertEqual([100, 100], [one[-1] for one in steps.values()])
+
+    def test_no_more_hubs_than_wanted_are_written_at_a_time(self):
+        state = self.enterContext(tempfile.TemporaryDirectory())
+        self.machine(hub("a", "1"), hub("b", "2"), state_folder=state)
+        steps = []
+        qzhidapi.update_hubs(qzhidapi.list_hubs(), self.work / "new.bin", jobs=1,
+                             progress=lambda found, percent: steps.append((found.port_id, percent)))
+        self.assertEqual(sorted(steps), steps)
+        self.assertEqual(("1-2", 100), steps[-1])
 
     def test_a_process_that_dies_leaves_a_hub_in_an_unknown_state(self):
         self.machine()

@@ -1,5 +1,6 @@
 // Exports that are called while another one runs: from the progress callback of an update, and from
 // other threads.
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -72,7 +73,7 @@ class CrossingCallsTest : public ApiTest {
     for (const auto& call : calls) {
       std::atomic<pid_t> number{0};
       threads.emplace_back([&, call] {
-        number = gettid();
+        number = static_cast<pid_t>(syscall(SYS_gettid));
         call();
         isOver = true;
       });
@@ -147,10 +148,10 @@ TEST_F(CrossingCallsTest, EveryExportInTheMiddleOfAnUpdateHasItsOutcome) {
       std::size_t refusals = 0;
       int last = -1;
       count = 7;
-      const bool isUpdated = Update([&, isOther = isOther, moment = moment](int percent) {
-        if (percent == moment && last != moment) {
+      const bool isUpdated = Update([&, onOther = isOther, at = moment](int percent) {
+        if (percent == at && last != at) {
           const auto call = [&] { result = crossing.call(); };
-          isOther ? std::thread(call).join() : call();
+          onOther ? std::thread(call).join() : call();
           refusals = Count({3, crossing.name, "An update is running\n"});
         }
         last = percent;

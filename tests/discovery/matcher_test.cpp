@@ -144,7 +144,8 @@ TEST_F(MatchTest, APositionIsALevelAndFromTheSecondOnAPort) {
         Case{"3.1", "#1" + std::string(198, 'x'), 2, 1, unread + std::to_string(ENOBUFS) + "\n"}}) {
     SCOPED_TRACE(::testing::Message() << c.place << " for " << c.level << ' ' << c.port);
     const auto node = InstallHub([&](auto& scenario, auto& device) {
-      if (c.isArm64) scenario.host.architecture = virtualhub::HostArchitecture::Arm64;
+      using enum virtualhub::HostArchitecture;
+      scenario.host.architecture = c.isArm64 ? Arm64 : X64;
       device.port = *PortPath::Parse(c.place);
       device.usb.locationInfo = c.location;
     });

@@ -325,7 +325,8 @@ class StepsTest : public LayerTest {
     flow.SetI2CSpeedPara(hasBoard, 0x103, 0x2C);
     flow.SetResetToFlash(resetsToFlash);
     try {
-      return script.lines + Lines{job.run(flow) ? "true" : "false"};
+      const bool isDone = job.run(flow);
+      return script.lines + Lines{isDone ? "true" : "false"};
     } catch (const std::bad_alloc&) {
       return script.lines + Lines{"thrown"};
     }
@@ -456,9 +457,9 @@ TEST_F(StepsTest, ABoardWithoutPowerIsTriedFourTimesAndSwitchedOnUpToTenTimes) {
       expected = expected + Lines{step.call} + step.done;
     }
     if (seconds > 0) expected.push_back("true");
-    prepareHub = [waits = waits, switches = switches](Script& hub) {
-      hub.lateConnects = waits;
-      hub.switchFailures = switches;
+    prepareHub = [late = waits, failures = switches](Script& hub) {
+      hub.lateConnects = late;
+      hub.switchFailures = failures;
     };
     EXPECT_THAT(Run(kSwitchOn), ElementsAreArray(expected));
   }

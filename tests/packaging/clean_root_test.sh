@@ -1,6 +1,7 @@
 #!/bin/sh
-# clean_root_test.sh PACKAGES ROOT: the packages in that folder can be installed in a minimal Debian,
-# work there, and leave nothing when they are removed. The changes to the root folder are not kept.
+# clean_root_test.sh PACKAGES ROOT: what is in that folder, Debian packages or the archive for any Linux,
+# can be installed in a minimal Debian, works there, and leaves nothing when it is removed. The changes to
+# the root folder are not kept.
 set -eu
 if [ "${3-}" != inside ]; then
   [ -d "$2" ] || { echo "skipped: no Debian in $2"; exit 77; }
@@ -14,10 +15,11 @@ root=$work/root
 mkdir "$work/upper" "$work/work" "$root"
 mount -t overlay overlay -o "lowerdir=$2,upperdir=$work/upper,workdir=$work/work" "$root"
 mount -t proc proc "$root/proc"
-cp "$1"/*.deb "$root/tmp"
+archive=$(find "$1" -maxdepth 1 -name '*.tar.gz')
+cp ${archive:-"$1"/*.deb} "$root/tmp"
 echo '{"time": "virtual", "state_folder": ".", "devices": [{"name": "hub", "port": "1"}]}' > "$root/tmp/hub.json"
 
-inside() { chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin QZ_VIRTUAL_HUB=/tmp/hub.json "$@"; }
+inside() { chroot "$root" env -i PATH=/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin QZ_VIRTUAL_HUB=/tmp/hub.json "$@"; }
 fail() { echo "$*" >&2; exit 1; }
 # says LINE COMMAND...: the command succeeds and prints that line.
 says() {
@@ -26,14 +28,25 @@ says() {
   said=$(inside "$@" 2>&1) && echo "$said" | grep -qxF -e "$line" || fail "$* says: $said"
 }
 
-said=$(inside sh -c 'dpkg -i /tmp/*.deb' 2>&1) || fail "$said"
+if [ -n "$archive" ]; then
+  prefix=/usr/local link=$root/etc/udev/rules.d/70-qzhidapi.rules
+  mkdir -p "${link%/*}"
+  said=$(inside sh -c 'tar -x -f /tmp/*.tar.gz -C /tmp && /tmp/QzHidAPI-*/install.sh' 2>&1) || fail "$said"
+  cmp "$root$(readlink "$link")" "$root"/tmp/QzHidAPI-*/lib/udev/rules.d/70-qzhidapi.rules
+else
+  prefix=/usr
+  said=$(inside sh -c 'dpkg -i /tmp/*.deb' 2>&1) || fail "$said"
+fi
 says 'no hub is attached' qzhid list
 inside qzhub image --out /tmp/new.bin --version 0210
 says 'hub 1-1 runs 2.10 now' \
   qzhid --virtual update --yes --image /tmp/new.bin
 says 'runs          firmware 2.10' qzhid --virtual info
-says update bash -c '. /usr/share/bash-completion/completions/qzhid; COMP_WORDS=(qzhid up) COMP_CWORD=1
-  _qzhid; echo "${COMPREPLY[@]}"'
-inside dpkg --purge qzhidapi-tools libqzhidapi-dev libqzhidapi1 > "$work/log" 2>&1 || fail "$(cat "$work/log")"
+says update bash -c '. $0/share/bash-completion/completions/qzhid; COMP_WORDS=(qzhid up) COMP_CWORD=1
+  _qzhid; echo "${COMPREPLY[@]}"' $prefix
+remove='dpkg --purge qzhidapi-tools libqzhidapi-dev libqzhidapi1'
+[ -z "$archive" ] || remove="sh $prefix/share/qzhidapi/install.sh --uninstall"
+# shellcheck disable=SC2086
+inside $remove > "$work/log" 2>&1 || fail "$(cat "$work/log")"
 inside find / -xdev -path /tmp -prune -o -iname '*qz*' -print | grep . && fail 'files are left'
 exit 0

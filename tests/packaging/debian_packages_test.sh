@@ -1,16 +1,15 @@
 #!/bin/sh
-# debian_packages_test.sh CPACK BUILD VERSION PACKAGES: makes the Debian packages of the build folder in
-# the folder PACKAGES. They contain the right files, and depend on each other and on the system's
-# libraries.
+# debian_packages_test.sh CPACK BUILD VERSION PACKAGES ARCHITECTURE LIBRARIES: makes the Debian packages of
+# the build folder in the folder PACKAGES. They contain the right files for that architecture, and depend
+# on each other and on the system's libraries, as that pattern says.
 set -eu
 command -v dpkg-shlibdeps > /dev/null || { echo 'skipped: no dpkg-shlibdeps'; exit 77; }
-cpack=$1 build=$2 version=$3 packages=$4
+cpack=$1 build=$2 version=$3 packages=$4 architecture=$5 libraries=$6
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 rm -rf "$packages"
-"$cpack" --config "$build/CPackConfig.cmake" -B "$packages" > "$work/log" 2>&1 ||
+"$cpack" --config "$build/CPackConfig.cmake" -G DEB -B "$packages" > "$work/log" 2>&1 ||
   { cat "$work/log" >&2; exit 1; }
-architecture=$(dpkg --print-architecture)
 failures=0
 fail() { echo "$*" >&2; failures=1; }
 
@@ -35,7 +34,8 @@ usr/lib/ARCH/qzhidapi/virtual/libQzHidAPI.so.1
 usr/lib/ARCH/qzhidapi/virtual/libQzHidAPI.so.$version
 usr/share/doc/libqzhidapi1/copyright
 END
-field libqzhidapi1 Depends '\<libc6 \(.*libstdc\+\+6 \('
+field libqzhidapi1 Architecture "^$architecture\$"
+field libqzhidapi1 Depends "^$libraries\$"
 [ "$(dpkg-deb -I "$packages/libqzhidapi1_${version}_$architecture.deb" shlibs)" = \
   "libQzHidAPI 1 libqzhidapi1 (>= $version)" ] || fail 'libqzhidapi1: the shlibs are wrong'
 
@@ -74,5 +74,6 @@ usr/share/qzhidapi/qzhidapi-usbhid.conf
 usr/share/zsh/vendor-completions/_qzhid
 usr/share/zsh/vendor-completions/_qzhub
 END
-field qzhidapi-tools Depends "libqzhidapi1 \(= $version\), .*\<libc6 \("
+field qzhidapi-tools Architecture "^$architecture\$"
+field qzhidapi-tools Depends "^libqzhidapi1 \(= $version\), $libraries\$"
 exit $failures

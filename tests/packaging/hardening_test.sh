@@ -14,7 +14,8 @@ for file in "$@"; do
   has '^ *GNU_STACK .* RW ' || fail 'has an executable stack'
   [ "$type" != Debug ] || continue
   symbols=$(LC_ALL=C readelf -W --dyn-syms "$file")
-  for symbol in __stack_chk_fail '__[a-z]+_chk'; do
-    echo "$symbols" | grep -qE " UND $symbol@" || fail "uses no $symbol"
-  done
+  echo "$symbols" | grep -qE ' UND __[a-z]+_chk@' || fail 'checks no lengths'
+  # A static runtime hides the function; only x64 code then shows by itself where it compares.
+  echo "$symbols" | grep -q ' UND __stack_chk_fail@' || has '^ *Machine: *AArch64' ||
+    objdump -d "$file" | grep -q '%fs:0x28' || fail 'has no stack protector'
 done

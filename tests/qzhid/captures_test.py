@@ -59,11 +59,14 @@ def jobs(account):
     return [job for log in account["logs"] for session in log["sessions"] for job in session["jobs"]]
 
 
-# How other programs write the packets: the form and the number of each packet's byte 0 of its data.
+# How other programs write the packets.
 FORMS = {
     "pcapng": lambda file, packets: captures.pcapng(file, captures.USBMON, packets),
     "pcapng of a big-endian computer": lambda file, packets: captures.pcapng(
         file, captures.USBMON, [(time, captures.big_endian(packet)) for time, packet in packets], order=">"),
+    "pcapng with old blocks": lambda file, packets: captures.pcapng(file, captures.USBMON, packets, old=True),
+    "pcap of QEMU": lambda file, packets: captures.pcap(
+        file, captures.USBMON, [(time, captures.qemu(packet)) for time, packet in packets]),
     "pcap": lambda file, packets: captures.pcap(file, captures.USBMON, packets),
     "pcap of a big-endian computer": lambda file, packets: captures.pcap(
         file, captures.USBMON, [(time, captures.big_endian(packet)) for time, packet in packets], order=">"),
@@ -71,9 +74,9 @@ FORMS = {
     "short headers": lambda file, packets: captures.pcap(
         file, captures.USBMON_SHORT, [(time, captures.short(packet)) for time, packet in packets]),
     "USBPcap": lambda file, packets: captures.pcap(
-        file, captures.USBPCAP, [(time, each) for time, packet in packets for each in captures.usbpcap(packet)]),
+        file, captures.USBPCAP, [(time, captures.usbpcap(packet)) for time, packet in packets]),
     "USBPcap with stages": lambda file, packets: captures.pcap(
-        file, captures.USBPCAP, [(time, each) for time, packet in packets for each in captures.usbpcap(packet, True)]),
+        file, captures.USBPCAP, [(time, each) for time, packet in packets for each in captures.usbpcap_stages(packet)]),
 }
 
 
@@ -326,7 +329,7 @@ class ExplainCaptureTest(CapturesTest):
         FORMS["pcapng"]("given.pcapng", packets)
         data = bytearray(pathlib.Path("given.pcapng").read_bytes())
         data[2000] ^= 0xFF
-        for at in range(1000, 3000, 4):
+        for at in range(1000, 3000, 44):
             damaged = bytes(data[:at]) + b"\1\0\0\0" + bytes(data[at + 4:])
             pathlib.Path("damaged").write_bytes(damaged)
             done = qzhid("explain", "damaged")

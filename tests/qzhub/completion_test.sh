@@ -40,6 +40,7 @@ offer '--help --scenario' unplug --
 offer '' plug ''
 offer 'new.bin' plug dock --scenario ne
 offer '--help --listen --scenario --capture' serve --
+offer '--help --listen --scenario --capture' redirect --
 offer 'new.bin' attach --capture ne
 offer '--size' image --s
 offer '' serve ''

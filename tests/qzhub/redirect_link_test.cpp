@@ -71,7 +71,9 @@ class RedirectLinkTest : public LinkBench {
       const ByteView body = bytes.subspan(header, size - header);
       bodies[static_cast<Type>(type)] = Bytes(body.begin(), body.end());
       const std::string text = body.size() > 60 ? "" : ": " + HexText(body);
-      if (!Note(std::to_string(type) + ' ' + std::to_string(bytes[8]) + text)) return false;
+      std::uint64_t id = virtualhub::LittleEndian32(bytes, 8);
+      if (hasWideIds) id |= std::uint64_t{virtualhub::LittleEndian32(bytes, 12)} << 32;
+      if (!Note(std::to_string(type) + ' ' + std::to_string(id) + text)) return false;
       if (type == 0) hasWideIds = isWide;
       bytes = bytes.subspan(size);
     }
@@ -152,7 +154,7 @@ TEST_F(RedirectLinkTest, EveryTransferIsAnsweredInOrder) {
                  "11 13: 04 00 01",
                  "101 15: 82 04 00 00 00 00 00 00 00 00",
                  "103 16: 02 04 00 00",
-                 "103 17: 01 00 40 01",
+                 "103 4294967313: 01 00 40 01",
                  "100 18: 00 03 02 00 00 00 81 00 00 00",
                  "100 19: 80 00 82 00 00 00 81 00 02 00 00 00"});
 }

@@ -28,8 +28,9 @@ def pcap(file, link_type, all_packets, order="<", ticks=10**6):
             out.write(struct.pack(order + "IIII", time // 10**6, fraction, len(packet), len(packet)) + packet)
 
 
-def pcapng(file, link_type, all_packets, order="<", resolution=9):
-    """Writes a pcapng file with times of that many decimal places."""
+def pcapng(file, link_type, all_packets, order="<", resolution=9, start=1_700_000_000, old=False):
+    """Writes a pcapng file with times of that many decimal places after `start`, in seconds; in packet
+    blocks, or in those that came before them."""
     def block(kind, body):
         body += bytes(-len(body) % 4)
         length = struct.pack(order + "I", len(body) + 12)
@@ -39,12 +40,14 @@ def pcapng(file, link_type, all_packets, order="<", resolution=9):
         out.write(block(0x0A0D0D0A, struct.pack(order + "IHHq", 0x1A2B3C4D, 1, 0, -1)))
         out.write(block(0x0BAD, b"of no use"))
         out.write(block(1, struct.pack(order + "HHI", 1, 0, 0)))  # of a network
-        out.write(block(1, struct.pack(order + "HHIHHB3xHH", link_type, 0, 0, 9, 1, resolution, 0, 0)))
+        out.write(block(1, struct.pack(order + "HHIHHB3xHHqHH", link_type, 0, 0, 9, 1, resolution,
+                                       14, 8, start, 0, 0)))
         out.write(block(6, struct.pack(order + "IIIII", 0, 0, 0, 4, 4) + b"ping"))
         for time, packet in all_packets:
-            ticks = time * 10 ** (resolution - 6)
-            out.write(block(6, struct.pack(order + "IIIII", 1, ticks >> 32, ticks & 0xFFFFFFFF, len(packet),
-                                           len(packet)) + packet))
+            ticks = (time - start * 10**6) * 10 ** (resolution - 6)
+            interface = struct.pack(order + "HH", 1, 0) if old else struct.pack(order + "I", 1)
+            out.write(block(2 if old else 6, interface + struct.pack(
+                order + "IIII", ticks >> 32, ticks & 0xFFFFFFFF, len(packet), len(packet)) + packet))
 
 
 def big_endian(packet):
@@ -53,14 +56,23 @@ def big_endian(packet):
     return struct.pack(">QBBBBHBBqiiII", *fields) + packet[40:]
 
 
+def qemu(packet):
+    """A packet of usbmon as QEMU writes it: without a number for control transfers, and another mark."""
+    return bytes(8) + packet[8:15] + b"=" + packet[16:]
+
+
 def short(packet):
     """A packet of usbmon with the short header."""
     return packet[:48] + packet[64:]
 
 
-def usbpcap(packet, with_stages=False):
-    """A packet as USBPcap has it: without a status before the end, and with Windows's codes. Its older
-    releases have a packet for each stage of a control transfer."""
+def usbpcap(packet):
+    """A packet as USBPcap has it: without a status before the end, and with Windows's codes."""
+    return usbpcap_stages(packet, 1)[0]
+
+
+def usbpcap_stages(packet, most=3):
+    """The same as older releases of USBPcap have it: a packet for each stage of a control transfer."""
     number, kind, transfer, endpoint, address, bus, without_setup = struct.unpack_from("<QBBBBHB", packet)
     status = struct.unpack_from("<i", packet, 28)[0]
     ends = kind != ord("S")
@@ -71,7 +83,7 @@ def usbpcap(packet, with_stages=False):
                            stage) + data
 
     setup, data = b"" if without_setup else packet[40:48], packet[64:]
-    if not with_stages or transfer != 2:
+    if most == 1 or transfer != 2:
         return [made(3 if ends else 0, setup + data)]
     stages = [made(1, data)] if data else []
     return [made(0, setup)] + stages if not ends else stages + [made(2, b"")]

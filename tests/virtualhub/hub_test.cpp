@@ -163,7 +163,7 @@ TEST_F(StateFolderTest, AFileThatCannotBeUsedIsReportedAndNotUsed) {
   EXPECT_EQ(start + " is damaged" + end, Errors(Json("65536")));
   std::filesystem::remove_all(folder.path);
   std::ofstream(folder.path) << "a file";
-  EXPECT_EQ(start + " is in a folder that cannot be created: Not a directory\n", Errors(""));
+  EXPECT_EQ(0u, Errors("").find(start + " is in a folder that cannot be created: "));
 }
 
 class BridgeTest : public HubBench {

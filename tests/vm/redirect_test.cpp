@@ -14,11 +14,13 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Pair;
 
+constexpr auto kPatience = std::chrono::seconds(60);  // for emulated processors
+
 /// Carries out a line outside of the virtual machine.
 void Control(const std::string& line) { std::ofstream("/dev/ttyS2") << line << std::endl; }
 
 bool AreListed(std::size_t hubs) {
-  return Eventually([=] { return List().size() == hubs; });
+  return Eventually([=] { return List().size() == hubs; }, kPatience);
 }
 
 /// As small as an image can be.
@@ -43,8 +45,9 @@ TEST(Redirect, TwoHubsAreListedWithoutAVirtualController) {
 
 TEST(Redirect, TwoHubsAreWrittenAtOnceAlsoWhenOneIsUnpluggedInMidWrite) {
   ASSERT_TRUE(AreListed(2));
-  Program update(Write("update --all", MakeSmallImage("0210")));
-  ASSERT_TRUE(Eventually([&] { return update.HasWritten("1-2: writing"); })) << update.Output();
+  Program update(Write("update --all --jobs 2", MakeSmallImage("0210")));
+  ASSERT_TRUE(Eventually([&] { return update.HasWritten("1-2: writing"); }, kPatience))
+      << update.Output();
   Control("unplug right");
   EXPECT_EQ(6, update.Wait()) << update.Output();
   EXPECT_TRUE(AreListed(1));

@@ -14,7 +14,7 @@ modules=(usb-common usbcore usbmon usbip-core vhci-hcd xhci-hcd xhci-pci hid usb
 kernel=$(tests/vm/kernel.sh)
 work=$(mktemp -d)
 hubs=
-trap '[ -z "$hubs" ] || kill "$hubs"; rm -rf "$work"' EXIT
+trap '[ -z "$hubs" ] || kill "$hubs" || true; rm -rf "$work"' EXIT
 root=$work/root
 
 # add FILE FOLDER: copies a program and the libraries that it is linked to.
@@ -38,7 +38,7 @@ for program in "$@" qzhub qzhid update_hub i2c_eeprom gpio_blink; do
   add "$build/bin/$program" /qz/bin
 done
 echo "$*" >"$root/qz/programs"
-echo "${GTEST_FILTER:-*}" >"$root/qz/filter"
+printf 'reports=ttyS1\nexport GTEST_FILTER="%s"\n' "${GTEST_FILTER:-*}" >"$root/qz/settings"
 cp "$build"/lib/libQzHidAPI.so.? "$root/qz/lib/"
 peer=$(PATH=$PATH:/usr/sbin ldconfig -p | sed -n 's/.*libhidapi-hidraw.so.0 .* => //p')
 [ -z "$peer" ] || add "$peer" /qz/lib # for the benchmark that compares with it

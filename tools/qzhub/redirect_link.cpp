@@ -218,7 +218,7 @@ bool RedirectLink::StopInterrupts(const Message& message) {
   const std::uint8_t endpoint = message.body[0];
   const bool isValid = endpoint == virtualhub::kInterruptInEndpoint;
   const Bytes body = InterruptStatus(isValid ? Status::Success : Status::Invalid, endpoint);
-  const Bytes answer = Encode(Type::InterruptStatus, message.id, body, shared_);
+  Bytes answer = Encode(Type::InterruptStatus, message.id, body, shared_);
   if (!isValid) return connection_.send(answer);
   transfers_->TakeBack(kReading, [&](const Transfer::Report*) { return answer; });
   return true;

@@ -23,7 +23,7 @@ std::size_t UsbipSession::Answer(ByteView request) {
   if (request.size() < kOpHeaderSize) return 0;
   const auto kind = DecodeOpHeader(request.first(kOpHeaderSize));
   if (!kind) throw ProtocolError("not a request of USB/IP 1.1.1");
-  if (kind == OpRequest::DeviceList) {
+  if (*kind == OpRequest::DeviceList) {
     Reply(List());
     return kOpHeaderSize;
   }

@@ -81,7 +81,9 @@ bool CaptureFile::Skip(std::uint64_t size) {
 
 void CaptureFile::Stamp(CapturePacket& packet, const Interface& from, std::uint64_t ticks) {
   constexpr std::uint64_t kUsPerSecond = 1'000'000;
-  const std::uint64_t seconds = from.startSeconds + ticks / from.ticksPerSecond;
+  constexpr std::uint64_t kLastSecond = 253'402'300'799;  // of the year 9999
+  const std::uint64_t seconds =
+      std::min(from.startSeconds + ticks / from.ticksPerSecond, kLastSecond);
   packet.number = ++frames_;
   packet.timeUs =
       seconds * kUsPerSecond + ticks % from.ticksPerSecond * kUsPerSecond / from.ticksPerSecond;

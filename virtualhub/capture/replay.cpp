@@ -26,7 +26,7 @@ Result ResultOf(std::int32_t status) {
     case kUrbProtocolError:
       return {Error::CutOff};
     default:
-      return {Error::SystemCode, static_cast<std::uint32_t>(-status)};
+      return {Error::SystemCode, 0u - static_cast<std::uint32_t>(status)};
   }
 }
 

@@ -19,7 +19,7 @@ inline constexpr std::uint16_t kUsbpcapLink = 249;        ///< LINKTYPE_USBPCAP
 /// Where a device is during one stay on the bus.
 struct UsbAddress {
   std::uint16_t bus = 0, device = 0;
-  auto operator<=>(const UsbAddress&) const = default;
+  auto operator<=>(const UsbAddress&) const = default;  // NOLINT(modernize-use-nullptr)
 };
 
 enum class TransferType : std::uint8_t { Isochronous = 0, Interrupt = 1, Control = 2, Bulk = 3 };

@@ -36,7 +36,12 @@ function isDamaged(data) {
 }
 
 function contents(file) {
-  const found = fs.statSync(file, { throwIfNoEntry: false });
+  let found;
+  try {
+    found = fs.statSync(file, { throwIfNoEntry: false });
+  } catch (error) {
+    refuse(file, `cannot be read: ${error.code}`);
+  }
   if (!found) refuse(file, 'does not exist');
   if (!found.isFile()) refuse(file, 'is not a regular file'); // anything else may have no end
   if (found.size < SHORTEST) refuse(file, `is too short: ${found.size} bytes of at least ${SHORTEST}`);

@@ -101,6 +101,10 @@ class Writer {
       if (!hub) {
         throw new HubLost(before + (trouble ? 'the hub has left the bus' : 'the hub is gone'), remedy, { hub: name });
       }
+      if (!hub.openable) {
+        const denied = notOpenable(hub);
+        throw trouble ? new HubLost(`${trouble}, and ${denied.what}`, denied.remedy, { hub: denied.hub }) : denied;
+      }
       try {
         return { hub, state: readState(this.library, hub) };
       } catch (error) {
@@ -110,16 +114,14 @@ class Writer {
     throw new HubLost(`${before}the hub does not answer`, remedy, { hub: name });
   }
 
+  /** The hub; nothing when it does not come back. */
   await() {
     const end = Date.now() + this.options.wait * 1000;
     for (;;) {
       const found = attached(this.library).filter((hub) => hub.location === this.location);
       const usable = found.filter((hub) => hub.openable);
       if (usable.length === 1) return usable[0];
-      if (Date.now() >= end) {
-        if (found.length > 0 && usable.length === 0) throw notOpenable(found[0]);
-        return undefined;
-      }
+      if (Date.now() >= end) return usable.length === 0 ? found[0] : undefined;
       sleep(BETWEEN_LISTS);
     }
   }

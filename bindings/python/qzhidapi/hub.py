@@ -210,7 +210,6 @@ class Hub:
             status = request(library, self._handle)
             if status == 0:
                 return
-            self._drop(library)
             if all(hub.location != self.info.location for hub in attached(library)):
                 raise HubLost(f"{what} failed, and the hub is gone", "plug it in again and try again",
                               hub=self.info.label)

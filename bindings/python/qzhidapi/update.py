@@ -134,6 +134,9 @@ class Writer:
             if hub is None:
                 raise HubLost(before + ("the hub has left the bus" if trouble else "the hub is gone"), remedy,
                               hub=label)
+            if not hub.openable:
+                denied = not_openable(hub)
+                raise HubLost(f"{trouble}, and {denied.what}", denied.remedy, hub=hub.label) if trouble else denied
             try:
                 return hub, read_state(self._library, hub)
             except HubLost:
@@ -141,6 +144,7 @@ class Writer:
         raise HubLost(before + "the hub does not answer", remedy, hub=label)
 
     def _await(self) -> Optional[HubInfo]:
+        """The hub; None when it does not come back."""
         end = time.monotonic() + self._wait
         while True:
             found = [hub for hub in attached(self._library) if hub.location == self._location]
@@ -148,9 +152,7 @@ class Writer:
             if len(usable) == 1:
                 return usable[0]
             if time.monotonic() >= end:
-                if found and not usable:
-                    raise not_openable(found[0])
-                return None
+                return found[0] if found and not usable else None
             time.sleep(BETWEEN_LISTS)
 
     @staticmethod

@@ -63,7 +63,7 @@ Trouble TroubleAt(const CapturedRequest& request, Step step, Sign sign) {
 Trouble TroubleOf(const CapturedRequest& request, Step step) {
   Trouble trouble = TroubleAt(request, step, request.isAnswer ? Sign::AnswerCode : Sign::SendFail);
   trouble.isAnswer = request.isAnswer;
-  trouble.code = static_cast<std::uint32_t>(-request.status);
+  trouble.code = 0u - static_cast<std::uint32_t>(request.status);
   trouble.codeKind = CodeKind::System;
   trouble.text += " ended with status " + std::to_string(request.status);
   return trouble;
@@ -85,7 +85,7 @@ bool RunsLoader(const CapturedRequest& request) { return (request.data[15] & 0x0
 bool HasTwoBanks(const CapturedRequest& request) { return (request.data[15] & 0x80) != 0; }
 
 void Extend(Job& job, const CapturedRequest& request) {
-  job.end = request.endUs;
+  job.end = std::max(job.end, request.endUs);  // clocks may be put back
   job.lastLine = request.frame;
 }
 
@@ -174,8 +174,7 @@ void CapturedUpdate::TakeMode(const CapturedRequest& request) {
   if (step_ == Step::LoaderBack) {
     EnterStep(Step::Mode, request.beginUs);
     if (isLoader) return;
-    Trouble trouble =
-        TroubleAt(request, isBack_ ? Step::LoaderBack : Step::ToLoader, Sign::Mode);
+    Trouble trouble = TroubleAt(request, isBack_ ? Step::LoaderBack : Step::ToLoader, Sign::Mode);
     trouble.request.reset();  // it succeeded
     AddTrouble(std::move(trouble));
   } else if (step_ == Step::Finish) {

@@ -52,7 +52,7 @@ std::string Row(const char* name, const std::string& text) {
 std::string Timeline(const Session& session, const Job& job) {
   constexpr double kWidth = 1000;
   const double shortest =
-      session.isCapture ? static_cast<double>(job.end - job.begin) / 100 : kUsPerSecond / 4;
+      session.isCapture ? static_cast<double>(job.end - job.begin) / 100 : 250'000;
   double all = 0;
   for (const StepTime& step : job.steps) {
     all += std::max(shortest, static_cast<double>(step.end - step.begin));

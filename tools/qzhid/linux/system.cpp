@@ -16,11 +16,12 @@ namespace qzhid::system {
 
 std::vector<std::string> LibraryFiles(const std::filesystem::path& folder, bool isVirtual) {
   constexpr const char* kName = "libQzHidAPI.so.1";
-  // In a build folder, and where both are installed.
+  // In a build folder, where both are installed, and in the archive for any Linux.
   const std::filesystem::path built = folder.parent_path() / "lib";
   if (isVirtual) {
     return {(built / "virtual" / kName).string(),
-            (folder / QZHID_VIRTUAL_LIBRARY_FOLDER / kName).string()};
+            (folder / QZHID_VIRTUAL_LIBRARY_FOLDER / kName).string(),
+            (built / "qzhidapi/virtual" / kName).string()};
   }
   // After the files that come with the program, the one that the system's loader finds.
   return {(built / kName).string(), (folder / QZHID_LIBRARY_FOLDER / kName).string(), kName};

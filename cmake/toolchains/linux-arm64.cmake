@@ -1,0 +1,3 @@
+# Linux on ARM64.
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+include(${CMAKE_CURRENT_LIST_DIR}/portable.cmake)
