@@ -1,2 +1,20 @@
 # QzHidAPI::QzHidAPI works on real hubs; QzHidAPI::virtual is the same library on virtual hubs.
 include(${CMAKE_CURRENT_LIST_DIR}/QzHidAPITargets.cmake)
+
+# Microsoft's linker gets the import library that is made for it.
+function(_qzhidapi_use_msvc_import_library target)
+  get_target_property(configurations ${target} IMPORTED_CONFIGURATIONS)
+  foreach(configuration IN LISTS configurations)
+    get_target_property(library ${target} IMPORTED_IMPLIB_${configuration})
+    string(REPLACE /libQzHidAPI.dll.a /QzHidAPI.lib library ${library})
+    set_target_properties(${target} PROPERTIES IMPORTED_IMPLIB_${configuration} ${library})
+  endforeach()
+endfunction()
+if(MSVC)
+  foreach(_qzhidapi_target IN ITEMS QzHidAPI::QzHidAPI QzHidAPI::virtual)
+    if(TARGET ${_qzhidapi_target})
+      _qzhidapi_use_msvc_import_library(${_qzhidapi_target})
+    endif()
+  endforeach()
+  unset(_qzhidapi_target)
+endif()

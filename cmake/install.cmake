@@ -5,6 +5,9 @@ include(CMakePackageConfigHelpers)
 
 # Builds everything that is installed, and nothing else.
 add_custom_target(installed)
+if(WIN32 AND NOT MSVC)
+  include(cmake/msvc_import_library.cmake)
+endif()
 if(QZ_BUILD_TOOLS)
   include(cmake/install_tools.cmake)
 endif()
@@ -17,6 +20,9 @@ function(qz_install_library target layout bindir libdir)
     ARCHIVE DESTINATION ${libdir} COMPONENT ${layout}development ${ARGN}
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
   add_dependencies(installed ${target})
+  if(WIN32 AND NOT MSVC)
+    qz_install_msvc_import_library(${target} ${libdir})
+  endif()
 endfunction()
 
 # qz_install_development(layout libdir virtual_libdir [EXCLUDE_FROM_ALL]): header, CMake and pkg-config

@@ -1,5 +1,5 @@
-# What cpack makes: a Debian package for each component on Linux, one archive with everything for Windows.
-# Portable builds make an archive for any Linux, too.
+# What cpack makes: a Debian package for each component on Linux; for Windows, an archive with everything
+# and an installer of the same files. Portable builds make an archive for any Linux, too.
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGE_VENDOR "The QzHidAPI authors")
 set(CPACK_PACKAGE_CONTACT "${CPACK_PACKAGE_VENDOR}")
@@ -15,6 +15,10 @@ if(WIN32)
   string(TOLOWER "${CMAKE_SYSTEM_PROCESSOR}" architecture)
   string(REPLACE amd64 x64 architecture ${architecture})
   set(CPACK_PACKAGE_FILE_NAME ${PROJECT_NAME}-${PROJECT_VERSION}-windows-${architecture})
+  if(NOT CMAKE_HOST_WIN32)  # its tools are for Linux
+    set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/windows/installer.cmake)
+    string(REPLACE arm64 Arm64 CPACK_QZ_PROCESSOR ${architecture})  # as installers name it
+  endif()
   include(CPack)
   return()
 endif()

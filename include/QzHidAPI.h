@@ -102,8 +102,9 @@ typedef struct HidDevRecord {
 } HidDevRecord;
 
 /** @def QZ_STATIC_ASSERT
- * The static assertion of C or C++. */
-#ifdef __cplusplus
+ * The static assertion of C or C++. Visual C++ has that of C++ in C, too, and that of C only with
+ * /std:c11. */
+#if defined(__cplusplus) || (defined(_MSC_VER) && !defined(__clang__))
 #define QZ_STATIC_ASSERT(condition, text) static_assert(condition, text)
 #else
 #define QZ_STATIC_ASSERT(condition, text) _Static_assert(condition, text)

@@ -31,9 +31,11 @@ expect 0 'Usage: qzhub [OPTIONS] SUBCOMMAND' help
 expect 0 'Usage: qzhub serve [OPTIONS]' help serve
 expect 2 "there is no command 'sevre'; did you mean 'serve'?" sevre --listen 127.0.0.1:0
 expect 2 "did you mean 'image'?" help imag
-expect 2 'the commands are image, serve, attach, plug, unplug, power-loss, help' list
+expect 2 'the commands are image, serve, redirect, attach, plug, unplug, power-loss, help' list
 expect 0 '--scenario' attach --help
 expect 2 'is not an address' serve --listen 3240
+expect 0 '127.0.0.1:4000' redirect --help
+expect 2 "'4000' is not an address with a port, such as 127.0.0.1:4000 or [::1]:4000" redirect --listen 4000
 expect 2 '' attach --port 1
 expect 1 'empty.json: the scenario has no devices' serve --scenario "$work/empty.json"
 expect 1 '/nowhere.json: the file cannot be opened' attach --scenario /nowhere.json

@@ -30,16 +30,17 @@ offer() {
 
 cd "$work"
 touch new.bin
-offer 'image serve attach plug unplug power-loss help' ''
+offer 'image serve redirect attach plug unplug power-loss help' ''
 offer 'serve' s
 offer '--help --version' --
-offer 'image serve attach plug unplug power-loss help' help ''
+offer 'image serve redirect attach plug unplug power-loss help' help ''
 offer 'attach' help a
 offer 'plug power-loss' p
 offer '--help --scenario' unplug --
 offer '' plug ''
 offer 'new.bin' plug dock --scenario ne
 offer '--help --listen --scenario --capture' serve --
+offer '--help --listen --scenario --capture' redirect --
 offer 'new.bin' attach --capture ne
 offer '--size' image --s
 offer '' serve ''

@@ -1,43 +1,27 @@
 // The protocol after an import: submit, unlink, and what ends the connection.
 #include "qzhub/device_link.h"
 
+#include "link_bench.h"
 #include "usbip_client.h"
 
 namespace qzhub::test {
 
 using virtualhub::Fault;
-using Texts = std::vector<std::string>;
 
-class DeviceLinkTest : public virtualhub::test::HubBench {
+class DeviceLinkTest : public LinkBench {
  protected:
   DeviceLinkTest() { Install(virtualhub::test::OneHub(R"("out_endpoint": "both")")); }
   ~DeviceLinkTest() override { link.reset(); }
 
   void Connect() {
     link.reset();
-    notes.clear();
+    Forget();
     link = std::make_unique<DeviceLink>(
         *machine, *machine->OnBus("hub"), kDevid,
         DeviceLink::Connection{[this](ByteView message) { return Note(Describe(message)); },
                                [this] { Note("closed"); }});
   }
-  bool Note(const std::string& text) {
-    const std::lock_guard<std::mutex> guard(mutex);
-    notes.push_back(text);
-    changed.notify_all();
-    return !refusing;
-  }
-  /// These are all answers, and the closing of the connection, in order; waits for that many.
-  void ExpectAnswers(const Texts& answers) {
-    std::unique_lock<std::mutex> lock(mutex);
-    changed.wait(lock, [&] { return notes.size() >= answers.size(); });
-    EXPECT_EQ(answers, notes);
-  }
 
-  std::mutex mutex;
-  std::condition_variable changed;
-  Texts notes;
-  bool refusing = false;  // answers cannot be sent
   std::unique_ptr<DeviceLink> link;
 };
 

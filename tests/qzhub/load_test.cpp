@@ -84,8 +84,10 @@ class LoadTest : public virtualhub::test::HubBench {
     const int size = 16384;  // of what the system keeps for a client that does not read
     setsockopt(listener.get(), SOL_SOCKET, SO_SNDBUF, &size, sizeof(size));
     setsockopt(listener.get(), SOL_SOCKET, SO_RCVBUF, &size, sizeof(size));
-    server = std::make_unique<Server>(*machine, ExportsOf(scenario), stop, log, patience);
-    ended = std::async(std::launch::async, [this] { return server->Run(listener.get()); });
+    offer = std::make_unique<Offer>(*machine, ExportsOf(scenario), log);
+    server = std::make_unique<Server>(stop, log, patience);
+    ended = std::async(std::launch::async,
+                       [this] { return server->Run({UsbipEntrance(listener.get(), *offer)}); });
   }
   void Stop() {
     stop.Request();
@@ -107,6 +109,7 @@ class LoadTest : public virtualhub::test::HubBench {
   const tools::Descriptor remarks{memfd_create("remarks", MFD_CLOEXEC)};
   EventLog log{events.get(), remarks.get()};
   const tools::Descriptor listener = Listen(*SocketAddress::Parse("127.0.0.1:0"));
+  std::unique_ptr<Offer> offer;
   std::unique_ptr<Server> server;
   std::future<bool> ended;
 };

@@ -58,8 +58,9 @@ class ServerTest : public virtualhub::test::HubBench {
         {"name": "second", "port": "4", "image": {"pid": 3}},
         {"name": "absent", "port": "5", "plugged": false}]})");
     machine = &virtualhub::InstallMachine(scenario);
-    server = std::make_unique<Server>(*machine, ExportsOf(scenario), stop, log);
-    thread = std::thread([this] { server->Run(listener.get()); });
+    offer = std::make_unique<Offer>(*machine, ExportsOf(scenario), log);
+    server = std::make_unique<Server>(stop, log);
+    thread = std::thread([this] { server->Run({UsbipEntrance(listener.get(), *offer)}); });
   }
   ~ServerTest() override { Stop(); }
   void Stop() {
@@ -86,6 +87,7 @@ class ServerTest : public virtualhub::test::HubBench {
   StopEvent stop;
   EventLog log;
   tools::Descriptor listener = Listen(*SocketAddress::Parse("127.0.0.1:0"));
+  std::unique_ptr<Offer> offer;
   std::unique_ptr<Server> server;
   std::thread thread;
 };
@@ -174,6 +176,17 @@ TEST(SocketTest, AddressesAreNumbers) {
                           "[127.0.0.1]:3240", "1.2.3.4:99999999999999999999"}) {
     EXPECT_FALSE(SocketAddress::Parse(bad)) << bad;
   }
+}
+
+TEST(SocketTest, AnAddressHasOthersAfterIt) {
+  const auto following = [](const char* text, std::size_t ports) {
+    const auto address = SocketAddress::Parse(text)->Following(ports);
+    return address ? address->Text() : "none";
+  };
+  EXPECT_EQ("127.0.0.1:4001", following("127.0.0.1:4000", 1));
+  EXPECT_EQ("[::1]:65535", following("[::1]:65000", 535));
+  EXPECT_EQ("none", following("[::1]:65000", 536));
+  EXPECT_EQ("127.0.0.1:0", following("127.0.0.1:0", 3)) << "any that is free";
 }
 
 TEST(SocketTest, NothingIsWaitedForAfterTheDeadline) {

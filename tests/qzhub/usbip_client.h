@@ -1,25 +1,13 @@
 // What a USB/IP client sends and reads. Everything is written as it travels, in hexadecimal.
 #pragma once
 
-#include <future>
-
+#include "link_bench.h"
 #include "qzhub/usbip_wire.h"
-#include "virtualhub/hub_bench.h"
 
 namespace qzhub::test {
 
-using virtualhub::test::Hex;
-using virtualhub::test::HexText;
-
-inline const std::string kGetStatus = "80 00 00 00 00 00 02 00";
-inline const std::string kEnable = "40 02 01 00 7C 2E", kReset = "40 00";
-inline const std::string kHalt = "02 03 00 00 81 00 00 00";
 inline constexpr std::uint32_t kDevid = 0x00010001;
 
-inline Bytes operator+(Bytes left, const Bytes& right) {
-  left.insert(left.end(), right.begin(), right.end());
-  return left;
-}
 inline Bytes Words(std::initializer_list<std::uint32_t> words) {
   Bytes bytes(4 * words.size());
   for (std::size_t i = 0; i < bytes.size(); ++i) {
@@ -61,23 +49,5 @@ inline std::string Describe(ByteView message) {
   if (word(0) != 3) return "not an answer";
   return text + (message.size() > kCommandSize ? " " + HexText(message.subspan(kCommandSize)) : "");
 }
-
-/// Blocks the next report exchange of a machine.
-class Gate {
- public:
-  explicit Gate(virtualhub::Machine& machine) {
-    machine.SetExchangeHook([this](const virtualhub::Exchange&) {
-      if (passed_.exchange(true)) return;
-      reached_.set_value();
-      open_.get_future().wait();
-    });
-  }
-  void WaitUntilReached() { reached_.get_future().wait(); }
-  void Open() { open_.set_value(); }
-
- private:
-  std::atomic<bool> passed_{false};
-  std::promise<void> reached_, open_;
-};
 
 }  // namespace qzhub::test

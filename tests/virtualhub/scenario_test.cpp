@@ -8,9 +8,9 @@ using qzhid::test::ReadText;
 using ScenarioTest = HubBench;
 
 /// Why a scenario is rejected; "accepted" when it is not.
-static std::string Rejection(const std::string& json) {
+static std::string Rejection(const std::string& json, const std::string& folder = {}) {
   try {
-    ReadScenario(json);
+    ReadScenario(json, folder);
     return "accepted";
   } catch (const ScenarioError& error) {
     return error.what();
@@ -125,9 +125,14 @@ TEST_F(ScenarioTest, ABadFileCostsOneLineAndAllDevices) {
 TEST_F(ScenarioTest, EveryExampleOfTheDocumentationIsAccepted) {
   const std::string text = ReadText(QZ_SOURCE_DIR "/docs/virtual-hub.md"), open = "```json\n";
   int examples = 0;
+  // The capture that an example replays.
+  const qzhid::test::ScratchFolder folder;
+  Install(R"({"capture": ")" + folder.At("dock.pcapng") +
+          R"(", "devices": [{"name": "hub", "port": "1"}]})");
+  Send(Hex(kEnable1));
   for (std::size_t at = 0; (at = text.find(open, at)) != std::string::npos; ++examples) {
     at += open.size();
-    EXPECT_EQ("accepted", Rejection(text.substr(at, text.find("```", at) - at)));
+    EXPECT_EQ("accepted", Rejection(text.substr(at, text.find("```", at) - at), folder.path));
   }
   EXPECT_GE(examples, 10);
 }

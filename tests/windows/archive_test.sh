@@ -1,8 +1,10 @@
 #!/bin/sh
-# archive_test.sh CMAKE CPACK BUILD ARCHITECTURE: the archive of the build folder contains what users need
-# and nothing else.
+# archive_test.sh CMAKE CPACK BUILD PROCESSOR SCRIPT: the archive of the build folder contains what users
+# need and nothing else, and the installer contains the same files. To be installed under Wine, that one is
+# put into BUILD/tests/installer, with one of an older version that has a file more; SCRIPT makes installers.
 set -eu
-cmake=$1 build=$3 architecture=$4
+cmake=$1 build=$3 processor=$4
+architecture=$(echo "$processor" | tr A-Z a-z)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
@@ -18,12 +20,14 @@ bin/qzhid.exe
 bin/qzhub.exe
 bin/virtual/QzHidAPI.dll
 include/QzHidAPI.h
+lib/QzHidAPI.lib
 lib/cmake/QzHidAPI/QzHidAPIConfig.cmake
 lib/cmake/QzHidAPI/QzHidAPIConfigVersion.cmake
 lib/cmake/QzHidAPI/QzHidAPITargets-TYPE.cmake
 lib/cmake/QzHidAPI/QzHidAPITargets.cmake
 lib/libQzHidAPI.dll.a
 lib/pkgconfig/qzhidapi.pc
+lib/virtual/QzHidAPI.lib
 lib/virtual/libQzHidAPI.dll.a
 share/doc/QzHidAPI/CHANGELOG.md
 share/doc/QzHidAPI/CONTRIBUTING.md
@@ -34,3 +38,20 @@ share/doc/QzHidAPI/docs/
 share/doc/QzHidAPI/examples/
 END
 diff -u expected found
+
+installer=$name.msi
+msiextract -C installed "$installer" > log
+diff -r "$name" installed/QzHidAPI
+template=$(msiinfo suminfo "$installer" | sed -n 's/^Template: //p')
+[ "$template" = "$processor;1033" ] || { echo "the installer is for $template" >&2; exit 1; }
+
+output=$build/tests/installer
+rm -rf "$output"
+mkdir "$output"
+list() { (cd "$name" && find . -type f | LC_ALL=C sort) > "$output/$1.txt"; }
+list new
+mv "$installer" "$output"
+: > "$name/bin/gone.exe"
+list older
+"$cmake" "-DCPACK_TEMPORARY_DIRECTORY=$work/$name" "-DCPACK_PACKAGE_DIRECTORY=$output" \
+  -DCPACK_PACKAGE_FILE_NAME=older -DCPACK_PACKAGE_VERSION=0.9.0 "-DCPACK_QZ_PROCESSOR=$processor" -P "$5"

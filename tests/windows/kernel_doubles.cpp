@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "virtualhub/bus/current_machine.h"
+#include "windows/import_table.h"
 
 namespace {
 
@@ -59,7 +60,7 @@ BOOL WINAPI ReadFrequency(LARGE_INTEGER* frequency) {
 
 void WINAPI WriteToDebugger(LPCWSTR text) { platform::DebugOutput(text); }
 
-const std::map<std::string_view, void*> kServices = {
+const Replacements kServices = {
     {"CreateFileW", reinterpret_cast<void*>(&OpenFile)},
     {"CreateEventW", reinterpret_cast<void*>(&MakeEvent)},
     {"CloseHandle", reinterpret_cast<void*>(&Close)},
@@ -74,26 +75,4 @@ const platform::HidDevice& DeviceOf(HANDLE handle) {
   return *static_cast<const platform::HidDevice*>(handle);
 }
 
-// Replaces the services in the module's import table.
-void UseKernelDoubles(HMODULE module) {
-  auto* const base = reinterpret_cast<std::uint8_t*>(module);
-  const LONG start = reinterpret_cast<IMAGE_DOS_HEADER*>(base)->e_lfanew;
-  const auto& header = reinterpret_cast<IMAGE_NT_HEADERS64*>(base + start)->OptionalHeader;
-  auto* import = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(
-      base + header.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress);
-  for (; import->Name != 0; ++import) {
-    auto* name = reinterpret_cast<IMAGE_THUNK_DATA64*>(base + import->OriginalFirstThunk);
-    auto* slot = reinterpret_cast<IMAGE_THUNK_DATA64*>(base + import->FirstThunk);
-    for (; name->u1.AddressOfData != 0; ++name, ++slot) {
-      if (IMAGE_SNAP_BY_ORDINAL64(name->u1.Ordinal)) continue;
-      const auto* const entry =
-          reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(base + name->u1.AddressOfData);
-      const auto found = kServices.find(reinterpret_cast<const char*>(entry->Name));
-      if (found == kServices.end()) continue;
-      DWORD protection = 0;
-      VirtualProtect(slot, sizeof(*slot), PAGE_READWRITE, &protection);
-      slot->u1.Function = reinterpret_cast<ULONGLONG>(found->second);
-      VirtualProtect(slot, sizeof(*slot), protection, &protection);
-    }
-  }
-}
+void UseKernelDoubles(HMODULE module) { ReplaceImports(module, kServices); }

@@ -4,13 +4,15 @@ import os
 import pathlib
 import re
 import shutil
-import struct
 import subprocess
 import sys
 import tempfile
 import unittest
 
 SOURCE, SAMPLE = pathlib.Path(sys.argv[1]), sys.argv[2]
+sys.path.append(str(SOURCE / "tests/support"))
+import captures  # pylint: disable=wrong-import-position
+
 DISSECTOR = SOURCE / "packaging/wireshark/qzhid.lua"
 ENABLE = "40 02 03 00 7C 2E 00 00"
 I2C = " A0 02 81"  # target 0xA0, two bytes of memory address, configured, speed 1
@@ -175,35 +177,11 @@ class DissectorTest(unittest.TestCase):
         file = self.capture([row[:2] for row in GOOD + BAD])
         wanted = shown(file)
         self.assertEqual(4 * 8 + 2 * (len(GOOD) - 8 + len(BAD)), len(wanted))
-        for name, link_type, convert in (("usbmon", 189, lambda frame: frame[:48] + frame[64:]), ("usbpcap", 249, usbpcap)):
-            with self.subTest(name):
-                other = os.path.join(self.folder, name)
-                pcap(other, link_type, map(convert, frames(file)))
+        for link_type, convert in ((captures.USBMON_SHORT, captures.short), (captures.USBPCAP, captures.usbpcap)):
+            with self.subTest(link_type):
+                other = os.path.join(self.folder, "other")
+                captures.pcap(other, link_type, [(time, convert(packet)) for time, packet in captures.packets(file)])
                 self.assertEqual(wanted, shown(other))
-
-
-def frames(file):
-    text = subprocess.run(["tshark", "-r", file, "-T", "json", "-x"], check=True,
-                          stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
-    return [bytes.fromhex(packet["_source"]["layers"]["frame_raw"][0]) for packet in json.loads(text)]
-
-
-def pcap(file, link_type, packets):
-    with open(file, "wb") as out:
-        out.write(struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 0x40000, link_type))
-        for packet in packets:
-            out.write(struct.pack("<IIII", 0, 0, len(packet), len(packet)) + packet)
-
-
-def usbpcap(frame):
-    """The same packet as USBPcap has it: without a status before the end, and with Windows's codes."""
-    kind, transfer, endpoint, address, bus, without_setup = struct.unpack_from("<BBBBHB", frame, 8)
-    status = struct.unpack_from("<i", frame, 28)[0]
-    ends = kind != ord("S")
-    code = 0 if not ends or status == 0 else 0xC0000004 if status == -32 else 0xC0000011
-    rest = (b"" if without_setup else frame[40:48]) + frame[64:]
-    return struct.pack("<HQIHBHHBBIB", 28, struct.unpack_from("<Q", frame)[0], code, 8, ends, bus, address, endpoint,
-                       transfer, len(rest), 3 if ends else 0) + rest
 
 
 if shutil.which("tshark") is None:

@@ -1,6 +1,6 @@
 #include "common/files.h"
 
-#include <filesystem>
+#include <algorithm>
 #include <iostream>
 
 namespace tools {
@@ -8,6 +8,15 @@ namespace tools {
 Bytes ReadFile(const std::string& path, std::size_t most) {
   return path == "-" ? virtualhub::ReadWholeStream(std::cin, most)
                      : virtualhub::ReadWholeFile(path, most);
+}
+
+FileEnd ReadFileEnd(const std::filesystem::path& path, std::size_t most) {
+  std::error_code error;
+  const std::uintmax_t size = std::filesystem::file_size(path, error);
+  if (error) throw FileError(error.message());
+  const std::uintmax_t start = size - std::min<std::uintmax_t>(size, most);
+  const Bytes bytes = virtualhub::ReadFilePart(path, start, static_cast<std::size_t>(size - start));
+  return {start, std::string(bytes.begin(), bytes.end())};
 }
 
 void WriteFile(const std::string& path, ByteView bytes) {

@@ -15,4 +15,7 @@ struct Finding {
 /// What hubs need of the operating system: its version, its drivers, its permissions.
 std::vector<Finding> ExamineSystem();
 
+/// What the user can do about a system that lets nobody open a hub; empty when it is fine.
+std::string SystemRemedy();
+
 }  // namespace qzhid

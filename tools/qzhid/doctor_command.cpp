@@ -54,14 +54,14 @@ void ExamineHubs(Host& host, Findings& findings) {
 
 Findings Examine(Host& host) {
   Findings findings;
-  if (!host.Settings().isVirtual) findings = ExamineSystem();
+  if (!host.IsVirtual()) findings = ExamineSystem();
   try {
     findings.push_back({true, "the library is " + host.Api().path, ""});
   } catch (const Failure& failure) {
     findings.push_back({false, failure.what(), failure.Next()});
     return findings;
   }
-  if (host.Settings().isVirtual) {
+  if (host.IsVirtual()) {
     findings.push_back(ExamineScenario());
     if (!findings.back().isFine) return findings;
   }

@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
+#include <sstream>
 
+#include "common/files.h"
 #include "qzhid/system.h"
 
 namespace qzhid {
@@ -12,7 +13,7 @@ namespace qzhid {
 namespace {
 
 constexpr std::size_t kShownLines = 10;
-constexpr std::streamoff kLongestTail = 0x10000;  // of a log that may be of any size
+constexpr std::size_t kLongestTail = 0x10000;  // of a log that may be of any size
 constexpr int kFailuresOnly = 3;
 
 // Of the form of all results; it changes when a member is renamed, removed or means something else.
@@ -29,6 +30,14 @@ void Print(const nlohmann::ordered_json& object) { std::cout << TextOf(object, 2
 Failure NoLog(const std::filesystem::path& file) {
   return {Exit::Failed, "the log " + file.string() + " cannot be written", "",
           "name a file in a folder that you have permission to write"};
+}
+
+std::string EndOfLog(const std::filesystem::path& log) {
+  try {
+    return tools::ReadFileEnd(log, kLongestTail).text;
+  } catch (const tools::FileError&) {
+    return "";  // there is none
+  }
 }
 
 }  // namespace
@@ -171,9 +180,7 @@ bool Host::IsColourful() const {
 
 std::vector<std::string> Host::LastLogLines() const {
   std::vector<std::string> lines;
-  std::ifstream file(logFile_, std::ios::binary | std::ios::ate);
-  const std::streamoff size = file.tellg();
-  file.seekg(std::max<std::streamoff>(0, size - kLongestTail));
+  std::istringstream file(EndOfLog(logFile_));
   for (std::string line; std::getline(file, line);) {
     if (!line.empty()) lines.push_back(line);
   }

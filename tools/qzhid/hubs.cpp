@@ -8,6 +8,7 @@
 
 #include "common/texts.h"
 #include "qzhid/attached.h"
+#include "qzhid/doctor.h"
 #include "qzhid/patience.h"
 #include "qzhid/system.h"
 
@@ -154,7 +155,7 @@ std::vector<Hub> ListHubs(Host& host) {
   for (Hub& hub : closed) hub.isOpenable = false;
   std::vector<Hub> hubs = ListOpenableHubs(host);
   AddOthers(hubs, closed);
-  if (!host.Settings().isVirtual) {
+  if (!host.IsVirtual()) {
     std::vector<Hub> others = HubsOfSystem();
     std::erase_if(others, [](const Hub& hub) { return hub.hasNode; });
     AddOthers(hubs, others);
@@ -171,8 +172,11 @@ std::vector<Hub> ListAttachedHubs(Host& host) {
 
 Failure NotOpenable(const Hub& hub) {
   if (!hub.hasNode) return {Exit::Refused, "the hub has no HID node", hub.Name(), kFindNode};
+  constexpr const char* kRemedy =
+      "get permission for it (on Linux: the udev rule) or end the program that has it open";
+  const std::string remedy = SystemRemedy();
   return {Exit::NoPermission, "the hub cannot be opened", hub.Name(),
-          "get permission for it (on Linux: the udev rule) or end the program that has it open"};
+          remedy.empty() ? kRemedy : remedy};
 }
 
 const Hub* AtLocation(const std::vector<Hub>& hubs, const std::string& location) {

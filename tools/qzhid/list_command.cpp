@@ -37,7 +37,7 @@ bool HasLibrary(Host& host) {
     host.Api();
     return true;
   } catch (const Failure& failure) {
-    if (host.Settings().isVirtual) throw;
+    if (host.IsVirtual()) throw;
     host.Show(failure);
     return false;
   }

@@ -12,7 +12,6 @@ namespace {
 
 constexpr std::int32_t kErasing = 20;
 constexpr std::int32_t kWriting = Progress::kErased;
-constexpr std::int32_t kWritten = Progress::kWritten;
 constexpr std::int32_t kChecked = 90;
 constexpr std::int32_t kDone = 100;
 constexpr std::int32_t kLineStep = 10;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "qzhid/state.h"
+#include "qzhid/tile_text.h"
 
 namespace qzhid {
 
@@ -260,7 +261,7 @@ void Station::Take(Bay& bay, const WorkerReport& report) {
   const int retries = bay.job->retries;
   bay.job->Take(report, world_.IsStopWanted());
   if (bay.job->retries > retries) {
-    world_.Say("bay " + bay.tile.name + ": " + bay.job->trouble + "; trying again");
+    world_.Say(TitleOf(bay.tile) + ": " + bay.job->trouble + "; trying again");
   }
   isChanged_ = true;
 }
@@ -309,7 +310,7 @@ void Station::ShowOutcome(Bay& bay) {
     for (const std::string& line : job.failure->Log()) world_.Say("  log: " + line);
   }
   if (job.isReplaced) {
-    world_.Say("bay " + bay.tile.name + ": " + bay.tile.reason);
+    world_.Say(TitleOf(bay.tile) + ": " + bay.tile.reason);
     Leave(bay);
   }
   LookAt(world_.Now());

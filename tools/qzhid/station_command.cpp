@@ -19,6 +19,8 @@ namespace qzhid {
 namespace {
 
 struct StationOptions : WriteOptions {
+  StationOptions() { retries = 5; }  // hubs that come and go in other bays make some tries fail
+
   std::vector<std::string> bays;
   std::string record, csv, page;
   bool asksLabel = false;

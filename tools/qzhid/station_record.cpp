@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 constexpr int kRecordSchema = 1;
 constexpr const char* kBeginning = "{\"schema\":";
 constexpr std::size_t kLongestRecord = 0x4000;
-constexpr std::uint64_t kReadTail = 0x100000;  // of a file that may be of any size
+constexpr std::size_t kReadTail = 0x100000;  // of a file that may be of any size
 
 [[noreturn]] void RejectRecords(const fs::path& file, const std::string& why) {
   throw Failure(Exit::Failed, "the record file " + file.string() + " " + why, "",
@@ -60,11 +60,7 @@ std::string Cell(std::string text) {
   return quoted + '"';
 }
 
-// The end of a file; all of it when it is not long.
-struct Tail {
-  std::uint64_t start = 0;  ///< in the file
-  std::string text{};
-
+struct Tail : tools::FileEnd {
   bool IsAll() const { return start == 0; }
   std::size_t WholeLines() const { return text.rfind('\n') + 1; }  // npos + 1 is 0
   std::vector<std::string> Lines() const {
@@ -78,16 +74,7 @@ struct Tail {
   }
 };
 
-Tail ReadTail(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  file.seekg(0, std::ios::end);
-  const auto size = static_cast<std::uint64_t>(std::max<std::streamoff>(file.tellg(), 0));
-  Tail tail{.start = size - std::min(size, kReadTail)};
-  file.seekg(static_cast<std::streamoff>(tail.start));
-  tail.text.assign(std::istreambuf_iterator<char>(file), {});
-  if (!file && !file.eof()) RejectRecords(path, "cannot be read");
-  return tail;
-}
+Tail ReadTail(const fs::path& path) { return {tools::ReadFileEnd(path, kReadTail)}; }
 
 std::string ReadBeginning(const fs::path& path, std::size_t size) {
   std::ifstream file(path, std::ios::binary);

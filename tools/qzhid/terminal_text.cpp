@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
+
+#include "virtualhub/base/utf8.h"
 
 namespace qzhid {
 
@@ -45,7 +46,6 @@ constexpr std::array kDoubleWidth{
 // Characters that change the direction of the text after them, also after the end of a name.
 constexpr std::array kTurning{CharacterRange{0x202A, 0x202E}, CharacterRange{0x2066, 0x2069}};
 
-constexpr char32_t kReplacement = 0xFFFD;
 constexpr char32_t kEllipsis = 0x2026;
 
 template <std::size_t N>
@@ -53,33 +53,6 @@ bool IsIn(const std::array<CharacterRange, N>& ranges, char32_t character) {
   return std::any_of(ranges.begin(), ranges.end(), [&](const CharacterRange& range) {
     return range.first <= character && character <= range.last;
   });
-}
-
-// The character at the beginning of the text, which is shortened by it.
-char32_t TakeCharacter(std::string_view& text) {
-  struct Form {
-    std::uint8_t mask, lead;  // of the first byte
-    char32_t least;           // that needs this form
-  };
-  constexpr std::array<Form, 4> kForms{
-      {{0x80, 0x00, 0}, {0xE0, 0xC0, 0x80}, {0xF0, 0xE0, 0x800}, {0xF8, 0xF0, 0x10000}}};
-  const auto at = [&](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
-  for (std::size_t more = 0; more < kForms.size(); ++more) {
-    const Form& form = kForms[more];
-    if ((at(0) & form.mask) != form.lead) continue;
-    char32_t character = at(0) & static_cast<std::uint8_t>(~form.mask);
-    std::size_t i = 1;
-    for (; i <= more && i < text.size() && (at(i) & 0xC0) == 0x80; ++i) {
-      character = character << 6 | (at(i) & 0x3F);
-    }
-    const bool isWhole = i == more + 1;
-    text.remove_prefix(i);
-    const bool isCharacter = isWhole && character >= form.least && character <= 0x10FFFF &&
-                             (character < 0xD800 || character > 0xDFFF);
-    return isCharacter ? character : kReplacement;
-  }
-  text.remove_prefix(1);
-  return kReplacement;
 }
 
 bool IsControl(char32_t character) {
@@ -102,7 +75,8 @@ std::size_t FittingLength(std::u32string_view text, std::size_t columns) {
 std::u32string ShownCharacters(std::string_view text) {
   std::u32string characters;
   while (!text.empty()) {
-    const char32_t character = TakeCharacter(text);
+    const auto [character, length, isValid] = virtualhub::DecodeUtf8(text);
+    text.remove_prefix(length);
     if (IsIn(kTurning, character)) continue;
     characters += IsControl(character) ? U' ' : character;
   }
@@ -111,21 +85,7 @@ std::u32string ShownCharacters(std::string_view text) {
 
 std::string ToUtf8(std::u32string_view text) {
   std::string bytes;
-  const auto add = [&](char32_t lead, char32_t character, int shift) {
-    bytes += static_cast<char>(lead | character >> shift);
-    while ((shift -= 6) >= 0) bytes += static_cast<char>(0x80 | (character >> shift & 0x3F));
-  };
-  for (const char32_t character : text) {
-    if (character < 0x80) {
-      add(0, character, 0);
-    } else if (character < 0x800) {
-      add(0xC0, character, 6);
-    } else if (character < 0x10000) {
-      add(0xE0, character, 12);
-    } else {
-      add(0xF0, character, 18);
-    }
-  }
+  for (const char32_t character : text) virtualhub::AppendUtf8(bytes, character);
   return bytes;
 }
 

@@ -9,7 +9,7 @@
 namespace qzhid {
 
 /// The characters of a UTF-8 text that comes from outside. Control characters, which a terminal or
-/// a page could obey, become blanks, and what is not UTF-8 becomes U+FFFD.
+/// a page could obey, become blanks, and each byte that is not UTF-8 becomes U+FFFD.
 std::u32string ShownCharacters(std::string_view text);
 
 std::string ToUtf8(std::u32string_view text);

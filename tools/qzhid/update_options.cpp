@@ -28,7 +28,9 @@ void AddWriteOptions(CLI::App& command, WriteOptions& options) {
                   "reject an image that is longer than the hub's flash")
       ->check(CLI::PositiveNumber)
       ->option_text("BYTES");
-  command.add_option("--retries", options.retries, "tries after one that failed, default 2")
+  command
+      .add_option("--retries", options.retries,
+                  "tries after one that failed, default " + std::to_string(options.retries))
       ->check(CLI::Range(0, 100))
       ->option_text("N");
   command.add_option("--wait", options.patience, "seconds to wait for a hub that left, default 30")

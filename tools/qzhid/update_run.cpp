@@ -50,6 +50,11 @@ void UpdateRun::Finish(UpdateJob& job, const Failure& failure) {
   ShowOutcome(job);
 }
 
+void UpdateRun::Finish(UpdateJob& job, Outcome outcome) {
+  job.Finish(outcome);
+  ShowOutcome(job);
+}
+
 void UpdateRun::ShowOutcome(const UpdateJob& job) {
   display_.ShowOutcome(job.hub, job.outcome, job.runs, job.failure ? &*job.failure : nullptr);
 }
@@ -76,16 +81,14 @@ void UpdateRun::Check(UpdateJob& job, std::size_t attached) {
   const HubState state = ReadState(host_, job.hub);
   job.from = job.runs = state.Text();
   if (CheckHub(job.hub, state, image_, options_.rules) == Verdict::Current) {
-    job.Finish(Outcome::Current);
-    ShowOutcome(job);
+    Finish(job, Outcome::Current);
   }
 }
 
 void UpdateRun::Skip() {
   for (UpdateJob& job : jobs_) {
     if (job.state != State::Ready) continue;
-    job.Finish(Outcome::NotStarted);
-    ShowOutcome(job);
+    Finish(job, Outcome::NotStarted);
   }
 }
 
@@ -103,8 +106,7 @@ void UpdateRun::Write() {
   for (UpdateJob& job : jobs_) {
     if (job.state != State::Ready) continue;
     job.failure = NotStarted(job);
-    job.Finish(Outcome::NotStarted);
-    ShowOutcome(job);
+    Finish(job, Outcome::NotStarted);
   }
 }
 

@@ -41,6 +41,7 @@ class UpdateRun {
 
  private:
   void Finish(UpdateJob& job, const Failure& failure);
+  void Finish(UpdateJob& job, Outcome outcome);
   void ShowOutcome(const UpdateJob& job);
   void Check(UpdateJob& job, std::size_t attached);
   void StartNext();

@@ -6,8 +6,8 @@
 #include "qzhub/attachment.h"
 #include "qzhub/capture_option.h"
 #include "qzhub/control_input.h"
+#include "qzhub/kernel_commands.h"
 #include "qzhub/scenario_file.h"
-#include "qzhub/usbip_commands.h"
 
 namespace qzhub {
 

@@ -8,19 +8,28 @@ namespace qzhub {
 
 namespace {
 
-constexpr std::size_t kCommandsSize = 4096;  // of what is read at once
+constexpr std::size_t kChunkSize = 4096;  // of what is read at once
+
+Line LineOf(Outbox& outbox, const WakeEvent& wake, const std::string& peer) {
+  const auto send = [&outbox, &wake](virtualhub::ByteView message) {
+    const bool isGood = outbox.Send(message);
+    if (!isGood || !outbox.IsEmpty()) wake.Set();
+    return isGood;
+  };
+  return {.send = send, .wake = [&wake] { wake.Set(); }, .peer = peer};
+}
 
 }  // namespace
 
-Client::Client(tools::Descriptor socket, std::chrono::milliseconds patience, const WakeEvent& wake,
-               EventLog& log)
+Client::Client(tools::Descriptor socket, const Begin& begin, std::chrono::milliseconds patience,
+               const WakeEvent& wake, EventLog& log)
     : socket_(std::move(socket)),
       patience_(patience),
-      answeredBy_(std::chrono::steady_clock::now() + patience),
-      wake_(wake),
+      deviceBy_(std::chrono::steady_clock::now() + patience),
       log_(log),
       peer_(PeerAddress(socket_.get()).Text()),
-      outbox_(socket_.get()) {}
+      outbox_(socket_.get()),
+      session_(begin(LineOf(outbox_, wake, peer_))) {}
 
 void Client::Watch(const Poller& poller) {
   const std::uint32_t events = Awaited();
@@ -30,97 +39,58 @@ void Client::Watch(const Poller& poller) {
 
 // A client that does not take its answers is not read from, so that they cannot pile up.
 std::uint32_t Client::Awaited() const {
-  if (phase_ == Phase::Ended) return 0;
-  const bool isSending = phase_ == Phase::Answering || !outbox_.IsEmpty();
-  return isSending ? EPOLLOUT : EPOLLIN;
+  if (isEnded_) return 0;
+  return outbox_.IsEmpty() ? EPOLLIN : EPOLLOUT;
 }
 
 Deadline Client::AwaitedUntil() const {
-  if (phase_ == Phase::Asking || phase_ == Phase::Answering) return answeredBy_;
-  const bool isSending = phase_ == Phase::Imported && !outbox_.IsEmpty();
-  return isSending ? outbox_.LastProgress() + patience_ : Deadline::max();
+  if (!session_->HasDevice()) return deviceBy_;
+  return outbox_.IsEmpty() ? Deadline::max() : outbox_.LastProgress() + patience_;
 }
 
-std::optional<Request> Client::Work(bool isReady) {
-  std::optional<Request> request;
-  if (phase_ == Phase::Ended) return request;
+void Client::Work(bool isReady) {
+  if (isEnded_) return;
   const bool isLate = std::chrono::steady_clock::now() >= AwaitedUntil();
-  const bool isGood = outbox_.Flush();
+  if (!outbox_.Flush()) return End();
   const bool isSent = outbox_.IsEmpty();
-  if (!isGood || (phase_ == Phase::Answering && isSent)) {
-    End();
-  } else if (isLate) {
-    Drop(phase_ == Phase::Asking ? "no request in time" : "takes no answers");
-  } else if (phase_ == Phase::Asking && isReady) {
-    request = ReadRequest();
-  } else if (phase_ == Phase::Imported && isSent) {
-    if (isReady) ReadCommands();
-    if (link_->HasEnded() && outbox_.IsEmpty()) End();  // in that order: nothing is sent later
-  }
-  return request;
+  EndIfDone();
+  if (isLate) return Drop(isSent ? "no request in time" : "takes no answers");
+  if (!isSent) return;
+  session_->Look();
+  if (isReady) Read();
+  EndIfDone();
 }
 
-std::optional<Request> Client::ReadRequest() {
-  std::array<std::uint8_t, kOpHeaderSize + kBusidSize> buffer{};
-  const bool hasHeader = request_.size() >= kOpHeaderSize;
-  const std::size_t wanted = (hasHeader ? buffer.size() : kOpHeaderSize) - request_.size();
-  const auto count = ReceiveNow(socket_.get(), virtualhub::MutableBytes(buffer).first(wanted));
-  if (!count) End();
-  request_.insert(request_.end(), buffer.begin(),
-                  buffer.begin() + static_cast<std::ptrdiff_t>(count.value_or(0)));
-  if (!count || request_.size() < kOpHeaderSize) return std::nullopt;
-  const auto kind = DecodeOpHeader(ByteView(request_).first(kOpHeaderSize));
-  if (!kind) Drop("not a request of USB/IP 1.1.1");
-  const bool isWhole = kind == OpRequest::DeviceList || request_.size() == buffer.size();
-  if (!kind || !isWhole) return std::nullopt;
-  return Request{*kind, DecodeBusid(ByteView(request_).subspan(kOpHeaderSize))};
+// In that order: a session that has ended sends nothing more.
+void Client::EndIfDone() {
+  if (session_->HasEnded() && outbox_.IsEmpty()) End();
 }
 
-void Client::ReadCommands() {
-  std::array<std::uint8_t, kCommandsSize> buffer{};
+void Client::Read() {
+  if (isEnded_) return;
+  std::array<std::uint8_t, kChunkSize> buffer{};
   const auto count = ReceiveNow(socket_.get(), buffer);
-  if (!count) {
-    End();
-  } else if (!link_->Receive(ByteView(buffer).first(*count))) {
-    // It is not the client's fault when the connection has failed or the device has left.
-    if (outbox_.Flush() && !link_->HasEnded()) Drop("not a message of USB/IP");
-    End();
+  if (!count) return End();
+  try {
+    session_->Receive(virtualhub::ByteView(buffer).first(*count));
+  } catch (const ProtocolError& error) {
+    if (!outbox_.Flush()) return End();
+    Drop(error.what());
   }
-}
-
-void Client::Reply(ByteView message) {
-  phase_ = Phase::Answering;
-  if (!outbox_.Send(message) || outbox_.IsEmpty()) End();
-}
-
-void Client::Import(const Export& exported, virtualhub::Machine& machine,
-                    const virtualhub::BusDevice& device) {
-  const auto send = [this](ByteView answer) {
-    const bool isGood = outbox_.Send(answer);
-    if (!isGood || !outbox_.IsEmpty()) wake_.Set();
-    return isGood;
-  };
-  const auto wake = [this] { wake_.Set(); };
-  link_.emplace(machine, device, exported.place.Devid(),
-                DeviceLink::Connection{.send = send, .close = wake, .over = wake});
-  imported_ = &exported;
-  phase_ = Phase::Imported;
-  if (!outbox_.Send(EncodeImported(exported.place, device))) End();
 }
 
 void Client::Drop(const std::string& reason) {
+  if (isEnded_) return;
   log_.Remark(peer_ + ": " + reason);
   End();
 }
 
 void Client::End() {
-  if (phase_ == Phase::Ended) return;
-  phase_ = Phase::Ended;
-  // The number of the socket stays in use for as long as the link may send to it.
+  if (isEnded_) return;
+  isEnded_ = true;
+  // The number of the socket stays in use for as long as the session may send to it.
   shutdown(socket_.get(), SHUT_RDWR);
-  if (link_) link_->RequestEnd();
+  session_->RequestEnd();
 }
-
-bool Client::IsOver() { return phase_ == Phase::Ended && (!link_ || link_->IsOver()); }
 
 }  // namespace qzhub

@@ -1,4 +1,4 @@
-// The devices of a scenario as USB/IP exports.
+// The devices of a scenario as they are offered to other computers.
 #pragma once
 
 #include <string>
@@ -14,6 +14,12 @@ namespace qzhub {
 struct Export {
   std::string name;
   ExportPlace place;
+  std::string address{};  ///< where it has one of its own
+
+  /// For events: the name, and how clients find it.
+  std::string Label() const {
+    return name + (address.empty() ? " busid=" + place.Busid() : " address=" + address);
+  }
 };
 
 std::vector<Export> ExportsOf(const virtualhub::Scenario& scenario);

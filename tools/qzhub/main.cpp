@@ -7,7 +7,7 @@
 #include "common/standard_streams.h"
 #include "qzhub/control_commands.h"
 #include "qzhub/image_command.h"
-#include "qzhub/usbip_commands.h"
+#include "qzhub/kernel_commands.h"
 
 namespace {
 
@@ -21,6 +21,7 @@ int Run(int argc, char** argv) {
   app.require_subcommand(1);
   qzhub::AddImageCommand(app);
   qzhub::AddServeCommand(app);
+  qzhub::AddRedirectCommand(app);
   qzhub::AddAttachCommand(app);
   qzhub::AddControlCommands(app);
   tools::AddHelpCommand(app, "qzhub help serve");

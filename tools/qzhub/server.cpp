@@ -9,11 +9,14 @@
 #include <cerrno>
 #include <system_error>
 
+#include "qzhub/usbip_session.h"
+
 namespace qzhub {
 
 namespace {
 
 constexpr auto kLongestLook = std::chrono::milliseconds(250);
+constexpr auto kDeviceLook = std::chrono::milliseconds(20);
 constexpr auto kEndTime = std::chrono::milliseconds(400);
 
 void SetOption(int socket, int level, int option, int value) {
@@ -30,35 +33,43 @@ void Tune(int socket) {
   SetOption(socket, IPPROTO_TCP, TCP_KEEPCNT, 3);
 }
 
-std::string Label(const Export& exported) {
-  return exported.name + " busid=" + exported.place.Busid();
-}
-
 }  // namespace
 
-bool Server::Run(int listener) {
-  listener_ = listener;
+Entrance UsbipEntrance(int listener, Offer& offer) {
+  return {listener,
+          [&offer](Line line) { return std::make_unique<UsbipSession>(offer, std::move(line)); }};
+}
+
+bool Server::Run(std::vector<Entrance> entrances) {
+  entrances_ = std::move(entrances);
   // What happens to these has the server as its owner, or none.
   poller_.Watch(stop_.fd(), 0, EPOLLIN, this);
   poller_.Watch(wake_.fd(), 0, EPOLLIN, nullptr);
-  bool isStopping = false;
-  while (!isStopping) {
-    if (MillisecondsTo(nextLook_) == 0) Look();
-    for (const epoll_event& event : poller_.Wait(TimeToNextLook())) {
-      void* const owner = event.data.ptr;
-      if (owner == this) {
-        isStopping = true;
-      } else if (owner == &listener_) {
-        Admit();
-      } else if (owner == nullptr) {
-        nextLook_ = {};
-      } else {
-        Serve(*static_cast<Client*>(owner), true);
-      }
-    }
-    RemoveOver();
-  }
+  while (Await()) RemoveOver();
   return EndAll();
+}
+
+// Waits for events and sees to them; false when the end is requested.
+bool Server::Await() {
+  if (MillisecondsTo(nextLook_) == 0) Look();
+  for (const epoll_event& event : poller_.Wait(TimeToNextLook())) {
+    void* const owner = event.data.ptr;
+    if (owner == this) return false;
+    if (owner == nullptr) {
+      nextLook_ = {};
+    } else if (const Entrance* const entrance = EntranceOf(owner)) {
+      Admit(*entrance);
+    } else {
+      Serve(*static_cast<Client*>(owner), true);
+    }
+  }
+  return true;
+}
+
+const Entrance* Server::EntranceOf(const void* owner) const {
+  const auto found = std::find_if(entrances_.begin(), entrances_.end(),
+                                  [&](const Entrance& entrance) { return &entrance == owner; });
+  return found == entrances_.end() ? nullptr : &*found;
 }
 
 // Without clients there is nothing to look after.
@@ -71,18 +82,24 @@ void Server::Look() {
   wake_.Clear();
   for (Client& client : clients_) Serve(client, false);
   Listen(true);
-  nextLook_ = std::chrono::steady_clock::now() + std::min(kLongestLook, patience_ / 20);
+  const bool isAwaited = std::any_of(clients_.begin(), clients_.end(),
+                                     [](const Client& one) { return one.AwaitsDevice(); });
+  nextLook_ = std::chrono::steady_clock::now() +
+              std::min(isAwaited ? kDeviceLook : kLongestLook, patience_ / 20);
 }
 
 void Server::Listen(bool isOn) {
   if (isOn == listens_) return;
   const std::uint32_t events = EPOLLIN;
-  poller_.Watch(listener_, listens_ ? events : 0, isOn ? events : 0, &listener_);
+  for (Entrance& entrance : entrances_) {
+    poller_.Watch(entrance.listener, listens_ ? events : 0, isOn ? events : 0, &entrance);
+  }
   listens_ = isOn;
 }
 
-void Server::Admit() try {
-  tools::Descriptor socket(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+void Server::Admit(const Entrance& entrance) try {
+  tools::Descriptor socket(
+      accept4(entrance.listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (!socket) {
     if (errno == EINTR || errno == EAGAIN || errno == ECONNABORTED) return;
     log_.Remark("cannot accept a client: " + std::generic_category().message(errno));
@@ -92,7 +109,8 @@ void Server::Admit() try {
                 std::to_string(kMostClients) + " clients are connected already");
   } else {
     Tune(socket.get());
-    Client& client = clients_.emplace_back(std::move(socket), patience_, wake_, log_);
+    Client& client =
+        clients_.emplace_back(std::move(socket), entrance.begin, patience_, wake_, log_);
     client.Watch(poller_);
   }
 } catch (const std::exception& error) {
@@ -100,50 +118,15 @@ void Server::Admit() try {
 }
 
 void Server::Serve(Client& client, bool isReady) try {
-  const auto request = client.Work(isReady);
-  if (request && request->kind == OpRequest::DeviceList) client.Reply(List());
-  if (request && request->kind == OpRequest::Import) Import(client, request->busid);
+  client.Work(isReady);
   client.Watch(poller_);
 } catch (const std::exception& error) {
   log_.Remark("dropped " + client.peer() + ": " + error.what());
   client.End();
 }
 
-Bytes Server::List() {
-  Bytes entries;
-  std::uint32_t count = 0;
-  for (const Export& exported : exports_) {
-    const auto device = machine_.OnBus(exported.name);
-    if (!device) continue;
-    const Bytes entry = EncodeListEntry(exported.place, *device);
-    entries.insert(entries.end(), entry.begin(), entry.end());
-    ++count;
-  }
-  Bytes message = EncodeListHead(count);
-  message.insert(message.end(), entries.begin(), entries.end());
-  return message;
-}
-
-void Server::Import(Client& client, const std::string& busid) {
-  const auto exported = std::find_if(exports_.begin(), exports_.end(), [&](const Export& other) {
-    return other.place.Busid() == busid;
-  });
-  const auto device = exported == exports_.end() ? std::nullopt : machine_.OnBus(exported->name);
-  if (!device) return client.Reply(EncodeImportRefused(OpStatus::NoDevice));
-  const bool isTaken = std::any_of(clients_.begin(), clients_.end(), [&](const Client& other) {
-    return other.imported() == &*exported;
-  });
-  if (isTaken) return client.Reply(EncodeImportRefused(OpStatus::DeviceBusy));
-  client.Import(*exported, machine_, *device);
-  log_.Event("imported " + Label(*exported) + " by=" + client.peer());
-}
-
 void Server::RemoveOver() {
-  clients_.remove_if([this](Client& client) {
-    if (!client.IsOver()) return false;
-    if (client.imported() != nullptr) log_.Event("released " + Label(*client.imported()));
-    return true;
-  });
+  clients_.remove_if([](Client& client) { return client.IsOver(); });
 }
 
 bool Server::EndAll() {

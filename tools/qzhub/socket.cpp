@@ -1,6 +1,7 @@
 #include "qzhub/socket.h"
 
 #include <netdb.h>
+#include <netinet/in.h>
 #include <poll.h>
 
 #include <algorithm>
@@ -76,6 +77,18 @@ std::string SocketAddress::Text() const {
               NI_NUMERICHOST | NI_NUMERICSERV);
   const bool isV6 = storage.ss_family == AF_INET6;
   return (isV6 ? "[" + std::string(host) + "]:" : std::string(host) + ":") + port;
+}
+
+std::optional<SocketAddress> SocketAddress::Following(std::size_t ports) const {
+  SocketAddress next = *this;
+  in_port_t& port = storage.ss_family == AF_INET6
+                        ? reinterpret_cast<sockaddr_in6*>(&next.storage)->sin6_port
+                        : reinterpret_cast<sockaddr_in*>(&next.storage)->sin_port;
+  const std::size_t number = ntohs(port);
+  if (number == 0) return next;
+  if (number + ports > 0xFFFF) return std::nullopt;
+  port = htons(static_cast<in_port_t>(number + ports));
+  return next;
 }
 
 tools::Descriptor Listen(const SocketAddress& address) {

@@ -23,6 +23,8 @@ struct SocketAddress {
   /// "127.0.0.1:3240" or "[::1]:3240", port 0 for any that is free; none for anything else.
   static std::optional<SocketAddress> Parse(const std::string& text);
   std::string Text() const;
+  /// The one with a port that much higher; none when there is no such port. Port 0 stays 0.
+  std::optional<SocketAddress> Following(std::size_t ports) const;
 
   sockaddr_storage storage{};
   socklen_t size = sizeof(storage);

@@ -9,4 +9,7 @@ namespace virtualhub {
 /// that belongs to no valid sequence becomes U+FFFD.
 std::u16string ToUtf16(std::string_view utf8);
 
+/// And back. Each half of a surrogate pair without the other one becomes U+FFFD.
+std::string ToUtf8(std::u16string_view utf16);
+
 }  // namespace virtualhub

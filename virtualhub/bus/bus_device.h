@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -7,6 +8,8 @@
 #include "virtualhub/hub/hub_config.h"
 
 namespace virtualhub {
+
+struct CapturedStay;
 
 /// A HID node during one stay of its device on the bus, to which an open handle belongs. When the
 /// device comes back its node may have the same number, but it is another stay.
@@ -25,6 +28,7 @@ struct BusDevice {
   UsbIds ids;
   std::optional<std::string> productText;  ///< string 52, UTF-8
   ReportConfig reports;
+  std::shared_ptr<const CapturedStay> captured = {};  ///< of a device that repeats a capture
 };
 
 }  // namespace virtualhub

@@ -7,6 +7,8 @@
 
 namespace virtualhub {
 
+inline constexpr std::uint64_t kUsPerMs = 1000;
+
 /// Calendar time; month and day count from 1.
 struct CalendarTime {
   int year, month, day, hour, minute, second;

@@ -15,7 +15,6 @@ namespace virtualhub {
 
 namespace {
 
-constexpr std::uint64_t kUsPerMs = 1000;
 constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
 // As on the system that this is built for.
 constexpr InstanceNumbers kUsualNumbers = InstanceNumbers::QZ_USUAL_INSTANCE_NUMBERS;
@@ -32,6 +31,7 @@ Machine::Device::Device(const DeviceConfig& deviceConfig)
     : config(deviceConfig),
       port(deviceConfig.port),
       hub(deviceConfig.hub ? std::make_unique<Hub>(*deviceConfig.hub) : nullptr),
+      replay(deviceConfig.replay ? std::optional<Replay>(deviceConfig.replay) : std::nullopt),
       channel(deviceConfig.hub ? deviceConfig.hub->reports : deviceConfig.reports) {
   if (config.hub) config.reports = config.hub->reports;
   config.hub.reset();  // the hub holds its own configuration
@@ -155,6 +155,13 @@ void Machine::Arrive(Device& device, std::uint64_t atUs) {
     device.ids = {identity.vid, identity.pid};
     device.readyAtUs = atUs + device.hub->timing().readyMs * kUsPerMs;
   }
+  if (device.replay) {
+    const CapturedStay& stay = device.replay->stay();
+    device.ids = stay.ids;
+    device.config.reports = stay.reports;
+    device.channel = ReportChannel(stay.reports);
+    device.config.productText = stay.productText;
+  }
   UsbTree::Instance nodes = tree_.Attach(device.port, device.ids, device.config);
   try {
     byNode_[nodes.usb] = &device;
@@ -180,6 +187,7 @@ void Machine::Leave(Device& device) {
   ForgetNodes(device.nodes);
   hidNodes_.reset();
   tree_.Detach(device.nodes);
+  if (device.replay) device.replay->Leave();
 }
 
 void Machine::ForgetNodes(const UsbTree::Instance& nodes) {
@@ -207,12 +215,11 @@ void Machine::LosePower(Device& device, std::optional<std::uint32_t> returnMs,
   LosePlug(device, returnMs, port);
 }
 
-void Machine::StartReset(Device& device) {
+void Machine::StartReset(Device& device, std::uint64_t leaveUs, std::uint64_t awayUs) {
   const Fault* fault = faults_.Strike({.on = Fault::On::Reset, .device = device.config.name});
-  const HubTiming& timing = device.hub->timing();
-  device.leaveAtUs = clock_.NowUs() + timing.leaveMs * kUsPerMs;
+  device.leaveAtUs = clock_.NowUs() + leaveUs;
   Schedule(*device.leaveAtUs);
-  device.returnAtUs = *device.leaveAtUs + timing.returnMs * kUsPerMs;
+  device.returnAtUs = *device.leaveAtUs + awayUs;
   device.readyAtUs = kNever;
   if (fault == nullptr) return;
   if (fault->action == Fault::Action::Hold) Hold(device, fault->releaseMs);
@@ -328,9 +335,13 @@ std::optional<BusDevice> Machine::OnBus(std::string_view name) {
 
 BusDevice Machine::Describe(const Device& device) const {
   const DeviceConfig& config = device.config;
-  return {config.name,        {device.nodes.hid, device.stay},
-          device.port,        device.ids,
-          config.productText, config.reports};
+  return {config.name,
+          {device.nodes.hid, device.stay},
+          device.port,
+          device.ids,
+          config.productText,
+          config.reports,
+          device.replay ? device.replay->SharedStay() : nullptr};
 }
 
 bool Machine::IsPresent(const HidNode& node) {

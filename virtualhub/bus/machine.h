@@ -18,6 +18,7 @@
 #include "virtualhub/bus/faults.h"
 #include "virtualhub/bus/recorder.h"
 #include "virtualhub/bus/usb_tree.h"
+#include "virtualhub/capture/replay.h"
 #include "virtualhub/capture/usb_capture.h"
 #include "virtualhub/hub/hub.h"
 #include "virtualhub/hub/report_channel.h"
@@ -168,6 +169,7 @@ class Machine {
     DeviceConfig config;
     PortPath port;
     std::unique_ptr<Hub> hub;
+    std::optional<Replay> replay;
     ReportChannel channel;
     UsbTree::Instance nodes;
     std::uint64_t stay = 0;  ///< the last one, counted over all devices from 1
@@ -191,7 +193,7 @@ class Machine {
   BusDevice Describe(const Device& device) const;
   void SetOrder(const std::vector<std::string>& names);
   void StartCapture(const Scenario& scenario);
-  void StartReset(Device& device);
+  void StartReset(Device& device, std::uint64_t leaveUs, std::uint64_t awayUs);
   void ReadControl();
   void CarryOut(const std::string& controlLine);
   void PlugIn(Device& device, const std::string& port);
@@ -212,8 +214,9 @@ class Machine {
   std::optional<Result> Prevent(const Fault* fault, Device& device);
   Result DeliverOutput(Device& device, const Fault* fault, ByteView report, Effects& effects);
   Result DeliverInput(Device& device, const Fault* fault, MutableBytes report);
-  Result CarryOut(Device& device, const Fault* fault, const VendorRequest& request,
+  Result CarryOut(Device& device, const Fault* fault, const VendorRequest& request, ByteView report,
                   Effects& effects);
+  Result Repeat(Device& device, const Result& result);
   void RecordReport(Record::Kind kind, DevInst node, ByteView report, const Result& result);
   void RecordRequest(DevInst node, const VendorRequest& request, const Result& result);
 

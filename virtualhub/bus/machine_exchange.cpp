@@ -1,4 +1,6 @@
 // How a report gets to its device and back.
+#include <iostream>
+
 #include "virtualhub/bus/machine.h"
 
 namespace virtualhub {
@@ -8,7 +10,7 @@ Result Machine::RunExchange(bool output, const HidNode& node, ByteView report, B
                             Deliver deliver) {
   Exchange exchange{0, output, node.number, report};
   std::shared_ptr<const ExchangeHook> hook;
-  std::uint32_t latencyUs = 0;
+  std::uint64_t latencyUs = 0;
   bool present = false;
   UsbCapture::Transfer transfer;
   {
@@ -19,6 +21,7 @@ Result Machine::RunExchange(bool output, const HidNode& node, ByteView report, B
     const Device* device = OfHidNode(node);
     present = device != nullptr;
     if (present && device->hub) latencyUs = device->hub->timing().latencyUs;
+    if (present && device->replay) latencyUs = device->replay->NextUs();
     if (capture_) transfer = begin();
   }
   clock_.SleepUs(latencyUs);
@@ -50,7 +53,7 @@ Result Machine::RunExchange(bool output, const HidNode& node, ByteView report, B
           report.first(std::min<std::size_t>(device->config.reports.inputLength, report.size()));
     }
   }
-  clock_.SleepUs(std::uint64_t{effects.delayMs} * 1000);
+  clock_.SleepUs(effects.delayMs * kUsPerMs);
   if (capture_) {
     const std::lock_guard<std::mutex> guard(mutex_);
     capture_->End(transfer, result, input);
@@ -88,20 +91,23 @@ Result Machine::DeliverOutput(Device& device, const Fault* fault, ByteView repor
   if (double_) return double_->take(report);
   VendorRequest request;
   const Result decoded = device.channel.Decode(report, request);
-  if (!decoded.ok()) return decoded;
+  if (!decoded.ok()) {
+    return device.replay ? Repeat(device, device.replay->Output(report)) : decoded;
+  }
   const DevInst node = device.nodes.hid;
-  const Result result = CarryOut(device, fault, request, effects);
+  const Result result = CarryOut(device, fault, request, report, effects);
   RecordRequest(node, request, result);
   return result;
 }
 
 Result Machine::CarryOut(Device& device, const Fault* fault, const VendorRequest& request,
-                         Effects& effects) {
+                         ByteView report, Effects& effects) {
   const Fault* requestFault = faults_.Strike({.on = Fault::On::Request,
                                               .device = device.config.name,
                                               .requestType = request.type(),
                                               .request = request.request()});
   if (const auto prevented = Prevent(requestFault, device)) return *prevented;
+  if (device.replay) return Repeat(device, device.replay->Output(report));
   if (!device.hub || clock_.NowUs() < device.readyAtUs) return {Error::Stall};
   if (requestFault != nullptr) fault = requestFault;
 
@@ -114,13 +120,42 @@ Result Machine::CarryOut(Device& device, const Fault* fault, const VendorRequest
   const Result result = device.hub->Execute(request, answer, effects);
   if (!result.ok()) device.channel.DropAnswer();
   if (fault != nullptr) Garble(*fault, answer);
-  if (effects.reset) StartReset(device);
+  if (effects.reset) {
+    const HubTiming& timing = device.hub->timing();
+    StartReset(device, timing.leaveMs * kUsPerMs, timing.returnMs * kUsPerMs);
+  }
   if (effects.save) SaveState(device);
+  return result;
+}
+
+// After an exchange of a device out of a capture.
+Result Machine::Repeat(Device& device, const Result& result) {
+  if (const std::string& difference = device.replay->difference(); !difference.empty()) {
+    // In one piece, among what other processes write.
+    std::cerr << "virtualhub: " + device.config.name + ": " + difference + '\n' << std::flush;
+    if (recorder_.IsOn()) {
+      recorder_.Add({.kind = Record::Kind::Differs,
+                     .timeUs = clock_.NowUs(),
+                     .instance = device.nodes.hid,
+                     .text = difference});
+    }
+  }
+  if (device.replay->IsStayOver() && !device.leaveAtUs) {
+    // When a hub leaves is not in a capture, unless it leaves in the middle of an exchange.
+    constexpr std::uint64_t kUsualLeaveUs = HubTiming().leaveMs * kUsPerMs;
+    const auto away = device.replay->AwayUs();
+    const bool isCutOff = result.error == Error::CutOff;
+    const std::uint64_t leave =
+        isCutOff ? 0 : std::min(kUsualLeaveUs, away.value_or(kUsualLeaveUs * 2) / 2);
+    StartReset(device, leave, away.value_or(0) - leave);
+    if (!away) device.returnAtUs.reset();
+  }
   return result;
 }
 
 Result Machine::DeliverInput(Device& device, const Fault* fault, MutableBytes report) {
   if (double_) return double_->answer(report);
+  if (device.replay) return Repeat(device, device.replay->Input(report));
   if (!device.hub || clock_.NowUs() < device.readyAtUs) return {Error::Stall};
   const Result result = device.channel.Encode(report);
   if (result.ok() && fault != nullptr) {

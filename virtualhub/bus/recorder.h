@@ -22,13 +22,14 @@ struct Record {
     Input,    ///< an input report
     Request,  ///< the vendor request in the output report that follows in the record
     Debug,    ///< a text for a debugger
+    Differs,  ///< how the host differs from the capture that a device repeats
   };
 
   Kind kind;
   std::uint64_t timeUs = 0;
   DevInst instance = 0;                 ///< 0 when none is concerned
   std::optional<Service> service = {};  ///< Call
-  std::string text = {};                ///< Debug: UTF-8
+  std::string text = {};                ///< Debug, Differs: UTF-8
   std::uint32_t value = 0;              ///< Call: node or string index; Sleep: milliseconds
   Bytes data = {};  ///< Output, Input: the whole report; Request: its OUT data stage
   std::array<std::uint8_t, 11> setup{};  ///< Request: setup packet and I2C configuration

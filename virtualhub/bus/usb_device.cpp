@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "virtualhub/capture/captured_hub.h"
+
 namespace virtualhub {
 
 namespace {
@@ -11,6 +13,7 @@ constexpr Result kStall{Error::Stall};
 
 constexpr std::uint16_t kEndpointHalt = 0;
 constexpr std::uint8_t kSetFeature = 3;
+constexpr std::uint8_t kGetDescriptor = 6;
 constexpr std::uint8_t kInputReport = 1;
 constexpr std::uint8_t kOutputReport = 2;
 constexpr std::uint8_t kNumberedReport = 0xF0;
@@ -81,18 +84,30 @@ void UsbDevice::Enumerate() {
 Result UsbDevice::Control(const SetupPacket& setup, ByteView data, Bytes& answer) {
   answer.clear();
   if (!IsPresent()) return {Error::Gone};
+  if (GetCaptured(setup, answer)) return kDone;
   const Handler* handler = FindHandler(setup);
   if (handler == nullptr) return kStall;
   if (handler->stage == Handler::Stage::None && setup.length != 0) return kStall;
   if (!setup.IsIn() && data.size() != setup.length) return kStall;
-  if (handler->target == Handler::Target::Interface && (configuration_ == 0 || setup.index != 0)) {
-    // String and interface numbers share the field; only interface 0 exists.
+  const bool isThere = setup.index == 0 || device_.captured;
+  if (handler->target == Handler::Target::Interface && (configuration_ == 0 || !isThere)) {
+    // String and interface numbers share the field; only interface 0 exists, except in a capture.
     return kStall;
   }
   Result result = (this->*handler->run)(setup, data, answer);
   if (result.error == Error::BadReport) result = kStall;
   answer.resize(result.ok() ? std::min<std::size_t>(answer.size(), setup.length) : 0);
   return result;
+}
+
+// The descriptors of a captured device are its own, in whatever order a host asks for them.
+bool UsbDevice::GetCaptured(const SetupPacket& setup, Bytes& answer) const {
+  if (!device_.captured || setup.request != kGetDescriptor || !setup.IsIn()) return false;
+  const Bytes* const found = device_.captured->FindDescriptor(setup.type, setup.value, setup.index);
+  if (found == nullptr) return false;
+  answer.assign(found->begin(),
+                found->begin() + std::min<std::ptrdiff_t>(setup.length, std::ssize(*found)));
+  return true;
 }
 
 // ---- Standard requests --------------------------------------------------------------------------

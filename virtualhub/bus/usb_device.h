@@ -71,6 +71,7 @@ class UsbDevice {
   Result GetProtocol(const SetupPacket& setup, ByteView data, Bytes& answer);
   Result SetProtocol(const SetupPacket& setup, ByteView data, Bytes& answer);
 
+  bool GetCaptured(const SetupPacket& setup, Bytes& answer) const;
   void BusReset();
   /// Whether the interrupt endpoint with that address is halted; null when there is none now.
   bool* HaltOf(std::uint16_t endpoint);

@@ -2,12 +2,12 @@
 
 #include <string_view>
 
+#include "virtualhub/capture/pcapng_format.h"
+
 namespace virtualhub {
 
 namespace {
 
-constexpr std::uint32_t kSectionBlock = 0x0A0D0D0A, kInterfaceBlock = 1, kPacketBlock = 6;
-constexpr std::uint32_t kByteOrder = 0x1A2B3C4D;
 constexpr std::uint16_t kMajor = 1, kMinor = 0;
 constexpr std::uint16_t kApplication = 4;  // the option of a section that names its writer
 constexpr std::string_view kWriter = "virtual hub";

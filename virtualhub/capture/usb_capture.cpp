@@ -8,6 +8,8 @@
 #include "virtualhub/bus/clock.h"
 #include "virtualhub/bus/urb_status.h"
 #include "virtualhub/bus/usb_descriptors.h"
+#include "virtualhub/capture/captured_hub.h"
+#include "virtualhub/capture/usb_requests.h"
 
 namespace virtualhub {
 
@@ -16,18 +18,15 @@ namespace {
 constexpr char kSubmit = 'S', kComplete = 'C', kError = 'E';
 constexpr std::uint8_t kInterrupt = 1, kControl = 2;  // types of transfer
 constexpr std::uint8_t kLastAddress = 127;
-constexpr std::uint8_t kOfDevice = 0x00, kOfInterface = 0x01, kFromDevice = 0x80;
-constexpr std::uint8_t kGetDescriptor = 6, kSetConfiguration = 9;
-constexpr std::uint8_t kSetReport[] = {0x21, 9}, kGetReport[] = {0xA1, 1};
-constexpr std::uint8_t kInputReport = 1, kOutputReport = 2;
+constexpr std::uint8_t kFromDevice = 0x80;
 
 std::uint16_t ValueOf(DescriptorType type, std::uint8_t index = 0) {
   return static_cast<std::uint16_t>(static_cast<unsigned>(type) << 8 | index);
 }
 
-std::array<std::uint8_t, 8> Setup(std::uint8_t type, std::uint8_t request, std::uint16_t value,
-                                  std::uint16_t index, std::size_t length) {
-  Bytes setup{type, request};
+std::array<std::uint8_t, 8> Setup(std::uint16_t request, std::uint16_t value, std::uint16_t index,
+                                  std::size_t length) {
+  Bytes setup{static_cast<std::uint8_t>(request >> 8), static_cast<std::uint8_t>(request)};
   for (const std::size_t field : {std::size_t{value}, std::size_t{index}, length}) {
     AppendLittleEndian(setup, static_cast<std::uint16_t>(field));
   }
@@ -52,19 +51,20 @@ ByteView OnWire(ByteView report) {
 void UsbCapture::Arrive(const BusDevice& device) {
   const std::uint32_t bus = device.port.root;
   places_[device.hid.stay] = {bus, FreeAddress(bus), true};
-  const auto get = [&](std::uint8_t recipient, std::uint16_t value, std::uint16_t index,
-                       const Bytes& descriptor) {
-    GetDescriptor(device.hid, recipient, value, index, descriptor);
+  const auto get = [&](std::uint16_t value, std::uint16_t index, const Bytes& descriptor) {
+    const bool isReport = value == ValueOf(DescriptorType::Report);
+    GetDescriptor(device, isReport ? kGetInterfaceDescriptor : kGetDescriptor, value, index,
+                  descriptor);
   };
   using enum DescriptorType;
-  get(kOfDevice, ValueOf(Device), 0, DeviceDescriptor(device.ids));
-  get(kOfDevice, ValueOf(Configuration), 0, ConfigurationDescriptor(device.reports, Configuration));
-  get(kOfDevice, ValueOf(String), 0, LanguageDescriptor());
-  get(kOfDevice, ValueOf(String, kProductString), kLanguage, StringDescriptor(device.name));
-  get(kOfDevice, ValueOf(String, kManufacturerString), kLanguage, StringDescriptor(kManufacturer));
-  const auto configure = Setup(kOfDevice, kSetConfiguration, kConfigurationValue, 0, 0);
+  get(ValueOf(Device), 0, DeviceDescriptor(device.ids));
+  get(ValueOf(Configuration), 0, ConfigurationDescriptor(device.reports, Configuration));
+  get(ValueOf(String), 0, LanguageDescriptor());
+  get(ValueOf(String, kProductString), kLanguage, StringDescriptor(device.name));
+  get(ValueOf(String, kManufacturerString), kLanguage, StringDescriptor(kManufacturer));
+  const auto configure = Setup(kSetConfiguration, kConfigurationValue, 0, 0);
   End(BeginControl(device.hid, configure, {}), {}, {});
-  get(kOfInterface, ValueOf(Report), 0, ReportDescriptor(device.reports));
+  get(ValueOf(Report), 0, ReportDescriptor(device.reports));
 }
 
 void UsbCapture::Leave(const HidNode& node) {
@@ -85,11 +85,15 @@ std::uint8_t UsbCapture::FreeAddress(std::uint32_t bus) {
   return lastAddress_;
 }
 
-void UsbCapture::GetDescriptor(const HidNode& node, std::uint8_t recipient, std::uint16_t value,
-                               std::uint16_t index, const Bytes& descriptor) {
-  const auto type = static_cast<std::uint8_t>(kFromDevice | recipient);
-  const auto setup = Setup(type, kGetDescriptor, value, index, descriptor.size());
-  const Transfer transfer = BeginControl(node, setup, {});
+// A captured device keeps its own.
+void UsbCapture::GetDescriptor(const BusDevice& device, std::uint16_t request, std::uint16_t value,
+                               std::uint16_t index, const Bytes& made) {
+  const auto type = static_cast<std::uint8_t>(request >> 8);
+  const Bytes* const captured =
+      device.captured ? device.captured->FindDescriptor(type, value, index) : nullptr;
+  const Bytes& descriptor = captured != nullptr ? *captured : made;
+  const auto setup = Setup(request, value, index, descriptor.size());
+  const Transfer transfer = BeginControl(device.hid, setup, {});
   Write(transfer, kComplete, kUrbOk, transfer.length, descriptor);
 }
 
@@ -100,7 +104,7 @@ UsbCapture::Transfer UsbCapture::BeginOutput(const HidNode& node, OutputPipe pip
   const ByteView data = OnWire(report);
   if (pipe == OutputPipe::Control) {
     const std::uint16_t value = ReportValue(kOutputReport, report);
-    return BeginControl(node, Setup(kSetReport[0], kSetReport[1], value, 0, data.size()), data);
+    return BeginControl(node, Setup(kSetReport, value, 0, data.size()), data);
   }
   const Transfer transfer{.id = ++lastId_,
                           .node = node,
@@ -112,8 +116,7 @@ UsbCapture::Transfer UsbCapture::BeginOutput(const HidNode& node, OutputPipe pip
 
 UsbCapture::Transfer UsbCapture::BeginInput(const HidNode& node, ByteView buffer) {
   const std::uint16_t value = ReportValue(kInputReport, buffer);
-  return BeginControl(node, Setup(kGetReport[0], kGetReport[1], value, 0, OnWire(buffer).size()),
-                      {});
+  return BeginControl(node, Setup(kGetReport, value, 0, OnWire(buffer).size()), {});
 }
 
 UsbCapture::Transfer UsbCapture::BeginControl(const HidNode& node,

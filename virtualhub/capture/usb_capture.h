@@ -54,8 +54,8 @@ class UsbCapture {
   };
 
   std::uint8_t FreeAddress(std::uint32_t bus);
-  void GetDescriptor(const HidNode& node, std::uint8_t recipient, std::uint16_t value,
-                     std::uint16_t index, const Bytes& descriptor);
+  void GetDescriptor(const BusDevice& device, std::uint16_t request, std::uint16_t value,
+                     std::uint16_t index, const Bytes& made);
   Transfer BeginControl(const HidNode& node, std::array<std::uint8_t, 8> setup, ByteView data);
   void Write(const Transfer& transfer, char event, std::int32_t status, std::uint32_t length,
              ByteView data);

@@ -2,13 +2,9 @@
 
 namespace virtualhub {
 
-struct ReportChannel::Layout {
-  std::uint8_t outputId, inputId;
-  std::size_t headerLength;  // from byte 1 of the output report
-  std::size_t answerOffset;  // in the input report
-};
-
 namespace {
+
+constexpr ReportLayout kChannel1{0x00, 0x00, 64, 1}, kChannel2{0xF0, 0xF1, 63, 64};
 
 std::size_t Behind(std::size_t reportLength, std::size_t offset) {
   return reportLength > offset ? reportLength - offset : 0;
@@ -19,22 +15,24 @@ std::size_t Behind(std::size_t reportLength, std::size_t offset) {
 ReportChannel::ReportChannel(const ReportConfig& config)
     : config_(config), answer_(config.inputLength) {}
 
-const ReportChannel::Layout* ReportChannel::LayoutOf(std::uint8_t outputId) const {
-  static constexpr Layout kChannel1{0x00, 0x00, 64, 1};
-  static constexpr Layout kChannel2{0xF0, 0xF1, 63, 64};
-  if (config_.channel1 && outputId == kChannel1.outputId) return &kChannel1;
-  if (config_.channel2 && outputId == kChannel2.outputId) return &kChannel2;
-  return nullptr;
+const ReportLayout* ReportLayout::Of(std::uint8_t outputId) {
+  if (outputId == kChannel1.outputId) return &kChannel1;
+  return outputId == kChannel2.outputId ? &kChannel2 : nullptr;
+}
+
+bool ReportChannel::HasChannel(const ReportLayout& layout) const {
+  return layout.outputId == kChannel1.outputId ? config_.channel1 : config_.channel2;
 }
 
 Result ReportChannel::Decode(ByteView report, VendorRequest& request) {
-  const Layout* layout = report.empty() ? nullptr : LayoutOf(report[0]);
-  if (layout == nullptr || report.size() != config_.outputLength) return {Error::BadReport};
+  const ReportLayout* layout = report.empty() ? nullptr : ReportLayout::Of(report[0]);
+  if (layout == nullptr || !HasChannel(*layout) || report.size() != config_.outputLength) {
+    return {Error::BadReport};
+  }
   DropAnswer();
   layout_ = layout;
-  const std::size_t headerEnd = 1 + layout->headerLength;
-  if (report.size() < headerEnd) return {Error::Stall};
-  request = {report.subspan(1, layout->headerLength), report.subspan(headerEnd)};
+  if (report.size() < 1 + layout->headerLength) return {Error::Stall};
+  request = layout->RequestIn(report);
   const bool fits = request.IsIn() || request.length() <= request.dataArea.size();
   return {fits ? Error::None : Error::Stall};
 }

@@ -9,12 +9,25 @@
 
 namespace virtualhub {
 
+/// Where the parts of a request are in the reports of a channel. Channel 1: output report ID 0, 64
+/// header bytes, data from byte 65; answer in report ID 0 from byte 1. Channel 2: output report ID
+/// 0xF0, 63 header bytes, data from byte 64; answer in report ID 0xF1 from byte 64.
+struct ReportLayout {
+  std::uint8_t outputId, inputId;
+  std::size_t headerLength;  ///< from byte 1 of the output report
+  std::size_t answerOffset;  ///< in the input report
+
+  /// By the ID of the output report; null when no channel has it.
+  static const ReportLayout* Of(std::uint8_t outputId);
+
+  /// The request in an output report, which has its whole header.
+  VendorRequest RequestIn(ByteView report) const {
+    return {report.subspan(1, headerLength), report.subspan(1 + headerLength)};
+  }
+};
+
 /// The hub's end of its report channels. It keeps the answer of the last IN request until it is
 /// read or the next request comes.
-///
-/// Channel 1: output report ID 0, 64 header bytes, data from byte 65; answer in report ID 0 from
-/// byte 1. Channel 2: output report ID 0xF0, 63 header bytes, data from byte 64; answer in report
-/// ID 0xF1 from byte 64.
 class ReportChannel {
  public:
   explicit ReportChannel(const ReportConfig& config);
@@ -33,11 +46,10 @@ class ReportChannel {
   Result Encode(MutableBytes report);
 
  private:
-  struct Layout;
-  const Layout* LayoutOf(std::uint8_t outputId) const;
+  bool HasChannel(const ReportLayout& layout) const;
 
   ReportConfig config_;
-  const Layout* layout_ = nullptr;
+  const ReportLayout* layout_ = nullptr;
   Bytes answer_;
   std::optional<std::size_t> answerLength_;
 };

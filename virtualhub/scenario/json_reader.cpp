@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <optional>
 
 #include "virtualhub/scenario/scenario.h"
 
@@ -24,47 +25,47 @@ void JsonReader::Fail(const std::string& reason) const {
   throw ScenarioError((place_.empty() ? "/" : place_) + ": " + reason);
 }
 
-JsonReader JsonReader::Below(const nlohmann::json& value, const std::string& key) const {
-  return {value, place_ + "/" + key, asked_};
+JsonReader JsonReader::Below(const JsonValue& value, const std::string& key) const {
+  return {value, place_ + "/" + key};
 }
 
 void JsonReader::RejectUnread() const {
-  if (value_.is_array()) {
+  if (value_.kind == JsonValue::Kind::List) {
     for (const JsonReader& item : Items()) item.RejectUnread();
   }
-  if (!value_.is_object()) return;
-  for (const auto& [key, member] : value_.items()) {
-    if (!asked_->contains(&member)) Fail("unknown or unused key \"" + key + "\"");
-    Below(member, key).RejectUnread();
+  if (value_.kind != JsonValue::Kind::Object) return;
+  for (const JsonValue& member : value_.below) {
+    if (!member.wasAsked) Fail("unknown or unused key \"" + member.key + "\"");
+    Below(member, member.key).RejectUnread();
   }
 }
 
 bool JsonReader::Has(const char* key) const {
-  if (!value_.is_object()) Fail("an object is needed");
-  const auto member = value_.find(key);
-  if (member == value_.end()) return false;
-  asked_->insert(&*member);
+  if (value_.kind != JsonValue::Kind::Object) Fail("an object is needed");
+  const JsonValue* const member = value_.Find(key);
+  if (member == nullptr) return false;
+  member->wasAsked = true;
   return true;
 }
 
 JsonReader JsonReader::Member(const char* key) const {
   if (!Has(key)) Fail(std::string("\"") + key + "\" is missing");
-  return Below(value_.at(key), key);
+  return Below(*value_.Find(key), key);
 }
 
 std::vector<JsonReader> JsonReader::Items() const {
-  if (!value_.is_array()) Fail("an array is needed");
+  if (value_.kind != JsonValue::Kind::List) Fail("an array is needed");
   std::vector<JsonReader> items;
-  for (std::size_t i = 0; i < value_.size(); ++i) {
-    items.push_back(Below(value_.at(i), std::to_string(i)));
+  for (const JsonValue& item : value_.below) {
+    items.push_back(Below(item, std::to_string(items.size())));
   }
   return items;
 }
 
 std::uint64_t JsonReader::Number(std::uint64_t least, std::uint64_t most) const {
   std::optional<std::uint64_t> number;
-  if (value_.is_number_unsigned()) number = value_.get<std::uint64_t>();
-  if (value_.is_string()) number = ParseHexadecimal(value_.get<std::string>());
+  if (value_.kind == JsonValue::Kind::Number) number = value_.number;
+  if (value_.kind == JsonValue::Kind::Text) number = ParseHexadecimal(value_.text);
   if (!number) Fail("a non-negative integer or \"0x\" text is needed");
   if (*number < least || *number > most) {
     Fail(std::to_string(*number) + " is not between " + std::to_string(least) + " and " +
@@ -74,8 +75,8 @@ std::uint64_t JsonReader::Number(std::uint64_t least, std::uint64_t most) const 
 }
 
 std::string JsonReader::Text() const {
-  if (!value_.is_string()) Fail("a text is needed");
-  return value_.get<std::string>();
+  if (value_.kind != JsonValue::Kind::Text) Fail("a text is needed");
+  return value_.text;
 }
 
 std::vector<std::string> JsonReader::Texts() const {
@@ -93,8 +94,8 @@ std::ptrdiff_t JsonReader::IndexIn(const std::vector<std::string>& texts) const 
 }
 
 bool JsonReader::Flag() const {
-  if (!value_.is_boolean()) Fail("true or false is needed");
-  return value_.get<bool>();
+  if (value_.kind != JsonValue::Kind::Flag) Fail("true or false is needed");
+  return value_.number != 0;
 }
 
 }  // namespace virtualhub

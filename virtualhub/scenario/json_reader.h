@@ -4,24 +4,20 @@
 
 #include <initializer_list>
 #include <limits>
-#include <memory>
-#include <nlohmann/json.hpp>
-#include <optional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "virtualhub/scenario/json_value.h"
+
 namespace virtualhub {
 
 /// One JSON value and its place, a JSON pointer. Every function throws ScenarioError for a value of
-/// the wrong kind. The reads with a key leave `out` alone when the object has no such member. The
-/// readers of one document remember together which members they were asked for.
+/// the wrong kind. The reads with a key leave `out` alone when the object has no such member.
 class JsonReader {
  public:
   /// Of a whole document, which must live as long as its readers.
-  explicit JsonReader(const nlohmann::json& document)
-      : JsonReader(document, "", std::make_shared<Members>()) {}
+  explicit JsonReader(const JsonValue& document) : JsonReader(document, "") {}
 
   [[noreturn]] void Fail(const std::string& reason) const;
 
@@ -29,7 +25,7 @@ class JsonReader {
   void RejectUnread() const;
 
   bool Has(const char* key) const;
-  bool IsNull() const { return value_.is_null(); }
+  bool IsNull() const { return value_.kind == JsonValue::Kind::Null; }
   JsonReader Member(const char* key) const;
   std::vector<JsonReader> Items() const;
 
@@ -62,16 +58,12 @@ class JsonReader {
   }
 
  private:
-  using Members = std::set<const nlohmann::json*>;
-
-  JsonReader(const nlohmann::json& value, std::string place, std::shared_ptr<Members> asked)
-      : value_(value), place_(std::move(place)), asked_(std::move(asked)) {}
+  JsonReader(const JsonValue& value, std::string place) : value_(value), place_(std::move(place)) {}
   std::ptrdiff_t IndexIn(const std::vector<std::string>& texts) const;
-  JsonReader Below(const nlohmann::json& value, const std::string& key) const;
+  JsonReader Below(const JsonValue& value, const std::string& key) const;
 
-  const nlohmann::json& value_;
+  const JsonValue& value_;
   std::string place_;
-  std::shared_ptr<Members> asked_;
 };
 
 }  // namespace virtualhub

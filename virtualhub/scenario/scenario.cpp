@@ -4,6 +4,7 @@
 #include <set>
 
 #include "virtualhub/base/files.h"
+#include "virtualhub/capture/captured_hub.h"
 #include "virtualhub/hub/image.h"
 #include "virtualhub/scenario/json_reader.h"
 #include "virtualhub/scenario/scenario_fault.h"
@@ -52,13 +53,14 @@ void ReadHubNode(const JsonReader& in, Scenario& scenario) {
   }
 }
 
+std::optional<std::string> ReadNullable(const JsonReader& in) {
+  return in.IsNull() ? std::nullopt : std::optional(in.Text());
+}
+
 HostConfig ReadHost(const JsonReader& in) {
   HostConfig host;
   in.Flag("version_store", host.hasVersionStore);
-  if (in.Has("product_name")) {
-    const JsonReader name = in.Member("product_name");
-    host.productName = name.IsNull() ? std::nullopt : std::optional(name.Text());
-  }
+  if (in.Has("product_name")) host.productName = ReadNullable(in.Member("product_name"));
   in.Number("major", host.major);
   in.Number("minor", host.minor);
   in.Number("build", host.build);
@@ -88,12 +90,45 @@ std::string ReadName(const JsonReader& in) {
   return name;
 }
 
+std::vector<UsbAddress> ReadAddresses(const JsonReader& in) {
+  std::vector<UsbAddress> addresses;
+  for (const JsonReader& item : in.Items()) {
+    const auto address = ParseUsbAddress(item.Text());
+    if (!address) item.Fail("an address is written as \"1.7\": the bus and the device");
+    addresses.push_back(*address);
+  }
+  return addresses;
+}
+
+std::shared_ptr<const CapturedHub> ReadReplay(const JsonReader& in,
+                                              const std::filesystem::path& folder) {
+  const JsonReader file = in.Member("capture");
+  const std::string name = file.Text();
+  CapturedPart part;
+  if (in.Has("addresses")) part.addresses = ReadAddresses(in.Member("addresses"));
+  in.Number("first_frame", part.firstFrame);
+  const auto text = in.Has("product_text") ? ReadNullable(in.Member("product_text"))
+                                           : std::optional<std::string>(kDefaultProduct);
+  try {
+    auto hub = std::make_shared<CapturedHub>(ReadCapturedHub(folder / name, part));
+    for (CapturedStay& stay : hub->stays) {
+      if (in.Has("product_text") || !stay.productText) stay.productText = text;
+    }
+    return hub;
+  } catch (const std::runtime_error& error) {  // a FileError or CaptureError
+    file.Fail(name + " " + error.what());
+  }
+}
+
 void ReadKind(const JsonReader& in, const std::filesystem::path& folder, DeviceConfig& device) {
-  bool isHub = true;
-  in.Choice<bool>("kind", isHub, {{"hub", true}, {"other", false}});
-  if (isHub) {
+  enum class Kind { Hub, Other, Replay } kind = Kind::Hub;
+  in.Choice<Kind>("kind", kind,
+                  {{"hub", Kind::Hub}, {"other", Kind::Other}, {"replay", Kind::Replay}});
+  if (kind == Kind::Hub) {
     device.productText = kDefaultProduct;
     device.hub = ReadHub(in, folder);
+  } else if (kind == Kind::Replay) {
+    device.replay = ReadReplay(in, folder);
   } else {
     in.Number("vid", device.ids.vid);
     in.Number("pid", device.ids.pid);
@@ -148,10 +183,7 @@ DeviceConfig ReadDevice(const JsonReader& in, const std::filesystem::path& folde
   device.name = ReadName(in.Member("name"));
   device.port = ReadPort(in.Member("port"));
   in.Flag("plugged", device.plugged);
-  if (in.Has("product_text")) {
-    const JsonReader text = in.Member("product_text");
-    device.productText = text.IsNull() ? std::nullopt : std::optional(text.Text());
-  }
+  if (in.Has("product_text")) device.productText = ReadNullable(in.Member("product_text"));
   if (in.Has("usb")) device.usb = ReadNode(in.Member("usb"));
   if (in.Has("hid")) device.hid = ReadNode(in.Member("hid"));
   ReadParts(in, device);
@@ -221,21 +253,10 @@ Scenario ReadRoot(const JsonReader& in, const std::filesystem::path& folder) {
   return scenario;
 }
 
-// The parser's message without its leading "[json.exception...] ".
-std::string PlainMessage(const std::string& message) {
-  const std::size_t end = message.find("] ");
-  return end == std::string::npos ? message : message.substr(end + 2);
-}
-
 }  // namespace
 
 Scenario ReadScenario(const std::string& text, const std::filesystem::path& folder) {
-  nlohmann::json root;
-  try {
-    root = nlohmann::json::parse(text);
-  } catch (const nlohmann::json::exception& error) {
-    throw ScenarioError(PlainMessage(error.what()));
-  }
+  const JsonValue root = ParseJson(text);
   const JsonReader in(root);
   Scenario scenario = ReadRoot(in, folder);
   in.RejectUnread();

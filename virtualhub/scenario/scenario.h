@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -15,15 +16,18 @@
 
 namespace virtualhub {
 
-/// One HID device: a hub, or another device, which stalls every report.
+struct CapturedHub;
+
+/// One HID device: a hub, one out of a capture, or another device, which stalls every report.
 struct DeviceConfig : DeviceNodes {
   std::string name;
   PortPath port;
   bool plugged = true;
   std::optional<std::string> productText;  ///< string 52
   std::optional<HubConfig> hub;
-  UsbIds ids;            ///< of a device that is not a hub
-  ReportConfig reports;  ///< of a device that is not a hub
+  std::shared_ptr<const CapturedHub> replay;
+  UsbIds ids;            ///< of a device that is neither
+  ReportConfig reports;  ///< of a device that is neither
 };
 
 enum class HostArchitecture { OfTheBuild, Unknown, X86, X64, Arm64 };

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <sstream>
 
@@ -17,7 +16,7 @@ namespace qzhid {
 
 namespace {
 
-constexpr std::streamoff kLongestLog = 4 << 20;  // of a log, the end
+constexpr std::size_t kLongestLog = 4 << 20;  // of a log, the end
 
 bool IsZip(const std::string& file) { return file.ends_with(".zip"); }
 bool IsTarGz(const std::string& file) {
@@ -31,23 +30,19 @@ Failure CannotRead(const std::string& log) {
 
 /// The end of a log, from the beginning of a line on.
 std::string ReadEnd(const std::string& log) {
-  std::ifstream file(log, std::ios::binary | std::ios::ate);
-  std::error_code error;
-  if (!file || std::filesystem::is_directory(log, error)) throw CannotRead(log);
-  const std::streamoff size = file.tellg();
-  const std::streamoff start = std::max<std::streamoff>(0, size - kLongestLog);
-  file.seekg(start);
-  std::string text(static_cast<std::size_t>(size - start), '\0');
-  file.read(text.data(), static_cast<std::streamsize>(text.size()));
-  text.resize(static_cast<std::size_t>(file.gcount()));
-  const std::size_t end = start > 0 ? text.find('\n') : std::string::npos;
-  return end == std::string::npos ? text : text.substr(end + 1);
+  try {
+    const auto [start, text] = tools::ReadFileEnd(log, kLongestLog);
+    const std::size_t end = start > 0 ? text.find('\n') : std::string::npos;
+    return end == std::string::npos ? text : text.substr(end + 1);
+  } catch (const tools::FileError&) {
+    throw CannotRead(log);
+  }
 }
 
 std::string ExplainText(const std::string& name, const std::string& log) {
   std::istringstream stream(log);
   try {
-    return TextReport({ReadLog(name, stream)});
+    return TextReport({ReadLog(name, "", stream)});
   } catch (const Failure& failure) {
     return std::string(failure.what()) + '\n';
   }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "qzhid/location.h"
+
 namespace qzhid {
 
 namespace {
@@ -16,23 +18,15 @@ bool IsWordPart(char c) {
          static_cast<unsigned char>(c) >= 0x80;
 }
 
-std::string Lower(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return lower;
-}
-
 /// Replaces whole words, in upper and lower case.
 std::string ReplaceWord(const std::string& text, const std::string& word, const std::string& by) {
-  const std::string wanted = Lower(word), lower = Lower(text);
+  const std::string wanted = Upper(word), upper = Upper(text);
   std::string result;
   std::size_t done = 0;
-  for (std::size_t at = 0; (at = lower.find(wanted, at)) != std::string::npos;) {
+  for (std::size_t at = 0; (at = upper.find(wanted, at)) != std::string::npos;) {
     const std::size_t end = at + wanted.size();
-    const bool isWhole = (at == 0 || !IsWordPart(lower[at - 1]) || !IsWordPart(wanted.front())) &&
-                         (end == lower.size() || !IsWordPart(lower[end]));
+    const bool isWhole = (at == 0 || !IsWordPart(upper[at - 1]) || !IsWordPart(wanted.front())) &&
+                         (end == upper.size() || !IsWordPart(upper[end]));
     at = isWhole ? end : at + 1;
     if (!isWhole) continue;
     result.append(text, done, end - wanted.size() - done).append(by);
@@ -44,10 +38,10 @@ std::string ReplaceWord(const std::string& text, const std::string& word, const 
 /// Replaces what follows a marker, up to one of the ends.
 std::string ReplaceAfter(const std::string& text, std::string_view marker, std::string_view ends,
                          const std::string& by) {
-  const std::string wanted = Lower(marker), lower = Lower(text);
+  const std::string wanted = Upper(std::string(marker)), upper = Upper(text);
   std::string result;
   std::size_t done = 0;
-  for (std::size_t at = 0; (at = lower.find(wanted, at)) != std::string::npos;) {
+  for (std::size_t at = 0; (at = upper.find(wanted, at)) != std::string::npos;) {
     at += wanted.size();
     const std::size_t end = std::min(text.find_first_of(ends, at), text.size());
     if (end == at) continue;

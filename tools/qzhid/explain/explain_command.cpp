@@ -6,12 +6,14 @@
 
 #include "common/files.h"
 #include "qzhid/commands.h"
+#include "qzhid/explain/capture_account.h"
 #include "qzhid/explain/html_report.h"
 #include "qzhid/explain/json_report.h"
 #include "qzhid/explain/text_report.h"
 #include "qzhid/host.h"
 #include "qzhid/options.h"
 #include "qzhid/system.h"
+#include "virtualhub/capture/capture_file.h"
 
 namespace qzhid {
 
@@ -22,21 +24,32 @@ struct ExplainOptions {
   std::string page;
 };
 
+/// A log or a capture, as its beginning shows.
+LogAccount ReadAccount(const std::string& file, std::istream& stream) {
+  constexpr std::size_t kMagic = 4;
+  std::string text(kMagic, '\0');
+  stream.read(text.data(), static_cast<std::streamsize>(text.size()));
+  text.resize(static_cast<std::size_t>(stream.gcount()));
+  const virtualhub::ByteView bytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+  if (virtualhub::CaptureFile::IsCapture(bytes)) return ReadCapture(file, bytes, stream);
+  return ReadLog(file, text, stream);
+}
+
 LogAccount ReadNamedLog(const std::string& file) {
   if (file == "-") {
     system::PassBytesUnchanged(system::Stream::Input);
-    return ReadLog("standard input", std::cin);
+    return ReadAccount("standard input", std::cin);
   }
   std::error_code error;
   if (std::filesystem::is_directory(file, error)) {
-    throw Failure(Exit::Failed, file + " is a folder", "", "name a log file in it");
+    throw Failure(Exit::Failed, file + " is a folder", "", "name a file in it");
   }
   std::ifstream stream(file, std::ios::binary);
   if (!stream) {
-    throw Failure(Exit::Failed, "the log " + file + " cannot be read", "",
+    throw Failure(Exit::Failed, "the file " + file + " cannot be read", "",
                   "name a file that exists and that you have permission to read");
   }
-  return ReadLog(file, stream);
+  return ReadAccount(file, stream);
 }
 
 void WritePage(const std::string& file, const std::string& page) {
@@ -59,14 +72,16 @@ void RunExplain(Host& host, const ExplainOptions& options) {
 }  // namespace
 
 void AddExplainCommand(CLI::App& app, Host& host) {
-  CLI::App* command = app.add_subcommand("explain", "say what happened, from the library's log");
+  CLI::App* command = app.add_subcommand("explain", "say what happened, from a log or capture");
   const auto options = std::make_shared<ExplainOptions>();
-  command->add_option("FILE", options->logs, "a log of the library; - for standard input")
+  command
+      ->add_option("FILE", options->logs,
+                   "a log of the library or a USB capture; - for standard input")
       ->required();
   command->add_option("--html", options->page, "write it as a page for a browser to this file, too")
       ->option_text("FILE");
   AddExamples(*command, {"qzhid explain update.log", "qzhid explain *.log --html account.html",
-                         "qzhid explain - < info.txt"});
+                         "qzhid explain - < info.txt", "qzhid explain hub.pcapng"});
   command->callback([&host, options] { RunExplain(host, *options); });
 }
 

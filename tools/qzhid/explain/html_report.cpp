@@ -47,22 +47,22 @@ std::string Row(const char* name, const std::string& text) {
          "</td></tr>\n";
 }
 
-std::string SecondsText(std::int64_t seconds) { return std::to_string(seconds) + " s"; }
-
-/// The steps of a job as bars as long as they took. Times are whole seconds, so that many steps
-/// take none; these can be seen, too.
-std::string Timeline(const Job& job) {
-  constexpr double kWidth = 1000, kShortest = 0.25;
+/// The steps of a job as bars as long as they took. Times of a log are whole seconds, so that many
+/// steps take none; these can be seen, too.
+std::string Timeline(const Session& session, const Job& job) {
+  constexpr double kWidth = 1000;
+  const double shortest =
+      session.isCapture ? static_cast<double>(job.end - job.begin) / 100 : 250'000;
   double all = 0;
   for (const StepTime& step : job.steps) {
-    all += std::max(kShortest, static_cast<double>(step.end - step.begin));
+    all += std::max(shortest, static_cast<double>(step.end - step.begin));
   }
   const Step failed = IsProblem(job) ? FailedStep(job) : Step::None;
   std::string bars;
   double left = 0;
   for (const StepTime& step : job.steps) {
-    const double seconds = static_cast<double>(step.end - step.begin);
-    const double width = std::max(kShortest, seconds) / all * kWidth;
+    const double took = static_cast<double>(step.end - step.begin);
+    const double width = all > 0 ? std::max(shortest, took) / all * kWidth : 0;
     // Of several steps of a kind the last one failed.
     const bool isLast = std::none_of(&step + 1, job.steps.data() + job.steps.size(),
                                      [&](const StepTime& later) { return later.step == failed; });
@@ -72,7 +72,7 @@ std::string Timeline(const Job& job) {
     std::snprintf(place, sizeof(place), "<rect class=\"%s\" x=\"%.1f\" y=\"4\" width=\"%.1f\" ",
                   kind, left, width);
     bars += std::string(place) + "height=\"26\"><title>" + NameOf(step.step) + ", " +
-            SecondsText(step.end - step.begin) + "</title></rect>\n";
+            DurationText(session, step.end - step.begin) + "</title></rect>\n";
     left += width;
   }
   return "<svg viewBox=\"0 0 1000 34\" preserveAspectRatio=\"none\" role=\"img\" "
@@ -81,11 +81,11 @@ std::string Timeline(const Job& job) {
          bars + "</svg>\n";
 }
 
-std::string StepTable(const Job& job) {
+std::string StepTable(const Session& session, const Job& job) {
   std::string rows;
   for (const StepTime& step : job.steps) {
     rows += "<tr><td>" + TimeText(step.begin) + "</td><td>" + NameOf(step.step) + "</td><td>" +
-            SecondsText(step.end - step.begin) + "</td></tr>\n";
+            DurationText(session, step.end - step.begin) + "</td></tr>\n";
   }
   return "<table>\n<tr><th scope=\"col\">Begin</th><th scope=\"col\">Step</th><th "
          "scope=\"col\">Took</th></tr>\n" +
@@ -99,7 +99,8 @@ std::string ProblemPart(const Session& session, const Job& job) {
   if (!why.advice.empty())
     part += "<p><b>What to do:</b> " + tools::EscapeHtml(why.advice) + "</p>\n";
   if (job.trouble) {
-    part += "<p>Line " + std::to_string(job.trouble->number) + ": <code>" +
+    part += std::string("<p>") + (session.isCapture ? "Frame " : "Line ") +
+            std::to_string(job.trouble->number) + ": <code>" +
             tools::EscapeHtml(job.trouble->text) + "</code></p>\n";
   }
   return part + "</div>\n";
@@ -111,7 +112,7 @@ std::string JobPart(const Session& session, const Job& job) {
   const std::string kind = job.result == Result::Empty ? "empty" : name;
   std::string part = "<div class=\"job\">\n<p>" + TimeText(job.begin) + " <b>" +
                      tools::EscapeHtml(TitleOf(job)) + "</b>: <span class=\"" + kind + "\">" +
-                     name + "</span> after " + SecondsText(job.end - job.begin);
+                     name + "</span> after " + DurationText(session, job.end - job.begin);
   if (!job.hub.empty()) part += ", hub " + tools::EscapeHtml(job.hub);
   if (job.isInLoader.value_or(false)) {
     part += " in its loader";
@@ -119,16 +120,19 @@ std::string JobPart(const Session& session, const Job& job) {
     part += " running " + tools::EscapeHtml(job.version);
   }
   part += "</p>\n";
-  if (isUpdate && !job.steps.empty()) part += Timeline(job) + StepTable(job);
+  if (isUpdate && !job.steps.empty()) part += Timeline(session, job) + StepTable(session, job);
   if (IsProblem(job)) part += ProblemPart(session, job);
   return part + "</div>\n";
 }
 
 std::string SessionPart(const Session& session) {
   std::string part =
-      Element("h2", "Session from " + TimeText(session.begin)) + "<table>\n" +
-      Row("File", session.file + ", from line " + std::to_string(session.firstLine)) +
+      Element("h2", "Session from " + TimeText(session.begin) + (session.isCapture ? " UTC" : "")) +
+      "<table>\n" +
+      Row("File",
+          session.file + ", from " + UnitOf(session) + " " + std::to_string(session.firstLine)) +
       Row("Host", HostText(session));
+  if (session.isCapture) part += Row("Hub", "at " + AddressesOf(session));
   if (!session.built.empty()) part += Row("Library built", session.built);
   for (const ListedHub& hub : session.hubs) {
     part += Row("Hub", hub.ids + " on port " + std::to_string(hub.port) + ", level " +

@@ -10,8 +10,6 @@ namespace qzhid {
 
 namespace {
 
-constexpr std::uint64_t kMostJobs = 2000;      // of a log that are kept, while they went well
-constexpr std::uint64_t kMostFailures = 5000;  // and otherwise
 constexpr std::uint16_t kDriveKey = 0x400C, kReadGpioKey = 0xC004;
 
 /// Whether a line begins a call, whatever was before it.
@@ -37,7 +35,7 @@ void JobTracker::Take(const LogEvent& event) {
   if (event.line->sign == Sign::Host) TakeHost(event);
   Session& session = log_.session;
   session.level = std::min(session.level, event.line->level);
-  session.end = event.seconds;
+  session.end = event.timeUs;
   if (event.isWindows) log_.lineEnds = System::Windows;
   if (event.line->nature == Nature::Harmless) ++session.harmless[event.line];
   if (ContinueRequest(event)) return;
@@ -74,7 +72,7 @@ void JobTracker::BeginSession(const LogEvent& event) {
   hasSession_ = true;
   log_.session = {};
   log_.session.file = file_;
-  log_.session.begin = log_.session.end = event.seconds;
+  log_.session.begin = log_.session.end = event.timeUs;
   log_.session.firstLine = event.number;
   log_.pointers = log_.lineEnds = System::Unknown;
   log_.devices.Forget();
@@ -129,18 +127,7 @@ void JobTracker::SwitchJob(const LogEvent& event) {
 void JobTracker::EndJob() {
   if (!job_) return;
   std::optional<Job> job = std::exchange(job_, nullptr)->End();
-  if (job) Keep(std::move(*job));
-}
-
-void JobTracker::Keep(Job&& job) {
-  const bool isFine = job.result == Result::Done || job.result == Result::Empty;
-  if (keptJobs_ >= (isFine ? kMostJobs : kMostFailures)) {
-    ++log_.session.omittedJobs;
-    if (!isFine) ++log_.session.omittedProblems;
-    return;
-  }
-  ++keptJobs_;
-  log_.session.jobs.push_back(std::move(job));
+  if (job) keeper_.Keep(log_.session, std::move(*job));
 }
 
 /// Another thread's call while an update runs, which goes on.
@@ -148,11 +135,11 @@ void JobTracker::KeepRefused(const LogEvent& event) {
   Job job;
   job.call = event.name;
   job.result = Result::Failed;
-  job.begin = job.end = event.seconds;
+  job.begin = job.end = event.timeUs;
   job.firstLine = job.lastLine = event.number;
   job.trouble = TroubleOf(event);
   job.trouble->step = Step::Request;
-  Keep(std::move(job));
+  keeper_.Keep(log_.session, std::move(job));
 }
 
 /// The calls that read and drive GPIO lines log nothing of their own.
@@ -165,11 +152,11 @@ void JobTracker::KeepGpio() {
   job.call = key == kDriveKey ? "QZ_HidGPIOW" : "QZ_HidGPIOR";
   job.result = Result::Failed;
   job.isDetailed = true;
-  job.begin = job.end = request_->seconds;
+  job.begin = job.end = request_->timeUs;
   job.firstLine = job.lastLine = request_->number;
   job.trouble = std::exchange(request_, std::nullopt);
   job.trouble->step = Step::Request;
-  Keep(std::move(job));
+  keeper_.Keep(log_.session, std::move(job));
 }
 
 /// Takes the lines that only describe a request which failed.

@@ -33,7 +33,6 @@ class JobTracker {
   void SwitchJob(const LogEvent& event);
   std::string CallOf(const LogEvent& event) const;
   void EndJob();
-  void Keep(Job&& job);
   void KeepRefused(const LogEvent& event);
 
   // Requests that failed, and openings.
@@ -46,7 +45,7 @@ class JobTracker {
   Receiver receiver_;
   bool hasSession_ = false;
   RunningSession log_;
-  std::uint64_t keptJobs_ = 0;
+  JobKeeper keeper_;
   std::unique_ptr<RunningJob> job_;
   std::optional<Trouble> request_;  ///< that failed, while its lines are read
 };

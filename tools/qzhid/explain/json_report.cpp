@@ -15,6 +15,11 @@ const char* NameOf(System system) {
   return kNames[static_cast<std::size_t>(system)];
 }
 
+/// Null for a log, which has no more than seconds.
+Json Milliseconds(const Session& session, std::int64_t durationUs) {
+  return session.isCapture ? Json(durationUs / 1000) : Json();
+}
+
 Json ToJson(const LoggedRequest& request) {
   return {{"request", CodeOf(request)},
           {"meaning", OrNull(MeaningOf(request))},
@@ -54,13 +59,15 @@ Json ToJson(const Session& session, const Job& job) {
   for (const StepTime& step : job.steps) {
     steps.push_back({{"step", NameOf(step.step)},
                      {"begin", TimeText(step.begin)},
-                     {"seconds", step.end - step.begin}});
+                     {"seconds", (step.end - step.begin) / kUsPerSecond},
+                     {"milliseconds", Milliseconds(session, step.end - step.begin)}});
   }
   return {{"call", OrNull(job.call)},
           {"title", TitleOf(job)},
           {"result", NameOf(job.result)},
           {"begin", TimeText(job.begin)},
-          {"seconds", job.end - job.begin},
+          {"seconds", (job.end - job.begin) / kUsPerSecond},
+          {"milliseconds", Milliseconds(session, job.end - job.begin)},
           {"first_line", job.firstLine},
           {"last_line", job.lastLine},
           {"hub", OrNull(job.hub)},
@@ -85,6 +92,7 @@ Json ToJson(const Session& session) {
           {"library_built", OrNull(session.built)},
           {"level", session.level},
           {"hubs", hubs},
+          {"addresses", session.addresses},
           {"jobs", jobs},
           {"omitted_jobs", session.omittedJobs}};
 }
@@ -93,6 +101,7 @@ Json ToJson(const LogAccount& account) {
   Json sessions = Json::array();
   for (const Session& session : account.sessions) sessions.push_back(ToJson(session));
   return {{"file", account.file},
+          {"kind", account.isCapture ? "capture" : "log"},
           {"lines", account.shape.events},
           {"unknown_lines", account.shape.unknown},
           {"cut_at_start", account.shape.isCutAtStart},

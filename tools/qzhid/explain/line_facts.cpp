@@ -63,7 +63,7 @@ Trouble TroubleOf(const LogEvent& event) {
   trouble.line = event.line;
   trouble.text = ShortText(event.text);
   trouble.number = event.number;
-  trouble.seconds = event.seconds;
+  trouble.timeUs = event.timeUs;
   trouble.codeKind = event.line->code;
   if (trouble.codeKind != CodeKind::None && event.values.count > 0) {
     trouble.code = event.values.Number(0);

@@ -29,6 +29,8 @@ void CheckShape(const std::string& file, const LogShape& shape) {
   }
 }
 
+}  // namespace
+
 void KeepSession(LogAccount& account, Session&& session) {
   for (const auto& [line, count] : session.harmless) account.harmless[line] += count;
   session.harmless.clear();
@@ -40,6 +42,8 @@ void KeepSession(LogAccount& account, Session&& session) {
     ++account.omittedSessions;
   }
 }
+
+namespace {
 
 std::string InStep(Step step) {
   if (step == Step::None) return "In a step that this log does not show";
@@ -81,12 +85,22 @@ std::string WaitText(const Trouble& trouble, const std::string& code) {
   return " No scan found it.";
 }
 
+std::string WhatOfEnd(const Session& session, const Job& job) {
+  const std::string where = InStep(FailedStep(job));
+  if (!session.isCapture) {
+    return where + " the log ends: the program ended there, or the log is cut.";
+  }
+  if (job.result == Result::Failed) return where + " the host gave up; no request had failed.";
+  return where + " the capture ends" +
+         (IsWait(FailedStep(job)) ? ", and the hub has not come back."
+                                  : ": the program ended there, or the capture is cut.");
+}
+
 std::string WhatOf(const Session& session, const Job& job) {
   const Step step = FailedStep(job);
-  if (!job.trouble) {
-    return InStep(step) + " the log ends: the program ended there, or the log is cut.";
-  }
+  if (!job.trouble) return WhatOfEnd(session, job);
   const Trouble& trouble = *job.trouble;
+  if (!trouble.what.empty()) return InStep(step) + " " + trouble.what + ProgressOf(trouble);
   const std::string code =
       trouble.code ? ErrorText(session.system, trouble.codeKind, *trouble.code) : "";
   const Sign sign = trouble.line->sign;
@@ -206,12 +220,13 @@ std::string AdviceFor(const Session& session, const Job& job) {
 
 }  // namespace
 
-LogAccount ReadLog(const std::string& file, std::istream& stream) {
+LogAccount ReadLog(const std::string& file, std::string_view beginning, std::istream& stream) {
   static const LogPatterns patterns;
   LogAccount account;
   account.file = file;
   JobTracker tracker(file, [&](Session&& session) { KeepSession(account, std::move(session)); });
   LogReader reader(patterns, [&](const LogEvent& event) { tracker.Take(event); });
+  reader.Take(beginning);
   std::string piece(kPiece, '\0');
   while (stream) {
     stream.read(piece.data(), static_cast<std::streamsize>(piece.size()));
@@ -290,9 +305,26 @@ std::string HostText(const Session& session) {
   return session.system == System::Linux ? "Linux, as handles show" : "not logged";
 }
 
-std::string TimeText(std::int64_t seconds) {
+std::string AddressesOf(const Session& session) {
+  std::string text;
+  for (const std::string& address : session.addresses) {
+    text += (text.empty() ? "" : ", ") + address;
+  }
+  return text;
+}
+
+const char* UnitOf(const Session& session) { return session.isCapture ? "frame" : "line"; }
+
+std::string DurationText(const Session& session, std::int64_t durationUs) {
+  char text[40] = {};
+  std::snprintf(text, sizeof(text), session.isCapture ? "%.3f s" : "%.0f s",
+                static_cast<double>(durationUs) / kUsPerSecond);
+  return text;
+}
+
+std::string TimeText(std::int64_t timeUs) {
   using namespace std::chrono;
-  const sys_seconds time{std::chrono::seconds(seconds)};
+  const auto time = floor<seconds>(sys_time<microseconds>{microseconds(timeUs)});
   const auto day = floor<days>(time);
   const year_month_day date(day);
   const hh_mm_ss clock(time - day);

@@ -4,6 +4,7 @@
 #include <istream>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "qzhid/explain/log_jobs.h"
@@ -11,9 +12,10 @@
 
 namespace qzhid {
 
-/// What is known about one log.
+/// What is known about one log or capture.
 struct LogAccount {
   std::string file;
+  bool isCapture = false;
   LogShape shape;
   std::vector<Session> sessions;
   std::uint64_t omittedSessions = 0;                 ///< that are not in `sessions`
@@ -21,8 +23,12 @@ struct LogAccount {
   std::map<const LogLine*, std::uint64_t> harmless;  ///< lines that look like failures
 };
 
-/// Reads a log to its end, of whatever size. Throws Failure when it is no log of the library.
-LogAccount ReadLog(const std::string& file, std::istream& stream);
+/// Reads a log to its end, of whatever size. `beginning` is what was read of it before. Throws
+/// Failure when it is no log of the library.
+LogAccount ReadLog(const std::string& file, std::string_view beginning, std::istream& stream);
+
+/// Takes a session that has ended into the account.
+void KeepSession(LogAccount& account, Session&& session);
 
 /// Whether something went wrong in the call. A listing that finds nothing has not failed.
 bool IsProblem(const Job& job);
@@ -56,6 +62,15 @@ std::vector<HarmlessLine> HarmlessLines(const std::vector<LogAccount>& accounts)
 std::string HostText(const Session& session);
 
 /// "2024-03-07 09:05:02".
-std::string TimeText(std::int64_t seconds);
+std::string TimeText(std::int64_t timeUs);
+
+/// "3 s" of a log, which has no more, and "2.750 s" of a capture.
+std::string DurationText(const Session& session, std::int64_t durationUs);
+
+/// Where the hub of a capture was: "1.7, 1.8".
+std::string AddressesOf(const Session& session);
+
+/// What the account counts: "line" or "frame".
+const char* UnitOf(const Session& session);
 
 }  // namespace qzhid

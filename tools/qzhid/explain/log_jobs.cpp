@@ -34,6 +34,9 @@ constexpr CallTitle kTitles[] = {
     {"QZ_HidSetHubGPIO", "set a GPIO line"},
 };
 
+constexpr std::uint64_t kMostJobs = 2000;      // that are kept, while they went well
+constexpr std::uint64_t kMostFailures = 5000;  // and otherwise
+
 }  // namespace
 
 bool IsListing(const std::string& call) { return call.starts_with(kListCall); }
@@ -73,11 +76,23 @@ Step FailedStep(const Job& job) {
 }
 
 std::string TitleOf(const Job& job) {
+  if (!job.title.empty()) return job.title;
   if (job.call.empty()) return "a call that the log does not name";
   const auto* const found =
       std::find_if(std::begin(kTitles), std::end(kTitles),
                    [&](const CallTitle& title) { return job.call == title.first; });
   return found != std::end(kTitles) ? found->second : job.call;
+}
+
+void JobKeeper::Keep(Session& session, Job&& job) {
+  const bool isFine = job.result == Result::Done || job.result == Result::Empty;
+  if (kept_ >= (isFine ? kMostJobs : kMostFailures)) {
+    ++session.omittedJobs;
+    if (!isFine) ++session.omittedProblems;
+    return;
+  }
+  ++kept_;
+  session.jobs.push_back(std::move(job));
 }
 
 }  // namespace qzhid

@@ -12,6 +12,8 @@
 
 namespace qzhid {
 
+inline constexpr std::int64_t kUsPerSecond = 1'000'000;
+
 // Calls whose lines are read in a way of their own.
 inline constexpr const char* kUpdateCall = "QZ_UpdateDev";
 inline constexpr const char* kOpenCall = "QZ_OpenHid";
@@ -80,18 +82,19 @@ struct WaitFacts {
   std::string wanted;         ///< and where it should be
 };
 
-/// The first thing that went wrong in a call.
+/// The first thing that went wrong in a call. Times are in microseconds since 1970, here and below.
 struct Trouble {
   Step step = Step::None;
-  const LogLine* line = nullptr;
-  std::string text;          ///< of the line, as logged
-  std::uint64_t number = 0;  ///< of the line in the file
-  std::int64_t seconds = 0;
+  const LogLine* line = nullptr;  ///< of a capture: the one that the library logs then
+  std::string text;               ///< of the line, as logged; of a capture: the transfer
+  std::uint64_t number = 0;       ///< of the line or frame in the file
+  std::int64_t timeUs = 0;
   std::optional<std::uint32_t> code;
   CodeKind codeKind = CodeKind::None;
   bool isAnswer = false;  ///< the request was sent, and its answer not read
   std::optional<LoggedRequest> request;
   WaitFacts wait;
+  std::string what;  ///< in a sentence, when only a capture shows it
 };
 
 struct StepTime {
@@ -101,7 +104,8 @@ struct StepTime {
 
 /// One call of an export.
 struct Job {
-  std::string call;  ///< the export; empty when the log does not show which
+  std::string call;   ///< the export; empty when the log does not show which
+  std::string title;  ///< what a capture shows of another call
   Result result = Result::Unclear;
   std::int64_t begin = 0, end = 0;
   std::uint64_t firstLine = 0, lastLine = 0;
@@ -131,11 +135,14 @@ struct ListedHub {
   bool operator==(const ListedHub&) const = default;
 };
 
-/// What one process has logged, as far as the log shows where it begins.
+/// What one process has logged, as far as the log shows where it begins; or what one hub did in a
+/// capture, which counts frames instead of lines, in UTC.
 struct Session {
   std::string file;
-  std::string host;   ///< the system, as logged; empty if it is not
-  std::string built;  ///< when the library was built
+  bool isCapture = false;
+  std::vector<std::string> addresses;  ///< of a capture: "1.7", where the hub was
+  std::string host;                    ///< the system, as logged; empty if it is not
+  std::string built;                   ///< when the library was built
   System system = System::Unknown;
   int level = 3;  ///< of its lines, the lowest
   std::int64_t begin = 0, end = 0;
@@ -145,6 +152,16 @@ struct Session {
   std::uint64_t omittedJobs = 0;                     ///< that are not in `jobs`
   std::uint64_t omittedProblems = 0;                 ///< of these, those that failed
   std::map<const LogLine*, std::uint64_t> harmless;  ///< lines that look like failures
+};
+
+/// Keeps as many jobs of a log as fit into memory: of those that went well the first ones, and more
+/// of the others.
+class JobKeeper {
+ public:
+  void Keep(Session& session, Job&& job);
+
+ private:
+  std::uint64_t kept_ = 0;
 };
 
 }  // namespace qzhid

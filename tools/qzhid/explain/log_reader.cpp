@@ -28,7 +28,7 @@ std::size_t FindStamp(std::string_view line) {
   return at;
 }
 
-std::int64_t SecondsOf(std::string_view stamp) {
+std::int64_t MicrosecondsOf(std::string_view stamp) {
   const auto number = [stamp](std::size_t at, std::size_t digits) {
     int value = 0;
     for (const char digit : stamp.substr(at, digits)) value = value * 10 + (digit - '0');
@@ -38,8 +38,8 @@ std::int64_t SecondsOf(std::string_view stamp) {
   const year_month_day day{year(number(1, 4)), month(static_cast<unsigned>(number(6, 2))),
                            std::chrono::day(static_cast<unsigned>(number(9, 2)))};
   const auto days = sys_days(day).time_since_epoch();
-  return (duration_cast<seconds>(days) + hours(number(13, 2)) + minutes(number(16, 2)) +
-          seconds(number(19, 2)))
+  return microseconds(duration_cast<seconds>(days) + hours(number(13, 2)) + minutes(number(16, 2)) +
+                      seconds(number(19, 2)))
       .count();
 }
 
@@ -103,9 +103,9 @@ void LogReader::TakeRest(std::string_view line) {
 void LogReader::BeginEvent(std::string_view stamp, std::string_view rest) {
   if (stamp != stamp_) {
     stamp_ = stamp;
-    stampSeconds_ = SecondsOf(stamp);
+    stampUs_ = MicrosecondsOf(stamp);
   }
-  current_.seconds = stampSeconds_;
+  current_.timeUs = stampUs_;
   current_.number = shape_.lines;
   current_.isWindows = isWindows_;
   event_ = rest;

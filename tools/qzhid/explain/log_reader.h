@@ -16,7 +16,7 @@ struct LogEvent {
   LogValues values;
   std::string_view name;     ///< such as "QZ_OpenHid"
   std::string_view text;     ///< without line ends
-  std::int64_t seconds = 0;  ///< since 1970, in the time of the computer that logged it
+  std::int64_t timeUs = 0;   ///< since 1970, in the time of the computer that logged it
   std::uint64_t number = 0;  ///< of the line in the file, from 1
   bool isWindows = false;    ///< the line ends as on Windows
 };
@@ -61,7 +61,7 @@ class LogReader {
   std::string event_;  ///< name and text of the line that may go on
   LogEvent current_;
   std::string stamp_;  ///< the last one that was read, and its time
-  std::int64_t stampSeconds_ = 0;
+  std::int64_t stampUs_ = 0;
   bool isInEvent_ = false;
   bool isWindows_ = false;  ///< the current line
 };

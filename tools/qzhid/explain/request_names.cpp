@@ -12,32 +12,33 @@ namespace {
 struct RequestName {
   std::uint16_t key;
   const char* name;
+  const char* kind = nullptr;  // of all such requests; null when the name says it
 };
 
 constexpr RequestName kNames[] = {
-    {0x00CF, "stage %L bytes for the bridge's flash at %A"},
+    {0x00CF, "stage %L bytes for the bridge's flash at %A", "stage data for the bridge's flash"},
     {0x4000, "reset into the loader"},
-    {0x4002, "allow vendor requests, value %V"},
-    {0x4004, "set GPIO line %I to %H"},
-    {0x4006, "set the frequency, value %V"},
-    {0x4008, "set the download address, value %V"},
-    {0x400C, "drive GPIO line %H to %J"},
-    {0x40C6, "write %L bytes to the I2C target %T at %A"},
-    {0x40C8, "write %L bytes to the flash at %A"},
-    {0x40D6, "read %L bytes from the I2C target %T at %A"},
+    {0x4002, "allow vendor requests, value %V", "allow vendor requests"},
+    {0x4004, "set GPIO line %I to %H", "set a GPIO line"},
+    {0x4006, "set the frequency, value %V", "set the frequency"},
+    {0x4008, "set the download address, value %V", "set the download address"},
+    {0x400C, "drive GPIO line %H to %J", "drive a GPIO line"},
+    {0x40C6, "write %L bytes to the I2C target %T at %A", "write to an I2C target"},
+    {0x40C8, "write %L bytes to the flash at %A", "write to the flash"},
+    {0x40D6, "read %L bytes from the I2C target %T at %A", "read from an I2C target"},
     {0x40D9, "validate the image"},
     {0x40DC, "write a block command"},
     {0x40E8, "erase the flash"},
     {0x40E9, "start the firmware"},
-    {0x40F1, "write %L bytes to the bridge's flash at %A"},
+    {0x40F1, "write %L bytes to the bridge's flash at %A", "write to the bridge's flash"},
     {0x40F2, "block command of the bridge"},
     {0x40F4, "erase the bridge's flash"},
     {0x40F5, "raw block"},
     {0x40F6, "configure the I2C master"},
-    {0xC004, "read the GPIO line %H"},
+    {0xC004, "read the GPIO line %H", "read a GPIO line"},
     {0xC009, "read the status block"},
-    {0xC0D6, "read %L bytes from the I2C target %T at %A"},
-    {0xC0D8, "read %L bytes from the flash at %A"},
+    {0xC0D6, "read %L bytes from the I2C target %T at %A", "read from an I2C target"},
+    {0xC0D8, "read %L bytes from the flash at %A", "read from the flash"},
     {0xC0EC, "read the answer of a block command"},
     {0xC0F3, "read the status of the bridge's flash"},
 };
@@ -67,6 +68,12 @@ std::string FieldOf(char letter, const LoggedRequest& request) {
   }
 }
 
+const RequestName* FindName(std::uint16_t key) {
+  const auto* const found = std::find_if(std::begin(kNames), std::end(kNames),
+                                         [&](const RequestName& each) { return each.key == key; });
+  return found == std::end(kNames) ? nullptr : found;
+}
+
 }  // namespace
 
 std::string CodeOf(const LoggedRequest& request) {
@@ -76,15 +83,19 @@ std::string CodeOf(const LoggedRequest& request) {
 }
 
 std::string MeaningOf(const LoggedRequest& request) {
-  const auto* const found =
-      std::find_if(std::begin(kNames), std::end(kNames),
-                   [&](const RequestName& each) { return each.key == request.Key(); });
-  if (found == std::end(kNames)) return "";
+  const RequestName* const found = FindName(request.Key());
+  if (found == nullptr) return "";
   std::string text;
   for (const char* at = found->name; *at != '\0'; ++at) {
     text += *at == '%' ? FieldOf(*++at, request) : std::string(1, *at);
   }
   return text;
+}
+
+std::string KindOf(const LoggedRequest& request) {
+  const RequestName* const found = FindName(request.Key());
+  if (found == nullptr) return "unknown request " + CodeOf(request);
+  return found->kind != nullptr ? found->kind : found->name;
 }
 
 std::string TextOf(const LoggedRequest& request) {

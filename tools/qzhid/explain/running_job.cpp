@@ -56,7 +56,7 @@ RunningJob::RunningJob(RunningSession& log, const LogEvent& event, std::uint64_t
       facts_(log),
       wait_(log.devices),
       isGuessed_(event.line->sign == Sign::Built || event.name == "CHidFind::ListHidDevice") {
-  job_.begin = job_.end = event.seconds;
+  job_.begin = job_.end = event.timeUs;
   job_.firstLine = job_.lastLine = firstLine;
 }
 
@@ -72,16 +72,16 @@ bool RunningJob::CorrectGuess(const std::string& call, const LogEvent& event) {
   if (!isGuessed_ || !IsListing(call) || event.line->sign == Sign::ListEnter) return false;
   job_.call = call;
   step_ = Step::List;
-  job_.steps = {{step_, job_.begin, event.seconds}};
+  job_.steps = {{step_, job_.begin, event.timeUs}};
   isGuessed_ = event.name == "CHidFind::ListHidDevice";
   return true;
 }
 
 void RunningJob::Take(const LogEvent& event) {
   job_.isDetailed = job_.isDetailed || event.line->level == 0;
-  job_.end = event.seconds;
+  job_.end = event.timeUs;
   job_.lastLine = event.number;
-  if (!job_.steps.empty()) job_.steps.back().end = event.seconds;
+  if (!job_.steps.empty()) job_.steps.back().end = event.timeUs;
   facts_.Take(event, job_);
   ApplyStep(event);
   wait_.Take(event, step_);
@@ -184,7 +184,7 @@ void RunningJob::EndWith(Result result) {
 void RunningJob::EnterStep(Step step, const LogEvent& event) {
   step_ = step;
   if (IsWait(step)) wait_.Begin();
-  if (step != Step::None) job_.steps.push_back({step, event.seconds, event.seconds});
+  if (step != Step::None) job_.steps.push_back({step, event.timeUs, event.timeUs});
 }
 
 void RunningJob::ApplyStep(const LogEvent& event) {

@@ -8,6 +8,12 @@
 
 namespace qzhid {
 
+namespace {
+
+constexpr std::size_t kStatusSize = 20;
+
+}  // namespace
+
 void FactReader::Take(const LogEvent& event, Job& job) {
   const LogValues& values = event.values;
   switch (event.line->sign) {
@@ -41,17 +47,20 @@ void FactReader::Take(const LogEvent& event, Job& job) {
   }
 }
 
+void TakeStatusBlock(std::span<const std::uint8_t> status, Job& job) {
+  if (status.size() < kStatusSize) return;
+  job.hub = TextOfIds(status[0] * 256u + status[1], status[4] * 256u + status[5]);
+  char version[16] = {};
+  std::snprintf(version, sizeof(version), "%x.%02x", status[10], status[11]);
+  job.version = version;
+}
+
 void FactReader::TakeStatus(const LogEvent& event, Job& job) {
-  constexpr std::size_t kStatusSize = 20;
   if (status_.size() >= kStatusSize) return;
   for (std::size_t i = 0; i < event.values.count; ++i) {
     status_.push_back(static_cast<std::uint8_t>(event.values.Number(i)));
   }
-  if (status_.size() < kStatusSize) return;
-  job.hub = TextOfIds(status_[0] * 256u + status_[1], status_[4] * 256u + status_[5]);
-  char version[16] = {};
-  std::snprintf(version, sizeof(version), "%x.%02x", status_[10], status_[11]);
-  job.version = version;
+  TakeStatusBlock(status_, job);
 }
 
 }  // namespace qzhid

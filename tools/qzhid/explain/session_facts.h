@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "qzhid/explain/hub_wait.h"
@@ -17,6 +18,9 @@ struct RunningSession {
   System lineEnds = System::Unknown;  ///< by the ends of lines, which may have been converted
   SeenDevices devices{};
 };
+
+/// What the hub's status block says of it and of what it runs. Says nothing if it is too short.
+void TakeStatusBlock(std::span<const std::uint8_t> status, Job& job);
 
 /// Reads them from the lines of one job.
 class FactReader {

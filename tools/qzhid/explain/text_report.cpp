@@ -1,5 +1,7 @@
 #include "qzhid/explain/text_report.h"
 
+#include <cstdio>
+
 #include "qzhid/explain/job_groups.h"
 
 namespace qzhid {
@@ -8,8 +10,10 @@ namespace {
 
 std::string HeaderOf(const Session& session) {
   std::string text = "session from " + TimeText(session.begin) + " to " + TimeText(session.end) +
-                     ", line " + std::to_string(session.firstLine) + " on\n";
+                     (session.isCapture ? " UTC, " : ", ") + UnitOf(session) + " " +
+                     std::to_string(session.firstLine) + " on\n";
   text += "  host     " + HostText(session) + '\n';
+  if (session.isCapture) text += "  hub      at " + AddressesOf(session) + '\n';
   if (!session.built.empty()) text += "  library  built " + session.built + '\n';
   for (const ListedHub& hub : session.hubs) {
     text += "  hub      " + hub.ids + " on port " + std::to_string(hub.port) + ", level " +
@@ -22,14 +26,14 @@ std::string HeaderOf(const Session& session) {
   return text;
 }
 
-std::string ClockText(std::int64_t seconds) { return TimeText(seconds).substr(11); }
+std::string ClockText(std::int64_t timeUs) { return TimeText(timeUs).substr(11); }
 
-std::string StepsOf(const Job& job) {
+std::string StepsOf(const Session& session, const Job& job) {
   std::string text;
   for (const StepTime& step : job.steps) {
     if (!text.empty()) text += ", ";
     text += NameOf(step.step);
-    text += " " + std::to_string(step.end - step.begin) + " s";
+    text += " " + DurationText(session, step.end - step.begin);
   }
   return text;
 }
@@ -50,17 +54,18 @@ std::string ProblemOf(const Session& session, const Job& job) {
   if (!why.hub.empty()) text += "      hub     " + why.hub + '\n';
   if (!why.advice.empty()) text += "      to do   " + why.advice + '\n';
   if (job.trouble) {
-    text +=
-        "      line    " + std::to_string(job.trouble->number) + ": " + job.trouble->text + '\n';
+    char unit[16] = {};
+    std::snprintf(unit, sizeof(unit), "      %-8s", UnitOf(session));
+    text += unit + std::to_string(job.trouble->number) + ": " + job.trouble->text + '\n';
   }
   return text;
 }
 
 std::string TextOf(const Session& session, const Job& job) {
   std::string text = "  " + ClockText(job.begin) + "  " + TitleOf(job) + ": " + NameOf(job.result) +
-                     " after " + std::to_string(job.end - job.begin) + " s" + FactsOf(job) + '\n';
+                     " after " + DurationText(session, job.end - job.begin) + FactsOf(job) + '\n';
   if (job.call == kUpdateCall && !job.steps.empty()) {
-    text += "      steps   " + StepsOf(job) + '\n';
+    text += "      steps   " + StepsOf(session, job) + '\n';
   }
   return IsProblem(job) ? text + ProblemOf(session, job) : text;
 }
@@ -91,10 +96,13 @@ std::string HarmlessOf(const std::vector<LogAccount>& accounts) {
 
 std::string ShapeOf(const LogAccount& account) {
   const LogShape& shape = account.shape;
-  std::string text = account.file + ": " + std::to_string(shape.events) + " lines";
+  std::string text = account.file + ": " + std::to_string(shape.events) +
+                     (account.isCapture ? " frames" : " lines");
   if (shape.isCutAtStart) text += ", cut at the start";
   if (shape.isCutAtEnd) text += ", cut at the end";
-  if (shape.unknown > 0) {
+  if (shape.unknown > 0 && account.isCapture) {
+    text += ", " + std::to_string(shape.unknown) + " requests that no hub knows";
+  } else if (shape.unknown > 0) {
     text += ", " + std::to_string(shape.unknown) + " of them of another release of the library";
   }
   return text + '\n';

@@ -14,18 +14,12 @@
 #include <utility>
 
 #include "common/descriptor.h"
+#include "qzhid/arrivals_poll.h"
 #include "qzhid/linux/waitable.h"
 
 namespace qzhid {
 
 namespace {
-
-using SteadyTime = std::chrono::steady_clock;
-
-// Whatever the kernel announces, names are looked at from time to time: a program in a container
-// may hear nothing.
-constexpr std::chrono::seconds kPollWithEvents{5};
-constexpr std::chrono::seconds kPollAlone{1};
 
 tools::Descriptor OpenEvents() {
   tools::Descriptor events(
@@ -59,9 +53,9 @@ struct Arrivals::Data {
   bool isVirtual;
   bool hasLines;
   bool isChanged = false;
-  tools::Descriptor events{};
-  std::set<std::string> names{};
-  SteadyTime::time_point polledAt = SteadyTime::now();
+  // First the events, so that no change is between them and the names.
+  tools::Descriptor events = isVirtual ? tools::Descriptor() : OpenEvents();
+  ArrivalsPoll<std::set<std::string>> poll{isVirtual, ReadNames};
   std::string input{};
 
   void Hear() {
@@ -76,22 +70,6 @@ struct Arrivals::Data {
     }
   }
 
-  void Poll() {
-    const auto now = SteadyTime::now();
-    if (isVirtual) {
-      if (now - polledAt < kVirtualChange) return;
-      isChanged = true;
-    } else {
-      if (now - polledAt < (events ? kPollWithEvents : kPollAlone)) return;
-      std::set<std::string> seen = ReadNames();
-      if (seen != names) {
-        names = std::move(seen);
-        isChanged = true;
-      }
-    }
-    polledAt = now;
-  }
-
   void ReadInput() {
     std::array<char, 1024> part{};
     const ssize_t size = read(STDIN_FILENO, part.data(), part.size());
@@ -103,13 +81,7 @@ struct Arrivals::Data {
   }
 };
 
-Arrivals::Arrivals(bool isVirtual, bool hasLines) : data_(std::make_unique<Data>()) {
-  data_->isVirtual = isVirtual;
-  data_->hasLines = hasLines;
-  if (isVirtual) return;
-  data_->events = OpenEvents();
-  data_->names = ReadNames();
-}
+Arrivals::Arrivals(bool isVirtual, bool hasLines) : data_(new Data{isVirtual, hasLines}) {}
 
 Arrivals::~Arrivals() = default;
 
@@ -121,7 +93,7 @@ void Arrivals::Await(const std::vector<const Process*>& processes, std::chrono::
   Process::AwaitOutput(processes, objects, time);
   if (data_->events) data_->Hear();
   if (data_->hasLines && HasInput()) data_->ReadInput();
-  data_->Poll();
+  if (data_->poll.HasChanged(bool(data_->events))) data_->isChanged = true;
 }
 
 bool Arrivals::TakeChange() { return std::exchange(data_->isChanged, false); }

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <sstream>
 
+#include "qzhid/linux/udev_rules.h"
 #include "qzhid/linux/usb_devices.h"
 #include "qzhid/state.h"
 
@@ -27,7 +28,8 @@ Finding ExamineKernel() {
   const bool isKnown = std::sscanf(system.release, "%d.%d", &major, &minor) == 2;
   const std::string what = std::string("the kernel is ") + system.release;
   if (isKnown && (major > kMajor || (major == kMajor && minor >= kMinor))) return {true, what, ""};
-  return {false, what, "update it to 5.11 or newer: an older one cannot send requests to hubs"};
+  return {false, what,
+          "update the kernel to 5.11 or newer: an older one cannot send requests to hubs"};
 }
 
 Finding ExamineDriver() {
@@ -37,9 +39,7 @@ Finding ExamineDriver() {
 }
 
 bool IsRuleInstalled() {
-  constexpr std::array kFolders{"/etc/udev/rules.d", "/run/udev/rules.d", "/usr/lib/udev/rules.d",
-                                "/usr/local/lib/udev/rules.d", "/lib/udev/rules.d"};
-  for (const char* folder : kFolders) {
+  for (const char* folder : kRuleFolders) {
     if (fs::exists(fs::path(folder) / kRule)) return true;
   }
   return false;
@@ -117,6 +117,8 @@ void ExamineDevice(const UsbDevice& device, std::vector<Finding>& findings) {
 }
 
 }  // namespace
+
+std::string SystemRemedy() { return ExamineKernel().remedy; }
 
 std::vector<Finding> ExamineSystem() {
   std::vector<Finding> findings = {ExamineKernel(), ExamineDriver(), ExamineRule()};

@@ -17,6 +17,9 @@
 #include <iterator>
 
 #include "common/descriptor.h"
+#include "qzhid/linux/udev_rules.h"
+#include "qzhid/linux/usb_devices.h"
+#include "qzhid/location.h"
 
 namespace qzhid {
 
@@ -30,20 +33,6 @@ constexpr std::size_t kMostKernelLines = 2000;
 std::string ReadText(const fs::path& file) {
   std::ifstream stream(file, std::ios::binary);
   return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-std::string ReadAttribute(const fs::path& file) {
-  std::string text = ReadText(file);
-  text.erase(std::min(text.find('\n'), text.size()));
-  return text;
-}
-
-std::vector<fs::path> SortedEntries(const fs::path& folder) {
-  std::error_code error;
-  std::vector<fs::path> entries;
-  for (const auto& entry : fs::directory_iterator(folder, error)) entries.push_back(entry.path());
-  std::sort(entries.begin(), entries.end());
-  return entries;
 }
 
 std::string SystemText() {
@@ -61,7 +50,7 @@ std::string DeviceText(const fs::path& device) {
                                    "bInterfaceClass", "bNumEndpoints"};
   std::string text = device.filename().string() + '\n';
   for (const char* name : kAttributes) {
-    const std::string value = ReadAttribute(device / name);
+    const std::string value = FirstLine(device / name);
     if (!value.empty()) text += std::string("  ") + name + " " + value + '\n';
   }
   std::error_code error;
@@ -84,33 +73,23 @@ std::string NodeText(const fs::path& node) {
 
 std::string TopologyText() {
   std::string text;
-  for (const fs::path& device : SortedEntries(kUsbDevices)) text += DeviceText(device);
+  for (const fs::path& device : Entries(kUsbDevices)) text += DeviceText(device);
   text += "\nHID nodes\n\n";
-  for (const fs::path& node : SortedEntries("/sys/class/hidraw")) text += NodeText(node);
-  return text + "quirks of usbhid: " + ReadAttribute("/sys/module/usbhid/parameters/quirks") + '\n';
-}
-
-std::string LowerCase(std::string text) {
-  for (char& c : text) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return text;
+  for (const fs::path& node : Entries("/sys/class/hidraw")) text += NodeText(node);
+  return text + "quirks of usbhid: " + FirstLine("/sys/module/usbhid/parameters/quirks") + '\n';
 }
 
 /// The rules that concern hubs. A file of a folder hides those of its name in the folders after it.
 std::string RulesText() {
-  constexpr std::array kFolders{"/etc/udev/rules.d", "/run/udev/rules.d",
-                                "/usr/local/lib/udev/rules.d", "/usr/lib/udev/rules.d",
-                                "/lib/udev/rules.d"};
   std::string text;
   std::vector<std::string> seen;
-  for (const char* folder : kFolders) {
-    for (const fs::path& file : SortedEntries(folder)) {
+  for (const char* folder : kRuleFolders) {
+    for (const fs::path& file : Entries(folder)) {
       const std::string name = file.filename().string();
       if (std::find(seen.begin(), seen.end(), name) != seen.end()) continue;
       seen.push_back(name);
       const std::string rules = ReadText(file);
-      const bool isAboutHubs = LowerCase(rules).find("2e7c") != std::string::npos ||
+      const bool isAboutHubs = Upper(rules).find("2E7C") != std::string::npos ||
                                rules.find("hidraw") != std::string::npos;
       if (isAboutHubs) text += "# " + file.string() + "\n" + rules + '\n';
     }
@@ -119,10 +98,9 @@ std::string RulesText() {
 }
 
 bool IsAboutUsb(const std::string& record) {
-  constexpr std::array kSources{"usb", "hid", "hub ", "xhci", "ehci", "vhci"};
-  const std::string text =
-      LowerCase(record.substr(std::min(record.find(';'), record.size() - 1) + 1));
-  return text.find("2e7c") != std::string::npos || text.find("hidraw") != std::string::npos ||
+  constexpr std::array kSources{"USB", "HID", "HUB ", "XHCI", "EHCI", "VHCI"};
+  const std::string text = Upper(record.substr(std::min(record.find(';'), record.size() - 1) + 1));
+  return text.find("2E7C") != std::string::npos || text.find("HIDRAW") != std::string::npos ||
          std::any_of(kSources.begin(), kSources.end(),
                      [&text](const char* source) { return text.starts_with(source); });
 }
@@ -177,8 +155,8 @@ PrivateNames CollectPrivateNames() {
   std::array<char, 256> host{};
   if (gethostname(host.data(), host.size() - 1) == 0) names.hosts.emplace_back(host.data());
   std::erase(names.hosts, "localhost");
-  for (const fs::path& device : SortedEntries(kUsbDevices)) {
-    const std::string serial = ReadAttribute(device / "serial");
+  for (const fs::path& device : Entries(kUsbDevices)) {
+    const std::string serial = FirstLine(device / "serial");
     const bool isRootHub = device.filename().string().starts_with("usb");  // a PCI address
     if (!serial.empty() && !isRootHub) names.serials.push_back(serial);
   }

@@ -35,6 +35,7 @@ std::vector<fs::path> Entries(const fs::path& folder) {
   std::error_code error;
   std::vector<fs::path> entries;
   for (const auto& entry : fs::directory_iterator(folder, error)) entries.push_back(entry.path());
+  std::sort(entries.begin(), entries.end());
   return entries;
 }
 

@@ -7,7 +7,7 @@
 
 namespace qzhid {
 
-/// What is in a folder; nothing when it cannot be read.
+/// What is in a folder, sorted by name; nothing when it cannot be read.
 std::vector<std::filesystem::path> Entries(const std::filesystem::path& folder);
 
 /// The first line of a file; empty when it cannot be read.

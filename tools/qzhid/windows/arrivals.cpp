@@ -12,6 +12,7 @@
 #include <thread>
 #include <utility>
 
+#include "qzhid/arrivals_poll.h"
 #include "qzhid/windows/waitable.h"
 
 // Some headers do not declare them.
@@ -25,11 +26,6 @@ CMAPI CONFIGRET WINAPI CM_Unregister_Notification(HCMNOTIFICATION notification);
 namespace qzhid {
 
 namespace {
-
-using SteadyTime = std::chrono::steady_clock;
-
-constexpr std::chrono::seconds kPollWithEvents{5};
-constexpr std::chrono::seconds kPollAlone{1};
 
 // The class of the interfaces of all HID devices.
 constexpr GUID kHid = {
@@ -66,8 +62,7 @@ struct Arrivals::Data {
   std::atomic<bool> isChanged{false};
   HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
   HCMNOTIFICATION events = nullptr;
-  std::vector<wchar_t> names{};
-  SteadyTime::time_point polledAt = SteadyTime::now();
+  std::optional<ArrivalsPoll<std::vector<wchar_t>>> poll{};
   std::shared_ptr<Lines> input = std::make_shared<Lines>();
 
   static DWORD CALLBACK Hear(HCMNOTIFICATION, PVOID context, CM_NOTIFY_ACTION,
@@ -84,22 +79,6 @@ struct Arrivals::Data {
     filter.FilterType = CM_NOTIFY_FILTER_TYPE_DEVICEINTERFACE;
     filter.u.DeviceInterface.ClassGuid = kHid;
     if (CM_Register_Notification(&filter, this, Hear, &events) != CR_SUCCESS) events = nullptr;
-  }
-
-  void Poll() {
-    const auto now = SteadyTime::now();
-    if (isVirtual) {
-      if (now - polledAt < kVirtualChange) return;
-      isChanged = true;
-    } else {
-      if (now - polledAt < (events != nullptr ? kPollWithEvents : kPollAlone)) return;
-      std::vector<wchar_t> seen = ReadNames();
-      if (seen != names) {
-        names = std::move(seen);
-        isChanged = true;
-      }
-    }
-    polledAt = now;
   }
 
   static void ReadLines(const std::shared_ptr<Lines>& input) {
@@ -121,9 +100,9 @@ Arrivals::Arrivals(bool isVirtual, bool hasLines) : data_(std::make_unique<Data>
     data_->input->hasEnded = false;
     std::thread(Data::ReadLines, data_->input).detach();
   }
-  if (isVirtual) return;
-  data_->OpenEvents();
-  data_->names = ReadNames();
+  // First the events, so that no change is between them and the names.
+  if (!isVirtual) data_->OpenEvents();
+  data_->poll.emplace(isVirtual, ReadNames);
 }
 
 // The event stays open: the thread that reads lines may still set it.
@@ -134,7 +113,7 @@ Arrivals::~Arrivals() {
 void Arrivals::Await(const std::vector<const Process*>& processes, std::chrono::milliseconds time) {
   if (data_->isVirtual) time = std::min(time, kVirtualChange);
   Process::AwaitOutput(processes, {Waitable{data_->event}}, time);
-  data_->Poll();
+  if (data_->poll->HasChanged(data_->events != nullptr)) data_->isChanged = true;
 }
 
 bool Arrivals::TakeChange() { return data_->isChanged.exchange(false); }

@@ -38,6 +38,8 @@ Finding ExamineDevice(const SP_DEVINFO_DATA& device, const std::string& name) {
 
 }  // namespace
 
+std::string SystemRemedy() { return ""; }
+
 std::vector<Finding> ExamineSystem() {
   std::vector<Finding> findings;
   HDEVINFO devices =

@@ -1,8 +1,9 @@
-#include "qzhub/usbip_commands.h"
+#include "qzhub/kernel_commands.h"
 
 namespace qzhub {
 
 void AddServeCommand(CLI::App&) {}
+void AddRedirectCommand(CLI::App&) {}
 void AddAttachCommand(CLI::App&) {}
 
 }  // namespace qzhub

@@ -13,6 +13,9 @@ namespace qzhub {
 /// Adds "serve", which offers the devices of a scenario over USB/IP until SIGINT or SIGTERM.
 void AddServeCommand(CLI::App& app);
 
+/// Adds "redirect", which plugs the devices of a scenario into QEMU guests until SIGINT or SIGTERM.
+void AddRedirectCommand(CLI::App& app);
+
 /// Adds "attach", which plugs the devices of a scenario into this computer's kernel and keeps them
 /// there until SIGINT or SIGTERM.
 void AddAttachCommand(CLI::App& app);

@@ -1,0 +1,1 @@
+"""Makes the packages of the bindings, with the standard library only."""
