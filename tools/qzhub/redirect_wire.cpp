@@ -65,8 +65,9 @@ bool Has(const Shared& shared, Capability capability) {
 }
 
 std::size_t HeadSize(Type type, const Shared& shared) {
-  const bool isWide = type == Type::BulkPacket && Has(shared, kWideBulkLength);
-  return isWide ? kWideBulkHead : FormOf(type)->least;
+  if (type == Type::BulkPacket && Has(shared, kWideBulkLength)) return kWideBulkHead;
+  const Form* const form = FormOf(type);
+  return form == nullptr ? 0 : form->least;
 }
 
 // Where status and length are in the head of a data packet.
