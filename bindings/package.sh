@@ -3,8 +3,8 @@
 # `script/package bindings`.
 . "$(dirname "$0")/../script/lib.sh"
 
-presets=(release windows-x64 windows-arm64)
-if grep -q '"name": "linux-arm64"' CMakePresets.json; then presets+=(linux-arm64); fi
+# Those for Linux run on every system with glibc 2.17 or newer.
+presets=(portable-x64 linux-arm64 windows-x64 windows-arm64)
 script/bootstrap native "${presets[@]}"
 rm -rf build/bindings
 libraries=()
@@ -12,9 +12,7 @@ for preset in "${presets[@]}"; do
   build "$preset" QzHidAPI QzHidAPI_virtual
   folder=build/bindings/libraries/$preset
   cmake --install "build/$preset" --strip --component library --prefix "$folder" >/dev/null
-  system=$preset
-  if [ "$preset" = release ]; then system=linux-$(uname -m | sed 's/x86_64/x64/; s/aarch64/arm64/'); fi
-  libraries+=("$system=$folder")
+  libraries+=("${preset/portable/linux}=$folder")
 done
 say 'packing bindings'
 bindings/make_packages.py --node-modules "$cache/node/node_modules" build/bindings "${libraries[@]}"

@@ -24,10 +24,10 @@ class System(NamedTuple):
     library: str
 
 
-# Debian 12's C library is version 2.36.
+# The libraries for Linux need version 2.17 of the C library.
 SYSTEMS = {
-    "linux-x64": System("manylinux_2_36_x86_64", "linux-x64", "linux-x64", "libQzHidAPI.so.1"),
-    "linux-arm64": System("manylinux_2_36_aarch64", "linux-arm64", "linux-arm64", "libQzHidAPI.so.1"),
+    "linux-x64": System("manylinux_2_17_x86_64", "linux-x64", "linux-x64", "libQzHidAPI.so.1"),
+    "linux-arm64": System("manylinux_2_17_aarch64", "linux-arm64", "linux-arm64", "libQzHidAPI.so.1"),
     "windows-x64": System("win_amd64", "win32-x64", "win-x64", "QzHidAPI.dll"),
     "windows-arm64": System("win_arm64", "win32-arm64", "win-arm64", "QzHidAPI.dll"),
 }

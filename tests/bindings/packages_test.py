@@ -19,7 +19,7 @@ NODE_MODULES = sys.argv.pop(1)
 VERSION = re.search(r"^project\(QzHidAPI VERSION ([\d.]+)", (SOURCE / "CMakeLists.txt").read_text(), re.M)[1]
 NAMES = {"linux-x64": "libQzHidAPI.so.1", "linux-arm64": "libQzHidAPI.so.1", "windows-x64": "QzHidAPI.dll",
          "windows-arm64": "QzHidAPI.dll"}
-TAGS = {"linux-x64": "manylinux_2_36_x86_64", "linux-arm64": "manylinux_2_36_aarch64", "windows-x64": "win_amd64",
+TAGS = {"linux-x64": "manylinux_2_17_x86_64", "linux-arm64": "manylinux_2_17_aarch64", "windows-x64": "win_amd64",
         "windows-arm64": "win_arm64"}
 
 
