@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Makes the packages for Python, Node and .NET in build/bindings, with the libraries for all systems. For
-# `script/package bindings`.
+# `script/package bindings`, which sets SOURCE_DATE_EPOCH.
 . "$(dirname "$0")/../script/lib.sh"
 
 # Those for Linux run on every system with glibc 2.17 or newer.
@@ -9,6 +9,7 @@ script/bootstrap native "${presets[@]}"
 rm -rf build/bindings
 libraries=()
 for preset in "${presets[@]}"; do
+  configure "$preset" "QZ_SOURCE_DATE_EPOCH=$SOURCE_DATE_EPOCH"
   build "$preset" QzHidAPI QzHidAPI_virtual
   folder=build/bindings/libraries/$preset
   cmake --install "build/$preset" --strip --component library --prefix "$folder" >/dev/null

@@ -3,6 +3,7 @@ import pathlib
 import subprocess
 import tempfile
 
+from .assembly import settle
 from .common import AUTHORS, BINDINGS, SUMMARY, VERSION, licence, tree, write_zip
 
 FRAMEWORK = "net471"
@@ -69,4 +70,4 @@ def _assembly():
         assembly = pathlib.Path(work, f"{NAME}.dll")
         subprocess.run(["mcs", "-target:library", "-optimize", "-warnaserror", f"-out:{assembly}", version,
                         *sorted((BINDINGS / "dotnet").glob("*.cs"))], check=True)
-        return assembly.read_bytes()
+        return settle(assembly.read_bytes())
