@@ -12,9 +12,12 @@ for preset in "${presets[@]}"; do
   configure "$preset" "QZ_SOURCE_DATE_EPOCH=$SOURCE_DATE_EPOCH"
   build "$preset" QzHidAPI QzHidAPI_virtual
   folder=build/bindings/libraries/$preset
-  cmake --install "build/$preset" --strip --component library --prefix "$folder" >/dev/null
+  for component in library licence; do
+    cmake --install "build/$preset" --strip --component "$component" --prefix "$folder" >/dev/null
+  done
   libraries+=("${preset/portable/linux}=$folder")
 done
 say 'packing bindings'
 bindings/make_packages.py --node-modules "$cache/node/node_modules" build/bindings "${libraries[@]}"
 rm -rf build/bindings/libraries
+packaging/artefacts/list_contents.py build/bindings "${presets[@]/#/build/}"

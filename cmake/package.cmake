@@ -71,6 +71,8 @@ qz_debian_package(development libqzhidapi-dev libdevel
   "Header, CMake and pkg-config files, documents and examples.")
 qz_debian_package(tools qzhidapi-tools utils "tools for USB hub controllers"
   "Programs that service hubs and serve virtual hubs, and the udev rule that lets the user at the computer open hubs.")
+qz_install_licences(${CMAKE_INSTALL_DATADIR}/doc/${library_package}/licences library EXCLUDE_FROM_ALL)
+qz_install_licences(${CMAKE_INSTALL_DATADIR}/doc/qzhidapi-tools/licences tools EXCLUDE_FROM_ALL)
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS library)
 set(CPACK_COMPONENT_TOOLS_DEPENDS library)  # hosts load it at run time
 

@@ -81,7 +81,7 @@ def _installer(path):
         subprocess.run(["msiextract", "-C", folder, path], check=True, stdout=subprocess.DEVNULL)
         for file in sorted(pathlib.Path(folder).rglob("*")):
             if file.is_file():
-                yield Entry(file.relative_to(folder).as_posix(), file.read_bytes(), f"time {_when(file.stat().st_mtime)}")
+                yield Entry(file.relative_to(folder).as_posix(), file.read_bytes(), "")
     for table in _output("msiinfo", "tables", path).decode().split():
         yield Entry(_TABLES + table, _output("msiinfo", "export", path, table), "")
     yield Entry(f"{_TABLES}summary", _output("msiinfo", "suminfo", path), "")

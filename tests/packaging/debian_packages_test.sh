@@ -18,7 +18,7 @@ fail() { echo "$*" >&2; failures=1; }
 contents() {
   sort > "$work/expected"
   dpkg-deb --fsys-tarfile "$packages/$1_${version}_$architecture.deb" | tar -t | grep -v '/$' |
-    sed -E "s|^\./||; s|[^/]+-linux-gnu[^/]*|ARCH|; s,/(docs|examples)/.*\.(md|png|c)$,/\1/," | sort -u |
+    sed -E "s|^\./||; s|[^/]+-linux-gnu[^/]*|ARCH|; s,/(docs|examples|licences)/.*\.(md|png|c|txt)$,/\1/," | sort -u |
     diff -u "$work/expected" - >&2 || fail "$1 does not contain the right files"
 }
 # field PACKAGE NAME PATTERN: that field of the package matches the pattern.
@@ -33,6 +33,7 @@ usr/lib/ARCH/libQzHidAPI.so.$version
 usr/lib/ARCH/qzhidapi/virtual/libQzHidAPI.so.1
 usr/lib/ARCH/qzhidapi/virtual/libQzHidAPI.so.$version
 usr/share/doc/libqzhidapi1/copyright
+usr/share/doc/libqzhidapi1/licences/
 END
 field libqzhidapi1 Architecture "^$architecture\$"
 field libqzhidapi1 Depends "^$libraries\$"
@@ -68,6 +69,7 @@ usr/lib/udev/rules.d/70-qzhidapi.rules
 usr/share/bash-completion/completions/qzhid
 usr/share/bash-completion/completions/qzhub
 usr/share/doc/qzhidapi-tools/copyright
+usr/share/doc/qzhidapi-tools/licences/
 usr/share/man/man1/qzhid.1.gz
 usr/share/man/man1/qzhub.1.gz
 usr/share/qzhidapi/qzhidapi-usbhid.conf

@@ -12,7 +12,7 @@ cd "$work"
 archive=$(echo QzHidAPI-*-windows-"$architecture".zip)
 "$cmake" -E tar xf "$archive"
 name=${archive%.zip}
-find "$name" -type f | cut -d/ -f2- | sed -E 's,/(docs|examples)/.*,/\1/,; s,-[a-z]*\.cmake,-TYPE.cmake,' |
+find "$name" -type f | cut -d/ -f2- | sed -E 's,/(docs|examples|licences)/.*,/\1/,; s,-[a-z]*\.cmake,-TYPE.cmake,' |
   LC_ALL=C sort -u > found
 cat > expected << END
 bin/QzHidAPI.dll
@@ -36,6 +36,7 @@ share/doc/QzHidAPI/README.md
 share/doc/QzHidAPI/SECURITY.md
 share/doc/QzHidAPI/docs/
 share/doc/QzHidAPI/examples/
+share/doc/QzHidAPI/licences/
 END
 diff -u expected found
 
