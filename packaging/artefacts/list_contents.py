@@ -91,7 +91,7 @@ def add_needed_packages(document, artefact):
 def list_of(artefact, builds, epoch):
     document = spdx.Document(artefact.name, artefact.read_bytes(), VERSION, epoch)
     files = archives.shipped_files(artefact)
-    texts = {pathlib.PurePosixPath(name).stem for name in files if "/licences/" in name}
+    texts = set(re.findall(r"/licen[cs]es/([^/\n]+)\.txt(?:\.gz)?$", "\n".join(files), re.M))
     for name, contents in files.items():
         document.add_file(name, contents)
     for name, contents in files.items():
