@@ -20,7 +20,7 @@ class Entry(NamedTuple):
 def read(path):
     """The entries of an archive in their order. A file of another kind has none."""
     readers = {".deb": _debian_package, ".tgz": _tar, ".gz": _tar, ".xz": _tar, ".zip": _zip, ".whl": _zip,
-               ".nupkg": _zip, ".msi": _installer}
+               ".nupkg": _zip, ".msi": _installer, ".rpm": _rpm_package}
     reader = readers.get(path.suffix)
     return list(reader(path)) if reader else []
 
@@ -70,6 +70,13 @@ def _debian_package(path):
             yield from _tar(io.BytesIO(contents), f"{name}/")
         yield Entry(name, contents, f"time, owner, group, mode {header[16:48].decode().split()}")
         rest = rest[60 + size + size % 2:]
+
+
+def _rpm_package(path):
+    """The files that an RPM package installs."""
+    with path.open("rb") as stream:
+        archive = subprocess.run(["rpm2archive", "-"], stdin=stream, check=True, capture_output=True).stdout
+    return _tar(io.BytesIO(archive))
 
 
 _TABLES = "tables/"

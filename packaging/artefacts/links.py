@@ -12,7 +12,7 @@ import origins
 
 
 class Build(NamedTuple):
-    """What was read for a program or library, from outside the project."""
+    """What was read for a program or library, from outside the project; shared files are the system's own."""
 
     static_files: list
     shared_files: list
@@ -25,7 +25,8 @@ def build_of(folder, target):
     ours = [file for file in read if not file.startswith("/")]
     outside = {file for file in read if file.startswith("/")}
     shared = {file for file in outside if re.search(r"\.so(\.\d+)*$", file)}
-    return Build(sorted(outside - shared), sorted(shared), sorted(_headers(folder, _objects(folder, ours))))
+    system = [] if any("/zig/o/" in file for file in shared) else sorted(shared)  # Zig has stand-ins for them
+    return Build(sorted(outside - shared), system, sorted(_headers(folder, _objects(folder, ours))))
 
 
 def _ninja(folder, *arguments):
@@ -100,10 +101,7 @@ def needed_libraries(file):
 
 def needed_part(name, shared_files):
     """The Debian package of a needed library if the build used the system's; otherwise only its name."""
-    for file in shared_files:
-        if os.path.basename(os.path.realpath(file)).startswith(name) and not file.endswith(".a"):
-            real = os.path.realpath(file)
-            if "/zig/o/" not in real:
-                package = origins.debian_packages({real})[real]
-                return origins.debian_part(package, name)
+    for file in map(os.path.realpath, shared_files):
+        if os.path.basename(file).startswith(name):
+            return origins.debian_part(origins.debian_packages({file})[file], name)
     return origins.Part(name, "", "NOASSERTION", file_name=name)

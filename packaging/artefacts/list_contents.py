@@ -105,16 +105,17 @@ def list_of(artefact, builds, epoch):
 
 
 def write(folder, builds, epoch):
-    for file in (*folder.glob(f"*{LIST}"), folder / SUMS):
-        file.unlink(missing_ok=True)
-    artefacts = sorted(file for file in folder.iterdir() if file.is_file())
+    artefacts = sorted(file for file in folder.iterdir() if file.name != SUMS and not file.name.endswith(LIST))
     if not artefacts:
         raise ListError(f"there is nothing in {folder}")
+    contents = {artefact.name: artefact.read_bytes() for artefact in artefacts}
     for artefact in artefacts:
         text = json.dumps(list_of(artefact, builds, epoch), indent=1, ensure_ascii=False)
-        (folder / f"{artefact.name}{LIST}").write_text(f"{text}\n", encoding="utf-8")
-    lines = [f"{hashlib.sha256(file.read_bytes()).hexdigest()}  {file.name}\n" for file in sorted(folder.iterdir())]
-    (folder / SUMS).write_text("".join(lines))
+        contents[f"{artefact.name}{LIST}"] = f"{text}\n".encode()
+    sums = [f"{hashlib.sha256(contents[name]).hexdigest()}  {name}\n" for name in sorted(contents)]
+    contents[SUMS] = "".join(sums).encode()
+    for name in set(contents) - {artefact.name for artefact in artefacts}:
+        (folder / name).write_bytes(contents[name])
 
 
 def main():

@@ -46,6 +46,10 @@ diff -r "$name" installed/QzHidAPI
 template=$(msiinfo suminfo "$installer" | sed -n 's/^Template: //p')
 [ "$template" = "$processor;1033" ] || { echo "the installer is for $template" >&2; exit 1; }
 
+mkdir lists
+cp "$archive" "$installer" lists
+/usr/bin/python3 "${5%/packaging/*}/tests/packaging/lists_test.py" lists "$build"
+
 output=$build/tests/installer
 rm -rf "$output"
 mkdir "$output"
