@@ -1,0 +1,18 @@
+# The specification of the RPM packages (packaging/rpm/make.sh) of a portable build. Their descriptions are
+# those of the Debian packages.
+set(control ${PROJECT_SOURCE_DIR}/packaging/debian/control)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${control})
+file(READ ${control} paragraphs)
+string(REPLACE "\n\n" ";" paragraphs "${paragraphs}")
+foreach(paragraph IN LISTS paragraphs)
+  if(paragraph MATCHES "^Package: ([^\n]+)\n.*\nDescription: (.)([^\n]+)\n(.*)$")
+    set(package ${CMAKE_MATCH_1})
+    set(text "\n${CMAKE_MATCH_4}")
+    string(TOUPPER "${CMAKE_MATCH_2}" first)
+    set(${package}_summary "${first}${CMAKE_MATCH_3}")
+    string(REPLACE "\n ." "\n" text "${text}")
+    string(REPLACE "\n " "\n" text "${text}")
+    string(STRIP "${text}" ${package}_text)
+  endif()
+endforeach()
+configure_file(packaging/rpm/qzhidapi.spec.in ${PROJECT_BINARY_DIR}/install/qzhidapi.spec @ONLY)
