@@ -30,8 +30,9 @@ endif()
 if(QZ_OLDEST_GLIBC)
   string(REPLACE aarch64 arm64 architecture ${CMAKE_SYSTEM_PROCESSOR})
   string(REPLACE x86_64 x64 architecture ${architecture})
-  file(WRITE ${PROJECT_BINARY_DIR}/install/debian.conf
-    "architecture=${architecture}\nlibraries='libc6 (>= ${QZ_OLDEST_GLIBC})'\n")
+  file(WRITE ${PROJECT_BINARY_DIR}/install/portable.conf
+    "processor=${CMAKE_SYSTEM_PROCESSOR}\narchitecture=${architecture}\nlibraries='libc6 (>= ${QZ_OLDEST_GLIBC})'\n")
+  include(cmake/package_rpm.cmake)
   set(CPACK_GENERATOR TGZ)
   set(CPACK_COMPONENTS_ALL archive_library archive_development archive_tools archive_licence)
   set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)

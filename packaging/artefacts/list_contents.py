@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""list_contents.py FOLDER BUILD...: writes a list beside each package or archive in the folder, NAME.spdx.json, of
-its files and of what they were made of, and SHA256SUMS. The programs and libraries were built in the build folders.
+"""list_contents.py FOLDER [BUILD...]: writes a list beside each package or archive in the folder, NAME.spdx.json, of
+its files and of what they were made of, and SHA256SUMS. The programs and libraries were built in the build folders; source packages need none.
 SOURCE_DATE_EPOCH is the time that the lists name."""
 import functools
 import hashlib
@@ -91,13 +91,13 @@ def add_needed_packages(document, artefact):
 def list_of(artefact, builds, epoch):
     document = spdx.Document(artefact.name, artefact.read_bytes(), VERSION, epoch)
     files = archives.shipped_files(artefact)
-    texts = set(re.findall(r"/licen[cs]es/([^/\n]+)\.txt(?:\.gz)?$", "\n".join(files), re.M))
+    texts = set(re.findall(r"/licen[cs]es/(?:[^/\n]+/)?([^/\n]+)\.txt(?:\.gz)?$", "\n".join(files), re.M))
     for name, contents in files.items():
         document.add_file(name, contents)
     for name, contents in files.items():
         if re.search(r"(^|/)node_modules/(@[^/]+/)?[^/]+/package\.json$", name):
             document.add_part(bundled_module(files, name), "CONTAINS")
-        elif machine_of(contents) and "/node_modules/" not in name:
+        elif builds and machine_of(contents) and "/node_modules/" not in name:
             add_parts_of_program(document, builds, name, contents, texts)
     if artefact.suffix == ".deb":
         add_needed_packages(document, artefact)
@@ -120,7 +120,7 @@ def write(folder, builds, epoch):
 
 def main():
     epoch = os.environ.get("SOURCE_DATE_EPOCH", "")
-    if len(sys.argv) < 3 or not epoch.isdigit():
+    if len(sys.argv) < 2 or not epoch.isdigit():
         sys.exit(__doc__)
     folder, *builds = sys.argv[1:]
     try:

@@ -9,14 +9,14 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 architecture=$(dpkg --print-architecture)
 # What is different if the files are for another system: its architecture, and the libraries they need.
-if [ -f "$build/install/debian.conf" ]; then
-  . "$build/install/debian.conf"
+if [ -f "$build/install/portable.conf" ]; then
+  . "$build/install/portable.conf"
   export QZ_LIBRARIES="$libraries" DEB_BUILD_OPTIONS=nostrip # they have nothing to strip
 fi
 
 mkdir "$work/source"
 cp -r "$source/packaging/debian" "$work/source/debian"
-sh "$source/packaging/debian/changelog.sh" "$source/CHANGELOG.md" > "$work/source/debian/changelog"
+sh "$source/packaging/changelog.sh" debian "$source/CHANGELOG.md" > "$work/source/debian/changelog"
 cd "$work/source"
 QZ_BUILD=$build dpkg-buildpackage -b -d -us -uc --host-arch="$architecture" > "$work/log" 2>&1 ||
   { cat "$work/log" >&2; exit 1; }
