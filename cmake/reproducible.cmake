@@ -1,6 +1,6 @@
 # The same sources make the same files, wherever and whenever they are built.
 set(QZ_SOURCE_DATE_EPOCH "$ENV{SOURCE_DATE_EPOCH}" CACHE STRING
-  "The time of the sources in seconds since 1970, which packages and the log give as the time of the build; empty for the real one")
+  "What packages and the log give as the time of the build, in seconds since 1970; empty for the real one")
 if(NOT QZ_SOURCE_DATE_EPOCH MATCHES "^[0-9]*$")
   message(FATAL_ERROR "QZ_SOURCE_DATE_EPOCH is not a number of seconds: ${QZ_SOURCE_DATE_EPOCH}")
 endif()

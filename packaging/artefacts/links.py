@@ -96,7 +96,7 @@ def needed_libraries(file):
         said = subprocess.run(["readelf", "--dynamic", "--wide", file], check=True, capture_output=True, text=True)
         return sorted(re.findall(r"\(NEEDED\).*\[(.*)\]", said.stdout))
     said = subprocess.run(["llvm-readobj", "--coff-imports", file], check=True, capture_output=True, text=True)
-    return sorted({name.upper() if name.isupper() else name for name in re.findall(r"^  Name: (.*)$", said.stdout, re.M)})
+    return sorted(set(re.findall(r"^  Name: (.*)$", said.stdout, re.M)))
 
 
 def needed_part(name, shared_files):

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""list_contents.py FOLDER [BUILD...]: writes a list beside each package or archive in the folder, NAME.spdx.json, of
-its files and of what they were made of, and SHA256SUMS. The programs and libraries were built in the build folders; source packages need none.
-SOURCE_DATE_EPOCH is the time that the lists name."""
+"""list_contents.py FOLDER [BUILD...]: writes a list beside each package or archive in the folder, NAME.spdx.json,
+of its files and of what they were made of, and SHA256SUMS. The programs and libraries were built in the build folders;
+source packages need none. SOURCE_DATE_EPOCH is the time that the lists name."""
 import functools
 import hashlib
 import json

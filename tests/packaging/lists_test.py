@@ -116,7 +116,8 @@ class ListsTest(unittest.TestCase):
                 else:
                     said = subprocess.check_output(["objdump", "-p", file.name], text=True)
             needed = re.findall(r"(?:DLL Name: |NEEDED +)(\S+)", said)
-            self.assertEqual(sorted(set(needed)), sorted(package["packageFileName"] for package in related["DYNAMIC_LINK"]))
+            listed = [package["packageFileName"] for package in related["DYNAMIC_LINK"]]
+            self.assertEqual(sorted(set(needed)), sorted(listed))
             self.assertGreater(len(needed), 1)
 
     def test_what_left_its_traces_in_a_file_is_listed_with_its_version_and_licence(self):
