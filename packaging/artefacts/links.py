@@ -25,7 +25,7 @@ def build_of(folder, target):
     ours = [file for file in read if not file.startswith("/")]
     outside = {file for file in read if file.startswith("/")}
     shared = {file for file in outside if re.search(r"\.so(\.\d+)*$", file)}
-    system = [] if any("/zig/o/" in file for file in shared) else sorted(shared)  # Zig has stand-ins for them
+    system = [] if any("/o/" in file for file in shared) else sorted(shared)  # Zig has stand-ins for them
     return Build(sorted(outside - shared), system, sorted(_headers(folder, _objects(folder, ours))))
 
 

@@ -113,7 +113,7 @@ def _zig_name(file):
     """The name of the part of the Zig toolchain that the file belongs to, if it is one."""
     path = os.path.normpath(file)
     inside = re.search(r"/node_modules/@zigc/(lib/.*)", path)
-    cached = re.search(r"/zig/o/[0-9a-f]{32}/([^/]*)$", path)
+    cached = re.search(r"/o/[0-9a-f]{32}/([^/]*)$", path)
     if not inside and not cached:
         return None
     name = (inside or cached)[1]
