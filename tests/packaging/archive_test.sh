@@ -9,7 +9,7 @@ rm -rf "$folder"
 "$1" --config "$2/CPackConfig.cmake" -G TGZ -B "$folder" > "$work/log" 2>&1 || { cat "$work/log" >&2; exit 1; }
 [ "$(ls "$folder"/*.tar.gz)" = "$folder/$name.tar.gz" ] || { ls "$folder" >&2; exit 1; }
 tar -t -f "$folder/$name.tar.gz" | grep -v '/$' |
-  sed -E "s|^$name/||; s,/(docs|examples)/.*\.(md|png|c)$,/\1/,; s,\.so\.1\.[0-9.]+$,.so.VERSION," |
+  sed -E "s|^$name/||; s,/(docs|examples|licences)/.*\.(md|png|c|txt)$,/\1/,; s,\.so\.1\.[0-9.]+$,.so.VERSION," |
   LC_ALL=C sort -u > "$work/found"
 cat > "$work/expected" << END
 bin/qzhid
@@ -39,6 +39,7 @@ share/doc/QzHidAPI/SECURITY.md
 share/doc/QzHidAPI/docs/
 share/doc/QzHidAPI/docs/qzhid.schema.json
 share/doc/QzHidAPI/examples/
+share/doc/QzHidAPI/licences/
 share/man/man1/qzhid.1.gz
 share/man/man1/qzhub.1.gz
 share/qzhidapi/qzhidapi-usbhid.conf

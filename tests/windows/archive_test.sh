@@ -12,7 +12,7 @@ cd "$work"
 archive=$(echo QzHidAPI-*-windows-"$architecture".zip)
 "$cmake" -E tar xf "$archive"
 name=${archive%.zip}
-find "$name" -type f | cut -d/ -f2- | sed -E 's,/(docs|examples)/.*,/\1/,; s,-[a-z]*\.cmake,-TYPE.cmake,' |
+find "$name" -type f | cut -d/ -f2- | sed -E 's,/(docs|examples|licences)/.*,/\1/,; s,-[a-z]*\.cmake,-TYPE.cmake,' |
   LC_ALL=C sort -u > found
 cat > expected << END
 bin/QzHidAPI.dll
@@ -36,6 +36,7 @@ share/doc/QzHidAPI/README.md
 share/doc/QzHidAPI/SECURITY.md
 share/doc/QzHidAPI/docs/
 share/doc/QzHidAPI/examples/
+share/doc/QzHidAPI/licences/
 END
 diff -u expected found
 
@@ -44,6 +45,10 @@ msiextract -C installed "$installer" > log
 diff -r "$name" installed/QzHidAPI
 template=$(msiinfo suminfo "$installer" | sed -n 's/^Template: //p')
 [ "$template" = "$processor;1033" ] || { echo "the installer is for $template" >&2; exit 1; }
+
+mkdir lists
+cp "$archive" "$installer" lists
+/usr/bin/python3 "${5%/packaging/*}/tests/packaging/lists_test.py" lists "$build"
 
 output=$build/tests/installer
 rm -rf "$output"
