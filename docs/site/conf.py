@@ -54,14 +54,20 @@ def prepare(app):
     app.builder.search = False  # theme/search.html needs no server
 
 
-def separate_parameters(app, tree):
-    """Between a parameter and what it is, Sphinx has hyphens, which it leaves to smartquotes."""
+def correct(app, tree):
+    """Two things about the header's page: between a parameter and what it is, Sphinx has hyphens, which it
+    leaves to smartquotes; and Breathe has a list inside of a paragraph."""
     for text in list(tree.findall(nodes.Text)):
         if text == " -- ":
             text.parent.replace(text, nodes.Text(": "))
+    for items in list(tree.findall(nodes.bullet_list)):
+        paragraph = items.parent
+        if isinstance(paragraph, nodes.paragraph):
+            paragraph.remove(items)
+            paragraph.parent.insert(paragraph.parent.index(paragraph) + 1, items)
 
 
 def setup(app):
     app.connect("builder-inited", prepare)
-    app.connect("doctree-read", separate_parameters)
+    app.connect("doctree-read", correct)
     app.connect("build-finished", write_sections)
