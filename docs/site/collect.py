@@ -98,8 +98,8 @@ def main(source, folder):
 
     folder.mkdir(parents=True)
     start = read(START)
-    titles = {target: words for words, target in links_of(start)}
-    pages = {target: NAMES.get(target, pathlib.Path(target).stem.lower()) for target in (START, *titles)}
+    titles = {START: "Documents", **{target: words for words, target in links_of(start)}}
+    pages = {target: NAMES.get(target, pathlib.Path(target).stem.lower()) for target in titles}
     files = {path.relative_to(source).as_posix() for pattern in FILES for path in source.glob(pattern)}
     for path in files:
         shutil.copy(source / path, folder)

@@ -78,6 +78,10 @@ class SiteTest(checks.PageTest):
         self.open("linux.html")
         self.assertEqual(["Hubs on Linux"], self.texts("nav .toctree-l1 > a.current"))
         self.assertEqual([heading.removesuffix("¶") for heading in self.texts("h2")], self.texts("nav .toctree-l2"))
+        self.chromium.size(1280, 300)
+        self.open("vulnerabilities.html")
+        current = "document.querySelector('nav a.current').getBoundingClientRect().bottom"
+        self.assertLess(self.look(current), 300)
 
     def test_the_page_of_the_header_describes_every_function(self):
         functions = re.findall(r"^QZ_API [^(;]*?(QZ_\w+)\(", (SOURCE / "include/QzHidAPI.h").read_text(), re.MULTILINE)
