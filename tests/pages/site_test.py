@@ -58,6 +58,7 @@ class SiteTest(checks.PageTest):
 
     def test_all_links_lead_somewhere(self):
         self.assertEqual([], list(links.faults(SITE, PAGES)))
+        self.assertIn("virtual-hub.html#faults", links.read(SITE / "contributing.html").links)
 
     def test_every_page_can_be_read_on_each_screen_and_in_both_colours(self):
         for path in PAGES:
@@ -125,6 +126,13 @@ class SiteTest(checks.PageTest):
         self.assertEqual(([], ["0 sections contain “loader erase zebra”."]), (self.texts("#results a"), self.texts("#summary")))
         self.search("erase")
         self.assertLess(len(some), len(self.texts("#results a")))
+
+    def test_headings_come_first(self):
+        self.search("linux")
+        self.assertEqual(["Linux", "Linux"], self.texts("#results a")[:2])
+        has_word = ["linux" in heading.lower() for heading in self.texts("#results a")]
+        self.assertEqual(sorted(has_word, reverse=True), has_word)
+        self.assertIn(False, has_word)
 
     def test_what_is_searched_for_is_text(self):
         self.search("<b>x</b>")
