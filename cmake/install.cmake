@@ -2,12 +2,14 @@
 # "licence". Portable builds also have it in the layouts of the archive for any Linux and of RPM packages,
 # which `cmake --install` leaves alone: in components whose names begin with "archive_" and "rpm_".
 include(CMakePackageConfigHelpers)
+include(cmake/documents.cmake)
 
 # Builds everything that is installed, and nothing else.
 add_custom_target(installed)
 if(WIN32 AND NOT MSVC)
   include(cmake/msvc_import_library.cmake)
 endif()
+include(cmake/licences.cmake)
 if(QZ_BUILD_TOOLS)
   include(cmake/install_tools.cmake)
 endif()
@@ -44,12 +46,7 @@ function(qz_install_development layout libdir virtual_libdir)
   install(FILES ${folder}/${layout}qzhidapi.pc RENAME qzhidapi.pc
     DESTINATION ${libdir}/pkgconfig ${component})
   install(FILES include/QzHidAPI.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${component})
-
-  # The links between documents and to the examples work as in the source tree.
-  install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md
-    DESTINATION ${CMAKE_INSTALL_DOCDIR} ${component})
-  install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} ${component}
-    FILES_MATCHING PATTERN *.md PATTERN *.json PATTERN *.png PATTERN *.c)
+  qz_install_documents(${component})
 endfunction()
 
 # qz_install(layout libdir virtual_libdir [EXCLUDE_FROM_ALL]): everything, with the libraries in these
@@ -66,6 +63,7 @@ function(qz_install layout libdir virtual_libdir)
     qz_install_tools("${layout}" ${libdir} ${ARGN})
   endif()
   install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT ${layout}licence ${ARGN})
+  qz_install_licences(${CMAKE_INSTALL_DOCDIR}/licences ${layout}licence ${ARGN})
 endfunction()
 
 qz_install("" ${CMAKE_INSTALL_LIBDIR} ${qz_virtual_libdir})

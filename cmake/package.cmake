@@ -6,6 +6,8 @@ set(CPACK_PACKAGE_CONTACT "${CPACK_PACKAGE_VENDOR}")
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/set_epoch.cmake)
+set(CPACK_QZ_SOURCE_DATE_EPOCH "${QZ_SOURCE_DATE_EPOCH}")
 # Independent of the umask.
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
@@ -40,3 +42,7 @@ if(QZ_OLDEST_GLIBC)
   set(CPACK_PACKAGE_FILE_NAME ${PROJECT_NAME}-${PROJECT_VERSION}-linux-${architecture})
   include(CPack)
 endif()
+# The licences of what is linked into the files go into each Debian package that has some.
+qz_install_licences(${CMAKE_INSTALL_DATADIR}/doc/libqzhidapi${PROJECT_VERSION_MAJOR}/licences debian_library
+  EXCLUDE_FROM_ALL)
+qz_install_licences(${CMAKE_INSTALL_DATADIR}/doc/qzhidapi-tools/licences debian_tools EXCLUDE_FROM_ALL)

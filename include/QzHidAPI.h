@@ -153,9 +153,11 @@ QZ_API uint8_t QZ_ListAllHidDev(HidDevRecord** ppList, uint32_t* pCount);
 /**
  * Lists the attached HID devices whose first hardware id contains both ids, of the family or not.
  *
- * @param wVID,wPID  Only the low 16 bits count. The ids are searched for as lower-case hexadecimal
- *                   text without leading zeros, anywhere in the hardware id.
- * @param ppList,pCount  As for QZ_ListAllHidDev.
+ * @param wVID    Only the low 16 bits count. The ids are searched for as lower-case hexadecimal text
+ *                without leading zeros, anywhere in the hardware id.
+ * @param wPID    As wVID.
+ * @param ppList  As for QZ_ListAllHidDev.
+ * @param pCount  As for QZ_ListAllHidDev.
  * @return As for QZ_ListAllHidDev.
  * The open device: released, as by QZ_ListAllHidDev.
  */
@@ -236,8 +238,9 @@ QZ_API uint8_t QZ_ReadDevVersion(void* pDev, uint16_t* pVersion);
 /**
  * Reads the hub's ids from an image file.
  *
- * @param path       The image file.
- * @param pVID,pPID  Receive the ids; unchanged on failure.
+ * @param path  The image file.
+ * @param pVID  Receives the vendor id; unchanged on failure.
+ * @param pPID  Receives the product id; unchanged on failure.
  * @return 1 on success, else 0 (null argument, no such file, not loaded, too short for the ids).
  * The open device: unchanged.
  */
@@ -246,8 +249,9 @@ QZ_API uint8_t QZ_GetHidBinFileVIDPID(const char* path, uint32_t* pVID, uint32_t
 /**
  * Opens a hub of the last list, reads its ids from its status block and closes it again.
  *
- * @param DevInst    As for QZ_OpenHid.
- * @param pVID,pPID  Receive the ids; unchanged on failure.
+ * @param DevInst  As for QZ_OpenHid.
+ * @param pVID     Receives the vendor id; unchanged on failure.
+ * @param pPID     Receives the product id; unchanged on failure.
  * @return 1 on success, else 0 (null argument, not in the list, no answer).
  * The open device: released.
  */
@@ -319,9 +323,10 @@ QZ_API uint32_t QZ_MST_HidI2CBlock(void* pDev, uint8_t byCmd1, uint8_t byCmd2, u
 /**
  * Reads a GPIO line.
  *
- * @param pDev         A handle.
- * @param gpio         The line.
- * @param pBuf,length  Receive the hub's answer; only the low 16 bits of length count.
+ * @param pDev    A handle.
+ * @param gpio    The line.
+ * @param pBuf    Receives the hub's answer.
+ * @param length  Of pBuf, in bytes; only the low 16 bits count.
  * @return A status; 1 when the handle is invalid, the hub is not present or the number is out of
  *         range.
  */

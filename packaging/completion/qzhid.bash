@@ -1,7 +1,7 @@
 # Completion of qzhid for bash. Commands and options are those of the program's own help.
 
 # _qzhid_names SECTION: the names that the sections of a help on standard input list.
-_qzhid_names() { sed -nE "/^$1:/,/^\$/s/^  ([-a-z0-9][-a-z0-9,]*).*/\1/p" | tr , '\n'; }
+_qzhid_names() { sed -nE "/^$1:/,/^([A-Z]|\$)/s/^  ([-a-z0-9][-a-z0-9,]*).*/\1/p" | tr , '\n'; }
 
 # Port ids and names of the hubs that the library of the command line finds.
 _qzhid_hubs() {

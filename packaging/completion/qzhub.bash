@@ -1,7 +1,7 @@
 # Completion of qzhub for bash. Commands and options are those of the program's own help.
 
 # _qzhub_names SECTION: the names that a help on standard input lists under Options or Subcommands.
-_qzhub_names() { sed -nE "/^$1:/,/^\$/s/^  (-h,)?([-a-z]+).*/\2/p"; }
+_qzhub_names() { sed -nE "/^$1:/,/^([A-Z]|\$)/s/^  (-h,)?([-a-z]+).*/\2/p"; }
 
 _qzhub() {
   local program=${COMP_WORDS[0]/#\~/$HOME} word=${COMP_WORDS[COMP_CWORD]}

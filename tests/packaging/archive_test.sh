@@ -8,8 +8,10 @@ trap 'rm -rf "$work"' EXIT
 rm -rf "$folder"
 "$1" --config "$2/CPackConfig.cmake" -G TGZ -B "$folder" > "$work/log" 2>&1 || { cat "$work/log" >&2; exit 1; }
 [ "$(ls "$folder"/*.tar.gz)" = "$folder/$name.tar.gz" ] || { ls "$folder" >&2; exit 1; }
+tar -x -f "$folder/$name.tar.gz" -C "$work" "$name/share/doc/QzHidAPI"
+python3 "$(dirname "$0")/documents_test.py" "$work/$name/share/doc/QzHidAPI"
 tar -t -f "$folder/$name.tar.gz" | grep -v '/$' |
-  sed -E "s|^$name/||; s,/(docs|examples)/.*\.(md|png|c)$,/\1/,; s,\.so\.1\.[0-9.]+$,.so.VERSION," |
+  sed -E "s|^$name/||; s|/licences/.*|/licences/|; /(LICENSE|licences\/)$/!s|/doc/QzHidAPI/.*|/doc/QzHidAPI/|; s,\.so\.1\.[0-9.]+$,.so.VERSION," |
   LC_ALL=C sort -u > "$work/found"
 cat > "$work/expected" << END
 bin/qzhid
@@ -31,14 +33,9 @@ lib/udev/rules.d/70-qzhidapi.rules
 lib/wireshark/plugins/qzhid.lua
 share/bash-completion/completions/qzhid
 share/bash-completion/completions/qzhub
-share/doc/QzHidAPI/CHANGELOG.md
-share/doc/QzHidAPI/CONTRIBUTING.md
+share/doc/QzHidAPI/
 share/doc/QzHidAPI/LICENSE
-share/doc/QzHidAPI/README.md
-share/doc/QzHidAPI/SECURITY.md
-share/doc/QzHidAPI/docs/
-share/doc/QzHidAPI/docs/qzhid.schema.json
-share/doc/QzHidAPI/examples/
+share/doc/QzHidAPI/licences/
 share/man/man1/qzhid.1.gz
 share/man/man1/qzhub.1.gz
 share/qzhidapi/qzhidapi-usbhid.conf

@@ -13,11 +13,11 @@ failures=0
 fail() { echo "$*" >&2; failures=1; }
 
 # contents PACKAGE: the package contains its licence, the changes, and exactly the files that standard input
-# lists. ARCH is the folder of the system; of documents and examples, only the folder is compared.
+# lists. ARCH is the folder of the system; documents_test.py compares the documents.
 contents() {
   { cat; echo "usr/share/doc/$1/changelog.gz"; echo "usr/share/doc/$1/copyright"; } | sort > "$work/expected"
   dpkg-deb --fsys-tarfile "$packages/$1_${version}_$architecture.deb" | tar -t | grep -v '/$' |
-    sed -E "s|^\./||; s|[^/]+-linux-gnu[^/]*|ARCH|; s,/(docs|examples)/.*\.(md|png|c)$,/\1/," | sort -u |
+    sed -E "s|^\./||; s|[^/]+-linux-gnu[^/]*|ARCH|; s|/doc/QzHidAPI/.*|/doc/QzHidAPI/|; s|/licences/.*|/licences/|" | sort -u |
     diff -u "$work/expected" - >&2 || fail "$1 does not contain the right files"
 }
 # field PACKAGE NAME PATTERN: that field of the package matches the pattern.
@@ -31,6 +31,7 @@ usr/lib/ARCH/libQzHidAPI.so.1
 usr/lib/ARCH/libQzHidAPI.so.$version
 usr/lib/ARCH/qzhidapi/virtual/libQzHidAPI.so.1
 usr/lib/ARCH/qzhidapi/virtual/libQzHidAPI.so.$version
+usr/share/doc/libqzhidapi1/licences/
 END
 field libqzhidapi1 Architecture "^$architecture\$"
 field libqzhidapi1 Depends "^$libraries\$"
@@ -53,14 +54,11 @@ usr/lib/ARCH/cmake/QzHidAPI/QzHidAPITargets.cmake
 usr/lib/ARCH/libQzHidAPI.so
 usr/lib/ARCH/pkgconfig/qzhidapi.pc
 usr/lib/ARCH/qzhidapi/virtual/libQzHidAPI.so
-usr/share/doc/QzHidAPI/CHANGELOG.md
-usr/share/doc/QzHidAPI/CONTRIBUTING.md
-usr/share/doc/QzHidAPI/README.md
-usr/share/doc/QzHidAPI/SECURITY.md
-usr/share/doc/QzHidAPI/docs/
-usr/share/doc/QzHidAPI/docs/qzhid.schema.json
-usr/share/doc/QzHidAPI/examples/
+usr/share/doc/QzHidAPI/
 END
+dpkg-deb -x "$packages/libqzhidapi-dev_${version}_$architecture.deb" "$work/development"
+python3 "$(dirname "$0")/documents_test.py" "$work/development/usr/share/doc/QzHidAPI" ||
+  fail 'libqzhidapi-dev: the documents are wrong'
 field libqzhidapi-dev Depends "^libqzhidapi1 \(= $version\)\$"
 field libqzhidapi-dev Multi-Arch '^same$'
 
@@ -71,6 +69,7 @@ usr/lib/ARCH/wireshark/plugins/qzhid.lua
 usr/lib/udev/rules.d/70-qzhidapi.rules
 usr/share/bash-completion/completions/qzhid
 usr/share/bash-completion/completions/qzhub
+usr/share/doc/qzhidapi-tools/licences/
 usr/share/man/man1/qzhid.1.gz
 usr/share/man/man1/qzhub.1.gz
 usr/share/qzhidapi/qzhidapi-usbhid.conf

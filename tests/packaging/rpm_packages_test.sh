@@ -29,7 +29,13 @@ needs() {
 }
 
 same qzhidapi files '%{FILEMODES:perms} %{FILENAMES}' << END
+-rw-r--r-- /usr/share/licenses/qzhidapi/CLI11.txt
 -rw-r--r-- /usr/share/licenses/qzhidapi/LICENSE
+-rw-r--r-- /usr/share/licenses/qzhidapi/Zig.txt
+-rw-r--r-- /usr/share/licenses/qzhidapi/libcxx.txt
+-rw-r--r-- /usr/share/licenses/qzhidapi/libcxxabi.txt
+-rw-r--r-- /usr/share/licenses/qzhidapi/libunwind.txt
+-rw-r--r-- /usr/share/licenses/qzhidapi/nlohmann-json.txt
 -rwxr-xr-x /usr/lib64/libQzHidAPI.so.$version
 -rwxr-xr-x /usr/lib64/qzhidapi/virtual/libQzHidAPI.so.$version
 drwxr-xr-x /usr/lib64/qzhidapi
@@ -77,6 +83,13 @@ same qzhidapi-tools files '%{FILENAMES}' << END
 /usr/lib64/wireshark/plugins/qzhid.lua
 /usr/share/bash-completion/completions/qzhid
 /usr/share/bash-completion/completions/qzhub
+/usr/share/licenses/qzhidapi-tools
+/usr/share/licenses/qzhidapi-tools/CLI11.txt
+/usr/share/licenses/qzhidapi-tools/Zig.txt
+/usr/share/licenses/qzhidapi-tools/libcxx.txt
+/usr/share/licenses/qzhidapi-tools/libcxxabi.txt
+/usr/share/licenses/qzhidapi-tools/libunwind.txt
+/usr/share/licenses/qzhidapi-tools/nlohmann-json.txt
 /usr/share/man/man1/qzhid.1.gz
 /usr/share/man/man1/qzhub.1.gz
 /usr/share/qzhidapi

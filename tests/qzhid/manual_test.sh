@@ -5,7 +5,7 @@ root=$(cd "$(dirname "$0")/../.." && pwd)
 machine "$(hub)"
 
 # names SECTION: prints what that section of a help text on standard input lists.
-names() { sed -nE "/^$1:/,/^\$/s/^  ([-a-z0-9][-a-z0-9,]*).*/\1/p" | tr , '\n'; }
+names() { sed -nE "/^$1:/,/^([A-Z]|\$)/s/^  ([-a-z0-9][-a-z0-9,]*).*/\1/p" | tr , '\n'; }
 
 # offers WORD...: both completions offer the lines of standard input for the last word, in any order.
 # What zsh does with them, and which files exist, is not tested.

@@ -5,6 +5,7 @@
 set -eu
 cmake=$1 build=$3 processor=$4
 architecture=$(echo "$processor" | tr A-Z a-z)
+tests=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
@@ -12,7 +13,9 @@ cd "$work"
 archive=$(echo QzHidAPI-*-windows-"$architecture".zip)
 "$cmake" -E tar xf "$archive"
 name=${archive%.zip}
-find "$name" -type f | cut -d/ -f2- | sed -E 's,/(docs|examples)/.*,/\1/,; s,-[a-z]*\.cmake,-TYPE.cmake,' |
+python3 "$tests/packaging/documents_test.py" "$name/share/doc/QzHidAPI"
+find "$name" -type f | cut -d/ -f2- |
+  sed -E 's,/licences/.*,/licences/,; /(LICENSE|licences\/)$/!s,/doc/QzHidAPI/.*,/doc/QzHidAPI/,; s,-[a-z]*\.cmake,-TYPE.cmake,' |
   LC_ALL=C sort -u > found
 cat > expected << END
 bin/QzHidAPI.dll
@@ -29,13 +32,9 @@ lib/libQzHidAPI.dll.a
 lib/pkgconfig/qzhidapi.pc
 lib/virtual/QzHidAPI.lib
 lib/virtual/libQzHidAPI.dll.a
-share/doc/QzHidAPI/CHANGELOG.md
-share/doc/QzHidAPI/CONTRIBUTING.md
+share/doc/QzHidAPI/
 share/doc/QzHidAPI/LICENSE
-share/doc/QzHidAPI/README.md
-share/doc/QzHidAPI/SECURITY.md
-share/doc/QzHidAPI/docs/
-share/doc/QzHidAPI/examples/
+share/doc/QzHidAPI/licences/
 END
 diff -u expected found
 
@@ -44,6 +43,10 @@ msiextract -C installed "$installer" > log
 diff -r "$name" installed/QzHidAPI
 template=$(msiinfo suminfo "$installer" | sed -n 's/^Template: //p')
 [ "$template" = "$processor;1033" ] || { echo "the installer is for $template" >&2; exit 1; }
+
+mkdir lists
+cp "$archive" "$installer" lists
+/usr/bin/python3 "${5%/packaging/*}/tests/packaging/lists_test.py" lists "$build"
 
 output=$build/tests/installer
 rm -rf "$output"

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace virtualhub {
@@ -19,7 +20,11 @@ struct PortPath {
   /// Whether a device here and one there cannot be at the same time: it is the same port, or one is
   /// on the way to the other.
   bool IsInTheWayOf(const PortPath& other) const;
-  auto operator<=>(const PortPath&) const = default;  // NOLINT(modernize-use-nullptr)
+  bool operator==(const PortPath&) const = default;
+  /// Not <=>, which vectors do not have in LLVM's C++ library before version 17.
+  bool operator<(const PortPath& other) const {
+    return std::tie(root, ports) < std::tie(other.root, other.ports);
+  }
 };
 
 }  // namespace virtualhub
