@@ -6,7 +6,7 @@ set(CPACK_PACKAGE_CONTACT "${CPACK_PACKAGE_VENDOR}")
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
-set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/set_epoch.cmake)
+set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/packaging/set_epoch.cmake)
 set(CPACK_QZ_SOURCE_DATE_EPOCH "${QZ_SOURCE_DATE_EPOCH}")
 # Independent of the umask.
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
@@ -18,7 +18,8 @@ if(WIN32)
   string(REPLACE amd64 x64 architecture ${architecture})
   set(CPACK_PACKAGE_FILE_NAME ${PROJECT_NAME}-${PROJECT_VERSION}-windows-${architecture})
   if(NOT CMAKE_HOST_WIN32)  # its tools are for Linux
-    set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/windows/installer.cmake)
+    set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/settle_archives.cmake
+      ${PROJECT_SOURCE_DIR}/packaging/windows/installer.cmake)
     string(REPLACE arm64 Arm64 CPACK_QZ_PROCESSOR ${architecture})  # as installers name it
   endif()
   include(CPack)
@@ -34,6 +35,7 @@ if(QZ_OLDEST_GLIBC)
     "processor=${CMAKE_SYSTEM_PROCESSOR}\narchitecture=${architecture}\nlibraries='libc6 (>= ${QZ_OLDEST_GLIBC})'\n")
   include(cmake/package_rpm.cmake)
   set(CPACK_GENERATOR TGZ)
+  set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/settle_archives.cmake)
   set(CPACK_COMPONENTS_ALL archive_library archive_development archive_tools archive_licence)
   set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
   set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)

@@ -8,6 +8,8 @@ import sys
 
 import archives
 
+SHOWN = 20  # differences of one file
+
 
 def files(folder):
     return {file.relative_to(folder).as_posix(): file for file in sorted(pathlib.Path(folder).rglob("*"))
@@ -48,25 +50,32 @@ def differences(first, second):
     yield from entry_differences(archives.read(first), archives.read(second))
 
 
+def report(name, first, second):
+    """Prints the sum of a file, or how it differs; says whether it is equal."""
+    found = list(differences(first, second))
+    if not found:
+        print(f"{hashlib.sha256(first.read_bytes()).hexdigest()}  {name}")
+        return True
+    print(f"DIFFERENT  {name}")
+    for line in found[:SHOWN]:
+        print(f"           {line}")
+    if len(found) > SHOWN:
+        print(f"           and {len(found) - SHOWN} more")
+    return False
+
+
 def main():
     if len(sys.argv) != 3:
         sys.exit(__doc__)
     first, second = files(sys.argv[1]), files(sys.argv[2])
     if not first:
         sys.exit(f"compare.py: there is nothing in {sys.argv[1]}")
-    different = set(first) ^ set(second)
-    for name in sorted(different):
+    for name in sorted(set(first) ^ set(second)):
         print(f"DIFFERENT  {name}: only in the {'first' if name in first else 'second'}")
-    for name in sorted(set(first) & set(second)):
-        found = list(differences(first[name], second[name]))
-        if found:
-            different.add(name)
-            print(f"DIFFERENT  {name}")
-            for line in found:
-                print(f"           {line}")
-        else:
-            print(f"{hashlib.sha256(first[name].read_bytes()).hexdigest()}  {name}")
-    print(f"{len(set(first) | set(second)) - len(different)} equal, {len(different)} different")
+    common = sorted(set(first) & set(second))
+    equal = sum(report(name, first[name], second[name]) for name in common)
+    different = len(set(first) | set(second)) - equal
+    print(f"{equal} equal, {different} different")
     sys.exit(1 if different else 0)
 
 

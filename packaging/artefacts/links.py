@@ -37,24 +37,29 @@ def _ninja(folder, *arguments):
 def _files_of_link(folder, target):
     """The files that the linker reads, as it names them: those of the build relative to its folder."""
     command = _ninja(folder, "commands", "-s", target).splitlines()[-1]
+    is_zig = "/@zigc/" in command
     with tempfile.TemporaryDirectory() as scratch:
-        command, count = re.subn(r"(?<= -o )\S+", f"{scratch}/{pathlib.Path(target).name}", command)
+        command = re.sub(r"(?<= -o )\S+", f"{scratch}/{pathlib.Path(target).name}", command)
         command = re.sub(r"--out-implib,\S+", f"--out-implib,{scratch}/import", command)
-        is_zig = "/@zigc/" in command
         if not is_zig:
             command = command.replace(" -o ", " -Wl,--trace -o ", 1)
         run = subprocess.run(["sh", "-c", command], cwd=folder, check=True, capture_output=True, text=True,
                              env={**os.environ, "ZIG_VERBOSE_LINK": "1"})
-        said = (run.stderr.split() if is_zig else run.stdout.splitlines()) if count == 1 else []
-    files = {word for word in said if re.search(r"\.(a|o|obj|lib|so(\.\d+)*)$", word) and not word.startswith("-")}
+    said = run.stderr.split() if is_zig else run.stdout.splitlines()
+    files = {word for word in said if re.search(r"\.(a|o|obj|lib|so(\.\d+)*)$", word)}
     files = {os.path.relpath(file, folder) if file.startswith(f"{folder}/") else file for file in files}
-    # A linker for ELF files also reads texts of that name, which name the library.
-    return {file for file in files if not _is_text(pathlib.Path(folder, file)) and scratch not in file}
+    files = {file for file in files if _is_linked(pathlib.Path(folder, file))}
+    if not files:
+        raise origins.UnknownOrigin(f"the linker does not say what it reads for {target}")
+    return files
 
 
-def _is_text(file):
+def _is_linked(file):
+    """Not what only sounds like a file, and no text, which names the library that is really read."""
+    if not file.is_file():
+        return False
     with file.open("rb") as stream:
-        return stream.read(2) == b"/*"
+        return stream.read(2) != b"/*"
 
 
 def _objects(folder, files):

@@ -8,7 +8,8 @@ source=$1 build=$2 version=$3 packages=$4 architecture=$5 libraries=$6
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 rm -rf "$packages"
-sh "$source/packaging/debian/make.sh" "$build" "$packages"
+# Sanitized files are large.
+DPKG_DEB_COMPRESSOR_TYPE=gzip DPKG_DEB_COMPRESSOR_LEVEL=1 sh "$source/packaging/debian/make.sh" "$build" "$packages"
 failures=0
 fail() { echo "$*" >&2; failures=1; }
 

@@ -18,6 +18,9 @@ import archives  # noqa: E402
 
 FOLDER, BUILDS = pathlib.Path(sys.argv[1]), [os.path.abspath(build) for build in sys.argv[2:]]
 del sys.argv[1:]
+if not FOLDER.is_dir():
+    print("skipped: no packages, which need debhelper")
+    sys.exit(77)
 # What code that includes a product's headers, or is linked with the C++ runtime, has in it: names of types.
 TRACES = {b"N8nlohmann": r"nlohmann-json", b"N3CLI": r"cli11", b"\0St9exception\0": r"libc\+\+abi|g\+\+-mingw"}
 PACKAGE_FIELDS = {"SPDXID", "name", "downloadLocation", "filesAnalyzed", "licenseDeclared"}

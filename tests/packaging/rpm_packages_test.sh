@@ -66,7 +66,6 @@ same qzhidapi-devel files '%{FILENAMES}' << END
 /usr/lib64/qzhidapi/virtual/libQzHidAPI.so
 /usr/share/doc/QzHidAPI
 /usr/share/doc/QzHidAPI/CHANGELOG.md
-/usr/share/doc/QzHidAPI/CONTRIBUTING.md
 /usr/share/doc/QzHidAPI/README.md
 /usr/share/doc/QzHidAPI/SECURITY.md
 /usr/share/doc/QzHidAPI/docs/
