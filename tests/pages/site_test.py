@@ -91,6 +91,10 @@ class SiteTest(checks.PageTest):
         self.assertEqual(functions, [heading.removesuffix("¶") for heading in self.texts("h3")])
         self.assertEqual(functions, self.texts("dl.function .sig-name"))
         self.assertEqual(27, len(self.texts("dl.function > dd > p:first-child")))
+        self.assertEqual(["HidDevRecord", "QZ_Utf16", "QZ_ExceptionFilter", "QZ_ProgressCallback", "QZ_RECORD_TEXT_UNITS",
+                          "QZ_STATUS_REFUSED", "QZ_DEVICE_TYPE_HID"],
+                         self.texts("#types-and-constants > dl > dt .sig-name"))
+        self.assertEqual(9, len(self.texts("#types-and-constants dl dl dd p")), "the members of HidDevRecord")
         self.assertIn("None of these changes which device is open.", self.texts("#gpio > p")[0])
 
     def test_log_lines_are_shown_as_they_are(self):
