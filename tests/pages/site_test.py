@@ -94,7 +94,7 @@ class SiteTest(checks.PageTest):
         self.assertEqual(["HidDevRecord", "QZ_Utf16", "QZ_ExceptionFilter", "QZ_ProgressCallback", "QZ_RECORD_TEXT_UNITS",
                           "QZ_STATUS_REFUSED", "QZ_DEVICE_TYPE_HID"],
                          self.texts("#types-and-constants > dl > dt .sig-name"))
-        self.assertEqual(9, len(self.texts("#types-and-constants dl dl dd p")), "the members of HidDevRecord")
+        self.assertEqual(9, len(self.texts("#types-and-constants dl dl > dd > p:first-child")), "the members of HidDevRecord")
         self.assertIn("None of these changes which device is open.", self.texts("#gpio > p")[0])
 
     def test_log_lines_are_shown_as_they_are(self):
