@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Makes the packages for Python, Node and .NET in build/bindings, with the libraries for all systems. For
-# `script/package bindings`.
+# `script/package bindings`, which sets SOURCE_DATE_EPOCH.
 . "$(dirname "$0")/../script/lib.sh"
 
 # Those for Linux run on every system with glibc 2.17 or newer.
@@ -9,11 +9,17 @@ script/bootstrap native "${presets[@]}"
 rm -rf build/bindings
 libraries=()
 for preset in "${presets[@]}"; do
+  configure "$preset" "QZ_SOURCE_DATE_EPOCH=$SOURCE_DATE_EPOCH"
   build "$preset" QzHidAPI QzHidAPI_virtual
   folder=build/bindings/libraries/$preset
-  cmake --install "build/$preset" --strip --component library --prefix "$folder" >/dev/null
+  for component in library licence; do
+    cmake --install "build/$preset" --strip --component "$component" --prefix "$folder" >/dev/null
+  done
   libraries+=("${preset/portable/linux}=$folder")
 done
 say 'packing bindings'
 bindings/make_packages.py --node-modules "$cache/node/node_modules" build/bindings "${libraries[@]}"
 rm -rf build/bindings/libraries
+lintian --fail-on error,warning build/bindings/*.deb >build/bindings.log 2>&1 ||
+  { cat build/bindings.log >&2; die 'the Debian package is not as Debian wants it'; }
+packaging/artefacts/list_contents.py build/bindings "${presets[@]/#/build/}"

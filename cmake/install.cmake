@@ -1,6 +1,6 @@
 # What `cmake --install` installs and where, in the components "library", "development", "tools" and
-# "licence". Portable builds also have it in the layout of the archive for any Linux, which `cmake
-# --install` leaves alone: in components whose names begin with "archive_".
+# "licence". Portable builds also have it in the layouts of the archive for any Linux and of RPM packages,
+# which `cmake --install` leaves alone: in components whose names begin with "archive_" and "rpm_".
 include(CMakePackageConfigHelpers)
 include(cmake/documents.cmake)
 
@@ -9,6 +9,7 @@ add_custom_target(installed)
 if(WIN32 AND NOT MSVC)
   include(cmake/msvc_import_library.cmake)
 endif()
+include(cmake/licences.cmake)
 if(QZ_BUILD_TOOLS)
   include(cmake/install_tools.cmake)
 endif()
@@ -62,11 +63,13 @@ function(qz_install layout libdir virtual_libdir)
     qz_install_tools("${layout}" ${libdir} ${ARGN})
   endif()
   install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT ${layout}licence ${ARGN})
+  qz_install_licences(${CMAKE_INSTALL_DOCDIR}/licences ${layout}licence ${ARGN})
 endfunction()
 
 qz_install("" ${CMAKE_INSTALL_LIBDIR} ${qz_virtual_libdir})
 if(QZ_OLDEST_GLIBC)
   qz_install(archive_ lib lib/qzhidapi/virtual EXCLUDE_FROM_ALL)
+  qz_install(rpm_ lib64 lib64/qzhidapi/virtual EXCLUDE_FROM_ALL)
   configure_file(packaging/install.sh.in ${PROJECT_BINARY_DIR}/install/install.sh @ONLY)
   install(PROGRAMS ${PROJECT_BINARY_DIR}/install/install.sh DESTINATION . COMPONENT archive_licence
     EXCLUDE_FROM_ALL)

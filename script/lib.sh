@@ -6,6 +6,20 @@ cd "$(dirname "$0")/.."
 say() { printf '==> %d:%02d %s\n' $((SECONDS / 60)) $((SECONDS % 60)) "$*" >&2; }
 die() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
 
+# epoch: the time of the sources, in seconds since 1970: that in SOURCE_DATE_EPOCH, of the last commit, or,
+# in sources without git, the day of the newest section of CHANGELOG.md.
+epoch() {
+  if [ -n "${SOURCE_DATE_EPOCH:-}" ]; then
+    echo "$SOURCE_DATE_EPOCH"
+  elif [ -e .git ]; then
+    git log -1 --format=%ct || die 'git does not say when the last commit was made'
+  else
+    local day
+    day=$(sed -n 's/^## .* (\([0-9-]*\))$/\1/p' CHANGELOG.md | head -n 1)
+    date --utc --date "${day:?no day in CHANGELOG.md}" +%s
+  fi
+}
+
 # configure PRESET [SETTING=VALUE...]: configures on first use, and again if a setting has changed.
 configure() { configure_in "build/$1" "$@"; }
 

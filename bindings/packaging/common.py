@@ -43,11 +43,16 @@ class Libraries(NamedTuple):
     system: System
     real: bytes
     virtual: bytes
+    licences: dict
 
     def files(self, folder):
         """Their names and contents in a package; the folder is that for the system."""
         return {f"{folder}/{self.system.library}": self.real,
                 f"{folder}/virtual/{self.system.library}": self.virtual}
+
+    def licence_files(self, folder):
+        """The licences of what is linked into them; the folder is that for the system."""
+        return {f"{folder}/licences/{name}": text for name, text in self.licences.items()}
 
 
 def find_libraries(name, folder):
@@ -61,7 +66,8 @@ def find_libraries(name, folder):
     for virtual, files in found.items():
         if len(files) != 1:
             raise PackageError(f"{folder} has {len(files)} {'virtual ' if virtual else ''}libraries {system.library}")
-    return Libraries(system, found[False][0], found[True][0])
+    licences = {file.name: file.read_bytes() for file in sorted(pathlib.Path(folder).rglob("licences/*.txt"))}
+    return Libraries(system, found[False][0], found[True][0], licences)
 
 
 def tree(folder, *patterns):

@@ -17,6 +17,7 @@ def make(out, all_libraries, node_modules):
     files["LICENSE"] = licence()
     for libraries in all_libraries:
         files.update(libraries.files(f"native/{libraries.system.node}"))
+        files.update(libraries.licence_files(f"native/{libraries.system.node}"))
     for name in KOFFI:
         files.update(_bundled(node_modules / name, f"node_modules/{name}"))
     path = out / f"qzhidapi-{VERSION}.tgz"

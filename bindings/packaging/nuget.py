@@ -3,6 +3,7 @@ import pathlib
 import subprocess
 import tempfile
 
+from .assembly import settle
 from .common import AUTHORS, BINDINGS, SUMMARY, VERSION, licence, tree, write_zip
 
 FRAMEWORK = "net471"
@@ -29,6 +30,7 @@ TYPES = """<?xml version="1.0" encoding="utf-8"?>
   <Default Extension="1" ContentType="application/octet" />
   <Default Extension="cs" ContentType="text/plain" />
   <Default Extension="md" ContentType="text/plain" />
+  <Default Extension="txt" ContentType="text/plain" />
   <Default Extension="targets" ContentType="application/octet" />
   <Override PartName="/LICENSE" ContentType="text/plain" />
 </Types>
@@ -57,6 +59,7 @@ def make(out, all_libraries):
     files.update({f"src/{name}": data for name, data in tree("dotnet", "*.cs").items()})
     for libraries in all_libraries:
         files.update(libraries.files(f"runtimes/{libraries.system.dotnet}/native"))
+        files.update(libraries.licence_files(libraries.system.dotnet))
     path = out / f"{NAME}.{VERSION}.nupkg"
     write_zip(path, files)
     return path
@@ -69,4 +72,4 @@ def _assembly():
         assembly = pathlib.Path(work, f"{NAME}.dll")
         subprocess.run(["mcs", "-target:library", "-optimize", "-warnaserror", f"-out:{assembly}", version,
                         *sorted((BINDINGS / "dotnet").glob("*.cs"))], check=True)
-        return assembly.read_bytes()
+        return settle(assembly.read_bytes())

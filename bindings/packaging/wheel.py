@@ -21,7 +21,7 @@ def metadata():
 
 def make(out, libraries):
     tag = f"py3-none-{libraries.system.wheel}"
-    files = {**modules(), **libraries.files("qzhidapi/native"),
+    files = {**modules(), **libraries.files("qzhidapi/native"), **libraries.licence_files(FOLDER),
              f"{FOLDER}/METADATA": metadata(), f"{FOLDER}/LICENSE": licence(),
              f"{FOLDER}/WHEEL": f"Wheel-Version: 1.0\nGenerator: qzhidapi\nRoot-Is-Purelib: false\nTag: {tag}\n".encode()}
     record = "".join(f"{name},sha256={_digest(data)},{len(data)}\n" for name, data in files.items())

@@ -28,9 +28,24 @@ string(UUID product_code NAMESPACE ${upgrade_code} TYPE SHA1 UPPER
   NAME "${CPACK_PACKAGE_VERSION} ${CPACK_QZ_PROCESSOR}")
 string(UUID package_code NAMESPACE ${product_code} TYPE SHA1 UPPER NAME "${contents}")
 
+# Files in the installer have the times that they have in the folder.
+if(NOT "${CPACK_QZ_SOURCE_DATE_EPOCH}" STREQUAL "")
+  set(ENV{TZ} UTC)
+  execute_process(COMMAND find ${tree} -exec touch --no-dereference --date @${CPACK_QZ_SOURCE_DATE_EPOCH} {} +
+    COMMAND_ERROR_IS_FATAL ANY)
+endif()
 file(WRITE ${fragment}.txt "${list}")
 execute_process(COMMAND wixl-heat --prefix ./ --directory-ref INSTALLDIR --component-group Files
   --var var.Tree --win64 INPUT_FILE ${fragment}.txt OUTPUT_FILE ${fragment} COMMAND_ERROR_IS_FATAL ANY)
+# It gives folders random names.
+file(READ ${fragment} text)
+string(REGEX MATCHALL "\"dir[0-9A-F]+\"" folders "${text}")
+set(number 0)
+foreach(folder IN LISTS folders)
+  math(EXPR number "${number} + 1")
+  string(REPLACE ${folder} "\"dir${number}\"" text "${text}")
+endforeach()
+file(WRITE ${fragment} "${text}")
 run(wixl --arch x64 -D Win64=yes -D Tree=. -D Version=${CPACK_PACKAGE_VERSION}
   -D UpgradeCode=${upgrade_code} -D ProductCode=${product_code} --output ${draft}
   ${CMAKE_CURRENT_LIST_DIR}/installer.wxs ${fragment})
@@ -49,4 +64,7 @@ run(msibuild ${draft}
   -q "INSERT INTO RemoveFile (FileKey, Component_, FileName, DirProperty, InstallMode) VALUES ('VirtualLog', 'Path', 'info.txt', 'VIRTUALDIR', 2)"
   -s "QzHidAPI ${CPACK_PACKAGE_VERSION}" "The QzHidAPI authors" "${CPACK_QZ_PROCESSOR}\;1033"
   {${package_code}})
+if(NOT "${CPACK_QZ_SOURCE_DATE_EPOCH}" STREQUAL "")
+  run(${CMAKE_CURRENT_LIST_DIR}/settle_times.py ${draft} ${CPACK_QZ_SOURCE_DATE_EPOCH})
+endif()
 file(RENAME ${draft} ${installer})

@@ -16,7 +16,7 @@ void CProxyDriver::QZ_InitProxyDriver() {
   m_pProxy = std::make_unique<CHidProperty>(std::make_unique<CHidTransfers>());
   CRequestCMD::Instance().SetProperty(m_pProxy.get());
   CMsg::Instance().Log(0, "CRequestCMD::QZ_InitProxyDriver", "YvProxy lib built on %s at %s\n",
-                       __DATE__, __TIME__);
+                       QZ_BUILD_DAY, QZ_BUILD_TIME);
   if (m_pProxy->Init() == 0) {
     CMsg::Instance().Log(3, "QZ_InitProperty", "Init Proxy Driver Fail\n");
   }

@@ -11,7 +11,7 @@ rm -rf "$folder"
 tar -x -f "$folder/$name.tar.gz" -C "$work" "$name/share/doc/QzHidAPI"
 python3 "$(dirname "$0")/documents_test.py" "$work/$name/share/doc/QzHidAPI"
 tar -t -f "$folder/$name.tar.gz" | grep -v '/$' |
-  sed -E "s|^$name/||; /LICENSE$/!s|/doc/QzHidAPI/.*|/doc/QzHidAPI/|; s,\.so\.1\.[0-9.]+$,.so.VERSION," |
+  sed -E "s|^$name/||; s|/licences/.*|/licences/|; /(LICENSE|licences\/)$/!s|/doc/QzHidAPI/.*|/doc/QzHidAPI/|; s,\.so\.1\.[0-9.]+$,.so.VERSION," |
   LC_ALL=C sort -u > "$work/found"
 cat > "$work/expected" << END
 bin/qzhid
@@ -35,6 +35,7 @@ share/bash-completion/completions/qzhid
 share/bash-completion/completions/qzhub
 share/doc/QzHidAPI/
 share/doc/QzHidAPI/LICENSE
+share/doc/QzHidAPI/licences/
 share/man/man1/qzhid.1.gz
 share/man/man1/qzhub.1.gz
 share/qzhidapi/qzhidapi-usbhid.conf

@@ -1,7 +1,7 @@
 #!/bin/sh
-# clean_root_test.sh PACKAGES ROOT: what is in that folder, Debian packages or the archive for any Linux,
-# can be installed in a minimal Debian, works there, and leaves nothing when it is removed. The changes to
-# the root folder are not kept.
+# clean_root_test.sh PACKAGES ROOT: what is in that folder, Debian packages, RPM packages or the archive for
+# any Linux, can be installed in a minimal Debian, works there, and leaves nothing when it is removed. The
+# changes to the root folder are not kept.
 set -eu
 if [ "${3-}" != inside ]; then
   [ -d "$2" ] || { echo "skipped: no Debian in $2"; exit 77; }
@@ -16,7 +16,8 @@ mkdir "$work/upper" "$work/work" "$root"
 mount -t overlay overlay -o "lowerdir=$2,upperdir=$work/upper,workdir=$work/work" "$root"
 mount -t proc proc "$root/proc"
 archive=$(find "$1" -maxdepth 1 -name '*.tar.gz')
-cp ${archive:-"$1"/*.deb} "$root/tmp"
+rpms=$(find "$1" -maxdepth 1 -name '*.rpm')
+[ -n "$rpms" ] || cp ${archive:-"$1"/*.deb} "$root/tmp"
 echo '{"time": "virtual", "state_folder": ".", "devices": [{"name": "hub", "port": "1"}]}' > "$root/tmp/hub.json"
 
 inside() { chroot "$root" env -i PATH=/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin QZ_VIRTUAL_HUB=/tmp/hub.json "$@"; }
@@ -33,6 +34,11 @@ if [ -n "$archive" ]; then
   mkdir -p "${link%/*}"
   said=$(inside sh -c 'tar -x -f /tmp/*.tar.gz -C /tmp && /tmp/QzHidAPI-*/install.sh' 2>&1) || fail "$said"
   cmp "$root$(readlink "$link")" "$root"/tmp/QzHidAPI-*/lib/udev/rules.d/70-qzhidapi.rules
+elif [ -n "$rpms" ]; then
+  prefix=/usr
+  . "$(dirname "$0")/rpm_root.sh"
+  # shellcheck disable=SC2086
+  install_rpms $rpms > "$work/log" 2>&1 || fail "$(cat "$work/log")"
 else
   prefix=/usr
   said=$(inside sh -c 'dpkg -i /tmp/*.deb' 2>&1) || fail "$said"
@@ -44,9 +50,9 @@ says 'hub 1-1 runs 2.10 now' \
 says 'runs          firmware 2.10' qzhid --virtual info
 says update bash -c '. $0/share/bash-completion/completions/qzhid; COMP_WORDS=(qzhid up) COMP_CWORD=1
   _qzhid; echo "${COMPREPLY[@]}"' $prefix
-remove='dpkg --purge qzhidapi-tools libqzhidapi-dev libqzhidapi1'
-[ -z "$archive" ] || remove="sh $prefix/share/qzhidapi/install.sh --uninstall"
-# shellcheck disable=SC2086
-inside $remove > "$work/log" 2>&1 || fail "$(cat "$work/log")"
+remove='inside dpkg --purge qzhidapi-tools libqzhidapi-dev libqzhidapi1'
+[ -z "$archive" ] || remove="inside sh $prefix/share/qzhidapi/install.sh --uninstall"
+[ -z "$rpms" ] || remove='rpm_in_root -e qzhidapi qzhidapi-devel qzhidapi-tools'
+$remove > "$work/log" 2>&1 || fail "$(cat "$work/log")"
 inside find / -xdev -path /tmp -prune -o -iname '*qz*' -print | grep . && fail 'files are left'
 exit 0

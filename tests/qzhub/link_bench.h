@@ -4,6 +4,7 @@
 
 #include <condition_variable>
 #include <future>
+#include <memory>
 
 #include "virtualhub/hub_bench.h"
 
@@ -53,22 +54,26 @@ class LinkBench : public virtualhub::test::HubBench {
   Texts notes_;
 };
 
-/// Blocks the next report exchange of a machine.
+/// Blocks the next report exchange of a machine. May end before the machine, which then still uses
+/// what they share.
 class Gate {
  public:
   explicit Gate(virtualhub::Machine& machine) {
-    machine.SetExchangeHook([this](const virtualhub::Exchange&) {
-      if (passed_.exchange(true)) return;
-      reached_.set_value();
-      open_.get_future().wait();
+    machine.SetExchangeHook([state = state_](const virtualhub::Exchange&) {
+      if (state->passed.exchange(true)) return;
+      state->reached.set_value();
+      state->open.get_future().wait();
     });
   }
-  void WaitUntilReached() { reached_.get_future().wait(); }
-  void Open() { open_.set_value(); }
+  void WaitUntilReached() { state_->reached.get_future().wait(); }
+  void Open() { state_->open.set_value(); }
 
  private:
-  std::atomic<bool> passed_{false};
-  std::promise<void> reached_, open_;
+  struct State {
+    std::atomic<bool> passed{false};
+    std::promise<void> reached, open;
+  };
+  std::shared_ptr<State> state_ = std::make_shared<State>();
 };
 
 }  // namespace qzhub::test

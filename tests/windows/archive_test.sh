@@ -15,7 +15,7 @@ archive=$(echo QzHidAPI-*-windows-"$architecture".zip)
 name=${archive%.zip}
 python3 "$tests/packaging/documents_test.py" "$name/share/doc/QzHidAPI"
 find "$name" -type f | cut -d/ -f2- |
-  sed -E '/LICENSE$/!s,/doc/QzHidAPI/.*,/doc/QzHidAPI/,; s,-[a-z]*\.cmake,-TYPE.cmake,' |
+  sed -E 's,/licences/.*,/licences/,; /(LICENSE|licences\/)$/!s,/doc/QzHidAPI/.*,/doc/QzHidAPI/,; s,-[a-z]*\.cmake,-TYPE.cmake,' |
   LC_ALL=C sort -u > found
 cat > expected << END
 bin/QzHidAPI.dll
@@ -34,6 +34,7 @@ lib/virtual/QzHidAPI.lib
 lib/virtual/libQzHidAPI.dll.a
 share/doc/QzHidAPI/
 share/doc/QzHidAPI/LICENSE
+share/doc/QzHidAPI/licences/
 END
 diff -u expected found
 
@@ -42,6 +43,10 @@ msiextract -C installed "$installer" > log
 diff -r "$name" installed/QzHidAPI
 template=$(msiinfo suminfo "$installer" | sed -n 's/^Template: //p')
 [ "$template" = "$processor;1033" ] || { echo "the installer is for $template" >&2; exit 1; }
+
+mkdir lists
+cp "$archive" "$installer" lists
+/usr/bin/python3 "${5%/packaging/*}/tests/packaging/lists_test.py" lists "$build"
 
 output=$build/tests/installer
 rm -rf "$output"

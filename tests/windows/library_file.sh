@@ -1,18 +1,17 @@
 #!/bin/sh
-# library_file.sh DLL HEADER VERSION MACHINE LIB: the DLL is for that type of processor, exports exactly
-# the 27 functions that the header declares, needs only DLLs of the system, has the system's protections,
-# and has that version. LIB imports the same functions from a DLL of that name.
+# library_file.sh DLL SYMBOLS VERSION MACHINE LIB: the DLL is for that type of processor, exports exactly
+# the functions in that list of symbols, needs only DLLs of the system, has the system's protections, and
+# has that version. LIB, which is made of the header, imports the same functions from a DLL of that name.
 set -eu
-dll=$1 header=$2 version=$3 machine=$4 import_library=$5
+dll=$1 symbols=$2 version=$3 machine=$4 import_library=$5
 fail() { echo "$dll: $*" >&2; exit 1; }
 
 exported=$(llvm-readobj --coff-exports "$dll" | sed -n 's/^ *Name: //p' | LC_ALL=C sort)
-declared=$(grep '^QZ_API ' "$header" | grep -o 'QZ_[A-Za-z0-9_]*(' | tr -d '(' | LC_ALL=C sort)
-[ "$exported" = "$declared" ] && [ "$(echo "$exported" | wc -l)" -eq 27 ] ||
-  fail "exported: $exported; declared: $declared"
+listed=$(sed -n 's/^ \(QZ_[A-Za-z0-9_]*\)@.*/\1/p' "$symbols" | LC_ALL=C sort)
+[ -n "$exported" ] && [ "$exported" = "$listed" ] || fail "exported: $exported; listed: $listed"
 
 imported=$(llvm-readobj --file-headers "$import_library")
-[ "$(echo "$imported" | sed -n 's/^Symbol: \(QZ_.*\)/\1/p' | LC_ALL=C sort)" = "$declared" ] ||
+[ "$(echo "$imported" | sed -n 's/^Symbol: \(QZ_.*\)/\1/p' | LC_ALL=C sort)" = "$listed" ] ||
   fail "$import_library imports: $imported"
 echo "$imported" | grep -q '^File: QzHidAPI.dll$' || fail "$import_library is for another DLL"
 [ -z "$(echo "$imported" | sed -n "s/^ *Machine: //p" | grep -v "^$machine ")" ] ||

@@ -64,6 +64,9 @@ RESETS = [
 ]
 CHANNELS = {1: ("00", "0", 64), 2: ("F0", "241", 63)}
 
+# As root, newer versions of tshark load no scripts.
+NOT_ROOT = {"user": 65534, "group": 65534, "extra_groups": []} if os.geteuid() == 0 else {}
+
 
 def report(channel, header, data):
     """An output report of 321 bytes."""
@@ -76,10 +79,16 @@ def is_in(header):
     return header.startswith("C0") or header.startswith("40 D6")
 
 
-def shown(capture, *wanted):
+def shown(capture):
     """What is shown of each packet that the dissector knows: all fields, by name."""
-    text = subprocess.run(["tshark", "-2", "-r", capture, "-X", f"lua_script:{DISSECTOR}", "-Y", "qzhid", "-T", "json"],
-                          check=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    with tempfile.TemporaryDirectory() as folder:
+        os.chmod(folder, 0o755)
+        script, copy = shutil.copyfile(DISSECTOR, f"{folder}/qzhid.lua"), shutil.copyfile(capture, f"{folder}/capture")
+        for file in script, copy:
+            os.chmod(file, 0o644)
+        text = subprocess.run(["tshark", "-2", "-r", copy, "-X", f"lua_script:{script}", "-Y", "qzhid", "-T", "json"],
+                              check=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                              env={**os.environ, "HOME": folder}, **NOT_ROOT)
     problems = [line for line in text.stderr.splitlines() if "Running as user" not in line]
     assert not problems, problems
     packets = []

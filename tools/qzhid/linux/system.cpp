@@ -16,15 +16,17 @@ namespace qzhid::system {
 
 std::vector<std::string> LibraryFiles(const std::filesystem::path& folder, bool isVirtual) {
   constexpr const char* kName = "libQzHidAPI.so.1";
-  // In a build folder, where both are installed, and in the archive for any Linux.
-  const std::filesystem::path built = folder.parent_path() / "lib";
+  // In a build folder, where both are installed, in the archive for any Linux, and in RPM packages.
+  const std::filesystem::path top = folder.parent_path();
   if (isVirtual) {
-    return {(built / "virtual" / kName).string(),
+    return {(top / "lib/virtual" / kName).string(),
             (folder / QZHID_VIRTUAL_LIBRARY_FOLDER / kName).string(),
-            (built / "qzhidapi/virtual" / kName).string()};
+            (top / "lib/qzhidapi/virtual" / kName).string(),
+            (top / "lib64/qzhidapi/virtual" / kName).string()};
   }
   // After the files that come with the program, the one that the system's loader finds.
-  return {(built / kName).string(), (folder / QZHID_LIBRARY_FOLDER / kName).string(), kName};
+  return {(top / "lib" / kName).string(), (folder / QZHID_LIBRARY_FOLDER / kName).string(),
+          (top / "lib64" / kName).string(), kName};
 }
 
 std::filesystem::path ProgramFolder() {
