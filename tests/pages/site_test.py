@@ -18,13 +18,18 @@ START = (SOURCE / "docs/README.md").read_text(encoding="utf-8")
 
 
 class SiteTest(checks.PageTest):
+    def setUp(self):
+        super().setUp()
+        self.assertNotEqual([], PAGES, "there is no site: run script/docs first")
+
     def open(self, name):
         self.chromium.open(SITE / name)
 
     def follow(self, action, address):
-        """Does what leads to that address, and waits until it is shown."""
+        """Does what leads to that address, and waits until it is shown. The page that does it is gone then, so
+        nobody waits for its answer."""
         self.chromium.wanted, self.chromium.loads = f"{SITE.as_uri()}/{address.partition('#')[0]}", 0
-        self.look(action)
+        self.look(f"void setTimeout(() => {{ {action}; }})")
         self.wait_until(lambda: self.chromium.loads > 0, address)
 
     def search(self, words):
