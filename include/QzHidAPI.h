@@ -153,8 +153,8 @@ QZ_API uint8_t QZ_ListAllHidDev(HidDevRecord** ppList, uint32_t* pCount);
 /**
  * Lists the attached HID devices whose first hardware id contains both ids, of the family or not.
  *
- * @param wVID    Only the low 16 bits count. The ids are searched for as lower-case hexadecimal text
- *                without leading zeros, anywhere in the hardware id.
+ * @param wVID    Only the low 16 bits count. The ids are searched for as lower-case hexadecimal
+ *                text without leading zeros, anywhere in the hardware id.
  * @param wPID    As wVID.
  * @param ppList  As for QZ_ListAllHidDev.
  * @param pCount  As for QZ_ListAllHidDev.

@@ -18,13 +18,18 @@ START = (SOURCE / "docs/README.md").read_text(encoding="utf-8")
 
 
 class SiteTest(checks.PageTest):
+    def setUp(self):
+        super().setUp()
+        self.assertNotEqual([], PAGES, "there is no site: run script/docs first")
+
     def open(self, name):
         self.chromium.open(SITE / name)
 
     def follow(self, action, address):
-        """Does what leads to that address, and waits until it is shown."""
+        """Does what leads to that address, and waits until it is shown. The page that does it is gone then, so
+        nobody waits for its answer."""
         self.chromium.wanted, self.chromium.loads = f"{SITE.as_uri()}/{address.partition('#')[0]}", 0
-        self.look(action)
+        self.look(f"void setTimeout(() => {{ {action}; }})")
         self.wait_until(lambda: self.chromium.loads > 0, address)
 
     def search(self, words):
@@ -91,6 +96,10 @@ class SiteTest(checks.PageTest):
         self.assertEqual(functions, [heading.removesuffix("¶") for heading in self.texts("h3")])
         self.assertEqual(functions, self.texts("dl.function .sig-name"))
         self.assertEqual(27, len(self.texts("dl.function > dd > p:first-child")))
+        self.assertEqual(["HidDevRecord", "QZ_Utf16", "QZ_ExceptionFilter", "QZ_ProgressCallback", "QZ_RECORD_TEXT_UNITS",
+                          "QZ_STATUS_REFUSED", "QZ_DEVICE_TYPE_HID"],
+                         self.texts("#types-and-constants > dl > dt .sig-name"))
+        self.assertEqual(9, len(self.texts("#types-and-constants dl dl > dd > p:first-child")), "the members of HidDevRecord")
         self.assertIn("None of these changes which device is open.", self.texts("#gpio > p")[0])
 
     def test_log_lines_are_shown_as_they_are(self):
