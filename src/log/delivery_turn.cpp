@@ -6,23 +6,24 @@ namespace qzhid {
 
 void CDeliveryTurn::lock() {
   const auto self = std::this_thread::get_id();
-  std::unique_lock<std::mutex> lock(m_Lock);
-  m_Free.wait(lock, [&] { return m_nDepth == 0 || m_Owner == self; });
-  m_Owner = self;
+  if (m_Owner != self) {
+    m_Lock.lock();
+    m_Owner = self;
+  }
   ++m_nDepth;
 }
 
 void CDeliveryTurn::unlock() {
-  const std::lock_guard<std::mutex> lock(m_Lock);
-  if (--m_nDepth == 0) m_Free.notify_one();
+  if (--m_nDepth != 0) return;
+  m_Owner = std::thread::id();
+  m_Lock.unlock();
 }
 
-void CDeliveryTurn::EndFork(bool isChild) noexcept {
-  if (isChild) {
-    new (&m_Free) std::condition_variable;  // no thread of the child waits
-    if (m_Owner != std::this_thread::get_id()) m_nDepth = 0;
-  }
-  m_Lock.unlock();
+void CDeliveryTurn::EndFork() noexcept {
+  if (m_Owner == std::this_thread::get_id()) return;
+  new (&m_Lock) std::mutex;  // its owner, if there was one, is not in the child
+  m_Owner = std::thread::id();
+  m_nDepth = 0;
 }
 
 }  // namespace qzhid

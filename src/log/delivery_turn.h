@@ -1,7 +1,7 @@
 // The lock of a delivery.
 #pragma once
 
-#include <condition_variable>
+#include <atomic>
 #include <mutex>
 #include <thread>
 
@@ -18,15 +18,13 @@ class CDeliveryTurn {
   void lock();
   void unlock();
 
-  /// Around a fork of the process, on the thread that forks.
-  void BeginFork() { m_Lock.lock(); }
-  void EndFork(bool isChild) noexcept;
+  /// In the child after a fork of the process, on the thread that forked.
+  void EndFork() noexcept;
 
  private:
-  std::mutex m_Lock;  // guards all below
-  std::condition_variable m_Free;
-  std::thread::id m_Owner;
-  unsigned m_nDepth = 0;
+  std::mutex m_Lock;
+  std::atomic<std::thread::id> m_Owner{};
+  unsigned m_nDepth = 0;  // of the owner
 };
 
 }  // namespace qzhid

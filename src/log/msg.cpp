@@ -66,25 +66,22 @@ void CMsg::TryClearResponders() noexcept {
 template <class Call>
 void CMsg::Deliver(unsigned kind, const Call& call) {
   if (!m_Responders.Takes(kind)) return;
-  const std::lock_guard<CDeliveryTurn> lock(kind == kProgress ? m_ProgressTurn : m_TextTurn);
   const auto receivers = m_Responders.Get();
   if (!receivers) return;
+  const std::lock_guard<CDeliveryTurn> lock(kind == kProgress ? m_ProgressTurn : m_TextTurn);
   for (const auto& entry : *receivers) {
     // An earlier receiver of this round may have removed a later one.
     if ((entry->takes & kind) != 0 && entry->isRegistered) call(entry->responder);
   }
 }
 
-void CMsg::BeginFork() {
-  m_TextTurn.BeginFork();
-  m_ProgressTurn.BeginFork();
-  m_Responders.ForkLock().lock();
-}
+void CMsg::BeginFork() { m_Responders.ForkLock().lock(); }
 
 void CMsg::EndFork(bool isChild) noexcept {
   m_Responders.ForkLock().unlock();
-  m_ProgressTurn.EndFork(isChild);
-  m_TextTurn.EndFork(isChild);
+  if (!isChild) return;
+  m_ProgressTurn.EndFork();
+  m_TextTurn.EndFork();
 }
 
 void CMsg::RemoveResponder(IResponder* responder) {

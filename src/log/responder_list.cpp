@@ -16,6 +16,7 @@ void CResponderList::Add(IResponder* responder) {
   }
   next->push_back(std::move(added));
   old = std::exchange(m_pCurrent, std::move(next));
+  UpdateTakes();
 }
 
 void CResponderList::Remove(const IResponder* responder) {
@@ -25,6 +26,7 @@ void CResponderList::Remove(const IResponder* responder) {
     return &entry->responder == responder && entry->isRegistered;
   });
   if (found != m_pCurrent->end()) (*found)->isRegistered = false;
+  UpdateTakes();
 }
 
 void CResponderList::Clear() noexcept {
@@ -41,13 +43,15 @@ void CResponderList::ClearLocked() noexcept {
   if (!m_pCurrent) return;
   for (const auto& entry : *m_pCurrent) entry->isRegistered = false;
   m_pCurrent.reset();
+  m_nTakes = 0;
 }
 
-bool CResponderList::Takes(unsigned kind) {
-  const std::lock_guard<std::mutex> lock(m_Lock);
-  return m_pCurrent && std::any_of(m_pCurrent->begin(), m_pCurrent->end(), [&](const auto& entry) {
-           return (entry->takes & kind) != 0 && entry->isRegistered;
-         });
+void CResponderList::UpdateTakes() noexcept {
+  unsigned all = 0;
+  for (const auto& entry : *m_pCurrent) {
+    if (entry->isRegistered) all |= entry->takes;
+  }
+  m_nTakes = all;
 }
 
 std::shared_ptr<const CResponderList::Receivers> CResponderList::Get() {

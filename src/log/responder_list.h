@@ -36,7 +36,7 @@ class CResponderList {
   /// Clears, unless another thread has the lock: it may be gone without having released it.
   void TryClear() noexcept;
   /// Whether any receiver takes that kind.
-  bool Takes(unsigned kind);
+  bool Takes(unsigned kind) const { return (m_nTakes & kind) != 0; }
   /// The list as it is now; null when there is none. It may hold entries that were removed.
   std::shared_ptr<const Receivers> Get();
 
@@ -45,7 +45,9 @@ class CResponderList {
 
  private:
   void ClearLocked() noexcept;
+  void UpdateTakes() noexcept;
 
+  std::atomic<unsigned> m_nTakes{0};  // what all that are registered take
   std::shared_ptr<const Receivers> m_pCurrent;
   std::mutex m_Lock;  // guards the pointer
 };

@@ -9,7 +9,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   virtualhub::HubConfig& hub = *scenario.devices[0].hub;
   const std::uint8_t kind = input.Byte();
   hub.bankSize = virtualhub::kIdentityEnd;
-  if ((kind & 1) != 0) hub.image.image = kGoodImage;
+  if ((kind & 1) != 0) hub.image.image = std::make_shared<const virtualhub::Bytes>(kGoodImage);
   hub.dualBank = (kind & 2) != 0;
   hub.ispSupported = (kind & 4) != 0;
   LibraryBench bench(scenario);

@@ -13,10 +13,12 @@
 
 namespace qzhid::test {
 
-/// A path in the temporary folder that no other test uses.
+/// A path in the temporary folder that no other test uses, and no benchmark.
 inline std::string UniquePath(const std::string& name) {
-  const ::testing::TestInfo& info = *::testing::UnitTest::GetInstance()->current_test_info();
-  std::string path = std::string(info.test_suite_name()) + "." + info.name() + "." + name;
+  const ::testing::TestInfo* const info = ::testing::UnitTest::GetInstance()->current_test_info();
+  std::string path = info == nullptr ? std::string("benchmark")
+                                     : std::string(info->test_suite_name()) + "." + info->name();
+  path += "." + name;
   std::replace(path.begin(), path.end(), '/', '_');
   return ::testing::TempDir() + path;
 }

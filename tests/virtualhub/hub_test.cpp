@@ -1,6 +1,7 @@
 // The hub: its flash and code, what an update does to it, and everything attached to it.
 #include "hub_bench.h"
 #include "support/temp_file.h"
+#include "virtualhub/base/crc32.h"
 #include "virtualhub/hub/image.h"
 
 namespace virtualhub::test {
@@ -104,6 +105,25 @@ TEST_F(HubTest, DualBankWritesTheBankThatDoesNotRun) {
   WriteImage(NewImage());
   ASSERT_TRUE(Reset(kToFlash));
   EXPECT_EQ("flash 02 10", State());
+}
+
+TEST_F(HubTest, HubsWithOneImageFileHaveFlashOfTheirOwnThatIsErasedAfterIt) {
+  Bytes image = NewImage();
+  std::fill(image.end() - 3, image.end(), std::uint8_t{0xFF});
+  const ByteView sealed(image);
+  PutLittleEndian32(image, 0x7F8C, Crc32(sealed.subspan(0x7F90), Crc32(sealed.first(0x7F8C))));
+  const qzhid::test::ScratchFolder folder;
+  qzhid::test::WriteText(folder.At("image"), std::string(image.begin(), image.end() - 3));
+  const std::string file = R"("image": {"file": ")" + folder.At("image") + R"("})";
+  Install(OneHub(file + R"(}, {"name": "other", "port": "3.2", )" + file));
+  EXPECT_EQ("flash 02 10", State()) << "what is erased belongs to the image, too";
+  ASSERT_TRUE(Reset(kToRom));
+  const std::string atEnd = "C0 D8 FC 8F 0 0 5 0";
+  EXPECT_EQ("ok, " + HexText(sealed.subspan(0x8FFC, 1)) + " FF FF FF FF", Ask({kEnable3, atEnd}));
+  EXPECT_EQ("ok, FF FF FF FF FF", Ask({kErase, atEnd}));
+  EXPECT_EQ(0x0210, machine->hub("other").Identity().version);
+  const ByteView others = machine->hub("other").bank(0).contents().first(image.size());
+  EXPECT_EQ(image, Bytes(others.begin(), others.end()));
 }
 
 class StateFolderTest : public HubBench {

@@ -1,19 +1,16 @@
 #include "virtualhub/hub/bridge_flash.h"
 
-#include <algorithm>
-
 namespace virtualhub {
 
 bool BridgeFlash::Write(std::uint32_t address, ByteView data) {
-  if (busyLeft_ > 0 || !Fits(memory_.size(), address, data.size())) return false;
-  for (std::size_t i = 0; i < data.size(); ++i) memory_[address + i] &= data[i];
+  if (busyLeft_ > 0 || !memory_.Program(address, data)) return false;
   busyLeft_ = busyPolls_;
   return true;
 }
 
 bool BridgeFlash::EraseAll() {
   if (busyLeft_ > 0) return false;
-  std::fill(memory_.begin(), memory_.end(), std::uint8_t{0xFF});
+  memory_.Erase();
   busyLeft_ = busyPolls_;
   return true;
 }

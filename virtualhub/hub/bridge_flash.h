@@ -1,6 +1,6 @@
 #pragma once
 
-#include "virtualhub/base/bytes.h"
+#include "virtualhub/hub/nor_memory.h"
 
 namespace virtualhub {
 
@@ -16,18 +16,18 @@ class BridgeFlash {
   static constexpr std::uint8_t kReady = 0, kBusy = 1;
 
   explicit BridgeFlash(const BridgeFlashConfig& config)
-      : busyPolls_(config.busyPolls), memory_(config.size, 0xFF) {}
+      : busyPolls_(config.busyPolls), memory_(config.size) {}
 
   bool Write(std::uint32_t address, ByteView data);
   bool EraseAll();
   std::uint8_t ReadStatus();
 
-  const Bytes& memory() const { return memory_; }
+  const Bytes& memory() { return memory_.Contents(); }
 
  private:
   std::uint32_t busyPolls_;
   std::uint32_t busyLeft_ = 0;
-  Bytes memory_;
+  NorMemory memory_;
 };
 
 }  // namespace virtualhub

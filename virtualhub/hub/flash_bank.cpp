@@ -2,30 +2,26 @@
 
 #include <algorithm>
 
-#include "virtualhub/hub/image.h"
-
 namespace virtualhub {
 
+FlashBank::FlashBank(std::size_t size, const SharedBytes& image, std::uint32_t generation)
+    : size_(size),
+      memory_(size, image),
+      history_{.writtenTo = static_cast<std::uint32_t>(image->size()), .generation = generation} {}
+
 void FlashBank::Erase() {
-  std::fill(contents_.begin(), contents_.end(), std::uint8_t{0xFF});
+  memory_.Erase();
   history_ = History{.generation = history_.generation};
 }
 
 bool FlashBank::Program(std::uint32_t address, ByteView data, std::uint32_t generation) {
-  if (!Fits(contents_.size(), address, data.size())) return false;
-  for (std::size_t i = 0; i < data.size(); ++i) contents_[address + i] &= data[i];
+  if (!memory_.Program(address, data)) return false;
   if (!history_.sessionOpen) history_.generation = generation;
   history_.sessionOpen = true;
   if (address <= history_.writtenTo) {
     const auto end = static_cast<std::uint32_t>(address + data.size());
     history_.writtenTo = std::max(history_.writtenTo, end);
   }
-  return true;
-}
-
-bool FlashBank::Read(std::uint32_t address, MutableBytes data) const {
-  if (!Fits(contents_.size(), address, data.size())) return false;
-  std::copy_n(contents_.begin() + static_cast<std::ptrdiff_t>(address), data.size(), data.begin());
   return true;
 }
 
@@ -36,14 +32,17 @@ void FlashBank::CutSession() {
   history_.sessionOpen = false;
 }
 
-bool FlashBank::HoldsCompleteImage() const {
-  const Seal seal = CheckSeal(contents_);
+bool FlashBank::HoldsCompleteImage() {
+  const ByteView used = memory_.Used();
+  if (used.empty()) return false;
+  // Erased bytes after the used ones may belong to an image, but not to one that is whole without.
+  const Seal seal = CheckSeal(used) == Seal::Intact ? Seal::Intact : CheckSeal(contents());
   if (seal != Seal::None) return seal == Seal::Intact;
   return history_.writtenTo >= kIdentityEnd && !history_.cut;
 }
 
 void FlashBank::Restore(ByteView contents, const History& history) {
-  contents_.assign(contents.begin(), contents.end());
+  memory_.Contents().assign(contents.begin(), contents.end());
   history_ = history;
 }
 

@@ -1,7 +1,8 @@
 // One bank of NOR flash, and how it was written.
 #pragma once
 
-#include "virtualhub/base/bytes.h"
+#include "virtualhub/hub/image.h"
+#include "virtualhub/hub/nor_memory.h"
 
 namespace virtualhub {
 
@@ -16,7 +17,10 @@ class FlashBank {
   };
 
   /// An erased bank.
-  explicit FlashBank(std::size_t size) : contents_(size, 0xFF) {}
+  explicit FlashBank(std::size_t size) : size_(size), memory_(size) {}
+
+  /// A bank to which an image was written that fits into it.
+  FlashBank(std::size_t size, const SharedBytes& image, std::uint32_t generation);
 
   /// Sets every byte to 0xFF and forgets the history, except for the generation.
   void Erase();
@@ -26,7 +30,7 @@ class FlashBank {
   bool Program(std::uint32_t address, ByteView data, std::uint32_t generation);
 
   /// False when the range is not inside the bank.
-  bool Read(std::uint32_t address, MutableBytes data) const;
+  bool Read(std::uint32_t address, MutableBytes data) const { return memory_.Read(address, data); }
 
   /// Ends an open write session, by a reset to flash code or by cutting it off.
   void EndSession();
@@ -35,16 +39,21 @@ class FlashBank {
   /// Whether a whole image is in the bank. With a seal it is whole when length and checksum match;
   /// without one when it was written without a gap up to the end of the identity fields and no
   /// session was cut off.
-  bool HoldsCompleteImage() const;
+  bool HoldsCompleteImage();
 
-  ByteView contents() const { return contents_; }
+  /// The identity fields; no value when the bank has never been written as far as they go.
+  std::optional<ImageIdentity> Identity() const { return ReadIdentity(memory_.Used()); }
+
+  std::size_t size() const { return size_; }
+  ByteView contents() { return memory_.Contents(); }
   const History& history() const { return history_; }
 
   /// Restores what was saved; `contents` has the bank's size.
   void Restore(ByteView contents, const History& history);
 
  private:
-  Bytes contents_;
+  std::size_t size_;
+  NorMemory memory_;
   History history_;
 };
 

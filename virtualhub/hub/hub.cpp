@@ -10,18 +10,15 @@ namespace {
 constexpr std::size_t kHistorySize = 12;
 
 FlashBank MakeBank(std::size_t size, const BankConfig& config, std::uint32_t generation) {
-  FlashBank bank(size);
-  const ByteView image = config.image;
+  const ByteView image = config.image ? ByteView(*config.image) : ByteView();
   if (image.size() > size || config.cutAfter.value_or(0) > image.size()) {
     throw std::invalid_argument("image does not fit the flash bank");
   }
-  if (image.empty()) return bank;
-  bank.Program(0, image.first(config.cutAfter.value_or(image.size())), generation);
-  if (config.cutAfter) {
-    bank.CutSession();
-  } else {
-    bank.EndSession();
-  }
+  if (image.empty()) return FlashBank(size);
+  if (!config.cutAfter) return {size, config.image, generation};
+  FlashBank bank(size);
+  bank.Program(0, image.first(*config.cutAfter), generation);
+  bank.CutSession();
   return bank;
 }
 
@@ -41,7 +38,7 @@ Hub::Hub(const HubConfig& config)
   for (const auto& [slave, target] : config.i2cTargets) {
     i2cTargets_[slave] = std::visit([](const auto& kind) { return MakeTarget(kind); }, target);
   }
-  // The initial contents are copied; keeping them twice would only cost memory.
+  // What the banks no longer need of the initial contents is to be freed.
   config_.image = config_.secondImage = {};
   Boot(config.running);
 }
@@ -81,7 +78,7 @@ void Hub::Unplug() {
 
 ImageIdentity Hub::Identity() const {
   if (code_ == Code::Flash) {
-    if (const auto identity = ReadIdentity(banks_[active_].contents())) return *identity;
+    if (const auto identity = banks_[active_].Identity()) return *identity;
   }
   return {.vid = config_.rom.vid, .pid = config_.rom.pid, .version = config_.rom.version};
 }
@@ -106,7 +103,8 @@ Bytes Hub::SaveFlash() const {
     head[8] = history.sessionOpen ? 1 : 0;
     head[9] = history.cut ? 1 : 0;
     saved.insert(saved.end(), head.begin(), head.end());
-    saved.insert(saved.end(), bank.contents().begin(), bank.contents().end());
+    saved.resize(saved.size() + bank.size());
+    bank.Read(0, MutableBytes(saved).last(bank.size()));
   }
   return saved;
 }

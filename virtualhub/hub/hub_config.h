@@ -12,6 +12,7 @@
 #include "virtualhub/hub/block_target.h"
 #include "virtualhub/hub/bridge_flash.h"
 #include "virtualhub/hub/eeprom.h"
+#include "virtualhub/hub/nor_memory.h"
 
 namespace virtualhub {
 
@@ -20,7 +21,7 @@ enum class Code { Rom, Flash };
 
 /// What a flash bank holds at the start.
 struct BankConfig {
-  Bytes image;                          ///< empty: an erased bank
+  SharedBytes image;                    ///< null: an erased bank
   std::optional<std::size_t> cutAfter;  ///< writing it was cut off after that many bytes
 };
 

@@ -120,15 +120,15 @@ std::shared_ptr<const CapturedHub> ReadReplay(const JsonReader& in,
   }
 }
 
-void ReadKind(const JsonReader& in, const std::filesystem::path& folder, DeviceConfig& device) {
+void ReadKind(const JsonReader& in, ScenarioImages& images, DeviceConfig& device) {
   enum class Kind { Hub, Other, Replay } kind = Kind::Hub;
   in.Choice<Kind>("kind", kind,
                   {{"hub", Kind::Hub}, {"other", Kind::Other}, {"replay", Kind::Replay}});
   if (kind == Kind::Hub) {
     device.productText = kDefaultProduct;
-    device.hub = ReadHub(in, folder);
+    device.hub = ReadHub(in, images);
   } else if (kind == Kind::Replay) {
-    device.replay = ReadReplay(in, folder);
+    device.replay = ReadReplay(in, images.folder());
   } else {
     in.Number("vid", device.ids.vid);
     in.Number("pid", device.ids.pid);
@@ -177,9 +177,9 @@ void ReadParts(const JsonReader& in, DeviceNodes& nodes) {
   for (const JsonReader& item : in.Member("siblings").Items()) nodes.siblings.push_back(read(item));
 }
 
-DeviceConfig ReadDevice(const JsonReader& in, const std::filesystem::path& folder) {
+DeviceConfig ReadDevice(const JsonReader& in, ScenarioImages& images) {
   DeviceConfig device;
-  ReadKind(in, folder, device);
+  ReadKind(in, images, device);
   device.name = ReadName(in.Member("name"));
   device.port = ReadPort(in.Member("port"));
   in.Flag("plugged", device.plugged);
@@ -191,8 +191,9 @@ DeviceConfig ReadDevice(const JsonReader& in, const std::filesystem::path& folde
 }
 
 void ReadDevices(const JsonReader& in, const std::filesystem::path& folder, Scenario& scenario) {
+  ScenarioImages images(folder);
   for (const JsonReader& item : in.Items()) {
-    const DeviceConfig device = ReadDevice(item, folder);
+    const DeviceConfig device = ReadDevice(item, images);
     for (const DeviceConfig& other : scenario.devices) {
       if (other.name == device.name) item.Member("name").Fail("two devices have this name");
       if (device.plugged && other.plugged && other.port.IsInTheWayOf(device.port)) {

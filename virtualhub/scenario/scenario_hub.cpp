@@ -1,7 +1,6 @@
 #include "virtualhub/scenario/scenario_hub.h"
 
 #include "virtualhub/base/files.h"
-#include "virtualhub/hub/image.h"
 
 namespace virtualhub {
 
@@ -10,9 +9,9 @@ namespace {
 constexpr std::size_t kDefaultImageSize = 0x10000;
 constexpr std::size_t kLargestMemory = 0x1000000;
 
-Bytes LoadImageFile(const JsonReader& in, const std::filesystem::path& folder) {
+Bytes LoadImageFile(const JsonReader& in, const std::filesystem::path& path) {
   try {
-    Bytes image = ReadWholeFile(folder / in.Text(), kLargestMemory);
+    Bytes image = ReadWholeFile(path, kLargestMemory);
     if (!image.empty()) return image;
   } catch (const FileError& error) {
     in.Fail(std::string("the image file ") + error.what());
@@ -20,7 +19,7 @@ Bytes LoadImageFile(const JsonReader& in, const std::filesystem::path& folder) {
   in.Fail("the image file is empty");
 }
 
-Bytes GenerateImage(const JsonReader& in) {
+SharedBytes GenerateImage(const JsonReader& in, ScenarioImages& images) {
   ImageIdentity identity;
   std::size_t size = kDefaultImageSize;
   in.Number("vid", identity.vid);
@@ -28,21 +27,20 @@ Bytes GenerateImage(const JsonReader& in) {
   in.Number("chip", identity.chip);
   in.Number("version", identity.version);
   in.Number("size", size, kIdentityEnd, kLargestMemory);
-  return BuildImage(identity, size);
+  return images.Build(identity, size);
 }
 
-BankConfig ReadBank(const JsonReader& in, const std::filesystem::path& folder,
-                    std::size_t bankSize) {
+BankConfig ReadBank(const JsonReader& in, ScenarioImages& images, std::size_t bankSize) {
   BankConfig bank;
   if (in.IsNull()) return bank;
   if (in.Has("file")) {
-    bank.image = LoadImageFile(in.Member("file"), folder);
+    bank.image = images.Load(in.Member("file"));
   } else {
-    bank.image = GenerateImage(in);
+    bank.image = GenerateImage(in, images);
   }
-  if (bank.image.size() > bankSize) in.Fail("the image is larger than the flash bank");
+  if (bank.image->size() > bankSize) in.Fail("the image is larger than the flash bank");
   if (in.Has("cut_after")) {
-    bank.cutAfter = in.Member("cut_after").Number(1, bank.image.size());
+    bank.cutAfter = in.Member("cut_after").Number(1, bank.image->size());
   }
   return bank;
 }
@@ -102,20 +100,33 @@ BridgeFlashConfig ReadBridgeFlash(const JsonReader& in) {
   return bridge;
 }
 
-void ReadBanks(const JsonReader& in, const std::filesystem::path& folder, HubConfig& hub) {
+void ReadBanks(const JsonReader& in, ScenarioImages& images, HubConfig& hub) {
   in.Number("bank_size", hub.bankSize, kDefaultImageSize, kLargestMemory);
   in.Flag("dual_bank", hub.dualBank);
   if (in.Has("image")) {
-    hub.image = ReadBank(in.Member("image"), folder, hub.bankSize);
+    hub.image = ReadBank(in.Member("image"), images, hub.bankSize);
   } else {
-    hub.image.image = BuildImage({}, kDefaultImageSize);
+    hub.image.image = images.Build({}, kDefaultImageSize);
   }
   if (!in.Has("second_image")) return;
   if (!hub.dualBank) in.Fail("\"second_image\" needs \"dual_bank\"");
-  hub.secondImage = ReadBank(in.Member("second_image"), folder, hub.bankSize);
+  hub.secondImage = ReadBank(in.Member("second_image"), images, hub.bankSize);
 }
 
 }  // namespace
+
+SharedBytes ScenarioImages::Load(const JsonReader& in) {
+  const std::filesystem::path path = folder_ / in.Text();
+  SharedBytes& image = loaded_[path];
+  if (!image) image = std::make_shared<const Bytes>(LoadImageFile(in, path));
+  return image;
+}
+
+SharedBytes ScenarioImages::Build(const ImageIdentity& identity, std::size_t size) {
+  SharedBytes& image = built_[{identity.vid, identity.pid, identity.chip, identity.version, size}];
+  if (!image) image = std::make_shared<const Bytes>(BuildImage(identity, size));
+  return image;
+}
 
 ReportConfig ReadReports(const JsonReader& in) {
   ReportConfig reports;
@@ -143,9 +154,9 @@ ReportConfig ReadHubReports(const JsonReader& in) {
 
 }  // namespace
 
-HubConfig ReadHub(const JsonReader& in, const std::filesystem::path& folder) {
+HubConfig ReadHub(const JsonReader& in, ScenarioImages& images) {
   HubConfig hub;
-  ReadBanks(in, folder, hub);
+  ReadBanks(in, images, hub);
   in.Choice<Code>("running", hub.running, {{"rom", Code::Rom}, {"flash", Code::Flash}});
   if (in.Has("rom")) hub.rom = ReadRom(in.Member("rom"));
   in.Flag("isp_supported", hub.ispSupported);

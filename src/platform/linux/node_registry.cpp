@@ -1,6 +1,5 @@
 #include "platform/linux/node_registry.h"
 
-#include "platform/linux/sysfs.h"
 #include "platform/system/backend_locks.h"
 
 namespace qzhid::platform {
@@ -33,6 +32,22 @@ Status CNodeRegistry::NumberOf(const std::string& folder, Reader read, DevInst& 
   return {};
 }
 
+DevInst CNodeRegistry::NumberOfEntry(const HidrawEntry& entry) {
+  const std::lock_guard<std::mutex> guard(m_Lock);
+  const auto found = m_Entries.find(entry);
+  return found == m_Entries.end() ? 0 : found->second;
+}
+
+void CNodeRegistry::RememberEntry(const HidrawEntry& entry, DevInst number) {
+  const std::lock_guard<std::mutex> guard(m_Lock);
+  m_Entries[entry] = number;
+}
+
+std::size_t CNodeRegistry::EntryCount() {
+  const std::lock_guard<std::mutex> guard(m_Lock);
+  return m_Entries.size();
+}
+
 CNodeRegistry::Node CNodeRegistry::Find(DevInst number) {
   const std::lock_guard<std::mutex> guard(m_Lock);
   const auto found = m_Nodes.find(number);
@@ -45,6 +60,7 @@ void CNodeRegistry::DropAbsent() {
   std::erase_if(m_Nodes, [](const auto& entry) {
     return !IsPresent(entry.second->folder, entry.second->instance);
   });
+  std::erase_if(m_Entries, [this](const auto& entry) { return !m_Nodes.contains(entry.second); });
 }
 
 void LockBackend() { CNodeRegistry::Instance().ForkLock().lock(); }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/linux/node_facts.h"
+#include "platform/linux/sysfs.h"
 #include "platform/process_object.h"
 
 namespace qzhid::platform {
@@ -23,10 +24,17 @@ class CNodeRegistry {
   /// The number of the device that is in the folder now; `read` describes one that is new.
   Status NumberOf(const std::string& folder, Reader read, DevInst& number);
 
+  /// The number of the device that has that entry; 0 when that was not remembered.
+  /// Needs no system call, because scans list again and again what they know.
+  DevInst NumberOfEntry(const HidrawEntry& entry);
+  void RememberEntry(const HidrawEntry& entry, DevInst number);
+  /// How many entries are remembered.
+  std::size_t EntryCount();
+
   /// The node with that number if it is present, else null.
   Node Find(DevInst number);
 
-  /// Forgets the nodes that have left.
+  /// Forgets the nodes that have left, and their entries.
   void DropAbsent();
 
   /// Held by the thread that forks the process, so that the child finds a whole registry.
@@ -37,6 +45,7 @@ class CNodeRegistry {
 
   std::mutex m_Lock;
   std::map<DevInst, Node> m_Nodes;
+  std::map<HidrawEntry, DevInst> m_Entries;
   DevInst m_nLast = 0;
 };
 

@@ -1,11 +1,11 @@
 // Device nodes of an interface class.
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <vector>
 
 #include "platform/linux/hid_path.h"
 #include "platform/linux/node_registry.h"
-#include "platform/linux/sysfs.h"
 #include "platform/system/hid_class.h"
 
 namespace qzhid::platform {
@@ -29,6 +29,42 @@ Status CheckDescriptors() {
   return {};
 }
 
+/// The number of the device that an entry stands for, or 0 if it has left since the entries were
+/// listed.
+Status ResolveEntry(const HidrawEntry& entry, DevInst& number) {
+  CNodeRegistry& registry = CNodeRegistry::Instance();
+  number = registry.NumberOfEntry(entry);
+  if (number != 0) return {};
+  const std::string folder = DeviceFolder(entry);
+  if (folder.empty()) return {};
+  const Status status = registry.NumberOf(folder, &ReadHidNode, number);
+  if (status) registry.RememberEntry(entry, number);
+  return status.code == ENODEV ? Status{} : status;
+}
+
+/// Forgets what has left if anything has come or left.
+void ForgetAbsent(const std::vector<HidrawEntry>& entries) {
+  CNodeRegistry& registry = CNodeRegistry::Instance();
+  const bool isSame = entries.size() == registry.EntryCount() &&
+                      std::all_of(entries.begin(), entries.end(), [&](const HidrawEntry& entry) {
+                        return registry.NumberOfEntry(entry) != 0;
+                      });
+  if (!isSame) registry.DropAbsent();
+}
+
+Status FindNodes(std::vector<DevInst>& nodes) {
+  std::vector<HidrawEntry> entries;
+  if (Status status = CheckDescriptors(); !status) return status;
+  if (Status status = ListHidraw(entries); !status) return status;
+  ForgetAbsent(entries);
+  for (const HidrawEntry& entry : entries) {
+    DevInst node = 0;
+    if (Status status = ResolveEntry(entry, node); !status) return status;
+    if (node != 0) nodes.push_back(node);
+  }
+  return {};
+}
+
 Status FindNode(const NodeSet& set, std::uint32_t index, DevInst& node) {
   if (!set) return InvalidHandle();
   if (index >= set->nodes.size()) return Status::Failure(ENOENT);
@@ -40,22 +76,9 @@ Status FindNode(const NodeSet& set, std::uint32_t index, DevInst& node) {
 
 Status OpenNodeSet(const Guid& interfaceClass, NodeSet& set) {
   set.reset();
-  std::vector<std::string> folders;
-  if (IsHidClass(interfaceClass)) {
-    if (Status status = CheckDescriptors(); !status) return status;
-    if (Status status = ListHidrawFolders(folders); !status) return status;
-  }
-  CNodeRegistry& registry = CNodeRegistry::Instance();
-  registry.DropAbsent();
   NodeSet found(new NodeSetData);
-  for (const std::string& folder : folders) {
-    DevInst node = 0;
-    const Status status = registry.NumberOf(folder, &ReadHidNode, node);
-    if (status) {
-      found->nodes.push_back(node);
-    } else if (status.code != ENODEV) {
-      return status;
-    }  // else it has left since the folders were listed
+  if (IsHidClass(interfaceClass)) {
+    if (Status status = FindNodes(found->nodes); !status) return status;
   }
   set = std::move(found);
   return {};

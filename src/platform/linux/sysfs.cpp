@@ -50,8 +50,8 @@ std::uint64_t InstanceOf(const std::string& path) {
   return stat(path.c_str(), &facts) == 0 ? facts.st_ino : 0;
 }
 
-Status ListHidrawFolders(std::vector<std::string>& folders) {
-  folders.clear();
+Status ListHidraw(std::vector<HidrawEntry>& entries) {
+  entries.clear();
   const std::string classes = SystemPath("/sys/class"), hidraw = classes + "/hidraw/";
   CFileHandle opened = OpenFile(hidraw.c_str(), O_RDONLY | O_DIRECTORY);
   const std::unique_ptr<DIR, FolderCloser> devices(opened ? fdopendir(opened.get()) : nullptr);
@@ -61,18 +61,22 @@ Status ListHidrawFolders(std::vector<std::string>& folders) {
     return failure.code == ENOENT && IsDirectory(classes.c_str()) ? Status{} : failure;
   }
   opened.Release();  // to the owner of the stream
-  std::map<std::uint32_t, std::string> found;
+  std::map<std::uint32_t, HidrawEntry> found;
   errno = 0;
   while (const dirent* const entry = readdir(devices.get())) {
     const auto number = HidrawNumber(entry->d_name);
-    std::error_code error;
-    const auto folder = std::filesystem::canonical(hidraw + entry->d_name, error);
-    if (number && !error) found[*number] = folder.string();
+    if (number) found[*number] = {hidraw + entry->d_name, entry->d_ino};
     errno = 0;
   }
   if (errno != 0) return LastFailure();
-  for (auto& [number, folder] : found) folders.push_back(std::move(folder));
+  for (auto& [number, entry] : found) entries.push_back(std::move(entry));
   return {};
+}
+
+std::string DeviceFolder(const HidrawEntry& entry) {
+  std::error_code error;
+  const auto folder = std::filesystem::canonical(entry.path, error);
+  return error ? std::string() : folder.string();
 }
 
 std::optional<std::string> ReadTextFile(int folder, const char* path) {

@@ -1,6 +1,7 @@
 // Reading sysfs, the kernel's tree of devices.
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -44,8 +45,19 @@ inline bool IsPresent(const std::string& path, std::uint64_t instance) {
   return instance != 0 && InstanceOf(path) == instance;
 }
 
-/// The folders of the hidraw devices in numeric order. A system without any is a success.
-Status ListHidrawFolders(std::vector<std::string>& folders);
+/// An entry of the class of hidraw devices, which is there as long as its device. No other entry
+/// with that path has its number, earlier or later.
+struct HidrawEntry {
+  std::string path;
+  std::uint64_t instance = 0;
+  auto operator<=>(const HidrawEntry&) const = default;
+};
+
+/// The entries in numeric order. A system without any is a success.
+Status ListHidraw(std::vector<HidrawEntry>& entries);
+
+/// The folder of the device; empty when it has left.
+std::string DeviceFolder(const HidrawEntry& entry);
 
 /// Reads a text file, at most its first 64 KiB.
 std::optional<std::string> ReadTextFile(int folder, const char* path);

@@ -87,13 +87,21 @@ void KernelDouble::Plug(const std::string& ports, int hidraw, Attributes attribu
   Link(kHidrawFile, Path("/dev/" + name));
 }
 
-// The folder is kept elsewhere, so that no other one gets its inode number. What links to it leads
-// nowhere then.
+// The folder and its entry in the class are kept elsewhere, so that no others get their inode
+// numbers. Device files lead nowhere then.
 void KernelDouble::Unplug(const std::string& ports) const {
-  const std::string gone = Path("/gone");
+  const std::string gone = Path("/gone"), folder = Path(UsbFolder(ports));
   fs::create_directories(gone);
-  const auto count = std::distance(fs::directory_iterator(gone), {});
-  fs::rename(Path(UsbFolder(ports)), gone + '/' + std::to_string(count));
+  const auto keep = [&](const std::string& path) {
+    fs::rename(path, gone + '/' + std::to_string(std::distance(fs::directory_iterator(gone), {})));
+  };
+  for (const auto& entry : fs::directory_iterator(Path("/sys/class/hidraw"))) {
+    const bool isLink = fs::is_symlink(entry.path());
+    if (isLink && fs::read_symlink(entry.path()).string().starts_with(folder + '/')) {
+      keep(entry.path());
+    }
+  }
+  keep(folder);
 }
 
 }  // namespace qzhid::platform::test

@@ -1,0 +1,77 @@
+// linux_counts OPERATION NODES TIMES: lists or scans that often, with the Linux backend, a system
+// with one hub and so many HID devices of other makers. For tools that count what the process does.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "QzHidAPI.h"
+#include "discovery/hid_find.h"
+#include "platform/linux/hidraw_requests.h"
+#include "platform/linux/kernel_double.h"
+#include "transport/hid_property.h"
+#include "transport/hid_transfers.h"
+#include "transport/request_cmd.h"
+
+using namespace qzhid;
+
+namespace {
+
+// One report of 64 bytes in each direction.
+constexpr unsigned char kDescriptor[] = {0x06, 0x00, 0xFF, 0x09, 0x01, 0xA1, 0x01, 0x15, 0x00,
+                                         0x26, 0xFF, 0x00, 0x75, 0x08, 0x95, 0x40, 0x09, 0x01,
+                                         0x81, 0x02, 0x09, 0x01, 0x91, 0x02, 0xC0};
+
+/// Every device accepts all reports, and has no product text.
+int Answer(unsigned long request, void* argument) {
+  if (request == HIDIOCGINPUT(2) && argument == nullptr) return -EFAULT;
+  if (request == HIDIOCGRDESCSIZE) {
+    *static_cast<int*>(argument) = sizeof(kDescriptor);
+  } else if (request == HIDIOCGRDESC) {
+    std::memcpy(static_cast<hidraw_report_descriptor*>(argument)->value, kDescriptor,
+                sizeof(kDescriptor));
+  } else if (_IOC_TYPE(request) == 'U') {
+    return -EPIPE;
+  }
+  return 0;
+}
+
+void List() {
+  HidDevRecord* list = nullptr;
+  std::uint32_t count = 0;
+  if (QZ_ListAllHidDev(&list, &count) == 0 || count != 1) {
+    std::fputs("not counted: a listing failed\n", stderr);
+    std::exit(1);
+  }
+  QZ_FreeDevList(list);
+}
+
+void Repeat(std::string_view operation, int times) {
+  CHidProperty property{std::make_unique<CHidTransfers>()};
+  CRequestCMD::Instance().SetProperty(&property);
+  CHidFind finder;
+  for (int i = 0; i < times; ++i) {
+    if (operation == "scan") {
+      finder.ScanDevs();
+    } else {
+      List();
+    }
+  }
+  CRequestCMD::Instance().SetProperty(nullptr);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 4) return 1;
+  platform::test::KernelDouble kernel;
+  kernel.answer = Answer;
+  kernel.Plug("1");
+  kernel.Plug("2", -1);
+  for (int i = 1; i <= std::atoi(argv[2]); ++i) {
+    const platform::test::Attributes ids{{"idVendor", "1234"}, {"idProduct", "5678"}};
+    kernel.Plug("2." + std::to_string(i), i, ids);
+  }
+  Repeat(argv[1], std::atoi(argv[3]));
+  return 0;
+}
