@@ -3,11 +3,13 @@
 # with the programs in FOLDER. TABLE is a document that has the expected counts in lines such as
 # "| `instructions/request/out` | 1,234 |". The rows are those that begin with one of the names.
 set -euo pipefail
+shopt -s inherit_errexit
 folder=$1 table=$2
 shift 2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 export QZ_VIRTUAL_HUB=$work/scenario.json
+export TZ=UTC0 # the file of a time zone is looked at once a second, however many lines that are
 echo '{"time": "virtual", "devices": [{"name": "hub", "port": "1"}]}' >"$QZ_VIRTUAL_HUB"
 
 # executed COMMAND...: the instructions of a whole process.
