@@ -5,7 +5,7 @@
 
 #include "QzHidAPI.h"
 #include "device/dev.h"
-#include "discovery/usb_dev_find.h"
+#include "discovery/hid_find.h"
 #include "machine.h"
 #include "rows.h"
 
@@ -66,6 +66,16 @@ void ListOnce(std::uint32_t expected) {
   QZ_FreeDevList(list);
 }
 
+/// Only the calls of the platform interface if `isBare`.
+void CountListings(int times, bool isBare) {
+  constexpr unsigned kNodes = 100;
+  virtualhub::InstallMachine(DeviceScenario(kNodes));
+  for (int i = 0; i < times; ++i) isBare ? AskPlatform() : ListOnce(kNodes);
+  virtualhub::UninstallMachine();
+}
+const CCounted g_listings[] = {{"listing", CountListings, false},
+                               {"listing/bare", CountListings, true}};
+
 void Listing(benchmark::State& state, const char* name) {
   constexpr double kMostDeviation = 0.20;
   const std::vector<std::uint32_t> counts{1, 10, 100, 1000};
@@ -100,6 +110,60 @@ void Listing(benchmark::State& state, const char* name) {
   }
 }
 const CRowRunner g_listingRow{"listing", 15, Listing};
+
+// ---- Devices of other makers -------------------------------------------------------------------
+
+constexpr std::uint32_t kOthers[] = {5, 20, 100};
+
+/// Calls of the platform interface in a piece of work.
+std::size_t CountCalls(virtualhub::Machine& machine, const std::function<void()>& work) {
+  machine.recorder().Start();
+  work();
+  machine.recorder().Stop();
+  const std::size_t calls = machine.recorder().Of(virtualhub::Record::Kind::Call).size();
+  machine.recorder().Clear();
+  return calls;
+}
+
+/// A machine with one hub and so many HID devices of other makers.
+virtualhub::Machine& InstallOthers(std::uint32_t others) {
+  std::string devices = R"({"name": "hub", "port": "1"})";
+  for (std::uint32_t i = 1; i <= others; ++i) {
+    const std::string number = std::to_string(i);
+    devices += R"(, {"kind": "other", "vid": "0x1234", "pid": "0x5678", "name": "other)" + number +
+               R"(", "port": "2.)" + number + "\"}";
+  }
+  return virtualhub::InstallMachine(R"({"time": "virtual", "devices": [)" + devices + "]}");
+}
+
+/// Prints a row for each number of others: the calls must be exactly those of a machine with the
+/// hub alone, and so many for each other device. They are an interface, see docs/architecture.md.
+void OtherDevices(benchmark::State& state, const char* name, std::size_t alone, std::size_t each,
+                  bool isScan) {
+  CHidProperty property{std::make_unique<CHidTransfers>()};
+  while (state.KeepRunning()) {
+    for (const std::uint32_t others : kOthers) {
+      virtualhub::Machine& machine = InstallOthers(others);
+      CHidFind finder;
+      const auto work = [&] { isScan ? finder.ScanDevs() : ListOnce(1); };
+      if (isScan) CRequestCMD::Instance().SetProperty(&property);
+      work();
+      const std::size_t calls = CountCalls(machine, work);
+      std::vector<double> seconds;
+      for (int run = 0; run < 21; ++run) seconds.push_back(ProcessorSeconds(work));
+      CRequestCMD::Instance().SetProperty(nullptr);
+      const std::size_t expected = alone + each * others;
+      Print({std::string(name) + "/" + std::to_string(others), Text(Median(seconds) * 1e6, "us"),
+             std::to_string(alone) + " and " + std::to_string(each) + " a device",
+             std::to_string(calls) + " calls", std::to_string(expected) + " calls"},
+            calls == expected);
+      virtualhub::UninstallMachine();
+    }
+    state.SetIterationTime(1);
+  }
+}
+const CRowRunner g_otherRows[] = {{"services/listing", 1, OtherDevices, 20, 13, false},
+                                  {"services/scan", 1, OtherDevices, 16, 13, true}};
 
 // ---- Scanning ----------------------------------------------------------------------------------
 

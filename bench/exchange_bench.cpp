@@ -51,6 +51,20 @@ void Request(benchmark::State& state, const char* name, bool (*send)(CRequestCMD
 const CRowRunner g_requestRows[] = {{"request/out", 200, Request, &SendOut},
                                     {"request/in", 200, Request, &SendIn}};
 
+/// Only the exchanges of the requests if `isBare`.
+void CountRequests(int times, bool (*send)(CRequestCMD&), bool isBare) {
+  COpenHub hub(HubScenario(0, kWritten));
+  CRequestCMD& commands = CRequestCMD::Instance();
+  if (commands.Yv_VdCmdEnable(kEnableFlashWrite) != 0) Fail("the hub is locked");
+  const auto request = [&] { Expect(send(commands)); };
+  CBareExchanges bare(hub.Machine(), request);
+  for (int i = 0; i < times; ++i) isBare ? bare.Run() : request();
+}
+const CCounted g_requests[] = {{"request/out", CountRequests, &SendOut, false},
+                               {"request/out/bare", CountRequests, &SendOut, true},
+                               {"request/in", CountRequests, &SendIn, false},
+                               {"request/in/bare", CountRequests, &SendIn, true}};
+
 void SwitchLog(bool isOn) {
   static const int accepted = QZ_SetLogPath(TempPath("log.txt").c_str());
   if (accepted == 0) Fail("no log file");

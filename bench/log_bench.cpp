@@ -75,6 +75,16 @@ void Log(benchmark::State& state, const char* name, int threads) {
 }
 const CRowRunner g_logRows[] = {{"log/one_thread", 101, Log, 1}, {"log/four_threads", 101, Log, 4}};
 
+void CountLines(int times, bool isHeard) {
+  CLogResponder file(TempPath("own.txt").c_str());
+  if (isHeard) CMsg::Instance().AddResponder(&file);
+  for (int line = 0; line < times; ++line) {
+    CMsg::Instance().Log(3, kTag, "Set Report Fail,ErrorCode:%d\n", line);
+  }
+  CMsg::Instance().RemoveResponder(&file);
+}
+const CCounted g_lines[] = {{"log/heard", CountLines, true}, {"log/unheard", CountLines, false}};
+
 void LogUnheard(benchmark::State& state, const char* name) {
   CMsg& msg = CMsg::Instance();
   const Pairs pairs = RunPairs(

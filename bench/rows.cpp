@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <map>
 
 namespace qzhid::bench {
 
@@ -24,7 +25,22 @@ class CSilentReporter final : public benchmark::BenchmarkReporter {
   void ReportRuns(const std::vector<Run>&) override {}
 };
 
+std::map<std::string, std::function<void(int)>>& Counted() {
+  static std::map<std::string, std::function<void(int)>> works;
+  return works;
+}
+
+void RunCounted(const std::string& name, int times) {
+  const auto work = Counted().find(name);
+  if (work == Counted().end()) Fail("no such work: " + name);
+  work->second(times);
+}
+
 }  // namespace
+
+void CCounted::Register(const char* name, std::function<void(int)> work) {
+  Counted()[name] = std::move(work);
+}
 
 void Print(const Row& row, bool isMet) {
   std::printf("%s\t%s\t%s\t%s\t%s\t%s\n", row.name.c_str(), row.measured.c_str(),
@@ -88,6 +104,10 @@ void Fail(const std::string& why) {
 }  // namespace qzhid::bench
 
 int main(int argc, char** argv) {
+  if (argc == 4 && argv[1] == std::string("count")) {
+    qzhid::bench::RunCounted(argv[2], std::atoi(argv[3]));
+    return 0;
+  }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   qzhid::bench::CSilentReporter reporter;

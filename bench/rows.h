@@ -24,6 +24,20 @@ struct CRowRunner {
   }
 };
 
+/// Registers function(times, arguments...) as work that tools count, of the instructions or system
+/// calls of the process: "PROGRAM count NAME TIMES" does nothing else. The difference of two runs
+/// is the work, without the start.
+struct CCounted {
+  template <class... Parameters>
+  CCounted(const char* name, void (*function)(int times, Parameters...),
+           std::type_identity_t<Parameters>... arguments) {
+    Register(name, [=](int times) { function(times, arguments...); });
+  }
+
+ private:
+  static void Register(const char* name, std::function<void(int)> work);
+};
+
 /// One line of the table. `figure` is what is compared with the limit.
 struct Row {
   std::string name, measured, baseline, figure, limit;

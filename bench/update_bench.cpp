@@ -54,6 +54,12 @@ class CUpdate {
   void* m_pHub = nullptr;
 };
 
+void CountUpdates(int times) {
+  const CUpdate update(64 * kKiB);
+  for (int i = 0; i < times; ++i) update.Run();
+}
+const CCounted g_updates{"update", CountUpdates};
+
 /// The straight line through runs of several sizes that has the least relative deviations.
 struct Line {
   double fixed = 0, perByte = 0;

@@ -1,13 +1,14 @@
 #include "log/delivery_turn.h"
 
-#include <new>
-
 namespace qzhid {
 
 void CDeliveryTurn::lock() {
   const auto self = std::this_thread::get_id();
   if (m_Owner != self) {
-    m_Lock.lock();
+    int found = kFree;
+    if (!m_nState.compare_exchange_strong(found, kTaken)) {
+      while (m_nState.exchange(kAwaited) != kFree) m_nState.wait(kAwaited);
+    }
     m_Owner = self;
   }
   ++m_nDepth;
@@ -16,14 +17,14 @@ void CDeliveryTurn::lock() {
 void CDeliveryTurn::unlock() {
   if (--m_nDepth != 0) return;
   m_Owner = std::thread::id();
-  m_Lock.unlock();
+  if (m_nState.exchange(kFree) == kAwaited) m_nState.notify_one();
 }
 
 void CDeliveryTurn::EndFork() noexcept {
   if (m_Owner == std::this_thread::get_id()) return;
-  new (&m_Lock) std::mutex;  // its owner, if there was one, is not in the child
-  m_Owner = std::thread::id();
+  m_Owner = std::thread::id();  // the owner, if there was one, is not in the child
   m_nDepth = 0;
+  m_nState = kFree;
 }
 
 }  // namespace qzhid

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
 #include <thread>
 
 namespace qzhid {
@@ -22,7 +21,9 @@ class CDeliveryTurn {
   void EndFork() noexcept;
 
  private:
-  std::mutex m_Lock;
+  enum : int { kFree, kTaken, kAwaited };  // kAwaited: and others may sleep until it is free
+
+  std::atomic<int> m_nState{kFree};
   std::atomic<std::thread::id> m_Owner{};
   unsigned m_nDepth = 0;  // of the owner
 };

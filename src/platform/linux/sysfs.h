@@ -1,10 +1,10 @@
 // Reading sysfs, the kernel's tree of devices.
 #pragma once
 
-#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/system/linux/system_call.h"
@@ -50,7 +50,10 @@ inline bool IsPresent(const std::string& path, std::uint64_t instance) {
 struct HidrawEntry {
   std::string path;
   std::uint64_t instance = 0;
-  auto operator<=>(const HidrawEntry&) const = default;
+
+  bool operator<(const HidrawEntry& other) const {
+    return std::tie(path, instance) < std::tie(other.path, other.instance);
+  }
 };
 
 /// The entries in numeric order. A system without any is a success.

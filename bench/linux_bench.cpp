@@ -9,11 +9,13 @@
 #include "discovery/hid_find.h"
 #include "platform/linux/hidraw_requests.h"
 #include "platform/linux/kernel_double.h"
+#include "rows.h"
 #include "transport/hid_property.h"
 #include "transport/hid_transfers.h"
 #include "transport/request_cmd.h"
 
 using namespace qzhid;
+using namespace qzhid::bench;
 
 namespace {
 
@@ -36,42 +38,36 @@ int Answer(unsigned long request, void* argument) {
   return 0;
 }
 
-void List() {
+void List(CHidFind&) {
   HidDevRecord* list = nullptr;
   std::uint32_t count = 0;
-  if (QZ_ListAllHidDev(&list, &count) == 0 || count != 1) {
-    std::fputs("not counted: a listing failed\n", stderr);
-    std::exit(1);
-  }
+  if (QZ_ListAllHidDev(&list, &count) == 0 || count != 1) Fail("a listing failed");
   QZ_FreeDevList(list);
 }
 
-void Repeat(std::string_view operation, int times) {
+void Scan(CHidFind& finder) {
   CHidProperty property{std::make_unique<CHidTransfers>()};
   CRequestCMD::Instance().SetProperty(&property);
-  CHidFind finder;
-  for (int i = 0; i < times; ++i) {
-    if (operation == "scan") {
-      finder.ScanDevs();
-    } else {
-      List();
-    }
-  }
+  finder.ScanDevs();
   CRequestCMD::Instance().SetProperty(nullptr);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  if (argc != 4) return 1;
+/// Does the work on a system with one hub and so many HID devices of other makers.
+void AmongOthers(int times, int others, void (*work)(CHidFind&)) {
   platform::test::KernelDouble kernel;
   kernel.answer = Answer;
   kernel.Plug("1");
   kernel.Plug("2", -1);
-  for (int i = 1; i <= std::atoi(argv[2]); ++i) {
+  for (int i = 1; i <= others; ++i) {
     const platform::test::Attributes ids{{"idVendor", "1234"}, {"idProduct", "5678"}};
     kernel.Plug("2." + std::to_string(i), i, ids);
   }
-  Repeat(argv[1], std::atoi(argv[3]));
-  return 0;
+  CHidFind finder;
+  for (int i = 0; i < times; ++i) work(finder);
 }
+const CCounted g_others[] = {
+    {"listing/5", AmongOthers, 5, List},     {"scan/5", AmongOthers, 5, Scan},
+    {"listing/20", AmongOthers, 20, List},   {"scan/20", AmongOthers, 20, Scan},
+    {"listing/100", AmongOthers, 100, List}, {"scan/100", AmongOthers, 100, Scan}};
+
+}  // namespace
