@@ -12,10 +12,8 @@ source=$1 build=$2
 work=$(mktemp -d)
 mount -t tmpfs tmpfs "$work"
 trap 'umount -l "$work"; rmdir "$work"' EXIT
-root=$work/root
-mkdir "$work/upper" "$work/work" "$root"
-mount -t overlay overlay -o "lowerdir=$4/bindings-root,upperdir=$work/upper,workdir=$work/work" "$root"
-mount -t proc proc "$root/proc"
+. "$(dirname "$0")/overlay_root.sh"
+open_root "$4/bindings-root" "$work"
 cp "$3"/libqzhidapi1_*.deb "$source"/tests/bindings/with_library.sh "$source"/tests/bindings/installed.* "$root/tmp"
 "$build/bin/qzhub" image --out "$root/tmp/new.bin" --version 0210 --size 32680
 case $(uname -m) in aarch64) system=linux-arm64 ;; *) system=linux-x64 ;; esac

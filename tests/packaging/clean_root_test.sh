@@ -11,10 +11,8 @@ fi
 work=$(mktemp -d)
 mount -t tmpfs tmpfs "$work"
 trap 'umount -l "$work"; rmdir "$work"' EXIT
-root=$work/root
-mkdir "$work/upper" "$work/work" "$root"
-mount -t overlay overlay -o "lowerdir=$2,upperdir=$work/upper,workdir=$work/work" "$root"
-mount -t proc proc "$root/proc"
+. "$(dirname "$0")/overlay_root.sh"
+open_root "$2" "$work"
 archive=$(find "$1" -maxdepth 1 -name '*.tar.gz')
 rpms=$(find "$1" -maxdepth 1 -name '*.rpm')
 [ -n "$rpms" ] || cp ${archive:-"$1"/*.deb} "$root/tmp"

@@ -8,10 +8,8 @@ if [ "${4-}" != inside ]; then exec unshare -m sh "$0" "$1" "$2" "$3" inside; fi
 source=$(cd "$1" && pwd) packages=$(cd "$2" && pwd)
 work=$(mktemp -d)
 trap 'umount -l "$work/root" || true; rm -rf "$work"' EXIT
-root=$work/root
-mkdir "$work/upper" "$work/work" "$root"
-mount -t overlay overlay -o "lowerdir=$3,upperdir=$work/upper,workdir=$work/work" "$root"
-mount -t proc proc "$root/proc"
+. "$(dirname "$0")/overlay_root.sh"
+open_root "$3" "$work"
 mkdir "$root/build"
 cp "$source"/*.dsc "$source"/*.tar.xz "$root/build"
 cp /etc/resolv.conf /etc/hosts "$root/etc"
