@@ -12,7 +12,7 @@ constexpr std::size_t kStep = 8;
 using Tables = std::array<std::array<std::uint32_t, 256>, kStep>;
 
 // Table n has the checksum of each byte with n zero bytes after it.
-constexpr Tables MakeTables() {
+Tables MakeTables() {
   Tables tables{};
   for (std::uint32_t i = 0; i < 256; ++i) {
     std::uint32_t value = i;
@@ -29,11 +29,11 @@ constexpr Tables MakeTables() {
   }
   return tables;
 }
-constexpr Tables kTables = MakeTables();
 
 }  // namespace
 
 std::uint32_t Crc32(ByteView bytes, std::uint32_t previous) {
+  static const Tables kTables = MakeTables();  // not in the file: they are larger than the code
   std::uint32_t value = ~previous;
   for (; bytes.size() >= kStep; bytes = bytes.subspan(kStep)) {
     const std::uint32_t first = value ^ LittleEndian32(bytes, 0), last = LittleEndian32(bytes, 4);
