@@ -5,8 +5,9 @@
 set -eu
 if [ "${3-}" != inside ]; then
   [ -d "$2" ] || { echo "skipped: no Debian in $2"; exit 77; }
-  unshare -m true || { echo 'skipped: mounting needs root'; exit 77; }
-  exec unshare -m sh "$0" "$1" "$2" inside
+  unshare -mn true || { echo 'skipped: mounting needs root'; exit 77; }
+  # Without the network, in which qzhid would find the locks of other tests.
+  exec unshare -mn sh "$0" "$1" "$2" inside
 fi
 work=$(mktemp -d)
 mount -t tmpfs tmpfs "$work"
