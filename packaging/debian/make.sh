@@ -1,12 +1,9 @@
 #!/bin/sh
 # make.sh BUILD FOLDER: makes the Debian packages of a build folder in that folder.
 set -eu
-source=$(cd "$(dirname "$0")/../.." && pwd)
+. "$(dirname "$0")/../folders.sh"
 build=$(cd "$1" && pwd)
-mkdir -p "$2"
-folder=$(cd "$2" && pwd)
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+into "$2"
 architecture=$(dpkg --print-architecture)
 # What is different if the files are for another system: its architecture, and the libraries they need.
 if [ -f "$build/install/portable.conf" ]; then

@@ -1,11 +1,8 @@
 #!/bin/sh
 # source.sh FOLDER: makes the Debian source package of the last commit in that folder, the same each time.
 set -eu
-source=$(cd "$(dirname "$0")/../.." && pwd)
-mkdir -p "$1"
-folder=$(cd "$1" && pwd)
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+. "$(dirname "$0")/../folders.sh"
+into "$1"
 
 git -C "$source" -c tar.umask=022 archive --prefix=source/ HEAD | tar -x -C "$work"
 cd "$work/source"
