@@ -20,6 +20,5 @@ done
 say 'packing bindings'
 bindings/make_packages.py --node-modules "$cache/node/node_modules" build/bindings "${libraries[@]}"
 rm -rf build/bindings/libraries
-lintian --fail-on error,warning build/bindings/*.deb >build/bindings.log 2>&1 ||
-  { cat build/bindings.log >&2; die 'the Debian package is not as Debian wants it'; }
+check_with_lintian bindings build/bindings/*.deb
 packaging/artefacts/list_contents.py build/bindings "${presets[@]/#/build/}"

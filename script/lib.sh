@@ -52,6 +52,12 @@ build() {
   }
 }
 
+# check_with_lintian NAME FILE...: the packages follow Debian's rules.
+check_with_lintian() {
+  lintian --fail-on error,warning "${@:2}" >"build/$1.log" 2>&1 ||
+    { cat "build/$1.log" >&2; die "the packages of $1 are not as Debian wants them"; }
+}
+
 # Downloads, which are kept when the checkout is deleted.
 cache=${XDG_CACHE_HOME:-$HOME/.cache}/qzhidapi
 
