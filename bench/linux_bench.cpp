@@ -1,9 +1,8 @@
-// linux_counts OPERATION NODES TIMES: lists or scans that often, with the Linux backend, a system
-// with one hub and so many HID devices of other makers. For tools that count what the process does.
-#include <cstdio>
-#include <cstdlib>
+// Listings and scans with the Linux backend, of a system with one hub and HID devices of other
+// makers, for tools that count the system calls.
 #include <cstring>
-#include <string_view>
+#include <memory>
+#include <string>
 
 #include "QzHidAPI.h"
 #include "discovery/hid_find.h"
