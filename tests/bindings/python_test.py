@@ -349,9 +349,10 @@ class UpdateTest(PackageTest):
             self.assertEqual("2.10", opened.update(file, lambda percent: file.write_bytes(b"")).runs)
 
     def test_a_try_that_fails_is_repeated_also_from_the_loader(self):
-        for request in ["40/00", "40/E8", "40/C8", "C0/D8"]:
+        # After a loss of power in the check of the flash, the hub runs the image.
+        for request, retries in [("40/00", 1), ("40/E8", 1), ("40/C8", 1), ("C0/D8", 0)]:
             with self.subTest(request), qzhidapi.virtual({"devices": [hub()], "faults": [loss(request)]}, LIBRARY):
-                self.assertEqual(("updated", "1.02", "2.10", 1), Hub().open().update(self.work / "new.bin"))
+                self.assertEqual(("updated", "1.02", "2.10", retries), Hub().open().update(self.work / "new.bin"))
 
     def test_a_try_with_an_older_image_is_repeated_too(self):
         self.machine(faults=[loss("40/00")])

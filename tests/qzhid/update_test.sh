@@ -127,6 +127,18 @@ update --retries 0
 said 7 "$me the image is written, but not started, and the hub is in its loader; write its firmware with 'qzhid recover --hub 1-3.1 --image FILE'"
 update
 said 0 "$done"
+# A hub that runs the image after a try that failed is done; not if it ran that version before.
+lost='{"on": "request", "request": "C0/D8", "action": "power_loss", "return_ms": 0}'
+machine "$(hub)" "$lost"
+update --retries 0
+said 0 "$done"
+machine "$(hub ', "image": {"version": "0x0210"}')" "$lost"
+update --retries 0 --force
+said 1 "$me the update failed, and the hub runs 2.10; repeat the command; with --log FILE the log says why it failed"
+# One that cannot be opened when it is back is not called away.
+machine "$(hub)" '{"on": "call", "service": "OpenHidDevice", "nth": 12, "count": 0, "device": "hub", "action": "fail", "code": 13}'
+update
+said 6 "$me the update failed, and the hub cannot be opened; get permission for it (on Linux: the udev rule) or end the program that has it open"
 # Tries end.
 machine "$(hub)" '{"on": "request", "request": "40/C8", "nth": 9, "count": 0, "action": "stall"}'
 update --json --retries 3
