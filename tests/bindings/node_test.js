@@ -117,8 +117,11 @@ test('a hub is named by port id, name, location or ids', async () => {
   for (const selector of [undefined, 'vid=2E7C', '2E7C:0818', 'USB(3)#USB(1)']) {
     assert.match((await failure(qz.WrongUse, pick(selector))).remedy, /1-3\.1 \(bay 3\), /);
   }
-  for (const [text, what] of [['bay 3', /line 1 is not NAME = PORT/], ['a=1\nb=', /line 2 is not NAME = PORT/],
-    ['a=1-1\na=1-2', /line 2 names 'a' again/]]) {
+  for (const [text, what] of [['bay 3', /line 1 is not NAME = PORT/], ['a=1-1\nb=', /line 2 is not NAME = PORT/],
+    ['a=1-1\na=1-2', /line 2 names 'a' again/], ['a=1-1\nb=1-1', /line 2 gives port 1-1 another name/],
+    ['a=1-', /line 1 has '1-', which is not a port id/], ['a\x1b=1-1', /line 1 has a name with a control character/],
+    ...['1-2', '1400/1-2.1:0', '2e7c:818', 'Usb(2)', 'instance:7'].map((name) => [`${name}=1-1`,
+      /line 1 has the name '.*', which already means something else/])]) {
     fs.writeFileSync(names, text);
     assert.match((await failure(qz.QzHidError, pick('1-3.1'))).what, what);
   }

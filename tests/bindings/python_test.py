@@ -161,8 +161,12 @@ class SelectorTest(PackageTest):
                           str(self.failure(Refused, opened.update, self.work / "vendor.bin")))
 
     def test_port_names_that_are_not_usable_are_reported(self):
-        for text, what in [("bay 3", "line 1 is not NAME = PORT"), ("a=1\nb=\n", "line 2 is not NAME = PORT"),
-                           ("a=1-1\na=1-2", "line 2 names 'a' again")]:
+        for text, what in [("bay 3", "line 1 is not NAME = PORT"), ("a=1-1\nb=\n", "line 2 is not NAME = PORT"),
+                           ("a=1-1\na=1-2", "line 2 names 'a' again"), ("a=1-1\nb=1-1", "line 2 gives port 1-1 another name"),
+                           ("a=1-", "line 1 has '1-', which is not a port id"),
+                           ("a\x1b=1-1", "line 1 has a name with a control character"),
+                           *[(f"{name}=1-1", f"line 1 has the name '{name}', which already means something else")
+                             for name in ("1-2", "1400/1-2.1:0", "2e7c:818", "Usb(2)", "instance:7")]]:
             self.names.write_text(text)
             self.assertIn(what, self.failure(QzHidError, qzhidapi.list_hubs).what)
 

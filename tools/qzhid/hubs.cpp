@@ -111,7 +111,9 @@ void NameHubs(std::vector<Hub>& hubs, const PortNames& names) {
     hub.shownId = isOnSeveral ? hub.id.Whole() : hub.id.port;
     if (hub.id.port.empty()) hub.shownId = "instance:" + std::to_string(hub.instance);
     for (const auto& [name, port] : names) {
-      if (hub.id.Is(port)) hub.userName = name;
+      // One port of this number may have a name of its own, and those of other controllers another.
+      const bool isWhole = port.find('/') != std::string::npos;
+      if (hub.id.Is(port) && (isWhole || hub.userName.empty())) hub.userName = name;
     }
   }
 }
