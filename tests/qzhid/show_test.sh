@@ -82,6 +82,7 @@ END
 for hub in 1-3.1 1400/1-3.1 'bay 3' "$usb" 'USB(3)#usb(1)' 2e7c:818 pid=0x818 instance:5; do
   expect 0 'port          1-3.1' info --hub "$hub"
 done
+expect 0 "qzhid: 'instance:5' is good for this process only; in the next one, name this hub 1-3.1" info --hub instance:5
 there='attached are: 1-3.1 (bay 3), 1-2 (bay 2)'
 for hub in '' 5 ')' 3.1 1-3 '-3.1' 'SB(1)' 'USB(3)' bay 'BAY 3' 2E7C 2E7C: :0818 'vid=' 'pid=81' 045E:0750 1500/1-3.1 \
   instance: instance:55; do
@@ -124,6 +125,12 @@ run list
 [ "$(sed -n 's/ .*//p' "$work/out" | tr '\n' ' ')" = 'PORT 1400/1-1 1500/1-1 ' ] || complain "$(cat "$work/out")"
 expect 2 "qzhid: several hubs match '1-1'; choose one of: 1400/1-1, 1500/1-1" info --hub 1-1
 expect 0 'port          1500/1-1' info --hub 1500/1-1
+# A hub without a location has no port id and is on no controller.
+machine '{"name": "a", "port": "1"}, {"name": "b", "port": "2", "usb": {"location_paths": []}}'
+expect 0 'instance:6  -     2E7C:0818  1.02     firmware' list
+expect 0 '1-1         -     2E7C:0818  1.02     firmware' list
+expect 0 'port          instance:6' info --hub instance:6
+machine '{"name": "a", "port": "1"}, {"name": "b", "port": "2-1"}'
 # The name of one port counts before that of all ports with its number.
 printf 'a = 1500/1-1\nb = 1-1\n' > "$work/config/qzhid/ports.conf"
 expect 0 'port          1500/1-1' info --hub a

@@ -82,7 +82,11 @@ expect 5 "qzhid: image $work/new.bin has the SHA-256 $(digest "$work/new.bin"); 
   update -y -i "$work/new.bin" --sha256 "$(digest "$work/old.bin")"
 expect 5 "qzhid: image $work/new.bin is longer than the flash: 32680 bytes of at most 32679; use the image for this hub" \
   update -y -i "$work/new.bin" --flash-size 32679
-expect 2 "qzhid: --sha256: '12ab' is not 64 hexadecimal digits; see 'qzhid --help'" update -y -i "$work/new.bin" --sha256 12ab
+digits=$(digest "$work/new.bin")
+for hex in '' 12ab "0x$digits" "0x${digits#??}" "$digits " "${digits#?}" "${digits}0" "g${digits#?}"; do
+  expect 2 "qzhid: --sha256: '$hex' is not 64 hexadecimal digits; see 'qzhid --help'" update -y -i "$work/new.bin" --sha256 "$hex"
+done
+expect 2 "qzhid: --flash-size: Value 0 not in range 1 to 4294967295; see 'qzhid --help'" update -y -i "$work/new.bin" --flash-size 0
 while read -r size reason; do
   cp "$work/new.bin" "$work/odd.bin" && truncate -s $size "$work/odd.bin"
   expect 5 "qzhid: image $work/odd.bin $reason; give the complete image file" update --yes --force --image "$work/odd.bin"

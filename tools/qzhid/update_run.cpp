@@ -73,8 +73,8 @@ void UpdateRun::Check() {
 void UpdateRun::Check(UpdateJob& job, std::size_t attached) {
   if (!job.hub.isOpenable) throw NotOpenable(job.hub);
   if (job.hub.locations.empty() && attached > 1) {
-    throw Failure(Exit::Failed, "the hub has no location", job.hub.Name(),
-                  "unplug the other hubs and repeat the command");
+    throw Failure(Exit::Refused, "the hub has no location, so it cannot be told from others",
+                  job.hub.Name(), "unplug the other hubs and repeat the command");
   }
   const PortLock lock(LockName(host_, job.hub.Location()));
   if (!lock.IsHeld()) throw IsBeingWritten(job.hub.Name());
