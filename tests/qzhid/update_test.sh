@@ -125,6 +125,15 @@ TIME=real machine "$(hub ", $slowness")" '{"on": "request", "request": "40/C8", 
 run update --yes --image "$work/new.bin"
 said 0 "$done"
 said 0 'hub 1-3.1: the update failed, and the hub is in its loader; trying again (1 of 2)'
+# So is one that loses it while it is asked what it runs. What takes longer is said.
+TIME=real machine "$(hub ", $slowness")" '{"on": "exchange", "nth": 3, "action": "power_loss", "return_ms": 1500}'
+run update --yes --image "$work/new.bin"
+said 0 "$done"
+said 0 'hub 1-3.1: it does not answer; waiting until it can be used again'
+TIME=real machine "$(hub ", $slowness")" '{"on": "request", "request": "40/C8", "action": "power_loss", "return_ms": 1800}'
+run update --yes --image "$work/new.bin"
+said 0 "$done"
+said 0 'hub 1-3.1: the update failed; waiting until it can be used again'
 # A write that the hub takes but does not carry out: the image does not start.
 machine "$(hub)" '{"on": "request", "request": "40/C8", "nth": 100, "count": 1, "action": "lose_write"}'
 update --retries 0

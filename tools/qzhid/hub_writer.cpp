@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "qzhid/await_hub.h"
 #include "qzhid/progress.h"
 #include "qzhid/state.h"
 #include "qzhid/update_check.h"
@@ -11,7 +12,6 @@ namespace qzhid {
 
 namespace {
 
-constexpr std::chrono::milliseconds kBetweenLists{100};
 constexpr int kMostLooks = 2;
 // The library reports an erase and the first piece as done before it notices that the hub has left.
 constexpr std::int32_t kPerhapsErased = Progress::kErased + 1;
@@ -24,10 +24,8 @@ struct Trouble {
 };
 
 // The hub at the port, as far as it is there, can be opened and answers.
-struct Sight {
-  std::optional<Hub> hub{};
+struct Sight : AwaitedHub {
   std::optional<HubState> state{};
-  bool wasUnplugged = false;
 };
 
 class Writer {
@@ -35,11 +33,15 @@ class Writer {
   Writer(Host& host, const WorkerJob& job, const Image& image, Clock& clock, const Reporter& report)
       : host_(host), job_(job), image_(image), clock_(clock), report_(report) {}
 
-  /// Waits for the hub, also one that leaves while it is asked.
-  Sight Look() const {
+  /// Waits for the hub, also one that leaves while it is asked; `trouble` is why it may be away.
+  Sight Look(const std::string& trouble) const {
     Sight sight;
     for (int looks = 0; looks < kMostLooks && !sight.state; ++looks) {
-      sight.hub = AwaitHub(sight.wasUnplugged);
+      const AwaitedHub awaited =
+          AwaitHub(host_, clock_, job_.location, std::chrono::seconds(job_.patience),
+                   [&] { report_(ReportAway{trouble}); });
+      sight.hub = awaited.hub;
+      sight.away = std::max(sight.away, awaited.away);
       if (!sight.hub || !sight.hub->isOpenable) break;
       try {
         sight.state = ReadState(host_, *sight.hub);
@@ -71,7 +73,7 @@ class Writer {
     const bool isPossible =
         !version || (percent_ <= kPerhapsErased && (!hasImage || before_ == image_.version)) ||
         (percent_ >= Progress::kWritten && hasImage);
-    bool isOther = job_.isForStation && sight.wasUnplugged && !isPossible;
+    bool isOther = job_.isForStation && sight.away >= kUnplugged && !isPossible;
     try {
       CheckHub(*sight.hub, *sight.state, image_,
                {.takesLoader = true, .isForced = job_.rules.isForced, .allowsOlder = true});
@@ -106,33 +108,6 @@ class Writer {
     return Trouble{"the image is written, but not started", host_.LastLogLines(), true};
   }
 
-  // The hub, and if there is none that can be opened, one that cannot.
-  std::optional<Hub> FindHub() const {
-    std::vector<Hub> hubs = ListHubs(host_);
-    std::erase_if(hubs, [this](const Hub& hub) {
-      return !job_.location.empty() && hub.Location() != job_.location;
-    });
-    if (std::any_of(hubs.begin(), hubs.end(), [](const Hub& hub) { return hub.isOpenable; })) {
-      std::erase_if(hubs, [](const Hub& hub) { return !hub.isOpenable; });
-    }
-    if (hubs.size() != 1) return std::nullopt;
-    return hubs.front();
-  }
-
-  std::optional<Hub> AwaitHub(bool& wasUnplugged) const {
-    const Clock::Time start = clock_.Now();
-    const Clock::Time end = start + std::chrono::seconds(job_.patience);
-    bool isThere = false;
-    for (;;) {
-      auto found = FindHub();
-      const Clock::Time now = clock_.Now();
-      isThere = isThere || (found && !found->isOpenable);
-      if (!isThere && now - start >= kUnplugged) wasUnplugged = true;
-      if ((found && found->isOpenable) || now >= end) return found;
-      clock_.Sleep(kBetweenLists);
-    }
-  }
-
   // The library's callback has no argument for the writer.
   static void PassProgress(std::int32_t percent) {
     s_writer->percent_ = std::max(s_writer->percent_, percent);
@@ -158,7 +133,7 @@ Failure Explain(Exit status, const Trouble& trouble, const Hub& hub, const std::
 
 Sight LookFirst(const Writer& writer, const WorkerJob& job) {
   constexpr const char* kNext = "unplug it, plug it in again and repeat the command";
-  Sight sight = writer.Look();
+  Sight sight = writer.Look("it does not answer");
   if (!sight.hub) throw Failure(Exit::HubLost, "the hub is gone", job.location, kNext);
   if (!sight.hub->isOpenable) throw NotOpenable(*sight.hub);
   if (!sight.state) {
@@ -168,7 +143,7 @@ Sight LookFirst(const Writer& writer, const WorkerJob& job) {
 }
 
 Sight LookAgain(const Writer& writer, const Trouble& trouble, const Hub& before) {
-  Sight sight = writer.Look();
+  Sight sight = writer.Look(trouble.what);
   if (!sight.hub) {
     throw Explain(Exit::HubLost, trouble, before, ", and the hub has left the bus", kFindHub);
   }
