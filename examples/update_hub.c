@@ -153,16 +153,21 @@ static const char* whyNotForHub(const char* image, uint32_t number, int isRunnin
   return NULL;
 }
 
+static int runsImage(void* hub, uint16_t wanted) {
+  uint16_t version = 0;
+  return QZ_ReadDevVersion(hub, &version) && version == wanted;
+}
+
 /* Null when the hub runs the image in the end, otherwise what went wrong. */
 static const char* update(const char* image, uint16_t wanted) {
   int tries;
   for (tries = TRIES; tries > 0; --tries) {
-    uint16_t version = 0;
     int isDone;
     void* hub = openHub();
     if (hub == NULL) return "the hub is gone; plug it in again";
-    isDone = QZ_UpdateDev(hub, image, showProgress) && QZ_ReadDevVersion(hub, &version) &&
-             version == wanted;
+    /* The hub may have come back only after the library had stopped waiting for it. */
+    isDone = (tries < TRIES && runsImage(hub, wanted)) ||
+             (QZ_UpdateDev(hub, image, showProgress) && runsImage(hub, wanted));
     QZ_CloseDev(hub); /* a handle may not suit the hub any more after a failure */
     if (g_isTerminal) putchar('\n');
     if (isDone) return NULL;

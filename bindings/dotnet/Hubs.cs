@@ -255,7 +255,9 @@ namespace QzHid
       {
         hub.PortId = isOnSeveral ? hub.Id.Whole : hub.Id.Port;
         if (hub.PortId.Length == 0) hub.PortId = "instance:" + hub.Instance;
-        hub.Name = names.Where(name => hub.Id.Is(name.Value)).Select(name => name.Key).FirstOrDefault() ?? "";
+        // One port of this number may have a name of its own, and those of other controllers another.
+        hub.Name = names.Where(name => hub.Id.Is(name.Value)).OrderBy(name => !name.Value.Contains("/"))
+                        .Select(name => name.Key).FirstOrDefault() ?? "";
       }
       return hubs;
     }
@@ -266,6 +268,7 @@ namespace QzHid
       var names = new List<KeyValuePair<string, string>>();
       string folder = Environment.GetFolderPath(Environment.SpecialFolder.ApplicationData);
       string file = Path.Combine(folder, "qzhid", "ports.conf");
+      if (Directory.Exists(file)) throw Unusable(file, "it is not a regular file");
       if (folder.Length == 0 || !File.Exists(file)) return names;
       int number = 0;
       foreach (string line in File.ReadAllLines(file))
@@ -273,12 +276,27 @@ namespace QzHid
         ++number;
         string[] parts = line.Split('#')[0].Split(new[] { '=' }, 2).Select(part => part.Trim()).ToArray();
         if (parts.Length == 1 && parts[0].Length == 0) continue;
-        string place = "line " + number;
-        if (parts.Length < 2 || parts.Any(part => part.Length == 0)) throw Unusable(file, place + " is not NAME = PORT");
-        if (names.Any(name => name.Key == parts[0])) throw Unusable(file, place + " names '" + parts[0] + "' again");
+        string reason = WhyNotUsable(names, parts[0], parts.Length < 2 ? "" : parts[1]);
+        if (reason != null) throw Unusable(file, "line " + number + " " + reason);
         names.Add(new KeyValuePair<string, string>(parts[0], parts[1]));
       }
       return names;
+    }
+
+    private static readonly Regex PortIdForm = new Regex(@"^(.+/)?[0-9]+-[0-9]+(\.[0-9]+)*(:[0-9]+)?$");
+    // What a selector means that is no name.
+    private static readonly Regex OtherSelector =
+        new Regex(PortIdForm + @"|^(0x)?[0-9a-f]{1,4}:(0x)?[0-9a-f]{1,4}$|^instance:|^usb.*\)$", RegexOptions.IgnoreCase);
+
+    private static string WhyNotUsable(List<KeyValuePair<string, string>> names, string name, string port)
+    {
+      if (name.Length == 0 || port.Length == 0) return "is not NAME = PORT";
+      if (name.Any(char.IsControl)) return "has a name with a control character";
+      if (OtherSelector.IsMatch(name)) return "has the name '" + name + "', which already means something else";
+      if (!PortIdForm.IsMatch(port)) return "has '" + port + "', which is not a port id";
+      if (names.Any(other => other.Key == name)) return "names '" + name + "' again";
+      bool isNamed = names.Any(other => other.Value.Equals(port, StringComparison.OrdinalIgnoreCase));
+      return isNamed ? "gives port " + port + " another name" : null;
     }
 
     private static QzHidException Unusable(string file, string why)

@@ -137,6 +137,11 @@ namespace QzHid
         }
         hub = Look(hub.ToString(), trouble, out state);
         CheckReturn(trouble, hub, state, image, rules);
+        // The hub may have come back only after the library had stopped waiting for it.
+        if (state.Number == image.Version && before != state.Runs)
+        {
+          return new UpdateResult { Outcome = "updated", Before = before, Runs = state.Runs, Retries = retries };
+        }
       }
       if (state.Number == null)
       {

@@ -75,6 +75,11 @@ expect 1 'update_hub: the update failed; UPDATE_HUB_LOG=FILE logs why, and the h
 echo "$machine}" > "$QZ_VIRTUAL_HUB"
 expect 0 'updated: loader -> 2.10' update_hub "$work/new.bin"
 expect 0 'updated: 2.10 -> 2.10' update_hub "$work/new.bin"
+# If the hub is back with the image, it is not written again.
+checked='{"on": "request", "request": "C0/D8", "action": "power_loss", "return_ms": 0}'
+echo "{\"time\": \"virtual\", \"devices\": [{\"name\": \"hub\", \"port\": \"1\"}], \"faults\": [$checked]}" > "$QZ_VIRTUAL_HUB"
+expect 0 'updated: 1.02 -> 2.10' update_hub "$work/new.bin"
+[ "$(grep -c '^progress: 30 %' "$work/output")" -eq 1 ] || { cat "$work/output" >&2; failures=1; }
 # In real time, it waits until the hub is back.
 fast='"timing": {"latency_us": 0, "erase_ms": 10, "leave_ms": 1, "return_ms": 260, "ready_ms": 1}'
 echo "{\"devices\": [{\"name\": \"hub\", \"port\": \"1\", $fast}], \"faults\": [${fault%0}700}]}" > "$QZ_VIRTUAL_HUB"

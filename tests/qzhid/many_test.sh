@@ -78,6 +78,12 @@ expect 0 'runs          firmware 1.02' info --hub 1-3
 expect 0 '2 current, 1 not started' update --hub vid=2E7C --dry-run --image "$work/new.bin"
 expect 2 "qzhid: --hub excludes --all; see 'qzhid --help'" update --hub 1-1 --all --image "$work/new.bin"
 
+# A hub without a location cannot be told from others, and is not touched beside them.
+machine "$(at 1), $(at 2 ', "usb": {"location_paths": []}')"
+all
+said 5 'qzhid: hub instance:6: the hub has no location, so it cannot be told from others; unplug the other hubs and repeat the command'
+said 5 '1 updated, 1 refused'
+
 # If all hubs run the image, nothing is written and the exit status is 0.
 machine "$(at 1 ', "image": {"version": "0x0210"}')"
 all --json

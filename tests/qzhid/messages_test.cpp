@@ -74,6 +74,7 @@ TEST(ReportMessage, ArrivesAsItWasSent) {
       {ReportProgress{40}, R"({"message":"progress","percent":40})"},
       {ReportState{0xFFFF}, R"({"message":"state","version":65535})"},
       {ReportState{}, R"({"message":"state","version":null})"},
+      {ReportAway{"a"}, R"({"message":"away","what":"a"})"},
       {ReportFailing{"a"}, R"({"message":"failing","what":"a"})"},
       {ReportDone{true}, R"({"message":"done","written":true})"},
       {ReportFailed{Exit::HubLost, "what\n", "next", {"first", "sec\xFFond"}, true},

@@ -82,6 +82,7 @@ END
 for hub in 1-3.1 1400/1-3.1 'bay 3' "$usb" 'USB(3)#usb(1)' 2e7c:818 pid=0x818 instance:5; do
   expect 0 'port          1-3.1' info --hub "$hub"
 done
+expect 0 "qzhid: 'instance:5' is good for this process only; in the next one, name this hub 1-3.1" info --hub instance:5
 there='attached are: 1-3.1 (bay 3), 1-2 (bay 2)'
 for hub in '' 5 ')' 3.1 1-3 '-3.1' 'SB(1)' 'USB(3)' bay 'BAY 3' 2E7C 2E7C: :0818 'vid=' 'pid=81' 045E:0750 1500/1-3.1 \
   instance: instance:55; do
@@ -99,8 +100,24 @@ bay 3|line 1 is not NAME = PORT
 \\n a = 1-1\\n= 1-2|line 3 is not NAME = PORT
 a =|line 1 is not NAME = PORT
 a = 1-1\\na = 1-2|line 2 names 'a' again
+a = 1-1\\nb = 1-1|line 2 gives port 1-1 another name
+a = 1-|line 1 has '1-', which is not a port id
+vid=2E7C = 1-2|line 1 has '2E7C = 1-2', which is not a port id
+1-2 = 1-3.1|line 1 has the name '1-2', which already means something else
+1400/1-2.1:0 = 1-3.1|line 1 has the name '1400/1-2.1:0', which already means something else
+2e7c:818 = 1-3.1|line 1 has the name '2e7c:818', which already means something else
+Usb(2) = 1-3.1|line 1 has the name 'Usb(2)', which already means something else
+instance:7 = 1-3.1|line 1 has the name 'instance:7', which already means something else
+a\\033[1m = 1-3.1|line 1 has a name with a control character
 END
-rm -r "$work/config"
+rm "$work/config/qzhid/ports.conf"
+mkfifo "$work/config/qzhid/ports.conf"
+expect 1 "qzhid: the port names in $work/config/qzhid/ports.conf are not usable: it is not a regular file; correct the file; its lines look like this: bay 3 = 1-3.1" list
+rm "$work/config/qzhid/ports.conf"
+# The mark with which some editors begin a file is no part of the first name, and letters may have accents.
+printf '\357\273\277bay \303\244 = 1-3.1\r\n' > "$work/config/qzhid/ports.conf"
+expect 0 'port          1-3.1' info --hub 'bay ä'
+expect 0 '1-3.1  bay ä  2E7C:0818  1.02     firmware' list
 
 # Hubs of several controllers show theirs.
 machine '{"name": "a", "port": "1"}, {"name": "b", "port": "2-1"}'
@@ -108,6 +125,17 @@ run list
 [ "$(sed -n 's/ .*//p' "$work/out" | tr '\n' ' ')" = 'PORT 1400/1-1 1500/1-1 ' ] || complain "$(cat "$work/out")"
 expect 2 "qzhid: several hubs match '1-1'; choose one of: 1400/1-1, 1500/1-1" info --hub 1-1
 expect 0 'port          1500/1-1' info --hub 1500/1-1
+# A hub without a location has no port id and is on no controller.
+machine '{"name": "a", "port": "1"}, {"name": "b", "port": "2", "usb": {"location_paths": []}}'
+expect 0 'instance:6  -     2E7C:0818  1.02     firmware' list
+expect 0 '1-1         -     2E7C:0818  1.02     firmware' list
+expect 0 'port          instance:6' info --hub instance:6
+machine '{"name": "a", "port": "1"}, {"name": "b", "port": "2-1"}'
+# The name of one port counts before that of all ports with its number.
+printf 'a = 1500/1-1\nb = 1-1\n' > "$work/config/qzhid/ports.conf"
+expect 0 'port          1500/1-1' info --hub a
+expect 0 'port          1400/1-1' info --hub b
+rm -r "$work/config"
 status=0
 "$qzhid" --virtual list > /dev/full 2> "$work/err" || status=$?
 : > "$work/out"

@@ -82,7 +82,11 @@ expect 5 "qzhid: image $work/new.bin has the SHA-256 $(digest "$work/new.bin"); 
   update -y -i "$work/new.bin" --sha256 "$(digest "$work/old.bin")"
 expect 5 "qzhid: image $work/new.bin is longer than the flash: 32680 bytes of at most 32679; use the image for this hub" \
   update -y -i "$work/new.bin" --flash-size 32679
-expect 2 "qzhid: --sha256: '12ab' is not 64 hexadecimal digits; see 'qzhid --help'" update -y -i "$work/new.bin" --sha256 12ab
+digits=$(digest "$work/new.bin")
+for hex in '' 12ab "0x$digits" "0x${digits#??}" "$digits " "${digits#?}" "${digits}0" "g${digits#?}"; do
+  expect 2 "qzhid: --sha256: '$hex' is not 64 hexadecimal digits; see 'qzhid --help'" update -y -i "$work/new.bin" --sha256 "$hex"
+done
+expect 2 "qzhid: --flash-size: Value 0 not in range 1 to 4294967295; see 'qzhid --help'" update -y -i "$work/new.bin" --flash-size 0
 while read -r size reason; do
   cp "$work/new.bin" "$work/odd.bin" && truncate -s $size "$work/odd.bin"
   expect 5 "qzhid: image $work/odd.bin $reason; give the complete image file" update --yes --force --image "$work/odd.bin"
@@ -121,12 +125,33 @@ TIME=real machine "$(hub ", $slowness")" '{"on": "request", "request": "40/C8", 
 run update --yes --image "$work/new.bin"
 said 0 "$done"
 said 0 'hub 1-3.1: the update failed, and the hub is in its loader; trying again (1 of 2)'
+# So is one that loses it while it is asked what it runs. What takes longer is said.
+TIME=real machine "$(hub ", $slowness")" '{"on": "exchange", "nth": 3, "action": "power_loss", "return_ms": 1500}'
+run update --yes --image "$work/new.bin"
+said 0 "$done"
+said 0 'hub 1-3.1: it does not answer; waiting until it can be used again'
+TIME=real machine "$(hub ", $slowness")" '{"on": "request", "request": "40/C8", "action": "power_loss", "return_ms": 1800}'
+run update --yes --image "$work/new.bin"
+said 0 "$done"
+said 0 'hub 1-3.1: the update failed; waiting until it can be used again'
 # A write that the hub takes but does not carry out: the image does not start.
 machine "$(hub)" '{"on": "request", "request": "40/C8", "nth": 100, "count": 1, "action": "lose_write"}'
 update --retries 0
 said 7 "$me the image is written, but not started, and the hub is in its loader; write its firmware with 'qzhid recover --hub 1-3.1 --image FILE'"
 update
 said 0 "$done"
+# A hub that runs the image after a try that failed is done; not if it ran that version before.
+lost='{"on": "request", "request": "C0/D8", "action": "power_loss", "return_ms": 0}'
+machine "$(hub)" "$lost"
+update --retries 0
+said 0 "$done"
+machine "$(hub ', "image": {"version": "0x0210"}')" "$lost"
+update --retries 0 --force
+said 1 "$me the update failed, and the hub runs 2.10; repeat the command; with --log FILE the log says why it failed"
+# One that cannot be opened when it is back is not called away.
+machine "$(hub)" '{"on": "call", "service": "OpenHidDevice", "nth": 12, "count": 0, "device": "hub", "action": "fail", "code": 13}'
+update
+said 6 "$me the update failed, and the hub cannot be opened; get permission for it (on Linux: the udev rule) or end the program that has it open"
 # Tries end.
 machine "$(hub)" '{"on": "request", "request": "40/C8", "nth": 9, "count": 0, "action": "stall"}'
 update --json --retries 3

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "qzhid/await_hub.h"
 #include "qzhid/progress.h"
 #include "qzhid/state.h"
 #include "qzhid/update_check.h"
@@ -11,7 +12,6 @@ namespace qzhid {
 
 namespace {
 
-constexpr std::chrono::milliseconds kBetweenLists{100};
 constexpr int kMostLooks = 2;
 // The library reports an erase and the first piece as done before it notices that the hub has left.
 constexpr std::int32_t kPerhapsErased = Progress::kErased + 1;
@@ -20,13 +20,12 @@ constexpr std::int32_t kPerhapsErased = Progress::kErased + 1;
 struct Trouble {
   std::string what;
   std::vector<std::string> log;
+  bool isWritten = false;  ///< the library has written and checked the image
 };
 
-// The hub at the port, as far as it is there and answers.
-struct Sight {
-  std::optional<Hub> hub{};
+// The hub at the port, as far as it is there, can be opened and answers.
+struct Sight : AwaitedHub {
   std::optional<HubState> state{};
-  bool wasUnplugged = false;
 };
 
 class Writer {
@@ -34,12 +33,16 @@ class Writer {
   Writer(Host& host, const WorkerJob& job, const Image& image, Clock& clock, const Reporter& report)
       : host_(host), job_(job), image_(image), clock_(clock), report_(report) {}
 
-  /// Waits for the hub, also one that leaves while it is asked.
-  Sight Look() const {
+  /// Waits for the hub, also one that leaves while it is asked; `trouble` is why it may be away.
+  Sight Look(const std::string& trouble) const {
     Sight sight;
     for (int looks = 0; looks < kMostLooks && !sight.state; ++looks) {
-      sight.hub = AwaitHub(sight.wasUnplugged);
-      if (!sight.hub) break;
+      const AwaitedHub awaited =
+          AwaitHub(host_, clock_, job_.location, std::chrono::seconds(job_.patience),
+                   [&] { report_(ReportAway{trouble}); });
+      sight.hub = awaited.hub;
+      sight.away = std::max(sight.away, awaited.away);
+      if (!sight.hub || !sight.hub->isOpenable) break;
       try {
         sight.state = ReadState(host_, *sight.hub);
       } catch (const Failure&) {  // the caller says so
@@ -47,6 +50,9 @@ class Writer {
     }
     return sight;
   }
+
+  /// Takes what the hub runs before the first try.
+  void Begin(RunningVersion version) { before_ = version; }
 
   /// Nothing when the hub runs the image, or is where the user wants it.
   std::optional<Trouble> Try(const Hub& hub) {
@@ -63,9 +69,11 @@ class Writer {
     // taken for another one here, which costs a record; the other way round, a hub would be left
     // half written.
     const auto version = sight.state->version;
-    const bool isPossible = !version || percent_ <= kPerhapsErased ||
-                            (percent_ >= Progress::kWritten && *version == image_.version);
-    bool isOther = job_.isForStation && sight.wasUnplugged && !isPossible;
+    const bool hasImage = version == image_.version;
+    const bool isPossible =
+        !version || (percent_ <= kPerhapsErased && (!hasImage || before_ == image_.version)) ||
+        (percent_ >= Progress::kWritten && hasImage);
+    bool isOther = job_.isForStation && sight.away >= kUnplugged && !isPossible;
     try {
       CheckHub(*sight.hub, *sight.state, image_,
                {.takesLoader = true, .isForced = job_.rules.isForced, .allowsOlder = true});
@@ -76,6 +84,14 @@ class Writer {
     throw HubReplaced(Exit::HubLost, trouble.what + ", and another hub has taken its place",
                       before.Name(), kFindHub);
   }
+
+  /// Whether the hub runs the image after a try that failed: it may have come back only after the
+  /// library had stopped waiting for it.
+  bool RunsImage(const Trouble& trouble, const Sight& sight) const {
+    return sight.state->version == image_.version &&
+           (trouble.isWritten || before_ != image_.version);
+  }
+  bool HasWritten() const { return percent_ >= Progress::kWritten; }
 
  private:
   std::optional<Trouble> Write(const Hub& hub) {
@@ -89,28 +105,7 @@ class Writer {
     const bool isRunning = host_.Api().ReadDevVersion(open.Handle(), &version) != 0;
     report_(ReportState{isRunning ? RunningVersion(version) : std::nullopt});
     if (job_.staysInLoader || (isRunning && version == image_.version)) return std::nullopt;
-    return Trouble{"the image is written, but not started", host_.LastLogLines()};
-  }
-
-  std::optional<Hub> FindHub() const {
-    std::vector<Hub> hubs = ListHubs(host_);
-    std::erase_if(hubs, [this](const Hub& hub) {
-      return !hub.isOpenable || (!job_.location.empty() && hub.Location() != job_.location);
-    });
-    if (hubs.size() != 1) return std::nullopt;
-    return hubs.front();
-  }
-
-  std::optional<Hub> AwaitHub(bool& wasUnplugged) const {
-    const Clock::Time start = clock_.Now();
-    const Clock::Time end = start + std::chrono::seconds(job_.patience);
-    for (;;) {
-      auto found = FindHub();
-      const Clock::Time now = clock_.Now();
-      if (now - start >= kUnplugged) wasUnplugged = true;
-      if (found || now >= end) return found;
-      clock_.Sleep(kBetweenLists);
-    }
+    return Trouble{"the image is written, but not started", host_.LastLogLines(), true};
   }
 
   // The library's callback has no argument for the writer.
@@ -126,6 +121,7 @@ class Writer {
   Clock& clock_;
   const Reporter& report_;
   std::int32_t percent_ = 0;  ///< the most that was reported in all tries
+  RunningVersion before_{};   ///< what the hub ran before the first one
 };
 
 Failure Explain(Exit status, const Trouble& trouble, const Hub& hub, const std::string& state,
@@ -137,8 +133,9 @@ Failure Explain(Exit status, const Trouble& trouble, const Hub& hub, const std::
 
 Sight LookFirst(const Writer& writer, const WorkerJob& job) {
   constexpr const char* kNext = "unplug it, plug it in again and repeat the command";
-  Sight sight = writer.Look();
+  Sight sight = writer.Look("it does not answer");
   if (!sight.hub) throw Failure(Exit::HubLost, "the hub is gone", job.location, kNext);
+  if (!sight.hub->isOpenable) throw NotOpenable(*sight.hub);
   if (!sight.state) {
     throw Failure(Exit::HubLost, "the hub does not answer", sight.hub->Name(), kNext);
   }
@@ -146,9 +143,14 @@ Sight LookFirst(const Writer& writer, const WorkerJob& job) {
 }
 
 Sight LookAgain(const Writer& writer, const Trouble& trouble, const Hub& before) {
-  Sight sight = writer.Look();
+  Sight sight = writer.Look(trouble.what);
   if (!sight.hub) {
     throw Explain(Exit::HubLost, trouble, before, ", and the hub has left the bus", kFindHub);
+  }
+  if (!sight.hub->isOpenable) {
+    const Failure why = NotOpenable(*sight.hub);
+    throw Explain(Exit::HubLost, trouble, *sight.hub, std::string(", and ") + why.what(),
+                  why.Next());
   }
   if (!sight.state) {
     throw Explain(Exit::HubLost, trouble, *sight.hub, ", and the hub does not answer", kFindHub);
@@ -167,6 +169,7 @@ void WriteHub(Host& host, const WorkerJob& job, const Image& image, Clock& clock
   if (CheckHub(*sight.hub, *sight.state, image, job.rules) == Verdict::Current) {
     return report(ReportDone{false});
   }
+  writer.Begin(sight.state->version);
   for (int retries = job.retries;; --retries) {
     const auto trouble = writer.Try(*sight.hub);
     if (!trouble) return report(ReportDone{true});
@@ -175,6 +178,7 @@ void WriteHub(Host& host, const WorkerJob& job, const Image& image, Clock& clock
     writer.CheckReturn(*trouble, before, sight);
     const RunningVersion running = sight.state->version;
     report(ReportState{running});
+    if (writer.RunsImage(*trouble, sight)) return report(ReportDone{writer.HasWritten()});
     const std::string state =
         ", and the hub " + (running ? "runs " + VersionText(*running) : "is in its loader");
     if (retries > 0) report(ReportFailing{trouble->what + state});

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "common/texts.h"
@@ -104,14 +105,17 @@ std::vector<Hub> HubsOfSystem() {
 }
 
 void NameHubs(std::vector<Hub>& hubs, const PortNames& names) {
-  const bool isOnSeveral = std::any_of(hubs.begin(), hubs.end(), [&hubs](const Hub& hub) {
-    return hub.id.controller != hubs.front().id.controller;
-  });
+  std::set<std::string> controllers;
+  for (const Hub& hub : hubs) {
+    if (!hub.id.port.empty()) controllers.insert(hub.id.controller);
+  }
   for (Hub& hub : hubs) {
-    hub.shownId = isOnSeveral ? hub.id.Whole() : hub.id.port;
+    hub.shownId = controllers.size() > 1 ? hub.id.Whole() : hub.id.port;
     if (hub.id.port.empty()) hub.shownId = "instance:" + std::to_string(hub.instance);
     for (const auto& [name, port] : names) {
-      if (hub.id.Is(port)) hub.userName = name;
+      // One port of this number may have a name of its own, and those of other controllers another.
+      const bool isWhole = port.find('/') != std::string::npos;
+      if (hub.id.Is(port) && (isWhole || hub.userName.empty())) hub.userName = name;
     }
   }
 }

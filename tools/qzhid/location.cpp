@@ -4,8 +4,8 @@
 #include <cctype>
 #include <charconv>
 #include <optional>
-#include <string_view>
 #include <utility>
+#include <vector>
 
 namespace qzhid {
 
@@ -73,6 +73,21 @@ PortId ReadPortId(const std::string& location) {
     port += (isInterface ? ':' : std::exchange(separator, '.')) + std::string(step->argument);
   }
   return {controller, port};
+}
+
+bool IsPortId(std::string_view text) {
+  const std::size_t slash = text.rfind('/');
+  if (slash == 0) return false;
+  if (slash != std::string_view::npos) text.remove_prefix(slash + 1);
+  const std::size_t dash = text.find('-');
+  if (dash == std::string_view::npos || !Number(text.substr(0, dash))) return false;
+  for (text.remove_prefix(dash + 1);;) {
+    const std::size_t end = std::min(text.find_first_of(".:"), text.size());
+    if (!Number(text.substr(0, end))) return false;
+    if (end == text.size()) return true;
+    if (text[end] == ':') return Number(text.substr(end + 1)).has_value();
+    text.remove_prefix(end + 1);
+  }
 }
 
 bool IsLocation(const std::string& location, const std::string& wanted) {

@@ -3,7 +3,7 @@
 #pragma once
 
 #include <string>
-#include <vector>
+#include <string_view>
 
 namespace qzhid {
 
@@ -25,6 +25,9 @@ struct PortId {
 };
 
 PortId ReadPortId(const std::string& location);
+
+/// Whether a text has the form of a port id.
+bool IsPortId(std::string_view text);
 
 /// Whether `wanted` is the location, or a number of whole steps at its end. Letter case does not
 /// count.

@@ -6,6 +6,7 @@
 #include "qzhid/failure.h"
 #include "qzhid/selector.h"
 #include "qzhid/system.h"
+#include "qzhid/terminal_text.h"
 
 namespace qzhid {
 
@@ -38,14 +39,15 @@ std::string OrDash(const std::string& text) { return text.empty() ? "-" : text; 
 std::string Table(const std::vector<std::vector<std::string>>& rows) {
   constexpr std::size_t kGap = 2;
   std::vector<std::size_t> widths(rows.front().size());
+  const auto columns = [](const std::string& cell) { return ColumnsOf(ShownCharacters(cell)); };
   for (const auto& row : rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], columns(row[i]));
   }
   std::string text;
   for (const auto& row : rows) {
     for (std::size_t i = 0; i + 1 < row.size(); ++i) {
       text += row[i];
-      text.append(widths[i] + kGap - row[i].size(), ' ');
+      text.append(widths[i] + kGap - columns(row[i]), ' ');
     }
     text += row.back() + '\n';
   }

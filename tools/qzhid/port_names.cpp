@@ -1,10 +1,14 @@
 #include "qzhid/port_names.h"
 
 #include <algorithm>
+#include <cctype>
 #include <sstream>
+#include <string_view>
 
 #include "common/files.h"
+#include "common/texts.h"
 #include "qzhid/failure.h"
+#include "qzhid/location.h"
 
 namespace qzhid {
 
@@ -25,12 +29,45 @@ std::string Trimmed(const std::string& text) {
 }
 
 std::string Text(const std::filesystem::path& file) {
+  if (!std::filesystem::is_regular_file(file)) Reject(file, "it is not a regular file");
   try {
     const tools::Bytes bytes = virtualhub::ReadWholeFile(file, kLongestFile);
-    return {bytes.begin(), bytes.end()};
+    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+    std::string text(bytes.begin(), bytes.end());
+    if (text.starts_with(kByteOrderMark)) text.erase(0, kByteOrderMark.size());
+    return text;
   } catch (const tools::FileError& error) {
     Reject(file, error.what());
   }
+}
+
+// Whether --hub takes a text for something else than a name, so that it would also name other hubs.
+bool IsOtherSelector(const std::string& name) {
+  const std::string text = Upper(name);
+  const std::size_t colon = std::min(text.find(':'), text.size() - 1);
+  const bool areIds =
+      tools::ParseHexNumber(text.substr(0, colon)) && tools::ParseHexNumber(text.substr(colon + 1));
+  return IsPortId(text) || areIds || text.starts_with("INSTANCE:") ||
+         (text.starts_with("USB") && text.ends_with(')'));
+}
+
+bool HasControlCharacter(const std::string& text) {
+  return std::any_of(text.begin(), text.end(),
+                     [](unsigned char c) { return std::iscntrl(c) != 0; });
+}
+
+// Why a line cannot be used; empty when it can.
+std::string WhyNotUsable(const PortNames& names, const std::string& name, const std::string& port) {
+  if (name.empty() || port.empty()) return "is not NAME = PORT";
+  if (HasControlCharacter(name)) return "has a name with a control character";
+  if (IsOtherSelector(name))
+    return "has the name '" + name + "', which already means something else";
+  if (!IsPortId(port)) return "has '" + port + "', which is not a port id";
+  if (names.count(name) != 0) return "names '" + name + "' again";
+  const bool isNamed = std::any_of(names.begin(), names.end(), [&port](const auto& other) {
+    return Upper(other.second) == Upper(port);
+  });
+  return isNamed ? "gives port " + port + " another name" : "";
 }
 
 }  // namespace
@@ -42,14 +79,15 @@ PortNames ReadPortNames(const std::filesystem::path& file) {
   std::istringstream lines(Text(file));
   std::size_t number = 0;
   for (std::string line; std::getline(lines, line);) {
-    const std::string place = "line " + std::to_string(++number) + " ";
+    ++number;
     line = Trimmed(line.substr(0, line.find('#')));
     if (line.empty()) continue;
     const std::size_t equals = std::min(line.find('='), line.size());
     const std::string name = Trimmed(line.substr(0, equals));
     const std::string port = Trimmed(line.substr(std::min(equals + 1, line.size())));
-    if (name.empty() || port.empty()) Reject(file, place + "is not NAME = PORT");
-    if (!names.emplace(name, port).second) Reject(file, place + "names '" + name + "' again");
+    const std::string reason = WhyNotUsable(names, name, port);
+    if (!reason.empty()) Reject(file, "line " + std::to_string(number) + ' ' + reason);
+    names.emplace(name, port);
   }
   return names;
 }

@@ -53,6 +53,13 @@ const Hub& TheOnlyAttached(const std::vector<Hub>& attached) {
   return TheOnly(attached, "are attached");
 }
 
+// Such numbers stay in scripts, where the next process writes another hub.
+void WarnOfInstance(Host& host, const Hub& hub, const std::string& selector) {
+  if (hub.id.port.empty() || !After("instance:", selector)) return;
+  host.Say("'" + selector + "' is good for this process only; in the next one, name this hub " +
+           hub.shownId);
+}
+
 // A filter names all hubs that it matches, anything else one.
 bool IsFilter(const std::string& selector) {
   return After("vid=", selector) || After("pid=", selector);
@@ -63,7 +70,7 @@ bool IsFilter(const std::string& selector) {
 bool IsNamed(const Hub& hub, const std::string& selector) {
   if (selector.empty()) return false;
   if (const auto number = After("instance:", selector)) {
-    return *number == std::to_string(hub.instance);
+    return hub.hasNode && *number == std::to_string(hub.instance);
   }
   if (const auto id = After("vid=", selector)) return IsId(hub.vid, *id);
   if (const auto id = After("pid=", selector)) return IsId(hub.pid, *id);
@@ -79,6 +86,7 @@ Hub PickHub(Host& host, const std::optional<std::string>& selector) {
   const std::vector<Hub> attached = ListHubs(host);
   Hub hub = selector ? TheOnly(Matching(attached, *selector), "match '" + *selector + "'")
                      : TheOnlyAttached(attached);
+  if (selector) WarnOfInstance(host, hub, *selector);
   if (!hub.isOpenable) throw NotOpenable(hub);
   return hub;
 }
@@ -89,7 +97,9 @@ std::vector<Hub> PickHubs(Host& host, const std::vector<std::string>& selectors)
   std::vector<Hub> hubs;
   for (const std::string& selector : selectors) {
     const std::vector<Hub> matching = Matching(attached, selector);
-    if (!IsFilter(selector)) TheOnly(matching, "match '" + selector + "'");
+    if (!IsFilter(selector)) {
+      WarnOfInstance(host, TheOnly(matching, "match '" + selector + "'"), selector);
+    }
     for (const Hub& hub : matching) {
       const bool isNamedTwice = std::any_of(hubs.begin(), hubs.end(), [&hub](const Hub& other) {
         return other.instance == hub.instance && other.locations == hub.locations;

@@ -40,6 +40,11 @@ void UpdateDisplay::ShowProgress(const Hub& hub, const Progress& progress) {
   }
 }
 
+void UpdateDisplay::ShowAway(const Hub& hub, const std::string& why) {
+  if (host_.Settings().isQuiet && !host_.Settings().printsEvents) return;
+  Say("hub " + hub.Name() + ": " + why + "; waiting until it can be used again");
+}
+
 void UpdateDisplay::ShowRetry(const Hub& hub, const std::string& what, int retry, int retries) {
   if (host_.Settings().printsEvents) {
     host_.PrintEvent(

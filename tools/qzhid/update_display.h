@@ -31,6 +31,8 @@ class UpdateDisplay {
 
   /// A hub has come to its next ten percent.
   void ShowProgress(const Hub& hub, const Progress& progress);
+  /// Why a hub is waited for.
+  void ShowAway(const Hub& hub, const std::string& why);
   /// A try on a hub has failed, and the next one begins.
   void ShowRetry(const Hub& hub, const std::string& what, int retry, int retries);
   /// What becomes of a hub is known.

@@ -36,6 +36,9 @@ UpdateJob::Change UpdateJob::Take(const WorkerReport& report, bool stops) {
     return TakeProgress(*step);
   } else if (const auto* now = std::get_if<ReportState>(&report)) {
     runs = TextOf(now->version);
+  } else if (const auto* away = std::get_if<ReportAway>(&report)) {
+    trouble = away->what;
+    return Change::Away;
   } else if (const auto* failing = std::get_if<ReportFailing>(&report)) {
     return TakeFailing(*failing, stops);
   } else if (const auto* done = std::get_if<ReportDone>(&report)) {

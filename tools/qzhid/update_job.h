@@ -32,7 +32,7 @@ class Worker {
 struct UpdateJob {
   enum class State { Ready, Writing, Done };
   /// What a report has changed.
-  enum class Change { None, Step, Retry, Done };
+  enum class Change { None, Step, Away, Retry, Done };
 
   Hub hub;
   Progress progress;
@@ -41,7 +41,7 @@ struct UpdateJob {
   std::string from = "?";   ///< what the hub ran before
   std::string runs = "?";   ///< what it runs now, as far as that is known
   int retries = 0;          ///< that were made
-  std::string trouble{};    ///< why the last try failed
+  std::string trouble{};    ///< why the last try failed, or why the hub is waited for
   bool isWaiting = false;   ///< for another process that writes the hub
   bool isReplaced = false;  ///< by another hub, while it was written
   std::optional<Failure> failure{};

@@ -95,6 +95,7 @@ Json ToJson(const ReportProgress& report) {
 Json ToJson(const ReportState& report) {
   return {{"message", "state"}, {"version", VersionValue(report.version)}};
 }
+Json ToJson(const ReportAway& report) { return {{"message", "away"}, {"what", report.what}}; }
 Json ToJson(const ReportFailing& report) { return {{"message", "failing"}, {"what", report.what}}; }
 Json ToJson(const ReportDone& report) {
   return {{"message", "done"}, {"written", report.isWritten}};
@@ -121,6 +122,7 @@ WorkerReport TakeReport(Members& members) {
     return ReportProgress{members.TakeNumber<std::int32_t>("percent", kMostPercent)};
   }
   if (kind == "state") return ReportState{members.TakeOptional<std::uint16_t>("version")};
+  if (kind == "away") return ReportAway{members.Take<std::string>("what")};
   if (kind == "failing") return ReportFailing{members.Take<std::string>("what")};
   if (kind == "done") return ReportDone{members.Take<bool>("written")};
   if (kind == "failed") return TakeFailed(members);

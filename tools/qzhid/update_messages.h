@@ -15,6 +15,7 @@
 //   found     "version": what the hub runs before anything is written
 //   progress  "percent": how far the update is
 //   state     "version": what the hub runs now
+//   away      "what" happened: the worker waits until the hub can be used again
 //   failing   "what" failed: the update, which the worker can try again
 //   done      the hub runs the image, and whether it had to be "written"; the last message
 //   failed    "status": exit status, "what" failed, "next": what to do, "log": the last lines of
@@ -79,6 +80,9 @@ struct ReportProgress {
 struct ReportState {
   RunningVersion version;
 };
+struct ReportAway {
+  std::string what;
+};
 struct ReportFailing {
   std::string what;
 };
@@ -93,7 +97,7 @@ struct ReportFailed {
   bool isReplaced;
 };
 using WorkerReport = std::variant<ReportWaiting, ReportFound, ReportProgress, ReportState,
-                                  ReportFailing, ReportDone, ReportFailed>;
+                                  ReportAway, ReportFailing, ReportDone, ReportFailed>;
 
 /// Takes what becomes of the hub.
 using Reporter = std::function<void(const WorkerReport&)>;

@@ -8,10 +8,13 @@ namespace qzhid {
 
 namespace {
 
+constexpr std::size_t kLargestFlash = 0xFFFFFFFF;  // requests address flash with 32 bits
+
 std::string CheckHexDigest(const std::string& text) {
-  constexpr std::size_t kBytes = 32;
+  constexpr std::size_t kDigits = 64;
   const auto bytes = tools::ParseHexBytes(text);
-  return bytes && bytes->size() == kBytes ? "" : "'" + text + "' is not 64 hexadecimal digits";
+  const bool isDigest = bytes && 2 * bytes->size() == kDigits && text.size() == kDigits;
+  return isDigest ? "" : "'" + text + "' is not 64 hexadecimal digits";
 }
 
 }  // namespace
@@ -26,7 +29,7 @@ void AddWriteOptions(CLI::App& command, WriteOptions& options) {
   command
       .add_option("--flash-size", options.flashSize,
                   "reject an image that is longer than the hub's flash")
-      ->check(CLI::PositiveNumber)
+      ->check(CLI::Range(std::size_t{1}, kLargestFlash))
       ->option_text("BYTES");
   command
       .add_option("--retries", options.retries,

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "qzhid/await_hub.h"
 #include "qzhid/interrupt.h"
 #include "qzhid/options.h"
 #include "qzhid/port_lock.h"
@@ -70,15 +71,32 @@ void UpdateRun::Check() {
   }
 }
 
+// Asks the hub what it runs, and waits for one that leaves meanwhile.
+HubState UpdateRun::Look(UpdateJob& job) {
+  try {
+    return ReadState(host_, job.hub);
+  } catch (const Failure&) {
+    Clock clock;
+    const AwaitedHub awaited =
+        AwaitHub(host_, clock, job.hub.Location(), std::chrono::seconds(options_.patience),
+                 [&] { display_.ShowAway(job.hub, "it does not answer"); });
+    const bool isBack = awaited.hub && awaited.hub->isOpenable &&
+                        (awaited.away.count() > 0 || awaited.hub->instance != job.hub.instance);
+    if (!isBack) throw;
+    job.hub = *awaited.hub;
+    return ReadState(host_, job.hub);
+  }
+}
+
 void UpdateRun::Check(UpdateJob& job, std::size_t attached) {
   if (!job.hub.isOpenable) throw NotOpenable(job.hub);
   if (job.hub.locations.empty() && attached > 1) {
-    throw Failure(Exit::Failed, "the hub has no location", job.hub.Name(),
-                  "unplug the other hubs and repeat the command");
+    throw Failure(Exit::Refused, "the hub has no location, so it cannot be told from others",
+                  job.hub.Name(), "unplug the other hubs and repeat the command");
   }
   const PortLock lock(LockName(host_, job.hub.Location()));
   if (!lock.IsHeld()) throw IsBeingWritten(job.hub.Name());
-  const HubState state = ReadState(host_, job.hub);
+  const HubState state = Look(job);
   job.from = job.runs = state.Text();
   if (CheckHub(job.hub, state, image_, options_.rules) == Verdict::Current) {
     Finish(job, Outcome::Current);
@@ -142,6 +160,8 @@ void UpdateRun::Take(UpdateJob& job, const WorkerReport& report) {
   switch (job.Take(report, InterruptGuard::IsStopWanted())) {
     case Change::Step:
       return display_.ShowProgress(job.hub, job.progress);
+    case Change::Away:
+      return display_.ShowAway(job.hub, job.trouble);
     case Change::Retry:
       return display_.ShowRetry(job.hub, job.trouble, job.retries, options_.retries);
     case Change::Done:

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "qzhid/state.h"
 #include "qzhid/update_display.h"
 #include "qzhid/update_job.h"
 #include "qzhid/update_options.h"
@@ -44,6 +45,7 @@ class UpdateRun {
   void Finish(UpdateJob& job, Outcome outcome);
   void ShowOutcome(const UpdateJob& job);
   void Check(UpdateJob& job, std::size_t attached);
+  HubState Look(UpdateJob& job);
   void StartNext();
   bool Listen();
   void Take(UpdateJob& job, const WorkerReport& report);

@@ -75,6 +75,10 @@ class Writer {
       }
       ({ hub, state } = this.look(label(hub), trouble));
       this.checkReturn(trouble, hub, state, image);
+      // The hub may have come back only after the library had stopped waiting for it.
+      if (state.version === image.version && before !== state.runs) {
+        return { outcome: 'updated', before, runs: state.runs, retries };
+      }
     }
     const about = { hub: label(hub), runs: state.runs };
     if (state.version === null) throw new InLoader(`${trouble}, and the hub is in its loader`, RECOVER, about);

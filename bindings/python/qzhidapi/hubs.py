@@ -227,7 +227,8 @@ def _named(hubs: list[HubInfo]) -> list[HubInfo]:
     result = []
     for hub in hubs:
         shown = hub._id.whole if on_several else hub._id.port
-        name = [name for name, port in names.items() if hub._id.names(port)]
+        # One port of this number may have a name of its own, and those of other controllers another.
+        name = sorted((("/" not in port, name) for name, port in names.items() if hub._id.names(port)))
         result.append(dataclasses.replace(
-            hub, port_id=shown or f"instance:{hub.instance}", name=name[0] if name else ""))
+            hub, port_id=shown or f"instance:{hub.instance}", name=name[0][1] if name else ""))
     return result

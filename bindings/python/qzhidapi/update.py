@@ -98,6 +98,9 @@ class Writer:
                 trouble = error.what
             hub, state = self._look(hub.label, trouble)
             self._check_return(trouble, hub, state, image, rules)
+            # The hub may have come back only after the library had stopped waiting for it.
+            if state.version == image.version and before != state.runs:
+                return UpdateResult("updated", before, state.runs, tries)
         trouble += ", and the hub "
         if state.version is None:
             raise InLoader(trouble + "is in its loader", RECOVER, hub=hub.label, runs=state.runs)
