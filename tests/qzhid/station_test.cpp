@@ -118,7 +118,11 @@ class Line : public StationWorld {
 
   Clock::Time Now() override { return clock_.Now(); }
   UnitRecord::Date Date() override { return {}; }
-  std::vector<Hub> Hubs() override { return ListHubs(host_); }
+  std::vector<Hub> Hubs() override {
+    constexpr int kOneFails = 16;
+    if (++lists_ % kOneFails == 0) throw Failure(Exit::Failed, "no list", "", "");
+    return ListHubs(host_);
+  }
   std::unique_ptr<Worker> Start(const Hub& hub) override {
     const WorkerJob job{.image = file_.path(),
                         .location = hub.Location(),
@@ -333,6 +337,7 @@ class Line : public StationWorld {
   std::vector<std::unique_ptr<Unit>> replaced_;
   std::uint64_t left_ = 0;  ///< exchanges until the pull
   std::size_t units_ = 0;
+  int lists_ = 0;
   StationView view_;
 };
 

@@ -1,13 +1,19 @@
 """station_test.py SOURCE QZHID WORK: runs stations on virtual hubs that a control file plugs and
 unplugs, kills them, and reads their records."""
 import csv
+import ctypes
+import datetime
+import hashlib
 import json
 import os
 import pathlib
+import platform
 import pty
 import random
 import resource
 import signal
+import socket
+import struct
 import subprocess
 import sys
 import threading
@@ -71,21 +77,20 @@ class Bench:
         with open(self.folder / "control", "a") as control:
             control.write(line + "\n")
 
-    def environment(self, scenario=None):
-        return {**os.environ, "QZ_VIRTUAL_HUB": str(scenario or self.scenario)}
+    def environment(self, scenario=None, **more):
+        return {**os.environ, "QZ_VIRTUAL_HUB": str(scenario or self.scenario), **more}
 
     def run(self, *arguments, scenario=None):
         return subprocess.run([program, "--virtual", *map(str, arguments)], capture_output=True, text=True,
                               stdin=subprocess.DEVNULL, env=self.environment(scenario), timeout=patience)
 
-    def start(self, *arguments, stdin=subprocess.DEVNULL, limit=None, csv=True):
+    def start(self, *arguments, stdin=subprocess.DEVNULL, before=None, csv=True, **environment):
         tables = ["--csv", self.csv] if csv else []
         command = [program, "--virtual", "station", "--image", image, "--record", self.record,
                    *tables, *arguments]
-        before = limit and (lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, -1)))
         self.station = subprocess.Popen(
             list(map(str, command)), stdin=stdin, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-            text=True, env=self.environment(), start_new_session=True, preexec_fn=before)
+            text=True, env=self.environment(**environment), start_new_session=True, preexec_fn=before)
         threading.Thread(target=self.listen, args=[self.station.stdout], daemon=True).start()
 
     def listen(self, output):
@@ -132,12 +137,34 @@ class Bench:
             equal(list(self.records()[0]), header, "the header of the table")
 
 
+def now():
+    time_now = datetime.datetime.now(datetime.timezone.utc)
+    return time_now.replace(microsecond=time_now.microsecond // 1000 * 1000)  # as in records
+
+
 def hub(name, port, **members):
     return {"name": name, "port": port, "timing": quick, **members}
 
 
 def outcomes(records):
     return [(record["bay"], record["outcome"]) for record in records]
+
+
+def limit_files(size):
+    resource.setrlimit(resource.RLIMIT_FSIZE, (size, -1))
+
+
+def refuse_fsync():
+    """From now on, the kernel answers each fsync of this process with an input/output error."""
+    call = {"x86_64": 74, "aarch64": 82}[platform.machine()]
+    load, compare, answer = 0x20, 0x15, 0x06
+    program = b"".join(struct.pack("HBBI", *step) for step in (
+        (load, 0, 0, 0), (compare, 0, 1, call), (answer, 0, 0, 0x50005), (answer, 0, 0, 0x7FFF0000)))
+    steps = ctypes.create_string_buffer(program)
+    filter_ = ctypes.create_string_buffer(struct.pack("HP", len(program) // 8, ctypes.addressof(steps)))
+    prctl = ctypes.CDLL(None).prctl
+    if prctl(38, 1, 0, 0, 0) != 0 or prctl(22, 2, filter_, 0, 0) != 0:
+        raise OSError("no filter for system calls")
 
 
 def outcomes_of_all_kinds():
@@ -148,7 +175,7 @@ def outcomes_of_all_kinds():
         hub("foreign", "3", image={"vid": "0x2E7D"}), hub("closed", "4"),
         hub("loader", "5", image=None), hub("newer", "6", image={"version": "0x0300"}),
         hub("stranger", "7")], [closed])
-    bays = [f"--bay=b{port}=1-{port}" for port in range(1, 7)]
+    bays, began = [f"--bay=b{port}=1-{port}" for port in range(1, 7)], now()
     bench.start(*bays, "--once", 6)
     equal(1, bench.end(), "exit status")
     told = {record["bay"]: (record["from"], record["runs"], record["outcome"], record["status"],
@@ -158,6 +185,17 @@ def outcomes_of_all_kinds():
            "b5": ("loader", "2.10", "updated", 0, True), "b6": ("3.00", "3.00", "refused", 5, False)},
           told, "records")
     equal(6, len(bench.records()), "number of records")
+    record = next(record for record in bench.records() if record["bay"] == "b1")
+    whole = {**record, "port_id": "1-1", "location": "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(1)",
+             "label": None, "vid": "2E7C", "pid": "0818", "image": "0210.bin",
+             "sha256": hashlib.sha256(image.read_bytes()).hexdigest(), "what": None, "next": None,
+             "retries": 0, "program": bench.run("--version").stdout.split()[1],
+             "host": socket.gethostname()}
+    equal(whole, record, "a whole record")
+    start, end = (datetime.datetime.fromisoformat(record[key].replace("Z", "+00:00"))
+                  for key in ("start", "end"))
+    check(began <= start and end <= now(), f"a unit from {start} to {end}")
+    check(abs((end - start).total_seconds() - record["seconds"]) < 1, f"{record['seconds']} seconds")
     equal(1, sum("1-7" in line for line in bench.printed), "remarks on a hub that is in no bay")
     bench.check_files()
 
@@ -174,7 +212,9 @@ def a_done_hub_is_left_alone_until_it_is_unplugged():
     bench.await_text("unplugged")
     bench.do("plug two")
     equal([("a", "updated")] * 2, outcomes(bench.await_records(2)), "records")
+    bench.await_text("bay a: PASS")
     equal(0, bench.stop(), "exit status")
+    check(not bench.says("finished first"), "it waits for hubs that it does not write")
     bench.check_files()
 
 
@@ -195,6 +235,23 @@ def a_hub_that_is_pulled_out_is_the_same_one_or_lost():
           tuple(again[key] for key in ("bay", "from", "outcome", "recovered")), "plugged in again")
     equal(0, bench.stop(), "exit status")
     bench.check_files()
+
+
+def a_lost_hub_is_left_alone_until_it_is_unplugged():
+    while True:
+        bench = Bench(f"lost{time.monotonic_ns()}", [hub("one", "1", timing=slow)])
+        bench.start("--wait", 0)
+        bench.await_text("writing")
+        unplugged = time.monotonic()
+        bench.do("unplug one")
+        bench.await_records(1)
+        bench.do("plug one")
+        if time.monotonic() - unplugged < 1:  # so it was no unplugging
+            break
+        bench.station.kill()
+    time.sleep(1.5)  # the time in which nothing must happen
+    bench.stop()
+    equal([("1-1", "lost")], outcomes(bench.records()), "records")
 
 
 def an_interrupt_lets_the_hubs_be_finished():
@@ -222,11 +279,12 @@ def labels_belong_to_the_bay_that_asks_first_or_the_next_hub():
         bench.do(f"plug {name}")
         bench.await_text(f"1-{port}: a hub has arrived; scan its label")
     equal(1, len(bench.records()), "records without a label")
-    os.write(keyboard, b'  B "x", y\tz \n')
+    os.write(keyboard, b'  B "x", y\tz \n' * 2)  # read twice by mistake
     bench.await_records(2)
-    os.write(keyboard, b"C\n")
+    bench.await_text('label B "x", y z was scanned again; it is that of bay 1-2')
+    os.write(keyboard, b"C" * 201 + b"\n=C\xff\n")
     equal(0, bench.end(), "exit status")
-    equal({"1-1": "A-2", "1-2": 'B "x", y z', "1-3": "C"},
+    equal({"1-1": "A-2", "1-2": 'B "x", y z', "1-3": "=C\ufffd"},
           {record["bay"]: record["label"] for record in bench.records()}, "labels")
     bench.check_files()
     bench.start("--ask-label")
@@ -235,7 +293,7 @@ def labels_belong_to_the_bay_that_asks_first_or_the_next_hub():
 
 def a_full_disk_stops_the_line_before_the_next_unit():
     bench = Bench("full", [hub("one", "1"), hub("two", "2", plugged=False, timing=slow)])
-    bench.start("--bay=a=1-1", "--bay=b=1-2", limit=1000)
+    bench.start("--bay=a=1-1", "--bay=b=1-2", before=lambda: limit_files(1000))
     bench.await_text("the line has stopped: the record file")
     time.sleep(2.5)  # tried again, in vain
     equal("1.02", json.loads(bench.run("list", "--json").stdout)["hubs"][0]["version"], "what the hub runs")
@@ -254,6 +312,50 @@ def a_full_disk_stops_the_line_before_the_next_unit():
     bench.await_text("bay b: PASS")
     bench.stop()
     bench.check_files()
+
+
+def a_record_that_is_not_on_the_disk_is_kept_and_printed_at_the_end():
+    bench = Bench("kept", [hub("one", "1")])
+    bench.start(csv=False, before=refuse_fsync)
+    bench.await_text(f"the record file {bench.record} cannot be written: Input/output error")
+    equal(1, bench.stop(), "exit status")
+    check(not bench.says("PASS"), "a unit without a record has passed")
+    equal("", bench.record.read_text(), "the record file")
+    until(lambda: bench.says("the record file lacks 1 record"), "last message")
+    equal(["updated"], [json.loads(line)["outcome"] for line in bench.printed if line.startswith("{")],
+          "records on standard error")
+
+
+def a_record_file_that_is_moved_stops_the_line():
+    bench = Bench("moved", [hub("one", "1", plugged=False)])
+    bench.start("--once", 1)
+    until(lambda: bench.csv.exists() and bench.csv.stat().st_size > 0, "table")
+    aside = bench.record.rename(bench.folder / "aside")
+    bench.do("plug one")
+    bench.await_text(f"the line has stopped: the record file {bench.record} was moved, replaced or deleted")
+    equal("1.02", json.loads(bench.run("list", "--json").stdout)["hubs"][0]["version"], "what the hub runs")
+    aside.rename(bench.record)
+    equal(0, bench.end(), "exit status")
+    equal([("1-1", "updated")], outcomes(bench.records()), "records")
+
+
+def the_page_is_replaced_in_one_step():
+    bench = Bench("page", [hub("one", "1")])
+    page, link, pipe = (bench.folder / name for name in ("page.html", "link.html", "pipe"))
+    page.touch()
+    link.symlink_to(page.name)
+    bench.start("--page", link)
+    until(lambda: page.stat().st_size, "page")
+    with open(page) as old:
+        until(lambda: page.stat().st_ino != os.fstat(old.fileno()).st_ino, "next page")
+        check(old.read().endswith("</html>\n"), "a part of a page")
+    bench.await_text("PASS")
+    bench.stop()
+    check(link.is_symlink(), "the page has replaced a link")
+    os.mkfifo(pipe)
+    bench.start("--page", pipe, "--once", 1)
+    equal(0, bench.end(), "exit status with a page that is a pipe")
+    bench.await_text(f"the page {pipe} is not a regular file; the line goes on without it")
 
 
 def files_are_repaired_or_refused():
@@ -277,6 +379,13 @@ def files_are_repaired_or_refused():
         more = [] if option == "--record" else ["--record", bench.folder / "new.jsonl"]
         result = bench.run("station", "--image", image, option, file, *more)
         equal((1, content), (result.returncode, file.read_text()), "a file of something else")
+    known = {"--image": image, "--record": bench.record, "--csv": bench.csv, "--page": bench.folder / "page"}
+    for one, other in ("--page", "--record"), ("--csv", "--record"), ("--page", "--image"), ("--log", "--page"):
+        files = {**known, one: os.path.relpath(known[other])}
+        before = [file.exists() and file.read_bytes() for file in known.values()]
+        result = bench.run("station", *(word for pair in files.items() for word in pair), "--once", 1)
+        equal((2, True), (result.returncode, "name the same file" in result.stderr), f"{one} as {other}")
+        equal(before, [file.exists() and file.read_bytes() for file in known.values()], "files")
     for file in "/dev/full", bench.folder, "/nowhere/file":
         result = bench.run("station", "--image", image, "--record", file)
         equal((1, True), (result.returncode, "the record file" in result.stderr), f"record file {file}")
@@ -284,10 +393,32 @@ def files_are_repaired_or_refused():
 
 def wrong_bays_are_rejected():
     bench = Bench("bays", [hub("one", "1")])
-    for bays in ["a=1-1", "b=1-1"], ["a=1-1", "a=1-2"], ["a"], ["=1-1"], ["a="]:
+    for bays in ["a=1-1", "b=1-1"], ["a=1-1", "a=1-2"], ["a"], ["=1-1"], ["a="], ["a=b"], ["a=1-b"]:
         result = bench.run("station", "--image", image, "--record", bench.record,
                            *(f"--bay={bay}" for bay in bays))
         equal((2, False), (result.returncode, bench.record.exists()), f"bays {bays}")
+
+
+def a_bay_is_one_port():
+    other = {"location_paths": ["PCIROOT(0)#PCI(1500)#USBROOT(0)#USB(1)"]}
+    bench = Bench("ports", [hub("one", "1"), hub("two", "2", usb=other)])
+    bench.start("--bay=a=1-1", "--bay=b=1400/1-1")
+    bench.await_records(1)
+    bench.await_text("bay b has the same port as bay a, which gets its hubs")
+    bench.await_text("hub 1500/1-1: its port belongs to no bay, so it is left alone")
+    bench.do("unplug one")
+    bench.await_text("bay a: unplugged")
+    equal(0, bench.stop(), "exit status")
+    equal([("a", "1400/1-1", "updated")], [(record["bay"], record["port_id"], record["outcome"])
+                                           for record in bench.records()], "records")
+
+
+def a_unit_whose_update_cannot_be_started_was_not_touched():
+    bench = Bench("untouched", [hub("one", "1")])
+    bench.start("--once", 1, TMPDIR="/nowhere")
+    equal(1, bench.end(), "exit status")
+    equal([("1-1", "not started")], outcomes(bench.records()), "records")
+    bench.check_files()
 
 
 def one_process_at_a_time_writes_a_hub():
@@ -384,10 +515,14 @@ def nothing_is_lost_when_stations_are_killed():
 
 
 for test in (outcomes_of_all_kinds, a_done_hub_is_left_alone_until_it_is_unplugged,
-             a_hub_that_is_pulled_out_is_the_same_one_or_lost, an_interrupt_lets_the_hubs_be_finished,
+             a_hub_that_is_pulled_out_is_the_same_one_or_lost,
+             a_lost_hub_is_left_alone_until_it_is_unplugged, an_interrupt_lets_the_hubs_be_finished,
              labels_belong_to_the_bay_that_asks_first_or_the_next_hub,
-             a_full_disk_stops_the_line_before_the_next_unit, files_are_repaired_or_refused,
-             wrong_bays_are_rejected, one_process_at_a_time_writes_a_hub,
+             a_full_disk_stops_the_line_before_the_next_unit,
+             a_record_that_is_not_on_the_disk_is_kept_and_printed_at_the_end,
+             a_record_file_that_is_moved_stops_the_line, the_page_is_replaced_in_one_step,
+             files_are_repaired_or_refused, wrong_bays_are_rejected, a_bay_is_one_port,
+             a_unit_whose_update_cannot_be_started_was_not_touched, one_process_at_a_time_writes_a_hub,
              nothing_is_lost_when_stations_are_killed):
     began = time.monotonic()
     test()

@@ -11,7 +11,8 @@
 
 namespace qzhid {
 
-/// Open for this process alone. All functions throw tools::FileError.
+/// Open for this process alone. All functions throw tools::FileError, also when the file is no
+/// longer where it was.
 class AppendFile {
  public:
   /// Opens it, or makes it. Waits two seconds for a process that has it open and ends.

@@ -16,8 +16,8 @@ using std::chrono::milliseconds;
 // After an arrival the system may still give permission, or have more to come.
 constexpr milliseconds kSettling{3000};
 constexpr milliseconds kBetweenLooks{250};
-constexpr milliseconds kLookAgain{500};
 constexpr milliseconds kDiskAgain{2000};
+constexpr milliseconds kListAgain{2000};
 constexpr milliseconds kTurn{100};    // while hubs are written
 constexpr milliseconds kRedraw{250};  // while something moves
 constexpr milliseconds kLongestRest{1000};
@@ -63,32 +63,64 @@ void Station::LookAt(Clock::Time time) {
   if (!lookAt_ || time < *lookAt_) lookAt_ = time;
 }
 
-// The bay of a hub; null when it is in none.
+// The bay of a hub; null when it is in none. A bay belongs to the place of its first hub: another
+// host controller can have a port with the same id.
 Bay* Station::Find(const Hub& hub) {
+  const std::string place = Place(hub);
+  Bay* found = nullptr;
   for (const auto& bay : bays_) {
-    if (bay->port.empty() ? bay->location == Place(hub)
-                          : hub.id.Is(bay->port) || IsLocation(hub.Location(), bay->port)) {
-      return bay.get();
+    if (bay->location == place) return bay.get();
+    const bool isItsPort = hub.id.Is(bay->port) || IsLocation(hub.Location(), bay->port);
+    if (!bay->location.empty() || !isItsPort) continue;
+    if (found == nullptr) {
+      found = bay.get();
+    } else {
+      world_.Say(TitleOf(bay->tile) + " has the same port as " + TitleOf(found->tile) +
+                 ", which gets its hubs");
     }
+  }
+  if (found != nullptr) {
+    found->location = place;
+    return found;
   }
   if (plan_.bays.empty()) {
     const std::string name = hub.userName.empty() ? hub.shownId : hub.userName;
     bays_.push_back(std::make_unique<Bay>(
-        Bay{.tile = {.name = name, .portId = hub.shownId}, .location = Place(hub)}));
+        Bay{.tile = {.name = name, .portId = hub.shownId}, .location = place}));
     return bays_.back().get();
   }
-  if (std::find(strangers_.begin(), strangers_.end(), Place(hub)) == strangers_.end()) {
-    strangers_.push_back(Place(hub));
+  if (std::find(strangers_.begin(), strangers_.end(), place) == strangers_.end()) {
+    strangers_.push_back(place);
     world_.Say("hub " + hub.Name() + ": its port belongs to no bay, so it is left alone");
   }
   return nullptr;
 }
 
+// Nothing while they cannot be listed; then it is tried again soon, since an arrival is announced
+// only once.
+std::optional<std::vector<Hub>> Station::List() {
+  try {
+    auto hubs = world_.Hubs();
+    isListed_ = true;
+    listTrouble_.clear();
+    return hubs;
+  } catch (const Failure& failure) {
+    if (!isListed_) throw;
+    if (listTrouble_ != failure.what()) {
+      world_.Say(std::string("the hubs cannot be listed: ") + failure.what());
+    }
+    listTrouble_ = failure.what();
+    LookAt(world_.Now() + kListAgain);
+    return std::nullopt;
+  }
+}
+
 void Station::Look() {
   lookAt_.reset();
-  const std::vector<Hub> hubs = world_.Hubs();
+  const auto hubs = List();
+  if (!hubs) return;
   std::vector<std::pair<Bay*, const Hub*>> seen;
-  for (const Hub& hub : hubs) {
+  for (const Hub& hub : *hubs) {
     if (Bay* const bay = Find(hub)) seen.emplace_back(bay, &hub);
   }
   for (const auto& bay : bays_) {
@@ -102,7 +134,8 @@ void Station::See(Bay& bay, const Hub* hub) {
   const Clock::Time now = world_.Now();
   if (hub != nullptr) {
     // A hub that was lost and is back was plugged in again, just before this was noticed.
-    if (bay.stage == Stage::Done && bay.WasLost() && bay.awaySince) Leave(bay);
+    const bool wasUnplugged = bay.awaySince && now - *bay.awaySince >= kUnplugged;
+    if (bay.stage == Stage::Done && bay.WasLost() && wasUnplugged) Leave(bay);
     bay.awaySince.reset();
     if (bay.stage == Stage::Free) return Arrive(bay, *hub);
     if (bay.stage != Stage::Arrived) return;
@@ -121,7 +154,6 @@ void Station::Arrive(Bay& bay, const Hub& hub) {
   const Clock::Time now = world_.Now();
   bay.stage = Stage::Arrived;
   bay.hub = hub;
-  bay.location = Place(hub);
   bay.since = now;
   bay.arrival = ++arrivals_;
   bay.tile = {.name = bay.tile.name, .portId = hub.shownId, .state = BayState::Working};
@@ -151,6 +183,13 @@ void Station::TakeLabel(const std::string& scanned) {
   }
   Bay* first = nullptr;
   for (const auto& bay : bays_) {
+    // Readers sometimes read a label twice. A unit that has just left may come to another bay.
+    const bool isThere =
+        bay->stage != Stage::Free && (bay->stage != Stage::Done || !bay->awaySince);
+    if (isThere && bay->tile.label == label) {
+      return world_.Say("label " + label + " was scanned again; it is that of " +
+                        TitleOf(bay->tile));
+    }
     const bool asks = bay->stage == Stage::Arrived && bay->tile.label.empty();
     if (asks && (first == nullptr || bay->arrival < first->arrival)) first = bay.get();
   }
@@ -240,12 +279,16 @@ void Station::Start(Bay& bay) {
   bay.job.emplace(UpdateJob{.hub = *bay.hub, .progress = Progress(plan_.imageSize)});
   isChanged_ = true;
   if (!hasLabels_ && label_.empty() && plan_.asksLabel) Stop();
+  if (const auto obstacle = Obstacle(*bay.hub)) {
+    bay.job->Finish(*obstacle);
+    return Record(bay);
+  }
   try {
-    if (const auto obstacle = Obstacle(*bay.hub)) throw Failure(*obstacle);
     bay.job->worker = world_.Start(*bay.hub);
     bay.job->state = UpdateJob::State::Writing;
   } catch (const Failure& failure) {
     bay.job->Finish(failure);
+    bay.job->outcome = Outcome::NotStarted;
     Record(bay);
   }
 }

@@ -37,6 +37,7 @@ class StationWorld {
 
   virtual Clock::Time Now() = 0;
   virtual UnitRecord::Date Date() = 0;
+  /// Throws Failure.
   virtual std::vector<Hub> Hubs() = 0;
   /// Begins to write a hub. Throws Failure.
   virtual std::unique_ptr<Worker> Start(const Hub& hub) = 0;
@@ -80,6 +81,7 @@ class Station {
   std::vector<const Process*> Sources() const;
 
  private:
+  std::optional<std::vector<Hub>> List();
   Bay* Find(const Hub& hub);
   void See(Bay& bay, const Hub* hub);
   void Arrive(Bay& bay, const Hub& hub);
@@ -103,6 +105,8 @@ class Station {
   std::vector<std::string> strangers_;  ///< locations that belong to no bay
   std::string label_;                   ///< of the next hub
   bool hasLabels_ = true;
+  bool isListed_ = false;    ///< the hubs could be listed, at least once
+  std::string listTrouble_;  ///< why they cannot be listed now
   bool isStopping_ = false;
   std::size_t arrivals_ = 0, started_ = 0;
   std::optional<Clock::Time> lookAt_;

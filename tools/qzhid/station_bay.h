@@ -24,8 +24,8 @@ struct Bay {
   };
 
   BayTile tile;
-  std::string port{};      ///< which the engineer has named; else the bay belongs to a location
-  std::string location{};  ///< of the last hub
+  std::string port{};      ///< which the engineer has named
+  std::string location{};  ///< of its hubs; not known before the first one
   Stage stage = Stage::Free;
   std::optional<Hub> hub{};
   std::optional<Clock::Time> awaySince{};

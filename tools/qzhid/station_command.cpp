@@ -42,15 +42,9 @@ class RealWorld final : public StationWorld {
   // The library is not kept: what it has open would be in the way, and while nothing arrives
   // nothing of it is to run. Virtual hubs would go with it.
   std::vector<Hub> Hubs() override {
-    try {
-      hubs_ = ListHubs(host_);
-      isListed_ = true;
-    } catch (const Failure& failure) {
-      if (!isListed_) throw;
-      Say(std::string("the hubs cannot be listed: ") + failure.what());
-    }
+    std::vector<Hub> hubs = ListHubs(host_);
     if (!host_.IsVirtual()) host_.Release();
-    return hubs_;
+    return hubs;
   }
 
   std::unique_ptr<Worker> Start(const Hub& hub) override { return workers_.Start(hub, true); }
@@ -72,8 +66,6 @@ class RealWorld final : public StationWorld {
   StationDisplay display_;
   StationRecords records_;
   WorkerStarter workers_;
-  std::vector<Hub> hubs_;
-  bool isListed_ = false;
 };
 
 // "left=1-3.1"; the port may have a name of its own.
@@ -86,6 +78,10 @@ StationPlan::Port ReadBay(Host& host, const std::string& text) {
   }
   const auto named = host.Names().find(bay.port);
   if (named != host.Names().end()) bay.port = named->second;
+  if (!CanBePort(bay.port)) {
+    throw Failure(Exit::WrongUse, "'" + bay.port + "' is no port id, no location and no known name",
+                  "", "take the port id from 'qzhid list', or a name from ports.conf");
+  }
   return bay;
 }
 
@@ -121,9 +117,35 @@ StationPlan MakePlan(Host& host, const StationOptions& options, const Image& ima
   return plan;
 }
 
+bool AreSame(const std::filesystem::path& one, const std::filesystem::path& other) {
+  std::error_code ignored;
+  using std::filesystem::absolute, std::filesystem::weakly_canonical;
+  if (std::filesystem::equivalent(one, other, ignored)) return true;
+  const std::filesystem::path whole = weakly_canonical(absolute(one, ignored), ignored);
+  return !whole.empty() && whole == weakly_canonical(absolute(other, ignored), ignored);
+}
+
+// What replaces one file must not destroy another one.
+void CheckFiles(Host& host, const StationOptions& options) {
+  const std::vector<std::pair<std::string, std::string>> files = {{"--image", options.image},
+                                                                  {"--record", options.record},
+                                                                  {"--csv", options.csv},
+                                                                  {"--page", options.page},
+                                                                  {"--log", host.Settings().log}};
+  for (auto one = files.begin(); one != files.end(); ++one) {
+    for (auto other = std::next(one); other != files.end(); ++other) {
+      const bool areGiven = !one->second.empty() && !other->second.empty();
+      if (!areGiven || !AreSame(one->second, other->second)) continue;
+      throw Failure(Exit::WrongUse, one->first + " and " + other->first + " name the same file", "",
+                    "give each a file of its own");
+    }
+  }
+}
+
 void StopAtInterrupt(Station& station, RealWorld& world) {
   if (!InterruptGuard::TakeInterrupt()) return;
   station.Stop();
+  if (station.IsOver()) return;
   world.Say(InterruptGuard::IsStopWanted()
                 ? "stopping as soon as the hubs being written can be left"
                 : "the hubs being written are finished first; do not unplug them");
@@ -146,12 +168,14 @@ void CheckRecorded(const RealWorld& world) {
   if (lines.empty()) return;
   for (const std::string& line : lines) std::cerr << line;
   throw Failure(Exit::Failed,
-                "records of " + std::to_string(lines.size()) + " units are not written", "",
-                "add the lines above to the record file");
+                "the record file lacks " + std::to_string(lines.size()) +
+                    (lines.size() == 1 ? " record" : " records"),
+                "", "add the lines above to it");
 }
 
 void RunStation(Host& host, const StationOptions& options) {
   system::OutliveReaders();
+  CheckFiles(host, options);
   const Image image = ReadWantedImage(options);
   host.LeaveLogToOthers();
   const StationPlan plan = MakePlan(host, options, image);

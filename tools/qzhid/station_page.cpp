@@ -176,6 +176,12 @@ std::string PageFile::Write(bool hasEnded) {
                       hasEnded};
   const std::string page = StationPage(*shown_, time);
   try {
+    std::error_code unknown;
+    // Writing to a pipe would wait for its reader.
+    if (std::filesystem::exists(path_, unknown) &&
+        !std::filesystem::is_regular_file(path_, unknown)) {
+      throw tools::FileError("is not a regular file");
+    }
     tools::WriteFile(path_.string(),
                      {reinterpret_cast<const std::uint8_t*>(page.data()), page.size()});
     failures_ = 0;

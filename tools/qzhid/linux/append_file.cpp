@@ -42,6 +42,16 @@ std::uint64_t SizeOf(int file) {
 
 struct AppendFile::Data {
   tools::Descriptor file;
+  std::filesystem::path path;
+
+  // What is appended to a file that nobody finds any more is lost.
+  void CheckPlace() const {
+    struct stat opened {};
+    struct stat found {};
+    const bool isThere = fstat(file.get(), &opened) == 0 && stat(path.c_str(), &found) == 0 &&
+                         opened.st_dev == found.st_dev && opened.st_ino == found.st_ino;
+    if (!isThere) throw tools::FileError("was moved, replaced or deleted");
+  }
 };
 
 AppendFile::AppendFile(const std::filesystem::path& path) {
@@ -56,12 +66,13 @@ AppendFile::AppendFile(const std::filesystem::path& path) {
     usleep(kBetweenTriesUs);
   }
   SyncFolder(path);
-  data_.reset(new Data{std::move(file)});
+  data_.reset(new Data{std::move(file), std::filesystem::absolute(path)});
 }
 
 AppendFile::~AppendFile() = default;
 
 void AppendFile::Append(const std::string& text) {
+  data_->CheckPlace();
   const int file = data_->file.get();
   const std::uint64_t size = SizeOf(file);
   ssize_t written = 0;
@@ -78,6 +89,7 @@ void AppendFile::Append(const std::string& text) {
 }
 
 void AppendFile::Reserve(std::size_t bytes) {
+  data_->CheckPlace();
   const int file = data_->file.get();
   const std::uint64_t size = SizeOf(file);
   rlimit limit{};
