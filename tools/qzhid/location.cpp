@@ -96,13 +96,6 @@ bool IsLocation(const std::string& location, const std::string& wanted) {
   return whole.size() == end.size() || whole[whole.size() - end.size() - 1] == kSeparator;
 }
 
-bool CanBePort(const std::string& text) {
-  if (text.find('(') != std::string::npos) return true;
-  const std::string port = text.substr(text.rfind('/') + 1);  // npos + 1 is 0
-  return port.find('-') != std::string::npos &&
-         port.find_first_not_of("0123456789.-:") == std::string::npos;
-}
-
 std::string Upper(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(),
                  [](unsigned char c) { return static_cast<char>(std::toupper(c)); });

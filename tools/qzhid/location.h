@@ -33,9 +33,6 @@ bool IsPortId(std::string_view text);
 /// count.
 bool IsLocation(const std::string& location, const std::string& wanted);
 
-/// Whether a text has the form of a port id or of a location.
-bool CanBePort(const std::string& text);
-
 /// A text in upper case, as far as it is ASCII.
 std::string Upper(std::string text);
 

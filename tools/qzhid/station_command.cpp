@@ -8,6 +8,7 @@
 #include "qzhid/arrivals.h"
 #include "qzhid/commands.h"
 #include "qzhid/interrupt.h"
+#include "qzhid/location.h"
 #include "qzhid/options.h"
 #include "qzhid/station.h"
 #include "qzhid/station_display.h"
@@ -78,7 +79,8 @@ StationPlan::Port ReadBay(Host& host, const std::string& text) {
   }
   const auto named = host.Names().find(bay.port);
   if (named != host.Names().end()) bay.port = named->second;
-  if (!CanBePort(bay.port)) {
+  const bool isLocation = bay.port.ends_with(')');
+  if (!isLocation && !IsPortId(bay.port)) {
     throw Failure(Exit::WrongUse, "'" + bay.port + "' is no port id, no location and no known name",
                   "", "take the port id from 'qzhid list', or a name from ports.conf");
   }
