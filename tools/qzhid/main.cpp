@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "common/help_command.h"
-#include "common/standard_streams.h"
+#include "common/process_start.h"
 #include "qzhid/commands.h"
 #include "qzhid/host.h"
 #include "qzhid/options.h"
@@ -100,7 +100,7 @@ int Run(int argc, char** argv, qzhid::Host& host) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  tools::OpenStandardStreams();
+  tools::PrepareProcess();
   qzhid::Host host;
   try {
     return Run(argc, argv, host);
