@@ -54,8 +54,10 @@ void AddAttachCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand(
       "attach", "plug virtual devices into this computer (as root; needs vhci_hcd)");
   const auto options = std::make_shared<AttachOptions>();
-  command->add_option("--scenario", options->scenario,
-                      "JSON file that describes the devices, default: one hub and one keyboard");
+  command
+      ->add_option("--scenario", options->scenario,
+                   "JSON file that describes the devices, default: one hub and one keyboard")
+      ->option_text("FILE");
   AddCaptureOption(*command, options->capture);
   command->callback([options] { Attach(*options); });
   command->footer(

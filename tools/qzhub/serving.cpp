@@ -21,9 +21,13 @@ void AddServingOptions(CLI::App& command, ServingOptions& options, const std::st
       },
       "ADDRESS:PORT");
   options.listen = listen;
-  command.add_option("--listen", options.listen, meaning)->check(address);
-  command.add_option("--scenario", options.scenario,
-                     "JSON file that describes the devices, default: one hub and one keyboard");
+  command.add_option("--listen", options.listen, meaning)
+      ->check(address)
+      ->option_text("ADDRESS:PORT");
+  command
+      .add_option("--scenario", options.scenario,
+                  "JSON file that describes the devices, default: one hub and one keyboard")
+      ->option_text("FILE");
   AddCaptureOption(command, options.capture);
 }
 
