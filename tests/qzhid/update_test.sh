@@ -82,6 +82,7 @@ expect 5 "qzhid: image $work/new.bin has the SHA-256 $(digest "$work/new.bin"); 
   update -y -i "$work/new.bin" --sha256 "$(digest "$work/old.bin")"
 expect 5 "qzhid: image $work/new.bin is longer than the flash: 32680 bytes of at most 32679; use the image for this hub" \
   update -y -i "$work/new.bin" --flash-size 32679
+expect 2 "qzhid: --progress: 2 not in {auto,json,lines}; see 'qzhid --help'" update -y -i "$work/new.bin" --progress 2
 expect 2 "qzhid: --sha256: '12ab' is not 64 hexadecimal digits; see 'qzhid --help'" update -y -i "$work/new.bin" --sha256 12ab
 while read -r size reason; do
   cp "$work/new.bin" "$work/odd.bin" && truncate -s $size "$work/odd.bin"
