@@ -31,6 +31,12 @@ void AddServingOptions(CLI::App& command, ServingOptions& options, const std::st
   AddCaptureOption(command, options.capture);
 }
 
+void EndNow(virtualhub::Machine& machine, EventLog& log) {
+  log.End();
+  machine.Save();
+  std::_Exit(EXIT_SUCCESS);
+}
+
 Serving::Serving(const ServingOptions& options)
     : scenario_(LoadScenario(options.scenario)),
       capture_(options.capture),
@@ -48,11 +54,7 @@ void Serving::Run(const std::function<std::vector<Entrance>(Offer&)>& open,
   const std::vector<Entrance> entrances = open(offer);
   const ControlInput control(machine, !scenario_.controlFile.empty(), stop, log);
   Server server(stop, log, patience);
-  if (server.Run(entrances)) return;
-  // Transfers are under way that may take long: nobody waits for them.
-  log.End();
-  machine.Save();
-  std::_Exit(EXIT_SUCCESS);
+  if (!server.Run(entrances)) EndNow(machine, log);
 }
 
 }  // namespace qzhub
