@@ -3,6 +3,9 @@
 # _qzhid_names SECTION: the names that the sections of a help on standard input list.
 _qzhid_names() { sed -nE "/^$1:/,/^([A-Z]|\$)/s/^  ([-a-z0-9][-a-z0-9,]*).*/\1/p" | tr , '\n'; }
 
+# _qzhid_value OPTION: the kind of value that an option has in a help on standard input.
+_qzhid_value() { sed -nE "s/^  (-[a-z],)?$1(,[-a-z]+)? ([A-Z]+)([^a-z].*|\$)/\3/p"; }
+
 # Port ids and names of the hubs that the library of the command line finds.
 _qzhid_hubs() {
   timeout 2 "$program" "${library[@]}" list --json 2>/dev/null |
@@ -24,18 +27,18 @@ _qzhid_offer() {
 
 _qzhid() {
   local program=${COMP_WORDS[0]/#\~/$HOME} word=${COMP_WORDS[COMP_CWORD]}
-  local help given option='' choices=() commands=() library=()
+  local help given found option='' kind='' choices=() commands=() library=()
   help=$("$program" --help 2>/dev/null) || return
   for given in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     [ "$given" != = ] || continue  # as in --image=FILE
     if [ -n "$option" ]; then      # its value
       [ "$option" != --library ] || library=(--library "$given")
       option=
-    elif grep -qE "^  (-[a-z],)?$given(,[-a-z]+)? [A-Z]([^a-z]|$)" <<<"$help"; then
-      option=$given
+    elif found=$(_qzhid_value "$given" <<<"$help") && [ -n "$found" ]; then
+      option=$given kind=$found
     elif [ "$given" = --virtual ]; then
       library=(--virtual)
-    elif _qzhid_names Subcommands <<<"$help" | grep -qxFe "$given"; then
+    elif [ "$given" != help ] && _qzhid_names Subcommands <<<"$help" | grep -qxFe "$given"; then
       commands+=("$given")
       help=$("$program" "${commands[@]}" --help)
     fi
@@ -43,16 +46,17 @@ _qzhid() {
   [ "$word" != = ] || word=
 
   COMPREPLY=()
-  case $option in
-    -i | --image | --log | --library | --file | --out | --record | --csv | --page | --html | --bundle | --with-log)
+  [ -n "$option" ] || kind=
+  case $kind in
+    FILE)
       _qzhid_files
       return
       ;;
-    --hub)
+    HUB)
       compopt -o filenames 2>/dev/null  # which quotes blanks
       mapfile -t choices < <(_qzhid_hubs)
       ;;
-    --progress) choices=(auto lines json) ;;
+    MODE) choices=(auto lines json) ;;
     ?*) return ;;
   esac
   if [ -z "$option" ]; then

@@ -1,7 +1,7 @@
 # Completion of qzhub for bash. Commands and options are those of the program's own help.
 
 # _qzhub_names SECTION: the names that a help on standard input lists under Options or Subcommands.
-_qzhub_names() { sed -nE "/^$1:/,/^([A-Z]|\$)/s/^  (-h,)?([-a-z]+).*/\2/p"; }
+_qzhub_names() { sed -nE "/^$1:/,/^([A-Z]|\$)/s/^  ([-a-z][-a-z,]*).*/\1/p" | tr , '\n'; }
 
 _qzhub() {
   local program=${COMP_WORDS[0]/#\~/$HOME} word=${COMP_WORDS[COMP_CWORD]}
@@ -11,18 +11,19 @@ _qzhub() {
   elif [ "$option" = = ]; then
     option=${COMP_WORDS[COMP_CWORD-2]}
   fi
+  [[ $option == -* ]] || option=-
   [ "$COMP_CWORD" -lt 2 ] || command=${COMP_WORDS[1]}
   help=$("$program" ${command:+"$command"} --help 2>/dev/null) || return
 
   COMPREPLY=()
-  case $option in
-    --out | --scenario | --capture)
+  case $(sed -nE "s/^  $option ([A-Z]+).*/\1/p" <<<"$help") in
+    FILE)
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -f -- "$word")
       return
       ;;
+    ?*) return ;;
   esac
-  if grep -qE "^  $option (TEXT|UINT)" <<<"$help"; then return; fi
   if [[ $word == -* ]]; then
     choices=$(_qzhub_names Options <<<"$help")
   elif [ "$command" = help ]; then

@@ -60,10 +60,22 @@ done
 wait
 [ -p "$work/pipe" ] && [ "$(wc -c < "$work/piped")" -eq 3 ] || complain 'the pipe is replaced'
 [ -L "$work/link.bin" ] && [ "$(wc -c < "$work/real.bin")" -eq 3 ] || complain 'the link is replaced'
+(
+  ulimit -f 10
+  expect 1 "qzhid: $work/read.bin cannot be written: File too large; name a file that you have permission to write" \
+    i2c read --target 0xA0 --length 30000 --out "$work/read.bin"
+  exit $failures
+) || failures=1
+[ "$(wc -c < "$work/read.bin")" -eq 300 ] || complain 'the limit on the size of files has cost a file'
 ls -d "$work"/*.tmp* 2> /dev/null && complain 'a temporary file is left'
 truncate -s 4G "$work/huge.bin"
 expect 1 "qzhid: $work/huge.bin has more than 268435456 bytes; name a file that you have permission to read" \
   i2c write --target 0xA0 --file "$work/huge.bin"
+status=0
+"$qzhid" --virtual i2c write --target 0xA0 --file - < /dev/zero > "$work/out" 2> "$work/err" || status=$?
+said 1 'qzhid: standard input has more than 268435456 bytes; name a file that you have permission to read'
+expect 1 "qzhid: /proc/self/mem cannot be read: Input/output error; name a file that you have permission to read" \
+  i2c write --target 0xA0 --file /proc/self/mem
 
 "$qzhub" image --out "$work/300.bin" && truncate -s 300 "$work/300.bin"
 expect 0 '300 bytes written' flash write --address 0x100 --file "$work/300.bin"
@@ -81,6 +93,12 @@ for nth in 10 11; do
 done > "$work/ends"
 printf '%s\n' "1 $me reading the flash's status failed with status 32 (the hub or the target refused it); $next" '0 300 bytes written' |
   diff -u - "$work/ends" >&2 || complain 'a write is reported before the flash is ready'
+# What takes long after the hub was opened is said, too.
+slow "$(hub ', "timing": {"latency_us": 60000}, "i2c": [{"kind": "eeprom", "address": "0xA0"}]')"
+sed -i 's/}$/, "faults": [{"on": "request", "request": "40\/C6", "nth": 2, "count": 0, "action": "stall"}]}/' "$QZ_VIRTUAL_HUB"
+expect 1 'qzhid: waiting for hub 1-3.1 to answer' i2c write --target 0xA0 000102030405060708090a0b
+slow "$(hub ', "bridge_flash": {"busy_polls": 700}')"
+expect 0 'qzhid: waiting for the flash behind hub 1-3.1' flash erase --yes
 machine "$(hub)"
 expect 2 "qzhid: hub 1-3.1: there is no terminal to ask on; add --yes to continue without being asked" flash erase
 expect 0 'the flash is erased' flash erase --yes

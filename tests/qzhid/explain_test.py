@@ -192,8 +192,10 @@ class ExplainTest(unittest.TestCase):
         pathlib.Path("text").write_text("[2024-03-07, 09:05:02] something else\n" * 9)
         pathlib.Path("wide").write_text(self.good.decode(), encoding="utf-16")
         for file, words in (("empty", "it is empty"), ("text", "is no log of the library"), ("wide", "UTF-16"),
-                            ("new.bin", "is no log of the library"), (".", "is a folder"), ("missing", "cannot be read"),
-                            ("/dev/zero", "is no log of the library")):
+                            ("new.bin", "is no log of the library"), (".", "is a folder"), 
+                            ("/dev/zero", "is no log of the library"),
+                            ("missing", "cannot be opened: No such file or directory"),
+                            ("/proc/self/mem", "cannot be read: Input/output error")):
             done = run("explain", file)
             self.assertEqual(1, done.returncode, file)
             self.assertIn(words, done.stderr.decode(), file)

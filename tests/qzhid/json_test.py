@@ -13,9 +13,16 @@ try:
 except ImportError:
     sys.exit("Python has no module jsonschema; script/bootstrap native installs it")
 
+
+def without_repetition(members):
+    if len(dict(members)) < len(members):
+        sys.exit(f"a member is twice in {members}")
+    return dict(members)
+
+
 source, work = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[4])
 qzhid, qzhub = (os.path.abspath(program) for program in sys.argv[2:4])
-schema = json.loads((source / "docs/qzhid.schema.json").read_text())
+schema = json.loads((source / "docs/qzhid.schema.json").read_text(), object_pairs_hook=without_repetition)
 definitions = schema["$defs"]
 page = (source / "docs/json.md").read_text()
 manual = (source / "packaging/man/qzhid.1").read_text().replace("\\-", "-")
@@ -48,6 +55,15 @@ def validate(what, text, *names):
         for error in Draft202012Validator(whole).iter_errors(value):
             fail(f"{what} is not as {name or 'the schema'} describes: {error.message}: {text}")
     return value
+
+
+def objects(node):
+    """All objects that the schema describes."""
+    if isinstance(node, list):
+        return [found for item in node for found in objects(item)]
+    if not isinstance(node, dict):
+        return []
+    return [node] * ("additionalProperties" in node) + objects(list(node.values()))
 
 
 def rows(start, columns):
@@ -108,11 +124,22 @@ agree("states", schema=definitions["state"]["enum"],
       manual=re.findall(r"^\.B ([a-z][a-z ]+)$", states, re.M),
       json_md=re.findall(r"`([a-z ]+)`", re.search(r"^`state` is (.*?)\. ", page, re.M)[1]))
 kinds = [kind["properties"] for kind in definitions["event"]["oneOf"]]
+if any(event.get("text", "").startswith("qzhid") for event in events):
+    fail("the text of an event begins as a line for people does")
 agree("events", schema=[kind["event"]["const"] for kind in kinds],
       runs=[event["event"] for event in events], json_md=[row[0] for row in rows("| event |", 1)])
 agree("phases", schema=[phase for kind in kinds if "phase" in kind for phase in kind["phase"]["enum"]],
       runs=[event["phase"] for event in events if "phase" in event],
       json_md=re.findall(r"`([a-z]+)`", re.search(r"`phase`: (.*?);", page)[1]))
+described = objects(definitions)
+members = {name for one in described for name in one["properties"]}
+agree("members that can be missing", schema=[name for one in described for name in one["properties"]
+                                             if name not in one["required"]],
+      json_md=["state", "version", "data", "file", "bundle"])
+for name in re.findall(r"`(\w+)`", "".join(line.split("|")[1] for table in page.split("| member |")[1:]
+                                           for line in table.partition("\n\n")[0].splitlines()[2:])):
+    if name not in members:
+        fail(f"docs/json.md: the schema has no {name}")
 agree("commands", help=commands(),
       schema=[reference["$ref"].rpartition("/")[2].replace("-", " ") for reference in schema["anyOf"]
               if not reference["$ref"].endswith("/failure")],

@@ -52,6 +52,7 @@ flash-status|3|flash status
 doctor|0|doctor
 END
 takes failure 1 list --log /nowhere/log
+takes failure 2 list --log "$work/log" --log-level 9
 machine "$(hub)"
 takes station 0 station --image "$work/new.bin" --record "$work/units.jsonl" --once 1 --quiet
 takes failure 2 station --image "$work/new.bin"

@@ -3,7 +3,8 @@ set -eu
 qzhid=$1
 qzhub=$2
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+# A complaint in a subshell, such as the end of a pipeline, counts, too.
+trap 'ended=$?; [ ! -e "$work/failed" ] || ended=1; rm -rf "$work"; exit $ended' EXIT
 export QZ_VIRTUAL_HUB="$work/scenario.json" XDG_CONFIG_HOME="$work/config" NO_COLOR=1
 failures=0
 usb='PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(3)#USB(1)'
@@ -36,6 +37,7 @@ hub() { printf '{"name": "hub", "port": "3.1"%s}' "${1-}"; }
 
 complain() {
   echo "$*" >&2
+  : > "$work/failed"
   failures=1
 }
 

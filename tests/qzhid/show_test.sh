@@ -211,8 +211,14 @@ expect 2 'qzhid: several hubs are attached; choose one of: 1-3.1, 1-6, 1-4' info
 refusal='the hub cannot be opened; get permission for it (on Linux: the udev rule) or end the program that has it open'
 expect 4 "qzhid: hub 1-4: $refusal" info --hub 1-4
 expect 6 'qzhid: hub 1-6: the hub does not answer; unplug it, plug it in again and repeat the command' info --hub 1-6
-slow "$(hub ', "timing": {"latency_us": 300000}')"
-expect 0 'qzhid: waiting for hub 1-3.1 to answer' list
+# A hub that takes its time: a line says so once; on a terminal, a sign turns, which fits the width.
+slow "$(hub ', "timing": {"latency_us": 150000}')"
+run list
+[ "$(cat "$work/err")" = 'qzhid: waiting for hub 1-3.1 to answer' ] || complain "not waited for: $(cat "$work/err")"
+script -qec "stty cols 20; '$qzhid' --virtual list" /dev/null < /dev/null | tr '\r' '\n' | sed 's/.\[K$//' > "$work/terminal"
+for sign in '|' /; do grep -qxF "$sign waiting for hub 1" "$work/terminal" || complain 'no sign turns'; done
+slow "$(hub ', "timing": {"latency_us": 30000}')"
+expect 0 'qzhid: waiting for hub 1-3.1 to answer' info
 machine '{"name": "shut", "port": "4"}' "$denied"
 mkdir "$work/private"
 TMPDIR=$work/private

@@ -87,6 +87,7 @@ for hex in '' 12ab "0x$digits" "0x${digits#??}" "$digits " "${digits#?}" "${digi
   expect 2 "qzhid: --sha256: '$hex' is not 64 hexadecimal digits; see 'qzhid --help'" update -y -i "$work/new.bin" --sha256 "$hex"
 done
 expect 2 "qzhid: --flash-size: Value 0 not in range 1 to 4294967295; see 'qzhid --help'" update -y -i "$work/new.bin" --flash-size 0
+expect 2 "qzhid: --progress: 2 not in {auto,json,lines}; see 'qzhid --help'" update -y -i "$work/new.bin" --progress 2
 while read -r size reason; do
   cp "$work/new.bin" "$work/odd.bin" && truncate -s $size "$work/odd.bin"
   expect 5 "qzhid: image $work/odd.bin $reason; give the complete image file" update --yes --force --image "$work/odd.bin"

@@ -40,6 +40,13 @@ expect 2 '' attach --port 1
 expect 1 'empty.json: the scenario has no devices' serve --scenario "$work/empty.json"
 expect 1 '/nowhere.json: the file cannot be opened' attach --scenario /nowhere.json
 
+(
+  ulimit -f 10
+  expect 1 'big.img cannot be written: File too large' image --out "$work/big.img"
+  exit $failures
+) || failures=1
+[ -z "$(find "$work" -name 'big.img*')" ] || { echo 'a part of an image is left' >&2; failures=1; }
+
 # Two ways to write a version.
 "$qzhub" image --out "$work/digits.img" --version 0a1f
 "$qzhub" image --out "$work/dotted.img" --version a.1F

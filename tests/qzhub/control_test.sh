@@ -110,6 +110,9 @@ until_true offers 2
 until_true grep -qx 'qzhub: standard input:3: there is no device "nobody"' "$work/remarks"
 echo 'unplug nobody' >>"$work/lines"
 until_true grep -qx "virtualhub: $work/lines:9: there is no device \"nobody\"" "$work/remarks"
+# A line without an end fills no memory.
+head -c 70000 /dev/zero | tr '\0' x >&3
+until_true grep -qx 'qzhub: standard input: a line has more than 65536 bytes; it is read no more' "$work/remarks"
 exec 3>&-
 control 0 '' unplug two
 until_true offers 1

@@ -52,6 +52,11 @@ class Peer {
     bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     return bytes;
   }
+  /// How many bytes come in one piece.
+  std::size_t TakePiece() {
+    Bytes bytes(1u << 16);
+    return static_cast<std::size_t>(recv(socket_.get(), bytes.data(), bytes.size(), 0));
+  }
   /// Whether the server gives it the hub of that number.
   bool Import(std::uint32_t hub) {
     const std::string busid = "1-" + std::to_string(hub);
@@ -155,6 +160,15 @@ TEST_F(LoadTest, ClientsThatAreSlowCostTheOthersNothing) {
   Peer quick = Connect();
   EXPECT_TRUE(quick.Import(1));
   EXPECT_EQ("7: 0 01 00", quick.GetStatus(1));
+}
+
+TEST_F(LoadTest, TheAnswersToOnePieceAreOnePiece) {
+  Start(1);
+  Peer peer = Connect();
+  ASSERT_TRUE(peer.Import(1));
+  Bytes commands;
+  for (std::uint32_t i = 1; i <= 20; ++i) commands = commands + UnlinkCommand(i, 100);
+  EXPECT_EQ(20 * kCommandSize, peer.Send(commands).TakePiece());
 }
 
 TEST_F(LoadTest, OnlyClientsThatHaveADeviceMayBeIdle) {

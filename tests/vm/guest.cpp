@@ -130,11 +130,12 @@ Attached::Attached(const std::string& scenario, std::size_t devices)
   throw std::runtime_error("not attached:\n" + output);
 }
 
-void Attached::Detach() {
-  qzhub_.Stop();
+int Attached::Detach() {
+  const int status = qzhub_.Stop();
   for (const std::uint32_t port : Ports()) {
     Eventually([&] { return !fs::exists(UsbFolder(port)); });
   }
+  return status;
 }
 
 // qzhub counts the ports of the host controller from 0, the kernel from 1.

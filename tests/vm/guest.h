@@ -71,8 +71,10 @@ class Attached {
 
   std::string Output() const { return qzhub_.Output(); }
 
+  /// What the destructor does, before it; the exit status of qzhub.
+  int Detach();
+
  private:
-  void Detach();
 
   Program qzhub_;
 };

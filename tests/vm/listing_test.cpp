@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <chrono>
 #include <regex>
 #include <thread>
 
@@ -90,6 +91,15 @@ TEST(Listing, AHubThatTheStockClientAttachesWorks) {
   EXPECT_EQ(0, RunProgram("usbip detach -p 0").first);
   EXPECT_TRUE(Eventually([] { return HidrawDevices().empty(); }));
   EXPECT_EQ(0, server.Stop()) << server.Output();
+}
+
+TEST(Listing, TheEndOfAnAttachmentDoesNotWaitForATransfer) {
+  Attached attached(HubScenario(R"(, "timing": {"latency_us": 60000000})"));
+  const Program silent("qzhid gpio get 3");
+  ASSERT_TRUE(Eventually([&] { return silent.HasWritten("waiting for hub"); }));
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(0, attached.Detach());
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
 }
 
 TEST(Listing, HubsThatComeAndGoAreListedWholeOrNotAtAll) {

@@ -13,7 +13,10 @@ Bytes ReadFile(const std::string& path, std::size_t most) {
 FileEnd ReadFileEnd(const std::filesystem::path& path, std::size_t most) {
   std::error_code error;
   const std::uintmax_t size = std::filesystem::file_size(path, error);
-  if (error) throw FileError(error.message());
+  if (error) {
+    virtualhub::OpenFile(path);
+    throw FileError("is not a regular file");
+  }
   const std::uintmax_t start = size - std::min<std::uintmax_t>(size, most);
   const Bytes bytes = virtualhub::ReadFilePart(path, start, static_cast<std::size_t>(size - start));
   return {start, std::string(bytes.begin(), bytes.end())};

@@ -12,7 +12,8 @@ CLI::Option* AddHexNumber(CLI::App& command, const std::string& name, std::uint1
   };
   const auto take = [&number](const std::string& text) { number = *ParseHexNumber(text); };
   return command.add_option_function<std::string>(name, take, meaning)
-      ->check(CLI::Validator(check, "HEX"));
+      ->check(CLI::Validator(check, "HEX"))
+      ->option_text("ID");
 }
 
 }  // namespace tools

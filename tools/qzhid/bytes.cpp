@@ -32,7 +32,7 @@ Bytes ReadBytes(const std::string& file) {
   try {
     return tools::ReadFile(file, kMostBytes);
   } catch (const tools::FileError& error) {
-    throw Failure(Exit::Failed, file + " " + error.what(), "",
+    throw Failure(Exit::Failed, (file == "-" ? "standard input " : file + ' ') + error.what(), "",
                   "name a file that you have permission to read");
   }
 }

@@ -8,6 +8,7 @@
 #include "qzhid/commands.h"
 #include "qzhid/hubs.h"
 #include "qzhid/options.h"
+#include "qzhid/patience.h"
 #include "qzhid/selector.h"
 
 namespace qzhid {
@@ -31,11 +32,13 @@ using Transfer = decltype(Library::HidI2CBlockWriteFlash);
 
 std::uint8_t Status(Host& host, const OpenHub& open) {
   std::uint8_t status = 0;
-  open.Check(host.Api().HidI2CBlockStatus(open.Handle(), &status), "reading the flash's status");
+  open.Do("reading the flash's status",
+          [&] { return host.Api().HidI2CBlockStatus(open.Handle(), &status); });
   return status;
 }
 
 void AwaitReady(Host& host, const Hub& hub, const OpenHub& open) {
+  const Patience patience(host, "the flash behind hub " + hub.Name());
   const auto end = std::chrono::steady_clock::now() + kLongestWait;
   while (Status(host, open) == kBusy) {
     if (std::chrono::steady_clock::now() > end) {
@@ -53,9 +56,10 @@ void Send(Host& host, const FlashOptions& options, Transfer transfer, const std:
   const auto size = static_cast<std::uint32_t>(bytes.size());
   for (std::uint32_t at = 0; at < size; at += kAtOnce) {
     AwaitReady(host, hub, open);
-    open.Check(transfer(open.Handle(), options.address + at, bytes.data() + at,
-                        static_cast<std::uint16_t>(std::min(kAtOnce, size - at))),
-               "the transfer after " + std::to_string(at) + " bytes");
+    open.Do("the transfer after " + std::to_string(at) + " bytes", [&] {
+      return transfer(open.Handle(), options.address + at, bytes.data() + at,
+                      static_cast<std::uint16_t>(std::min(kAtOnce, size - at)));
+    });
   }
   AwaitReady(host, hub, open);
   host.Report({{"hub", ToJson(hub)}, {"address", options.address}, {"length", size}},
@@ -69,7 +73,7 @@ void Erase(Host& host, const FlashOptions& options) {
   }
   const OpenHub open(host, hub);
   AwaitReady(host, hub, open);
-  open.Check(host.Api().HidI2CBlockEraseFlash(open.Handle()), "erasing the flash");
+  open.Do("erasing the flash", [&] { return host.Api().HidI2CBlockEraseFlash(open.Handle()); });
   AwaitReady(host, hub, open);
   host.Report({{"hub", ToJson(hub)}, {"erased", true}}, "the flash is erased\n");
 }

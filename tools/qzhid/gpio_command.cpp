@@ -40,8 +40,8 @@ void Get(Host& host, const GpioOptions& options) {
   const Hub hub = PickHub(host, options.hub);
   const OpenHub open(host, hub);
   std::uint8_t level = 0;
-  open.Check(host.Api().HidGPIOR(open.Handle(), options.line, &level, sizeof(level)),
-             "reading the line");
+  open.Do("reading the line",
+          [&] { return host.Api().HidGPIOR(open.Handle(), options.line, &level, sizeof(level)); });
   ReportLevel(host, hub, options.line, level);
 }
 
@@ -50,15 +50,17 @@ void Set(Host& host, const GpioOptions& options) {
   const Hub hub = PickHub(host, options.hub);
   const OpenHub open(host, hub);
   const auto level = static_cast<std::uint8_t>(options.level);
-  open.Check(host.Api().HidSetHubGPIO(open.Handle(), options.line, level) != 0 ? 0 : 1,
-             "setting the line");
+  open.Do("setting the line", [&] {
+    return host.Api().HidSetHubGPIO(open.Handle(), options.line, level) != 0 ? 0u : 1u;
+  });
   ReportLevel(host, hub, options.line, options.level);
 }
 
 void Drive(Host& host, const GpioOptions& options) {
   const Hub hub = PickHub(host, options.hub);
   const OpenHub open(host, hub);
-  open.Check(host.Api().HidGPIOW(open.Handle(), options.line, options.level), "driving the line");
+  open.Do("driving the line",
+          [&] { return host.Api().HidGPIOW(open.Handle(), options.line, options.level); });
   ReportLevel(host, hub, options.line, options.level);
 }
 

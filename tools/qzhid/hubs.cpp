@@ -200,7 +200,12 @@ OpenHub::OpenHub(Host& host, const Hub& hub) : host_(host), hub_(hub) {
 
 OpenHub::~OpenHub() { host_.Api().CloseDev(handle_); }
 
-void OpenHub::Check(std::uint32_t status, const std::string& what) const {
+void OpenHub::Do(const std::string& what, const std::function<std::uint32_t()>& call) const {
+  std::uint32_t status = 0;
+  {
+    const Patience patience(host_, "hub " + hub_.Name() + " to answer");
+    status = call();
+  }
   if (status == 0) return;
   const std::vector<Hub> hubs = ListHubs(host_);
   if (AtLocation(hubs, hub_.Location()) == nullptr) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -66,8 +67,9 @@ class OpenHub {
   ~OpenHub();
 
   void* Handle() const { return handle_; }
-  /// Throws Failure when the status of a call that did `what` is not 0.
-  void Check(std::uint32_t status, const std::string& what) const;
+  /// Makes a call of the library that does `what`, with the user knowing that the hub is waited
+  /// for. Throws Failure when the status that it returns is not 0.
+  void Do(const std::string& what, const std::function<std::uint32_t()>& call) const;
 
  private:
   Host& host_;

@@ -34,10 +34,11 @@ struct I2cOptions {
 };
 
 void Configure(Host& host, const OpenHub& open, const I2cOptions& options) {
-  open.Check(host.Api().HidI2CConfig(open.Handle(), static_cast<std::uint8_t>(options.target),
-                                     static_cast<std::uint8_t>(options.memoryBytes),
-                                     static_cast<std::uint8_t>(options.speed)),
-             "configuring the I2C master");
+  open.Do("configuring the I2C master", [&] {
+    return host.Api().HidI2CConfig(open.Handle(), static_cast<std::uint8_t>(options.target),
+                                   static_cast<std::uint8_t>(options.memoryBytes),
+                                   static_cast<std::uint8_t>(options.speed));
+  });
 }
 
 // The settings last no longer than the handle: this shows whether the library accepts them.
@@ -65,9 +66,10 @@ void Read(Host& host, const I2cOptions& options) {
   Bytes bytes(options.length);
   for (std::uint32_t at = 0; at < options.length; at += kReadAtOnce) {
     const std::uint32_t length = std::min(kReadAtOnce, options.length - at);
-    open.Check(host.Api().HidI2CRead(open.Handle(), options.memory + at, bytes.data() + at,
-                                     static_cast<std::uint16_t>(length)),
-               "the I2C read");
+    open.Do("the I2C read", [&] {
+      return host.Api().HidI2CRead(open.Handle(), options.memory + at, bytes.data() + at,
+                                   static_cast<std::uint16_t>(length));
+    });
   }
   nlohmann::ordered_json object = Result(hub, options);
   object["length"] = options.length;
@@ -103,8 +105,8 @@ void Write(Host& host, const I2cOptions& options) {
   for (std::uint32_t at = 0; at < size;) {
     const std::uint32_t memory = options.memory + at;
     const std::uint32_t length = std::min(options.page - memory % options.page, size - at);
-    open.Check(WritePart(host, open, memory, bytes.data() + at, length, at > 0),
-               "the I2C write after " + std::to_string(at) + " written bytes");
+    open.Do("the I2C write after " + std::to_string(at) + " written bytes",
+            [&] { return WritePart(host, open, memory, bytes.data() + at, length, at > 0); });
     at += length;
   }
   nlohmann::ordered_json object = Result(hub, options);

@@ -33,8 +33,7 @@ tools::Bytes ReadContents(const std::string& path) {
   if (file.type() == std::filesystem::file_type::not_found) Reject(path, "does not exist");
   if (!std::filesystem::is_regular_file(file)) Reject(path, "is not a regular file");
   const std::uintmax_t size = std::filesystem::file_size(path, error);
-  if (error) Reject(path, "cannot be read");
-  CheckSize(path, size);
+  if (!error) CheckSize(path, size);
   try {
     tools::Bytes bytes = tools::ReadFile(path, kLongestImage);
     CheckSize(path, bytes.size());

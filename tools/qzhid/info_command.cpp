@@ -3,6 +3,7 @@
 
 #include "qzhid/commands.h"
 #include "qzhid/options.h"
+#include "qzhid/patience.h"
 #include "qzhid/selector.h"
 #include "qzhid/state.h"
 
@@ -39,12 +40,21 @@ std::optional<std::uint8_t> FlashStatus(Host& host, const OpenHub& hub) {
   return status;
 }
 
+struct Details {
+  std::optional<std::vector<std::uint32_t>> highLines;
+  std::optional<std::uint8_t> flashStatus;
+};
+
+Details ReadDetails(Host& host, const Hub& hub) {
+  const Patience patience(host, "hub " + hub.Name() + " to answer");
+  const OpenHub open(host, hub);
+  return {HighLines(host, open), FlashStatus(host, open)};
+}
+
 void ShowInfo(Host& host, const std::optional<std::string>& wanted) {
   const Hub hub = PickHub(host, wanted);
   const HubState state = ReadState(host, hub);
-  const OpenHub open(host, hub);
-  const auto high = HighLines(host, open);
-  const auto flash = FlashStatus(host, open);
+  const auto [high, flash] = ReadDetails(host, hub);
   nlohmann::ordered_json object = {{"hub", ToJson(hub)}};
   object["locations"] = hub.locations;
   object["hardware_ids"] = hub.hardwareIds;

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "common/help_command.h"
-#include "common/standard_streams.h"
+#include "common/process_start.h"
 #include "qzhid/commands.h"
 #include "qzhid/host.h"
 #include "qzhid/options.h"
@@ -13,6 +13,11 @@
 namespace {
 
 void AddGlobalOptions(CLI::App& app, qzhid::Options& options) {
+  // Options take effect in this order. These say how it is reported that another one is wrong.
+  app.add_flag("--json", options.isJson, "print the result as one JSON object");
+  app.add_flag("-q,--quiet", options.isQuiet, "print errors only");
+  app.add_flag("--no-color", options.isPlain, "no colours, no moving progress bar");
+  app.add_flag("-v,--verbose", options.isVerbose, "show the last lines of the log after an error");
   CLI::Option* library =
       app.add_option("--library", options.chosenLibrary, "use the library in this file")
           ->option_text("FILE");
@@ -24,10 +29,6 @@ void AddGlobalOptions(CLI::App& app, qzhid::Options& options) {
       ->option_text("N")
       ->check(CLI::Range(0, 3))
       ->needs(log);
-  app.add_flag("--json", options.isJson, "print the result as one JSON object");
-  app.add_flag("-q,--quiet", options.isQuiet, "print errors only");
-  app.add_flag("--no-color", options.isPlain, "no colours, no moving progress bar");
-  app.add_flag("-v,--verbose", options.isVerbose, "show the last lines of the log after an error");
 }
 
 /// The help of a command also lists the options that all commands have.
@@ -100,7 +101,7 @@ int Run(int argc, char** argv, qzhid::Host& host) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  tools::OpenStandardStreams();
+  tools::PrepareProcess();
   qzhid::Host host;
   try {
     return Run(argc, argv, host);

@@ -1,15 +1,19 @@
 #include "qzhid/patience.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <iostream>
+#include <utility>
+
+#include "qzhid/system.h"
 
 namespace qzhid {
 
 Patience::Patience(Host& host, const std::string& waitingFor)
     : host_(host), moves_(host.MayMove()), text_("waiting for " + waitingFor) {
-  if (!host.Settings().isQuiet || host.Settings().printsEvents)
-    thread_ = std::thread(&Patience::Show, this);
+  const bool isShown = !host.Settings().isQuiet || host.Settings().printsEvents;
+  if (++alive_ == 1 && isShown) thread_ = std::thread(&Patience::Show, this);
 }
 
 Patience::~Patience() {
@@ -19,6 +23,7 @@ Patience::~Patience() {
   }
   changed_.notify_one();
   if (thread_.joinable()) thread_.join();
+  --alive_;
 }
 
 void Patience::Show() {
@@ -29,13 +34,15 @@ void Patience::Show() {
   const auto isOver = [this] { return isOver_; };
   if (changed_.wait_for(lock, kSoon, isOver)) return;
   if (!moves_) {
-    host_.Say(text_);
+    if (std::exchange(said_, text_) != text_) host_.Say(text_);
     return;
   }
   std::size_t turn = 0;
   do {
-    std::cerr << std::string("\r") + kSigns[turn++ % kSigns.size()] + ' ' + text_ + "\x1b[K"
-              << std::flush;
+    const std::string line = kSigns[turn++ % kSigns.size()] + (' ' + text_);
+    // A terminal goes to the next line after its last column, so that stays free.
+    const std::size_t columns = std::max<std::size_t>(system::DrawableTerminal().columns, 1);
+    std::cerr << '\r' + line.substr(0, columns - 1) + "\x1b[K" << std::flush;
   } while (!changed_.wait_for(lock, kTurn, isOver));
   std::cerr << "\r\x1b[K" << std::flush;
 }

@@ -137,8 +137,11 @@ CLI::App* AddWriter(CLI::App& app, Host& host, const std::string& name, const st
   command->add_flag("-y,--yes", options->isAgreed, "do not ask");
   command->add_flag("-n,--dry-run", options->isDryRun,
                     "only check, and show what would be written");
-  command->add_option("--progress", options->style, "auto (default), lines or json")
-      ->transform(CLI::CheckedTransformer(kStyles))
+  command
+      ->add_option_function<std::string>(
+          "--progress", [options](const std::string& word) { options->style = kStyles.at(word); },
+          "auto (default), lines or json")
+      ->check(CLI::IsMember(kStyles))
       ->option_text("MODE");
   command->callback([&host, options] {
     options->rules.takesLoader = options->isAll;

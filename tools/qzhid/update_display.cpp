@@ -50,8 +50,8 @@ void UpdateDisplay::ShowRetry(const Hub& hub, const std::string& what, int retry
     host_.PrintEvent(
         {{"event", "retry"}, {"port_id", hub.shownId}, {"what", what}, {"retry", retry}});
   } else if (!host_.Settings().isQuiet) {
-    Say("hub " + hub.Name() + ": " + what + "; trying again (" + std::to_string(retry) + " of " +
-        std::to_string(retries) + ")");
+    live_.Say("hub " + hub.Name() + ": " + what + "; trying again (" + std::to_string(retry) +
+              " of " + std::to_string(retries) + ")");
   }
 }
 
@@ -66,7 +66,7 @@ void UpdateDisplay::ShowOutcome(const Hub& hub, Outcome outcome, const std::stri
 }
 
 void UpdateDisplay::Say(const std::string& text) {
-  host_.Settings().printsEvents ? host_.Say(text) : live_.Say(text);
+  host_.Settings().printsEvents ? host_.Say(text) : live_.Say("qzhid: " + text);
 }
 
 }  // namespace qzhid

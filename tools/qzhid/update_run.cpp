@@ -174,14 +174,13 @@ void UpdateRun::Take(UpdateJob& job, const WorkerReport& report) {
 void UpdateRun::SayInterrupted() {
   const bool isOne = jobs_.size() == 1;
   const std::string it = isOne ? "the hub" : "the hubs being written";
-  display_.Say("qzhid: " +
-               (InterruptGuard::IsStopWanted()
-                    ? "stopping as soon as " + it + " can be left"
-                    : it +
-                          " must not be left now, the update continues; a second Ctrl-C within two "
-                          "seconds " +
-                          (isOne ? "" : "starts no further hub and ") + "stops as soon as " +
-                          (isOne ? "the hub" : "the others") + " can be left"));
+  if (InterruptGuard::IsStopWanted()) {
+    return display_.Say("stopping as soon as " + it + " can be left");
+  }
+  display_.Say(it +
+               " must not be left now, the update continues; a second Ctrl-C within two seconds " +
+               (isOne ? "" : "starts no further hub and ") + "stops as soon as " +
+               (isOne ? "the hub" : "the others") + " can be left");
 }
 
 std::vector<ShownHub> UpdateRun::ShownHubs() const {

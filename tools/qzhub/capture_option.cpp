@@ -8,9 +8,11 @@
 namespace qzhub {
 
 void AddCaptureOption(CLI::App& command, std::string& file) {
-  command.add_option("--capture", file,
-                     "write what passes on the wire to this file (pcapng, for Wireshark); it is "
-                     "replaced");
+  command
+      .add_option("--capture", file,
+                  "write what passes on the wire to this file (pcapng, for Wireshark); it is "
+                  "replaced")
+      ->option_text("FILE");
 }
 
 void CaptureTo(const std::string& file, virtualhub::Scenario& scenario) {

@@ -8,12 +8,13 @@ namespace qzhub {
 
 namespace {
 
-constexpr std::size_t kChunkSize = 4096;  // of what is read at once
+// Of what is read at once. The more it is, the longer others wait for a client that sends much.
+constexpr std::size_t kChunkSize = 1024;
 
 Line LineOf(Outbox& outbox, const WakeEvent& wake, const std::string& peer) {
   const auto send = [&outbox, &wake](virtualhub::ByteView message) {
     const bool isGood = outbox.Send(message);
-    if (!isGood || !outbox.IsEmpty()) wake.Set();
+    if (!isGood || outbox.IsStuck()) wake.Set();
     return isGood;
   };
   return {.send = send, .wake = [&wake] { wake.Set(); }, .peer = peer};
@@ -71,8 +72,10 @@ void Client::Read() {
   std::array<std::uint8_t, kChunkSize> buffer{};
   const auto count = ReceiveNow(socket_.get(), buffer);
   if (!count) return End();
+  outbox_.Hold();  // all answers go out in one piece
   try {
     session_->Receive(virtualhub::ByteView(buffer).first(*count));
+    if (!outbox_.Flush()) End();
   } catch (const ProtocolError& error) {
     if (!outbox_.Flush()) return End();
     Drop(error.what());

@@ -51,8 +51,9 @@ CLI::App* AddControlCommand(CLI::App& app, const std::string& action, const std:
   command->add_option("NAME", options->name, "the device, as the scenario names it")->required();
   command
       ->add_option("--scenario", options->scenario,
-                   "JSON file that describes the devices and names the control file")
-      ->required();
+                   "JSON file that describes the devices and names the control file, required")
+      ->required()
+      ->option_text("FILE");
   command->callback([action, options] { AddLine(action, *options); });
   command->footer(
       "Programs that run the scenario carry it out at once; those that start later find it "

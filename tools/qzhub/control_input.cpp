@@ -13,6 +13,7 @@ namespace {
 constexpr int kInterval = 50;  // milliseconds
 constexpr int kForever = -1;
 constexpr int kNone = -1;  // a descriptor that poll does not look at
+constexpr std::size_t kLongestLine = 0x10000;
 
 // A program in the background of a terminal would be stopped if it read what is typed there.
 bool IsOurs(int descriptor) {
@@ -54,7 +55,10 @@ bool ControlInput::Read() {
     Take(rest_.substr(at, end - at));
   }
   rest_.erase(0, at);
-  return count > 0;
+  if (rest_.size() <= kLongestLine) return count > 0;
+  log_.Remark("standard input: a line has more than " + std::to_string(kLongestLine) +
+              " bytes; it is read no more");
+  return false;
 }
 
 void ControlInput::Take(const std::string& line) try {

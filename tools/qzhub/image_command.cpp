@@ -42,7 +42,8 @@ void AddVersion(CLI::App& command, std::uint16_t& version) {
   command
       .add_option_function<std::string>("--version", take,
                                         "firmware version, such as 2.10 or 0210, default 1.02")
-      ->check(CLI::Validator(check, "VERSION"));
+      ->check(CLI::Validator(check, "VERSION"))
+      ->option_text("VERSION");
 }
 
 void WriteImage(const ImageOptions& options) {
@@ -59,13 +60,17 @@ void WriteImage(const ImageOptions& options) {
 void AddImageCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("image", "make a firmware image file for virtual hubs");
   const auto options = std::make_shared<ImageOptions>();
-  command->add_option("--out", options->out, "the file to write; it is replaced as a whole")
-      ->required();
+  command
+      ->add_option("--out", options->out, "the file to write, required; it is replaced as a whole")
+      ->required()
+      ->option_text("FILE");
   command->add_option("--size", options->size, "bytes, default 65536")
-      ->check(CLI::Range(virtualhub::kIdentityEnd, kLargestSize));
+      ->check(CLI::Range(virtualhub::kIdentityEnd, kLargestSize))
+      ->option_text("N");
   tools::AddHexNumber(*command, "--vid", options->identity.vid, "vendor id, default 2E7C");
   tools::AddHexNumber(*command, "--pid", options->identity.pid, "product id, default 0818");
-  tools::AddHexNumber(*command, "--chip", options->identity.chip, "chip code, default 4A17");
+  tools::AddHexNumber(*command, "--chip", options->identity.chip, "chip code, default 4A17")
+      ->option_text("CODE");
   AddVersion(*command, options->identity.version);
   command->callback([options] { WriteImage(*options); });
   command->footer(

@@ -4,7 +4,7 @@
 #include <iostream>
 
 #include "common/help_command.h"
-#include "common/standard_streams.h"
+#include "common/process_start.h"
 #include "qzhub/control_commands.h"
 #include "qzhub/image_command.h"
 #include "qzhub/kernel_commands.h"
@@ -43,7 +43,7 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  tools::OpenStandardStreams();
+  tools::PrepareProcess();
   try {
     return Run(argc, argv);
   } catch (const std::exception& error) {

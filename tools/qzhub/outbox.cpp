@@ -6,11 +6,17 @@ bool Outbox::Send(virtualhub::ByteView message) {
   const std::lock_guard<std::mutex> guard(mutex_);
   if (rest_.empty()) progress_ = std::chrono::steady_clock::now();
   rest_.insert(rest_.end(), message.begin(), message.end());
-  return FlushLocked();
+  return isHeld_ ? !failed_ : FlushLocked();
+}
+
+void Outbox::Hold() {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  isHeld_ = true;
 }
 
 bool Outbox::Flush() {
   const std::lock_guard<std::mutex> guard(mutex_);
+  isHeld_ = false;
   return FlushLocked();
 }
 
@@ -27,6 +33,11 @@ bool Outbox::FlushLocked() {
 bool Outbox::IsEmpty() const {
   const std::lock_guard<std::mutex> guard(mutex_);
   return rest_.empty();
+}
+
+bool Outbox::IsStuck() const {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return !isHeld_ && !rest_.empty();
 }
 
 Deadline Outbox::LastProgress() const {

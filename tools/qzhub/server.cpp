@@ -17,6 +17,7 @@ namespace {
 
 constexpr auto kLongestLook = std::chrono::milliseconds(250);
 constexpr auto kDeviceLook = std::chrono::milliseconds(20);
+constexpr int kMostAdmitted = 64;  // at once; the others come next
 constexpr auto kEndTime = std::chrono::milliseconds(400);
 
 void SetOption(int socket, int level, int option, int value) {
@@ -24,8 +25,10 @@ void SetOption(int socket, int level, int option, int value) {
   setsockopt(socket, level, option, &value, sizeof(value));
 }
 
-// Answers go out at once, and a client that vanishes without a word is noticed in a minute.
+// Answers go out at once, few are kept for a client that does not take them, and one that vanishes
+// without a word is noticed in a minute.
 void Tune(int socket) {
+  SetOption(socket, SOL_SOCKET, SO_SNDBUF, 0x8000);
   SetOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
   SetOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
   SetOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, 30);
@@ -58,7 +61,8 @@ bool Server::Await() {
     if (owner == nullptr) {
       nextLook_ = {};
     } else if (const Entrance* const entrance = EntranceOf(owner)) {
-      Admit(*entrance);
+      for (int admitted = 0; admitted < kMostAdmitted && Admit(*entrance); ++admitted) {
+      }
     } else {
       Serve(*static_cast<Client*>(owner), true);
     }
@@ -97,14 +101,18 @@ void Server::Listen(bool isOn) {
   listens_ = isOn;
 }
 
-void Server::Admit(const Entrance& entrance) try {
+// False when nobody else waits to be admitted.
+bool Server::Admit(const Entrance& entrance) try {
   tools::Descriptor socket(
       accept4(entrance.listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (!socket) {
-    if (errno == EINTR || errno == EAGAIN || errno == ECONNABORTED) return;
+    if (errno == EAGAIN) return false;
+    if (errno == EINTR || errno == ECONNABORTED) return true;
     log_.Remark("cannot accept a client: " + std::generic_category().message(errno));
     Listen(false);  // until the next look
-  } else if (clients_.size() >= kMostClients) {
+    return false;
+  }
+  if (clients_.size() >= kMostClients) {
     log_.Remark("refused " + PeerAddress(socket.get()).Text() + ": " +
                 std::to_string(kMostClients) + " clients are connected already");
   } else {
@@ -113,8 +121,10 @@ void Server::Admit(const Entrance& entrance) try {
         clients_.emplace_back(std::move(socket), entrance.begin, patience_, wake_, log_);
     client.Watch(poller_);
   }
+  return true;
 } catch (const std::exception& error) {
   log_.Remark(std::string("refused a client: ") + error.what());
+  return true;
 }
 
 void Server::Serve(Client& client, bool isReady) try {

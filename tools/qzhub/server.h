@@ -43,7 +43,7 @@ class Server {
   int TimeToNextLook() const;
   void Look();
   void Listen(bool isOn);
-  void Admit(const Entrance& entrance);
+  bool Admit(const Entrance& entrance);
   void Serve(Client& client, bool isReady);
   void RemoveOver();
   bool EndAll();

@@ -21,10 +21,20 @@ void AddServingOptions(CLI::App& command, ServingOptions& options, const std::st
       },
       "ADDRESS:PORT");
   options.listen = listen;
-  command.add_option("--listen", options.listen, meaning)->check(address);
-  command.add_option("--scenario", options.scenario,
-                     "JSON file that describes the devices, default: one hub and one keyboard");
+  command.add_option("--listen", options.listen, meaning)
+      ->check(address)
+      ->option_text("ADDRESS:PORT");
+  command
+      .add_option("--scenario", options.scenario,
+                  "JSON file that describes the devices, default: one hub and one keyboard")
+      ->option_text("FILE");
   AddCaptureOption(command, options.capture);
+}
+
+void EndNow(virtualhub::Machine& machine, EventLog& log) {
+  log.End();
+  machine.Save();
+  std::_Exit(EXIT_SUCCESS);
 }
 
 Serving::Serving(const ServingOptions& options)
@@ -44,11 +54,7 @@ void Serving::Run(const std::function<std::vector<Entrance>(Offer&)>& open,
   const std::vector<Entrance> entrances = open(offer);
   const ControlInput control(machine, !scenario_.controlFile.empty(), stop, log);
   Server server(stop, log, patience);
-  if (server.Run(entrances)) return;
-  // Transfers are under way that may take long: nobody waits for them.
-  log.End();
-  machine.Save();
-  std::_Exit(EXIT_SUCCESS);
+  if (!server.Run(entrances)) EndNow(machine, log);
 }
 
 }  // namespace qzhub

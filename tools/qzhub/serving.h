@@ -20,6 +20,9 @@ struct ServingOptions {
 void AddServingOptions(CLI::App& command, ServingOptions& options, const std::string& listen,
                        const std::string& meaning);
 
+/// Ends the process in the middle of transfers that may take long: nobody waits for them.
+[[noreturn]] void EndNow(virtualhub::Machine& machine, EventLog& log);
+
 /// The devices of a scenario, to be served until SIGINT or SIGTERM.
 class Serving {
  public:

@@ -19,13 +19,6 @@ namespace fs = std::filesystem;
 // What the last call of the standard library failed with.
 std::error_code LastError() { return {errno, std::generic_category()}; }
 
-std::ifstream Open(const fs::path& path) {
-  errno = 0;
-  std::ifstream file(path, std::ios::binary);
-  if (!file) Fail("cannot be opened", LastError());
-  return file;
-}
-
 // A new folder for one file beside the place where that file will be. Nobody else can have put
 // anything into it, such as a link, and it is removed at the end.
 class TemporaryFolder {
@@ -57,9 +50,19 @@ class TemporaryFolder {
 
 }  // namespace
 
+std::ifstream OpenFile(const fs::path& path) {
+  std::error_code error;
+  if (fs::is_directory(path, error)) throw FileError("is a folder");
+  errno = 0;
+  std::ifstream file(path, std::ios::binary);
+  if (!file) Fail("cannot be opened", LastError());
+  return file;
+}
+
 Bytes ReadWholeStream(std::istream& stream, std::size_t most) {
   constexpr std::size_t kChunk = 64 * 1024;
   Bytes bytes;
+  errno = 0;
   while (stream && bytes.size() <= most) {
     const std::size_t held = bytes.size();
     bytes.resize(held + std::min(kChunk, most + 1 - held));
@@ -67,24 +70,23 @@ Bytes ReadWholeStream(std::istream& stream, std::size_t most) {
                 static_cast<std::streamsize>(bytes.size() - held));
     bytes.resize(held + static_cast<std::size_t>(stream.gcount()));
   }
-  if (stream.bad()) throw FileError("cannot be read");
+  if (stream.bad()) Fail("cannot be read", LastError());
   if (bytes.size() > most) throw FileError("has more than " + std::to_string(most) + " bytes");
   return bytes;
 }
 
 Bytes ReadWholeFile(const std::filesystem::path& path, std::size_t most) {
-  std::error_code error;
-  if (std::filesystem::is_directory(path, error)) throw FileError("is a folder");
-  std::ifstream file = Open(path);
+  std::ifstream file = OpenFile(path);
   return ReadWholeStream(file, most);
 }
 
 Bytes ReadFilePart(const fs::path& path, std::uintmax_t offset, std::size_t size) {
-  std::ifstream file = Open(path);
+  std::ifstream file = OpenFile(path);
   Bytes bytes(size);
+  errno = 0;
   file.seekg(static_cast<std::streamoff>(offset));
   file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(size));
-  if (file.bad()) throw FileError("cannot be read");
+  if (file.bad()) Fail("cannot be read", LastError());
   bytes.resize(static_cast<std::size_t>(file.gcount()));
   return bytes;
 }

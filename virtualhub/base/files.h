@@ -3,7 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <istream>
+#include <fstream>
 #include <stdexcept>
 
 #include "virtualhub/base/bytes.h"
@@ -16,11 +16,14 @@ class FileError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// A file to read. Throws FileError when it cannot be opened, or is a folder.
+std::ifstream OpenFile(const std::filesystem::path& path);
+
 /// What is left of a stream. Throws FileError when it cannot be read or has more than `most` bytes,
 /// as files of devices have that never end.
 Bytes ReadWholeStream(std::istream& stream, std::size_t most);
 
-/// The contents of a file, by the same rules. A folder cannot be read.
+/// The contents of a file, by the same rules.
 Bytes ReadWholeFile(const std::filesystem::path& path, std::size_t most);
 
 /// At most `size` bytes of a file from `offset` on; fewer when it ends before. Throws FileError.

@@ -232,10 +232,7 @@ CapturedHub ReadCapturedHub(std::istream& stream, const CapturedPart& part) {
 }
 
 CapturedHub ReadCapturedHub(const std::filesystem::path& file, const CapturedPart& part) {
-  std::error_code error;
-  if (std::filesystem::is_directory(file, error)) throw FileError("is a folder");
-  std::ifstream stream(file, std::ios::binary);
-  if (!stream) throw FileError("cannot be opened");
+  std::ifstream stream = OpenFile(file);
   return ReadCapturedHub(stream, part);
 }
 

@@ -23,9 +23,9 @@ bool IsTarGz(const std::string& file) {
   return file.ends_with(".tar.gz") || file.ends_with(".tgz");
 }
 
-Failure CannotRead(const std::string& log) {
-  return {Exit::Failed, "the log " + log + " cannot be read", "",
-          "name a file that exists and that you have permission to read"};
+Failure CannotRead(const std::string& log, const std::string& reason) {
+  return {Exit::Failed, "the log " + log + ' ' + reason, "",
+          "name a file that you have permission to read"};
 }
 
 /// The end of a log, from the beginning of a line on.
@@ -34,8 +34,8 @@ std::string ReadEnd(const std::string& log) {
     const auto [start, text] = tools::ReadFileEnd(log, kLongestLog);
     const std::size_t end = start > 0 ? text.find('\n') : std::string::npos;
     return end == std::string::npos ? text : text.substr(end + 1);
-  } catch (const tools::FileError&) {
-    throw CannotRead(log);
+  } catch (const tools::FileError& error) {
+    throw CannotRead(log, error.what());
   }
 }
 
@@ -102,8 +102,7 @@ void WriteBundle(const BundleOptions& options, const std::vector<ArchiveEntry>& 
     tools::WriteFile(options.file,
                      IsZip(options.file) ? MakeZip(entries, now) : MakeTarGz(entries, now));
   } catch (const tools::FileError& error) {
-    throw Failure(Exit::Failed,
-                  "the bundle " + options.file + " cannot be written: " + error.what(), "",
+    throw Failure(Exit::Failed, "the bundle " + options.file + ' ' + error.what(), "",
                   "name a file in a folder that you have permission to write");
   }
 }

@@ -35,28 +35,31 @@ LogAccount ReadAccount(const std::string& file, std::istream& stream) {
   return ReadLog(file, text, stream);
 }
 
+Failure CannotRead(const std::string& what) {
+  return {Exit::Failed, what, "", "name a file that you have permission to read"};
+}
+
 LogAccount ReadNamedLog(const std::string& file) {
   if (file == "-") {
     system::PassBytesUnchanged(system::Stream::Input);
     return ReadAccount("standard input", std::cin);
   }
-  std::error_code error;
-  if (std::filesystem::is_directory(file, error)) {
-    throw Failure(Exit::Failed, file + " is a folder", "", "name a file in it");
+  try {
+    std::ifstream stream = virtualhub::OpenFile(file);
+    stream.exceptions(std::ios::badbit);  // a part of a file is not explained
+    return ReadAccount(file, stream);
+  } catch (const tools::FileError& error) {
+    throw CannotRead(file + ' ' + error.what());
+  } catch (const std::ios::failure& error) {
+    throw CannotRead(file + " cannot be read: " + error.code().message());
   }
-  std::ifstream stream(file, std::ios::binary);
-  if (!stream) {
-    throw Failure(Exit::Failed, "the file " + file + " cannot be read", "",
-                  "name a file that exists and that you have permission to read");
-  }
-  return ReadAccount(file, stream);
 }
 
 void WritePage(const std::string& file, const std::string& page) {
   try {
     tools::WriteFile(file, {reinterpret_cast<const std::uint8_t*>(page.data()), page.size()});
   } catch (const tools::FileError& error) {
-    throw Failure(Exit::Failed, "the page " + file + " cannot be written: " + error.what(), "",
+    throw Failure(Exit::Failed, "the page " + file + ' ' + error.what(), "",
                   "name a file in a folder that you have permission to write");
   }
 }

@@ -77,7 +77,6 @@ const bool kThreadsStartLog = false;
 void OutliveReaders() {
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
   static_cast<void>(std::signal(SIGHUP, SIG_IGN));
-  static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));  // the log may reach the limit of its size
 }
 
 std::string StatusText(std::uint32_t status) {
