@@ -507,6 +507,7 @@ def nothing_is_lost_when_stations_are_killed():
     records = bench.records()
     equal({"updated", "current"}, {record["outcome"] for record in records}, "outcomes")
     check(any(record["recovered"] for record in records), "no hub was found in its loader")
+    equal([], list(bench.folder.glob("*.torn")), "lines that were torn")
     check(len(records) >= len(hubs), "there are fewer records than units")
     everything = bench.write("all.json", [hub(name, str(number + 1)) for number, name in enumerate(hubs)])
     (bench.folder / "control").write_text("")

@@ -8,7 +8,7 @@ set -euo pipefail
 cd "$(dirname "$0")/../.."
 build=$1 results=$2
 shift 2
-limit=600 # seconds; a run that takes longer hangs
+limit=900 # seconds; a run that takes longer hangs
 modules=(usb-common usbcore usbmon usbip-core vhci-hcd xhci-hcd xhci-pci hid usbhid hid-generic)
 
 kernel=$(tests/vm/kernel.sh)

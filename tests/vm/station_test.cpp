@@ -36,7 +36,8 @@ bool IsSpecial(std::size_t unit) {
 bool RunsImage(std::size_t unit) { return !IsSpecial(unit) && unit >= kBays && unit % 8 != 0; }
 
 json Device(std::size_t unit) {
-  // Long enough to be pulled out in the middle, or hardly any time.
+  // Long enough to be pulled out in the middle, or hardly any time. A hub that is away for less
+  // than a scan takes would be waited for long after it has returned.
   const int latency = unit == kPulled ? 4000 : 0;
   return {{"name", NameOf(unit)},
           {"port", std::to_string(unit % kBays + 1)},
@@ -48,7 +49,7 @@ json Device(std::size_t unit) {
            {{"latency_us", latency},
             {"erase_ms", 1},
             {"leave_ms", 1},
-            {"return_ms", 250},
+            {"return_ms", 1000},
             {"ready_ms", 0}}}};
 }
 
@@ -184,7 +185,8 @@ TEST_F(StationTest, TwentyUnitsInFourBaysAreEachWrittenAndRecordedOnce) {
     }
     return busy == 0;
   };
-  ASSERT_TRUE(Eventually(isOver, std::chrono::seconds(300))) << station.Output();
+  // Two minutes, where the processor is emulated and has nothing else to do.
+  ASSERT_TRUE(Eventually(isOver, std::chrono::seconds(480))) << station.Output();
 
   std::vector<std::string> summaries, expected;
   for (std::size_t unit = 0; unit < kUnits; ++unit) {

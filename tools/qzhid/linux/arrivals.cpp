@@ -93,7 +93,7 @@ void Arrivals::Await(const std::vector<const Process*>& processes, std::chrono::
   Process::AwaitOutput(processes, objects, time);
   if (data_->events) data_->Hear();
   if (data_->hasLines && HasInput()) data_->ReadInput();
-  if (data_->poll.HasChanged(bool(data_->events))) data_->isChanged = true;
+  data_->isChanged = data_->poll.HasChanged(bool(data_->events), data_->isChanged);
 }
 
 bool Arrivals::TakeChange() { return std::exchange(data_->isChanged, false); }

@@ -113,7 +113,7 @@ Arrivals::~Arrivals() {
 void Arrivals::Await(const std::vector<const Process*>& processes, std::chrono::milliseconds time) {
   if (data_->isVirtual) time = std::min(time, kVirtualChange);
   Process::AwaitOutput(processes, {Waitable{data_->event}}, time);
-  if (data_->poll->HasChanged(data_->events != nullptr)) data_->isChanged = true;
+  if (data_->poll->HasChanged(data_->events != nullptr, data_->isChanged)) data_->isChanged = true;
 }
 
 bool Arrivals::TakeChange() { return data_->isChanged.exchange(false); }
