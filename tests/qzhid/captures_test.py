@@ -202,7 +202,8 @@ class ReplayTest(CapturesTest):
         captures.pcap("short", 220, [(0, b"x" * 40)])
         captures.pcap("keyboard", 220, packets[:1])
         for name, data, words in (
-                ("missing", None, "cannot be opened"), ("text", b"no capture at all", "is no capture"), ("short-magic", b"\xd4", "is no capture"),
+                ("missing", None, "cannot be opened: No such file or directory"),
+                ("text", b"no capture at all", "is no capture"), ("short-magic", b"\xd4", "is no capture"),
                 ("half-heading", whole[:20], "ends in its heading"),
                 ("long", bytes(long), "is damaged at byte 24, after frame 0: a packet has a length of 4294967295"),
                 ("cut", None, f"has only a part of the answer in frame {answer + 1}; whole packets are needed"),

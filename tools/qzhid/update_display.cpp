@@ -42,7 +42,9 @@ void UpdateDisplay::ShowProgress(const Hub& hub, const Progress& progress) {
 
 void UpdateDisplay::ShowAway(const Hub& hub, const std::string& why) {
   if (host_.Settings().isQuiet && !host_.Settings().printsEvents) return;
-  Say("hub " + hub.Name() + ": " + why + "; waiting until it can be used again");
+  const std::string text =
+      "hub " + hub.Name() + ": " + why + "; waiting until it can be used again";
+  host_.Settings().printsEvents ? host_.Say(text) : live_.Say(text);
 }
 
 void UpdateDisplay::ShowRetry(const Hub& hub, const std::string& what, int retry, int retries) {
