@@ -211,6 +211,14 @@ expect 2 'qzhid: several hubs are attached; choose one of: 1-3.1, 1-6, 1-4' info
 refusal='the hub cannot be opened; get permission for it (on Linux: the udev rule) or end the program that has it open'
 expect 4 "qzhid: hub 1-4: $refusal" info --hub 1-4
 expect 6 'qzhid: hub 1-6: the hub does not answer; unplug it, plug it in again and repeat the command' info --hub 1-6
+# Also one of another vendor without permission, if VidPid.ini has its ids.
+mkdir -p "$work/site/virtual"
+cp "$(dirname "$qzhid")/../lib/virtual/libQzHidAPI.so.1" "$work/site/virtual"
+printf 'VID:2E7D PID:1234\nVID:2E7D\n' > "$work/site/virtual/VidPid.ini"
+machine "$(hub), {\"name\": \"shut\", \"port\": \"4\", \"image\": {\"vid\": \"0x2E7D\", \"pid\": \"0x1234\"}}" "$denied"
+status=0
+"$qzhid" --library "$work/site/virtual/libQzHidAPI.so.1" list > "$work/out" 2> "$work/err" || status=$?
+said 0 '1-4    -     2E7D:1234  -        no permission'
 # A hub that takes its time: a line says so once; on a terminal, a sign turns, which fits the width.
 slow "$(hub ', "timing": {"latency_us": 150000}')"
 run list

@@ -239,8 +239,8 @@ class Line : public StationWorld {
         unit.pull = Pick({Pull::None, Pull::None, Pull::None, Pull::PutBack, Pull::PowerLoss,
                           Pull::Replaced, Pull::Forever});
       }
-      // Of a hub that is not half written, nobody can say whether it is another one.
-      unit.pullAt = unit.pull == Pull::Replaced ? 40 + Random(200) : 1 + Random(280);
+      // Before the first try, nobody can say whether a hub is another one.
+      unit.pullAt = unit.pull == Pull::Replaced ? 20 + Random(220) : 1 + Random(280);
       machine_.Plug(unit.device, port);
       inBay_.emplace(port, unit);
       return;
@@ -294,8 +294,10 @@ class Line : public StationWorld {
     replaced_.push_back(std::make_unique<Unit>(unit));
     started_.at(LocationOf(port)) = replaced_.back().get();
     machine_.Unplug(unit.device);
-    // One in its loader would look like the first one.
-    Unit other = NewUnit(Pick({Kind::Old, Kind::Current, Kind::Foreign}));
+    // One in its loader would look like the first one, and so would an old one before the erase.
+    constexpr std::uint64_t kErased = 40;
+    Unit other = NewUnit(
+        Pick({unit.pullAt < kErased ? Kind::Current : Kind::Old, Kind::Current, Kind::Foreign}));
     free_.push_back(unit.device);
     other.pull = Pull::None;
     machine_.Plug(other.device, port);

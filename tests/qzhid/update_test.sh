@@ -127,6 +127,9 @@ run update --yes --image "$work/new.bin"
 said 0 "$done"
 said 0 'hub 1-3.1: the update failed, and the hub is in its loader; trying again (1 of 2)'
 # So is one that loses it while it is asked what it runs. What takes longer is said.
+machine "$(hub)" '{"on": "exchange", "nth": 3, "action": "power_loss", "return_ms": 0}'
+update
+said 0 "$done"
 TIME=real machine "$(hub ", $slowness")" '{"on": "exchange", "nth": 3, "action": "power_loss", "return_ms": 1500}'
 run update --yes --image "$work/new.bin"
 said 0 "$done"
@@ -141,7 +144,11 @@ update --retries 0
 said 7 "$me the image is written, but not started, and the hub is in its loader; write its firmware with 'qzhid recover --hub 1-3.1 --image FILE'"
 update
 said 0 "$done"
-# A hub that runs the image after a try that failed is done; not if it ran that version before.
+# A hub that runs the image after a try that failed is done; if it ran that version before, only when the
+# image was written.
+machine "$(hub ', "image": {"version": "0x0210"}')" '{"on": "request", "request": "C0/09", "nth": 8, "action": "stall"}'
+update --retries 0 --force
+said 0 "$done"
 lost='{"on": "request", "request": "C0/D8", "action": "power_loss", "return_ms": 0}'
 machine "$(hub)" "$lost"
 update --retries 0
@@ -149,8 +156,12 @@ said 0 "$done"
 machine "$(hub ', "image": {"version": "0x0210"}')" "$lost"
 update --retries 0 --force
 said 1 "$me the update failed, and the hub runs 2.10; repeat the command; with --log FILE the log says why it failed"
-# One that cannot be opened when it is back is not called away.
-machine "$(hub)" '{"on": "call", "service": "OpenHidDevice", "nth": 12, "count": 0, "device": "hub", "action": "fail", "code": 13}'
+# One that cannot be opened when it is back is not called away, and may get its permission a moment later.
+denied='{"on": "call", "service": "OpenHidDevice", "nth": 12, "device": "hub", "action": "fail", "code": 13, "count"'
+machine "$(hub)" "$denied: 165}"
+run update --yes --image "$work/new.bin"
+said 0 "$done"
+machine "$(hub)" "$denied: 0}"
 update
 said 6 "$me the update failed, and the hub cannot be opened; get permission for it (on Linux: the udev rule) or end the program that has it open"
 # Tries end.

@@ -7,7 +7,7 @@ namespace qzhid {
 namespace {
 
 constexpr std::chrono::milliseconds kBetweenLists{100};
-constexpr std::chrono::seconds kSoon{1};
+constexpr std::chrono::seconds kShortAbsence{1};
 
 // The hub, and if there is none that can be opened, one that cannot.
 std::optional<Hub> FindHub(Host& host, const std::string& location) {
@@ -30,7 +30,7 @@ AwaitedHub AwaitHub(Host& host, Clock& clock, const std::string& location,
   AwaitedHub awaited{FindHub(host, location)};
   bool isThere = awaited.hub.has_value(), isSaid = false;
   while (!(awaited.hub && awaited.hub->isOpenable) && clock.Now() - start < patience) {
-    if (!isSaid && clock.Now() - start >= kSoon) {
+    if (!isSaid && clock.Now() - start >= kShortAbsence) {
       isAway();
       isSaid = true;
     }

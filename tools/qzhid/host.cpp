@@ -87,6 +87,11 @@ const PortNames& Host::Names() {
   return *names_;
 }
 
+std::vector<ListedIds> Host::FurtherIds() {
+  const std::filesystem::path folder = system::LibraryFolder(Api().file);
+  return folder.empty() ? std::vector<ListedIds>() : ReadListedIds(folder / "VidPid.ini");
+}
+
 void Host::StartLog() {
   const bool isWanted = !isLogOfOthers_ && (!options_.log.empty() || options_.isVerbose);
   std::filesystem::path file;

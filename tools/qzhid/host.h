@@ -9,6 +9,7 @@
 
 #include "qzhid/failure.h"
 #include "qzhid/library.h"
+#include "qzhid/listed_ids.h"
 #include "qzhid/port_names.h"
 
 namespace qzhid {
@@ -46,6 +47,9 @@ class Host {
 
   /// The names of ports, read at the first call. Throws Failure when the user's file is not usable.
   const PortNames& Names();
+
+  /// The ids of further hubs that the user has told the library to list, by VidPid.ini beside it.
+  std::vector<ListedIds> FurtherIds();
 
   /// A command's result on standard output: the object with --json, else the text, which ends with
   /// a newline; the text not with --quiet.

@@ -156,6 +156,9 @@ std::vector<Hub> ListHubs(Host& host) {
   // That list opens no device, so it also holds hubs that this user has no permission to open. It
   // comes first, because instances are good for the last list.
   std::vector<Hub> closed = ListDevicesOf(host, kFamilyVendorId, std::nullopt);
+  for (const ListedIds& ids : host.FurtherIds()) {
+    AddOthers(closed, ListDevicesOf(host, ids.vid, ids.pid));
+  }
   for (Hub& hub : closed) hub.isOpenable = false;
   std::vector<Hub> hubs = ListOpenableHubs(host);
   AddOthers(hubs, closed);

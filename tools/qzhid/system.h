@@ -42,7 +42,9 @@ extern const bool kThreadsStartLog;
 /// a file reaches the limit of its size.
 void OutliveReaders();
 
-/// The version of a library that is loaded, and the name of this computer; empty when not known.
+/// The folder and the version of a library that is loaded, and the name of this computer; empty
+/// when not known.
+std::filesystem::path LibraryFolder(void* library);
 std::string LibraryVersion(void* library);
 std::string HostName();
 

@@ -44,12 +44,18 @@ void UnloadLibraryFile(void* library) { dlclose(library); }
 
 void* FindFunction(void* library, const char* name) { return dlsym(library, name); }
 
+static std::filesystem::path FileOfLibrary(void* library) {
+  const link_map* map = nullptr;
+  return dlinfo(library, RTLD_DI_LINKMAP, &map) == 0 ? map->l_name : "";
+}
+
+std::filesystem::path LibraryFolder(void* library) { return FileOfLibrary(library).parent_path(); }
+
 std::string LibraryVersion(void* library) {
   constexpr std::string_view kBefore = ".so.";
-  const link_map* map = nullptr;
-  if (dlinfo(library, RTLD_DI_LINKMAP, &map) != 0) return "";
   std::error_code error;
-  const std::string name = std::filesystem::canonical(map->l_name, error).filename().string();
+  const std::string name =
+      std::filesystem::canonical(FileOfLibrary(library), error).filename().string();
   const std::size_t at = name.find(kBefore);
   return at == std::string::npos ? "" : name.substr(at + kBefore.size());
 }

@@ -33,15 +33,22 @@ void* FindFunction(void* library, const char* name) {
   return reinterpret_cast<void*>(GetProcAddress(reinterpret_cast<HMODULE>(library), name));
 }
 
-std::string LibraryVersion(void* library) {
+static std::filesystem::path FileOfLibrary(void* library) {
   std::array<wchar_t, 32768> path{};
   GetModuleFileNameW(reinterpret_cast<HMODULE>(library), path.data(),
                      static_cast<DWORD>(path.size()));
-  std::vector<char> facts(GetFileVersionInfoSizeW(path.data(), nullptr));
+  return path.data();
+}
+
+std::filesystem::path LibraryFolder(void* library) { return FileOfLibrary(library).parent_path(); }
+
+std::string LibraryVersion(void* library) {
+  const std::wstring path = FileOfLibrary(library).wstring();
+  std::vector<char> facts(GetFileVersionInfoSizeW(path.c_str(), nullptr));
   VS_FIXEDFILEINFO* version = nullptr;
   UINT size = 0;
   if (facts.empty() ||
-      GetFileVersionInfoW(path.data(), 0, static_cast<DWORD>(facts.size()), facts.data()) == 0 ||
+      GetFileVersionInfoW(path.c_str(), 0, static_cast<DWORD>(facts.size()), facts.data()) == 0 ||
       VerQueryValueW(facts.data(), L"\\", reinterpret_cast<void**>(&version), &size) == 0) {
     return "";
   }
