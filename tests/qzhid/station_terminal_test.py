@@ -20,7 +20,7 @@ failed = False
 CURRENT = {"name": "left", "state": "passed", "outcome": "current", "from": "2.10", "runs": "2.10"}
 REFUSED = {"name": "right", "state": "failed", "outcome": "refused", "from": "1.02",
            "reason": "the image is for vendor 2E7C, the hub is of vendor 2E7D",
-           "next": "use an image for this hub"}
+           "next": "put the unit aside"}
 VIEW = {"image": "new.bin", "version": "2.10", "passed": 1, "failed": 1, "bays": [CURRENT, REFUSED]}
 
 
@@ -139,7 +139,7 @@ with tempfile.TemporaryDirectory() as folder:
 
     # Without the bell; without colours; a page that cannot be written is said once, and again at the end.
     terminal = Terminal([*command, "--quiet", "--page", "none/page.html"], 80, 24, NO_COLOR="1")
-    terminal.await_(lambda: any("use an image for this hub" in line for line in terminal.lines()), "FAIL")
+    terminal.await_(lambda: any("put the unit aside" in line for line in terminal.lines()), "FAIL")
     expect("bells with --quiet", 0, terminal.bells)
     expect("colours with NO_COLOR", [], re.findall("\x1b\\[[0-9;]*m", terminal.written))
     remark = "the page none/page.html cannot be created: No such file or directory; the line goes on without it"

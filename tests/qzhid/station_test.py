@@ -167,6 +167,10 @@ def refuse_fsync():
         raise OSError("no filter for system calls")
 
 
+def stall(device, request):
+    return {"on": "request", "request": request, "count": 0, "device": device, "action": "stall"}
+
+
 def outcomes_of_all_kinds():
     closed = {"on": "call", "service": "OpenHidDevice", "count": 0, "device": "closed",
               "action": "fail", "code": 13}
@@ -174,17 +178,24 @@ def outcomes_of_all_kinds():
         hub("old", "1"), hub("current", "2", image={"version": "0x0210"}),
         hub("foreign", "3", image={"vid": "0x2E7D"}), hub("closed", "4"),
         hub("loader", "5", image=None), hub("newer", "6", image={"version": "0x0300"}),
-        hub("stranger", "7")], [closed])
-    bays, began = [f"--bay=b{port}=1-{port}" for port in range(1, 7)], now()
-    bench.start(*bays, "--once", 6)
+        hub("stranger", "7"), hub("broken", "8"), hub("stubborn", "9")],
+        [closed, stall("broken", "40/C8"), stall("stubborn", "40/00")])
+    bays, began = [f"--bay=b{port}=1-{port}" for port in (*range(1, 7), 8, 9)], now()
+    bench.start(*bays, "--once", 8, "--retries", 0)
     equal(1, bench.end(), "exit status")
     told = {record["bay"]: (record["from"], record["runs"], record["outcome"], record["status"],
                             record["recovered"]) for record in bench.records()}
     equal({"b1": ("1.02", "2.10", "updated", 0, False), "b2": ("2.10", "2.10", "current", 0, False),
            "b3": ("1.02", "1.02", "refused", 5, False), "b4": ("?", "?", "refused", 4, False),
-           "b5": ("loader", "2.10", "updated", 0, True), "b6": ("3.00", "3.00", "refused", 5, False)},
+           "b5": ("loader", "2.10", "updated", 0, True), "b6": ("3.00", "3.00", "refused", 5, False),
+           "b8": ("1.02", "loader", "loader", 7, False), "b9": ("1.02", "1.02", "failed", 1, False)},
           told, "records")
-    equal(6, len(bench.records()), "number of records")
+    equal(8, len(bench.records()), "number of records")
+    for record in bench.records():
+        if record["status"]:
+            wanted = {"refused": "put the unit aside", "loader": "unplug it, and plug it in again",
+                      "failed": "plug it into another bay once"}[record["outcome"]]
+            bench.await_text(f"bay {record['bay']}: FAIL: {record['outcome']}: {record['what']}; {wanted}\n")
     record = next(record for record in bench.records() if record["bay"] == "b1")
     whole = {**record, "port_id": "1-1", "location": "PCIROOT(0)#PCI(1400)#USBROOT(0)#USB(1)",
              "label": None, "vid": "2E7C", "pid": "0818", "image": "0210.bin",
@@ -229,6 +240,7 @@ def a_hub_that_is_pulled_out_is_the_same_one_or_lost():
     records = {record["bay"]: record for record in bench.await_records(2)}
     equal(("updated", 1), tuple(records["1-1"][key] for key in ("outcome", "retries")), "put back")
     equal(("lost", 6, "?"), tuple(records["1-2"][key] for key in ("outcome", "status", "runs")), "lost")
+    bench.await_text("and the hub has left the bus; check the cable, and plug it in again")
     bench.do("plug two")
     again = bench.await_records(3)[2]
     equal(("1-2", "loader", "updated", True),
@@ -418,6 +430,7 @@ def a_unit_whose_update_cannot_be_started_was_not_touched():
     bench.start("--once", 1, TMPDIR="/nowhere")
     equal(1, bench.end(), "exit status")
     equal([("1-1", "not started")], outcomes(bench.records()), "records")
+    bench.await_text("; call the engineer")
     bench.check_files()
 
 

@@ -11,6 +11,23 @@ namespace {
 
 constexpr int kComplete = 100;
 
+// What the worker does with a unit that has failed. What the failure itself advises is for the
+// engineer, who has a keyboard; it is in the record.
+const char* NextOf(Outcome outcome) {
+  switch (outcome) {
+    case Outcome::Loader:
+      return "unplug it, and plug it in again";
+    case Outcome::Lost:
+      return "check the cable, and plug it in again";
+    case Outcome::Failed:
+      return "plug it into another bay once";
+    case Outcome::NotStarted:
+      return "call the engineer";
+    default:
+      return "put the unit aside";
+  }
+}
+
 double SecondsOf(Clock::Time::duration time) { return std::chrono::duration<double>(time).count(); }
 
 }  // namespace
@@ -50,7 +67,7 @@ void Bay::ShowOutcome() {
   if (IsPassed()) tile.percent = kComplete;
   if (job->failure) {
     tile.reason = job->failure->what();
-    tile.next = job->failure->Next();
+    tile.next = NextOf(job->outcome);
   }
 }
 
