@@ -239,8 +239,9 @@ class Line : public StationWorld {
         unit.pull = Pick({Pull::None, Pull::None, Pull::None, Pull::PutBack, Pull::PowerLoss,
                           Pull::Replaced, Pull::Forever});
       }
-      // Before the first try, nobody can say whether a hub is another one.
-      unit.pullAt = unit.pull == Pull::Replaced ? 20 + Random(220) : 1 + Random(280);
+      // Before the erase the library itself waits for the hub, which resets, and takes any hub.
+      constexpr std::uint32_t kErase = 28;
+      unit.pullAt = unit.pull == Pull::Replaced ? kErase + Random(212) : 1 + Random(280);
       machine_.Plug(unit.device, port);
       inBay_.emplace(port, unit);
       return;
@@ -294,8 +295,9 @@ class Line : public StationWorld {
     replaced_.push_back(std::make_unique<Unit>(unit));
     started_.at(LocationOf(port)) = replaced_.back().get();
     machine_.Unplug(unit.device);
-    // One in its loader would look like the first one, and so would an old one before the erase.
-    constexpr std::uint64_t kErased = 40;
+    // One in its loader would look like the first one, and so would an old one as long as the
+    // library has reported little more than the erase.
+    constexpr std::uint64_t kErased = 46;
     Unit other = NewUnit(
         Pick({unit.pullAt < kErased ? Kind::Current : Kind::Old, Kind::Current, Kind::Foreign}));
     free_.push_back(unit.device);
