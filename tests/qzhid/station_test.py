@@ -328,7 +328,7 @@ def a_full_disk_stops_the_line_before_the_next_unit():
 
 def there_is_room_for_the_units_under_way():
     bench = Bench("room", [hub("one", "1", timing=slow), hub("two", "2", timing=slow)])
-    old = json.dumps({"schema": 1, "filler": "x" * 100000}, separators=(",", ":")) + "\n"
+    old = json.dumps({"schema": 1, "filler": "x" * 500000}, separators=(",", ":")) + "\n"
     bench.record.write_text(old)  # so that the limit, which is also that of the workers, is none to them
     bench.start("--once", 2, csv=False, before=lambda: limit_files(len(old) + 20000))
     bench.await_text("the line has stopped: the record file")  # with room for one of two
