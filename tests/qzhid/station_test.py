@@ -326,6 +326,16 @@ def a_full_disk_stops_the_line_before_the_next_unit():
     bench.check_files()
 
 
+def there_is_room_for_the_units_under_way():
+    bench = Bench("room", [hub("one", "1", timing=slow), hub("two", "2", timing=slow)])
+    old = json.dumps({"schema": 1, "filler": "x" * 500000}, separators=(",", ":")) + "\n"
+    bench.record.write_text(old)  # so that the limit, which is also that of the workers, is none to them
+    bench.start("--once", 2, csv=False, before=lambda: limit_files(len(old) + 20000))
+    bench.await_text("the line has stopped: the record file")  # with room for one of two
+    equal(0, bench.end(), "exit status")
+    equal(["updated"] * 2, [record["outcome"] for record in bench.records()[1:]], "records")
+
+
 def a_record_that_is_not_on_the_disk_is_kept_and_printed_at_the_end():
     bench = Bench("kept", [hub("one", "1")])
     bench.start(csv=False, before=refuse_fsync)
@@ -401,6 +411,15 @@ def files_are_repaired_or_refused():
     for file in "/dev/full", bench.folder, "/nowhere/file":
         result = bench.run("station", "--image", image, "--record", file)
         equal((1, True), (result.returncode, "the record file" in result.stderr), f"record file {file}")
+
+
+def a_wanted_number_of_units_is_not_exceeded():
+    bench = Bench("number", [hub(f"h{port}", str(port)) for port in (1, 2, 3)])
+    bench.start("--once", 2)
+    equal(0, bench.end(), "exit status")
+    equal(2, len(bench.records()), "records")
+    versions = [entry["version"] for entry in json.loads(bench.run("list", "--json").stdout)["hubs"]]
+    equal(["1.02", "2.10", "2.10"], sorted(versions), "what the hubs run")
 
 
 def wrong_bays_are_rejected():
@@ -533,9 +552,11 @@ for test in (outcomes_of_all_kinds, a_done_hub_is_left_alone_until_it_is_unplugg
              a_lost_hub_is_left_alone_until_it_is_unplugged, an_interrupt_lets_the_hubs_be_finished,
              labels_belong_to_the_bay_that_asks_first_or_the_next_hub,
              a_full_disk_stops_the_line_before_the_next_unit,
+             there_is_room_for_the_units_under_way,
              a_record_that_is_not_on_the_disk_is_kept_and_printed_at_the_end,
              a_record_file_that_is_moved_stops_the_line, the_page_is_replaced_in_one_step,
-             files_are_repaired_or_refused, wrong_bays_are_rejected, a_bay_is_one_port,
+             files_are_repaired_or_refused, a_wanted_number_of_units_is_not_exceeded,
+             wrong_bays_are_rejected, a_bay_is_one_port,
              a_unit_whose_update_cannot_be_started_was_not_touched, one_process_at_a_time_writes_a_hub,
              nothing_is_lost_when_stations_are_killed):
     began = time.monotonic()
