@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -26,7 +27,7 @@ class Arrivals {
   /// Whether devices may have come or gone since the last call.
   bool TakeChange();
 
-  /// A line that was scanned or typed.
+  /// A line that was scanned or typed; of a longer one than kLongestLine, its beginning.
   std::optional<std::string> TakeLine();
   /// There is no further line.
   bool HasEnded() const;
@@ -35,6 +36,9 @@ class Arrivals {
   struct Data;
   std::unique_ptr<Data> data_;
 };
+
+/// In bytes, more than any label has.
+inline constexpr std::size_t kLongestLine = 4096;
 
 /// How often virtual hubs may come and go.
 inline constexpr std::chrono::milliseconds kVirtualChange{250};

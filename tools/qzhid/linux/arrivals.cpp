@@ -74,6 +74,8 @@ struct Arrivals::Data {
     std::array<char, 1024> part{};
     const ssize_t size = read(STDIN_FILENO, part.data(), part.size());
     if (size > 0) input.append(part.data(), static_cast<std::size_t>(size));
+    const std::size_t line = input.rfind('\n') + 1;  // npos + 1 is 0
+    if (input.size() > line + kLongestLine) input.resize(line + kLongestLine);
     if (size == 0 || (size < 0 && errno != EINTR && errno != EAGAIN)) {
       if (!input.empty() && input.back() != '\n') input += '\n';
       hasLines = false;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <deque>
 #include <iostream>
 #include <mutex>
@@ -81,8 +82,18 @@ struct Arrivals::Data {
     if (CM_Register_Notification(&filter, this, Hear, &events) != CR_SUCCESS) events = nullptr;
   }
 
+  // False when there is no further line.
+  static bool ReadLine(std::string& line) {
+    line.clear();
+    for (int c = std::cin.get(); c != EOF; c = std::cin.get()) {
+      if (c == '\n') return true;
+      if (line.size() < kLongestLine) line += static_cast<char>(c);
+    }
+    return !line.empty();
+  }
+
   static void ReadLines(const std::shared_ptr<Lines>& input) {
-    for (std::string line; std::getline(std::cin, line);) {
+    for (std::string line; ReadLine(line);) {
       const std::lock_guard lock(input->mutex);
       input->lines.push_back(line);
       SetEvent(input->event);
