@@ -75,7 +75,6 @@ class Attached {
   int Detach();
 
  private:
-
   Program qzhub_;
 };
 
