@@ -4,11 +4,14 @@ import html.parser
 import json
 import os
 import pathlib
+import pty
 import re
 import subprocess
 import sys
 import tarfile
 import tempfile
+import threading
+import tty
 import unittest
 import zipfile
 
@@ -187,12 +190,28 @@ class ExplainTest(unittest.TestCase):
         with open("good.log", "rb") as log:
             self.assertEqual(0, run("explain", "-", stdin=log).returncode)
 
+    def testStandardInputThatFailsHalfWayIsNotExplained(self):
+        reading, writing = pty.openpty()  # it reports an error when the other end is closed
+        tty.setraw(writing)
+
+        def write():
+            with open(writing, "wb") as file:
+                file.write(self.good)
+
+        writer = threading.Thread(target=write)
+        writer.start()
+        done = run("explain", "-", stdin=reading)
+        writer.join()
+        os.close(reading)
+        self.assertEqual(1, done.returncode)
+        self.assertIn("standard input cannot be read: Input/output error", done.stderr.decode())
+
     def testOtherFilesAreRejected(self):
         pathlib.Path("empty").write_bytes(b"")
         pathlib.Path("text").write_text("[2024-03-07, 09:05:02] something else\n" * 9)
         pathlib.Path("wide").write_text(self.good.decode(), encoding="utf-16")
         for file, words in (("empty", "it is empty"), ("text", "is no log of the library"), ("wide", "UTF-16"),
-                            ("new.bin", "is no log of the library"), (".", "is a folder"), 
+                            ("new.bin", "is no log of the library"), (".", "is a folder"),
                             ("/dev/zero", "is no log of the library"),
                             ("missing", "cannot be opened: No such file or directory"),
                             ("/proc/self/mem", "cannot be read: Input/output error")):

@@ -1,13 +1,23 @@
 #include "common/files.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <iostream>
+#include <system_error>
 
 namespace tools {
 
+void CheckStandardInput() {
+  if (std::ferror(stdin) == 0) return;
+  throw FileError("cannot be read: " + std::generic_category().message(errno));
+}
+
 Bytes ReadFile(const std::string& path, std::size_t most) {
-  return path == "-" ? virtualhub::ReadWholeStream(std::cin, most)
-                     : virtualhub::ReadWholeFile(path, most);
+  if (path != "-") return virtualhub::ReadWholeFile(path, most);
+  Bytes bytes = virtualhub::ReadWholeStream(std::cin, most);
+  CheckStandardInput();
+  return bytes;
 }
 
 FileEnd ReadFileEnd(const std::filesystem::path& path, std::size_t most) {

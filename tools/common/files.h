@@ -14,6 +14,9 @@ using virtualhub::Bytes;
 using virtualhub::ByteView;
 using virtualhub::FileError;
 
+/// Throws FileError when standard input could not be read, which std::cin takes for its end.
+void CheckStandardInput();
+
 /// The contents of a file, or of standard input for "-". Throws FileError when it cannot be read or
 /// has more than `most` bytes.
 Bytes ReadFile(const std::string& path, std::size_t most);

@@ -39,17 +39,21 @@ Failure CannotRead(const std::string& what) {
   return {Exit::Failed, what, "", "name a file that you have permission to read"};
 }
 
+LogAccount ReadStandardInput() {
+  system::PassBytesUnchanged(system::Stream::Input);
+  LogAccount account = ReadAccount("standard input", std::cin);
+  tools::CheckStandardInput();
+  return account;
+}
+
 LogAccount ReadNamedLog(const std::string& file) {
-  if (file == "-") {
-    system::PassBytesUnchanged(system::Stream::Input);
-    return ReadAccount("standard input", std::cin);
-  }
   try {
+    if (file == "-") return ReadStandardInput();
     std::ifstream stream = virtualhub::OpenFile(file);
     stream.exceptions(std::ios::badbit);  // a part of a file is not explained
     return ReadAccount(file, stream);
   } catch (const tools::FileError& error) {
-    throw CannotRead(file + ' ' + error.what());
+    throw CannotRead((file == "-" ? "standard input " : file + ' ') + error.what());
   } catch (const std::ios::failure& error) {
     throw CannotRead(file + " cannot be read: " + error.code().message());
   }
